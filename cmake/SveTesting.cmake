@@ -1,0 +1,26 @@
+# Tests: GoogleTest from the system, or from Debian's sources when cross building.
+include(GoogleTest)
+if(CMAKE_CROSSCOMPILING AND EXISTS /usr/src/googletest/CMakeLists.txt)
+  set(INSTALL_GTEST OFF)
+  add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+  if(NOT TARGET GTest::gtest_main)
+    add_library(GTest::gtest ALIAS gtest)
+    add_library(GTest::gtest_main ALIAS gtest_main)
+  endif()
+else()
+  find_package(GTest REQUIRED)
+endif()
+
+# sve_add_test(NAME SOURCES... LINK libraries... [TIMEOUT seconds] [LABELS ...])
+# One executable; one ctest entry per GoogleTest suite executable, so that start-up under an emulator is paid once.
+function(sve_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINK;LABELS;ARGS")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 600)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest_main sve_warnings)
+  add_test(NAME ${name} COMMAND ${name} ${arg_ARGS})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}"
+                       SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+endfunction()
