@@ -38,3 +38,8 @@ function(sve_layer name)
     target_link_libraries(${name} INTERFACE sve_options ${arg_BELOW})
   endif()
 endfunction()
+
+# Every routine and instruction function is part of the result, reached or not: link the two models whole.
+function(sve_link_whole_model name)
+  set_target_properties(${name} PROPERTIES LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,sve_insn,sve_veclib")
+endfunction()

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace sve {
+
+using byte = std::uint8_t;
 
 /// Bytes in a Z register, and in a predicate in its byte-per-vector-byte form.
 inline constexpr std::size_t vector_bytes = 112;

@@ -1,0 +1,19 @@
+// SVE_FOR_EACH(M, a, b, ...) expands to M(a) M(b) ...; SVE_FOR_EACH_WITH(M, x, a, b, ...) to M(x, a) M(x, b) ...
+// Used to stamp names over a list of element types; logic lives in templates, not in macros.
+#pragma once
+
+#define SVE_PARENTHESES ()
+#define SVE_EXPAND(...) SVE_EXPAND_2(SVE_EXPAND_2(SVE_EXPAND_2(SVE_EXPAND_2(__VA_ARGS__))))
+#define SVE_EXPAND_2(...) SVE_EXPAND_3(SVE_EXPAND_3(SVE_EXPAND_3(SVE_EXPAND_3(__VA_ARGS__))))
+#define SVE_EXPAND_3(...) SVE_EXPAND_1(SVE_EXPAND_1(SVE_EXPAND_1(SVE_EXPAND_1(__VA_ARGS__))))
+#define SVE_EXPAND_1(...) __VA_ARGS__
+
+#define SVE_FOR_EACH(macro, ...) __VA_OPT__(SVE_EXPAND(SVE_FOR_EACH_STEP(macro, __VA_ARGS__)))
+#define SVE_FOR_EACH_STEP(macro, first, ...) \
+  macro(first) __VA_OPT__(SVE_FOR_EACH_AGAIN SVE_PARENTHESES(macro, __VA_ARGS__))
+#define SVE_FOR_EACH_AGAIN() SVE_FOR_EACH_STEP
+
+#define SVE_FOR_EACH_WITH(macro, with, ...) __VA_OPT__(SVE_EXPAND(SVE_FOR_EACH_WITH_STEP(macro, with, __VA_ARGS__)))
+#define SVE_FOR_EACH_WITH_STEP(macro, with, first, ...) \
+  macro(with, first) __VA_OPT__(SVE_FOR_EACH_WITH_AGAIN SVE_PARENTHESES(macro, with, __VA_ARGS__))
+#define SVE_FOR_EACH_WITH_AGAIN() SVE_FOR_EACH_WITH_STEP

@@ -1,0 +1,29 @@
+#include "sve/stats/stats.h"
+
+#include <cstdio>
+
+std::atomic<unsigned long> sve_instr_count{0};
+unsigned long aarch64_instr_count = 0;
+// First of the library's ordered initialisers, ahead of the page size and the decode maps.
+__attribute__((init_priority(1001)))
+std::map<unsigned int*, std::pair<unsigned int, std::atomic<unsigned long>>> icounts;
+std::mutex icounts_mutex;
+
+void update_sve_stats(unsigned int* pc, unsigned int word) {
+  const std::lock_guard lock(icounts_mutex);
+  sve_instr_count.fetch_add(1);
+  auto entry = icounts.find(pc);
+  if (entry == icounts.end()) {
+    // Only here is the word set: another word that later runs at this address keeps the first one's entry.
+    entry = icounts.try_emplace(pc).first;
+    entry->second.first = word;
+  }
+  entry->second.second.fetch_add(1);
+}
+
+void dump_sve_stats() {
+  for (const auto& [pc, entry] : icounts) {
+    std::fprintf(stderr, "%p: 0x%08x %ld\n", static_cast<void*>(pc), entry.first,
+                 static_cast<long>(entry.second.load()));
+  }
+}

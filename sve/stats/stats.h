@@ -1,0 +1,23 @@
+// Counts of what was executed: two totals, and a table of executions by instruction address.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <utility>
+
+/// SVE instructions executed with success.
+extern std::atomic<unsigned long> sve_instr_count;
+/// Other instructions seen when code was examined. Counted once per examination, whatever its name in reports says.
+extern unsigned long aarch64_instr_count;
+/// By instruction address: the word that was first executed there, and the number of executions.
+extern std::map<unsigned int*, std::pair<unsigned int, std::atomic<unsigned long>>> icounts;
+/// Held around each update of `icounts`.
+extern std::mutex icounts_mutex;
+
+/// Records one successful execution of `word` at `pc`. Throws `std::system_error` if the lock fails and
+/// `std::bad_alloc` if a new entry finds no memory.
+void update_sve_stats(unsigned int* pc, unsigned int word);
+
+/// Prints the table to stderr in address order; nothing when it is empty. Takes no lock.
+void dump_sve_stats();

@@ -1,0 +1,18 @@
+#include "sve/veclib/initialize.h"
+
+#include "sve/veclib/types.h"
+
+CpuContext cpu_ctxt;
+CpuContext* ctxt;
+
+namespace {
+int initialized;
+}
+
+int SVEInitialize() {
+  if (initialized) return initialized;
+  cpu_ctxt.vl_word = 2;  // a length of 128 bits, unlike the 14 granules of the handlers; nothing runs on this record
+  ctxt = &cpu_ctxt;
+  initialized = 1;
+  return initialized;
+}
