@@ -1,5 +1,6 @@
 #include "sve/veclib/initialize.h"
 
+#include "sve/fault/fault_capture.h"
 #include "sve/veclib/types.h"
 
 CpuContext cpu_ctxt;
@@ -13,6 +14,7 @@ int SVEInitialize() {
   if (initialized) return initialized;
   cpu_ctxt.vl_word = 2;  // a length of 128 bits, unlike the 14 granules of the handlers; nothing runs on this record
   ctxt = &cpu_ctxt;
+  sve::install_fault_capture();
   initialized = 1;
   return initialized;
 }

@@ -1,0 +1,247 @@
+// Contiguous loads and stores: predicated, non-temporal (as plain ones), replicating, and of whole registers.
+#include "sve/insn/memory.h"
+#include "sve/state/predicate_bits.h"
+
+using namespace sve;
+
+namespace {
+
+// Element T of the register from element M of memory, which is packed: zeroing, in rising order, no inactive element
+// read. M carries the extension by its signedness.
+template <class T, class M>
+aarch64_decode_rc load_from(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
+  byte* dst = z_of(state, zt);
+  const byte* predicate = p_of(state, pg);
+  if (all_active<T>(predicate)) {
+    // Nothing can tell a wide access from element accesses here: the bytes are the same, and a fault ends the process.
+    const byte* src = reinterpret_cast<const byte*>(start);
+    if constexpr (sizeof(T) == sizeof(M)) {
+      std::memcpy(dst, src, vector_bytes);
+    } else {
+#pragma GCC ivdep
+      for (std::size_t e = 0; e < lanes<T>; ++e) store<T>(dst, e, static_cast<T>(load<M>(src, e)));
+    }
+    return executed;
+  }
+  for (std::size_t e = 0; e < lanes<T>; ++e)
+    store<T>(dst, e, active<T>(predicate, e) ? static_cast<T>(read_memory<M>(start + e * sizeof(M))) : T{0});
+  return executed;
+}
+
+// The low bytes of each active element, in rising order.
+template <class T, class M>
+aarch64_decode_rc store_to(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
+  const byte* src = z_of(state, zt);
+  const byte* predicate = p_of(state, pg);
+  // A store that faults has stored the elements below: a wide access may stand in only where no fault can split it.
+  if (all_active<T>(predicate) && within_page(start, lanes<T> * sizeof(M))) {
+    byte* dst = reinterpret_cast<byte*>(start);
+    if constexpr (sizeof(T) == sizeof(M)) {
+      std::memcpy(dst, src, vector_bytes);
+    } else {
+      M narrow[lanes<T>];
+      for (std::size_t e = 0; e < lanes<T>; ++e) narrow[e] = static_cast<M>(load<T>(src, e));
+      std::memcpy(dst, narrow, sizeof narrow);
+    }
+    return executed;
+  }
+  for (std::size_t e = 0; e < lanes<T>; ++e)
+    if (active<T>(predicate, e)) write_memory<M>(start + e * sizeof(M), static_cast<M>(load<T>(src, e)));
+  return executed;
+}
+
+// Start address of a load or store of M into elements of T, from an immediate count of whole transfers and from an index.
+template <class T, class M>
+std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, int imm) {
+  return read(state, rn) + static_cast<std::uint64_t>(static_cast<std::int64_t>(imm)) * (lanes<T> * sizeof(M));
+}
+template <class M>
+std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, aarch64_i_reg rm) {
+  return read(state, rn) + read(state, rm) * sizeof(M);
+}
+
+// Each active element makes its own read of one address.
+template <class T, class M>
+aarch64_decode_rc replicate(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,
+                            unsigned int imm) {
+  const std::uint64_t address = read(state, rn) + std::uint64_t{imm} * sizeof(M);
+  byte* dst = z_of(state, zt);
+  const byte* predicate = p_of(state, pg);
+  for (std::size_t e = 0; e < lanes<T>; ++e) {
+    T value = 0;
+    if (active<T>(predicate, e)) {
+      M element = read_memory<M>(address);
+      asm volatile("" : "+r"(element));  // keeps one read an element
+      value = static_cast<T>(element);
+    }
+    store<T>(dst, e, value);
+  }
+  return executed;
+}
+
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+using u32 = std::uint32_t;
+using u64 = std::uint64_t;
+using s8 = std::int8_t;
+using s16 = std::int16_t;
+using s32 = std::int32_t;
+
+}  // namespace
+
+#define LOAD_SI(name, T, M)                                                                                            \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
+                                      int imm) {                                                                       \
+    return load_from<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                             \
+  }
+#define LOAD(name, T, M)                                                                                               \
+  LOAD_SI(name, T, M)                                                                                                  \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
+    return load_from<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                                                 \
+  }
+#define STORE_SI(name, T, M)                                                                                           \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
+                                      int imm) {                                                                       \
+    return store_to<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                              \
+  }
+#define STORE(name, T, M)                                                                                              \
+  STORE_SI(name, T, M)                                                                                                 \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
+    return store_to<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                                                  \
+  }
+#define REPLICATE(name, T, M)                                                                                          \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
+                                      unsigned int imm) {                                                              \
+    return replicate<T, M>(state, zt, pg, rn, imm);                                                                    \
+  }
+
+LOAD(ld1b, u8, u8)
+LOAD(ld1b_h, u16, u8)
+LOAD(ld1b_s, u32, u8)
+LOAD(ld1b_d, u64, u8)
+LOAD(ld1sb_h, u16, s8)
+LOAD(ld1sb_s, u32, s8)
+LOAD(ld1sb_d, u64, s8)
+LOAD(ld1h, u16, u16)
+LOAD(ld1h_s, u32, u16)
+LOAD(ld1h_d, u64, u16)
+LOAD(ld1sh_s, u32, s16)
+LOAD(ld1sh_d, u64, s16)
+LOAD(ld1w, u32, u32)
+LOAD(ld1w_d, u64, u32)
+LOAD(ld1sw_d, u64, s32)
+LOAD(ld1d, u64, u64)
+
+STORE(st1b, u8, u8)
+STORE(st1b_h, u16, u8)
+STORE(st1b_s, u32, u8)
+STORE(st1b_d, u64, u8)
+STORE(st1h, u16, u16)
+STORE(st1h_s, u32, u16)
+STORE(st1h_d, u64, u16)
+STORE(st1w, u32, u32)
+STORE(st1w_d, u64, u32)
+STORE(st1d, u64, u64)
+
+// Non-temporal forms move the same elements; there is no hint to pass on.
+LOAD(ldnt1b, u8, u8)
+LOAD(ldnt1h, u16, u16)
+LOAD(ldnt1w, u32, u32)
+LOAD(ldnt1d, u64, u64)
+STORE(stnt1b, u8, u8)
+STORE(stnt1h, u16, u16)
+STORE(stnt1w, u32, u32)
+STORE(stnt1d, u64, u64)
+
+// Names of forms that no encoding produces; they behave as the plain forms of the same sizes.
+LOAD_SI(ld1sb, u8, u8)
+LOAD_SI(ld1sh, u16, u16)
+LOAD_SI(ld1sw, u32, u32)
+LOAD_SI(ld1sd, u64, u64)
+STORE_SI(st1sb, u8, u8)
+STORE_SI(st1sb_h, u16, u8)
+STORE_SI(st1sb_s, u32, u8)
+STORE_SI(st1sb_d, u64, u8)
+STORE_SI(st1sh, u16, u16)
+STORE_SI(st1sh_s, u32, u16)
+STORE_SI(st1sh_d, u64, u16)
+STORE_SI(st1sw, u32, u32)
+STORE_SI(st1sw_d, u64, u32)
+STORE_SI(st1sd, u64, u64)
+
+REPLICATE(ld1rb, u8, u8)
+REPLICATE(ld1rb_h, u16, u8)
+REPLICATE(ld1rb_s, u32, u8)
+REPLICATE(ld1rb_d, u64, u8)
+REPLICATE(ld1rh, u16, u16)
+REPLICATE(ld1rh_s, u32, u16)
+REPLICATE(ld1rh_d, u64, u16)
+REPLICATE(ld1rw, u32, u32)
+REPLICATE(ld1rw_d, u64, u32)
+REPLICATE(ld1rd, u64, u64)
+REPLICATE(ld1rsb_h, u16, s8)
+REPLICATE(ld1rsb_s, u32, s8)
+REPLICATE(ld1rsb_d, u64, s8)
+REPLICATE(ld1rsh_s, u32, s16)
+REPLICATE(ld1rsh_d, u64, s16)
+REPLICATE(ld1rsw_d, u64, s32)
+
+namespace {
+
+// The offset is formed as a signed 32-bit value.
+std::uint64_t offset_by(cpu_state* state, aarch64_i_rsp_reg rn, int imm, std::size_t unit) {
+  return read(state, rn) + static_cast<std::uint64_t>(static_cast<std::int64_t>(imm * static_cast<int>(unit)));
+}
+
+}  // namespace
+
+// ldr Zt, [Xn|SP, #imm, mul vl]
+aarch64_decode_rc sve_ldr_zri(cpu_state* state, aarch64_z_reg zt, aarch64_i_rsp_reg rn, int imm) {
+  std::memcpy(z_of(state, zt), reinterpret_cast<const void*>(offset_by(state, rn, imm, vector_bytes)), vector_bytes);
+  return executed;
+}
+
+// str Zt, [Xn|SP, #imm, mul vl]: rising 16-byte pieces, so that a fault leaves the pieces below it stored.
+aarch64_decode_rc sve_str_zri(cpu_state* state, aarch64_z_reg zt, aarch64_i_rsp_reg rn, int imm) {
+  const std::uint64_t address = offset_by(state, rn, imm, vector_bytes);
+  const byte* src = z_of(state, zt);
+  if (within_page(address, vector_bytes)) {
+    std::memcpy(reinterpret_cast<void*>(address), src, vector_bytes);
+    return executed;
+  }
+  for (std::size_t i = 0; i < vector_bytes; i += 16) {
+    std::memcpy(reinterpret_cast<void*>(address + i), src + i, 16);
+    asm volatile("" ::: "memory");
+  }
+  return executed;
+}
+
+// A packed predicate is 14 bytes, moved as two overlapping 8-byte accesses at bytes 0 and 6: no byte beyond is touched.
+static_assert(predicate_bytes == 14);
+
+// ldr Pt, [Xn|SP, #imm, mul vl]
+aarch64_decode_rc sve_ldr_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
+  const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
+  byte packed[predicate_bytes];
+  const std::uint64_t low = read_memory<std::uint64_t>(address), high = read_memory<std::uint64_t>(address + 6);
+  std::memcpy(packed, &low, 8);
+  std::memcpy(packed + 6, &high, 8);
+  unpack_bits(packed, p_of(state, pt), vector_bytes);
+  return executed;
+}
+
+// str Pt, [Xn|SP, #imm, mul vl]
+aarch64_decode_rc sve_str_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
+  const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
+  byte packed[predicate_bytes];
+  pack_bits(p_of(state, pt), packed, vector_bytes);
+  std::uint64_t low, high;
+  std::memcpy(&low, packed, 8);
+  std::memcpy(&high, packed + 6, 8);
+  write_memory(address, low);
+  asm volatile("" ::: "memory");
+  write_memory(address + 6, high);
+  return executed;
+}

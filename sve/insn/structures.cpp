@@ -1,0 +1,96 @@
+// Structure loads and stores: N interleaved streams between memory and N consecutive Z registers, Z31 followed by Z0.
+#include "sve/insn/memory.h"
+
+using namespace sve;
+
+namespace {
+
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+using u32 = std::uint32_t;
+using u64 = std::uint64_t;
+
+template <unsigned N>
+struct group {
+  group(cpu_state* state, aarch64_z_reg first) {
+    for (unsigned k = 0; k < N; ++k) z[k] = state->z[(first.number + k) % 32];
+  }
+  byte* z[N];
+};
+
+// Structures of N elements in rising order, and in each its fields in rising order. An inactive structure is not read, and
+// its elements become 0.
+template <class T, unsigned N>
+aarch64_decode_rc load_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
+  const group<N> to(state, zt);
+  const byte* predicate = p_of(state, pg);
+  if (all_active<T>(predicate)) {
+    for (std::size_t e = 0; e < lanes<T>; ++e)
+      for (unsigned k = 0; k < N; ++k) store<T>(to.z[k], e, read_memory<T>(start + (e * N + k) * sizeof(T)));
+    return executed;
+  }
+  for (std::size_t e = 0; e < lanes<T>; ++e) {
+    const bool is_active = active<T>(predicate, e);
+    for (unsigned k = 0; k < N; ++k)
+      store<T>(to.z[k], e, is_active ? read_memory<T>(start + (e * N + k) * sizeof(T)) : T{0});
+  }
+  return executed;
+}
+
+template <class T, unsigned N>
+aarch64_decode_rc store_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
+  const group<N> from(state, zt);
+  const byte* predicate = p_of(state, pg);
+  for (std::size_t e = 0; e < lanes<T>; ++e)
+    if (active<T>(predicate, e))
+      for (unsigned k = 0; k < N; ++k) write_memory<T>(start + (e * N + k) * sizeof(T), load<T>(from.z[k], e));
+  return executed;
+}
+
+// The immediate counts whole register groups.
+template <unsigned N>
+std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, int imm) {
+  return read(state, rn) + static_cast<std::uint64_t>(std::int64_t{imm} * static_cast<int>(N * vector_bytes));
+}
+template <class T>
+std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, aarch64_i_reg rm) {
+  return read(state, rn) + read(state, rm) * sizeof(T);
+}
+
+}  // namespace
+
+#define STRUCTURES(name, move, T, N)                                                                                   \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
+                                      int imm) {                                                                       \
+    return move<T, N>(state, zt, pg, start_at<N>(state, rn, imm));                                                     \
+  }                                                                                                                    \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
+    return move<T, N>(state, zt, pg, start_at<T>(state, rn, rm));                                                      \
+  }
+
+STRUCTURES(ld2b, load_structures, u8, 2)
+STRUCTURES(ld2h, load_structures, u16, 2)
+STRUCTURES(ld2w, load_structures, u32, 2)
+STRUCTURES(ld2d, load_structures, u64, 2)
+STRUCTURES(ld3b, load_structures, u8, 3)
+STRUCTURES(ld3h, load_structures, u16, 3)
+STRUCTURES(ld3w, load_structures, u32, 3)
+STRUCTURES(ld3d, load_structures, u64, 3)
+STRUCTURES(ld4b, load_structures, u8, 4)
+STRUCTURES(ld4h, load_structures, u16, 4)
+STRUCTURES(ld4w, load_structures, u32, 4)
+STRUCTURES(ld4d, load_structures, u64, 4)
+
+STRUCTURES(st2b, store_structures, u8, 2)
+STRUCTURES(st2h, store_structures, u16, 2)
+STRUCTURES(st2w, store_structures, u32, 2)
+STRUCTURES(st2d, store_structures, u64, 2)
+STRUCTURES(st3b, store_structures, u8, 3)
+STRUCTURES(st3h, store_structures, u16, 3)
+STRUCTURES(st3w, store_structures, u32, 3)
+STRUCTURES(st3d, store_structures, u64, 3)
+STRUCTURES(st4b, store_structures, u8, 4)
+STRUCTURES(st4h, store_structures, u16, 4)
+STRUCTURES(st4w, store_structures, u32, 4)
+STRUCTURES(st4d, store_structures, u64, 4)

@@ -1,0 +1,136 @@
+// Integer arithmetic, logic, multiply-add and address routines, element by element at any vector length.
+#include <limits>
+
+#include "sve/veclib/define.h"
+#include "sve/veclib/toolkit.h"
+
+using namespace sve;
+using namespace sve::veclib;
+
+namespace {
+
+template <class T>
+inline constexpr int width = 8 * sizeof(T);
+template <class T>
+inline constexpr int is_unsigned = std::is_unsigned_v<T> ? 1 : 0;
+
+// A type in which sums, differences and products of elements are exact or wrap as the element does.
+template <class T>
+using calculation = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+template <class T>
+constexpr calculation<T> in(T a) {
+  return static_cast<calculation<T>>(a);
+}
+
+constexpr auto sum = [](auto a, auto b) { return in(a) + in(b); };
+constexpr auto difference = [](auto a, auto b) { return in(a) - in(b); };
+constexpr auto reversed_difference = [](auto a, auto b) { return in(b) - in(a); };
+constexpr auto product = [](auto a, auto b) { return in(a) * in(b); };
+
+// Division never traps: by 0 it gives 0, and the smallest value by -1 gives the smallest value.
+constexpr auto quotient = [](auto a, auto b) {
+  using T = decltype(a);
+  if (b == 0) return T{0};
+  if constexpr (std::is_signed_v<T>)
+    if (a == std::numeric_limits<T>::min() && b == -1) return a;
+  return static_cast<T>(a / b);
+};
+constexpr auto reversed_quotient = [](auto a, auto b) { return quotient(b, a); };
+
+// The larger and the smaller, the absolute difference and the high half of the product: at the element's own width where
+// the host has an instruction, equal to the 128-bit formulas of the toolkit.
+constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
+constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
+constexpr auto absolute_difference = [](auto a, auto b) { return a > b ? in(a) - in(b) : in(b) - in(a); };
+constexpr auto high_product = [](auto a, auto b) {
+  using T = decltype(a);
+  if constexpr (sizeof(T) == 8) {
+    return bits(ShiftRightInt(static_cast<wide>(static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(a), 64, is_unsigned<T>)) *
+                                                static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(b), 64, is_unsigned<T>))),
+                              64));
+  } else {
+    using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
+    return static_cast<Wide>(a) * static_cast<Wide>(b) >> width<T>;
+  }
+};
+
+constexpr auto negated = [](auto a) { return 0 - in(a); };
+constexpr auto absolute = [](auto a) { return a < 0 ? 0 - in(a) : in(a); };
+constexpr auto inverted = [](auto a) { return ~a; };
+constexpr auto is_zero = [](auto a) { return a == 0 ? 1 : 0; };
+
+// a + b*c and the like; in the MADD forms a is the multiplicand and c the addend.
+constexpr auto mla = [](auto a, auto b, auto c) { return in(a) + in(b) * in(c); };
+constexpr auto mls = [](auto a, auto b, auto c) { return in(a) - in(b) * in(c); };
+constexpr auto madd = [](auto a, auto b, auto c) { return in(c) + in(a) * in(b); };
+constexpr auto msub = [](auto a, auto b, auto c) { return in(c) - in(a) * in(b); };
+
+template <class T, class Op>
+VectorV with_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
+  const T value = static_cast<T>(imm);
+  return mapped<T>(ctx, [op, value](T x) { return op(x, value); }, a);
+}
+
+// Base plus offset times scale, the offset as it is or its low 32 bits extended.
+template <unsigned Scale>
+constexpr auto address = [](auto base, auto offset) { return base + offset * Scale; };
+template <unsigned Scale>
+constexpr auto address_sxtw = [](auto base, auto offset) {
+  return base + static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(offset))) * Scale;
+};
+template <unsigned Scale>
+constexpr auto address_uxtw = [](auto base, auto offset) {
+  return base + static_cast<std::uint64_t>(static_cast<std::uint32_t>(offset)) * Scale;
+};
+
+}  // namespace
+
+#define UNSIGNED_TYPES U8, U16, U32, U64
+#define SIGNED_TYPES S8, S16, S32, S64
+#define INTEGER_TYPES UNSIGNED_TYPES, SIGNED_TYPES
+
+SVE_DEFINE_VVM(AddVVM, merging<T>(a, p, b, ctx, sum), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(SubVVM, merging<T>(a, p, b, ctx, difference), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(SubRVVM, merging<T>(a, p, b, ctx, reversed_difference), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(MulVVM, merging<T>(a, p, b, ctx, product), SIGNED_TYPES)
+SVE_DEFINE_VVM(MulHVVM, merging<T>(a, p, b, ctx, high_product), INTEGER_TYPES)
+SVE_DEFINE_VVM(DivVVM, merging<T>(a, p, b, ctx, quotient), U32, U64, S32, S64)
+SVE_DEFINE_VVM(DivRVVM, merging<T>(a, p, b, ctx, reversed_quotient), U32, U64, S32, S64)
+SVE_DEFINE_VVM(MaxVVM, merging<T>(a, p, b, ctx, larger), INTEGER_TYPES)
+SVE_DEFINE_VVM(MinVVM, merging<T>(a, p, b, ctx, smaller), INTEGER_TYPES)
+SVE_DEFINE_VVM(AbdVVM, merging<T>(a, p, b, ctx, absolute_difference), INTEGER_TYPES)
+
+SVE_DEFINE_VVM(NegVM, merging_unary<T>(a, p, b, ctx, negated), SIGNED_TYPES)
+SVE_DEFINE_VVM(AbsVM, merging_unary<T>(a, p, b, ctx, absolute), SIGNED_TYPES)
+SVE_DEFINE_VVM(InvVM, merging_unary<T>(a, p, b, ctx, inverted), UNSIGNED_TYPES)  // not: the bitwise inverse
+SVE_DEFINE_VVM(NotVM, merging_unary<T>(a, p, b, ctx, is_zero), UNSIGNED_TYPES)   // cnot: the logical inverse
+
+SVE_DEFINE_VVVM(MLAVVVM, merging_ternary<T>(a, p, b, c, ctx, mla), SIGNED_TYPES)
+SVE_DEFINE_VVVM(MLSVVVM, merging_ternary<T>(a, p, b, c, ctx, mls), SIGNED_TYPES)
+SVE_DEFINE_VVVM(MADDVVVM, merging_ternary<T>(a, p, b, c, ctx, madd), SIGNED_TYPES)
+SVE_DEFINE_VVVM(MSUBVVVM, merging_ternary<T>(a, p, b, c, ctx, msub), SIGNED_TYPES)
+
+SVE_DEFINE_VV(AddVVX, mapped<T>(ctx, sum, a, b), UNSIGNED_TYPES)
+SVE_DEFINE_VV(SubVVX, mapped<T>(ctx, difference, a, b), UNSIGNED_TYPES)
+
+SVE_DEFINE_VI(AddVIX, with_immediate<T>(a, imm, ctx, sum), UNSIGNED_TYPES)
+SVE_DEFINE_VI(SubVIX, with_immediate<T>(a, imm, ctx, difference), UNSIGNED_TYPES)
+SVE_DEFINE_VI(SubRVIX, with_immediate<T>(a, imm, ctx, reversed_difference), UNSIGNED_TYPES)
+SVE_DEFINE_VI_SIGNED(MulVIX, with_immediate<T>(a, static_cast<std::uint64_t>(imm), ctx, product), SIGNED_TYPES)
+SVE_DEFINE_VI(MaxVIX, with_immediate<T>(a, imm, ctx, larger), UNSIGNED_TYPES)
+SVE_DEFINE_VI(MinVIX, with_immediate<T>(a, imm, ctx, smaller), UNSIGNED_TYPES)
+SVE_DEFINE_VI_SIGNED(MaxVIX, with_immediate<T>(a, static_cast<std::uint64_t>(imm), ctx, larger), SIGNED_TYPES)
+SVE_DEFINE_VI_SIGNED(MinVIX, with_immediate<T>(a, static_cast<std::uint64_t>(imm), ctx, smaller), SIGNED_TYPES)
+
+SVE_DEFINE_VV(LEA1VV, mapped<T>(ctx, address<1>, a, b), U32, U64)
+SVE_DEFINE_VV(LEA2VV, mapped<T>(ctx, address<2>, a, b), U32, U64)
+SVE_DEFINE_VV(LEA4VV, mapped<T>(ctx, address<4>, a, b), U32, U64)
+SVE_DEFINE_VV(LEA8VV, mapped<T>(ctx, address<8>, a, b), U32, U64)
+SVE_DEFINE_VV(LEA1XVV, mapped<T>(ctx, address_sxtw<1>, a, b), U64)
+SVE_DEFINE_VV(LEA2XVV, mapped<T>(ctx, address_sxtw<2>, a, b), U64)
+SVE_DEFINE_VV(LEA4XVV, mapped<T>(ctx, address_sxtw<4>, a, b), U64)
+SVE_DEFINE_VV(LEA8XVV, mapped<T>(ctx, address_sxtw<8>, a, b), U64)
+SVE_DEFINE_VV(LEA1YVV, mapped<T>(ctx, address_uxtw<1>, a, b), U64)
+SVE_DEFINE_VV(LEA2YVV, mapped<T>(ctx, address_uxtw<2>, a, b), U64)
+SVE_DEFINE_VV(LEA4YVV, mapped<T>(ctx, address_uxtw<4>, a, b), U64)
+SVE_DEFINE_VV(LEA8YVV, mapped<T>(ctx, address_uxtw<8>, a, b), U64)

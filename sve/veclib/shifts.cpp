@@ -1,0 +1,125 @@
+// Shifts and bit operations. An amount is the whole element, or the whole 64-bit element in the wide forms: nothing cuts
+// it to a few low bits.
+#include "sve/veclib/define.h"
+#include "sve/veclib/toolkit.h"
+
+using namespace sve;
+using namespace sve::veclib;
+
+namespace {
+
+template <class T>
+inline constexpr int width = 8 * sizeof(T);
+
+// The shifts for any unsigned amount, equal to ShiftLeftInt and ShiftRightInt on the widened element.
+constexpr auto left = [](auto a, auto n) {
+  using T = decltype(a);
+  using Wide = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+  const auto in_range = n < static_cast<decltype(n)>(width<T>) ? n : decltype(n){0};
+  const Wide shifted = static_cast<Wide>(static_cast<Wide>(a) << in_range);
+  return n < static_cast<decltype(n)>(width<T>) ? shifted : Wide{0};
+};
+constexpr auto right = [](auto a, auto n) {
+  using T = decltype(a);
+  constexpr auto limit = static_cast<decltype(n)>(width<T> - 1);
+  if constexpr (std::is_signed_v<T>)
+    return static_cast<T>(a >> (n < limit ? n : limit));
+  else
+    return n > limit ? T{0} : static_cast<T>(a >> (n > limit ? decltype(n){0} : n));
+};
+
+// The element is shifted by the other operand, read as unsigned.
+constexpr auto left_by = [](auto a, auto b) { return left(a, static_cast<unsigned_of<decltype(b)>>(b)); };
+constexpr auto right_by = [](auto a, auto b) { return right(a, static_cast<unsigned_of<decltype(b)>>(b)); };
+constexpr auto left_reversed = [](auto a, auto b) { return left_by(b, a); };
+constexpr auto right_reversed = [](auto a, auto b) { return right_by(b, a); };
+
+template <class T, class Op>
+VectorV immediate_merging(const VectorV& a, const PredV& p, std::uint64_t imm, const CpuContext* ctx, Op op) {
+  const unsigned n = static_cast<unsigned>(imm);
+  return merging_unary<T>(a, p, a, ctx, [op, n](T x) { return op(x, n); });
+}
+
+template <class T, class Op>
+VectorV immediate_mapped(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
+  const unsigned n = static_cast<unsigned>(imm);
+  return mapped<T>(ctx, [op, n](T x) { return op(x, n); }, a);
+}
+
+// The amounts of a wide shift, spread to one for each element: every element of a 64-bit unit takes that unit's amount.
+// An amount above the width shifts as the width does, so that it fits the narrow element.
+template <class T>
+VectorV narrowed_amounts(const VectorV& wide_amounts, const CpuContext* ctx) {
+  VectorV amounts;
+  constexpr std::size_t per_unit = 8 / sizeof(T);
+  const std::size_t units = granules(ctx);
+  for (std::size_t u = 0; u < units; ++u) {
+    const std::uint64_t amount = load<std::uint64_t>(wide_amounts.bytes, u);
+    const T narrow = static_cast<T>(amount < static_cast<unsigned>(width<T>) ? amount : width<T>);
+    for (std::size_t i = 0; i < per_unit; ++i) store<T>(amounts.bytes, u * per_unit + i, narrow);
+  }
+  return amounts;
+}
+
+// Division by a power of two, rounded towards zero.
+constexpr auto divided = [](auto a, unsigned n) {
+  using T = decltype(a);
+  const std::int64_t bias = a < 0 ? static_cast<std::int64_t>(n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1) : 0;
+  if constexpr (sizeof(T) == 8) {
+    // The biased sum needs 65 bits only for a non-negative element, which has no bias; n of 64 leaves 0.
+    const std::uint64_t sum = static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(bias);
+    return n >= 64 ? T{0} : static_cast<T>(static_cast<std::int64_t>(sum) >> n);
+  } else {
+    return static_cast<T>((static_cast<std::int64_t>(a) + bias) >> n);
+  }
+};
+
+template <class T>
+constexpr auto count_leading_zeros = [](T a) { return CountLeadingZeroBits(a, width<T>); };
+template <class T>
+constexpr auto count_leading_signs = [](T a) { return CountLeadingSignBits(a, width<T>); };
+template <class T>
+constexpr auto count_bits = [](T a) { return BitCount(a, width<T>); };
+template <class T>
+constexpr auto reverse_bits = [](T a) { return BitReverse(a, width<T>); };
+
+}  // namespace
+
+#define UNSIGNED_TYPES U8, U16, U32, U64
+#define SIGNED_TYPES S8, S16, S32, S64
+#define INTEGER_TYPES UNSIGNED_TYPES, SIGNED_TYPES
+
+SVE_DEFINE_VVM(ShlVVM, merging<T>(a, p, b, ctx, left_by), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(ShrVVM, merging<T>(a, p, b, ctx, right_by), INTEGER_TYPES)
+SVE_DEFINE_VVM(ShlRVVM, merging<T>(a, p, b, ctx, left_reversed), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(ShrRVVM, merging<T>(a, p, b, ctx, right_reversed), INTEGER_TYPES)
+
+SVE_DEFINE_VVM(ShlVWM, merging<T>(a, p, narrowed_amounts<T>(b, ctx), ctx, left_by), U8, U16, U32)
+SVE_DEFINE_VVM(ShrVWM, merging<T>(a, p, narrowed_amounts<T>(b, ctx), ctx, right_by), U8, U16, U32, S8, S16, S32)
+SVE_DEFINE_VV(ShlVWX, mapped<T>(ctx, left_by, a, narrowed_amounts<T>(b, ctx)), U8, U16, U32)
+SVE_DEFINE_VV(ShrVWX, mapped<T>(ctx, right_by, a, narrowed_amounts<T>(b, ctx)), U8, U16, U32, S8, S16, S32)
+
+SVE_DEFINE_VIM(ShlVIM, immediate_merging<T>(a, p, imm, ctx, left), UNSIGNED_TYPES)
+SVE_DEFINE_VIM(ShrVIM, immediate_merging<T>(a, p, imm, ctx, right), INTEGER_TYPES)
+SVE_DEFINE_VIM(ShrDVIM, immediate_merging<T>(a, p, imm, ctx, divided), SIGNED_TYPES)
+SVE_DEFINE_VI(ShlVIX, immediate_mapped<T>(a, imm, ctx, left), UNSIGNED_TYPES)
+SVE_DEFINE_VI(ShrVIX, immediate_mapped<T>(a, imm, ctx, right), UNSIGNED_TYPES)
+SVE_DEFINE_VI_SIGNED(ShrVIX, immediate_mapped<T>(a, static_cast<std::uint64_t>(imm), ctx, right), SIGNED_TYPES)
+
+SVE_DEFINE_VVM(ClzVM, merging_unary<T>(a, p, b, ctx, count_leading_zeros<T>), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(ClsVM, merging_unary<T>(a, p, b, ctx, count_leading_signs<T>), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(CntVM, merging_unary<T>(a, p, b, ctx, count_bits<T>), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(RBitVM, merging_unary<T>(a, p, b, ctx, reverse_bits<T>), UNSIGNED_TYPES)
+
+// Whole-vector logic.
+SVE_DEFINE_VV(AndVVX, mapped<T>(ctx, [](T x, T y) { return x & y; }, a, b), U64)
+SVE_DEFINE_VV(OrVVX, mapped<T>(ctx, [](T x, T y) { return x | y; }, a, b), U64)
+SVE_DEFINE_VV(XorVVX, mapped<T>(ctx, [](T x, T y) { return x ^ y; }, a, b), U64)
+SVE_DEFINE_VV(BicVVX, mapped<T>(ctx, [](T x, T y) { return x & ~y; }, a, b), U64)
+SVE_DEFINE_VI(AndVIX, mapped<T>(ctx, [imm](T x) { return x & imm; }, a), U64)
+SVE_DEFINE_VI(OrVIX, mapped<T>(ctx, [imm](T x) { return x | imm; }, a), U64)
+SVE_DEFINE_VI(XorVIX, mapped<T>(ctx, [imm](T x) { return x ^ imm; }, a), U64)
+SVE_DEFINE_VVM(AndVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & y; }), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(OrVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x | y; }), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(XorVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x ^ y; }), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(BicVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & ~y; }), UNSIGNED_TYPES)

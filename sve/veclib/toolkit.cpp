@@ -1,0 +1,122 @@
+// The parts of the scalar toolkit that no fast path uses.
+#include "sve/veclib/toolkit.h"
+
+namespace sve {
+
+namespace {
+
+// 2 to the n, minus 1, in 128 bits, for n up to 128.
+constexpr unsigned_wide low_mask(int n) {
+  return n >= 128 ? ~unsigned_wide{0} : n <= 0 ? 0 : (unsigned_wide{1} << n) - 1;
+}
+
+// The low word of the smallest value at the width: the negation of 2 to the width - 1, taken at 64 bits.
+constexpr std::uint64_t smallest(int width) { return 0 - static_cast<std::uint64_t>(low_mask(width - 1) + 1); }
+
+constexpr unsigned_wide shift_left(wide x, int n) { return n > 127 ? 0 : static_cast<unsigned_wide>(x) << n; }
+
+}  // namespace
+
+unsigned_wide PolynomialMult(std::uint64_t a, std::uint64_t b) {
+  unsigned_wide product = 0;
+  for (int i = 0; i < 64; ++i)
+    if (b >> i & 1) product ^= unsigned_wide{a} << i;
+  return product;
+}
+
+saturated SatQShift(wide x, int width, int is_unsigned) {
+  if (is_unsigned != 1) {
+    const wide max = static_cast<wide>(low_mask(width - 1));
+    if (x > max) return {bits(max), 1};
+    if (x >= -max - 1) return {bits(x), 0};
+    return {smallest(width), 1};
+  }
+  if (x < 0) return {0, 1};
+  if (static_cast<unsigned_wide>(x) <= low_mask(width)) return {bits(x), 0};
+  return {ones(width), 1};
+}
+
+saturated SatQUShift(wide x, int n) {
+  // The test looks at the low 64 bits alone, and the shift is by twice the width: required as they stand.
+  if (bits(x) <= static_cast<std::uint64_t>(low_mask(n))) return {bits(x), 0};
+  return (x >> (2 * n > 127 ? 127 : 2 * n)) == 0 ? saturated{ones(n), 1} : saturated{0, 1};
+}
+
+std::uint64_t SatMult(std::uint64_t a, std::uint64_t b, int width, int is_unsigned) {
+  return bits(static_cast<wide>(static_cast<unsigned_wide>(Int(a, width, is_unsigned)) *
+                                static_cast<unsigned_wide>(Int(b, width, is_unsigned))));
+}
+
+saturated ShiftQLeftInt(wide x, wide n, int width, int is_unsigned) {
+  if (n < 0) return {bits(ShiftRightInt(x, NegInt(n))), 0};
+  if (n >= width) {
+    if (x == 0) return {0, 0};
+    if (is_unsigned == 1) return {ones(width), 1};
+    return {x < 0 ? smallest(width) : static_cast<std::uint64_t>(low_mask(width - 1)), 1};
+  }
+  return SatQShift(static_cast<wide>(shift_left(x, static_cast<int>(n))), width, is_unsigned);
+}
+
+std::uint64_t SatShiftLeft(std::uint64_t x, std::uint64_t n, int width, int is_unsigned) {
+  const wide amount = Int(n, width, is_unsigned), value = Int(x, width, is_unsigned);
+  // A negative amount stands, and only its low 32 bits go on.
+  const int shift = static_cast<int>(amount < width ? amount : width);
+  const wide shifted = static_cast<wide>(static_cast<unsigned_wide>(value) << (static_cast<unsigned>(shift) & 127u));
+  if (!SatQ(shifted, width, is_unsigned).flag) return bits(shifted);
+  if (is_unsigned == 1) return width >= 64 ? ~std::uint64_t{0} : ones(width);
+  const std::uint64_t base = width > 64 ? 0 : std::uint64_t{1} << (width - 1);
+  return (x >> (width - 1)) == 0 ? base - 1 : base;
+}
+
+saturated SatShiftLeftU(std::uint64_t x, std::uint64_t n, int width) {
+  const wide amount = UInt(n, width), value = Int(x, width, 0);
+  const int shift = static_cast<int>(amount < width ? amount : width);
+  const unsigned_wide shifted = shift_left(value, shift);
+  if ((shifted >> width) == 0) return {static_cast<std::uint64_t>(shifted), 0};
+  return (x >> (width - 1)) == 0 ? saturated{ones(width), 1} : saturated{0, 1};
+}
+
+BigInt toBigInt(wide x) {
+  const std::uint64_t sign = x < 0 ? ~std::uint64_t{0} : 0;
+  return {{bits(x), static_cast<std::uint64_t>(static_cast<unsigned_wide>(x) >> 64), sign, sign}};
+}
+
+BigInt AddBigInt(const BigInt& a, const BigInt& b) {
+  BigInt sum;
+  unsigned_wide carry = 0;
+  for (int i = 0; i < 4; ++i) {
+    carry += unsigned_wide{a.limbs[i]} + b.limbs[i];
+    sum.limbs[i] = static_cast<std::uint64_t>(carry);
+    carry >>= 64;
+  }
+  return sum;
+}
+
+saturated SatQBigInt(const BigInt& v, int width, int is_unsigned) {
+  const std::uint64_t* l = v.limbs;
+  const bool negative = l[3] >> 63;
+  const auto fits = [&](int n) {  // no bits at n or above
+    return l[1] == 0 && l[2] == 0 && l[3] == 0 && (n >= 64 || l[0] >> n == 0);
+  };
+  if (is_unsigned == 1) {
+    if (negative) return {0, 1};
+    return fits(width) ? saturated{l[0], 0} : saturated{ones(width), 1};
+  }
+  if (!negative) return fits(width - 1) ? saturated{l[0] & ones(width), 0} : saturated{ones(width - 1), 1};
+  const std::uint64_t sign = std::uint64_t{1} << (width - 1);
+  const bool in_range = (l[1] & l[2] & l[3]) == ~std::uint64_t{0} && (l[0] | (sign - 1)) == ~std::uint64_t{0};
+  return in_range ? saturated{l[0] & ones(width), 0} : saturated{sign, 1};
+}
+
+BigInt ShiftRightBigInt(const BigInt& v, int n) {
+  if (n == 0) return v;
+  const std::uint64_t sign = v.limbs[3] >> 63 ? ~std::uint64_t{0} : 0;
+  const int places = n / 64, within = n % 64;  // places is 0 or 1
+  const auto limb = [&](int i) { return i < 4 ? v.limbs[i] : sign; };
+  BigInt r;
+  for (int i = 0; i < 4; ++i)
+    r.limbs[i] = within == 0 ? limb(i + places) : limb(i + places) >> within | limb(i + places + 1) << (64 - within);
+  return r;
+}
+
+}  // namespace sve
