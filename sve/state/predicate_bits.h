@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "sve/state/vector_length.h"
+
 #if defined(__AVX2__)
 #include <immintrin.h>
 #elif defined(__ARM_NEON)
@@ -84,5 +86,48 @@ inline void unpack_8(std::uint8_t bits, std::uint8_t* bytes) {
 #endif
   for (; i < count; i += 8) unpack_8(bits[i / 8], bytes + i);
 }
+
+/// The bits of a whole predicate register, as two words.
+struct register_bits {
+  std::uint64_t low, high;
+
+  register_bits(std::uint64_t l, std::uint64_t h) : low(l), high(h) {}
+  explicit register_bits(const std::uint8_t* bytes) : low(0), high(0) {
+    static_assert(vector_bytes <= 128);
+    std::uint8_t packed[16] = {};
+    pack_bits(bytes, packed, vector_bytes);
+    std::memcpy(&low, packed, 8);
+    std::memcpy(&high, packed + 8, 8);
+  }
+  /// The bits that decide over elements of `size` bytes: every size-th one.
+  static register_bits elements(unsigned size) {
+    constexpr std::uint64_t every[] = {~std::uint64_t{0}, 0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
+                                       0x0101010101010101u};
+    const std::uint64_t mask = every[size - 1];
+    return {mask, mask & ((std::uint64_t{1} << (vector_bytes - 64)) - 1)};
+  }
+  /// The bits 0 to `end` - 1.
+  static register_bits below(int end) {
+    const auto ones = [](int n) { return n <= 0 ? 0 : n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1; };
+    return {ones(end), ones(end - 64)};
+  }
+
+  friend register_bits operator&(register_bits a, register_bits b) { return {a.low & b.low, a.high & b.high}; }
+  friend register_bits operator~(register_bits a) { return {~a.low, ~a.high}; }
+  explicit operator bool() const { return (low | high) != 0; }
+  bool test(int i) const { return (i < 64 ? low >> i : high >> (i - 64)) & 1; }
+  /// Index of the lowest and of the highest set bit, or -1.
+  int first() const { return low ? __builtin_ctzll(low) : high ? 64 + __builtin_ctzll(high) : -1; }
+  int last() const { return high ? 127 - __builtin_clzll(high) : low ? 63 - __builtin_clzll(low) : -1; }
+  int count() const { return __builtin_popcountll(low) + __builtin_popcountll(high); }
+
+  /// Spreads the bits to the bytes of a register, 0 or 1.
+  void spread(std::uint8_t* bytes) const {
+    std::uint8_t packed[16];
+    std::memcpy(packed, &low, 8);
+    std::memcpy(packed + 8, &high, 8);
+    unpack_bits(packed, bytes, vector_bytes);
+  }
+};
 
 }  // namespace sve

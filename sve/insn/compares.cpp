@@ -1,0 +1,75 @@
+// Integer compares: a canonical predicate, zero where Pg is inactive, and the flags from it.
+#include "sve/insn/lanes.h"
+#include "sve/insn/predicates.h"
+
+using namespace sve;
+
+namespace {
+
+template <class T>
+aarch64_decode_rc finish(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, const byte* result) {
+  sve_ptest<T>(state, reinterpret_cast<const char*>(p_of(state, pg)), reinterpret_cast<const char*>(result));
+  std::memcpy(p_of(state, pd), result, vector_bytes);  // last, since Pd may be Pg
+  return executed;
+}
+
+template <signedness S, class Test>
+aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, aarch64_z_reg zm,
+                          Test test) {
+  return for_size(pd.size, [&](auto element) {
+    using T = lane<decltype(element), S>;
+    alignas(32) byte result[vector_bytes];
+    compare_lanes<T>(result, p_of(state, pg), lanes<T>, test, z_of(state, zn), z_of(state, zm));
+    finish<decltype(element)>(state, pd, pg, result);
+  });
+}
+
+// The immediate is cut to the element's width.
+template <signedness S, class Immediate, class Test>
+aarch64_decode_rc compare_immediate(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,
+                                    Immediate imm, Test test) {
+  return for_size(pd.size, [&](auto element) {
+    using T = lane<decltype(element), S>;
+    alignas(32) byte result[vector_bytes];
+    const T value = static_cast<T>(imm);
+    compare_lanes<T>(result, p_of(state, pg), lanes<T>, [test, value](T a) { return test(a, value); }, z_of(state, zn));
+    finish<decltype(element)>(state, pd, pg, result);
+  });
+}
+
+constexpr auto equal = [](auto a, auto b) { return a == b; };
+constexpr auto different = [](auto a, auto b) { return a != b; };
+constexpr auto greater = [](auto a, auto b) { return a > b; };
+constexpr auto greater_or_equal = [](auto a, auto b) { return a >= b; };
+constexpr auto less = [](auto a, auto b) { return a < b; };
+constexpr auto less_or_equal = [](auto a, auto b) { return a <= b; };
+
+}  // namespace
+
+// cmp<cc> Pd.T, Pg/Z, Zn.T, Zm.T
+#define COMPARE(cc, signedness_, test)                                                                           \
+  aarch64_decode_rc sve_cmp##cc##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,   \
+                                       aarch64_z_reg zm) {                                                       \
+    return compare<signedness::signedness_>(state, pd, pg, zn, zm, test);                                        \
+  }
+// cmp<cc> Pd.T, Pg/Z, Zn.T, #imm
+#define COMPARE_IMMEDIATE(cc, signedness_, type, test)                                                           \
+  aarch64_decode_rc sve_cmp##cc##_ppzi(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,   \
+                                       type imm) {                                                               \
+    return compare_immediate<signedness::signedness_>(state, pd, pg, zn, imm, test);                             \
+  }
+
+COMPARE(eq, signed_, equal)
+COMPARE(ne, signed_, different)
+COMPARE(ge, signed_, greater_or_equal)
+COMPARE(gt, signed_, greater)
+COMPARE(hs, unsigned_, greater_or_equal)
+COMPARE(hi, unsigned_, greater)
+
+COMPARE_IMMEDIATE(eq, signed_, int, equal)
+COMPARE_IMMEDIATE(ne, signed_, int, different)
+COMPARE_IMMEDIATE(gt, signed_, int, greater)
+COMPARE_IMMEDIATE(lt, signed_, int, less)
+COMPARE_IMMEDIATE(le, signed_, int, less_or_equal)
+COMPARE_IMMEDIATE(hi, unsigned_, unsigned int, greater)
+COMPARE_IMMEDIATE(lo, unsigned_, unsigned int, less)

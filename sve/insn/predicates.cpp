@@ -1,0 +1,319 @@
+// Predicate generation, logic, partition and tests, and the first-fault register.
+#include "sve/insn/predicates.h"
+
+#include <bit>
+#include <limits>
+
+#include "sve/insn/lanes.h"
+#include "sve/state/patterns.h"
+#include "sve/state/predicate_bits.h"
+
+using namespace sve;
+
+template <class T>
+void sve_ptest(cpu_state* state, const char* mask_bytes, const char* result_bytes) {
+  const auto bytes = [](const char* p) { return reinterpret_cast<const byte*>(p); };
+  const register_bits mask = register_bits(bytes(mask_bytes)) & register_bits::elements(sizeof(T));
+  const register_bits result(bytes(result_bytes));
+  const bool any = static_cast<bool>(mask);
+  write_flags(state, any && result.test(mask.first()), !(mask & result), !(any && result.test(mask.last())), false);
+}
+
+template void sve_ptest<signed char>(cpu_state*, const char*, const char*);
+template void sve_ptest<short>(cpu_state*, const char*, const char*);
+template void sve_ptest<int>(cpu_state*, const char*, const char*);
+template void sve_ptest<long>(cpu_state*, const char*, const char*);
+template void sve_ptest<unsigned char>(cpu_state*, const char*, const char*);
+template void sve_ptest<unsigned short>(cpu_state*, const char*, const char*);
+template void sve_ptest<unsigned int>(cpu_state*, const char*, const char*);
+template void sve_ptest<unsigned long>(cpu_state*, const char*, const char*);
+
+namespace {
+
+const char* chars(const byte* p) { return reinterpret_cast<const char*>(p); }
+
+// ---- Predicates whose first elements are true ----
+
+// A register's worth of true elements of T followed by one of false ones: any leading count is one copy from it.
+template <class T>
+struct leading_table {
+  constexpr leading_table() {
+    for (std::size_t i = 0; i < vector_bytes; i += sizeof(T)) bytes[i] = 1;
+  }
+  byte bytes[2 * vector_bytes] = {};
+};
+template <class T>
+inline constexpr leading_table<T> leading_true;
+
+template <class T>
+void set_leading(byte* predicate, std::size_t elements) {
+  std::memcpy(predicate, leading_true<T>.bytes + vector_bytes - elements * sizeof(T), vector_bytes);
+}
+
+// The pattern's count at this vector length, for each pattern and element size.
+struct pattern_counts {
+  constexpr pattern_counts() {
+    for (unsigned size = 0; size < 4; ++size)
+      for (unsigned pattern = 0; pattern < 32; ++pattern)
+        count[size][pattern] = static_cast<byte>(VecTrueILength(pattern, vector_bytes >> size));
+  }
+  byte count[4][32] = {};
+};
+constexpr pattern_counts patterns;
+
+// `true_elements(count)` says how many leading elements compare true. The flags are those of a mask with every element
+// active.
+template <class TrueElements>
+aarch64_decode_rc set_while(cpu_state* state, aarch64_p_reg pd, TrueElements true_elements) {
+  return for_size(pd.size, [&](auto element) {
+    using T = decltype(element);
+    const std::size_t n = true_elements(lanes<T>);
+    set_leading<T>(p_of(state, pd), n);
+    write_flags(state, n != 0, n == 0, n != lanes<T>, false);
+  });
+}
+
+// How many i below `count` have first + i < limit, without wrap-around; the subtraction is exact as unsigned.
+template <class T>
+std::size_t less_than(T first, T limit, std::size_t count) {
+  if (first >= limit) return 0;
+  const unsigned_of<T> distance = static_cast<unsigned_of<T>>(limit) - static_cast<unsigned_of<T>>(first);
+  return distance < count ? distance : count;
+}
+
+// The same for first + i <= limit; a limit at the largest value is never passed.
+template <class T>
+std::size_t less_or_equal(T first, T limit, std::size_t count) {
+  if (limit == std::numeric_limits<T>::max()) return count;
+  return less_than<T>(first, static_cast<T>(limit + 1), count);
+}
+
+// Calls `compare(rn, rm)` with both scalars at the width of the instruction: 64 bits for code 3, else 32.
+template <class Wide, class Narrow, class Compare>
+std::size_t at_width(const cpu_state* state, aarch64_i_reg rn, aarch64_i_reg rm, Compare compare) {
+  const std::uint64_t n = read(state, rn), m = read(state, rm);
+  if (rn.size == element_d) return compare(static_cast<Wide>(n), static_cast<Wide>(m));
+  return compare(static_cast<Narrow>(n), static_cast<Narrow>(m));
+}
+
+// ---- Logic on bytes ----
+
+// Bytes where Pg is inactive become 0 under the zeroing qualifier and keep the old Pd otherwise.
+template <class Op, class... Sources>
+aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Op op, const Sources*... src) {
+  byte* dst = p_of(state, pd);
+  byte result[vector_bytes];
+  if (pg.size == aarch64_p_reg::zeroing)
+    for (std::size_t i = 0; i < vector_bytes; ++i)
+      result[i] = static_cast<byte>(op(src[i]...) & -(p_of(state, pg)[i] & 1));
+  else
+    merge_lanes<byte>(result, dst, p_of(state, pg), vector_bytes, op, src...);
+  std::memcpy(dst, result, vector_bytes);
+  return executed;
+}
+
+// ---- Partition ----
+
+// Active bytes of Pg take the bits of `result`, inactive ones are 0 or keep the old Pd.
+aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, register_bits result) {
+  byte bytes[vector_bytes];
+  result.spread(bytes);
+  const byte* spread = bytes;
+  return byte_logic(state, pd, pg, [](byte b) { return b; }, spread);
+}
+
+// The bits up to the first active element at which Pn is true, that element included or not.
+register_bits before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool inclusive) {
+  const int at = (register_bits(p_of(state, pg)) & register_bits(p_of(state, pn))).first();
+  return at < 0 ? register_bits::below(vector_bytes) : register_bits::below(inclusive ? at + 1 : at);
+}
+
+// Whether the byte of Pn, as a whole, is nonzero at the last element active in Pg.
+bool last_is_true(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn) {
+  const int last = register_bits(p_of(state, pg)).last();
+  return last >= 0 && p_of(state, pn)[last] != 0;
+}
+
+aarch64_decode_rc sve_brkn(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg, aarch64_p_reg pn, bool setflags) {
+  byte* dst = p_of(state, pdm);
+  if (!last_is_true(state, pg, pn)) std::memset(dst, 0, vector_bytes);
+  if (setflags) {
+    // The mask of this test is all true, not Pg.
+    const register_bits result(dst);
+    write_flags(state, result.test(0), !result, !result.test(vector_bytes - 1), false);
+  }
+  return executed;
+}
+
+aarch64_decode_rc sve_brkpb(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn, aarch64_p_reg pm,
+                            bool setflags) {
+  register_bits result(0, 0);
+  if (last_is_true(state, pg, pn)) result = register_bits(p_of(state, pg)) & before_break(state, pg, pm, false);
+  byte bytes[vector_bytes];
+  result.spread(bytes);
+  if (setflags) sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(bytes));
+  std::memcpy(p_of(state, pd), bytes, vector_bytes);
+  return executed;
+}
+
+}  // namespace
+
+// pfalse Pd.B
+aarch64_decode_rc sve_pfalse_p(cpu_state* state, aarch64_p_reg pd) {
+  std::memset(p_of(state, pd), 0, vector_bytes);
+  return executed;
+}
+
+// ptrue Pd.T, pattern
+aarch64_decode_rc sve_ptrue_pi(cpu_state* state, aarch64_p_reg pd, unsigned int pattern) {
+  return for_size(pd.size, [&](auto element) {
+    set_leading<decltype(element)>(p_of(state, pd), patterns.count[std::countr_zero(sizeof element)][pattern & 31]);
+  });
+}
+
+// whilelt Pd.T, Rn, Rm
+aarch64_decode_rc sve_whilelt_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_reg rn, aarch64_i_reg rm) {
+  return set_while(state, pd, [&](std::size_t count) {
+    return at_width<std::int64_t, std::int32_t>(state, rn, rm, [&](auto n, auto m) { return less_than(n, m, count); });
+  });
+}
+
+// whilelo Pd.T, Rn, Rm
+aarch64_decode_rc sve_whilelo_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_reg rn, aarch64_i_reg rm) {
+  return set_while(state, pd, [&](std::size_t count) {
+    return at_width<std::uint64_t, std::uint32_t>(state, rn, rm, [&](auto n, auto m) { return less_than(n, m, count); });
+  });
+}
+
+// whilels Pd.T, Rn, Rm
+aarch64_decode_rc sve_whilels_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_reg rn, aarch64_i_reg rm) {
+  return set_while(state, pd, [&](std::size_t count) {
+    return at_width<std::uint64_t, std::uint32_t>(state, rn, rm,
+                                                  [&](auto n, auto m) { return less_or_equal(n, m, count); });
+  });
+}
+
+// The logic is on whole bytes: bits above bit 0 come out as the combination yields them.
+
+// and Pd.B, Pg/Z, Pn.B, Pm.B
+aarch64_decode_rc sve_and_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                               aarch64_p_reg pm) {
+  return byte_logic(state, pd, pg, [](byte n, byte m) { return n & m; }, p_of(state, pn), p_of(state, pm));
+}
+
+// bic Pd.B, Pg/Z, Pn.B, Pm.B
+aarch64_decode_rc sve_bic_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                               aarch64_p_reg pm) {
+  return byte_logic(state, pd, pg, [](byte n, byte m) { return n & ~m; }, p_of(state, pn), p_of(state, pm));
+}
+
+// eor Pd.B, Pg/Z, Pn.B, Pm.B
+aarch64_decode_rc sve_eor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                               aarch64_p_reg pm) {
+  return byte_logic(state, pd, pg, [](byte n, byte m) { return n ^ m; }, p_of(state, pn), p_of(state, pm));
+}
+
+// orr Pd.B, Pg/Z, Pn.B, Pm.B
+aarch64_decode_rc sve_orr_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                               aarch64_p_reg pm) {
+  return byte_logic(state, pd, pg, [](byte n, byte m) { return n | m; }, p_of(state, pn), p_of(state, pm));
+}
+
+// nor Pd.B, Pg/Z, Pn.B, Pm.B: 1 where both bytes are 0.
+aarch64_decode_rc sve_nor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                               aarch64_p_reg pm) {
+  return byte_logic(state, pd, pg, [](byte n, byte m) { return (n | m) == 0 ? 1 : 0; }, p_of(state, pn),
+                    p_of(state, pm));
+}
+
+// not Pd.B, Pg/Z, Pn.B. No row reaches it: the decoder knows the alias as eor.
+aarch64_decode_rc sve_not_ppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn) {
+  return byte_logic(state, pd, pg, [](byte n) { return (n & 1) ^ 1; }, p_of(state, pn));
+}
+
+// brka Pd.B, Pg/ZM, Pn.B
+aarch64_decode_rc sve_brka_ppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn) {
+  return write_break(state, pd, pg, before_break(state, pg, pn, true));
+}
+
+// brkb Pd.B, Pg/ZM, Pn.B
+aarch64_decode_rc sve_brkb_ppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn) {
+  return write_break(state, pd, pg, before_break(state, pg, pn, false));
+}
+
+// brkn Pdm.B, Pg/Z, Pn.B, Pdm.B
+aarch64_decode_rc sve_brkn_ppp(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg, aarch64_p_reg pn) {
+  return sve_brkn(state, pdm, pg, pn, false);
+}
+
+// brkns Pdm.B, Pg/Z, Pn.B, Pdm.B
+aarch64_decode_rc sve_brkns_ppp(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg, aarch64_p_reg pn) {
+  return sve_brkn(state, pdm, pg, pn, true);
+}
+
+// brkpb Pd.B, Pg/Z, Pn.B, Pm.B
+aarch64_decode_rc sve_brkpb_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                                 aarch64_p_reg pm) {
+  return sve_brkpb(state, pd, pg, pn, pm, false);
+}
+
+// brkpbs Pd.B, Pg/Z, Pn.B, Pm.B
+aarch64_decode_rc sve_brkpbs_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
+                                  aarch64_p_reg pm) {
+  return sve_brkpb(state, pd, pg, pn, pm, true);
+}
+
+// ptest Pg, Pn.B
+aarch64_decode_rc sve_ptest_pp(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn) {
+  sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(p_of(state, pn)));
+  return executed;
+}
+
+// pnext Pdn.T, Pv, Pdn.T: the first element active in Pv after the last one of Pdn.
+aarch64_decode_rc sve_pnext_pp(cpu_state* state, aarch64_p_reg pdn, aarch64_p_reg pv) {
+  return for_size(pdn.tied_dst_size, [&](auto element) {
+    using T = decltype(element);
+    const register_bits elements = register_bits::elements(sizeof(T));
+    const int last = (register_bits(p_of(state, pdn)) & elements).last();
+    const register_bits after = ~register_bits::below(last < 0 ? 0 : last + 1);
+    const int next = (register_bits(p_of(state, pv)) & elements & after).first();
+    byte result[vector_bytes] = {};
+    if (next >= 0) result[next] = 1;
+    sve_ptest<T>(state, chars(p_of(state, pv)), chars(result));
+    std::memcpy(p_of(state, pdn), result, vector_bytes);
+  });
+}
+
+// cntp Xd, Pg, Pn.T
+aarch64_decode_rc sve_cntp_rpp(cpu_state* state, aarch64_i_reg rd, aarch64_p_reg pg, aarch64_p_reg pn) {
+  return for_size(pn.size, [&](auto element) {
+    const register_bits both = register_bits(p_of(state, pg)) & register_bits(p_of(state, pn)) &
+                               register_bits::elements(sizeof element);
+    write(state, rd, static_cast<std::uint64_t>(both.count()));
+  });
+}
+
+// setffr
+aarch64_decode_rc sve_setffr(cpu_state* state) {
+  std::memset(state->ffr, 1, vector_bytes);
+  return executed;
+}
+
+// wrffr Pn.B
+aarch64_decode_rc sve_wrffr_p(cpu_state* state, aarch64_p_reg pn) {
+  std::memcpy(state->ffr, p_of(state, pn), vector_bytes);
+  return executed;
+}
+
+// rdffr Pd.B
+aarch64_decode_rc sve_rdffr_p(cpu_state* state, aarch64_p_reg pd) {
+  std::memcpy(p_of(state, pd), state->ffr, vector_bytes);
+  return executed;
+}
+
+// rdffr Pd.B, Pg/Z
+aarch64_decode_rc sve_rdffr_pp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg) {
+  map_lanes<byte>(p_of(state, pd), vector_bytes, [](byte f, byte g) { return f & g; },
+                  static_cast<const byte*>(state->ffr), p_of(state, pg));
+  return executed;
+}
