@@ -25,6 +25,7 @@ using H16 = std::uint16_t;
 using H32 = std::uint32_t;  // a half-precision value in a wider element
 using H64 = std::uint64_t;
 using B8 = std::uint8_t;
+using P = std::uint8_t;  // predicates without an element size work on bytes
 using P8 = std::uint8_t;
 using P16 = std::uint16_t;
 using P32 = std::uint32_t;
@@ -59,8 +60,8 @@ inline bool active(const PredV& p, std::size_t i) {
 }
 
 /// A predicate in byte form, up to the length in use, as the element loops take it.
-struct predicate_bytes {
-  explicit predicate_bytes(const PredV& p, const CpuContext* context) {
+struct byte_predicate {
+  explicit byte_predicate(const PredV& p, const CpuContext* context) {
     unpack_bits(bits_of(p), bytes, length_bytes(context));
   }
   operator const byte*() const { return bytes; }
@@ -80,7 +81,7 @@ inline PredV packed(const byte* bytes, const CpuContext* context) {
 template <class T, class Op>
 inline VectorV merging(const VectorV& a, const PredV& p, const VectorV& b, const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, a.bytes, predicate_bytes(p, context), count<T>(context), op, a.bytes, b.bytes);
+  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), count<T>(context), op, a.bytes, b.bytes);
   return r;
 }
 
@@ -88,7 +89,7 @@ inline VectorV merging(const VectorV& a, const PredV& p, const VectorV& b, const
 template <class T, class Op>
 inline VectorV merging_unary(const VectorV& old, const PredV& p, const VectorV& a, const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, old.bytes, predicate_bytes(p, context), count<T>(context), op, a.bytes);
+  merge_lanes<T>(r.bytes, old.bytes, byte_predicate(p, context), count<T>(context), op, a.bytes);
   return r;
 }
 
@@ -97,7 +98,7 @@ template <class T, class Op>
 inline VectorV merging_ternary(const VectorV& a, const PredV& p, const VectorV& b, const VectorV& c,
                                const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, a.bytes, predicate_bytes(p, context), count<T>(context), op, a.bytes, b.bytes, c.bytes);
+  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), count<T>(context), op, a.bytes, b.bytes, c.bytes);
   return r;
 }
 
@@ -113,7 +114,7 @@ inline VectorV mapped(const CpuContext* context, Op op, const Sources&... src) {
 template <class T, class Test, class... Sources>
 inline PredV compared(const PredV& p, const CpuContext* context, Test test, const Sources&... src) {
   alignas(32) byte r[256];
-  compare_lanes<T>(r, predicate_bytes(p, context), count<T>(context), test, src.bytes...);
+  compare_lanes<T>(r, byte_predicate(p, context), count<T>(context), test, src.bytes...);
   return packed(r, context);
 }
 

@@ -1,0 +1,103 @@
+// Integer reductions and dot products.
+#include <limits>
+
+#include "sve/veclib/define.h"
+
+using namespace sve;
+using namespace sve::veclib;
+
+namespace {
+
+// Folds the active elements in rising order. An inactive element counts as the start value, on which the step has no
+// effect; with a vector length of 0 the start value is the result.
+template <class T, class Step>
+T reduced(const PredV& p, const VectorV& a, const CpuContext* ctx, T start, Step step) {
+  using U = unsigned_of<T>;
+  const byte_predicate predicate(p, ctx);
+  const std::size_t n = count<T>(ctx);
+  T result = start;
+  for (std::size_t i = 0; i < n; ++i) {
+    const U mask = active_mask<U>(predicate, i);
+    const T value = static_cast<T>((load<U>(a.bytes, i) & mask) | (static_cast<U>(start) & static_cast<U>(~mask)));
+    result = static_cast<T>(step(result, value));
+  }
+  return result;
+}
+
+// A sum of 64 bits, which wraps there; elements are extended by their signedness.
+template <class T>
+std::uint64_t summed(const PredV& p, const VectorV& a, const CpuContext* ctx) {
+  using U = unsigned_of<T>;
+  using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
+  const byte_predicate predicate(p, ctx);
+  const std::size_t n = count<T>(ctx);
+  std::uint64_t sum = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const T value = static_cast<T>(load<U>(a.bytes, i) & active_mask<U>(predicate, i));
+    sum += static_cast<std::uint64_t>(static_cast<Wide>(value));
+  }
+  return sum;
+}
+
+// The signed extrema come back sign-extended to 32 bits, or whole at 64.
+template <class T>
+constexpr std::uint64_t scalar(T value) {
+  if constexpr (std::is_signed_v<T> && sizeof(T) < 8)
+    return static_cast<std::uint32_t>(static_cast<std::int32_t>(value));
+  else
+    return static_cast<std::uint64_t>(value);
+}
+
+template <class T>
+inline constexpr T lowest = std::numeric_limits<T>::min();
+template <class T>
+inline constexpr T highest = std::numeric_limits<T>::max();
+
+constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
+constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
+
+template <class T>
+using quarter = std::conditional_t<
+    sizeof(T) == 4, std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>,
+    std::conditional_t<std::is_signed_v<T>, std::int16_t, std::uint16_t>>;
+
+// Each lane of the accumulator plus the products of its four narrow elements. The second source's lane is the same one,
+// or the lane `index` of the same 128-bit segment. Wraps at the lane's width.
+template <class T, class Lane>
+VectorV dot(const VectorV& a, const VectorV& b, const VectorV& accumulator, const CpuContext* ctx, Lane lane_of) {
+  using Narrow = quarter<T>;
+  using Wide = unsigned_of<T>;
+  VectorV r;
+  const std::size_t n = count<T>(ctx);
+  for (std::size_t e = 0; e < n; ++e) {
+    const std::size_t other = lane_of(e);
+    Wide sum = load<Wide>(accumulator.bytes, e);
+    for (std::size_t k = 0; k < 4; ++k)
+      sum += static_cast<Wide>(static_cast<T>(load<Narrow>(a.bytes, 4 * e + k))) *
+             static_cast<Wide>(static_cast<T>(load<Narrow>(b.bytes, 4 * other + k)));
+    store<Wide>(r.bytes, e, sum);
+  }
+  return r;
+}
+
+constexpr auto own_lane = [](std::size_t e) { return e; };
+template <class T>
+constexpr auto segment_lane(std::uint64_t index) {
+  constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
+  return [index](std::size_t e) { return e / lanes_of_segment * lanes_of_segment + index; };
+}
+
+}  // namespace
+
+#define UNSIGNED_TYPES U8, U16, U32, U64
+#define INTEGER_TYPES UNSIGNED_TYPES, S8, S16, S32, S64
+
+SVE_DEFINE_PV_SCALAR(AddReduceV, summed<T>(p, a, ctx), UNSIGNED_TYPES, S8, S16, S32)
+SVE_DEFINE_PV_SCALAR(MaxReduceV, scalar(reduced<T>(p, a, ctx, lowest<T>, larger)), INTEGER_TYPES)
+SVE_DEFINE_PV_SCALAR(MinReduceV, scalar(reduced<T>(p, a, ctx, highest<T>, smaller)), INTEGER_TYPES)
+SVE_DEFINE_PV_SCALAR(AndReduceV, reduced<T>(p, a, ctx, highest<T>, [](T x, T y) { return x & y; }), UNSIGNED_TYPES)
+SVE_DEFINE_PV_SCALAR(OrReduceV, reduced<T>(p, a, ctx, T{0}, [](T x, T y) { return x | y; }), UNSIGNED_TYPES)
+SVE_DEFINE_PV_SCALAR(XorReduceV, reduced<T>(p, a, ctx, T{0}, [](T x, T y) { return x ^ y; }), UNSIGNED_TYPES)
+
+SVE_DEFINE_VVV(DotVVVX, dot<T>(a, b, c, ctx, own_lane), S32, U32, S64, U64)
+SVE_DEFINE_VVVI(DotVVVIX, dot<T>(a, b, c, ctx, segment_lane<T>(imm)), S32, U32, S64, U64)
