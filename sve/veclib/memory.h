@@ -1,0 +1,51 @@
+// The vector library's memory access: plain and guarded reads of one element, and plain writes. An application address is
+// a host pointer.
+#pragma once
+
+#include <cstdint>
+
+#include "sve/veclib/elements.h"
+
+/// Reads 1, 2, 4 or 8 bytes at `addr`, zero-extended. With a null `fault` one plain access: a fault ends the process. With a
+/// flag the first and the last byte are touched first, guarded; if that faults the flag is set and the result is 0. The
+/// flag is never cleared. `not_first` is 0 for a plain load and for the first active element of a first-fault load, and
+/// has no effect.
+std::uint64_t ReadMemLib1(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
+std::uint64_t ReadMemLib2(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
+std::uint64_t ReadMemLib4(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
+std::uint64_t ReadMemLib8(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
+
+/// Stores `value` at `addr` with one plain access. There is no guarded form of a write.
+void WriteMemLib1(std::uint8_t value, std::uint64_t addr, CpuContext* context);
+void WriteMemLib2(std::uint16_t value, std::uint64_t addr, CpuContext* context);
+void WriteMemLib4(std::uint32_t value, std::uint64_t addr, CpuContext* context);
+void WriteMemLib8(std::uint64_t value, std::uint64_t addr, CpuContext* context);
+
+/// A simulated memory that this build does not have: reads report no fault and give 0, writes do nothing.
+std::uint64_t ReadMem(std::uint64_t addr, int size, int not_first, bool* fault, CpuContext* context);
+std::uint64_t ReadMemSim(std::uint64_t addr, int size, int not_first, bool* fault, bool simulated, CpuContext* context);
+void WriteMem(std::uint64_t value, std::uint64_t addr, int size, CpuContext* context);
+void WriteMemSim(std::uint64_t value, std::uint64_t addr, int size, bool simulated, CpuContext* context);
+
+namespace sve::veclib {
+
+/// The element reads and writes by memory type; a signed type extends by sign.
+template <class M>
+inline M read_plain(std::uint64_t addr) {
+  M value;
+  std::memcpy(&value, reinterpret_cast<const void*>(addr), sizeof value);
+  return value;
+}
+template <class M>
+inline void write_plain(std::uint64_t addr, M value) {
+  std::memcpy(reinterpret_cast<void*>(addr), &value, sizeof value);
+}
+template <class M>
+inline M read_guarded(std::uint64_t addr, int not_first, bool* fault, CpuContext* context) {
+  if constexpr (sizeof(M) == 1) return static_cast<M>(ReadMemLib1(addr, not_first, fault, context));
+  if constexpr (sizeof(M) == 2) return static_cast<M>(ReadMemLib2(addr, not_first, fault, context));
+  if constexpr (sizeof(M) == 4) return static_cast<M>(ReadMemLib4(addr, not_first, fault, context));
+  if constexpr (sizeof(M) == 8) return static_cast<M>(ReadMemLib8(addr, not_first, fault, context));
+}
+
+}  // namespace sve::veclib

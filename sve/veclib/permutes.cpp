@@ -1,0 +1,345 @@
+// Moves of elements: selects, interleaves, reversals, splices, unpacks, inserts, extracts, broadcasts and the index
+// generator. None sets flags.
+#include "sve/veclib/define.h"
+#include "sve/veclib/predicates.h"
+#include "sve/veclib/toolkit.h"
+
+using namespace sve;
+using namespace sve::veclib;
+
+namespace {
+
+template <class T>
+T at(const VectorV& v, std::size_t i) {
+  return load<T>(v.bytes, i);
+}
+template <class T>
+void put(VectorV& v, std::size_t i, T value) {
+  store<T>(v.bytes, i, value);
+}
+
+// The result whose element i is element(i).
+template <class T, class Element>
+VectorV generated(const CpuContext* ctx, Element element) {
+  VectorV r;
+  const std::size_t n = count<T>(ctx);
+  for (std::size_t i = 0; i < n; ++i) put<T>(r, i, static_cast<T>(element(i)));
+  return r;
+}
+
+// ---- Interleaves ----
+
+// Elements of the halves that start at element `from`.
+template <class T>
+VectorV zip(const VectorV& a, const VectorV& b, const CpuContext* ctx, bool high) {
+  VectorV r;
+  const std::size_t n = count<T>(ctx), m = n / 2, from = high ? m : 0;
+  for (std::size_t i = 0; i < m; ++i) {
+    put<T>(r, 2 * i, at<T>(a, from + i));
+    put<T>(r, 2 * i + 1, at<T>(b, from + i));
+  }
+  if (n % 2) put<T>(r, n - 1, high ? at<T>(a, from + m) : at<T>(a, m));
+  return r;
+}
+
+// Output k is input 2k + odd of both operands one after the other.
+template <class T>
+VectorV unzip(const VectorV& a, const VectorV& b, const CpuContext* ctx, std::size_t odd) {
+  const std::size_t n = count<T>(ctx);
+  return generated<T>(ctx, [&](std::size_t k) {
+    const std::size_t from = 2 * k + odd;
+    return from < n ? at<T>(a, from) : from - n < n ? at<T>(b, from - n) : T{0};
+  });
+}
+
+template <class T>
+VectorV transpose(const VectorV& a, const VectorV& b, const CpuContext* ctx, std::size_t odd) {
+  VectorV r;
+  const std::size_t n = count<T>(ctx);
+  for (std::size_t i = 0; i + 1 < n; i += 2) {
+    put<T>(r, i, at<T>(a, i + odd));
+    put<T>(r, i + 1, at<T>(b, i + odd));
+  }
+  if (n % 2) put<T>(r, n - 1, odd ? T{0} : at<T>(a, n - 1));
+  return r;
+}
+
+template <class T>
+VectorV reversed(const VectorV& a, const CpuContext* ctx) {
+  const std::size_t n = count<T>(ctx);
+  return generated<T>(ctx, [&](std::size_t i) { return at<T>(a, n - 1 - i); });
+}
+
+// The same on predicates: an element's whole group of bits moves, not only the one that governs it. The group of an element
+// of T, of sizeof(T) bits, at index i.
+template <class T>
+std::uint64_t group(const PredV& p, std::size_t i) {
+  const std::size_t first = i * sizeof(T);
+  return p.words[first / 64] >> (first % 64) & ((1u << sizeof(T)) - 1);
+}
+
+template <class T, class Group>
+PredV generated_predicate(const CpuContext* ctx, Group element) {
+  PredV r{};
+  const std::size_t n = count<T>(ctx);
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::size_t first = i * sizeof(T);
+    r.words[first / 64] |= static_cast<std::uint64_t>(element(i)) << (first % 64);
+  }
+  return r;
+}
+
+template <class T>
+PredV zip(const PredV& a, const PredV& b, const CpuContext* ctx, bool high) {
+  const std::size_t from = high ? count<T>(ctx) / 2 : 0;
+  return generated_predicate<T>(ctx, [&](std::size_t i) { return group<T>(i % 2 ? b : a, from + i / 2); });
+}
+
+template <class T>
+PredV unzip(const PredV& a, const PredV& b, const CpuContext* ctx, std::size_t odd) {
+  const std::size_t n = count<T>(ctx);
+  return generated_predicate<T>(ctx, [&](std::size_t k) -> std::uint64_t {
+    const std::size_t from = 2 * k + odd;
+    return from < n ? group<T>(a, from) : from - n < n ? group<T>(b, from - n) : 0;
+  });
+}
+
+template <class T>
+PredV transpose(const PredV& a, const PredV& b, const CpuContext* ctx, std::size_t odd) {
+  const std::size_t n = count<T>(ctx);
+  return generated_predicate<T>(ctx, [&](std::size_t i) -> std::uint64_t {
+    const std::size_t from = i / 2 * 2 + odd;
+    return from < n ? group<T>(i % 2 ? b : a, from) : 0;
+  });
+}
+
+template <class T>
+PredV reversed(const PredV& a, const CpuContext* ctx) {
+  const std::size_t n = count<T>(ctx);
+  return generated_predicate<T>(ctx, [&](std::size_t i) { return group<T>(a, n - 1 - i); });
+}
+
+// The flag of each byte of one half becomes the flag of a 16-bit element.
+PredV unpacked(const PredV& a, const CpuContext* ctx, bool high) {
+  const std::size_t from = high ? count<std::uint16_t>(ctx) : 0;
+  return generated_predicate<std::uint16_t>(ctx, [&](std::size_t i) { return bit(a, from + i) ? 1u : 0u; });
+}
+
+// ---- Selects and rearrangements under a predicate ----
+
+template <class T>
+VectorV selected(const PredV& p, const VectorV& a, const VectorV& b, const CpuContext* ctx) {
+  return merging_unary<T>(b, p, a, ctx, [](T x) { return x; });
+}
+
+template <class T>
+VectorV zeroing_move(const PredV& p, const VectorV& a, const CpuContext* ctx) {
+  VectorV r;
+  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), count<T>(ctx), [](T x) { return x; }, a.bytes);
+  return r;
+}
+
+template <class T>
+VectorV looked_up(const VectorV& table, const VectorV& indices, const CpuContext* ctx) {
+  const std::size_t n = count<T>(ctx);
+  return generated<T>(ctx, [&](std::size_t i) {
+    const T index = at<T>(indices, i);
+    return index < n ? at<T>(table, index) : T{0};
+  });
+}
+
+// From the first active element of a to its last, inactive ones between them included; then b from its start.
+template <class T>
+VectorV spliced(const PredV& p, const VectorV& a, const VectorV& b, CpuContext* ctx) {
+  VectorV r;
+  const std::size_t n = count<T>(ctx);
+  const int last = FindLastActive(p, 8 * sizeof(T), ctx);
+  std::size_t k = 0;
+  bool seen = false;
+  for (int i = 0; i <= last; ++i) {
+    const auto e = static_cast<std::size_t>(i);
+    seen = seen || active<T>(p, e);
+    if (seen) put<T>(r, k++, at<T>(a, e));
+  }
+  for (std::size_t i = 0; k < n; ++i) put<T>(r, k++, at<T>(b, i));
+  return r;
+}
+
+template <class T>
+VectorV compressed(const PredV& p, const VectorV& a, const CpuContext* ctx) {
+  VectorV r;
+  const std::size_t n = count<T>(ctx);
+  std::size_t k = 0;
+  for (std::size_t e = 0; e < n; ++e) {
+    put<T>(r, e, T{0});  // k never passes e
+    if (active<T>(p, e)) put<T>(r, k++, at<T>(a, e));
+  }
+  return r;
+}
+
+template <class T>
+VectorV slid(const VectorV& a, const VectorV& b, std::uint64_t imm, const CpuContext* ctx) {
+  const std::size_t n = count<T>(ctx), start = n <= imm ? 0 : static_cast<std::size_t>(imm);
+  return generated<T>(ctx, [&](std::size_t i) { return start + i < n ? at<T>(a, start + i) : at<T>(b, start + i - n); });
+}
+
+// Elements of half the width from one half of the source, extended by the signedness of the wide type.
+template <class T>
+VectorV widened(const VectorV& a, const CpuContext* ctx, bool high) {
+  using Narrow = std::conditional_t<
+      std::is_signed_v<T>,
+      std::conditional_t<sizeof(T) == 2, std::int8_t, std::conditional_t<sizeof(T) == 4, std::int16_t, std::int32_t>>,
+      std::conditional_t<sizeof(T) == 2, std::uint8_t, std::conditional_t<sizeof(T) == 4, std::uint16_t, std::uint32_t>>>;
+  const std::size_t from = high ? count<T>(ctx) : 0;
+  return generated<T>(ctx, [&](std::size_t e) { return at<Narrow>(a, from + e); });
+}
+
+template <class T>
+VectorV inserted(const VectorV& a, std::uint64_t scalar, const CpuContext* ctx) {
+  return generated<T>(ctx, [&](std::size_t e) { return e == 0 ? static_cast<T>(scalar) : at<T>(a, e - 1); });
+}
+
+// ---- Extracts: A is the element after the last active one, B the last active one ----
+
+// Element 0 also when the last active element is the top one or none is active.
+template <class T>
+std::uint64_t last_a(const PredV& p, const VectorV& a, CpuContext* ctx) {
+  const std::size_t next = static_cast<std::size_t>(FindLastActive(p, 8 * sizeof(T), ctx) + 1);
+  return at<T>(a, next < count<T>(ctx) ? next : 0);
+}
+
+// The top element when none is active.
+template <class T>
+std::uint64_t last_b(const PredV& p, const VectorV& a, CpuContext* ctx) {
+  const int last = FindLastActive(p, 8 * sizeof(T), ctx);
+  return at<T>(a, last >= 0 ? static_cast<std::size_t>(last) : count<T>(ctx) - 1);
+}
+
+template <class T>
+bool any_active(const PredV& p, CpuContext* ctx) {
+  return FindLastActive(p, 8 * sizeof(T), ctx) >= 0;
+}
+
+template <class T>
+VectorV broadcast(std::uint64_t value, const CpuContext* ctx) {
+  return mapped<T>(ctx, [value] { return static_cast<T>(value); });
+}
+
+template <class T>
+VectorV merged_scalar(const VectorV& old, const PredV& p, std::uint64_t value, const CpuContext* ctx) {
+  return merging_unary<T>(old, p, old, ctx, [value](T) { return static_cast<T>(value); });
+}
+
+template <class T>
+VectorV zeroed_scalar(const PredV& p, std::uint64_t value, const CpuContext* ctx) {
+  VectorV r;
+  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), count<T>(ctx), [value] { return static_cast<T>(value); });
+  return r;
+}
+
+template <class T>
+VectorV element_everywhere(const VectorV& a, std::uint64_t index, const CpuContext* ctx) {
+  return broadcast<T>(index < count<T>(ctx) ? static_cast<std::uint64_t>(at<T>(a, index)) : 0, ctx);
+}
+
+// The sum wraps at 32 bits for elements of up to 32 bits, and at 64 for those of 64.
+template <class T>
+VectorV indexed(std::int64_t start, std::int64_t step, const CpuContext* ctx) {
+  using Wide = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+  const Wide first = static_cast<Wide>(start), by = static_cast<Wide>(step);
+  return generated<T>(ctx, [&](std::size_t e) { return first + static_cast<Wide>(e) * by; });
+}
+
+template <class From>
+constexpr auto extended = [](auto a) { return static_cast<From>(a); };
+template <class T, int Bytes>
+constexpr auto containers_reversed = [](T a) { return Reverse(a, 8 * sizeof(T), Bytes); };
+
+}  // namespace
+
+#define UNSIGNED_TYPES U8, U16, U32, U64
+#define SCALAR_TYPES UNSIGNED_TYPES, B8, H16, F32, D64
+#define PREDICATE_TYPES P8, P16, P32, P64
+
+SVE_DEFINE_VV(Zip1VV, zip<T>(a, b, ctx, false), UNSIGNED_TYPES)
+SVE_DEFINE_VV(Zip2VV, zip<T>(a, b, ctx, true), UNSIGNED_TYPES)
+SVE_DEFINE_VV(Uzp1VV, unzip<T>(a, b, ctx, 0), UNSIGNED_TYPES)
+SVE_DEFINE_VV(Uzp2VV, unzip<T>(a, b, ctx, 1), UNSIGNED_TYPES)
+SVE_DEFINE_VV(Trn1VV, transpose<T>(a, b, ctx, 0), UNSIGNED_TYPES)
+SVE_DEFINE_VV(Trn2VV, transpose<T>(a, b, ctx, 1), UNSIGNED_TYPES)
+SVE_DEFINE_V(ReverseV, reversed<T>(a, ctx), UNSIGNED_TYPES)
+SVE_DEFINE_PPP(Zip1PP, zip<T>(p, q, ctx, false), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Zip2PP, zip<T>(p, q, ctx, true), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Uzp1PP, unzip<T>(p, q, ctx, 0), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Uzp2PP, unzip<T>(p, q, ctx, 1), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Trn1PP, transpose<T>(p, q, ctx, 0), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Trn2PP, transpose<T>(p, q, ctx, 1), PREDICATE_TYPES)
+SVE_DEFINE_PP(ReverseP, reversed<T>(p, ctx), PREDICATE_TYPES)
+SVE_DEFINE_PP(UnpackLoP, unpacked(p, ctx, false), P)
+SVE_DEFINE_PP(UnpackHiP, unpacked(p, ctx, true), P)
+
+SVE_DEFINE_PVV(SelVV, selected<T>(p, a, b, ctx), UNSIGNED_TYPES)
+SVE_DEFINE_PPPP(SelPP, combined(ctx, [](std::uint64_t g, std::uint64_t x, std::uint64_t y) { return (x & g) | (y & ~g); }, p, q, r), P)
+SVE_DEFINE_VV(TblVV, looked_up<T>(a, b, ctx), UNSIGNED_TYPES)
+SVE_DEFINE_PVV(SpliceVV, spliced<T>(p, a, b, ctx), UNSIGNED_TYPES)
+SVE_DEFINE_PV(CompressVV, compressed<T>(p, a, ctx), U32, U64)
+SVE_DEFINE_VVI(SlideVI, slid<T>(a, b, imm, ctx), U8)
+
+SVE_DEFINE_VVM(Rev1V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 1>)), U16, U32, U64)
+SVE_DEFINE_VVM(Rev2V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 2>)), U32, U64)
+SVE_DEFINE_VVM(Rev4V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 4>)), U64)
+
+// Extends from the low bytes: 1, 2 or 4 bytes to the element's width.
+SVE_DEFINE_VVM(Extnd12VM, merging_unary<T>(a, p, b, ctx, extended<std::uint8_t>), U16)
+SVE_DEFINE_VVM(Extnd14VM, merging_unary<T>(a, p, b, ctx, extended<std::uint8_t>), U32)
+SVE_DEFINE_VVM(Extnd18VM, merging_unary<T>(a, p, b, ctx, extended<std::uint8_t>), U64)
+SVE_DEFINE_VVM(Extnd24VM, merging_unary<T>(a, p, b, ctx, extended<std::uint16_t>), U32)
+SVE_DEFINE_VVM(Extnd28VM, merging_unary<T>(a, p, b, ctx, extended<std::uint16_t>), U64)
+SVE_DEFINE_VVM(Extnd48VM, merging_unary<T>(a, p, b, ctx, extended<std::uint32_t>), U64)
+SVE_DEFINE_VVM(Extnd12VM, merging_unary<T>(a, p, b, ctx, extended<std::int8_t>), S16)
+SVE_DEFINE_VVM(Extnd14VM, merging_unary<T>(a, p, b, ctx, extended<std::int8_t>), S32)
+SVE_DEFINE_VVM(Extnd18VM, merging_unary<T>(a, p, b, ctx, extended<std::int8_t>), S64)
+SVE_DEFINE_VVM(Extnd24VM, merging_unary<T>(a, p, b, ctx, extended<std::int16_t>), S32)
+SVE_DEFINE_VVM(Extnd28VM, merging_unary<T>(a, p, b, ctx, extended<std::int16_t>), S64)
+SVE_DEFINE_VVM(Extnd48VM, merging_unary<T>(a, p, b, ctx, extended<std::int32_t>), S64)
+
+SVE_DEFINE_V(UnpackLoV, widened<T>(a, ctx, false), U16, U32, U64, S16, S32, S64)
+SVE_DEFINE_V(UnpackHiV, widened<T>(a, ctx, true), U16, U32, U64, S16, S32, S64)
+SVE_DEFINE_V(SpecialMoveV, mapped<T>(ctx, [](T x) { return x; }, a), U32)
+
+SVE_DEFINE_VI(InsertS, inserted<T>(a, imm, ctx), SCALAR_TYPES)
+SVE_DEFINE_PV_SCALAR(LastAV, last_a<T>(p, a, ctx), SCALAR_TYPES)
+SVE_DEFINE_PV_SCALAR(LastBV, last_b<T>(p, a, ctx), SCALAR_TYPES)
+// With no active element the fallback, at the element's width.
+SVE_DEFINE_PSV_SCALAR(CondXASV, any_active<T>(p, ctx) ? last_a<T>(p, a, ctx) : static_cast<T>(scalar), SCALAR_TYPES)
+SVE_DEFINE_PSV_SCALAR(CondXBSV, any_active<T>(p, ctx) ? last_b<T>(p, a, ctx) : static_cast<T>(scalar), SCALAR_TYPES)
+// With no active element the old vector whole, otherwise the element of b everywhere.
+SVE_DEFINE_PVV(VCondXAVV, any_active<T>(p, ctx) ? broadcast<T>(last_a<T>(p, b, ctx), ctx) : a, UNSIGNED_TYPES)
+SVE_DEFINE_PVV(VCondXBVV, any_active<T>(p, ctx) ? broadcast<T>(last_b<T>(p, b, ctx), ctx) : a, UNSIGNED_TYPES)
+
+SVE_DEFINE_VVM(MovePrefix1VM, merging_unary<T>(a, p, b, ctx, [](T x) { return x; }), UNSIGNED_TYPES)
+SVE_DEFINE_PV(MovePrefix1VZ, zeroing_move<T>(p, a, ctx), UNSIGNED_TYPES)
+
+SVE_DEFINE_I(DupS, broadcast<T>(imm, ctx), UNSIGNED_TYPES)
+SVE_DEFINE_I(DupI, broadcast<T>(imm, ctx), F16, F32, D64)
+SVE_DEFINE_I_SIGNED(DupI, broadcast<T>(static_cast<std::uint64_t>(imm), ctx), S8, S16, S32, S64)
+SVE_DEFINE_I(DupMaskI, broadcast<T>(imm, ctx), S64)
+SVE_DEFINE_VIM(DupSM, merged_scalar<T>(a, p, imm, ctx), SCALAR_TYPES)
+SVE_DEFINE_VIM(DupIM, merged_scalar<T>(a, p, imm, ctx), F16, F32, D64)
+SVE_DEFINE_VIM_SIGNED(DupIM, merged_scalar<T>(a, p, static_cast<std::uint64_t>(imm), ctx), S8, S16, S32, S64)
+SVE_DEFINE_PI_SIGNED(DupIZ, zeroed_scalar<T>(p, static_cast<std::uint64_t>(imm), ctx), S8, S16, S32, S64)
+SVE_DEFINE_VI(ExtDupVI, element_everywhere<T>(a, imm, ctx), UNSIGNED_TYPES)
+SVE_DEFINE_II_SIGNED(IndexII, indexed<T>(start, step, ctx), S8, S16, S32, S64)
+SVE_DEFINE_II_SIGNED(IndexIS, indexed<T>(start, step, ctx), S8, S16, S32, S64)
+SVE_DEFINE_II_SIGNED(IndexSI, indexed<T>(start, step, ctx), S8, S16, S32, S64)
+SVE_DEFINE_II_SIGNED(IndexSS, indexed<T>(start, step, ctx), S8, S16, S32, S64)
+
+// The count of 128-bit units reads the length word whole.
+VectorV VecU128ExtDupVI(const VectorV& a, std::uint64_t imm, CpuContext* ctx) {
+  const std::size_t units = ctx->vl_word >> 1;
+  byte unit[16] = {};
+  if (imm < units) std::memcpy(unit, a.bytes + imm * sizeof unit, sizeof unit);
+  VectorV r;
+  for (std::size_t i = 0; i < units; ++i) std::memcpy(r.bytes + i * sizeof unit, unit, sizeof unit);
+  return r;
+}
