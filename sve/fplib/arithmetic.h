@@ -21,6 +21,14 @@ Outcome<T> multiply_any(T a, T b, int mode);
 template <class T>
 Outcome<T> multiply_add_any(T a, T b, T c, int scale, int mode);
 
+/// Exchanges two words without a branch: on real data the condition is as good as random.
+template <class Word>
+constexpr void exchange_if(bool condition, Word& a, Word& b) {
+  const Word difference = static_cast<Word>((a ^ b) & -static_cast<Word>(condition));
+  a ^= difference;
+  b ^= difference;
+}
+
 /// Adds, or subtracts, the magnitudes of two finite values of which the first is not smaller. The sign is the first's.
 template <class T>
 [[gnu::always_inline]] inline Outcome<T> add_ordered(Unpacked<T> larger, Unpacked<T> smaller, int mode) {
@@ -31,7 +39,8 @@ template <class T>
   const int distance = larger.exp - smaller.exp;
   const std::uint64_t x = larger.mnt << lift;
   const std::uint64_t y = shift_right_sticky(smaller.mnt << lift, distance < 63 ? distance : 63);
-  const std::uint64_t sum = larger.sgn != smaller.sgn ? x - y : x + y;
+  const std::uint64_t differ = larger.sgn ^ smaller.sgn;
+  const std::uint64_t sum = x + (y ^ -differ) + differ;
   if (sum == 0) [[unlikely]]
     return exact_zero<T>(mode);
   const int shift = std::countl_zero(sum) - (63 - significand_top);
@@ -44,8 +53,8 @@ template <class T, bool Subtract>
   if (!(is_normal(a) & is_normal(b))) [[unlikely]]
     return add_any<T, Subtract>(a, b, mode);
   if (Subtract) b = FPNeg(b);
-  const bool swap = magnitude_of(a) < magnitude_of(b);
-  return add_ordered(unpack_normal(swap ? b : a), unpack_normal(swap ? a : b), mode);
+  exchange_if(magnitude_of(a) < magnitude_of(b), a, b);
+  return add_ordered(unpack_normal(a), unpack_normal(b), mode);
 }
 
 /// Multiplies finite values whose mantissas both have their leading one at the hidden bit.
@@ -135,19 +144,19 @@ template <class T>
 [[gnu::always_inline]] inline Outcome<T> add_terms(Term<T> x, Term<T> y, int scale, int mode) {
   using L = FusedLayout<T>;
   using Word = typename L::Term;
-  const bool swap = x.exp < y.exp;
-  const Term<T> upper = swap ? y : x;
-  const Term<T> lower = swap ? x : y;
-  const Word aligned = align_term(lower.magnitude, upper.exp - lower.exp);
+  const int distance = x.exp - y.exp;
+  const bool swap = distance < 0;
+  exchange_if(swap, x.magnitude, y.magnitude);
+  const Word aligned = align_term(y.magnitude, swap ? -distance : distance);
   // Terms leave the word's top bit free, so it tells whether a difference is below zero.
-  const unsigned differ = upper.sgn ^ lower.sgn;
-  Word sum = upper.magnitude + ((aligned ^ -static_cast<Word>(differ)) + differ);
+  const unsigned differ = x.sgn ^ y.sgn;
+  Word sum = x.magnitude + ((aligned ^ -static_cast<Word>(differ)) + differ);
   const unsigned negative = static_cast<unsigned>(sum >> (8 * sizeof(Word) - 1));
   sum = (sum ^ -static_cast<Word>(negative)) + negative;
-  const unsigned sgn = upper.sgn ^ negative;
+  const unsigned sgn = x.sgn ^ negative ^ (differ & static_cast<unsigned>(swap));
   if (sum == 0) [[unlikely]]
     return exact_zero<T>(mode);
-  int exp = upper.exp + scale + L::result_exponent;
+  int exp = (swap ? y.exp : x.exp) + scale + L::result_exponent;
   std::uint64_t significand;
   if constexpr (sizeof(Word) == 8) {
     const int shift = std::countl_zero(sum) - (63 - significand_top);

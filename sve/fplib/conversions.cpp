@@ -92,12 +92,6 @@ Outcome<T> round_to_integral(T op, int rounding, bool exact, int mode) {
           flags};
 }
 
-// The integer of the given width that is nearest to values beyond its range.
-constexpr unsigned long saturation(bool negative, bool u, int width) {
-  if (u) return negative ? 0 : ~0ul >> (64 - width);
-  return negative ? ~0ul << (width - 1) : (1ul << (width - 1)) - 1;
-}
-
 template <class T>
 Outcome<T> scale_by(T a, int scale, int mode) {
   int flags = 0;
@@ -112,6 +106,32 @@ Outcome<T> scale_by(T a, int scale, int mode) {
 }
 
 }  // namespace
+
+template <class From, class To>
+Outcome<To> to_fixed_any(From op, int fbits, bool u, int rounding, int mode) {
+  using F = Format<From>;
+  constexpr int width = 8 * sizeof(To);
+  int flags = 0;
+  const Unpacked<From> v = fp_unpack(op, mode, flags);
+  const Outcome<To> saturated = {static_cast<To>(saturation(v.sgn, u, width)), flag_ioc};  // and no other flag
+  if (v.nan()) return {0, flag_ioc};
+  if (v.infinite()) return saturated;
+  const int exp = fbits + v.exp + (1023 - F::bias);
+  const unsigned long mantissa = v.mnt << (52 - F::fraction_bits);
+  unsigned long x;
+  if (exp > 1086) {  // 2^64 at least
+    flags |= flag_ioc;
+    x = saturation(v.sgn, u, 64);
+  } else {
+    x = FPToFixed_64(static_cast<int>(v.sgn), exp, mantissa, u, static_cast<FPRounding>(rounding), &flags);
+  }
+  if constexpr (width < 64) {
+    const long s = static_cast<long>(x), limit = 1l << (width - 1);
+    if (u ? x >> width != 0 : s >= limit || s < -limit) return saturated;
+  }
+  return {static_cast<To>(x), flags};
+}
+
 }  // namespace sve
 
 template <class T>
@@ -131,36 +151,6 @@ unsigned long FPToFixed_64(int sgn, int exp, unsigned long mnt, bool u, FPRoundi
   return sgn ? -x : x;
 }
 
-template <class From, class To>
-To fplibFPToFixed(From op, int fbits, bool u, FPRounding rounding, FPSCR& fpscr) {
-  using F = sve::Format<From>;
-  constexpr int width = 8 * sizeof(To);
-  int flags = 0;
-  const sve::Unpacked<From> v = sve::fp_unpack(op, sve::mode_of(fpscr), flags);
-  if (v.exp == F::exponent_max) {
-    fpscr |= sve::flag_ioc;
-    return v.nan() ? 0 : static_cast<To>(sve::saturation(v.sgn, u, width));
-  }
-  const int exp = fbits + v.exp + (1023 - F::bias);
-  const unsigned long mantissa = v.mnt << (52 - F::fraction_bits);
-  unsigned long x;
-  if (exp > 1086) {  // 2^64 at least
-    flags |= sve::flag_ioc;
-    x = sve::saturation(v.sgn, u, 64);
-  } else {
-    x = FPToFixed_64(static_cast<int>(v.sgn), exp, mantissa, u, rounding, &flags);
-  }
-  if constexpr (width < 64) {
-    const long s = static_cast<long>(x), limit = 1l << (width - 1);
-    if (u ? x >> width != 0 : s >= limit || s < -limit) {
-      fpscr |= sve::flag_ioc;  // and no other flag
-      return static_cast<To>(sve::saturation(v.sgn, u, width));
-    }
-  }
-  fpscr |= static_cast<FPSCR>(flags);
-  return static_cast<To>(x);
-}
-
 // The clamps exceed every exponent range.
 unsigned short FPScale16(unsigned short a, short scale, FPSCR& fpscr) {
   return sve::settle(sve::scale_by(a, std::clamp<int>(scale, -60, 60), sve::mode_of(fpscr)), fpscr);
@@ -177,7 +167,9 @@ unsigned long FPScale64(unsigned long a, long scale, FPSCR& fpscr) {
   template To FPConvert<From, To>(From, FPRounding, FPSCR&);
 SVE_FPLIB_CONVERT_PAIRS(SVE_FPLIB_INSTANTIATE)
 #undef SVE_FPLIB_INSTANTIATE
-#define SVE_FPLIB_INSTANTIATE(From, To) template To fplibFPToFixed<From, To>(From, int, bool, FPRounding, FPSCR&);
+#define SVE_FPLIB_INSTANTIATE(From, To)                                             \
+  template sve::Outcome<To> sve::to_fixed_any<From, To>(From, int, bool, int, int); \
+  template To fplibFPToFixed<From, To>(From, int, bool, FPRounding, FPSCR&);
 SVE_FPLIB_FIXED_PAIRS(SVE_FPLIB_INSTANTIATE)
 #undef SVE_FPLIB_INSTANTIATE
 #define SVE_FPLIB_INSTANTIATE(T)                      \

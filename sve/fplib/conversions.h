@@ -61,6 +61,37 @@ constexpr std::uint64_t round_integer(Cut cut, unsigned sgn, int rounding) {
   }
 }
 
+/// The integer of a width that is nearest to values beyond its range.
+constexpr unsigned long saturation(unsigned sgn, bool u, int width) {
+  if (u) return (~0ul >> (64 - width)) & (static_cast<unsigned long>(sgn) - 1);
+  return (1ul << (width - 1)) - 1 + sgn;
+}
+
+/// Conversion of any value to an integer.
+template <class From, class To>
+Outcome<To> to_fixed_any(From op, int fbits, bool u, int rounding, int mode);
+
+template <class From, class To>
+[[gnu::always_inline]] inline Outcome<To> to_fixed(From op, int fbits, bool u, int rounding, int mode) {
+  using F = Format<From>;
+  constexpr int width = 8 * sizeof(To);
+  const Unpacked<From> v = unpack_normal(op);
+  const int exp = v.exp - F::bias + fbits;
+  // Whether a value of exactly as many bits as the result is in range, the general form decides.
+  if (!is_normal(op) || rounding != FPRounding_Zero || exp == width - 1) [[unlikely]] {
+    return to_fixed_any<From, To>(op, fbits, u, rounding, mode);
+  }
+  const std::uint64_t significand = v.mnt << (significand_top - F::fraction_bits);
+  const int count = exp > significand_top ? 0 : exp < 0 ? significand_top + 1 : significand_top - exp;
+  const std::uint64_t x = significand >> count;
+  const bool out_of_range = (exp >= width) | (u & (v.sgn != 0) & (x != 0));
+  const std::uint64_t in_range = (x ^ -static_cast<std::uint64_t>(v.sgn)) + v.sgn;
+  return {static_cast<To>(out_of_range ? saturation(v.sgn, u, width) : in_range),
+          out_of_range                            ? flag_ioc
+          : std::countr_zero(significand) < count ? flag_ixc
+                                                  : 0};
+}
+
 }  // namespace sve
 
 /// Converts between two different formats. `rounding` counts only where the result is narrower. DN, FZ and AHP of the
@@ -77,7 +108,9 @@ T FPRoundInt(T op, FPRounding rounding, bool exact, FPSCR& fpscr);
 /// Converts to an integer of the width of `To` with `fbits` fraction bits, unsigned if `u`. Values out of range give
 /// the nearest integer there is, a NaN gives 0; both raise IOC, and not IXC.
 template <class From, class To>
-To fplibFPToFixed(From op, int fbits, bool u, FPRounding rounding, FPSCR& fpscr);
+[[gnu::always_inline]] inline To fplibFPToFixed(From op, int fbits, bool u, FPRounding rounding, FPSCR& fpscr) {
+  return sve::settle(sve::to_fixed<From, To>(op, fbits, u, rounding, sve::mode_of(fpscr)), fpscr);
+}
 
 /// The core of `fplibFPToFixed`, at 64 bits: `exp` is biased by 1023 and `mnt` holds the hidden bit at bit 52. IOC and
 /// IXC replace what was in `*flags`.
@@ -122,7 +155,8 @@ unsigned long FPScale64(unsigned long a, long scale, FPSCR& fpscr);
 #define SVE_FPLIB_DECLARE(From, To) extern template sve::Outcome<To> sve::convert_any<From, To>(From, int, FPSCR);
 SVE_FPLIB_CONVERT_PAIRS(SVE_FPLIB_DECLARE)
 #undef SVE_FPLIB_DECLARE
-#define SVE_FPLIB_DECLARE(From, To) extern template To fplibFPToFixed<From, To>(From, int, bool, FPRounding, FPSCR&);
+#define SVE_FPLIB_DECLARE(From, To) \
+  extern template sve::Outcome<To> sve::to_fixed_any<From, To>(From, int, bool, int, int);
 SVE_FPLIB_FIXED_PAIRS(SVE_FPLIB_DECLARE)
 #undef SVE_FPLIB_DECLARE
 extern template unsigned short FPRoundInt(unsigned short, FPRounding, bool, FPSCR&);
