@@ -101,10 +101,4 @@ const row* find_row(std::uint32_t word) {
   return nullptr;
 }
 
-aarch64_decode_rc pending(cpu_state* state, unsigned int word) {
-  state->instr = word;
-  const row* r = find_row(word);
-  return unimplemented(state, r->function ? r->function : r->name);
-}
-
 }  // namespace sve::decode

@@ -5,8 +5,7 @@
 #include <type_traits>
 
 #include "sve/decode/operands.h"
-#include "sve/insn/host_status.h"
-#include "sve/insn/unimplemented.h"
+#include "sve/insn/host_fp.h"
 #include "sve/veclib/routines.h"
 
 namespace sve::decode {
@@ -21,9 +20,6 @@ struct operands {};
 template <class Result, class... Operands>
 struct routine_form {};
 
-/// Answers for a row whose callee is declared but not defined yet: the stub's message and code 2.
-aarch64_decode_rc pending(cpu_state* state, unsigned int word);
-
 // ---- Direct: store the word, cut the operands, call the instruction function ----
 
 template <auto* Function, class Form>
@@ -34,11 +30,9 @@ struct direct<Function, operands<Operands...>> {
                                aarch64_decode_rc (*)(cpu_state*, decltype(Operands::record(0u))...)>,
                 "the row's operands are not the parameters of its instruction function");
   static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
-    if (!Function) return pending(state, word);
     state->instr = word;
     return Function(state, Operands::record(word)...);
   }
-  static bool present() { return Function != nullptr; }
 };
 
 /// Direct with floating-point status: afterwards `fpsr` takes the host's status register.
@@ -96,7 +90,6 @@ struct library<Routine, routine_form<Result, Operands...>> {
   static_assert(signature::template match<Operands...>(), "the row's operands are not the parameters of its routine");
 
   static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
-    if (!Routine) return pending(state, word);
     CpuContext context;
     enter(context, state);
     if constexpr (std::is_void_v<typename signature::result>) {
@@ -108,13 +101,11 @@ struct library<Routine, routine_form<Result, Operands...>> {
     leave(context, state);
     return AARCH64_DECODE_EXECUTED;
   }
-  static bool present() { return Routine != nullptr; }
 };
 
 /// Prefetches touch nothing at all, not even `instr`.
 struct prefetch {
   static aarch64_decode_rc handle(cpu_state*, unsigned int) { return AARCH64_DECODE_EXECUTED; }
-  static bool present() { return true; }
 };
 
 }  // namespace sve::decode

@@ -5,14 +5,14 @@
 #include "sve/decode/map_shapes.h"
 #include "sve/decode/table.h"
 
-#define DIRECT(key, name, function, ...)                                                                \
-  row { key, kind::direct, #name, #function, direct<function, __VA_ARGS__>::handle, direct<function, __VA_ARGS__>::present }
-#define DIRECT_FP(key, name, function, ...)                                                             \
-  row { key, kind::direct_fp, #name, #function, direct_fp<function, __VA_ARGS__>::handle, \
-        direct_fp<function, __VA_ARGS__>::present }
-#define LIBRARY(key, name, ...)                                                                         \
-  row { key, kind::library, #name, nullptr, library<name, __VA_ARGS__>::handle, library<name, __VA_ARGS__>::present }
-#define PREFETCH(key, name) row{key, kind::prefetch, #name, nullptr, prefetch::handle, prefetch::present}
+#define DIRECT(key, name, function, ...) \
+  row { key, kind::direct, #name, #function, direct<function, __VA_ARGS__>::handle }
+#define DIRECT_FP(key, name, function, ...) \
+  row { key, kind::direct_fp, #name, #function, direct_fp<function, __VA_ARGS__>::handle }
+#define LIBRARY(key, name, ...) \
+  row { key, kind::library, #name, nullptr, library<name, __VA_ARGS__>::handle }
+#define PREFETCH(key, name) \
+  row { key, kind::prefetch, #name, nullptr, prefetch::handle }
 
 #define SVE_ROWS(name, ...)                                                                                \
   namespace {                                                                                              \

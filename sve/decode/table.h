@@ -18,7 +18,6 @@ struct row {
   const char* name;      ///< the handler's name, and the name of the library routine
   const char* function;  ///< the instruction function that a direct row calls, otherwise null
   decode_handler handle;
-  bool (*present)();  ///< whether the callee is built
 };
 
 /// One map: its name, how its key is cut, and its rows in ascending order of key.

@@ -3,10 +3,9 @@
 #pragma once
 
 #include "sve/insn/signatures.h"
-#include "sve/state/pending.h"
 #include "sve/state/repeat.h"
 
-#define SVE_DECLARE_FUNCTION(shape, name) SVE_PENDING sve::insn::shape sve_##name;
+#define SVE_DECLARE_FUNCTION(shape, name) sve::insn::shape sve_##name;
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(SVE_DECLARE_FUNCTION, shape, __VA_ARGS__)
 #define SVE_UNREACHED_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(SVE_DECLARE_FUNCTION, shape, __VA_ARGS__)
 #include "sve/insn/functions.inc"

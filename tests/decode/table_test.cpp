@@ -175,12 +175,4 @@ TEST(Table, KnownWords) {
   EXPECT_GT(negative, 0u);
 }
 
-TEST(Table, CalleesThatAreNotBuiltYet) {
-  std::size_t missing = 0;
-  for_each_row([&](const map&, const row& r) {
-    if (!r.present()) ++missing;
-  });
-  std::printf("%zu rows have no model yet\n", missing);
-}
-
 }  // namespace

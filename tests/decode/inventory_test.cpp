@@ -1,0 +1,106 @@
+// Every name of the two models exists: the routines of the vector library, the instruction functions and the stubs.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "sve/decode/table.h"
+#include "sve/insn/functions.h"
+#include "sve/veclib/routines.h"
+
+namespace {
+
+using address = void (*)();
+
+struct entry {
+  const char* name;
+  address callee;
+};
+
+// Each list below names every function of its kind and takes its address, so that one that is missing does not link.
+#define ENTRY(shape, name) {"sve_" #name, reinterpret_cast<address>(static_cast<sve::insn::shape*>(sve_##name))},
+
+const entry reached_functions[] = {
+#define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(ENTRY, shape, __VA_ARGS__)
+#define SVE_UNREACHED_FUNCTIONS(...)
+#include "sve/insn/functions.inc"
+#undef SVE_FUNCTIONS
+#undef SVE_UNREACHED_FUNCTIONS
+};
+
+const entry unreached_functions[] = {
+#define SVE_FUNCTIONS(...)
+#define SVE_UNREACHED_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(ENTRY, shape, __VA_ARGS__)
+#include "sve/insn/functions.inc"
+#undef SVE_FUNCTIONS
+#undef SVE_UNREACHED_FUNCTIONS
+    {"sve_zip1", reinterpret_cast<address>(sve_zip1)},
+    {"sve_zip2", reinterpret_cast<address>(sve_zip2)},
+    {"sve_uzp1", reinterpret_cast<address>(sve_uzp1)},
+};
+
+const entry stubs[] = {
+#define SVE_STUBS(shape, ...) SVE_FOR_EACH_WITH(ENTRY, shape, __VA_ARGS__)
+#include "sve/insn/stubs.inc"
+#undef SVE_STUBS
+};
+
+#undef ENTRY
+#define ENTRY(shape_and_op, type) ROUTINE(type, SVE_UNWRAP shape_and_op)
+#define ROUTINE(...) ROUTINE_1(__VA_ARGS__)
+#define ROUTINE_1(type, shape, op) \
+  {"Vec" #type #op, reinterpret_cast<address>(static_cast<sve::routine::shape*>(Vec##type##op))},
+
+const entry routines[] = {
+#define SVE_ROUTINES(shape, op, ...) SVE_FOR_EACH_WITH(ENTRY, (shape, op), __VA_ARGS__)
+#include "sve/veclib/routines.inc"
+};
+
+template <std::size_t N>
+std::set<std::string> names(const entry (&entries)[N]) {
+  std::set<std::string> result;
+  for (const entry& e : entries) {
+    EXPECT_NE(e.callee, nullptr) << e.name;
+    EXPECT_TRUE(result.insert(e.name).second) << e.name << " stands twice";
+  }
+  return result;
+}
+
+TEST(Inventory, InstructionFunctions) {
+  EXPECT_EQ(names(reached_functions).size(), 410u);
+  EXPECT_EQ(names(unreached_functions).size(), 48u);
+  EXPECT_EQ(names(stubs).size(), 339u);
+  EXPECT_EQ(std::size(reached_functions) + std::size(unreached_functions) + std::size(stubs), 797u);
+}
+
+TEST(Inventory, Routines) { EXPECT_EQ(names(routines).size(), 1447u); }
+
+TEST(Inventory, RowsReachWhatTheListsSay) {
+  const std::set<std::string> functions = names(reached_functions), library = names(routines);
+  std::set<std::string> called;
+  std::size_t reached_routines = 0;
+  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& r : m->rows) {
+      if (r.function) {
+        EXPECT_TRUE(functions.count(r.function)) << r.name;
+        called.insert(r.function);
+      }
+      if (r.model == sve::decode::kind::library) {
+        EXPECT_TRUE(library.count(r.name)) << r.name;
+        ++reached_routines;
+      }
+    }
+  EXPECT_EQ(called, functions);
+  EXPECT_EQ(reached_routines, 717u);
+}
+
+TEST(Stubs, AnswerWithTheirMessageAndCode) {
+  cpu_state state{};
+  state.pc = reinterpret_cast<std::uint32_t*>(0x12340);
+  state.instr = 0x2e1f0a05;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(sve_subr_zpz(&state, {0, 0}, {0, 4}, {0, 0}), AARCH64_DECODE_UNDECODED);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unimplemented instruction: [  12340:\t 2e1f0a05\t sve_subr_zpz  ]\n");
+}
+
+}  // namespace
