@@ -1,5 +1,7 @@
-// The general forms of the arithmetic operations, division and square root.
+// The general forms of the arithmetic operations.
 #include "sve/fplib/arithmetic.h"
+
+#include "sve/fplib/division.h"
 
 namespace sve {
 namespace {
@@ -81,110 +83,8 @@ Outcome<T> multiply_add_any(T a, T b, T c, int scale, int mode) {
   return with_flags(add_terms(addend, product, scale, mode), flags);
 }
 
-namespace {
-
-// A quotient or root whose leading one stands anywhere; bit 0 may be sticky, and `exp` counts for bit `top`.
 template <class T>
-Outcome<T> round_at(unsigned sgn, int exp, std::uint64_t x, int top, int mode) {
-  const int shift = std::countl_zero(x) - (63 - significand_top);
-  return round_normalised<T>(sgn, exp - shift + (significand_top - top), x << shift, mode & mode_rounding, mode);
-}
-
-// Significands with the leading one at the top of the format's word. The exponent of the result counts for its top bit.
-
-Outcome<unsigned short> divide_finite(Unpacked<unsigned short> a, Unpacked<unsigned short> b, unsigned sgn, int mode) {
-  const unsigned dividend = static_cast<unsigned>(a.mnt) << 20;
-  const unsigned divisor = static_cast<unsigned>(b.mnt);
-  const unsigned q = dividend / divisor;
-  return round_at<unsigned short>(sgn, a.exp - b.exp + 26, q | (q * divisor != dividend), 31, mode);
-}
-
-Outcome<unsigned int> divide_finite(Unpacked<unsigned int> a, Unpacked<unsigned int> b, unsigned sgn, int mode) {
-  const std::uint64_t dividend = a.mnt << 26;
-  const std::uint64_t q = dividend / b.mnt;
-  return round_at<unsigned int>(sgn, a.exp - b.exp + 164, q | (q * b.mnt != dividend), 63, mode);
-}
-
-// Newton-Raphson on the reciprocal, since a 128-by-64 division is not used. The estimate of the quotient is below it,
-// by at most one; the exact product decides.
-Outcome<unsigned long> divide_finite(Unpacked<unsigned long> x, Unpacked<unsigned long> y, unsigned sgn, int mode) {
-  const std::uint64_t a = x.mnt << 11, b = y.mnt << 11;
-  const std::uint64_t r = ~std::uint64_t{0} / (b >> 31);
-  const Uint128 p = static_cast<Uint128>(b) * r;
-  const std::uint64_t e = static_cast<std::uint64_t>(((static_cast<Uint128>(1) << 96) - p) >> 32);
-  const std::uint64_t reciprocal = static_cast<std::uint64_t>((static_cast<Uint128>(e) * r) >> 33);
-  std::uint64_t q = static_cast<std::uint64_t>((static_cast<Uint128>(reciprocal) * (a >> 2)) >> 68);
-  const Uint128 next = static_cast<Uint128>(b >> 2) * (q + 1);
-  const Uint128 target = static_cast<Uint128>(a >> 11) << 64;
-  if (next <= target) ++q;
-  const std::uint64_t sticky = next != target;
-  return round_at<unsigned long>(sgn, x.exp - y.exp + 1031, (q << 1) | sticky, 64, mode);
-}
-
-// Square roots: a linear seed, Newton steps, and the last bit decided by squaring.
-
-Outcome<unsigned short> root_finite(Unpacked<unsigned short> u, int mode) {
-  unsigned a = static_cast<unsigned>(u.mnt) << 5;
-  int exp = u.exp - 5;
-  if (exp % 2 == 0) {
-    a >>= 1;
-    ++exp;
-  }
-  const unsigned seed = (a >> 3) + (a >> 2) + 0x5000;
-  const unsigned n = a << 16;
-  unsigned x = (n / seed + seed) >> 1;
-  x = (n / x + x) >> 1;
-  const std::uint64_t wide = static_cast<std::uint64_t>(x) << 16;
-  x = (static_cast<unsigned>(((static_cast<std::uint64_t>(a) << 48) / wide + wide) >> 17) - 4) >> 3;
-  const unsigned square = (x + 1) * (x + 1), target = a << 10;
-  if (square <= target) ++x;
-  return round_at<unsigned short>(0, (exp + 25) >> 1, (static_cast<std::uint64_t>(x) << 1) | (square != target), 16,
-                                  mode);
-}
-
-Outcome<unsigned int> root_finite(Unpacked<unsigned int> u, int mode) {
-  unsigned a = static_cast<unsigned>(u.mnt) << 8;
-  int exp = u.exp - 8;
-  if (exp % 2 == 0) {
-    a >>= 1;
-    ++exp;
-  }
-  const unsigned seed = (a >> 3) + (a >> 2) + 0x50000000;
-  unsigned x = a / (seed >> 15) + (seed >> 16);
-  const unsigned wide = (((x >> 1) & 0xffff) + a / x) << 15;
-  x = ((wide >> 1) - 32 + static_cast<unsigned>(((static_cast<std::uint64_t>(a) << 32) / wide) >> 2)) >> 6;
-  const std::uint64_t next = std::uint64_t{x} + 1;
-  const std::uint64_t square = next * next, target = static_cast<std::uint64_t>(a) << 19;
-  const std::uint64_t root = square <= target ? next : x;
-  return round_at<unsigned int>(0, (exp + 147) >> 1, (root << 1) | (square != target), 32, mode);
-}
-
-// The parity of the exponent is the opposite of the other widths: the mantissa stands elsewhere relative to it.
-Outcome<unsigned long> root_finite(Unpacked<unsigned long> u, int mode) {
-  std::uint64_t a = u.mnt << 11;
-  int exp = u.exp - 11;
-  if (exp % 2 != 0) {
-    a >>= 1;
-    ++exp;
-  }
-  const unsigned seed = static_cast<unsigned>((a >> 34) + (a >> 35)) + 0x50000000;
-  const unsigned high = static_cast<unsigned>(a >> 32);
-  const unsigned first = high / (seed >> 15) + (seed >> 16);
-  const unsigned second = (high / first + (first >> 1)) << 15;
-  const unsigned x = static_cast<unsigned>((a / second) >> 2) + (second >> 1);
-  const std::uint64_t r = (std::uint64_t{1} << 62) / x;
-  const std::uint64_t d = -(x * r) * 2;
-  const std::uint64_t reciprocal = static_cast<std::uint64_t>((static_cast<Uint128>(d) * r) >> 31);
-  const Uint128 step = static_cast<Uint128>(a >> 10) * (reciprocal >> 2);
-  const std::uint64_t y = (static_cast<std::uint64_t>(x) << 31) + (static_cast<std::uint64_t>((step << 5) >> 56) >> 1);
-  std::uint64_t root = ((y - 256) >> 9) + 1;
-  const Uint128 square = (static_cast<Uint128>(root) * root) << 19, target = static_cast<Uint128>(a) << 64;
-  if (square > target) --root;
-  return round_at<unsigned long>(0, (exp + 1053) >> 1, (root << 1) | (square != target), 64, mode);
-}
-
-template <class T>
-Outcome<T> divide(T a, T b, int mode) {
+Outcome<T> divide_any(T a, T b, int mode) {
   using F = Format<T>;
   int flags = 0;
   Unpacked<T> x = fp_unpack(a, mode, flags);
@@ -201,7 +101,7 @@ Outcome<T> divide(T a, T b, int mode) {
 }
 
 template <class T>
-Outcome<T> square_root(T a, int mode) {
+Outcome<T> square_root_any(T a, int mode) {
   int flags = 0;
   Unpacked<T> u = fp_unpack(a, mode, flags);
   if (u.nan()) return with_flags(fp_process_NaN(a, mode), flags);
@@ -212,6 +112,8 @@ Outcome<T> square_root(T a, int mode) {
   return with_flags(root_finite(u, mode), flags);
 }
 
+namespace {
+
 template <class T>
 T multiply_add_into(T a, T b, T c, int scale, int mode, int* flags) {
   const Outcome<T> outcome = multiply_add_any(a, b, c, scale, mode);
@@ -221,16 +123,6 @@ T multiply_add_into(T a, T b, T c, int scale, int mode, int* flags) {
 
 }  // namespace
 }  // namespace sve
-
-template <class T>
-T FPDiv(T a, T b, FPSCR& fpscr) {
-  return sve::settle(sve::divide(a, b, sve::mode_of(fpscr)), fpscr);
-}
-
-template <class T>
-T FPSqrt(T a, FPSCR& fpscr) {
-  return sve::settle(sve::square_root(a, sve::mode_of(fpscr)), fpscr);
-}
 
 unsigned short fp16_muladd(unsigned short a, unsigned short b, unsigned short c, int scale, int mode, int* flags) {
   return sve::multiply_add_into(a, b, c, scale, mode, flags);
@@ -248,6 +140,8 @@ unsigned long fp64_muladd(unsigned long a, unsigned long b, unsigned long c, int
   template sve::Outcome<T> sve::multiply_any<T, false>(T, T, int);   \
   template sve::Outcome<T> sve::multiply_any<T, true>(T, T, int);    \
   template sve::Outcome<T> sve::multiply_add_any(T, T, T, int, int); \
+  template sve::Outcome<T> sve::divide_any(T, T, int);               \
+  template sve::Outcome<T> sve::square_root_any(T, int);             \
   template T FPAdd(T, T, FPSCR&);                                    \
   template T FPSub(T, T, FPSCR&);                                    \
   template T FPMul(T, T, FPSCR&);                                    \

@@ -1,6 +1,6 @@
-// Add, subtract, multiply, divide, square root and fused multiply-add on raw bits.
+// Add, subtract, multiply and fused multiply-add on raw bits.
 //
-// Add, subtract, multiply and the fused operation are in line for normal operands and normal results, without branches
+// They are in line for normal operands and normal results, without branches
 // that depend on values in that range, so that a vector loop keeps the mode word and the flags in registers. Zeros,
 // denormals, infinities and NaNs take the `*_any` functions, which are the whole operation.
 #pragma once
@@ -213,14 +213,6 @@ template <class T>
   return sve::settle(sve::multiply<T, true>(a, b, sve::mode_of(fpscr)), fpscr);
 }
 
-/// a / b. A finite value other than zero over zero raises DZC.
-template <class T>
-T FPDiv(T a, T b, FPSCR& fpscr);
-
-/// The square root of a. Values below zero are invalid; -0 is its own root.
-template <class T>
-T FPSqrt(T a, FPSCR& fpscr);
-
 /// a + b * c, rounded once. The addend comes first. Nothing is negated: callers flip operands with `FPNeg`.
 template <class T>
 [[gnu::always_inline]] inline T FPMulAdd(T a, T b, T c, FPSCR& fpscr) {
@@ -233,14 +225,12 @@ unsigned short fp16_muladd(unsigned short a, unsigned short b, unsigned short c,
 unsigned int fp32_muladd(unsigned int a, unsigned int b, unsigned int c, int scale, int mode, int* flags);
 unsigned long fp64_muladd(unsigned long a, unsigned long b, unsigned long c, int scale, int mode, int* flags);
 
-#define SVE_FPLIB_DECLARE(T)                                                \
-  extern template sve::Outcome<T> sve::add_any<T, false>(T, T, int);        \
-  extern template sve::Outcome<T> sve::add_any<T, true>(T, T, int);         \
-  extern template sve::Outcome<T> sve::multiply_any<T, false>(T, T, int);   \
-  extern template sve::Outcome<T> sve::multiply_any<T, true>(T, T, int);    \
-  extern template sve::Outcome<T> sve::multiply_add_any(T, T, T, int, int); \
-  extern template T FPDiv(T, T, FPSCR&);                                    \
-  extern template T FPSqrt(T, FPSCR&);
+#define SVE_FPLIB_DECLARE(T)                                              \
+  extern template sve::Outcome<T> sve::add_any<T, false>(T, T, int);      \
+  extern template sve::Outcome<T> sve::add_any<T, true>(T, T, int);       \
+  extern template sve::Outcome<T> sve::multiply_any<T, false>(T, T, int); \
+  extern template sve::Outcome<T> sve::multiply_any<T, true>(T, T, int);  \
+  extern template sve::Outcome<T> sve::multiply_add_any(T, T, T, int, int);
 SVE_FPLIB_DECLARE(unsigned short)
 SVE_FPLIB_DECLARE(unsigned int)
 SVE_FPLIB_DECLARE(unsigned long)

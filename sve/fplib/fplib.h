@@ -11,4 +11,5 @@
 #include "sve/fplib/control.h"      // IWYU pragma: export
 #include "sve/fplib/conversions.h"  // IWYU pragma: export
 #include "sve/fplib/core.h"         // IWYU pragma: export
+#include "sve/fplib/division.h"     // IWYU pragma: export
 #include "sve/fplib/estimates.h"    // IWYU pragma: export
