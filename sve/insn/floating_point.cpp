@@ -94,8 +94,8 @@ constexpr auto sum = [](auto& host, auto a, auto b) { return host.add(a, b); };
 constexpr auto subtract = [](auto& host, auto a, auto b) { return host.subtract(a, b); };
 constexpr auto subtract_reversed = [](auto& host, auto a, auto b) { return host.subtract(b, a); };
 constexpr auto product = [](auto& host, auto a, auto b) { return host.multiply(a, b); };
-constexpr auto divide = [](auto& host, auto a, auto b) { return host.divide(a, b); };
-constexpr auto divide_reversed = [](auto& host, auto a, auto b) { return host.divide(b, a); };
+constexpr auto quotient = [](auto& host, auto a, auto b) { return host.divide(a, b); };
+constexpr auto quotient_reversed = [](auto& host, auto a, auto b) { return host.divide(b, a); };
 constexpr auto maximum = [](auto& host, auto a, auto b) { return host.maximum(a, b); };
 constexpr auto maximum_number = [](auto& host, auto a, auto b) { return host.maximum_number(a, b); };
 constexpr auto minimum_number = [](auto& host, auto a, auto b) { return host.minimum_number(a, b); };
@@ -153,8 +153,8 @@ BINARY(fadd, sum)
 BINARY(fsub, subtract)
 BINARY(fsubr, subtract_reversed)
 BINARY(fmul, product)
-BINARY(fdiv, divide)
-BINARY(fdivr, divide_reversed)
+BINARY(fdiv, quotient)
+BINARY(fdivr, quotient_reversed)
 BINARY(fmax, maximum)
 BINARY(fmaxnm, maximum_number)
 BINARY(fminnm, minimum_number)

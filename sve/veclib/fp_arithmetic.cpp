@@ -11,14 +11,14 @@ constexpr auto subtract = [](auto a, auto b, FPSCR& s) { return FPSub(a, b, s); 
 constexpr auto subtract_reversed = [](auto a, auto b, FPSCR& s) { return FPSub(b, a, s); };
 constexpr auto product = [](auto a, auto b, FPSCR& s) { return FPMul(a, b, s); };
 constexpr auto multiply_extended = [](auto a, auto b, FPSCR& s) { return FPMulX(a, b, s); };
-constexpr auto divide = [](auto a, auto b, FPSCR& s) { return FPDiv(a, b, s); };
-constexpr auto divide_reversed = [](auto a, auto b, FPSCR& s) { return FPDiv(b, a, s); };
+constexpr auto quotient = [](auto a, auto b, FPSCR& s) { return FPDiv(a, b, s); };
+constexpr auto quotient_reversed = [](auto a, auto b, FPSCR& s) { return FPDiv(b, a, s); };
 constexpr auto maximum = [](auto a, auto b, FPSCR& s) { return FPMax(a, b, s); };
 constexpr auto minimum = [](auto a, auto b, FPSCR& s) { return FPMin(a, b, s); };
 constexpr auto maximum_number = [](auto a, auto b, FPSCR& s) { return FPMaxNum(a, b, s); };
 constexpr auto minimum_number = [](auto a, auto b, FPSCR& s) { return FPMinNum(a, b, s); };
 constexpr auto absolute_difference = [](auto a, auto b, FPSCR& s) { return magnitude_of(FPSub(a, b, s)); };
-constexpr auto square_root = [](auto a, FPSCR& s) { return FPSqrt(a, s); };
+constexpr auto root = [](auto a, FPSCR& s) { return FPSqrt(a, s); };
 
 constexpr auto scale = [](auto a, auto b, FPSCR& s) {
   if constexpr (sizeof(a) == 2)
@@ -91,8 +91,8 @@ SVE_DEFINE_VVM(SubVVM, fp_merging<T>(a, p, b, ctx, subtract), FP_TYPES)
 SVE_DEFINE_VVM(SubRVVM, fp_merging<T>(a, p, b, ctx, subtract_reversed), FP_TYPES)
 SVE_DEFINE_VVM(MulVVM, fp_merging<T>(a, p, b, ctx, product), FP_TYPES)
 SVE_DEFINE_VVM(MulXVVM, fp_merging<T>(a, p, b, ctx, multiply_extended), FP_TYPES)
-SVE_DEFINE_VVM(DivVVM, fp_merging<T>(a, p, b, ctx, divide), FP_TYPES)
-SVE_DEFINE_VVM(DivRVVM, fp_merging<T>(a, p, b, ctx, divide_reversed), FP_TYPES)
+SVE_DEFINE_VVM(DivVVM, fp_merging<T>(a, p, b, ctx, quotient), FP_TYPES)
+SVE_DEFINE_VVM(DivRVVM, fp_merging<T>(a, p, b, ctx, quotient_reversed), FP_TYPES)
 SVE_DEFINE_VVM(MaxVVM, fp_merging<T>(a, p, b, ctx, maximum), FP_TYPES)
 SVE_DEFINE_VVM(MinVVM, fp_merging<T>(a, p, b, ctx, minimum), FP_TYPES)
 SVE_DEFINE_VVM(MaxNumVVM, fp_merging<T>(a, p, b, ctx, maximum_number), FP_TYPES)
@@ -115,7 +115,7 @@ SVE_DEFINE_VIM(MinNumVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, minimum_
 // Sign operations touch no status.
 SVE_DEFINE_VVM(AbsVM, merging_unary<T>(a, p, b, ctx, [](T x) { return magnitude_of(x); }), FP_TYPES)
 SVE_DEFINE_VVM(NegVM, merging_unary<T>(a, p, b, ctx, [](T x) { return FPNeg(x); }), FP_TYPES)
-SVE_DEFINE_VVM(SqrtVM, fp_unary<T>(a, p, b, ctx, square_root), FP_TYPES)
+SVE_DEFINE_VVM(SqrtVM, fp_unary<T>(a, p, b, ctx, root), FP_TYPES)
 
 SVE_DEFINE_VVVM(FMAVVVM, fp_ternary<T>(a, p, b, c, ctx, fma), FP_TYPES)
 SVE_DEFINE_VVVM(FMSVVVM, fp_ternary<T>(a, p, b, c, ctx, fms), FP_TYPES)

@@ -1,0 +1,114 @@
+// Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated one,
+// that has SVE at the model's vector length. Prints "NAME NANOSECONDS" lines; arguments are regular expressions of names.
+#include <time.h>
+
+#include <regex>
+#include <vector>
+
+#include "bench/row_case.h"
+
+extern "C" {
+// x0: registers, x1: code, x2: iterations. Loads Z0 to Z3, sets P0 to P15 and FFR, and calls the code with the count in x19.
+void run_native(const bench::registers*, const void*, std::uint64_t);
+}
+
+asm(R"(
+  .arch armv8.2-a+sve
+  .text
+  .global run_native
+run_native:
+  stp x29, x30, [sp, -176]!
+  stp x19, x20, [sp, 16]
+  stp x21, x22, [sp, 32]
+  stp d8, d9, [sp, 48]
+  stp d10, d11, [sp, 64]
+  stp d12, d13, [sp, 80]
+  stp d14, d15, [sp, 96]
+  mov x20, x0
+  mov x21, x1
+  mov x19, x2
+  ldr z0, [x20]
+  ldr z1, [x20, #1, mul vl]
+  ldr z2, [x20, #2, mul vl]
+  ldr z3, [x20, #3, mul vl]
+  setffr
+)"
+#define PTRUE(n) "  ptrue p" #n ".b\n"
+    PTRUE(0) PTRUE(1) PTRUE(2) PTRUE(3) PTRUE(4) PTRUE(5) PTRUE(6) PTRUE(7) PTRUE(8) PTRUE(9) PTRUE(10) PTRUE(11)
+        PTRUE(12) PTRUE(13) PTRUE(14) PTRUE(15) R"(
+  ldr x1, [x20, #448]
+  ldr x2, [x20, #456]
+  blr x21
+  ldp d14, d15, [sp, 96]
+  ldp d12, d13, [sp, 80]
+  ldp d10, d11, [sp, 64]
+  ldp d8, d9, [sp, 48]
+  ldp x21, x22, [sp, 32]
+  ldp x19, x20, [sp, 16]
+  ldp x29, x30, [sp], 176
+  ret
+)");
+
+static_assert(offsetof(bench::registers, x1) == 448);
+
+namespace {
+
+double now() {
+  timespec t;
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<double>(t.tv_sec) * 1e9 + static_cast<double>(t.tv_nsec);
+}
+
+constexpr int unrolled = 16;
+
+// A loop of the word, `unrolled` times a round, counted in x19. Floating-point cases restore Z0 before each word.
+double measure(std::uint32_t* code, const bench::row_case& c) {
+  std::size_t n = 0;
+  for (int i = 0; i < unrolled; ++i) {
+    if (c.floating_point) code[n++] = 0x04633060;  // mov z0.d, z3.d
+    code[n++] = c.word;
+  }
+  code[n++] = 0xf1000673;                                                           // subs x19, x19, #1
+  code[n] = 0x54000001 | ((static_cast<std::uint32_t>(-static_cast<int>(n)) & 0x7ffff) << 5);  // b.ne to the start
+  ++n;
+  code[n++] = 0xd65f03c0;  // ret
+  __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + n));
+  double best = 1e30;
+  std::uint64_t rounds = 64;
+  for (int sample = 0; sample < 5; ++sample) {
+    double start = now();
+    run_native(&c.values, code, rounds);
+    double elapsed = now() - start;
+    if (elapsed < 1e6 && sample == 0) {
+      rounds *= 8;
+      --sample;
+      if (rounds > (1u << 22)) ++sample;
+      continue;
+    }
+    const double each = elapsed / (static_cast<double>(rounds) * unrolled);
+    if (each < best) best = each;
+  }
+  return best;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bench::map_window();
+  auto* code = static_cast<std::uint32_t*>(
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  if (code == MAP_FAILED) {
+    std::perror("cannot map memory for code");
+    return 1;
+  }
+  std::vector<std::regex> filters;
+  for (int i = 1; i < argc; ++i) filters.emplace_back(argv[i]);
+  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& row : map->rows) {
+      bool wanted = filters.empty();
+      for (const std::regex& filter : filters) wanted = wanted || std::regex_search(row.name, filter);
+      if (!wanted) continue;
+      std::printf("%s %.3f\n", row.name, measure(code, bench::make_case(*map, row)));
+      std::fflush(stdout);
+    }
+}

@@ -1,0 +1,104 @@
+// One measurable case for each row of the instruction table: a word with fixed operands, and the register contents it runs
+// on. The benchmark of the model and the program that runs the same words natively share it.
+#pragma once
+
+#include <sys/mman.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "sve/decode/table.h"
+
+namespace bench {
+
+/// Memory below 4 GiB, so that vectors of 32-bit bases can point into it.
+inline constexpr std::uint64_t window_address = 0x30000000;
+inline constexpr std::size_t window_bytes = 1 << 16;
+
+/// Maps the window; ends the program if it cannot.
+inline void map_window() {
+  void* at = mmap(reinterpret_cast<void*>(window_address), window_bytes, PROT_READ | PROT_WRITE,
+                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+  if (at != reinterpret_cast<void*>(window_address)) {
+    std::perror("cannot map the benchmark's memory");
+    std::exit(1);
+  }
+  std::memset(at, 0x5a, window_bytes);
+}
+
+/// What the registers of a case hold. Zd, Zdn and Pd are 0, Zn and Rn 1, Zm and Rm 2, the governing predicate is P1.
+struct registers {
+  alignas(16) std::uint8_t z[4][112];  ///< Z3 keeps a copy of Z0, to which floating-point cases return after each word
+  std::uint64_t x1, x2;                ///< base inside the window, index
+};
+
+struct row_case {
+  std::uint32_t word;
+  registers values;
+  bool floating_point;  ///< destructive operations on real numbers would run away: Z0 is restored after each word
+};
+
+inline bool ends_with(std::string_view s, std::string_view end) {
+  return s.size() >= end.size() && s.substr(s.size() - end.size()) == end;
+}
+
+template <class T, class Next>
+void fill(std::uint8_t* z, Next next) {
+  for (std::size_t i = 0; i < 112 / sizeof(T); ++i) {
+    const T value = static_cast<T>(next());
+    std::memcpy(z + i * sizeof(T), &value, sizeof value);
+  }
+}
+
+inline row_case make_case(const sve::decode::map& map, const sve::decode::row& row) {
+  const std::string_view name = row.name;
+  row_case c{};
+  // Operands by the usual places of their fields; the row's fixed bits win.
+  std::uint32_t operands = 1u << 5 | 1u << 10 | 2u << 16;
+  if (ends_with(name, "LSSZ") || ends_with(name, "SSZ")) operands |= 0;      // the index register holds 0
+  if (ends_with(name, "SIZ") || ends_with(name, "SI")) operands &= ~(0x3fu << 16);  // no offset
+  if (name.find("VL") != name.npos || name.find("True") != name.npos) operands = 31u << 5;  // the pattern ALL
+  if (name.find("U64AndVIX") != name.npos || name.find("OrVIX") != name.npos || name.find("MaskI") != name.npos)
+    operands = 1u << 17 | 7u << 5;  // eight ones of 64
+  c.word = map.word(row.key) | (operands & ~map.fixed_bits);
+
+  std::mt19937_64 random(row.key);
+  const auto any = [&] { return random(); };
+  for (auto& z : c.values.z) fill<std::uint64_t>(z, any);
+  const char letter = name[3];
+  const unsigned width = static_cast<unsigned>(std::strtoul(row.name + 4, nullptr, 10));
+  c.floating_point = letter == 'F' || letter == 'D' || letter == 'H' || name.find("From") != name.npos;
+  const bool memory = name.find("Load") != name.npos || name.find("Store") != name.npos;
+  if (c.floating_point && !memory) {
+    // Numbers near 1 at the width of the type.
+    for (int k = 0; k < 3; ++k) {
+      if (width == 16) fill<std::uint16_t>(c.values.z[k], [&] { return 0x3c00u | (random() & 0x3ff); });
+      if (width == 32) fill<std::uint32_t>(c.values.z[k], [&] { return 0x3f800000u | (random() & 0x7fffff); });
+      if (width == 64)
+        fill<std::uint64_t>(c.values.z[k], [&] { return 0x3ff0000000000000u | (random() & 0xfffffffffffffu); });
+    }
+  }
+  if (memory) {
+    const auto offset = [&] { return random() % 64; };
+    const auto address = [&] { return window_address + 4096 + random() % 2048; };
+    if (width == 32) {
+      fill<std::uint32_t>(c.values.z[1], address);
+      fill<std::uint32_t>(c.values.z[2], offset);
+    } else {
+      fill<std::uint64_t>(c.values.z[1], address);
+      fill<std::uint64_t>(c.values.z[2], offset);
+    }
+  }
+  std::memcpy(c.values.z[3], c.values.z[0], sizeof c.values.z[0]);
+  c.values.x1 = window_address + 8192;
+  c.values.x2 = 0;
+  return c;
+}
+
+}  // namespace bench
