@@ -67,7 +67,7 @@ inline void leave(const CpuContext& context, cpu_state* state) {
   state->nzcv = context.nzcv;
   state->fpsr = context.fpsr;
   state->fpcr = context.fpcr;  // from here on any bits of fpcr_extra stand in fpcr
-  unpack_bits(reinterpret_cast<const std::uint8_t*>(context.ffr.words), state->ffr, vector_bytes);
+  unpack_register(context.ffr.words, state->ffr);
 }
 
 template <class Signature>

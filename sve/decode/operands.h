@@ -91,9 +91,8 @@ struct predicate_in {
   using type = PredV;
   static void load(PredV& p, const cpu_state* state, word_t w) { to_bits(p, state->p[Field::cut(w)]); }
   static void to_bits(PredV& p, const byte* bytes) {
-    static_assert(vector_bytes < 128);
-    p.words[1] = p.words[2] = p.words[3] = 0;
-    pack_bits(bytes, reinterpret_cast<std::uint8_t*>(p.words), vector_bytes);
+    pack_register(bytes, p.words);
+    p.words[2] = p.words[3] = 0;
   }
 };
 /// General register operand, 31 the zero register.
@@ -136,7 +135,7 @@ struct to_z {
 };
 struct to_p {
   static void store(cpu_state* state, word_t w, const PredV& p) {
-    unpack_bits(reinterpret_cast<const std::uint8_t*>(p.words), state->p[bits<3, 0>::cut(w)], vector_bytes);
+    unpack_register(p.words, state->p[bits<3, 0>::cut(w)]);
   }
 };
 /// A scalar into a general register; dropped for 31.

@@ -224,24 +224,17 @@ static_assert(predicate_bytes == 14);
 // ldr Pt, [Xn|SP, #imm, mul vl]
 aarch64_decode_rc sve_ldr_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
-  byte packed[predicate_bytes];
   const std::uint64_t low = read_memory<std::uint64_t>(address), high = read_memory<std::uint64_t>(address + 6);
-  std::memcpy(packed, &low, 8);
-  std::memcpy(packed + 6, &high, 8);
-  unpack_bits(packed, p_of(state, pt), vector_bytes);
+  register_bits(low, high >> 16).spread(p_of(state, pt));
   return executed;
 }
 
 // str Pt, [Xn|SP, #imm, mul vl]
 aarch64_decode_rc sve_str_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
-  byte packed[predicate_bytes];
-  pack_bits(p_of(state, pt), packed, vector_bytes);
-  std::uint64_t low, high;
-  std::memcpy(&low, packed, 8);
-  std::memcpy(&high, packed + 6, 8);
-  write_memory(address, low);
+  const register_bits packed(p_of(state, pt));
+  write_memory(address, packed.low);
   asm volatile("" ::: "memory");
-  write_memory(address + 6, high);
+  write_memory(address + 6, packed.high << 16 | packed.low >> 48);
   return executed;
 }

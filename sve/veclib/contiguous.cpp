@@ -46,7 +46,7 @@ VectorV replicate(const PredV& p, u64 base, std::int64_t imm, const CpuContext* 
   for (std::size_t e = 0; e < n; ++e) any = any || active<T>(p, e);
   const T value = any ? static_cast<T>(read_plain<M>(base + scaled(imm, sizeof(M)))) : T{0};
   VectorV r;
-  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), n, [value] { return value; });
+  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [value] { return value; });
   return r;
 }
 
@@ -200,11 +200,12 @@ PredV VecPFillSI(u64 base, std::int64_t imm, CpuContext* ctx) {
   PredV r{};
   const std::size_t bytes = ctx->vl_word;
   for (std::size_t i = 0; i < bytes; ++i)
-    bits_of(r)[i] = static_cast<byte>(ReadMemLib1(base + scaled(imm, bytes) + i, 0, nullptr, ctx));
+    r.words[i / 8] |= ReadMemLib1(base + scaled(imm, bytes) + i, 0, nullptr, ctx) << (8 * (i % 8));
   return r;
 }
 
 void VecPSpillSI(u64 base, std::int64_t imm, const PredV& p, CpuContext* ctx) {
   const std::size_t bytes = ctx->vl_word;
-  for (std::size_t i = 0; i < bytes; ++i) WriteMemLib1(bits_of(p)[i], base + scaled(imm, bytes) + i, ctx);
+  for (std::size_t i = 0; i < bytes; ++i) 
+    WriteMemLib1(static_cast<byte>(p.words[i / 8] >> (8 * (i % 8))), base + scaled(imm, bytes) + i, ctx);
 }

@@ -47,8 +47,12 @@ inline std::size_t count(const CpuContext* context) {
   return granules(context) * 8 / sizeof(T);
 }
 
-inline const byte* bits_of(const PredV& p) { return reinterpret_cast<const byte*>(p.words); }
-inline byte* bits_of(PredV& p) { return reinterpret_cast<byte*>(p.words); }
+/// Elements of T in the whole 16-byte pieces that cover the length in use. The element loops below run over these: what a
+/// vector holds above its length is undefined, so that computing it too costs nothing but spares a remainder loop.
+template <class T>
+inline std::size_t covering_count(const CpuContext* context) {
+  return (granules(context) + 1) / 2 * (16 / sizeof(T));
+}
 
 /// The predicate bit of vector byte `i`.
 inline bool bit(const PredV& p, std::size_t i) { return p.words[i / 64] >> (i % 64) & 1; }
@@ -59,10 +63,10 @@ inline bool active(const PredV& p, std::size_t i) {
   return bit(p, i * sizeof(T));
 }
 
-/// A predicate in byte form, up to the length in use, as the element loops take it.
+/// A predicate in byte form, as the element loops take it: up to the length in use, and what covers it.
 struct byte_predicate {
   explicit byte_predicate(const PredV& p, const CpuContext* context) {
-    unpack_bits(bits_of(p), bytes, length_bytes(context));
+    unpack_bits(p.words, bytes, covering_count<std::uint8_t>(context));
   }
   operator const byte*() const { return bytes; }
   alignas(32) byte bytes[256];
@@ -71,7 +75,7 @@ struct byte_predicate {
 /// The predicate whose bytes `bytes` are, up to the length in use; 0 above it.
 inline PredV packed(const byte* bytes, const CpuContext* context) {
   PredV p{};
-  pack_bits(bytes, bits_of(p), length_bytes(context));
+  pack_bits(bytes, p.words, length_bytes(context));
   return p;
 }
 
@@ -81,7 +85,7 @@ inline PredV packed(const byte* bytes, const CpuContext* context) {
 template <class T, class Op>
 inline VectorV merging(const VectorV& a, const PredV& p, const VectorV& b, const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), count<T>(context), op, a.bytes, b.bytes);
+  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), covering_count<T>(context), op, a.bytes, b.bytes);
   return r;
 }
 
@@ -89,7 +93,7 @@ inline VectorV merging(const VectorV& a, const PredV& p, const VectorV& b, const
 template <class T, class Op>
 inline VectorV merging_unary(const VectorV& old, const PredV& p, const VectorV& a, const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, old.bytes, byte_predicate(p, context), count<T>(context), op, a.bytes);
+  merge_lanes<T>(r.bytes, old.bytes, byte_predicate(p, context), covering_count<T>(context), op, a.bytes);
   return r;
 }
 
@@ -98,7 +102,7 @@ template <class T, class Op>
 inline VectorV merging_ternary(const VectorV& a, const PredV& p, const VectorV& b, const VectorV& c,
                                const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), count<T>(context), op, a.bytes, b.bytes, c.bytes);
+  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), covering_count<T>(context), op, a.bytes, b.bytes, c.bytes);
   return r;
 }
 
@@ -106,7 +110,7 @@ inline VectorV merging_ternary(const VectorV& a, const PredV& p, const VectorV& 
 template <class T, class Op, class... Sources>
 inline VectorV mapped(const CpuContext* context, Op op, const Sources&... src) {
   VectorV r;
-  map_lanes<T>(r.bytes, count<T>(context), op, src.bytes...);
+  map_lanes<T>(r.bytes, covering_count<T>(context), op, src.bytes...);
   return r;
 }
 
@@ -114,7 +118,7 @@ inline VectorV mapped(const CpuContext* context, Op op, const Sources&... src) {
 template <class T, class Test, class... Sources>
 inline PredV compared(const PredV& p, const CpuContext* context, Test test, const Sources&... src) {
   alignas(32) byte r[256];
-  compare_lanes<T>(r, byte_predicate(p, context), count<T>(context), test, src.bytes...);
+  compare_lanes<T>(r, byte_predicate(p, context), covering_count<T>(context), test, src.bytes...);
   return packed(r, context);
 }
 

@@ -49,8 +49,10 @@ constexpr auto high_product = [](auto a, auto b) {
                                                 static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(b), 64, is_unsigned<T>))),
                               64));
   } else {
+    using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
     using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
-    return static_cast<Wide>(a) * static_cast<Wide>(b) >> width<T>;
+    using Product = std::conditional_t<sizeof(T) <= 2, Narrow, Wide>;
+    return static_cast<Product>(a) * static_cast<Product>(b) >> width<T>;
   }
 };
 

@@ -135,7 +135,7 @@ VectorV selected(const PredV& p, const VectorV& a, const VectorV& b, const CpuCo
 template <class T>
 VectorV zeroing_move(const PredV& p, const VectorV& a, const CpuContext* ctx) {
   VectorV r;
-  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), count<T>(ctx), [](T x) { return x; }, a.bytes);
+  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [](T x) { return x; }, a.bytes);
   return r;
 }
 
@@ -233,7 +233,7 @@ VectorV merged_scalar(const VectorV& old, const PredV& p, std::uint64_t value, c
 template <class T>
 VectorV zeroed_scalar(const PredV& p, std::uint64_t value, const CpuContext* ctx) {
   VectorV r;
-  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), count<T>(ctx), [value] { return static_cast<T>(value); });
+  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [value] { return static_cast<T>(value); });
   return r;
 }
 

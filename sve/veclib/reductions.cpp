@@ -28,15 +28,18 @@ T reduced(const PredV& p, const VectorV& a, const CpuContext* ctx, T start, Step
 template <class T>
 std::uint64_t summed(const PredV& p, const VectorV& a, const CpuContext* ctx) {
   using U = unsigned_of<T>;
+  // The sum of a vector's elements of up to 16 bits fits 32 bits.
+  using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
   using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
+  using Sum = std::conditional_t<sizeof(T) <= 2, Narrow, std::uint64_t>;
   const byte_predicate predicate(p, ctx);
   const std::size_t n = count<T>(ctx);
-  std::uint64_t sum = 0;
+  Sum sum = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const T value = static_cast<T>(load<U>(a.bytes, i) & active_mask<U>(predicate, i));
-    sum += static_cast<std::uint64_t>(static_cast<Wide>(value));
+    sum += static_cast<Sum>(static_cast<Wide>(value));
   }
-  return sum;
+  return static_cast<std::uint64_t>(static_cast<Wide>(sum));
 }
 
 // The signed extrema come back sign-extended to 32 bits, or whole at 64.

@@ -9,54 +9,74 @@ using namespace sve::veclib;
 
 namespace {
 
-// A type that holds any sum or difference of two elements of T, or of an element and an immediate.
 template <class T>
-using exact = std::conditional_t<sizeof(T) <= 2, std::int32_t, std::int64_t>;
+inline constexpr T highest = std::numeric_limits<T>::max();
+template <class T>
+inline constexpr T lowest = std::numeric_limits<T>::min();
 
+// The limit that an overflow of a signed operation passed: the one on the side of the first operand.
 template <class T>
-constexpr T clamped(exact<T> x) {
-  constexpr exact<T> low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  return static_cast<T>(x < low ? low : x > high ? high : x);
+constexpr T limit_beside(T a) {
+  return static_cast<T>((a >> (8 * sizeof(T) - 1)) ^ highest<T>);
 }
 
-// The second operand is an element, or an immediate, which is unsigned also in the signed forms.
-constexpr auto saturating_sum = [](auto a, auto b) {
+constexpr auto sum = [](auto a, auto b) {
   using T = decltype(a);
-  if constexpr (sizeof(T) < 8) {
-    return clamped<T>(static_cast<exact<T>>(static_cast<exact<T>>(a) + static_cast<exact<T>>(b)));
-  } else if constexpr (std::is_unsigned_v<T>) {
-    const T sum = a + static_cast<T>(b);
-    return sum < a ? std::numeric_limits<T>::max() : sum;
-  } else {
-    const std::uint64_t x = static_cast<std::uint64_t>(a), y = static_cast<std::uint64_t>(b), sum = x + y;
-    const bool overflow = static_cast<std::int64_t>((x ^ sum) & (y ^ sum)) < 0;
-    return overflow ? static_cast<T>((a >> 63) ^ std::numeric_limits<T>::max()) : static_cast<T>(sum);
-  }
+  using U = unsigned_of<T>;
+  const U x = static_cast<U>(a), y = static_cast<U>(b), wrapped = static_cast<U>(x + y);
+  if constexpr (std::is_unsigned_v<T>) return wrapped < x ? highest<T> : wrapped;
+  const bool overflow = static_cast<signed_of<U>>((x ^ wrapped) & (y ^ wrapped)) < 0;
+  return overflow ? limit_beside(a) : static_cast<T>(wrapped);
 };
-constexpr auto saturating_difference = [](auto a, auto b) {
+constexpr auto difference = [](auto a, auto b) {
   using T = decltype(a);
-  if constexpr (sizeof(T) < 8) {
-    return clamped<T>(static_cast<exact<T>>(static_cast<exact<T>>(a) - static_cast<exact<T>>(b)));
-  } else if constexpr (std::is_unsigned_v<T>) {
-    return a < static_cast<T>(b) ? T{0} : static_cast<T>(a - static_cast<T>(b));
-  } else {
-    const std::uint64_t x = static_cast<std::uint64_t>(a), y = static_cast<std::uint64_t>(b), difference = x - y;
-    const bool overflow = static_cast<std::int64_t>((x ^ y) & (x ^ difference)) < 0;
-    return overflow ? static_cast<T>((a >> 63) ^ std::numeric_limits<T>::max()) : static_cast<T>(difference);
-  }
+  using U = unsigned_of<T>;
+  const U x = static_cast<U>(a), y = static_cast<U>(b), wrapped = static_cast<U>(x - y);
+  if constexpr (std::is_unsigned_v<T>) return x < y ? T{0} : wrapped;
+  const bool overflow = static_cast<signed_of<U>>((x ^ y) & (x ^ wrapped)) < 0;
+  return overflow ? limit_beside(a) : static_cast<T>(wrapped);
 };
 
-template <class T, class Op>
-VectorV with_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
-  const exact<T> value = static_cast<exact<T>>(imm);
-  return mapped<T>(ctx, [op, value](T x) { return op(x, value); }, a);
+// The immediate is unsigned also in the signed forms, where at 8 and 16 bits it may lie above the largest element: there the
+// exact result is formed at twice the width.
+template <class T>
+inline constexpr bool exceeds_element = std::is_signed_v<T> && sizeof(T) <= 2;
+template <class T>
+using exact = std::conditional_t<sizeof(T) == 1, std::int16_t, std::int32_t>;
+
+template <class T>
+VectorV add_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx) {
+  if constexpr (exceeds_element<T>) {
+    const auto value = static_cast<exact<T>>(imm);
+    return mapped<T>(ctx, [value](T x) {
+      const auto result = static_cast<exact<T>>(x + value);
+      return static_cast<T>(result > highest<T> ? highest<T> : result);
+    }, a);
+  } else {
+    const T value = static_cast<T>(imm);
+    return mapped<T>(ctx, [value](T x) { return sum(x, value); }, a);
+  }
+}
+
+template <class T>
+VectorV subtract_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx) {
+  if constexpr (exceeds_element<T>) {
+    const auto value = static_cast<exact<T>>(imm);
+    return mapped<T>(ctx, [value](T x) {
+      const auto result = static_cast<exact<T>>(x - value);
+      return static_cast<T>(result < lowest<T> ? lowest<T> : result);
+    }, a);
+  } else {
+    const T value = static_cast<T>(imm);
+    return mapped<T>(ctx, [value](T x) { return difference(x, value); }, a);
+  }
 }
 
 }  // namespace
 
 #define INTEGER_TYPES U8, U16, U32, U64, S8, S16, S32, S64
 
-SVE_DEFINE_VV(QAddVVX, mapped<T>(ctx, saturating_sum, a, b), INTEGER_TYPES)
-SVE_DEFINE_VV(QSubVVX, mapped<T>(ctx, saturating_difference, a, b), INTEGER_TYPES)
-SVE_DEFINE_VI(QAddVIX, with_immediate<T>(a, imm, ctx, saturating_sum), INTEGER_TYPES)
-SVE_DEFINE_VI(QSubVIX, with_immediate<T>(a, imm, ctx, saturating_difference), INTEGER_TYPES)
+SVE_DEFINE_VV(QAddVVX, mapped<T>(ctx, sum, a, b), INTEGER_TYPES)
+SVE_DEFINE_VV(QSubVVX, mapped<T>(ctx, difference, a, b), INTEGER_TYPES)
+SVE_DEFINE_VI(QAddVIX, add_immediate<T>(a, imm, ctx), INTEGER_TYPES)
+SVE_DEFINE_VI(QSubVIX, subtract_immediate<T>(a, imm, ctx), INTEGER_TYPES)
