@@ -1,8 +1,8 @@
 // Add, subtract, multiply and fused multiply-add on raw bits.
 //
-// They are in line for normal operands and normal results, without branches
-// that depend on values in that range, so that a vector loop keeps the mode word and the flags in registers. Zeros,
-// denormals, infinities and NaNs take the `*_any` functions, which are the whole operation.
+// They are in line for normal operands and normal results, without branches that depend on values in that range, so
+// that a vector loop keeps the mode word and the flags in registers. Zeros, denormals, infinities and NaNs take the
+// `*_any` functions, which are the whole operation.
 #pragma once
 
 #include "sve/fplib/core.h"
