@@ -8,7 +8,10 @@
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/runner/preload/thread_block.h"
-#include "sve/veclib/fault.h"
+
+// The model's fault capture.
+extern int SVEFaultRegion __attribute__((weak));
+void SVESigHandler(int sig, siginfo_t* info, void* context) __attribute__((weak));
 
 extern "C" {
 int sve_call_on_stack(void (*function)(void*), void* argument, void* stack_top, void** resume);
@@ -108,7 +111,7 @@ void fault_entry(int sig, siginfo_t* info, void* raw_context) {
   if (sig == SIGSEGV && block->model_action.handler) {
     return reinterpret_cast<void (*)(int, siginfo_t*, void*)>(block->model_action.handler)(sig, info, raw_context);
   }
-  if (SVEFaultRegion) return SVESigHandler(sig, info, raw_context);  // resumes the guarded read
+  if (&SVEFaultRegion && SVEFaultRegion) return SVESigHandler(sig, info, raw_context);  // resumes the guarded read
   block->fault = *info;
   std::memcpy(block->fault_records, context->uc_mcontext.__reserved, sizeof block->fault_records);
   sve_leave_stack(block->resume);

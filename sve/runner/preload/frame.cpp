@@ -1,6 +1,9 @@
 #include "sve/runner/preload/frame.h"
 
+#include <asm/sigcontext.h>
+
 #include <cstring>
+#include <type_traits>
 
 namespace sve::runner {
 namespace {

@@ -1,4 +1,5 @@
 // The signal functions as the program sees them: each is the libc function of its name, in the program's view.
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -185,7 +186,7 @@ int sigpending(sigset_t* set) noexcept {
 
 // While these wait with a mask of their own, handlers run under that mask, and may trap.
 int sigsuspend(const sigset_t* set) { return real.sigsuspend(KernelMask(set).get()); }
-int __sigsuspend(const sigset_t* set) __attribute__((alias("sigsuspend")));
+int __sigsuspend(const sigset_t* set) { return sigsuspend(set); }
 
 int __xpg_sigpause(int sig) {
   sigset_t set;
@@ -219,18 +220,22 @@ int pthread_attr_setsigmask_np(pthread_attr_t* attr, const sigset_t* set) {
 void longjmp(jmp_buf env, int value) noexcept {
   if (env[0].__mask_was_saved) set_sigill_blocked(false);
   real.longjmp(env, value);
+  __builtin_unreachable();
 }
 void _longjmp(jmp_buf env, int value) noexcept {
   if (env[0].__mask_was_saved) set_sigill_blocked(false);
   real._longjmp(env, value);
+  __builtin_unreachable();
 }
 void siglongjmp(sigjmp_buf env, int value) noexcept {
   if (env[0].__mask_was_saved) set_sigill_blocked(false);
   real.siglongjmp(env, value);
+  __builtin_unreachable();
 }
 void __longjmp_chk(jmp_buf env, int value) {
   if (env[0].__mask_was_saved) set_sigill_blocked(false);
   real.__longjmp_chk(env, value);
+  __builtin_unreachable();
 }
 
 }  // extern "C"

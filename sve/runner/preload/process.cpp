@@ -64,7 +64,8 @@ void find_names(const char* argv0) {
   path[size > 0 ? size : 0] = 0;
   const char* full = size > 0 ? path : argv0;
   const char* slash = std::strrchr(full, '/');
-  std::snprintf(program_name, sizeof program_name, "%s", slash ? slash + 1 : full);
+  const std::string_view base = slash ? slash + 1 : full;
+  program_name[base.copy(program_name, sizeof program_name - 1)] = 0;
   Dl_info info;
   if (dladdr(&process_id, &info) && info.dli_fname) std::snprintf(own_path, sizeof own_path, "%s", info.dli_fname);
 }
