@@ -37,16 +37,19 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.add_flag("-q,--quiet", line.quiet, "Do not print the totals at exit");
-  app.add_flag("!--no-announce", line.announce, "Do not tell programs that ask (getauxval, prctl) that there is SVE");
+  app.add_flag_callback("--no-announce", [&line] { line.announce = false; },
+                        "Do not tell programs that ask (getauxval, prctl) that there is SVE");
   std::string platform = "embedded";
   app.add_option("--platform", platform, "How instructions are caught: embedded, a preloaded library that handles SIGILL")
-      ->type_name("=NAME")
-      ->check(CLI::IsMember({"embedded"}));
+      ->type_name("NAME")
+      ->check([](const std::string& name) {
+        return name == "embedded" ? std::string() : "there is no platform " + name + ", only embedded";
+      });
   std::string counts;
   auto* counts_option = app.add_option("--counts", counts,
                                        "Print each instruction's address, word and count at exit, to stderr or FILE; "
                                        "%p in FILE is the process id")
-                            ->type_name("[=FILE]")
+                            ->type_name("[FILE]")
                             ->expected(0, 1)
                             ->default_str("");
   app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
