@@ -5,13 +5,10 @@
 #include <cstring>
 
 #include "sve/decode/dispatch.h"
+#include "sve/fault/fault_capture.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/runner/preload/thread_block.h"
-
-// The model's fault capture.
-extern int SVEFaultRegion __attribute__((weak));
-void SVESigHandler(int sig, siginfo_t* info, void* context) __attribute__((weak));
 
 extern "C" {
 int sve_call_on_stack(void (*function)(void*), void* argument, void* stack_top, void** resume);
@@ -108,10 +105,7 @@ void fault_entry(int sig, siginfo_t* info, void* raw_context) {
     block->late[sig == SIGBUS] = *info;
     return;
   }
-  if (sig == SIGSEGV && block->model_action.handler) {
-    return reinterpret_cast<void (*)(int, siginfo_t*, void*)>(block->model_action.handler)(sig, info, raw_context);
-  }
-  if (&SVEFaultRegion && SVEFaultRegion) return SVESigHandler(sig, info, raw_context);  // resumes the guarded read
+  if (recover_guarded_fault(sig, raw_context)) return;
   block->fault = *info;
   std::memcpy(block->fault_records, context->uc_mcontext.__reserved, sizeof block->fault_records);
   sve_leave_stack(block->resume);
@@ -119,22 +113,7 @@ void fault_entry(int sig, siginfo_t* info, void* raw_context) {
 
 }  // namespace sve::runner
 
-// The model's own calls of sigaction, which the linker redirects here. Its fault handler is called by ours; a probe's
-// handler is an affair of the probing thread, and costs no system call.
-extern "C" __attribute__((visibility("hidden"))) int __wrap_sigaction(int sig, const struct sigaction* action,
-                                                                     struct sigaction* old) {
-  using namespace sve::runner;
-  thread_block* block = this_thread_block;
-  if (old) {
-    *old = {};
-    old->sa_flags = SA_SIGINFO;
-    old->sa_sigaction = block && block->model_action.handler
-                            ? reinterpret_cast<void (*)(int, siginfo_t*, void*)>(block->model_action.handler)
-                            : SVESigHandler;
-  }
-  if (action && block && sig == SIGSEGV) {
-    block->model_action.handler =
-        action->sa_sigaction == SVESigHandler ? 0 : reinterpret_cast<std::uintptr_t>(action->sa_sigaction);
-  }
+// The model's own calls of sigaction, which the linker redirects here: it asks for the handler that fault_entry is.
+extern "C" __attribute__((visibility("hidden"))) int __wrap_sigaction(int, const struct sigaction*, struct sigaction*) {
   return 0;
 }

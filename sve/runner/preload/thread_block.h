@@ -19,7 +19,6 @@ struct thread_block {
   void* resume;                ///< where a fault of the model's own memory access leaves to
   siginfo_t fault;             ///< that fault
   siginfo_t late[2];           ///< SIGSEGV and SIGBUS sent by someone while the model ran; si_signo 0 if none
-  kernel_action model_action;  ///< the action for SIGSEGV that the model has set for a probe; handler 0 if none
   std::uint8_t fault_records[sizeof(mcontext_t::__reserved)];  ///< the fault frame's records
 };
 
