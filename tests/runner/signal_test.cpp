@@ -175,7 +175,7 @@ TEST_F(Signals, HandlerFlags) {
 }
 
 TEST_F(Signals, ASentSigillIsTheProgramsToo) {
-  install(SIGILL, note);
+  install(SIGILL, note, SA_RESTART);
   raise(SIGILL);
   EXPECT_EQ(calls, 1);
   EXPECT_EQ(last_code, SI_TKILL);
@@ -280,9 +280,13 @@ TEST_F(Signals, TheMaskIsInheritedByThreads) {
   EXPECT_TRUE(blocked);
 }
 
-void use_vectors(int, siginfo_t* info, void* raw) {
-  note(0, info, raw);
+void clobber_vectors() {
   asm volatile(SVE_ASM("ptrue p1.b\n pfalse p0.b\n dup z7.b, %w0\n dup z9.b, %w0\n setffr\n") ::"r"(0xccu) : "v7", "v9");
+}
+
+void use_vectors(int sig, siginfo_t* info, void* raw) {
+  note(sig, info, raw);
+  clobber_vectors();
 }
 
 TEST_F(Signals, AHandlerWithEverythingBlockedMayTrap) {
@@ -380,7 +384,7 @@ void make_readable(int sig, siginfo_t* info, void* raw) {
   auto* fault = static_cast<unsigned char*>(info->si_addr);
   auto* at = reinterpret_cast<unsigned char*>(reinterpret_cast<std::uintptr_t>(fault) & ~std::uintptr_t{4095});
   mprotect(at, 4096, PROT_READ | PROT_WRITE);
-  use_vectors(sig, info, raw);
+  clobber_vectors();
 }
 
 TEST_F(Faults, AVectorLoadsFaultIsTheProgramsAndCanBeMended) {
@@ -399,7 +403,7 @@ TEST_F(Faults, AVectorLoadsFaultIsTheProgramsAndCanBeMended) {
                  : "x9", "v7", "memory");
     EXPECT_EQ(marker, 12345u);
     EXPECT_EQ(read_z7(), filled(0x66));
-    EXPECT_GE(calls, 1);
+    EXPECT_EQ(calls, 1);
     EXPECT_GT(last_code, 0);
     EXPECT_EQ(*reinterpret_cast<const std::uint32_t*>(last_pc) >> 25, 0xa4000000u >> 25);  // the load itself
     EXPECT_EQ(on_stack, flags != 0);

@@ -61,7 +61,7 @@ TEST(Trap, OtherRegistersStay) {
                    ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"
                    "movi v\\n\\().16b, #(\\n * 5 + 1)\n .endr\n"
                    ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17\n mov x\\n, #(\\n * 257 + 3)\n .endr\n"
-                   "mov x30, #0x0c00000\n msr fpcr, x30\n mov x30, #0x8000001\n msr fpsr, x30\n"
+                   "mov x30, #0x0c00000\n msr fpcr, x30\n mov x30, #1\n movk x30, #0x800, lsl #16\n msr fpsr, x30\n"
                    "mov x30, #0xa0000000\n msr nzcv, x30\n") SAVE("trap_test_before") "ptrue p3.h, vl5\n" SAVE("trap_test_after")
                "msr fpcr, xzr\n msr fpsr, xzr\n" ::
                : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13", "x14", "x15",

@@ -1,5 +1,6 @@
 #include "sve/runner/preload/emulate.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -76,25 +77,27 @@ void illegal_instruction_entry(int sig, siginfo_t* info, void* raw_context) {
   std::memcpy(&program_mask, &context->uc_sigmask, sizeof program_mask);
   if (program_mask & faults) kernel_mask(SIG_UNBLOCK, faults);
 
+  // From here on a SIGSEGV that someone sends must wait: a handler that uses SVE would find the state in use.
   cpu_state* state = &block->state;
+  block->emulating = true;
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   load_state(state, context);
   const std::uint32_t* start = state->pc;
-  block->emulating = true;
   const bool faulted = sve_call_on_stack(run, state, model_stack_top(block), &block->resume) != 0;
-  block->emulating = false;
-  send_late_signals(block);
-  errno = saved_errno;
   if (faulted) {
     // The program's own data were not there. It hears of it as of a fault of the instruction that is now at `pc`.
     std::memcpy(context->uc_mcontext.__reserved, block->fault_records, sizeof block->fault_records);
     context->uc_mcontext.fault_address = reinterpret_cast<std::uintptr_t>(block->fault.si_addr);
   }
-  if (faulted || state->pc != start) store_state(state, context);
-  if (faulted) {
-    siginfo_t fault = block->fault;
-    return deliver(fault.si_signo, &fault, context);
-  }
-  if (state->pc == start) deliver(sig, info, context);
+  const bool ours = faulted || state->pc != start;
+  if (ours) store_state(state, context);
+  siginfo_t fault = block->fault;
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  block->emulating = false;
+  send_late_signals(block);
+  errno = saved_errno;
+  if (faulted) return deliver(fault.si_signo, &fault, context);
+  if (!ours) deliver(sig, info, context);
 }
 
 void fault_entry(int sig, siginfo_t* info, void* raw_context) {

@@ -15,7 +15,7 @@ namespace sve::runner {
 /// A thread's block. It is made when the thread first needs it, all zero, and freed when the thread ends.
 struct thread_block {
   cpu_state state;
-  bool emulating;              ///< the model is running on this thread
+  bool emulating;              ///< a trap is being served: `state` is not the program's to change
   void* resume;                ///< where a fault of the model's own memory access leaves to
   siginfo_t fault;             ///< that fault
   siginfo_t late[2];           ///< SIGSEGV and SIGBUS sent by someone while the model ran; si_signo 0 if none
