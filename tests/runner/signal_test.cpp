@@ -264,6 +264,24 @@ TEST_F(Signals, ABlockedSigillWaitsAndTrapsDoNot) {
   EXPECT_FALSE(sigismember(&old, SIGILL));
 }
 
+TEST_F(Signals, AWaitForABlockedSigillEnds) {
+  install(SIGILL, note);
+  sigset_t blocked, none;
+  sigemptyset(&none);
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGILL);
+  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(sigsuspend(&none), -1);
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_EQ(calls, 1);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 1);
+  sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+  EXPECT_EQ(calls, 2);
+}
+
 TEST_F(Signals, TheMaskIsInheritedByThreads) {
   sigset_t all;
   sigfillset(&all);

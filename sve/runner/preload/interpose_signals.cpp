@@ -185,7 +185,16 @@ int sigpending(sigset_t* set) noexcept {
 }
 
 // While these wait with a mask of their own, handlers run under that mask, and may trap.
-int sigsuspend(const sigset_t* set) { return real.sigsuspend(KernelMask(set).get()); }
+int sigsuspend(const sigset_t* set) {
+  if (!sigill_blocked() || sigismember(set, SIGILL) == 1) return real.sigsuspend(KernelMask(set).get());
+  // It waits for a SIGILL too, and one may have come already.
+  const bool came = sigill_pending();
+  set_sigill_blocked(false);
+  if (!came) real.sigsuspend(KernelMask(set).get());
+  set_sigill_blocked(true);
+  errno = EINTR;
+  return -1;
+}
 int __sigsuspend(const sigset_t* set) { return sigsuspend(set); }
 
 int __xpg_sigpause(int sig) {
