@@ -1,0 +1,107 @@
+# Shell functions that the scripts share. Source it; it sets `root` and `machine`, and stops the script at the first error.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+machine=$(uname -m)
+cd "$root"
+
+say() { printf '\n== %s\n' "$*"; }
+fail() {
+  printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+  exit 1
+}
+
+case $machine in
+  x86_64 | aarch64) ;;
+  *) fail "this machine is $machine; the scripts know x86_64 and aarch64" ;;
+esac
+
+# Runs a command as root, or says which one would be needed.
+as_root() {
+  if [[ $(id -u) -eq 0 ]]; then
+    "$@"
+  elif command -v sudo > /dev/null; then
+    sudo "$@"
+  else
+    fail "needs root: $*"
+  fi
+}
+
+# need PACKAGE...: installs Debian packages, those that are missing. Never asks anything.
+need() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f '${Status}\n' "$package" 2> /dev/null | grep -q '^install ok installed$' || missing+=("$package")
+  done
+  [[ ${#missing[@]} -eq 0 ]] && return
+  command -v apt-get > /dev/null || fail "not a Debian system; install the likes of: ${missing[*]}"
+  say "Installing ${missing[*]}"
+  as_root apt-get update -qq < /dev/null
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" < /dev/null
+}
+
+# What building takes, tests and benchmarks included.
+install_build_tools() {
+  need g++ cmake ninja-build ccache binutils pkg-config git \
+    libgtest-dev libbenchmark-dev libcli11-dev libfmt-dev libcapstone-dev
+  if [[ $machine == x86_64 ]]; then
+    need gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest
+  fi
+}
+
+# Emulated AArch64 processors, with SVE and without. The static one executes programs that are started directly: it is
+# deaf to LD_PRELOAD, which is meant for the program.
+install_emulators() {
+  need qemu-user
+  [[ $machine == aarch64 ]] || need qemu-user-static
+}
+
+# With a compiler cache when there is one, unless the caller has chosen a launcher.
+use_ccache() {
+  command -v ccache > /dev/null || return 0
+  export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+}
+
+# The environment in which AArch64 programs on x86-64 meet a processor without SVE.
+use_processor_without_sve() {
+  export QEMU_CPU=neoverse-n1 QEMU_LD_PREFIX=/usr/aarch64-linux-gnu
+}
+
+# Lets AArch64 programs be started directly on x86-64, by registering the emulator with the kernel. Where that is not
+# allowed it returns 1 and the callers go round it.
+register_emulator() {
+  [[ $machine == aarch64 ]] && return
+  local registry=/proc/sys/fs/binfmt_misc emulator=/usr/bin/qemu-aarch64-static
+  local run_as_root=()
+  [[ $(id -u) -eq 0 ]] || run_as_root=(sudo -n)
+  if [[ ! -e $registry/register ]]; then
+    "${run_as_root[@]}" mount -t binfmt_misc binfmt_misc $registry 2> /dev/null || true
+  fi
+  if ! grep -qsx "interpreter $emulator" $registry/*; then
+    local name=qemu-aarch64
+    [[ -e $registry/$name ]] && name=qemu-aarch64-static  # the last one registered is asked first
+    local bytes='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
+    local mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+    printf ':%s:M::%s:%s:%s:PF' $name "$bytes" "$mask" $emulator 2> /dev/null |
+      "${run_as_root[@]}" tee $registry/register > /dev/null 2>&1 || true
+  fi
+  grep -qsx "interpreter $emulator" $registry/*
+}
+
+jobs=$(nproc)
+
+# build PRESET [TARGET...]
+build() {
+  local preset=$1
+  shift
+  local log=build/$preset-configure.log
+  mkdir -p build
+  say "Configuring preset $preset"
+  cmake --preset "$preset" > "$log" 2>&1 || {
+    cat "$log"
+    fail "configuring preset $preset failed"
+  }
+  say "Building preset $preset"
+  cmake --build --preset "$preset" -j"$jobs" ${1:+--target "$@"} < /dev/null
+}

@@ -1,0 +1,31 @@
+// sve-run's command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace sve::runner {
+
+struct command_line {
+  bool quiet = false;
+  bool announce = true;
+  bool counts = false;
+  std::string counts_file;           ///< empty: stderr
+  std::vector<std::string> program;  ///< PROGRAM and its arguments
+};
+
+/// What to do with a command line: run it, or print `text` and end with `status`.
+struct parse_result {
+  command_line line;
+  bool run = false;
+  int status = 0;
+  std::string text;
+};
+
+/// `arguments` without the runner's own name. Options end at the first word that is none; the rest is the program's.
+parse_result parse_command_line(const std::vector<std::string>& arguments);
+
+/// The value of the variable that carries the options to the preloaded library; see options.h.
+std::string options_value(const command_line& line);
+
+}  // namespace sve::runner

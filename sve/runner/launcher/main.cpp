@@ -1,0 +1,101 @@
+// sve-run: looks at the program, then becomes it, with the library preloaded.
+#include <fcntl.h>
+#include <sys/auxv.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sve/runner/launcher/command_line.h"
+#include "sve/runner/launcher/program.h"
+#include "sve/runner/options.h"
+
+namespace {
+
+using namespace sve::runner;
+
+constexpr unsigned long hwcap_sve = 1ul << 22;
+
+int fail(int status, const std::string& text) {
+  std::fprintf(stderr, "sve-run: %s\n", text.c_str());
+  return status;
+}
+
+// Beside this program, as in a build tree, or where it is installed.
+std::optional<std::string> find_library() {
+  std::error_code error;
+  const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  for (const auto& directory : {here, here / SVE_LIBRARY_FROM_PROGRAM}) {
+    const auto path = (directory / library_name).lexically_normal();
+    if (access(path.c_str(), R_OK) == 0) return path.string();
+  }
+  return std::nullopt;
+}
+
+// The file gets what each process of the tree appends, so it begins empty and its path is whole.
+std::optional<std::string> prepare_counts_file(command_line& line) {
+  if (line.counts_file.empty()) return std::nullopt;
+  std::error_code error;
+  line.counts_file = std::filesystem::absolute(line.counts_file, error).string();
+  const bool one_a_process = line.counts_file.find("%p") != std::string::npos;
+  if (one_a_process) return std::nullopt;
+  const int fd = open(line.counts_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) return line.counts_file + ": " + std::strerror(errno) + "; give --counts a file that can be written";
+  close(fd);
+  return std::nullopt;
+}
+
+int run(const std::string& path, const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  execv(path.c_str(), arguments.data());
+  return fail(errno == ENOENT ? status_not_found : status_not_executable,
+              path + ": " + std::strerror(errno) + "; try to run it without sve-run");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  parse_result parsed = parse_command_line(std::vector<std::string>(argv + (argc > 0), argv + argc));
+  if (!parsed.run) {
+    std::fprintf(parsed.status == 0 ? stdout : stderr, "%s%s", parsed.status == 0 ? "" : "sve-run: ", parsed.text.c_str());
+    return parsed.status;
+  }
+  command_line& line = parsed.line;
+
+  const char* search_path = std::getenv("PATH");
+  finding program = find_program(line.program.front(), search_path ? search_path : "/usr/local/bin:/usr/bin:/bin");
+  if (program.status == 0) program = check_program(program.path);
+  if (program.status != 0) return fail(program.status, program.error);
+
+  // Here a platform other than the embedded one would branch off.
+  if (getauxval(AT_HWCAP) & hwcap_sve) {
+    if (!line.quiet) fail(0, "this processor has SVE and runs the program itself, at its own vector length");
+    return run(program.path, line.program);
+  }
+  const auto library = find_library();
+  if (!library) {
+    return fail(status_failed, std::string(library_name) +
+                                   ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM "; install it again");
+  }
+  if (library->find_first_of(" :") != std::string::npos) {
+    return fail(status_failed, *library + ": the loader takes no path with a space or colon; install it elsewhere");
+  }
+  if (const auto error = prepare_counts_file(line)) return fail(status_failed, *error);
+
+  const char* preloaded = std::getenv(preload_variable);
+  setenv(preload_variable, (*library + (preloaded && *preloaded ? ":" + std::string(preloaded) : "")).c_str(), 1);
+  if (const std::string options = options_value(line); options.empty()) {
+    unsetenv(options_variable);
+  } else {
+    setenv(options_variable, options.c_str(), 1);
+  }
+  return run(program.path, line.program);
+}

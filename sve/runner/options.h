@@ -1,0 +1,17 @@
+// Options on their way from sve-run to the preloaded library: one environment variable, words joined by ':'.
+#pragma once
+
+#include <string_view>
+
+namespace sve::runner {
+
+inline constexpr char options_variable[] = "SVE_RUN_OPTIONS";
+inline constexpr char preload_variable[] = "LD_PRELOAD";
+inline constexpr char library_name[] = "libsve_run.so";
+
+inline constexpr std::string_view quiet_word = "quiet";
+inline constexpr std::string_view no_announce_word = "no-announce";
+/// Alone, counts go to stderr; followed by '=' and a path, there. Always the last word, as a path may hold a ':'.
+inline constexpr std::string_view counts_word = "counts";
+
+}  // namespace sve::runner

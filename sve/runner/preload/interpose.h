@@ -1,0 +1,45 @@
+// The functions that ours stand in front of.
+#pragma once
+
+#include <poll.h>
+#include <pthread.h>
+#include <setjmp.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/auxv.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+extern "C" {
+int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(), void (*fini)(),
+                      void (*rtld_fini)(), void* stack_end);
+[[noreturn]] void __longjmp_chk(jmp_buf env, int value) noexcept(false);
+int __ppoll_chk(struct pollfd* fds, nfds_t count, const struct timespec* timeout, const sigset_t* mask, size_t size);
+int __cxa_at_quick_exit(void (*function)(void*), void* dso);
+}
+
+#define SVE_INTERPOSED(X)                                                                                         \
+  X(pthread_sigmask) X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait) X(epoll_pwait2) \
+  X(pthread_attr_setsigmask_np) X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(exit)    \
+  X(quick_exit) X(execve) X(execvpe) X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl)   \
+  X(__libc_start_main) X(__cxa_at_quick_exit)
+
+namespace sve::runner {
+
+/// The next definition of each after ours. Looked up once at start, since a look-up is nothing for a signal handler.
+struct real_functions {
+#define SVE_DECLARE(name) decltype(&::name) name;
+  SVE_INTERPOSED(SVE_DECLARE)
+#undef SVE_DECLARE
+  int (*cxa_atexit)(void (*function)(void*), void* argument, void* dso);
+};
+
+extern real_functions real;
+
+/// Fills `real`. May be called again.
+void find_real_functions();
+
+}  // namespace sve::runner

@@ -1,0 +1,86 @@
+// Raw system calls and the kernel's own signal types. The trap path uses these and no libc function: they leave errno
+// alone, take no lock, and see the kernel's state rather than the one that the program is shown.
+#pragma once
+
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace sve::runner {
+
+/// The kernel's signal set: signal n is bit n-1.
+using signal_bits = std::uint64_t;
+
+inline constexpr int signal_count = 64;
+constexpr signal_bits bit(int sig) { return signal_bits{1} << (sig - 1); }
+
+/// The kernel's form of an action.
+struct kernel_action {
+  std::uintptr_t handler = 0;
+  unsigned long flags = 0;
+  std::uintptr_t restorer = 0;
+  signal_bits mask = 0;
+};
+
+inline long system_call(long number, long a = 0, long b = 0, long c = 0, long d = 0, long e = 0, long f = 0) {
+  register long x8 asm("x8") = number;
+  register long x0 asm("x0") = a;
+  register long x1 asm("x1") = b;
+  register long x2 asm("x2") = c;
+  register long x3 asm("x3") = d;
+  register long x4 asm("x4") = e;
+  register long x5 asm("x5") = f;
+  asm volatile("svc #0" : "+r"(x0) : "r"(x8), "r"(x1), "r"(x2), "r"(x3), "r"(x4), "r"(x5) : "memory", "cc");
+  return x0;
+}
+
+template <class T>
+long address(T* p) {
+  return static_cast<long>(reinterpret_cast<std::intptr_t>(p));
+}
+
+/// Returns 0 or the negated error number.
+inline long kernel_sigaction(int sig, const kernel_action* action, kernel_action* old) {
+  return system_call(SYS_rt_sigaction, sig, address(action), address(old), sizeof(signal_bits));
+}
+
+/// `how` is SIG_BLOCK, SIG_UNBLOCK or SIG_SETMASK. Returns the mask before the change.
+inline signal_bits kernel_mask(int how, signal_bits set) {
+  signal_bits old = 0;
+  system_call(SYS_rt_sigprocmask, how, address(&set), address(&old), sizeof(signal_bits));
+  return old;
+}
+
+inline int kernel_process_id() { return static_cast<int>(system_call(SYS_getpid)); }
+
+inline void kernel_write(int fd, const char* text, std::size_t size) {
+  while (size > 0) {
+    const long n = system_call(SYS_write, fd, address(text), static_cast<long>(size));
+    if (n == -4) continue;  // interrupted
+    if (n <= 0) return;
+    text += n;
+    size -= static_cast<std::size_t>(n);
+  }
+}
+
+/// Sends this thread a signal that looks like `info`.
+inline void kernel_resend(int sig, siginfo_t* info) {
+  system_call(SYS_rt_tgsigqueueinfo, kernel_process_id(), system_call(SYS_gettid), sig, address(info));
+}
+
+/// All signals blocked for as long as this lives. With it held no handler of the program runs on this thread, so locks
+/// that a trap may take are safe to take.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() : before_(kernel_mask(SIG_SETMASK, ~signal_bits{0})) {}
+  ~SignalsBlocked() { kernel_mask(SIG_SETMASK, before_); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  signal_bits before_;
+};
+
+}  // namespace sve::runner

@@ -1,0 +1,185 @@
+// What sve-run makes of command lines and of programs that it cannot run.
+#include <elf.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "sve/runner/launcher/command_line.h"
+#include "sve/runner/launcher/program.h"
+
+namespace {
+
+using namespace sve::runner;
+using words = std::vector<std::string>;
+
+TEST(CommandLine, OptionsEndAtTheProgram) {
+  const auto parsed = parse_command_line({"--quiet", "prog", "--counts", "-x", "--", "--version"});
+  EXPECT_TRUE(parsed.run);
+  EXPECT_TRUE(parsed.line.quiet);
+  EXPECT_FALSE(parsed.line.counts);
+  EXPECT_EQ(parsed.line.program, (words{"prog", "--counts", "-x", "--", "--version"}));
+}
+
+TEST(CommandLine, TwoDashesEndTheOptions) {
+  const auto parsed = parse_command_line({"-q", "--", "-odd-name", "1"});
+  EXPECT_TRUE(parsed.run);
+  EXPECT_EQ(parsed.line.program, (words{"-odd-name", "1"}));
+}
+
+TEST(CommandLine, Counts) {
+  auto parsed = parse_command_line({"--counts", "prog"});
+  EXPECT_TRUE(parsed.run);
+  EXPECT_TRUE(parsed.line.counts);
+  EXPECT_EQ(parsed.line.counts_file, "");
+  EXPECT_EQ(parsed.line.program, words{"prog"});
+  parsed = parse_command_line({"--counts=/tmp/a b:c", "prog"});
+  EXPECT_TRUE(parsed.run);
+  EXPECT_EQ(parsed.line.counts_file, "/tmp/a b:c");
+}
+
+TEST(CommandLine, OptionsForTheLibrary) {
+  const auto value = [](const words& w) { return options_value(parse_command_line(w).line); };
+  EXPECT_EQ(value({"p"}), "");
+  EXPECT_EQ(value({"--quiet", "p"}), "quiet");
+  EXPECT_EQ(value({"--counts", "p"}), "counts");
+  EXPECT_EQ(value({"--counts=f", "--no-announce", "-q", "p"}), "quiet:no-announce:counts=f");
+}
+
+TEST(CommandLine, ErrorsAreOneLine) {
+  const struct {
+    words arguments;
+    std::string names;
+  } cases[] = {
+      {{}, "no program"},
+      {{"--quiet"}, "no program"},
+      {{"--"}, "no program"},
+      {{"--fast", "prog"}, "--fast"},
+      {{"-z", "prog"}, "-z"},
+      {{"--quiet=perhaps", "prog"}, "quiet"},
+      {{"--platform=nonesuch", "prog"}, "nonesuch"},
+  };
+  for (const auto& c : cases) {
+    const auto parsed = parse_command_line(c.arguments);
+    EXPECT_FALSE(parsed.run);
+    EXPECT_EQ(parsed.status, 125) << c.names;
+    EXPECT_NE(parsed.text.find(c.names), std::string::npos) << parsed.text;
+    EXPECT_EQ(std::count(parsed.text.begin(), parsed.text.end(), '\n'), 1) << parsed.text;
+  }
+}
+
+TEST(CommandLine, HelpAndVersion) {
+  for (const char* option : {"--help", "-h", "--version"}) {
+    const auto parsed = parse_command_line({option});
+    EXPECT_FALSE(parsed.run);
+    EXPECT_EQ(parsed.status, 0);
+    EXPECT_NE(parsed.text.find("sve-run"), std::string::npos);
+  }
+  for (const char* option : {"--quiet", "--counts", "--no-announce", "--platform", "PROGRAM", "125"}) {
+    EXPECT_NE(parse_command_line({"--help"}).text.find(option), std::string::npos) << option;
+  }
+}
+
+class Programs : public testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/launcher_test_XXXXXX";
+    directory = mkdtemp(pattern);
+  }
+  void TearDown() override { std::filesystem::remove_all(directory); }
+
+  std::string file(const std::string& name, const std::string& content, mode_t mode = 0755) {
+    const std::string path = directory + "/" + name;
+    std::ofstream(path) << content;
+    chmod(path.c_str(), mode);
+    return path;
+  }
+
+  // A program's head and its one segment, the loader's name.
+  static std::string elf(unsigned machine, const std::string& loader, unsigned char data = ELFDATA2LSB) {
+    Elf64_Ehdr header{};
+    std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+    header.e_ident[EI_CLASS] = ELFCLASS64;
+    header.e_ident[EI_DATA] = data;
+    header.e_type = ET_DYN;
+    header.e_machine = static_cast<Elf64_Half>(machine);
+    header.e_phoff = sizeof header;
+    header.e_phentsize = sizeof(Elf64_Phdr);
+    header.e_phnum = 1;
+    Elf64_Phdr segment{};
+    segment.p_type = loader.empty() ? PT_LOAD : PT_INTERP;
+    segment.p_offset = sizeof header + sizeof segment;
+    segment.p_filesz = loader.size() + 1;
+    std::string bytes(sizeof header + sizeof segment, '\0');
+    std::memcpy(bytes.data(), &header, sizeof header);
+    std::memcpy(bytes.data() + sizeof header, &segment, sizeof segment);
+    return bytes + loader + '\0';
+  }
+
+  std::string directory;
+};
+
+constexpr char loader[] = "/lib/ld-linux-aarch64.so.1";
+
+TEST_F(Programs, AreFoundAsTheShellFindsThem) {
+  std::filesystem::create_directory(directory + "/sub");
+  const std::string path = file("sub/prog", "x");
+  file("prog", "x", 0644);
+  EXPECT_EQ(find_program(path, "").path, path);
+  EXPECT_EQ(find_program("prog", "/nonesuch:" + directory + "/sub").path, path);
+  // A file that cannot be executed does not end the search, and is what is reported when nothing else is found.
+  if (geteuid() != 0 || access((directory + "/prog").c_str(), X_OK) != 0) {
+    EXPECT_EQ(find_program("prog", directory + ":" + directory + "/sub").path, path);
+    const finding f = find_program("prog", directory);
+    EXPECT_EQ(f.status, 126);
+    EXPECT_NE(f.error.find("chmod +x"), std::string::npos);
+  }
+  EXPECT_EQ(find_program("nonesuch", directory).status, 127);
+  EXPECT_EQ(find_program("./nonesuch", directory).status, 127);
+  EXPECT_EQ(find_program("", directory).status, 127);
+  EXPECT_EQ(find_program(directory, "").status, 126);
+}
+
+TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
+  std::string relocatable = elf(EM_AARCH64, loader);
+  relocatable[16] = ET_REL;
+  const struct {
+    const char* name;
+    std::string content;
+    const char* says;
+  } cases[] = {
+      {"script", "#!/usr/bin/env python3\nprint(1)\n", "sve-run /usr/bin/env python3 "},
+      {"bare_script", "#!\n", "sve-run /bin/sh "},
+      {"text", "hello\n", "not an ELF program"},
+      {"empty", "", "not an ELF program"},
+      {"cut", std::string(ELFMAG) + "\2\1", "not for 64-bit"},
+      {"x86", elf(EM_X86_64, "/lib64/ld-linux-x86-64.so.2"), "x86-64"},
+      {"big_endian", elf(EM_AARCH64, loader, ELFDATA2MSB), "not for 64-bit little-endian"},
+      {"static", elf(EM_AARCH64, ""), "statically linked"},
+      {"musl", elf(EM_AARCH64, "/lib/ld-musl-aarch64.so.1"), "ld-musl"},
+      {"object", relocatable, "link it first"},
+  };
+  for (const auto& c : cases) {
+    const std::string path = file(c.name, c.content);
+    const finding f = check_program(path);
+    EXPECT_EQ(f.status, 126) << c.name;
+    EXPECT_TRUE(f.error.starts_with(path + ": ")) << f.error;
+    EXPECT_NE(f.error.find(c.says), std::string::npos) << f.error;
+    EXPECT_EQ(f.error.find('\n'), std::string::npos) << f.error;
+  }
+  EXPECT_EQ(check_program(directory + "/nonesuch").status, 126);
+}
+
+TEST_F(Programs, DynamicPrograms) {
+  const std::string path = file("prog", elf(EM_AARCH64, loader));
+  EXPECT_EQ(check_program(path).status, 0);
+  EXPECT_EQ(check_program(path).path, path);
+}
+
+}  // namespace

@@ -1,0 +1,537 @@
+// Signals, seen from the program: its handlers, masks and deaths are as they would be on a processor with SVE. Runs under
+// sve-run itself.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <setjmp.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <ucontext.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+#include "tests/runner/children.h"
+#include "tests/runner/sve_instructions.h"
+
+namespace {
+
+using namespace sve_instructions;
+
+std::atomic<int> calls{0};
+volatile int last_code;
+volatile std::uintptr_t last_pc;
+volatile bool last_blocked[65];
+volatile bool on_stack;
+unsigned char alternate[65536];
+
+void note(int, siginfo_t* info, void* raw) {
+  ++calls;
+  last_code = info->si_code;
+  auto& context = static_cast<ucontext_t*>(raw)->uc_mcontext;
+  last_pc = context.pc;
+  sigset_t now;
+  sigprocmask(SIG_BLOCK, nullptr, &now);
+  for (int sig = 1; sig < 32; ++sig) last_blocked[sig] = sigismember(&now, sig) == 1;
+  const auto* here = reinterpret_cast<unsigned char*>(__builtin_frame_address(0));
+  on_stack = here >= alternate && here < alternate + sizeof alternate;
+}
+
+void note_and_skip(int sig, siginfo_t* info, void* raw) {
+  note(sig, info, raw);
+  static_cast<ucontext_t*>(raw)->uc_mcontext.pc += 4;
+}
+
+// A handler in the form in which signal() returns it.
+sighandler_t simple(void (*handler)(int, siginfo_t*, void*)) {
+  struct sigaction action = {};
+  action.sa_sigaction = handler;
+  return action.sa_handler;
+}
+
+void* volatile nowhere = reinterpret_cast<void*>(16);
+
+class Signals : public testing::Test {
+ protected:
+  void SetUp() override {
+    calls = 0;
+    all_true_p0();
+  }
+  void TearDown() override {
+    for (int sig : {SIGILL, SIGSEGV, SIGBUS, SIGUSR1, SIGALRM}) signal(sig, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+  }
+  static struct sigaction install(int sig, void (*handler)(int, siginfo_t*, void*), int flags = 0,
+                                  std::initializer_list<int> mask = {}) {
+    struct sigaction action = {}, old = {};
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | flags;
+    for (int s : mask) sigaddset(&action.sa_mask, s);
+    EXPECT_EQ(sigaction(sig, &action, &old), 0);
+    return old;
+  }
+  static void use_alternate_stack(bool on) {
+    stack_t stack = {};
+    stack.ss_sp = alternate;
+    stack.ss_size = sizeof alternate;
+    stack.ss_flags = on ? 0 : SS_DISABLE;
+    ASSERT_EQ(sigaltstack(&stack, nullptr), 0);
+  }
+};
+
+TEST_F(Signals, AnIllegalInstructionOfTheProgramIsItsOwn) {
+  install(SIGILL, note_and_skip, 0, {SIGUSR2});
+  cntb();
+  EXPECT_EQ(calls, 0);
+  undefined_instruction();
+  EXPECT_EQ(calls, 1);
+  EXPECT_GT(last_code, 0);
+  EXPECT_EQ(*reinterpret_cast<const std::uint32_t*>(last_pc), 0u);
+  EXPECT_TRUE(last_blocked[SIGILL]);
+  EXPECT_TRUE(last_blocked[SIGUSR2]);
+  EXPECT_FALSE(last_blocked[SIGUSR1]);
+  EXPECT_FALSE(last_blocked[SIGSEGV]);
+  EXPECT_EQ(cntb(), 112u);
+  undefined_instruction();
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(Signals, ActionsAreReportedAsTheProgramSetThem) {
+  for (int sig : {SIGILL, SIGSEGV, SIGBUS, SIGUSR1}) {
+    EXPECT_EQ(install(sig, note_and_skip, SA_RESTART | SA_ONSTACK, {SIGILL, SIGUSR2}).sa_handler, SIG_DFL) << sig;
+    struct sigaction old = {};
+    ASSERT_EQ(sigaction(sig, nullptr, &old), 0);
+    EXPECT_EQ(old.sa_sigaction, note_and_skip) << sig;
+    EXPECT_EQ(old.sa_flags, SA_SIGINFO | SA_RESTART | SA_ONSTACK) << sig;
+    EXPECT_TRUE(sigismember(&old.sa_mask, SIGILL)) << sig;
+    EXPECT_TRUE(sigismember(&old.sa_mask, SIGUSR2)) << sig;
+    EXPECT_FALSE(sigismember(&old.sa_mask, SIGUSR1)) << sig;
+    EXPECT_EQ(signal(sig, SIG_IGN), simple(note_and_skip)) << sig;
+    EXPECT_EQ(signal(sig, SIG_DFL), SIG_IGN) << sig;
+    EXPECT_EQ(signal(sig, SIG_DFL), SIG_DFL) << sig;
+    EXPECT_EQ(cntb(), 112u);
+  }
+  struct sigaction any = {};
+  EXPECT_EQ(sigaction(SIGKILL, &any, nullptr), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(sigaction(65, nullptr, &any), -1);
+  EXPECT_EQ(sigaction(32, &any, nullptr), -1);
+  EXPECT_EQ(signal(0, SIG_IGN), SIG_ERR);
+}
+
+TEST_F(Signals, OtherWaysToSetAHandler) {
+  static void (*const count)(int) = [](int) { ++calls; };
+  EXPECT_EQ(sysv_signal(SIGILL, count), SIG_DFL);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(signal(SIGILL, SIG_DFL), SIG_DFL);  // reset when it was called
+  cntb();
+  EXPECT_EQ(sysv_signal(SIGUSR1, count), SIG_DFL);
+  raise(SIGUSR1);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(signal(SIGUSR1, SIG_DFL), SIG_DFL);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  constexpr int sigill_bit = 1 << (SIGILL - 1);
+  EXPECT_EQ(sigset(SIGILL, count), SIG_DFL);
+  EXPECT_EQ(sighold(SIGILL), 0);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(cntb(), 112u);
+  EXPECT_EQ(sigrelse(SIGILL), 0);
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(sigset(SIGILL, SIG_HOLD), count);
+  EXPECT_EQ(sigset(SIGILL, SIG_DFL), SIG_HOLD);
+  EXPECT_EQ(sigignore(SIGILL), 0);
+  raise(SIGILL);
+  EXPECT_EQ(sigblock(sigill_bit) & sigill_bit, 0);
+  EXPECT_NE(sigsetmask(0) & sigill_bit, 0);
+#pragma GCC diagnostic pop
+}
+
+TEST_F(Signals, HandlerFlags) {
+  install(SIGILL, note_and_skip, SA_NODEFER);
+  undefined_instruction();
+  EXPECT_FALSE(last_blocked[SIGILL]);
+  install(SIGILL, note_and_skip, SA_RESETHAND);
+  undefined_instruction();
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(signal(SIGILL, SIG_DFL), SIG_DFL);
+  use_alternate_stack(true);
+  for (int sig : {SIGILL, SIGUSR1}) {
+    install(sig, note, SA_ONSTACK);
+    on_stack = false;
+    cntb();
+    raise(sig);
+    EXPECT_TRUE(on_stack) << sig;
+    install(sig, note);
+    raise(sig);
+    EXPECT_FALSE(on_stack) << sig;
+  }
+  use_alternate_stack(false);
+}
+
+TEST_F(Signals, ASentSigillIsTheProgramsToo) {
+  install(SIGILL, note, SA_RESTART);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(last_code, SI_TKILL);
+  const pid_t parent = getpid();
+  const auto sender = in_child([parent] { _exit(kill(parent, SIGILL)); });
+  EXPECT_TRUE(sender.exited_with(0));
+  for (int i = 0; i < 1000 && calls < 2; ++i) usleep(1000);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(last_code, SI_USER);
+  signal(SIGILL, SIG_IGN);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(cntb(), 112u);
+}
+
+TEST_F(Signals, DeathsAreTheSignalsOwn) {
+  const struct {
+    const char* name;
+    int sig;
+    void (*die)();
+  } deaths[] = {
+      {"illegal instruction", SIGILL, [] { undefined_instruction(); }},
+      {"ignored illegal instruction", SIGILL, [] { signal(SIGILL, SIG_IGN); undefined_instruction(); }},
+      {"blocked illegal instruction", SIGILL,
+       [] {
+         install(SIGILL, note_and_skip);
+         sigset_t set;
+         sigfillset(&set);
+         sigprocmask(SIG_BLOCK, &set, nullptr);
+         undefined_instruction();
+       }},
+      {"sent SIGILL", SIGILL, [] { raise(SIGILL); }},
+      {"sent SIGSEGV", SIGSEGV, [] { raise(SIGSEGV); }},
+      {"native fault", SIGSEGV, [] { *static_cast<volatile int*>(nowhere) = 1; }},
+      {"fault of a vector load", SIGSEGV, [] { load_z7(nowhere); }},
+      {"blocked fault of a vector load", SIGSEGV,
+       [] {
+         install(SIGSEGV, note_and_skip);
+         sigset_t set;
+         sigfillset(&set);
+         sigprocmask(SIG_BLOCK, &set, nullptr);
+         load_z7(nowhere);
+       }},
+      {"abort", SIGABRT, [] { abort(); }},
+  };
+  for (const auto& death : deaths) {
+    const auto result = in_child([&] {
+      cntb();
+      death.die();
+      _exit(9);
+    });
+    EXPECT_TRUE(result.killed_by(death.sig)) << death.name << " " << result.status;
+    if (death.sig != SIGABRT) {
+      EXPECT_NE(result.error_output.find(": 1 SVE instructions executed\n"), std::string::npos)
+          << death.name << ": " << result.error_output;
+    }
+    const bool fault = death.sig == SIGSEGV;
+    EXPECT_EQ(result.error_output.find("caught signal SIGSEGV from the process being emulated") != std::string::npos, fault)
+        << death.name;
+  }
+}
+
+TEST_F(Signals, ABlockedSigillWaitsAndTrapsDoNot) {
+  install(SIGILL, note);
+  sigset_t all, old, pending;
+  sigfillset(&all);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &all, &old), 0);
+  EXPECT_FALSE(sigismember(&old, SIGILL));
+  fill_z7(0x31);
+  EXPECT_EQ(read_z7(), filled(0x31));
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGILL));
+  raise(SIGILL);
+  kill(getpid(), SIGILL);
+  EXPECT_EQ(calls, 0);
+  sigpending(&pending);
+  EXPECT_TRUE(sigismember(&pending, SIGILL));
+  EXPECT_EQ(cntb(), 112u);
+  ASSERT_EQ(sigprocmask(SIG_SETMASK, &old, &all), 0);
+  EXPECT_TRUE(sigismember(&all, SIGILL));
+  EXPECT_TRUE(sigismember(&all, SIGUSR1));
+  EXPECT_GE(calls, 1);
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGILL));
+  sigprocmask(SIG_BLOCK, nullptr, &old);
+  EXPECT_FALSE(sigismember(&old, SIGILL));
+}
+
+TEST_F(Signals, AWaitForABlockedSigillEnds) {
+  install(SIGILL, note);
+  sigset_t blocked, none;
+  sigemptyset(&none);
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGILL);
+  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(sigsuspend(&none), -1);
+  EXPECT_EQ(errno, EINTR);
+  EXPECT_EQ(calls, 1);
+  raise(SIGILL);
+  EXPECT_EQ(calls, 1);
+  sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(Signals, TheMaskIsInheritedByThreads) {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+  std::uint64_t bytes = 0;
+  bool blocked = false;
+  std::thread([&] {
+    bytes = cntb();
+    sigset_t now;
+    pthread_sigmask(SIG_BLOCK, nullptr, &now);
+    blocked = sigismember(&now, SIGILL) == 1;
+  }).join();
+  EXPECT_EQ(bytes, 112u);
+  EXPECT_TRUE(blocked);
+}
+
+void clobber_vectors() {
+  asm volatile(SVE_ASM("ptrue p1.b\n pfalse p0.b\n dup z7.b, %w0\n dup z9.b, %w0\n setffr\n") ::"r"(0xccu) : "v7", "v9");
+}
+
+void use_vectors(int sig, siginfo_t* info, void* raw) {
+  note(sig, info, raw);
+  clobber_vectors();
+}
+
+TEST_F(Signals, AHandlerWithEverythingBlockedMayTrap) {
+  struct sigaction action = {};
+  action.sa_sigaction = use_vectors;
+  action.sa_flags = SA_SIGINFO;
+  sigfillset(&action.sa_mask);
+  sigaction(SIGUSR1, &action, nullptr);
+  raise(SIGUSR1);
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(last_blocked[SIGILL]);
+  sigset_t now;
+  sigprocmask(SIG_BLOCK, nullptr, &now);
+  EXPECT_FALSE(sigismember(&now, SIGILL));
+  // The same while waiting with a full mask.
+  sigset_t wait;
+  sigaddset(&now, SIGUSR1);
+  sigprocmask(SIG_SETMASK, &now, nullptr);
+  raise(SIGUSR1);
+  sigfillset(&wait);
+  sigdelset(&wait, SIGUSR1);
+  EXPECT_EQ(sigsuspend(&wait), -1);
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(Signals, AHandlersVectorsAreNotTheInterruptedCodes) {
+  install(SIGUSR1, use_vectors);
+  install(SIGILL, [](int sig, siginfo_t* info, void* raw) {
+    use_vectors(sig, info, raw);
+    static_cast<ucontext_t*>(raw)->uc_mcontext.pc += 4;
+  });
+  fill_z7(0x42);
+  raise(SIGUSR1);
+  EXPECT_EQ(read_z7(), filled(0x42));
+  undefined_instruction();
+  EXPECT_EQ(read_z7(), filled(0x42));
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(Signals, ATimerBetweenAnyTwoInstructions) {
+  install(SIGALRM, use_vectors, SA_RESTART);
+  const itimerval often = {{0, 1000}, {0, 1000}}, never = {};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  int wrong = 0;
+  for (int i = 0; calls < 50 && i < 2000000; ++i) {
+    const auto byte = static_cast<std::uint8_t>(i);
+    fill_z7(byte);
+    if (read_z7() != filled(byte)) ++wrong;
+  }
+  setitimer(ITIMER_REAL, &never, nullptr);
+  EXPECT_EQ(wrong, 0);
+  EXPECT_GE(calls, 50);
+}
+
+sigjmp_buf back;
+
+TEST_F(Signals, AHandlerMayJumpOut) {
+  install(SIGILL, [](int, siginfo_t*, void*) {
+    ++calls;
+    cntb();
+    siglongjmp(back, 1);
+  });
+  for (int i = 0; i < 300; ++i) {
+    if (sigsetjmp(back, 1) == 0) undefined_instruction();
+    sigset_t now;
+    sigprocmask(SIG_BLOCK, nullptr, &now);
+    ASSERT_FALSE(sigismember(&now, SIGILL));
+  }
+  EXPECT_EQ(calls, 300);
+  EXPECT_EQ(cntb(), 112u);
+}
+
+// A page to be read, and one behind it that cannot be.
+class Faults : public Signals {
+ protected:
+  static constexpr std::size_t page = 4096;
+  void SetUp() override {
+    Signals::SetUp();
+    pages = static_cast<unsigned char*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pages, MAP_FAILED);
+    std::memset(pages, 0x66, 2 * page);
+    mprotect(pages + page, page, PROT_NONE);
+    expected_address = pages + page;
+  }
+  void TearDown() override {
+    munmap(pages, 2 * page);
+    Signals::TearDown();
+  }
+  static inline unsigned char* pages;
+  static inline unsigned char* volatile expected_address;
+};
+
+void make_readable(int sig, siginfo_t* info, void* raw) {
+  note(sig, info, raw);
+  auto* fault = static_cast<unsigned char*>(info->si_addr);
+  auto* at = reinterpret_cast<unsigned char*>(reinterpret_cast<std::uintptr_t>(fault) & ~std::uintptr_t{4095});
+  mprotect(at, 4096, PROT_READ | PROT_WRITE);
+  clobber_vectors();
+}
+
+TEST_F(Faults, AVectorLoadsFaultIsTheProgramsAndCanBeMended) {
+  for (int flags : {0, SA_ONSTACK}) {
+    mprotect(pages + page, page, PROT_NONE);
+    calls = 0;
+    use_alternate_stack(true);
+    install(SIGSEGV, make_readable, flags, {SIGUSR2});
+    fill_z7(1);
+    std::uint64_t marker = 0;
+    asm volatile(SVE_ASM("mov x9, #12345\n"
+                         "ld1b {z7.b}, p0/z, [%1]\n"
+                         "mov %0, x9\n")
+                 : "=r"(marker)
+                 : "r"(pages + page - 50)
+                 : "x9", "v7", "memory");
+    EXPECT_EQ(marker, 12345u);
+    EXPECT_EQ(read_z7(), filled(0x66));
+    EXPECT_EQ(calls, 1);
+    EXPECT_GT(last_code, 0);
+    EXPECT_EQ(*reinterpret_cast<const std::uint32_t*>(last_pc) >> 25, 0xa4000000u >> 25);  // the load itself
+    EXPECT_EQ(on_stack, flags != 0);
+    EXPECT_TRUE(last_blocked[SIGSEGV]);
+    EXPECT_TRUE(last_blocked[SIGUSR2]);
+    EXPECT_FALSE(last_blocked[SIGILL]);
+    EXPECT_FALSE(last_blocked[SIGUSR1]);
+    use_alternate_stack(false);
+  }
+  sigset_t now;
+  sigprocmask(SIG_BLOCK, nullptr, &now);
+  EXPECT_FALSE(sigismember(&now, SIGSEGV));
+}
+
+TEST_F(Faults, TheHandlerSeesWhatWasDoneBeforeTheFault) {
+  static volatile std::uint64_t x9, x10;
+  static void* volatile address;
+  install(SIGSEGV, [](int, siginfo_t* info, void* raw) {
+    const auto& context = static_cast<ucontext_t*>(raw)->uc_mcontext;
+    x9 = context.regs[9];
+    x10 = context.regs[10];
+    address = info->si_addr;
+    siglongjmp(back, 1);
+  });
+  for (int i = 0; i < 20; ++i) {
+    x9 = 0;
+    x10 = 0;
+    if (sigsetjmp(back, 1) == 0) {
+      // One run of three: the first takes effect, the third does not.
+      asm volatile(SVE_ASM("mov x9, #1\n mov x10, #2\n cntb x9\n ld1b {z7.b}, p0/z, [%0]\n cntb x10\n") ::"r"(pages + page)
+                   : "x9", "x10", "v7", "memory");
+      FAIL();
+    }
+    EXPECT_EQ(x9, 112u);
+    EXPECT_EQ(x10, 2u);
+    EXPECT_EQ(address, expected_address);
+  }
+  EXPECT_EQ(cntb(), 112u);
+}
+
+TEST_F(Faults, NativeFaultsAreTheProgramsToo) {
+  install(SIGSEGV, make_readable);
+  EXPECT_EQ(*static_cast<volatile unsigned char*>(pages + page), 0x66);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST_F(Faults, NonFaultLoadsDisturbNobody) {
+  install(SIGSEGV, note);
+  const auto load = [] {
+    vector mask{}, data{};
+    asm volatile(SVE_ASM("setffr\n"
+                         "ldnf1b {z7.b}, p0/z, [%0]\n"
+                         "rdffr p2.b\n"
+                         "mov z8.b, p2/z, #1\n"
+                         "st1b {z8.b}, p0, [%1]\n"
+                         "st1b {z7.b}, p0, [%2]\n") ::"r"(pages + page - 50), "r"(mask.data()), "r"(data.data())
+                 : "v7", "v8", "memory");
+    int readable = 0;
+    for (int i = 0; i < 112; ++i) readable += mask[i];
+    return readable;
+  };
+  EXPECT_EQ(load(), 50);
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, nullptr);
+  EXPECT_EQ(load(), 50);
+  sigemptyset(&all);
+  sigprocmask(SIG_SETMASK, &all, nullptr);
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(signal(SIGSEGV, SIG_DFL), simple(note));
+}
+
+TEST_F(Faults, ManyThreadsAtOnce) {
+  install(SIGSEGV, [](int, siginfo_t*, void* raw) { static_cast<ucontext_t*>(raw)->uc_mcontext.pc += 4; });
+  std::atomic<int> wrong{0};
+  std::thread threads[4];
+  for (auto& thread : threads) {
+    thread = std::thread([&wrong] {
+      all_true_p0();
+      for (int i = 0; i < 50; ++i) {
+        fill_z7(5);
+        load_z7(pages + page);  // faults; the handler steps over it
+        if (read_z7() != filled(5)) ++wrong;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(Faults, ASentSegvDuringEmulationWaits) {
+  install(SIGSEGV, use_vectors);
+  const pthread_t self = pthread_self();
+  std::atomic<bool> stop{false};
+  std::thread sender([&] {
+    for (int i = 0; i < 300 && !stop; ++i) {
+      pthread_kill(self, SIGSEGV);
+      usleep(300);
+    }
+    stop = true;
+  });
+  int wrong = 0;
+  for (int i = 0; !stop; ++i) {
+    const auto byte = static_cast<std::uint8_t>(i);
+    fill_z7(byte);
+    if (read_z7() != filled(byte)) ++wrong;
+  }
+  sender.join();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_GT(calls, 0);
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+// SVE instructions for tests that run under sve-run themselves; the tests are compiled for a processor without SVE.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+namespace sve_instructions {
+
+using vector = std::array<std::uint8_t, 112>;
+
+#define SVE_ASM(text) ".arch_extension sve\n" text
+
+inline std::uint64_t cntb() {
+  std::uint64_t n;
+  asm volatile(SVE_ASM("cntb %0") : "=r"(n));
+  return n;
+}
+
+inline void all_true_p0() { asm volatile(SVE_ASM("ptrue p0.b") ::: "memory"); }
+
+/// Z7 as bytes, stored through P0.
+inline vector read_z7() {
+  vector v{};
+  asm volatile(SVE_ASM("st1b {z7.b}, p0, [%0]") ::"r"(v.data()) : "memory");
+  return v;
+}
+
+inline void fill_z7(std::uint32_t byte) { asm volatile(SVE_ASM("dup z7.b, %w0") ::"r"(byte) : "v7"); }
+
+/// Loads Z7 from memory through P0.
+inline void load_z7(const void* p) { asm volatile(SVE_ASM("ld1b {z7.b}, p0/z, [%0]") ::"r"(p) : "v7", "memory"); }
+
+inline vector filled(std::uint8_t byte) {
+  vector v;
+  v.fill(byte);
+  return v;
+}
+
+/// Not an instruction on any processor.
+inline void undefined_instruction() { asm volatile(".inst 0x00000000" ::: "memory"); }
+
+}  // namespace sve_instructions

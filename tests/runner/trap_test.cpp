@@ -1,0 +1,386 @@
+// The trap, seen from the program: registers, threads, code from anywhere, processes. Runs under sve-run itself.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/auxv.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include "tests/runner/children.h"
+#include "tests/runner/sve_instructions.h"
+
+namespace {
+
+using namespace sve_instructions;
+
+TEST(Trap, VectorLengthIs112Bytes) {
+  EXPECT_EQ(cntb(), 112u);
+  std::uint64_t n;
+  asm volatile(SVE_ASM("rdvl %0, #2") : "=r"(n));
+  EXPECT_EQ(n, 224u);
+}
+
+struct registers {
+  std::uint64_t x[31];
+  std::uint64_t sp, nzcv, fpcr, fpsr;
+  unsigned char v[32][16];
+};
+static_assert(offsetof(registers, v) == 280);
+
+}  // namespace
+
+extern "C" {
+registers trap_test_before, trap_test_after;
+}
+
+namespace {
+
+// All of the host's registers before and after an instruction that writes none of them.
+TEST(Trap, OtherRegistersStay) {
+  // Each V register gets a value of its own; flags, rounding mode and a sticky bit are set.
+#define SAVE(to)                                                                                                       \
+  "adrp x30, " to "\n add x30, x30, :lo12:" to "\n"                                                                    \
+  "stp x0, x1, [x30]\n stp x2, x3, [x30, #16]\n stp x4, x5, [x30, #32]\n stp x6, x7, [x30, #48]\n"                     \
+  "stp x8, x9, [x30, #64]\n stp x10, x11, [x30, #80]\n stp x12, x13, [x30, #96]\n stp x14, x15, [x30, #112]\n"         \
+  "stp x16, x17, [x30, #128]\n stp x18, x19, [x30, #144]\n stp x20, x21, [x30, #160]\n stp x22, x23, [x30, #176]\n"    \
+  "stp x24, x25, [x30, #192]\n stp x26, x27, [x30, #208]\n stp x28, x29, [x30, #224]\n"                                \
+  "mov x0, sp\n str x0, [x30, #248]\n mrs x0, nzcv\n str x0, [x30, #256]\n mrs x0, fpcr\n str x0, [x30, #264]\n"       \
+  "mrs x0, fpsr\n str x0, [x30, #272]\n ldr x0, [x30]\n add x30, x30, #280\n"                                          \
+  ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"                    \
+  "str q\\n, [x30], #16\n .endr\n"
+  asm volatile(SVE_ASM(
+                   ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"
+                   "movi v\\n\\().16b, #(\\n * 5 + 1)\n .endr\n"
+                   ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17\n mov x\\n, #(\\n * 257 + 3)\n .endr\n"
+                   "mov x30, #0x0c00000\n msr fpcr, x30\n mov x30, #1\n movk x30, #0x800, lsl #16\n msr fpsr, x30\n"
+                   "mov x30, #0xa0000000\n msr nzcv, x30\n") SAVE("trap_test_before") "ptrue p3.h, vl5\n" SAVE("trap_test_after")
+               "msr fpcr, xzr\n msr fpsr, xzr\n" ::
+               : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13", "x14", "x15",
+                 "x16", "x17", "x30", "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12",
+                 "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27",
+                 "v28", "v29", "v30", "v31", "cc", "memory");
+#undef SAVE
+  EXPECT_EQ(std::memcmp(&trap_test_before, &trap_test_after, sizeof(registers)), 0);
+  EXPECT_EQ(trap_test_after.nzcv, 0xa0000000u);
+  EXPECT_EQ(trap_test_after.fpcr, 0xc00000u);
+  EXPECT_EQ(trap_test_after.fpsr, 0x8000001u);
+  EXPECT_EQ(trap_test_after.v[31][15], 156);
+}
+
+TEST(Trap, VectorsLieOverTheHostsAndKeepTheRest) {
+  all_true_p0();
+  fill_z7(0x11);
+  EXPECT_EQ(read_z7(), filled(0x11));
+  asm volatile("movi v7.16b, #0x22" ::: "v7");
+  vector expected = filled(0x11);
+  std::fill_n(expected.begin(), 16, std::uint8_t{0x22});
+  EXPECT_EQ(read_z7(), expected);
+}
+
+TEST(Trap, StackPointerIsABase) {
+  all_true_p0();
+  vector v;
+  asm volatile(SVE_ASM("sub sp, sp, #128\n"
+                       "dup z7.b, %w1\n"
+                       "st1b {z7.b}, p0, [sp]\n"
+                       "ld1b {z6.b}, p0/z, [sp]\n"
+                       "add sp, sp, #128\n"
+                       "st1b {z6.b}, p0, [%0]\n") ::"r"(v.data()),
+               "r"(0x5au)
+               : "v6", "v7", "memory");
+  EXPECT_EQ(v, filled(0x5a));
+}
+
+TEST(Trap, FlagsCrossBothWays) {
+  std::uint64_t any = 0, carry = 0;
+  asm volatile(SVE_ASM("ptrue p1.b\n"
+                       "pfalse p2.b\n"
+                       "ptest p1, p1.b\n"
+                       "cset %0, ne\n"
+                       "ptest p1, p2.b\n"
+                       "cinc %0, %0, ne\n"
+                       "mov x0, #-1\n"
+                       "adds x0, x0, #1\n"
+                       "ptrue p1.b\n"  // leaves the flags
+                       "cset %1, cs\n")
+               : "=&r"(any), "=&r"(carry)::"x0", "cc", "memory");
+  EXPECT_EQ(any, 1u);
+  EXPECT_EQ(carry, 1u);
+}
+
+TEST(Trap, ErrnoStays) {
+  errno = 77;
+  cntb();
+  EXPECT_EQ(errno, 77);
+}
+
+class GeneratedCode : public testing::Test {
+ protected:
+  static constexpr std::size_t page = 4096;
+  void SetUp() override {
+    void* p = mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(p, MAP_FAILED);
+    code = static_cast<std::uint32_t*>(p);
+  }
+  void TearDown() override { munmap(code, 3 * page); }
+  std::uint64_t call(std::uint32_t* at, std::initializer_list<std::uint32_t> instructions) {
+    std::copy(instructions.begin(), instructions.end(), at);
+    __builtin___clear_cache(reinterpret_cast<char*>(at), reinterpret_cast<char*>(at + instructions.size()));
+    return reinterpret_cast<std::uint64_t (*)()>(at)();
+  }
+  std::uint32_t* code = nullptr;
+  static constexpr std::uint32_t cntb_x0 = 0x0420e3e0, cnth_x0 = 0x0460e3e0, incb_x0 = 0x0430e3e0, ret = 0xd65f03c0;
+};
+
+TEST_F(GeneratedCode, Runs) {
+  EXPECT_EQ(call(code, {cntb_x0, ret}), 112u);
+  EXPECT_EQ(call(code, {cnth_x0, ret}), 56u);
+}
+
+TEST_F(GeneratedCode, ARunOfInstructionsCrossesAPage) {
+  std::uint32_t* at = code + page / 4 - 2;
+  EXPECT_EQ(call(at, {cntb_x0, incb_x0, incb_x0, incb_x0, ret}), 4 * 112u);
+}
+
+TEST_F(GeneratedCode, TheLastInstructionOfAllMayBeOurs) {
+  mprotect(code + page / 4, page, PROT_NONE);
+  // It runs, and the fault comes after it.
+  const auto result = in_child([&] {
+    std::uint32_t* at = code + page / 4 - 2;
+    at[0] = cntb_x0;
+    at[1] = incb_x0;
+    __builtin___clear_cache(reinterpret_cast<char*>(at), reinterpret_cast<char*>(at + 2));
+    static void* beyond = code + page / 4;
+    struct sigaction action = {};
+    action.sa_flags = SA_SIGINFO;
+    action.sa_sigaction = [](int, siginfo_t* info, void* raw) {
+      const auto& context = static_cast<ucontext_t*>(raw)->uc_mcontext;
+      _exit(info->si_addr == beyond && context.regs[0] == 224 ? 42 : 1);
+    };
+    sigaction(SIGSEGV, &action, nullptr);
+    reinterpret_cast<std::uint64_t (*)()>(at)();
+  });
+  EXPECT_TRUE(result.exited_with(42)) << result.status;
+}
+
+TEST(Libraries, OpenedAtRunTime) {
+  void* plugin = dlopen(SVE_PLUGIN, RTLD_NOW);
+  ASSERT_TRUE(plugin) << dlerror();
+  const auto bytes = reinterpret_cast<unsigned long (*)()>(dlsym(plugin, "plugin_bytes"));
+  const auto* at_start = static_cast<unsigned long*>(dlsym(plugin, "plugin_halfwords_at_start"));
+  ASSERT_TRUE(bytes && at_start);
+  EXPECT_EQ(bytes(), 112u);
+  EXPECT_EQ(*at_start, 56u);
+  dlclose(plugin);
+}
+
+TEST(Threads, HaveTheirOwnVectors) {
+  constexpr int count = 6;
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int t = 1; t <= count; ++t) {
+    threads.emplace_back([&wrong, t] {
+      all_true_p0();
+      for (int i = 0; i < 40; ++i) {
+        const auto byte = static_cast<std::uint8_t>(t * 16 + i % 16);
+        fill_z7(byte);
+        std::this_thread::yield();
+        if (read_z7() != filled(byte)) ++wrong;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(Threads, BeginCleared) {
+  std::thread([] {
+    all_true_p0();
+    fill_z7(0xee);
+  }).join();
+  vector seen = filled(1);
+  std::uint64_t active = 99;
+  std::thread([&] {
+    asm volatile(SVE_ASM("cntp %0, p0, p0.b") : "=r"(active));
+    all_true_p0();
+    asm volatile("movi v7.16b, #0" ::: "v7");
+    seen = read_z7();
+  }).join();
+  EXPECT_EQ(active, 0u);
+  EXPECT_EQ(seen, filled(0));
+}
+
+int count_mappings() {
+  std::ifstream maps("/proc/self/maps");
+  int lines = 0;
+  for (std::string line; std::getline(maps, line);) ++lines;
+  return lines;
+}
+
+TEST(Threads, GiveTheirMemoryBack) {
+  const auto run = [] { std::thread([] { cntb(); }).join(); };
+  for (int i = 0; i < 5; ++i) run();
+  const int before = count_mappings();
+  for (int i = 0; i < 60; ++i) run();
+  EXPECT_LT(count_mappings(), before + 20);
+}
+
+TEST(Threads, MayUseSveInTheLastDestructor) {
+  static std::atomic<std::uint64_t> seen{0};
+  static pthread_key_t key;
+  ASSERT_EQ(pthread_key_create(&key, [](void*) { seen += cntb(); }), 0);
+  std::thread([] {
+    cntb();
+    pthread_setspecific(key, &seen);
+  }).join();
+  EXPECT_EQ(seen, 112u);
+  pthread_key_delete(key);
+}
+
+TEST(Threads, NeedLittleStack) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(sysconf(_SC_THREAD_STACK_MIN))), 0);
+  pthread_t thread;
+  const auto body = [](void*) -> void* {
+    all_true_p0();
+    fill_z7(3);
+    return reinterpret_cast<void*>(read_z7() == filled(3) ? cntb() : 0);
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, body, nullptr), 0);
+  void* result = nullptr;
+  pthread_join(thread, &result);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(result), 112u);
+}
+
+std::string report_of(int executed) {
+  return std::string(program_invocation_short_name) + ": " + std::to_string(executed) + " SVE instructions executed\n";
+}
+
+TEST(Processes, ACopyKeepsVectorsAndCountsFromNothing) {
+  all_true_p0();
+  fill_z7(0x77);
+  const auto result = in_child([] { _exit(read_z7() == filled(0x77) ? 7 : 8); });
+  EXPECT_TRUE(result.exited_with(7)) << result.status;
+  EXPECT_EQ(result.error_output, report_of(1));
+}
+
+TEST(Processes, ReportOnceOnEveryWayOut) {
+  const struct {
+    const char* name;
+    void (*leave)();
+  } ways[] = {
+      {"exit", [] { std::exit(3); }},
+      {"_exit", [] { _exit(3); }},
+      {"_Exit", [] { std::_Exit(3); }},
+      {"quick_exit", [] { std::quick_exit(3); }},
+      {"exit with stderr closed", [] { std::atexit([] { close(STDERR_FILENO); }); std::exit(3); }},
+  };
+  for (const auto& way : ways) {
+    const auto result = in_child([&] {
+      cntb();
+      cntb();
+      way.leave();
+    });
+    EXPECT_TRUE(result.exited_with(3)) << way.name;
+    EXPECT_EQ(result.error_output, report_of(2)) << way.name;
+  }
+}
+
+TEST(Processes, CountWhatExitHandlersExecute) {
+  const auto result = in_child([] {
+    std::atexit([] { cntb(); });
+    std::exit(4);
+  });
+  EXPECT_TRUE(result.exited_with(4));
+  EXPECT_EQ(result.error_output, report_of(1));
+}
+
+TEST(Processes, AVforkedChildIsSilentAndLeavesTheParentAlone) {
+  const auto result = in_child([] {
+    cntb();
+    int status = 0;
+    const pid_t child = vfork();
+    if (child == 0) _exit(5);
+    waitpid(child, &status, 0);
+    _exit(WEXITSTATUS(status));
+  });
+  EXPECT_TRUE(result.exited_with(5)) << result.status;
+  EXPECT_EQ(result.error_output, report_of(1));
+}
+
+TEST(Processes, ManyCopiesWhileThreadsTrap) {
+  std::atomic<bool> stop{false};
+  std::thread busy([&] {
+    while (!stop) cntb();
+  });
+  for (int i = 0; i < 20; ++i) {
+    const auto result = in_child([] { _exit(cntb() == 112 ? 0 : 1); });
+    EXPECT_TRUE(result.exited_with(0)) << result.status;
+    EXPECT_EQ(result.error_output, report_of(1));
+  }
+  stop = true;
+  busy.join();
+}
+
+TEST(Processes, NewProgramsAreEmulatedEvenWithABareEnvironment) {
+  // What the emulated processor of a cross build needs; nothing of ours.
+  std::vector<std::string> kept;
+  for (const char* name : {"QEMU_CPU", "QEMU_LD_PREFIX"}) {
+    if (const char* value = std::getenv(name)) kept.push_back(std::string(name) + "=" + value);
+  }
+  std::vector<char*> environment;
+  for (auto& entry : kept) environment.push_back(entry.data());
+  environment.push_back(nullptr);
+  char self[4096];
+  self[readlink("/proc/self/exe", self, sizeof self - 1)] = 0;
+  const auto result = in_child([&] {
+    char* arguments[] = {self, const_cast<char*>("--count-bytes"), nullptr};
+    execve(self, arguments, environment.data());
+    _exit(errno == ENOEXEC ? 99 : 98);
+  });
+  if (result.exited_with(99)) GTEST_SKIP() << "AArch64 programs cannot be executed directly here";
+  EXPECT_TRUE(result.exited_with(112)) << result.status;
+  EXPECT_NE(result.error_output.find(report_of(1)), std::string::npos) << result.error_output;
+}
+
+TEST(Announcement, ProgramsThatAskFindSve) {
+  EXPECT_TRUE(getauxval(AT_HWCAP) & (1 << 22));
+  EXPECT_EQ(prctl(PR_SVE_GET_VL), 112);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 112), 112);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256 | PR_SVE_VL_INHERIT), 112);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 64), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 120), -1);
+  EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
+}
+
+TEST(Announcement, TheAuxiliaryVectorOnTheStackAgrees) {
+  char** entry = environ;
+  while (*entry) ++entry;
+  bool seen = false;
+  for (auto* aux = reinterpret_cast<unsigned long*>(entry + 1); aux[0] != AT_NULL; aux += 2) {
+    if (aux[0] == AT_HWCAP) seen = (aux[1] & (1 << 22)) != 0;
+  }
+  EXPECT_TRUE(seen);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 1 && std::strcmp(argv[1], "--count-bytes") == 0) return static_cast<int>(sve_instructions::cntb());
+  if (argc > 1 && std::strcmp(argv[1], "--show-announcement") == 0) {
+    return std::printf("announced %d, length %d\n", (getauxval(AT_HWCAP) >> 22 & 1) != 0, prctl(PR_SVE_GET_VL)) < 0;
+  }
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
