@@ -1,0 +1,38 @@
+# The shared library, its headers, the CMake package and the pkg-config file.
+add_library(sve_stats_896 SHARED $<TARGET_OBJECTS:sve_fault_posix>)
+add_library(sve_stats_896::sve_stats_896 ALIAS sve_stats_896)
+target_link_libraries(sve_stats_896 PRIVATE sve_decode INTERFACE $<BUILD_INTERFACE:sve_options>)
+target_include_directories(sve_stats_896 INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(sve_stats_896 INTERFACE cxx_std_20)
+sve_link_whole_model(sve_stats_896)
+set_target_properties(sve_stats_896 PROPERTIES
+  LINKER_LANGUAGE CXX
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+target_link_options(sve_stats_896 PRIVATE
+  -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map -Wl,-Bsymbolic-functions)
+
+include(CMakePackageConfigHelpers)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/sve_stats_896)
+install(TARGETS sve_stats_896 EXPORT sve_stats_896 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(EXPORT sve_stats_896 NAMESPACE sve_stats_896:: DESTINATION ${package_dir})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/sve_stats_896-config.cmake.in
+  ${PROJECT_BINARY_DIR}/sve_stats_896-config.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/sve_stats_896-config-version.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/sve_stats_896-config.cmake ${PROJECT_BINARY_DIR}/sve_stats_896-config-version.cmake
+        DESTINATION ${package_dir})
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/sve_stats_896.pc.in ${PROJECT_BINARY_DIR}/sve_stats_896.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/sve_stats_896.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The headers that describe what is exported, and what these include.
+set(public_headers
+  decode/dispatch.h
+  insn/functions.h insn/functions.inc insn/signatures.h insn/stubs.inc
+  state/cpu_state.h state/operands.h state/register_names.h state/repeat.h state/vector_length.h
+  stats/stats.h
+  veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/types.h)
+foreach(header ${public_headers})
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/sve/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sve/${folder})
+endforeach()
