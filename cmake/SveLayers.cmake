@@ -39,7 +39,7 @@ function(sve_layer name)
   endif()
 endfunction()
 
-# Every routine and instruction function is part of the result, reached or not: link the two models whole.
+# Every routine and instruction function is part of the result, reached or not: link the model whole.
 function(sve_link_whole_model name)
-  set_target_properties(${name} PROPERTIES LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,sve_insn,sve_veclib")
+  set_target_properties(${name} PROPERTIES LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,sve_insn,sve_veclib,sve_decode,sve_stats")
 endfunction()
