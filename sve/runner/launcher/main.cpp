@@ -65,7 +65,8 @@ int run(const std::string& path, const std::vector<std::string>& words) {
 int main(int argc, char** argv) {
   parse_result parsed = parse_command_line(std::vector<std::string>(argv + (argc > 0), argv + argc));
   if (!parsed.run) {
-    std::fprintf(parsed.status == 0 ? stdout : stderr, "%s%s", parsed.status == 0 ? "" : "sve-run: ", parsed.text.c_str());
+    std::fprintf(parsed.status == 0 ? stdout : stderr, "%s%s",
+                 parsed.status == 0 ? "" : "sve-run: ", parsed.text.c_str());
     return parsed.status;
   }
   command_line& line = parsed.line;
@@ -82,8 +83,8 @@ int main(int argc, char** argv) {
   }
   const auto library = find_library();
   if (!library) {
-    return fail(status_failed, std::string(library_name) +
-                                   ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM "; install it again");
+    return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM
+                                                           "; install it again");
   }
   if (library->find_first_of(" :") != std::string::npos) {
     return fail(status_failed, *library + ": the loader takes no path with a space or colon; install it elsewhere");

@@ -100,8 +100,7 @@ void dump_counts(int fd) {
   char path[4096 + 64] = "";
   if (options.counts_file[0]) {
     expand_counts_file(path, sizeof path);
-    const long file =
-        system_call(SYS_openat, AT_FDCWD, address(path), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const long file = system_call(SYS_openat, AT_FDCWD, address(path), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (file < 0) {
       char text[sizeof path + 128];
       const int size = std::snprintf(text, sizeof text, "sve-run: %s: %s; give --counts a file that can be written\n",
@@ -152,8 +151,8 @@ void report() {
   if (const int fd = report_target(); fd >= 0) {
     if (!options.quiet) {
       char text[320];
-      const int size = std::snprintf(text, sizeof text, "%s: %lu SVE instructions executed\n", program_name,
-                                     sve_instr_count.load());
+      const int size =
+          std::snprintf(text, sizeof text, "%s: %lu SVE instructions executed\n", program_name, sve_instr_count.load());
       kernel_write(fd, text, static_cast<std::size_t>(size));
     }
     if (options.counts) {
