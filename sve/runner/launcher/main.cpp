@@ -22,6 +22,13 @@ using namespace sve::runner;
 
 constexpr unsigned long hwcap_sve = 1ul << 22;
 
+// Under another sve-run, getauxval says what programs are to be told.
+bool processor_has_sve() {
+  const char* preloaded = std::getenv(preload_variable);
+  if (preloaded && std::strstr(preloaded, library_name)) return false;
+  return (getauxval(AT_HWCAP) & hwcap_sve) != 0;
+}
+
 int fail(int status, const std::string& text) {
   std::fprintf(stderr, "sve-run: %s\n", text.c_str());
   return status;
@@ -77,7 +84,7 @@ int main(int argc, char** argv) {
   if (program.status != 0) return fail(program.status, program.error);
 
   // Here a platform other than the embedded one would branch off.
-  if (getauxval(AT_HWCAP) & hwcap_sve) {
+  if (processor_has_sve()) {
     if (!line.quiet) fail(0, "this processor has SVE and runs the program itself, at its own vector length");
     return run(program.path, line.program);
   }

@@ -59,7 +59,8 @@ bool is_variable(const char* entry, const char* name) {
   return std::strncmp(entry, name, size) == 0 && entry[size] == '=';
 }
 
-// What a new program needs in its environment to be emulated too. A program may give one that lacks it.
+// What a new program needs in its environment to be emulated too. A program may give one that lacks it; one that has
+// the library has the options too, or goes without them by intent.
 struct needed_environment {
   int preload_at = -1;
   int options_at = -1;
@@ -71,8 +72,7 @@ struct needed_environment {
       if (is_variable(environment[count], preload_variable)) preload_at = count;
       if (is_variable(environment[count], options_variable)) options_at = count;
     }
-    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_path()) != nullptr &&
-               (options_at >= 0 || !options_text()[0]);
+    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_path()) != nullptr;
   }
   std::size_t text_size(char* const* environment) const {
     const std::size_t theirs = preload_at >= 0 ? std::strlen(environment[preload_at]) : 0;
@@ -85,15 +85,9 @@ struct needed_environment {
     for (int i = 0; i < count; ++i) {
       if (i != preload_at && i != options_at) entries[n++] = environment[i];
     }
-    const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : nullptr;
-    if (theirs && std::strstr(theirs, library_path())) {
-      entries[n++] = environment[preload_at];
-    } else {
-      entries[n++] = text;
-      text += std::sprintf(text, "%s=%s%s%s", preload_variable, library_path(), theirs && *theirs ? ":" : "",
-                           theirs ? theirs : "") +
-              1;
-    }
+    const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : "";
+    entries[n++] = text;
+    text += std::sprintf(text, "%s=%s%s%s", preload_variable, library_path(), *theirs ? ":" : "", theirs) + 1;
     if (options_at >= 0) {
       entries[n++] = environment[options_at];
     } else if (options_text()[0]) {
