@@ -34,7 +34,7 @@ double least_time(Body body) {
 }
 
 #define RUN_OF(count, instruction) \
-  [] { asm volatile(SVE(".rept " #count "\n" instruction "\n.endr\n") ::: "x9", "v1", "v2", "cc", "memory"); }
+  [] { asm volatile(SVE(".rept " #count "\n" instruction "\n.endr\n")::: "x9", "v1", "v2", "cc", "memory"); }
 
 }  // namespace
 
@@ -43,7 +43,7 @@ int main() {
   action.sa_sigaction = step_over;
   action.sa_flags = SA_SIGINFO;
   sigaction(SIGTRAP, &action, nullptr);
-  asm volatile(SVE("ptrue p0.b\n") ::: "memory");
+  asm volatile(SVE("ptrue p0.b\n")::: "memory");
 
   const double signal = least_time([] { asm volatile("brk #0" ::: "memory"); });
   const struct {

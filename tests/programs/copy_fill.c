@@ -3,37 +3,37 @@
 
 #define N 300
 
-#define FAMILY(suffix, element)                                                                        \
-  KERNEL void copy_##suffix(element* to, const element* from, size_t n) {                              \
-    for (size_t i = 0; i < n; ++i) to[i] = (element)(from[i] ^ 0);                                     \
-  }                                                                                                    \
-  KERNEL void fill_##suffix(element* to, element value, size_t n) {                                    \
-    for (size_t i = 0; i < n; ++i) to[i] = value;                                                      \
-  }                                                                                                    \
-  KERNEL void count_##suffix(element* to, element start, size_t n) {                                   \
-    for (size_t i = 0; i < n; ++i) to[i] = (element)(start + 3 * i);                                   \
-  }                                                                                                    \
-  KERNEL void reverse_##suffix(element* restrict to, const element* restrict from, size_t n) {         \
-    for (size_t i = 0; i < n; ++i) to[i] = from[n - 1 - i];                                            \
-  }                                                                                                    \
-  KERNEL void select_##suffix(element* to, const element* a, const element* b, size_t n) {             \
-    for (size_t i = 0; i < n; ++i) to[i] = a[i] < b[i] ? (element)(a[i] + 1) : b[i];                   \
-  }                                                                                                    \
-  static void show_##suffix(void) {                                                                    \
-    static element a[N], b[N], c[N];                                                                   \
-    uint64_t all = 0, seed = sizeof(element);                                                          \
-    for (size_t i = 0; i < N; ++i) a[i] = (element)next_number(&seed);                                 \
-    for (size_t n = 0; n < 130; n += 1 + n / 9) {                                                      \
-      memset(b, 0x5a, sizeof b);                                                                       \
-      memset(c, 0xa5, sizeof c);                                                                       \
-      copy_##suffix(b + n % 5, a, n);                                                                  \
-      count_##suffix(c + n % 3, (element)n, n);                                                        \
-      select_##suffix(b, b, c, n);                                                                     \
-      fill_##suffix(b + 131, (element)(n * 77), n);                                                    \
-      reverse_##suffix(c + 131, b, n);                                                                 \
-      all = all * 31 + digest(b, sizeof b) + digest(c, sizeof c);                                      \
-    }                                                                                                  \
-    printf(#suffix ": %016llx\n", (unsigned long long)all);                                            \
+#define FAMILY(suffix, element)                                                                \
+  KERNEL void copy_##suffix(element* to, const element* from, size_t n) {                      \
+    for (size_t i = 0; i < n; ++i) to[i] = (element)(from[i] ^ 0);                             \
+  }                                                                                            \
+  KERNEL void fill_##suffix(element* to, element value, size_t n) {                            \
+    for (size_t i = 0; i < n; ++i) to[i] = value;                                              \
+  }                                                                                            \
+  KERNEL void count_##suffix(element* to, element start, size_t n) {                           \
+    for (size_t i = 0; i < n; ++i) to[i] = (element)(start + 3 * i);                           \
+  }                                                                                            \
+  KERNEL void reverse_##suffix(element* restrict to, const element* restrict from, size_t n) { \
+    for (size_t i = 0; i < n; ++i) to[i] = from[n - 1 - i];                                    \
+  }                                                                                            \
+  KERNEL void select_##suffix(element* to, const element* a, const element* b, size_t n) {     \
+    for (size_t i = 0; i < n; ++i) to[i] = a[i] < b[i] ? (element)(a[i] + 1) : b[i];           \
+  }                                                                                            \
+  static void show_##suffix(void) {                                                            \
+    static element a[N], b[N], c[N];                                                           \
+    uint64_t all = 0, seed = sizeof(element);                                                  \
+    for (size_t i = 0; i < N; ++i) a[i] = (element)next_number(&seed);                         \
+    for (size_t n = 0; n < 130; n += 1 + n / 9) {                                              \
+      memset(b, 0x5a, sizeof b);                                                               \
+      memset(c, 0xa5, sizeof c);                                                               \
+      copy_##suffix(b + n % 5, a, n);                                                          \
+      count_##suffix(c + n % 3, (element)n, n);                                                \
+      select_##suffix(b, b, c, n);                                                             \
+      fill_##suffix(b + 131, (element)(n * 77), n);                                            \
+      reverse_##suffix(c + 131, b, n);                                                         \
+      all = all * 31 + digest(b, sizeof b) + digest(c, sizeof c);                              \
+    }                                                                                          \
+    printf(#suffix ": %016llx\n", (unsigned long long)all);                                    \
   }
 FAMILY(u8, uint8_t)
 FAMILY(u16, uint16_t)

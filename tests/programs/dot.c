@@ -3,11 +3,11 @@
 
 #define N 611
 
-#define DOT(name, element, total)                                             \
-  KERNEL total name(const element* a, const element* b, size_t n) {           \
-    total sum = 0;                                                            \
-    for (size_t i = 0; i < n; ++i) sum += (total)a[i] * (total)b[i];          \
-    return sum;                                                               \
+#define DOT(name, element, total)                                    \
+  KERNEL total name(const element* a, const element* b, size_t n) {  \
+    total sum = 0;                                                   \
+    for (size_t i = 0; i < n; ++i) sum += (total)a[i] * (total)b[i]; \
+    return sum;                                                      \
   }
 DOT(dot_s8, int8_t, int32_t)
 DOT(dot_u8, uint8_t, uint32_t)

@@ -32,6 +32,7 @@ int main(void) {
   multiply_s16(f, d, e);
   long long trace = 0;
   for (int i = 0; i < N; ++i) trace += c[i][i] + f[i][i];
-  printf("%lld %016llx %016llx\n", trace, (unsigned long long)digest(c, sizeof c), (unsigned long long)digest(f, sizeof f));
+  printf("%lld %016llx %016llx\n", trace, (unsigned long long)digest(c, sizeof c),
+         (unsigned long long)digest(f, sizeof f));
   return 0;
 }

@@ -3,11 +3,11 @@
 
 #define N 1003
 
-#define SUM(name, element, total)                    \
-  KERNEL total name(const element* a, size_t n) {    \
-    total sum = 0;                                   \
-    for (size_t i = 0; i < n; ++i) sum += a[i];      \
-    return sum;                                      \
+#define SUM(name, element, total)                 \
+  KERNEL total name(const element* a, size_t n) { \
+    total sum = 0;                                \
+    for (size_t i = 0; i < n; ++i) sum += a[i];   \
+    return sum;                                   \
   }
 SUM(sum_u8, uint8_t, uint8_t)
 SUM(sum_s16, int16_t, int16_t)

@@ -30,7 +30,8 @@ child_result in_child(Body body) {
   close(ends[1]);
   child_result result;
   char buffer[512];
-  for (ssize_t n; (n = read(ends[0], buffer, sizeof buffer)) > 0;) result.error_output.append(buffer, static_cast<size_t>(n));
+  for (ssize_t n; (n = read(ends[0], buffer, sizeof buffer)) > 0;)
+    result.error_output.append(buffer, static_cast<size_t>(n));
   close(ends[0]);
   waitpid(child, &result.status, 0);
   return result;

@@ -1,5 +1,5 @@
-// Signals, seen from the program: its handlers, masks and deaths are as they would be on a processor with SVE. Runs under
-// sve-run itself.
+// Signals, seen from the program: its handlers, masks and deaths are as they would be on a processor with SVE. Runs
+// under sve-run itself.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <setjmp.h>
@@ -198,7 +198,11 @@ TEST_F(Signals, DeathsAreTheSignalsOwn) {
     void (*die)();
   } deaths[] = {
       {"illegal instruction", SIGILL, [] { undefined_instruction(); }},
-      {"ignored illegal instruction", SIGILL, [] { signal(SIGILL, SIG_IGN); undefined_instruction(); }},
+      {"ignored illegal instruction", SIGILL,
+       [] {
+         signal(SIGILL, SIG_IGN);
+         undefined_instruction();
+       }},
       {"blocked illegal instruction", SIGILL,
        [] {
          install(SIGILL, note_and_skip);
@@ -233,7 +237,8 @@ TEST_F(Signals, DeathsAreTheSignalsOwn) {
           << death.name << ": " << result.error_output;
     }
     const bool fault = death.sig == SIGSEGV;
-    EXPECT_EQ(result.error_output.find("caught signal SIGSEGV from the process being emulated") != std::string::npos, fault)
+    EXPECT_EQ(result.error_output.find("caught signal SIGSEGV from the process being emulated") != std::string::npos,
+              fault)
         << death.name;
   }
 }
@@ -299,7 +304,7 @@ TEST_F(Signals, TheMaskIsInheritedByThreads) {
 }
 
 void clobber_vectors() {
-  asm volatile(SVE_ASM("ptrue p1.b\n pfalse p0.b\n dup z7.b, %w0\n dup z9.b, %w0\n setffr\n") ::"r"(0xccu) : "v7", "v9");
+  asm volatile(SVE_ASM("ptrue p1.b\n pfalse p0.b\n dup z7.b, %w0\n dup z9.b, %w0\n setffr\n")::"r"(0xccu) : "v7", "v9");
 }
 
 void use_vectors(int sig, siginfo_t* info, void* raw) {
@@ -383,7 +388,8 @@ class Faults : public Signals {
   static constexpr std::size_t page = 4096;
   void SetUp() override {
     Signals::SetUp();
-    pages = static_cast<unsigned char*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    pages = static_cast<unsigned char*>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(pages, MAP_FAILED);
     std::memset(pages, 0x66, 2 * page);
     mprotect(pages + page, page, PROT_NONE);
@@ -451,8 +457,9 @@ TEST_F(Faults, TheHandlerSeesWhatWasDoneBeforeTheFault) {
     x10 = 0;
     if (sigsetjmp(back, 1) == 0) {
       // One run of three: the first takes effect, the third does not.
-      asm volatile(SVE_ASM("mov x9, #1\n mov x10, #2\n cntb x9\n ld1b {z7.b}, p0/z, [%0]\n cntb x10\n") ::"r"(pages + page)
-                   : "x9", "x10", "v7", "memory");
+      asm volatile(
+          SVE_ASM("mov x9, #1\n mov x10, #2\n cntb x9\n ld1b {z7.b}, p0/z, [%0]\n cntb x10\n")::"r"(pages + page)
+          : "x9", "x10", "v7", "memory");
       FAIL();
     }
     EXPECT_EQ(x9, 112u);
@@ -477,7 +484,8 @@ TEST_F(Faults, NonFaultLoadsDisturbNobody) {
                          "rdffr p2.b\n"
                          "mov z8.b, p2/z, #1\n"
                          "st1b {z8.b}, p0, [%1]\n"
-                         "st1b {z7.b}, p0, [%2]\n") ::"r"(pages + page - 50), "r"(mask.data()), "r"(data.data())
+                         "st1b {z7.b}, p0, [%2]\n")::"r"(pages + page - 50),
+                 "r"(mask.data()), "r"(data.data())
                  : "v7", "v8", "memory");
     int readable = 0;
     for (int i = 0; i < 112; ++i) readable += mask[i];

@@ -17,19 +17,19 @@ inline std::uint64_t cntb() {
   return n;
 }
 
-inline void all_true_p0() { asm volatile(SVE_ASM("ptrue p0.b") ::: "memory"); }
+inline void all_true_p0() { asm volatile(SVE_ASM("ptrue p0.b")::: "memory"); }
 
 /// Z7 as bytes, stored through P0.
 inline vector read_z7() {
   vector v{};
-  asm volatile(SVE_ASM("st1b {z7.b}, p0, [%0]") ::"r"(v.data()) : "memory");
+  asm volatile(SVE_ASM("st1b {z7.b}, p0, [%0]")::"r"(v.data()) : "memory");
   return v;
 }
 
-inline void fill_z7(std::uint32_t byte) { asm volatile(SVE_ASM("dup z7.b, %w0") ::"r"(byte) : "v7"); }
+inline void fill_z7(std::uint32_t byte) { asm volatile(SVE_ASM("dup z7.b, %w0")::"r"(byte) : "v7"); }
 
 /// Loads Z7 from memory through P0.
-inline void load_z7(const void* p) { asm volatile(SVE_ASM("ld1b {z7.b}, p0/z, [%0]") ::"r"(p) : "v7", "memory"); }
+inline void load_z7(const void* p) { asm volatile(SVE_ASM("ld1b {z7.b}, p0/z, [%0]")::"r"(p) : "v7", "memory"); }
 
 inline vector filled(std::uint8_t byte) {
   vector v;

@@ -47,27 +47,28 @@ namespace {
 // All of the host's registers before and after an instruction that writes none of them.
 TEST(Trap, OtherRegistersStay) {
   // Each V register gets a value of its own; flags, rounding mode and a sticky bit are set.
-#define SAVE(to)                                                                                                       \
-  "adrp x30, " to "\n add x30, x30, :lo12:" to "\n"                                                                    \
-  "stp x0, x1, [x30]\n stp x2, x3, [x30, #16]\n stp x4, x5, [x30, #32]\n stp x6, x7, [x30, #48]\n"                     \
-  "stp x8, x9, [x30, #64]\n stp x10, x11, [x30, #80]\n stp x12, x13, [x30, #96]\n stp x14, x15, [x30, #112]\n"         \
-  "stp x16, x17, [x30, #128]\n stp x18, x19, [x30, #144]\n stp x20, x21, [x30, #160]\n stp x22, x23, [x30, #176]\n"    \
-  "stp x24, x25, [x30, #192]\n stp x26, x27, [x30, #208]\n stp x28, x29, [x30, #224]\n"                                \
-  "mov x0, sp\n str x0, [x30, #248]\n mrs x0, nzcv\n str x0, [x30, #256]\n mrs x0, fpcr\n str x0, [x30, #264]\n"       \
-  "mrs x0, fpsr\n str x0, [x30, #272]\n ldr x0, [x30]\n add x30, x30, #280\n"                                          \
-  ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"                    \
+#define SAVE(to)                                                                                                    \
+  "adrp x30, " to "\n add x30, x30, :lo12:" to                                                                      \
+  "\n"                                                                                                              \
+  "stp x0, x1, [x30]\n stp x2, x3, [x30, #16]\n stp x4, x5, [x30, #32]\n stp x6, x7, [x30, #48]\n"                  \
+  "stp x8, x9, [x30, #64]\n stp x10, x11, [x30, #80]\n stp x12, x13, [x30, #96]\n stp x14, x15, [x30, #112]\n"      \
+  "stp x16, x17, [x30, #128]\n stp x18, x19, [x30, #144]\n stp x20, x21, [x30, #160]\n stp x22, x23, [x30, #176]\n" \
+  "stp x24, x25, [x30, #192]\n stp x26, x27, [x30, #208]\n stp x28, x29, [x30, #224]\n"                             \
+  "mov x0, sp\n str x0, [x30, #248]\n mrs x0, nzcv\n str x0, [x30, #256]\n mrs x0, fpcr\n str x0, [x30, #264]\n"    \
+  "mrs x0, fpsr\n str x0, [x30, #272]\n ldr x0, [x30]\n add x30, x30, #280\n"                                       \
+  ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"                 \
   "str q\\n, [x30], #16\n .endr\n"
-  asm volatile(SVE_ASM(
-                   ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"
-                   "movi v\\n\\().16b, #(\\n * 5 + 1)\n .endr\n"
-                   ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17\n mov x\\n, #(\\n * 257 + 3)\n .endr\n"
-                   "mov x30, #0x0c00000\n msr fpcr, x30\n mov x30, #1\n movk x30, #0x800, lsl #16\n msr fpsr, x30\n"
-                   "mov x30, #0xa0000000\n msr nzcv, x30\n") SAVE("trap_test_before") "ptrue p3.h, vl5\n" SAVE("trap_test_after")
-               "msr fpcr, xzr\n msr fpsr, xzr\n" ::
-               : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13", "x14", "x15",
-                 "x16", "x17", "x30", "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12",
-                 "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27",
-                 "v28", "v29", "v30", "v31", "cc", "memory");
+  asm volatile(
+      SVE_ASM(".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31\n"
+              "movi v\\n\\().16b, #(\\n * 5 + 1)\n .endr\n"
+              ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17\n mov x\\n, #(\\n * 257 + 3)\n .endr\n"
+              "mov x30, #0x0c00000\n msr fpcr, x30\n mov x30, #1\n movk x30, #0x800, lsl #16\n msr fpsr, x30\n"
+              "mov x30, #0xa0000000\n msr nzcv, x30\n")
+          SAVE("trap_test_before") "ptrue p3.h, vl5\n" SAVE("trap_test_after") "msr fpcr, xzr\n msr fpsr, xzr\n" ::
+              : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13", "x14", "x15",
+                "x16", "x17", "x30", "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12",
+                "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27",
+                "v28", "v29", "v30", "v31", "cc", "memory");
 #undef SAVE
   EXPECT_EQ(std::memcmp(&trap_test_before, &trap_test_after, sizeof(registers)), 0);
   EXPECT_EQ(trap_test_after.nzcv, 0xa0000000u);
@@ -94,7 +95,7 @@ TEST(Trap, StackPointerIsABase) {
                        "st1b {z7.b}, p0, [sp]\n"
                        "ld1b {z6.b}, p0/z, [sp]\n"
                        "add sp, sp, #128\n"
-                       "st1b {z6.b}, p0, [%0]\n") ::"r"(v.data()),
+                       "st1b {z6.b}, p0, [%0]\n")::"r"(v.data()),
                "r"(0x5au)
                : "v6", "v7", "memory");
   EXPECT_EQ(v, filled(0x5a));
@@ -283,7 +284,11 @@ TEST(Processes, ReportOnceOnEveryWayOut) {
       {"_exit", [] { _exit(3); }},
       {"_Exit", [] { std::_Exit(3); }},
       {"quick_exit", [] { std::quick_exit(3); }},
-      {"exit with stderr closed", [] { std::atexit([] { close(STDERR_FILENO); }); std::exit(3); }},
+      {"exit with stderr closed",
+       [] {
+         std::atexit([] { close(STDERR_FILENO); });
+         std::exit(3);
+       }},
   };
   for (const auto& way : ways) {
     const auto result = in_child([&] {
@@ -332,7 +337,7 @@ TEST(Processes, ManyCopiesWhileThreadsTrap) {
   busy.join();
 }
 
-TEST(Processes, NewProgramsAreEmulatedEvenWithABareEnvironment) {
+TEST(NewPrograms, AreEmulatedEvenWithABareEnvironment) {
   // What the emulated processor of a cross build needs; nothing of ours.
   std::vector<std::string> kept;
   for (const char* name : {"QEMU_CPU", "QEMU_LD_PREFIX"}) {

@@ -25,8 +25,9 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   command_line& line = result.line;
 
   // Every option is one word, so the program begins at the first word that does not look like one.
-  auto program = std::find_if(arguments.begin(), arguments.end(),
-                              [](const std::string& word) { return !word.starts_with('-') || word == "--" || word == "-"; });
+  auto program = std::find_if(arguments.begin(), arguments.end(), [](const std::string& word) {
+    return !word.starts_with('-') || word == "--" || word == "-";
+  });
   std::vector<std::string> own(arguments.begin(), program);
   if (program != arguments.end() && *program == "--") ++program;
   line.program.assign(program, arguments.end());
@@ -37,10 +38,12 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.add_flag("-q,--quiet", line.quiet, "Do not print the totals at exit");
-  app.add_flag_callback("--no-announce", [&line] { line.announce = false; },
-                        "Do not tell programs that ask (getauxval, prctl) that there is SVE");
+  app.add_flag_callback(
+      "--no-announce", [&line] { line.announce = false; },
+      "Do not tell programs that ask (getauxval, prctl) that there is SVE");
   std::string platform = "embedded";
-  app.add_option("--platform", platform, "How instructions are caught: embedded, a preloaded library that handles SIGILL")
+  app.add_option("--platform", platform,
+                 "How instructions are caught: embedded, a preloaded library that handles SIGILL")
       ->type_name("NAME")
       ->check([](const std::string& name) {
         return name == "embedded" ? std::string() : "there is no platform " + name + ", only embedded";

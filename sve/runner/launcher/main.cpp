@@ -22,6 +22,13 @@ using namespace sve::runner;
 
 constexpr unsigned long hwcap_sve = 1ul << 22;
 
+// Under another sve-run, getauxval says what programs are to be told.
+bool processor_has_sve() {
+  const char* preloaded = std::getenv(preload_variable);
+  if (preloaded && std::strstr(preloaded, library_name)) return false;
+  return (getauxval(AT_HWCAP) & hwcap_sve) != 0;
+}
+
 int fail(int status, const std::string& text) {
   std::fprintf(stderr, "sve-run: %s\n", text.c_str());
   return status;
@@ -65,7 +72,8 @@ int run(const std::string& path, const std::vector<std::string>& words) {
 int main(int argc, char** argv) {
   parse_result parsed = parse_command_line(std::vector<std::string>(argv + (argc > 0), argv + argc));
   if (!parsed.run) {
-    std::fprintf(parsed.status == 0 ? stdout : stderr, "%s%s", parsed.status == 0 ? "" : "sve-run: ", parsed.text.c_str());
+    std::fprintf(parsed.status == 0 ? stdout : stderr, "%s%s",
+                 parsed.status == 0 ? "" : "sve-run: ", parsed.text.c_str());
     return parsed.status;
   }
   command_line& line = parsed.line;
@@ -76,14 +84,14 @@ int main(int argc, char** argv) {
   if (program.status != 0) return fail(program.status, program.error);
 
   // Here a platform other than the embedded one would branch off.
-  if (getauxval(AT_HWCAP) & hwcap_sve) {
+  if (processor_has_sve()) {
     if (!line.quiet) fail(0, "this processor has SVE and runs the program itself, at its own vector length");
     return run(program.path, line.program);
   }
   const auto library = find_library();
   if (!library) {
-    return fail(status_failed, std::string(library_name) +
-                                   ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM "; install it again");
+    return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM
+                                                           "; install it again");
   }
   if (library->find_first_of(" :") != std::string::npos) {
     return fail(status_failed, *library + ": the loader takes no path with a space or colon; install it elsewhere");

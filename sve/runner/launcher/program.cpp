@@ -60,13 +60,20 @@ class File {
 
 std::string machine_name(unsigned machine) {
   switch (machine) {
-    case EM_X86_64: return "x86-64";
-    case EM_386: return "32-bit x86";
-    case EM_ARM: return "32-bit Arm";
-    case EM_RISCV: return "RISC-V";
-    case EM_PPC64: return "64-bit PowerPC";
-    case EM_S390: return "S/390";
-    default: return "machine number " + std::to_string(machine);
+    case EM_X86_64:
+      return "x86-64";
+    case EM_386:
+      return "32-bit x86";
+    case EM_ARM:
+      return "32-bit Arm";
+    case EM_RISCV:
+      return "RISC-V";
+    case EM_PPC64:
+      return "64-bit PowerPC";
+    case EM_S390:
+      return "S/390";
+    default:
+      return "machine number " + std::to_string(machine);
   }
 }
 
@@ -153,9 +160,10 @@ finding check_program(const std::string& path) {
                   "its loader is " + loader + ", not glibc's ld-linux-aarch64.so.1; build it against glibc");
   }
   struct stat s;
-  if (stat(path.c_str(), &s) == 0 && (((s.st_mode & S_ISUID) && s.st_uid != geteuid()) ||
-                                      ((s.st_mode & S_ISGID) && s.st_gid != getegid()))) {
-    return refuse(status_not_executable, path, "set-user-ID or set-group-ID, which turns preloading off; run a plain copy");
+  if (stat(path.c_str(), &s) == 0 &&
+      (((s.st_mode & S_ISUID) && s.st_uid != geteuid()) || ((s.st_mode & S_ISGID) && s.st_gid != getegid()))) {
+    return refuse(status_not_executable, path,
+                  "set-user-ID or set-group-ID, which turns preloading off; run a plain copy");
   }
   finding f;
   f.path = path;

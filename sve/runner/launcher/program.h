@@ -7,7 +7,7 @@
 namespace sve::runner {
 
 /// Exit statuses of a runner's own failures, as `env` has them.
-inline constexpr int status_failed = 125;         ///< the runner itself
+inline constexpr int status_failed = 125;          ///< the runner itself
 inline constexpr int status_not_executable = 126;  ///< the program is there and cannot be run
 inline constexpr int status_not_found = 127;
 

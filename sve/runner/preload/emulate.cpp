@@ -26,7 +26,8 @@ constexpr std::uintptr_t page_mask = 4095;
 
 void print_failure(std::uint32_t word, const void* pc) {
   char text[96];
-  const int size = std::snprintf(text, sizeof text, "Error: failed to emulate SVE instruction 0x%08x at PC %p\n", word, pc);
+  const int size =
+      std::snprintf(text, sizeof text, "Error: failed to emulate SVE instruction 0x%08x at PC %p\n", word, pc);
   kernel_write(STDERR_FILENO, text, static_cast<std::size_t>(size));
 }
 

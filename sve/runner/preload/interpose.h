@@ -21,11 +21,12 @@ int __ppoll_chk(struct pollfd* fds, nfds_t count, const struct timespec* timeout
 int __cxa_at_quick_exit(void (*function)(void*), void* dso);
 }
 
-#define SVE_INTERPOSED(X)                                                                                         \
-  X(pthread_sigmask) X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait) X(epoll_pwait2) \
-  X(pthread_attr_setsigmask_np) X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(exit)    \
-  X(quick_exit) X(execve) X(execvpe) X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl)   \
-  X(__libc_start_main) X(__cxa_at_quick_exit)
+#define SVE_INTERPOSED(X)                                                                                           \
+  X(pthread_sigmask)                                                                                                \
+  X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait) X(epoll_pwait2)                     \
+      X(pthread_attr_setsigmask_np) X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(exit) \
+          X(quick_exit) X(execve) X(execvpe) X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval)     \
+              X(prctl) X(__libc_start_main) X(__cxa_at_quick_exit)
 
 namespace sve::runner {
 

@@ -1,6 +1,5 @@
-// Process and thread functions as the program sees them: start, end, new programs, new threads, and questions about SVE.
-#include "sve/runner/preload/interpose.h"
-
+// Process and thread functions as the program sees them: start, end, new programs, new threads, and questions about
+// SVE.
 #include <alloca.h>
 #include <dlfcn.h>
 
@@ -12,6 +11,7 @@
 #include <cstring>
 
 #include "sve/runner/options.h"
+#include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/process.h"
 #include "sve/runner/preload/signals.h"
@@ -59,7 +59,8 @@ bool is_variable(const char* entry, const char* name) {
   return std::strncmp(entry, name, size) == 0 && entry[size] == '=';
 }
 
-// What a new program needs in its environment to be emulated too. A program may give one that lacks it.
+// What a new program needs in its environment to be emulated too. A program may give one that lacks it; one that has
+// the library has the options too, or goes without them by intent.
 struct needed_environment {
   int preload_at = -1;
   int options_at = -1;
@@ -71,8 +72,7 @@ struct needed_environment {
       if (is_variable(environment[count], preload_variable)) preload_at = count;
       if (is_variable(environment[count], options_variable)) options_at = count;
     }
-    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_path()) != nullptr &&
-               (options_at >= 0 || !options_text()[0]);
+    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_path()) != nullptr;
   }
   std::size_t text_size(char* const* environment) const {
     const std::size_t theirs = preload_at >= 0 ? std::strlen(environment[preload_at]) : 0;
@@ -85,14 +85,9 @@ struct needed_environment {
     for (int i = 0; i < count; ++i) {
       if (i != preload_at && i != options_at) entries[n++] = environment[i];
     }
-    const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : nullptr;
-    if (theirs && std::strstr(theirs, library_path())) {
-      entries[n++] = environment[preload_at];
-    } else {
-      entries[n++] = text;
-      text += std::sprintf(text, "%s=%s%s%s", preload_variable, library_path(), theirs && *theirs ? ":" : "",
-                           theirs ? theirs : "") + 1;
-    }
+    const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : "";
+    entries[n++] = text;
+    text += std::sprintf(text, "%s=%s%s%s", preload_variable, library_path(), *theirs ? ":" : "", theirs) + 1;
     if (options_at >= 0) {
       entries[n++] = environment[options_at];
     } else if (options_text()[0]) {
@@ -126,15 +121,15 @@ int replace_program(char* const* environment, Function function) {
 }
 
 // The arguments of the execl family, as an array on the caller's stack.
-#define COLLECT_ARGUMENTS(first, list)                                                   \
-  va_list list;                                                                          \
-  va_start(list, first);                                                                 \
-  std::size_t argument_count = 1;                                                        \
-  while (va_arg(list, const char*)) ++argument_count;                                    \
-  va_end(list);                                                                          \
-  auto** arguments = static_cast<char**>(alloca(sizeof(char*) * (argument_count + 1)));  \
-  arguments[0] = const_cast<char*>(first);                                               \
-  va_start(list, first);                                                                 \
+#define COLLECT_ARGUMENTS(first, list)                                                  \
+  va_list list;                                                                         \
+  va_start(list, first);                                                                \
+  std::size_t argument_count = 1;                                                       \
+  while (va_arg(list, const char*)) ++argument_count;                                   \
+  va_end(list);                                                                         \
+  auto** arguments = static_cast<char**>(alloca(sizeof(char*) * (argument_count + 1))); \
+  arguments[0] = const_cast<char*>(first);                                              \
+  va_start(list, first);                                                                \
   for (std::size_t i = 1; i <= argument_count; ++i) arguments[i] = va_arg(list, char*);
 
 struct thread_start {
@@ -199,7 +194,8 @@ int fexecve(int fd, char* const arguments[], char* const environment[]) noexcept
   return replace_program(environment, [&](char* const* e) { return real.fexecve(fd, arguments, e); });
 }
 int execveat(int directory, const char* path, char* const arguments[], char* const environment[], int flags) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.execveat(directory, path, arguments, e, flags); });
+  return replace_program(environment,
+                         [&](char* const* e) { return real.execveat(directory, path, arguments, e, flags); });
 }
 int execl(const char* path, const char* first, ...) noexcept {
   COLLECT_ARGUMENTS(first, list)
@@ -218,17 +214,15 @@ int execle(const char* path, const char* first, ...) noexcept {
   return execve(path, arguments, environment);
 }
 
-int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* files, const posix_spawnattr_t* attributes,
-                char* const arguments[], char* const environment[]) {
-  return with_environment(environment, [&](char* const* e) {
-    return real.posix_spawn(pid, path, files, attributes, arguments, e);
-  });
+int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* files,
+                const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
+  return with_environment(environment,
+                          [&](char* const* e) { return real.posix_spawn(pid, path, files, attributes, arguments, e); });
 }
 int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file_actions_t* files,
                  const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
-  return with_environment(environment, [&](char* const* e) {
-    return real.posix_spawnp(pid, file, files, attributes, arguments, e);
-  });
+  return with_environment(
+      environment, [&](char* const* e) { return real.posix_spawnp(pid, file, files, attributes, arguments, e); });
 }
 
 // A fork that runs no fork handlers, so ours are called here.
@@ -245,7 +239,8 @@ pid_t _Fork() noexcept {
   return -1;
 }
 
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*function)(void*), void* argument) noexcept {
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*function)(void*),
+                   void* argument) noexcept {
   // The kernel's mask is inherited; SIGILL, which is not in it, is handed over.
   if (!sigill_blocked()) return real.pthread_create(thread, attributes, function, argument);
   auto* start = static_cast<thread_start*>(std::malloc(sizeof(thread_start)));

@@ -119,7 +119,8 @@ int sigaction(int sig, const struct sigaction* action, struct sigaction* old) no
   }
   return result(error);
 }
-int __sigaction(int sig, const struct sigaction* action, struct sigaction* old) noexcept __attribute__((alias("sigaction")));
+int __sigaction(int sig, const struct sigaction* action, struct sigaction* old) noexcept
+    __attribute__((alias("sigaction")));
 
 simple_handler signal(int sig, simple_handler handler) noexcept {
   const bool interrupts = sig >= 1 && sig <= signal_count && (interrupting & bit(sig)) != 0;

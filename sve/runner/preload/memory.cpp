@@ -27,8 +27,8 @@ std::byte* chunk = nullptr;
 std::size_t chunk_left = 0;
 
 void* map(std::size_t size) {
-  const long mapping = system_call(SYS_mmap, 0, static_cast<long>(size), PROT_READ | PROT_WRITE,
-                                   MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  const long mapping =
+      system_call(SYS_mmap, 0, static_cast<long>(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   return mapping < 0 && mapping > -4096 ? nullptr : reinterpret_cast<void*>(mapping);
 }
 

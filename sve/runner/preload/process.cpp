@@ -70,15 +70,17 @@ void find_names(const char* argv0) {
   if (dladdr(&process_id, &info) && info.dli_fname) std::snprintf(own_path, sizeof own_path, "%s", info.dli_fname);
 }
 
-// Programs that read the auxiliary vector itself, behind the environment, find SVE there too.
-void announce_in_auxiliary_vector(char** environment) {
+// The processor's features, in the auxiliary vector behind the environment.
+unsigned long* hardware_features(char** environment) {
   while (*environment) ++environment;
   struct entry {
     unsigned long type, value;
   };
+  static unsigned long none = 0;
   for (auto* e = reinterpret_cast<entry*>(environment + 1); e->type != AT_NULL; ++e) {
-    if (e->type == AT_HWCAP) e->value |= hwcap_sve;
+    if (e->type == AT_HWCAP) return &e->value;
   }
+  return &none;
 }
 
 // A %p in the file's name stands for the process id.
@@ -100,8 +102,7 @@ void dump_counts(int fd) {
   char path[4096 + 64] = "";
   if (options.counts_file[0]) {
     expand_counts_file(path, sizeof path);
-    const long file =
-        system_call(SYS_openat, AT_FDCWD, address(path), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const long file = system_call(SYS_openat, AT_FDCWD, address(path), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (file < 0) {
       char text[sizeof path + 128];
       const int size = std::snprintf(text, sizeof text, "sve-run: %s: %s; give --counts a file that can be written\n",
@@ -152,8 +153,8 @@ void report() {
   if (const int fd = report_target(); fd >= 0) {
     if (!options.quiet) {
       char text[320];
-      const int size = std::snprintf(text, sizeof text, "%s: %lu SVE instructions executed\n", program_name,
-                                     sve_instr_count.load());
+      const int size =
+          std::snprintf(text, sizeof text, "%s: %lu SVE instructions executed\n", program_name, sve_instr_count.load());
       kernel_write(fd, text, static_cast<std::size_t>(size));
     }
     if (options.counts) {
@@ -210,15 +211,20 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   for (char** e = environment; *e; ++e) {
     if (std::strncmp(*e, options_variable, name_size) == 0 && (*e)[name_size] == '=') text = *e + name_size + 1;
   }
-  find_real_functions();
   read_options(text);
-  find_names(argv[0] ? argv[0] : "");
   process_id = kernel_process_id();
-  if (real.getauxval(AT_HWCAP) & hwcap_sve) return;
-  active = true;
-  if (options.announce) announce_in_auxiliary_vector(environment);
-  start_thread_blocks();
-  start_signals();
+  unsigned long* features = hardware_features(environment);
+  active = (*features & hwcap_sve) == 0;
+  // Traps are served before anything else is asked of libc, which might ask the program's own malloc for memory.
+  if (active) {
+    start_thread_blocks();
+    start_signals();
+  }
+  find_real_functions();
+  find_names(argv[0] ? argv[0] : "");
+  if (!active) return;
+  // Programs that read the auxiliary vector themselves find SVE there too.
+  if (options.announce) *features |= hwcap_sve;
   pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
   // First registered, last run: other exit handlers and destructors may use SVE too. They belong to no library, so that
   // the end of ours does not run them.

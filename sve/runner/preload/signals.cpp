@@ -54,8 +54,8 @@ class ActionLock {
   SignalsBlocked signals_;  // first in, last out
 };
 
-// Who blocks SIGILL on this thread, in the program's view. A handler may be left by a jump that tells us nothing, so only
-// a block that the program asked for is taken to make a trap fatal.
+// Who blocks SIGILL on this thread, in the program's view. A handler may be left by a jump that tells us nothing, so
+// only a block that the program asked for is taken to make a trap fatal.
 enum class block : unsigned char { none, by_handler, by_request };
 thread_local block blocked __attribute__((tls_model("initial-exec"))) = block::none;
 // SIGILLs that wait while the program blocks them: one sent to this thread, one sent to the process.
@@ -84,8 +84,8 @@ void call_plainly(void* argument) {
   reinterpret_cast<handler_function>(call->handler)(call->sig, call->info, call->context);
 }
 
-// The interrupted code's vectors, predicates and FFR outlive a handler that uses SVE, as they would in a signal frame of
-// a processor with SVE; and like there they lie on the stack of the handler, which it may leave by a jump.
+// The interrupted code's vectors, predicates and FFR outlive a handler that uses SVE, as they would in a signal frame
+// of a processor with SVE; and like there they lie on the stack of the handler, which it may leave by a jump.
 __attribute__((noinline)) void call_keeping_vectors(handler_call* call, thread_block* vectors) {
   struct {
     alignas(16) std::uint8_t z[32][vector_bytes - 16];
@@ -129,7 +129,8 @@ void program_signal_entry(int sig, siginfo_t* info, void* context) {
   call_handler(&call, (action.mask & sigill) != 0);
 }
 
-constexpr unsigned long kernel_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_ONSTACK | SA_RESTART | SA_NODEFER | SA_RESETHAND;
+constexpr unsigned long kernel_flags =
+    SA_NOCLDSTOP | SA_NOCLDWAIT | SA_ONSTACK | SA_RESTART | SA_NODEFER | SA_RESETHAND;
 
 // What the kernel is told for an action of the program.
 kernel_action kernel_form(int sig, const program_action& action) {
@@ -253,9 +254,7 @@ void deliver(int sig, siginfo_t* info, ucontext_t* context) {
 
 bool sigill_blocked() { return blocked != block::none; }
 
-bool sigill_pending() {
-  return held_by_thread.si_signo != 0 || process_holds.load(std::memory_order_acquire) == 2;
-}
+bool sigill_pending() { return held_by_thread.si_signo != 0 || process_holds.load(std::memory_order_acquire) == 2; }
 
 void set_sigill_blocked(bool now_blocked) {
   blocked = now_blocked ? block::by_request : block::none;

@@ -2,8 +2,8 @@
 //
 // Every handler of the program is entered through one of ours. For SIGILL, SIGSEGV and SIGBUS ours stays installed
 // whatever the program sets; for the others it is there so that a handler that uses SVE leaves the interrupted code's
-// vectors and predicates as they were. SIGILL is never blocked in the kernel, since a trap on a blocked SIGILL is death;
-// whether the program thinks it blocked is kept here.
+// vectors and predicates as they were. SIGILL is never blocked in the kernel, since a trap on a blocked SIGILL is
+// death; whether the program thinks it blocked is kept here.
 #pragma once
 
 #include <signal.h>

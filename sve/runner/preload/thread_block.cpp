@@ -18,7 +18,8 @@ constexpr std::size_t mapping_size = guard_size + stack_size + ((sizeof(thread_b
 pthread_key_t key;
 thread_local int exit_rounds __attribute__((tls_model("initial-exec"))) = 0;
 
-// Runs as the key's destructor. The other keys' destructors may still use SVE, so the block is kept until the last round.
+// Runs as the key's destructor. The other keys' destructors may still use SVE, so the block is kept until the last
+// round.
 void thread_ends(void* value) {
   if (++exit_rounds < 4) {  // PTHREAD_DESTRUCTOR_ITERATIONS
     pthread_setspecific(key, value);

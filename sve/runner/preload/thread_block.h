@@ -15,10 +15,10 @@ namespace sve::runner {
 /// A thread's block. It is made when the thread first needs it, all zero, and freed when the thread ends.
 struct thread_block {
   cpu_state state;
-  bool emulating;              ///< a trap is being served: `state` is not the program's to change
-  void* resume;                ///< where a fault of the model's own memory access leaves to
-  siginfo_t fault;             ///< that fault
-  siginfo_t late[2];           ///< SIGSEGV and SIGBUS sent by someone while the model ran; si_signo 0 if none
+  bool emulating;     ///< a trap is being served: `state` is not the program's to change
+  void* resume;       ///< where a fault of the model's own memory access leaves to
+  siginfo_t fault;    ///< that fault
+  siginfo_t late[2];  ///< SIGSEGV and SIGBUS sent by someone while the model ran; si_signo 0 if none
   std::uint8_t fault_records[sizeof(mcontext_t::__reserved)];  ///< the fault frame's records
 };
 
