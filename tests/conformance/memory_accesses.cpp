@@ -10,6 +10,12 @@ bool memory_access::readable(unsigned bytes) const {
   return window::readable(address) && window::readable(address + bytes - 1);
 }
 
+std::uint64_t memory_access::first_unreadable() const {
+  std::uint64_t at = address;
+  while (window::readable(at)) ++at;
+  return at;
+}
+
 memory_operands operands_of(const row_info& row, std::uint32_t word) {
   const memory_form& m = row.memory;
   const unsigned n5 = word >> 5 & 31, n16 = word >> 16 & 31;

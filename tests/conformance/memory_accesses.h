@@ -16,6 +16,8 @@ struct memory_access {
   bool active;
 
   bool readable(unsigned bytes) const;
+  /// The byte at which an access that is not readable faults.
+  std::uint64_t first_unreadable() const;
 };
 
 struct memory_plan {

@@ -132,7 +132,7 @@ struct speculative_load {
     const memory_access& a = plan.accesses[e];
     if (!a.readable(m.memory_bytes)) {
       expected.faulted = true;
-      expected.fault_address = a.address;
+      expected.fault_address = a.first_unreadable();
       expected.state_unspecified = true;
       return false;
     }
@@ -233,7 +233,7 @@ void expect_plain_fault(const test_case& c, bool native_ran, const memory_plan& 
     const memory_access& a = plan.accesses[i];
     if (!a.active) continue;
     if (!a.readable(bytes)) {
-      expected.fault_address = a.address;
+      expected.fault_address = a.first_unreadable();
       break;
     }
     if (m.access != access_kind::store) continue;
