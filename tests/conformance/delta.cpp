@@ -85,7 +85,8 @@ std::vector<std::uint8_t> encode_change(const test_case& c, const window::conten
   std::vector<std::uint8_t> change;
   change.push_back(result.faulted);
   if (result.faulted) {
-    append(change, &result.fault_address, 8);
+    const std::uint64_t page = result.fault_address / window::page;
+    append(change, &page, 8);
     return change;
   }
   const std::uint8_t *before = bytes_of(c.state), *after = bytes_of(result.state);
@@ -120,7 +121,8 @@ std::string first_difference(const test_case& c, const outcome& expected, const 
                   expected.faulted ? expected.fault_address : actual.fault_address);
     return text;
   }
-  if (expected.faulted && expected.fault_address != actual.fault_address) {
+  // Within a page nothing tells in which order elements fault.
+  if (expected.faulted && expected.fault_address / window::page != actual.fault_address / window::page) {
     std::snprintf(text, sizeof text, "expected a fault at 0x%" PRIx64 ", model faulted at 0x%" PRIx64,
                   expected.fault_address, actual.fault_address);
     return text;
