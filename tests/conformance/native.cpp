@@ -22,7 +22,9 @@ namespace {
 volatile sig_atomic_t in_model;
 sigjmp_buf model_fault;
 std::uint64_t fault_address;
+#if defined(__aarch64__)
 native_result* running;
+#endif
 
 void keep_default(int sig) {
   struct sigaction action = {};
