@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "sve/state/cpu_state.h"
-#include "sve/state/predicate_bits.h"
 
 namespace conformance {
 
@@ -34,6 +33,23 @@ inline void set_bit(std::uint8_t* predicate, std::size_t bit, bool value) {
   predicate[bit / 8] = static_cast<std::uint8_t>(value ? predicate[bit / 8] | mask : predicate[bit / 8] & ~mask);
 }
 
+/// Bit i of the packed form to byte i, and back.
+inline void widen(const std::uint8_t (&bits)[sve::predicate_bytes], std::uint8_t* bytes) {
+  for (std::size_t i = 0; i < sve::predicate_bytes; ++i) {
+    // Byte k keeps bit k alone, and any byte that is not 0 becomes 1.
+    const std::uint64_t copies = bits[i] * 0x0101010101010101u & 0x8040201008040201u;
+    const std::uint64_t flags = (copies + 0x7f7f7f7f7f7f7f7fu) >> 7 & 0x0101010101010101u;
+    std::memcpy(bytes + 8 * i, &flags, 8);
+  }
+}
+inline void narrow(const std::uint8_t* bytes, std::uint8_t (&bits)[sve::predicate_bytes]) {
+  for (std::size_t i = 0; i < sve::predicate_bytes; ++i) {
+    std::uint64_t flags;
+    std::memcpy(&flags, bytes + 8 * i, 8);
+    bits[i] = static_cast<std::uint8_t>((flags & 0x0101010101010101u) * 0x0102040810204080u >> 56);
+  }
+}
+
 inline void to_model(const machine& from, cpu_state& to) {
   std::memcpy(to.x, from.x, sizeof to.x);
   to.sp = from.sp;
@@ -42,8 +58,8 @@ inline void to_model(const machine& from, cpu_state& to) {
   to.fpcr = static_cast<std::uint32_t>(from.fpcr);
   to.fpcr_extra = 0;
   std::memcpy(to.z, from.z, sizeof to.z);
-  for (int n = 0; n < 16; ++n) sve::unpack_bits(from.p[n], to.p[n], sve::vector_bytes);
-  sve::unpack_bits(from.ffr, to.ffr, sve::vector_bytes);
+  for (int n = 0; n < 16; ++n) widen(from.p[n], to.p[n]);
+  widen(from.ffr, to.ffr);
   to.instr = 0;
 }
 
@@ -56,8 +72,8 @@ inline bool from_model(const cpu_state& from, machine& to) {
   to.fpcr = from.fpcr;
   to.unused = 0;
   std::memcpy(to.z, from.z, sizeof to.z);
-  for (int n = 0; n < 16; ++n) sve::pack_bits(from.p[n], to.p[n], sve::vector_bytes);
-  sve::pack_bits(from.ffr, to.ffr, sve::vector_bytes);
+  for (int n = 0; n < 16; ++n) narrow(from.p[n], to.p[n]);
+  narrow(from.ffr, to.ffr);
   std::uint64_t stray = 0;
   const auto collect = [&stray](const std::uint8_t* bytes, std::size_t size) {
     for (std::size_t i = 0; i < size; i += 8) {

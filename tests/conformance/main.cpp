@@ -21,6 +21,7 @@ namespace {
 
 constexpr int skipped = 77;  // ctest's code for a test that could not run
 constexpr unsigned states_per_word = 4, fault_period = 16;
+constexpr unsigned enough_cases = 200;  ///< for a row's coverage to be judged
 
 struct options {
   unsigned cases = 200;
@@ -194,7 +195,9 @@ class run {
     const unsigned first = options_.one_case < 0 ? 0 : static_cast<unsigned>(options_.one_case);
     const unsigned last = options_.one_case < 0 ? options_.cases : first + 1;
     failed_here_ = 0;
-    std::uint64_t run_here = 0;
+    run_here_ = changed_here_ = 0;
+    varied_here_ = 0;
+    const std::uint32_t first_word = cases.word(first);
     // Words are written in batches before they run: the emulator translates a page of code anew after each write to it.
     constexpr unsigned batch = native_places / 2 * states_per_word;
     for (unsigned begin = first; begin < last; begin += batch) {
@@ -204,13 +207,29 @@ class run {
         const std::uint32_t word = cases.word(n * states_per_word);
         const std::uint32_t asked = native_word(row, word);
         words_.push_back({word, asked, native_place(asked)});
+        varied_here_ |= word ^ first_word;
       }
-      for (unsigned n = begin; n < end; ++n, ++run_here)
+      for (unsigned n = begin; n < end; ++n)
         compare_case(cases, n, words_[n / states_per_word - begin / states_per_word]);
     }
     ++rows_;
     if (!failed_here_) ++rows_passed_;
-    if (!run_here) rows_without_case_.push_back(row.row->name);
+    check_coverage(row, first_word);
+  }
+
+  /// A row proves nothing if it had no case, if none of its cases changed anything, or if an operand bit stood still.
+  void check_coverage(const row_info& row, std::uint32_t word) {
+    const auto lacking = [&](const char* what) { lacking_.push_back(std::string(row.row->name) + ": " + what); };
+    if (!run_here_) lacking("no case");
+    if (options_.one_case >= 0 || options_.cases < enough_cases) return;
+    if (!changed_here_ && row.row->model != sve::decode::kind::prefetch) lacking("no case changes anything");
+    for (unsigned bit = 0; bit < 32; ++bit) {
+      const std::uint32_t mask = 1u << bit;
+      if (!(row.operand_bits() & mask) || varied_here_ & mask) continue;
+      bool reserved = false;
+      for (const reserved_rule& r : reserved_rules()) reserved |= r.matches(row, word ^ mask);
+      if (!reserved) lacking(("bit " + std::to_string(bit) + " of the word never varied").c_str());
+    }
   }
 
   struct placed_word {
@@ -237,6 +256,7 @@ class run {
       }
     }
     ++cases_;
+    ++run_here_;
     if (native.undefined) {
       fail(c, "the processor has no such instruction");
       return;
@@ -245,6 +265,8 @@ class run {
     run_model(c, model);
     if (stores) window::fill(original);
     if (options_.one_case >= 0) std::fputs(describe_inputs(c).c_str(), stdout);
+    changed_here_ += expected.faulted || std::memcmp(&expected.state, &c.state, sizeof c.state) != 0 ||
+                     (stores && std::memcmp(&expected.memory, &original, sizeof original) != 0);
     check(c, expected, model);
     if (record_) write_record(c, original, model);
   }
@@ -312,8 +334,8 @@ class run {
 
   int report(double seconds) {
     bool failed = failures_ != 0;
-    for (const char* name : rows_without_case_) {
-      std::printf("no case: %s\n", name);
+    for (const std::string& row : lacking_) {
+      std::printf("LACKING %s\n", row.c_str());
       failed = true;
     }
     const bool everything = !options_.row && options_.one_case < 0;
@@ -336,9 +358,10 @@ class run {
   options options_;
   std::unique_ptr<buffers> shared_;
   std::vector<placed_word> words_;
-  std::vector<const char*> rows_without_case_;
+  std::vector<std::string> lacking_;
   std::FILE* record_ = nullptr;
-  std::uint64_t cases_ = 0, failures_ = 0;
+  std::uint64_t cases_ = 0, failures_ = 0, run_here_ = 0, changed_here_ = 0;
+  std::uint32_t varied_here_ = 0;
   unsigned rows_ = 0, rows_passed_ = 0, failed_here_ = 0;
 };
 
