@@ -138,6 +138,14 @@ const operand* row_info::find(role kind, unsigned low) const {
   return nullptr;
 }
 
+bool has_shifted_immediate(const row_info& row) {
+  const std::string_view name = row.row->name;
+  return name.ends_with("DupI") || (name.ends_with("DupIM") && row.element_type == 'S') || name.ends_with("DupIZ") ||
+         (name.ends_with("VIX") && (row.name_has("Add") || row.name_has("Sub")));
+}
+
+bool is_logical_immediate(const row_info& row) { return std::string_view(row.map->name) == "decode_map__31_18"; }
+
 std::span<const row_info> all_rows() {
   static const std::vector<row_info> rows = collect();
   return rows;

@@ -79,6 +79,11 @@ struct row_info {
   const operand* find(role kind, unsigned low) const;
 };
 
+/// An immediate in bits 12 to 5 that bit 13 shifts left by 8.
+bool has_shifted_immediate(const row_info& row);
+/// A 13-bit logical immediate in bits 17 to 5.
+bool is_logical_immediate(const row_info& row);
+
 /// All rows, in the order of `is_sve`'s search.
 std::span<const row_info> all_rows();
 

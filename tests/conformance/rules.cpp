@@ -10,6 +10,8 @@ namespace conformance {
 namespace {
 
 enum rule_index {
+  shifted_8_bit,
+  reserved_logical,
   index_31,
   probe_first_fault,
   probe_non_fault,
@@ -24,6 +26,14 @@ enum rule_index {
 };
 
 difference_rule rules[rule_count] = {
+    {"shifted-8-bit-immediate",
+     "the processor reserves an 8-bit element's immediate that is shifted left by 8; here its value is 0, so the processor "
+     "is asked with the immediate 0",
+     0},
+    {"reserved-logical-immediate",
+     "the processor reserves a logical immediate of all ones; here it is expanded as any other: ones throughout, or 0 where "
+     "64 ones leave an empty element",
+     0},
     {"index-register-31",
      "the processor reserves the zero register as the index of a contiguous access; here it adds zero, so the processor is "
      "asked with an index register that holds zero",
@@ -105,6 +115,18 @@ bool reserved_index(const row_info& row, std::uint32_t word) {
   const memory_form& m = row.memory;
   const bool index_form = m.address == address_form::base_index || row.name_has("LSS");
   return index_form && (word >> 16 & 31) == register_31 && m.access != access_kind::first_fault;
+}
+bool reserved_shift(const row_info& row, std::uint32_t word) {
+  return row.element_bits == 8 && has_shifted_immediate(row) && (word >> 13 & 1);
+}
+/// Whether the ones of a logical immediate fill its element.
+bool reserved_logical_immediate(const row_info& row, std::uint32_t word) {
+  if (!is_logical_immediate(row)) return false;
+  const std::uint32_t imms = word >> 5 & 63;
+  if (word >> 17 & 1) return imms == 63;
+  for (unsigned width = 2; width <= 32; width *= 2)  // imms is 0 below a run of ones that tells the width
+    if ((imms & (64 - width)) == ((64 - 2 * width) & 63)) return (imms & (width - 1)) == width - 1;
+  return true;  // one bit
 }
 unsigned unnamed_register(std::uint32_t word) {
   unsigned n = 0;
@@ -250,6 +272,27 @@ void expect_plain_fault(const test_case& c, bool native_ran, const memory_plan& 
     fire(plain_fault_load);
 }
 
+// ---- Immediates ----
+
+void expect_reserved_logical(const test_case& c, outcome& expected) {
+  const bool empty = c.word >> 17 & 1;
+  const std::string_view operation = c.row->row->name;
+  expected.state = c.state;
+  std::uint8_t* z = expected.state.z[c.word & 31];
+  for (unsigned i = 0; i < sve::vector_bytes; ++i) {
+    const std::uint8_t imm = empty ? 0 : 0xff;
+    if (operation == "VecU64OrVIX")
+      z[i] |= imm;
+    else if (operation == "VecU64XorVIX")
+      z[i] ^= imm;
+    else if (operation == "VecU64AndVIX")
+      z[i] &= imm;
+    else
+      z[i] = imm;
+  }
+  fire(reserved_logical);
+}
+
 // ---- Predicates ----
 
 void expect_unzip(const test_case& c, unsigned part, outcome& expected) {
@@ -270,6 +313,7 @@ void expect_unzip(const test_case& c, unsigned part, outcome& expected) {
 std::span<difference_rule> difference_rules() { return rules; }
 
 std::uint32_t native_word(const row_info& row, std::uint32_t word) {
+  if (reserved_shift(row, word)) return word & ~(0x1ffu << 5);
   if (!reserved_index(row, word)) return word;
   return (word & ~(31u << 16)) | unnamed_register(word) << 16;
 }
@@ -281,6 +325,8 @@ bool prepare_native(test_case& c) {
     c.state.x[unnamed_register(c.word)] = 0;
     fire(index_31);
   }
+  if (reserved_shift(row, c.word)) fire(shifted_8_bit);
+  if (reserved_logical_immediate(row, c.word)) return false;
   if (!m.is_memory()) return true;
   const memory_plan plan = plan_accesses(row, c.word, c.state);
   if (!speculative(m)) return !any_straddles(plan, m);
@@ -302,6 +348,8 @@ void apply_rules(const test_case& c, bool native_ran, const window::contents& or
     if (any_unreadable(plan, m.memory_bytes)) expect_plain_fault(c, native_ran, plan, original, expected);
   } else if (row.name_has("Uzp1PP") || row.name_has("Uzp2PP")) {
     expect_unzip(c, row.name_has("Uzp2PP"), expected);
+  } else if (reserved_logical_immediate(row, c.word)) {
+    expect_reserved_logical(c, expected);
   }
 }
 
