@@ -1,0 +1,44 @@
+// The addresses that a memory instruction touches, straight from its definition.
+#pragma once
+
+#include <cstdint>
+
+#include "tests/conformance/machine.h"
+#include "tests/conformance/row_info.h"
+
+namespace conformance {
+
+struct memory_access {
+  std::uint64_t address;
+  std::uint16_t element;         ///< of the register
+  std::uint16_t predicate_byte;  ///< byte of the vector at which the element's activity is decided
+  std::uint8_t register_offset;  ///< within a structure's group
+  bool active;
+
+  bool readable(unsigned bytes) const;
+  /// The byte at which an access that is not readable faults.
+  std::uint64_t first_unreadable() const;
+};
+
+struct memory_plan {
+  memory_access accesses[4 * 112];  ///< in the order of execution
+  unsigned count = 0;
+  std::uint64_t start = 0;  ///< of the contiguous forms
+};
+
+/// Operand numbers of a memory word.
+struct memory_operands {
+  unsigned data;      ///< Zt or Pt
+  unsigned governing;  ///< 16 when there is none
+  unsigned base;       ///< general register, 31 the stack pointer
+  unsigned index;      ///< general register, 31 the zero register
+  unsigned vector;     ///< of bases or offsets
+};
+memory_operands operands_of(const row_info& row, std::uint32_t word);
+
+/// Bytes between successive values of the immediate.
+unsigned immediate_unit(const memory_form& form);
+
+memory_plan plan_accesses(const row_info& row, std::uint32_t word, const machine& state);
+
+}  // namespace conformance

@@ -1,0 +1,46 @@
+// The model's side.
+#include "tests/conformance/model.h"
+
+#include "sve/decode/dispatch.h"
+#include "tests/conformance/native.h"
+
+namespace conformance {
+namespace {
+
+#if defined(__aarch64__)
+std::uint64_t read_control() {
+  std::uint64_t value;
+  asm volatile("mrs %0, fpcr" : "=r"(value));
+  return value;
+}
+void write_floating_point(std::uint64_t control, std::uint64_t status) {
+  asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" : : "r"(control), "r"(status) : "memory");
+}
+#else
+std::uint64_t read_control() { return 0; }
+void write_floating_point(std::uint64_t, std::uint64_t) {}
+#endif
+
+}  // namespace
+
+void run_model(const test_case& c, model_outcome& result) {
+  static cpu_state state;
+  static decode_handler handle;
+  static std::uint32_t word;
+  static int code;
+  to_model(c.state, state);
+  word = c.word;
+  handle = is_sve(word);
+  code = AARCH64_DECODE_UNDECODED;
+  const std::uint64_t control = read_control();
+  write_floating_point(c.state.fpcr, c.state.fpsr);
+  result.faulted = handle != nullptr &&
+                   catches_fault([](void*) { code = handle(&state, word); }, nullptr, &result.fault_address);
+  write_floating_point(control, 0);
+  result.code = code;
+  result.stray_bytes = !from_model(state, result.state);
+  result.instr_stored = state.instr == c.word;
+  if (c.row->memory.stores()) window::save(result.memory);
+}
+
+}  // namespace conformance

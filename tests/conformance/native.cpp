@@ -1,0 +1,197 @@
+// The code buffer, the signal handlers and the call of the trampolines.
+#include "tests/conformance/native.h"
+
+#include <setjmp.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <ucontext.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "sve/fault/fault_capture.h"
+
+#if defined(__aarch64__)
+#include <sys/prctl.h>
+#endif
+
+namespace conformance {
+namespace {
+
+volatile sig_atomic_t in_model;
+sigjmp_buf model_fault;
+std::uint64_t fault_address;
+#if defined(__aarch64__)
+native_result* running;
+#endif
+
+void keep_default(int sig) {
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;
+  sigaction(sig, &action, nullptr);
+}
+
+void on_fault(int sig, siginfo_t* info, void* context) {
+  if (sig != SIGILL && sve::recover_guarded_fault(sig, context)) return;
+  const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
+  if (in_model && sig != SIGILL) {
+    fault_address = address;
+    siglongjmp(model_fault, 1);
+  }
+#if defined(__aarch64__)
+  if (running) {
+    // The word stands alone; what follows it stores the state of the fault.
+    running->faulted = sig != SIGILL;
+    running->undefined = sig == SIGILL;
+    running->address = address;
+    running = nullptr;
+    static_cast<ucontext_t*>(context)->uc_mcontext.pc += 4;
+    return;
+  }
+#endif
+  keep_default(sig);
+}
+
+void install_handlers() {
+  static std::uint8_t stack[1 << 18];
+  stack_t alternate = {};
+  alternate.ss_sp = stack;
+  alternate.ss_size = sizeof stack;
+  sigaltstack(&alternate, nullptr);
+  struct sigaction action = {};
+  action.sa_sigaction = on_fault;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+  for (const int sig : {SIGSEGV, SIGBUS, SIGILL}) sigaction(sig, &action, nullptr);
+}
+
+}  // namespace
+
+bool catches_fault(void (*body)(void*), void* argument, std::uint64_t* address) {
+  if (sigsetjmp(model_fault, 0)) {
+    in_model = 0;
+    *address = fault_address;
+    return true;
+  }
+  in_model = 1;
+  body(argument);
+  in_model = 0;
+  return false;
+}
+
+#if defined(__aarch64__)
+
+struct block : machine {
+  std::uint64_t host_sp;
+  std::uint64_t host_fpcr;
+};
+static_assert(sizeof(machine) == 4112);
+
+extern "C" {
+void conformance_enter_25(block*);
+void conformance_enter_26(block*);
+void conformance_enter_27(block*);
+void conformance_enter_28(block*);
+void conformance_leave_25();
+void conformance_leave_26();
+void conformance_leave_27();
+void conformance_leave_28();
+}
+
+namespace {
+
+block the_block;
+
+// A place is the word, `ldr xN, literal` and a branch to the trampoline of xN. Static, to be within reach of a branch.
+struct place {
+  std::uint32_t word, load_block, leave, unused;
+};
+struct alignas(65536) code {
+  place places[native_places];
+  block* literal;
+} the_code;
+unsigned next_place;
+
+constexpr unsigned first_spare = 25, spares = 4;
+constexpr void (*enter[spares])(block*) = {conformance_enter_25, conformance_enter_26, conformance_enter_27,
+                                           conformance_enter_28};
+void (*const leave[spares])() = {conformance_leave_25, conformance_leave_26, conformance_leave_27,
+                                 conformance_leave_28};
+
+std::uint32_t offset_words(const void* to, const void* from) {
+  return static_cast<std::uint32_t>((reinterpret_cast<std::intptr_t>(to) - reinterpret_cast<std::intptr_t>(from)) / 4);
+}
+
+}  // namespace
+
+bool native_available(const char** why) {
+  const int length = prctl(PR_SVE_GET_VL);
+  if (length < 0) {
+    *why = "the processor has no SVE";
+    return false;
+  }
+  if ((length & PR_SVE_VL_LEN_MASK) != static_cast<int>(sve::vector_bytes)) {
+    *why = "the processor's vector length is not 112 bytes";
+    return false;
+  }
+  return true;
+}
+
+void native_set_up() {
+  install_handlers();
+  the_code.literal = &the_block;
+  if (mprotect(&the_code, sizeof the_code, PROT_READ | PROT_WRITE | PROT_EXEC) != 0) {
+    std::perror("conformance: code buffer");
+    std::exit(2);
+  }
+}
+
+unsigned native_spare_register(std::uint32_t word) {
+  unsigned n = first_spare;
+  while ((word & 31) == n || (word >> 5 & 31) == n || (word >> 16 & 31) == n) ++n;
+  return n;
+}
+
+unsigned native_place(std::uint32_t word) {
+  const unsigned n = next_place++ % native_places;
+  place& p = the_code.places[n];
+  const unsigned spare = native_spare_register(word);
+  p.word = word;
+  p.load_block = 0x58000000u | (offset_words(&the_code.literal, &p.load_block) & 0x7ffff) << 5 | spare;
+  p.leave = 0x14000000u |
+            (offset_words(reinterpret_cast<const void*>(leave[spare - first_spare]), &p.leave) & 0x3ffffff);
+  __builtin___clear_cache(reinterpret_cast<char*>(&p), reinterpret_cast<char*>(&p + 1));
+  return n;
+}
+
+native_result native_run(unsigned n, std::uint32_t word, machine& state) {
+  native_result result;
+  std::memcpy(static_cast<machine*>(&the_block), &state, sizeof state);
+  the_block.unused = reinterpret_cast<std::uintptr_t>(&the_code.places[n]);
+  running = &result;
+  enter[native_spare_register(word) - first_spare](&the_block);
+  running = nullptr;
+  std::memcpy(&state, static_cast<machine*>(&the_block), sizeof state);
+  state.unused = 0;
+  return result;
+}
+
+#else
+
+bool native_available(const char** why) {
+  *why = "this build's processor is not AArch64";
+  return false;
+}
+void native_set_up() { install_handlers(); }
+unsigned native_place(std::uint32_t) { return 0; }
+unsigned native_spare_register(std::uint32_t word) {
+  unsigned n = 25;
+  while ((word & 31) == n || (word >> 5 & 31) == n || (word >> 16 & 31) == n) ++n;
+  return n;
+}
+native_result native_run(unsigned, std::uint32_t, machine&) { return {}; }
+
+#endif
+
+}  // namespace conformance

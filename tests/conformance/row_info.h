@@ -1,0 +1,90 @@
+// What the generators know of a row: its operands by role, and for a memory row how addresses are formed. The operands are
+// read off the table's own rows; nothing here decides what a result must be.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "sve/decode/table.h"
+
+namespace conformance {
+
+enum class role : std::uint8_t {
+  z,         ///< vector register
+  p,         ///< predicate register
+  x,         ///< general register, 31 the zero register
+  x_or_sp,   ///< general register, 31 the stack pointer
+  immediate
+};
+
+struct operand {
+  role kind;
+  std::uint8_t low;    ///< lowest bit of the field
+  std::uint8_t width;  ///< bits of the field; 0 where an immediate is no single field
+  std::uint8_t size;   ///< element-size code, qualifier, or the operand record's `none`
+  bool is_result;
+  bool is_source;
+
+  std::uint32_t number(std::uint32_t word) const { return word >> low & ((1u << width) - 1); }
+  std::uint32_t with(std::uint32_t word, std::uint32_t n) const {
+    const std::uint32_t mask = ((1u << width) - 1) << low;
+    return (word & ~mask) | (n << low & mask);
+  }
+};
+
+/// How a memory row names its addresses.
+enum class address_form : std::uint8_t {
+  none,
+  base_immediate,     ///< SIZ
+  base_index,         ///< LSSZ, SSZ: index times the memory size
+  vector_immediate,   ///< VIZ
+  base_vector,        ///< VSZ, XVSZ, YVSZ: offsets in bytes
+  base_vector_scaled  ///< SVZ, XSVZ, YSVZ: offsets times the memory size
+};
+enum class access_kind : std::uint8_t { load, first_fault, non_fault, replicate, replicate_quadword, store, fill, spill };
+enum class offset_extension : std::uint8_t { none, sign_32, zero_32 };
+
+struct memory_form {
+  address_form address = address_form::none;
+  access_kind access = access_kind::load;
+  offset_extension extension = offset_extension::none;
+  bool sign_extends = false;
+  bool predicate_register = false;  ///< fill and spill of a predicate
+  std::uint8_t registers = 1;       ///< of a structure
+  std::uint8_t memory_bytes = 0;    ///< m
+  std::uint8_t element_bytes = 0;   ///< c
+
+  bool is_memory() const { return address != address_form::none; }
+  bool stores() const { return access == access_kind::store || access == access_kind::spill; }
+  /// Elements of a register, or of the quadword that is replicated.
+  unsigned elements() const;
+  int imm(std::uint32_t word) const;
+};
+
+struct row_info {
+  const sve::decode::map* map;
+  const sve::decode::row* row;
+  int index;  ///< place in the order of `is_sve`'s search
+  std::span<const operand> operands;
+  char element_type;      ///< letter of the name: U, S, F, D, H, B, P
+  unsigned element_bits;  ///< width of the name, 0 without one
+  memory_form memory;
+
+  bool floating_point() const;
+  bool name_has(std::string_view part) const { return std::string_view(row->name).find(part) != std::string_view::npos; }
+  std::uint32_t fixed() const { return map->word(row->key); }
+  std::uint32_t operand_bits() const { return ~map->fixed_bits; }
+  const operand* find(role kind, unsigned low) const;
+};
+
+/// An immediate in bits 12 to 5 that bit 13 shifts left by 8.
+bool has_shifted_immediate(const row_info& row);
+/// A 13-bit logical immediate in bits 17 to 5.
+bool is_logical_immediate(const row_info& row);
+
+/// All rows, in the order of `is_sve`'s search.
+std::span<const row_info> all_rows();
+
+}  // namespace conformance

@@ -1,0 +1,48 @@
+// What the model must answer: the processor's own answer, changed by named rules where a difference is required or where
+// the processor's answer cannot be had.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "tests/conformance/machine.h"
+#include "tests/conformance/row_info.h"
+#include "tests/conformance/window.h"
+
+namespace conformance {
+
+/// One case: what both sides start from.
+struct test_case {
+  const row_info* row;
+  unsigned number;
+  std::uint32_t word;
+  machine state;
+};
+
+/// One side's outcome. The memory is that of the window.
+struct outcome {
+  machine state;
+  window::contents memory;
+  bool faulted = false;
+  std::uint64_t fault_address = 0;
+  bool state_unspecified = false;  ///< of an expected fault: the result registers and, for whole registers, the memory
+};
+
+struct difference_rule {
+  const char* name;
+  const char* reason;
+  std::uint64_t fired;
+};
+std::span<difference_rule> difference_rules();
+
+/// The word that the processor is asked about: the row's own, or one of the same meaning where it has none.
+std::uint32_t native_word(const row_info& row, std::uint32_t word);
+
+/// Whether the processor can be asked. Gives the register that only the native word names its value.
+bool prepare_native(test_case& c);
+
+/// Turns the processor's outcome (or the start, where it was not asked) into the required one, and counts the rules that
+/// changed it. `original` is the memory at the start.
+void apply_rules(const test_case& c, bool native_ran, const window::contents& original, outcome& expected);
+
+}  // namespace conformance
