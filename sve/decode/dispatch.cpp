@@ -59,6 +59,42 @@ decode_handler search(const searched (&order)[N], std::uint32_t word) {
   return nullptr;
 }
 
+// Remembers the handlers of words seen lately, in front of the searches. The word is scattered one-to-one; its upper bits
+// choose the entry, and an entry holds the lower ones beside the handler's address, so that one atomic word is the whole
+// entry and threads need nothing else. A handler whose address does not fit is not remembered.
+class word_cache {
+ public:
+  decode_handler find(std::uint32_t word) const {
+    const std::uint32_t scattered = scatter(word);
+    const std::uint64_t entry = entries_[scattered >> tag_bits].load(std::memory_order_relaxed);
+    if (entry == 0 || (entry & tag_mask) != (scattered & tag_mask)) return nullptr;
+    return reinterpret_cast<decode_handler>(entry >> tag_bits << alignment_bits);
+  }
+  void remember(std::uint32_t word, decode_handler handle) {
+    const auto address = reinterpret_cast<std::uintptr_t>(handle);
+    if (address % (1u << alignment_bits) != 0 || address >> (64 - tag_bits + alignment_bits) != 0) return;
+    const std::uint32_t scattered = scatter(word);
+    entries_[scattered >> tag_bits].store(address >> alignment_bits << tag_bits | (scattered & tag_mask),
+                                          std::memory_order_relaxed);
+  }
+
+ private:
+  static constexpr unsigned tag_bits = 20, alignment_bits = 4;
+  static constexpr std::uint32_t tag_mask = (1u << tag_bits) - 1;
+  static constexpr std::uint32_t scatter(std::uint32_t word) { return word * 0x9e3779b1u; }
+
+  std::atomic<std::uint64_t> entries_[1u << (32 - tag_bits)] = {};
+};
+constinit word_cache seen;
+
+template <std::size_t N>
+decode_handler find(const searched (&order)[N], std::uint32_t word) {
+  if (const decode_handler handle = seen.find(word)) return handle;
+  const decode_handler handle = search(order, word);
+  if (handle) seen.remember(word, handle);
+  return handle;
+}
+
 #define SVE_SEARCH(name) &sve::decode::map_##name,
 constexpr const sve::decode::map* tables_in_is_sve_order[] = {
 #include "sve/decode/is_sve_order.inc"
@@ -70,13 +106,13 @@ constexpr const sve::decode::map* tables_in_execute_order[] = {
 
 }  // namespace
 
-decode_handler is_sve(unsigned int word) { return search(is_sve_order, word); }
+decode_handler is_sve(unsigned int word) { return find(is_sve_order, word); }
 
 aarch64_decode_rc execute_sve_instruction(cpu_state* state) {
   std::uint32_t* const pc = state->pc;
   std::uint32_t word;
   std::memcpy(&word, pc, sizeof word);
-  const decode_handler handle = search(execute_order, word);
+  const decode_handler handle = find(execute_order, word);
   if (!handle) return AARCH64_DECODE_UNDECODED;
   const aarch64_decode_rc rc = handle(state, word);
   if (rc != AARCH64_DECODE_EXECUTED) return rc;
@@ -90,6 +126,7 @@ namespace sve::decode {
 std::span<const map* const> maps_in_is_sve_order() { return tables_in_is_sve_order; }
 std::span<const map* const> maps_in_execute_order() { return tables_in_execute_order; }
 
+decode_handler find_in_is_sve_order(std::uint32_t word) { return search(is_sve_order, word); }
 decode_handler find_in_execute_order(std::uint32_t word) { return search(execute_order, word); }
 
 const row* find_row(std::uint32_t word) {
