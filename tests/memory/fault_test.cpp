@@ -1,0 +1,146 @@
+// Fault capture: the library's element access, the readability probe, and what an unguarded fault comes to.
+#include "sve/fault/fault_capture.h"
+
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include "sve/veclib/initialize.h"
+#include "sve/veclib/memory.h"
+#include "tests/memory/guarded_memory.h"
+
+namespace {
+
+using test::guarded_memory;
+using test::in_child;
+
+const char message[] =
+    "zorvi's SVESigHandler caught signal SIGSEGV from the process being emulated, passing it to the default signal "
+    "handler.\n";
+
+class Fault : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NE(SVEInitialize(), 0); }
+  CpuContext context{};
+};
+
+TEST_F(Fault, GuardedReadsAcrossAPageEndSeeNoPartialValue) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  for (std::uint64_t before = 1; before < 8; ++before) {
+    bool fault = false;
+    EXPECT_EQ(ReadMemLib8(memory.end_address() - before, 1, &fault, &context), 0u);
+    EXPECT_TRUE(fault);
+    fault = false;
+    EXPECT_EQ(ReadMemLib8(memory.address() - before, 1, &fault, &context), 0u) << "the first byte is unreadable";
+    EXPECT_TRUE(fault);
+  }
+  bool fault = false;
+  std::uint64_t expected;
+  std::memcpy(&expected, memory.end() - 8, 8);
+  EXPECT_EQ(ReadMemLib8(memory.end_address() - 8, 1, &fault, &context), expected);
+  EXPECT_FALSE(fault);
+}
+
+TEST_F(Fault, GuardedReadsLeaveTheFlagOfASuccess) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  for (const bool before : {false, true}) {
+    bool fault = before;
+    EXPECT_EQ(ReadMemLib1(memory.address(), 0, &fault, &context), memory.begin()[0]);
+    EXPECT_EQ(ReadMemLib2(memory.address(), 0, &fault, &context), memory.begin()[0] | memory.begin()[1] << 8);
+    EXPECT_EQ(fault, before);
+  }
+}
+
+TEST_F(Fault, PlainReadsAndWritesEndTheProcessWithTheMessage) {
+  const guarded_memory memory;
+  const auto read = in_child([&] { ReadMemLib4(memory.end_address(), 0, nullptr, &context); });
+  EXPECT_EQ(read.signal, SIGSEGV);
+  EXPECT_EQ(read.stderr_text, message) << "once: the second fault finds the default action";
+  const auto written = in_child([&] { WriteMemLib4(1, memory.end_address(), &context); });
+  EXPECT_EQ(written.signal, SIGSEGV);
+  EXPECT_EQ(written.stderr_text, message);
+}
+
+TEST_F(Fault, ABusErrorIsNamedAndEndsTheProcess) {
+  // A page of a file behind its end: readable by its mapping, and a bus error to touch.
+  char name[] = "/tmp/sve_fault_test_XXXXXX";
+  const int file = mkstemp(name);
+  ASSERT_GE(file, 0);
+  unlink(name);
+  ASSERT_EQ(ftruncate(file, test::page), 0);
+  auto* bytes = static_cast<char*>(mmap(nullptr, 2 * test::page, PROT_READ, MAP_SHARED, file, 0));
+  ASSERT_NE(bytes, MAP_FAILED);
+  char* const behind = bytes + test::page;
+
+  const auto plain = in_child([&] { ReadMemLib1(reinterpret_cast<std::uint64_t>(behind), 0, nullptr, &context); });
+  EXPECT_EQ(plain.signal, SIGBUS);
+  EXPECT_NE(plain.stderr_text.find("caught signal SIGBUS"), std::string::npos);
+  // The probe covers access violations alone.
+  const auto probed = in_child([&] { addr_is_readable<char>(behind); });
+  EXPECT_EQ(probed.signal, SIGBUS);
+  // A guarded read covers both.
+  bool fault = false;
+  EXPECT_EQ(ReadMemLib1(reinterpret_cast<std::uint64_t>(behind), 1, &fault, &context), 0u);
+  EXPECT_TRUE(fault);
+  munmap(bytes, 2 * test::page);
+  close(file);
+}
+
+TEST_F(Fault, TheProbeAnswersAndLeavesTheHandlerInPlace) {
+  const guarded_memory memory;
+  struct sigaction action;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(addr_is_readable(reinterpret_cast<char volatile*>(memory.begin())));
+    EXPECT_TRUE(addr_is_readable(reinterpret_cast<char volatile*>(memory.end() - 1)));
+    EXPECT_FALSE(addr_is_readable(reinterpret_cast<char volatile*>(memory.end())));
+    EXPECT_FALSE(addr_is_readable(reinterpret_cast<char volatile*>(memory.begin() - 1)));
+    for (const int sig : {SIGSEGV, SIGBUS}) {
+      ASSERT_EQ(sigaction(sig, nullptr, &action), 0);
+      EXPECT_EQ(action.sa_sigaction, SVESigHandler);
+    }
+  }
+}
+
+TEST_F(Fault, SixteenThreadsProbeAtOnce) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  constexpr int threads = 16, rounds = 20'000;
+  std::vector<int> wrong(threads, 0);
+  std::vector<std::thread> running;
+  for (int t = 0; t < threads; ++t)
+    running.emplace_back([&, t] {
+      CpuContext own{};
+      for (int i = 0; i < rounds; ++i) {
+        bool fault = false;
+        const bool unreadable = (i + t) % 2 != 0;
+        const std::uint64_t address = unreadable ? memory.end_address() - 3 : memory.address(t * 8);
+        const std::uint64_t value = ReadMemLib4(address, 1, &fault, &own);
+        std::uint32_t expected = 0;
+        if (!unreadable) std::memcpy(&expected, memory.begin() + t * 8, 4);
+        wrong[static_cast<std::size_t>(t)] += fault != unreadable || value != expected;
+        wrong[static_cast<std::size_t>(t)] += addr_is_readable(reinterpret_cast<char volatile*>(memory.end())) ? 1 : 0;
+      }
+    });
+  for (std::thread& t : running) t.join();
+  for (int t = 0; t < threads; ++t) EXPECT_EQ(wrong[static_cast<std::size_t>(t)], 0) << "thread " << t;
+  struct sigaction action;
+  ASSERT_EQ(sigaction(SIGSEGV, nullptr, &action), 0);
+  EXPECT_EQ(action.sa_sigaction, SVESigHandler);
+}
+
+TEST_F(Fault, TheSimulatedMemoryIsInert) {
+  bool fault = true;
+  EXPECT_EQ(ReadMem(0x1000, 4, 0, &fault, &context), 0u);
+  EXPECT_FALSE(fault);
+  fault = true;
+  EXPECT_EQ(ReadMemSim(0x1000, 4, 0, &fault, true, &context), 0u);
+  EXPECT_FALSE(fault);
+  WriteMem(1, 0x1000, 4, &context);
+  WriteMemSim(1, 0x1000, 4, true, &context);
+}
+
+TEST_F(Fault, ThePageSizeIsThatOfTheHost) { EXPECT_EQ(page_size, static_cast<unsigned>(sysconf(_SC_PAGESIZE))); }
+
+}  // namespace

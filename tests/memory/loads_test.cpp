@@ -1,0 +1,562 @@
+// Loads and stores of the instruction functions and of the library at page ends, with wrapping register groups, inactive
+// elements over unmapped memory, and the three ways in which first-fault and non-fault loads meet unreadable memory.
+#include <array>
+#include <csignal>
+#include <functional>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "sve/fault/fault_capture.h"
+#include "sve/insn/functions.h"
+#include "sve/veclib/initialize.h"
+#include "sve/veclib/routines.h"
+#include "tests/memory/guarded_memory.h"
+
+namespace {
+
+using sve::vector_bytes;
+using test::guarded_memory;
+using test::in_child;
+
+using Z = aarch64_z_reg;
+using P = aarch64_p_reg;
+using R = aarch64_i_reg;
+using SP = aarch64_i_rsp_reg;
+
+class Loads : public testing::Test {
+ protected:
+  void SetUp() override {
+    SVEInitialize();
+    state = cpu_state{};
+    for (auto& z : state.z) std::memset(z, 0xa5, sizeof z);
+    std::memset(state.p[1], 1, vector_bytes);
+    std::memset(state.ffr, 1, vector_bytes);
+  }
+  void all_inactive() { std::memset(state.p[1], 0, vector_bytes); }
+  bool is_zero(unsigned z) const {
+    return std::all_of(std::begin(state.z[z]), std::end(state.z[z]), [](std::uint8_t b) { return b == 0; });
+  }
+
+  cpu_state state;
+};
+
+const P governing(1, P::zeroing);
+const SP base(2, 3), stack(31, 3);
+const R index_register(3, 3), zero_register(31, 3);
+
+// ---- Contiguous forms ----
+
+struct contiguous_form {
+  const char* name;
+  aarch64_decode_rc (*immediate)(cpu_state*, Z, P, SP, int);
+  aarch64_decode_rc (*indexed)(cpu_state*, Z, P, SP, R);
+  unsigned element, memory;  // bytes
+  bool is_signed;
+};
+#define FORM(name, element, memory, is_signed) \
+  {#name, sve_##name##_zpri, sve_##name##_scaled_zprr, element, memory, is_signed}
+const contiguous_form load_forms[] = {
+    FORM(ld1b, 1, 1, false),   FORM(ld1b_h, 2, 1, false), FORM(ld1b_s, 4, 1, false), FORM(ld1b_d, 8, 1, false),
+    FORM(ld1sb_h, 2, 1, true), FORM(ld1sb_s, 4, 1, true), FORM(ld1sb_d, 8, 1, true), FORM(ld1h, 2, 2, false),
+    FORM(ld1h_s, 4, 2, false), FORM(ld1h_d, 8, 2, false), FORM(ld1sh_s, 4, 2, true), FORM(ld1sh_d, 8, 2, true),
+    FORM(ld1w, 4, 4, false),   FORM(ld1w_d, 8, 4, false), FORM(ld1sw_d, 8, 4, true), FORM(ld1d, 8, 8, false),
+    FORM(ldnt1b, 1, 1, false), FORM(ldnt1h, 2, 2, false), FORM(ldnt1w, 4, 4, false), FORM(ldnt1d, 8, 8, false)};
+const contiguous_form store_forms[] = {
+    FORM(st1b, 1, 1, false),   FORM(st1b_h, 2, 1, false), FORM(st1b_s, 4, 1, false), FORM(st1b_d, 8, 1, false),
+    FORM(st1h, 2, 2, false),   FORM(st1h_s, 4, 2, false), FORM(st1h_d, 8, 2, false), FORM(st1w, 4, 4, false),
+    FORM(st1w_d, 8, 4, false), FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
+    FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
+
+// Element e of what a load leaves, from the bytes at `from`.
+std::uint64_t extended(const contiguous_form& f, const std::uint8_t* from) {
+  std::uint64_t value = 0;
+  std::memcpy(&value, from, f.memory);
+  if (f.is_signed) {
+    const int above = 64 - 8 * static_cast<int>(f.memory);
+    value = static_cast<std::uint64_t>(static_cast<std::int64_t>(value << above) >> above);
+  }
+  return f.element == 8 ? value : value & ((std::uint64_t{1} << (8 * f.element)) - 1);
+}
+
+TEST_F(Loads, ContiguousFormsFitTheLastAndTheFirstBytesOfAPage) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  std::mt19937 random(1);
+  for (const contiguous_form& f : load_forms) {
+    const unsigned n = vector_bytes / f.element, span = n * f.memory;
+    for (const bool sparse : {false, true})
+      for (const std::uint64_t start : {memory.address(), memory.end_address(static_cast<std::ptrdiff_t>(span))}) {
+        for (auto& byte : state.p[1]) byte = sparse ? random() & 1 : 1;
+        state.x[2] = start;
+        ASSERT_EQ(f.immediate(&state, Z(4, 0), governing, base, 0), 0);
+        for (unsigned e = 0; e < n; ++e) {
+          std::uint64_t got = 0;
+          std::memcpy(&got, state.z[4] + e * f.element, f.element);
+          const bool active = state.p[1][e * f.element] & 1;
+          ASSERT_EQ(got, active ? extended(f, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory) : 0)
+              << f.name << " element " << e;
+        }
+      }
+  }
+  for (const contiguous_form& f : store_forms) {
+    const unsigned n = vector_bytes / f.element, span = n * f.memory;
+    for (const bool sparse : {false, true})
+      for (const std::uint64_t start : {memory.address(), memory.end_address(static_cast<std::ptrdiff_t>(span))}) {
+        memory.fill_counting();
+        std::vector<std::uint8_t> expected(memory.begin(), memory.end());
+        for (auto& byte : state.p[1]) byte = sparse ? random() & 1 : 1;
+        for (auto& byte : state.z[4]) byte = static_cast<std::uint8_t>(random());
+        for (unsigned e = 0; e < n; ++e)
+          if (state.p[1][e * f.element] & 1)
+            std::memcpy(&expected[start - memory.address() + e * f.memory], state.z[4] + e * f.element, f.memory);
+        state.x[2] = start;
+        ASSERT_EQ(f.immediate(&state, Z(4, 0), governing, base, 0), 0);
+        ASSERT_EQ(std::memcmp(memory.begin(), expected.data(), expected.size()), 0) << f.name << " sparse " << sparse;
+      }
+  }
+}
+
+TEST_F(Loads, ContiguousAddresses) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  for (const contiguous_form& f : load_forms) {
+    const int n = static_cast<int>(vector_bytes / f.element), unit = n * static_cast<int>(f.memory);
+    for (const int imm : {-8, -1, 1, 7}) {
+      state.x[2] = memory.address(1500);
+      f.immediate(&state, Z(4, 0), governing, base, imm);
+      std::uint64_t got = 0;
+      std::memcpy(&got, state.z[4], f.element);
+      EXPECT_EQ(got, extended(f, memory.begin() + 1500 + imm * unit)) << f.name << " imm " << imm;
+    }
+    // An index counts memory elements; register 31 adds nothing as an index and is SP as a base.
+    state.sp = memory.address(700);
+    state.x[3] = 5;
+    f.indexed(&state, Z(4, 0), governing, stack, index_register);
+    std::uint64_t got = 0;
+    std::memcpy(&got, state.z[4], f.element);
+    EXPECT_EQ(got, extended(f, memory.begin() + 700 + 5 * f.memory)) << f.name;
+    f.indexed(&state, Z(4, 0), governing, stack, zero_register);
+    got = 0;
+    std::memcpy(&got, state.z[4], f.element);
+    EXPECT_EQ(got, extended(f, memory.begin() + 700)) << f.name;
+  }
+}
+
+TEST_F(Loads, NoActiveElementTouchesNothing) {
+  all_inactive();
+  state.x[2] = 0x10;
+  state.x[3] = 1;
+  for (const contiguous_form& f : load_forms) {
+    f.immediate(&state, Z(4, 0), governing, base, 1);
+    EXPECT_TRUE(is_zero(4)) << f.name;
+    f.indexed(&state, Z(5, 0), governing, base, index_register);
+    EXPECT_TRUE(is_zero(5)) << f.name;
+  }
+  for (const contiguous_form& f : store_forms) {
+    f.immediate(&state, Z(4, 0), governing, base, 1);
+    f.indexed(&state, Z(4, 0), governing, base, index_register);
+  }
+  sve_ld1rd_zpri(&state, Z(6, 3), governing, base, 0);
+  EXPECT_TRUE(is_zero(6));
+}
+
+TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
+  const guarded_memory memory;
+  for (const contiguous_form& f : store_forms) {
+    std::memset(memory.begin(), 0, test::page);
+    for (std::size_t i = 0; i < vector_bytes; ++i) state.z[4][i] = static_cast<std::uint8_t>(i + 1);
+    const unsigned fitting = 3;  // elements below the page end
+    state.x[2] = memory.end_address(fitting * f.memory);
+    const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
+    EXPECT_EQ(result.signal, SIGSEGV) << f.name;
+    EXPECT_NE(result.stderr_text.find("SVESigHandler caught signal SIGSEGV"), std::string::npos);
+    for (unsigned e = 0; e < fitting; ++e)
+      EXPECT_EQ(std::memcmp(memory.end() - (fitting - e) * f.memory, state.z[4] + e * f.element, f.memory), 0)
+          << f.name << " element " << e;
+  }
+  for (const contiguous_form& f : load_forms) {
+    state.x[2] = memory.end_address(vector_bytes / f.element * f.memory - 1);
+    const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
+    EXPECT_EQ(result.signal, SIGSEGV) << f.name;
+  }
+}
+
+TEST_F(Loads, WholeRegisters) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  state.x[2] = memory.end_address(vector_bytes);
+  sve_ldr_zri(&state, Z(7, 5), base, 0);
+  EXPECT_EQ(std::memcmp(state.z[7], memory.end() - vector_bytes, vector_bytes), 0);
+  state.x[2] = memory.address(256 * 14);
+  sve_str_zri(&state, Z(7, 5), base, -32);
+  EXPECT_EQ(std::memcmp(memory.begin(), state.z[7], vector_bytes), 0);
+  // A predicate needs exactly 14 bytes, at either end of a page.
+  for (const std::ptrdiff_t at : {std::ptrdiff_t{0}, std::ptrdiff_t{test::page - 14}}) {
+    memory.fill_counting();
+    state.x[2] = memory.address(at + 14);
+    sve_ldr_pri(&state, P(5, P::bare), base, -1);
+    for (std::size_t i = 0; i < vector_bytes; ++i)
+      ASSERT_EQ(state.p[5][i], memory.begin()[at + static_cast<std::ptrdiff_t>(i / 8)] >> (i % 8) & 1) << i;
+    std::vector<std::uint8_t> whole(memory.begin(), memory.end());
+    for (auto& byte : state.p[5]) byte = static_cast<std::uint8_t>(byte | 0xfe);  // only bit 0 counts
+    std::memset(memory.begin() + at, 0, 14);
+    sve_str_pri(&state, P(5, P::bare), base, -1);
+    EXPECT_EQ(std::memcmp(memory.begin(), whole.data(), whole.size()), 0) << "nothing beside the 14 bytes";
+  }
+}
+
+// ---- Structures ----
+
+TEST_F(Loads, StructureGroupsWrapAtZ31) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  using load_function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
+  struct {
+    load_function load, store;
+    unsigned n, bytes;
+  } const forms[] = {{sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1},
+                     {sve_ld4b_zpri, sve_st4b_zpri, 4, 1}, {sve_ld2h_zpri, sve_st2h_zpri, 2, 2},
+                     {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
+                     {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4},
+                     {sve_ld4w_zpri, sve_st4w_zpri, 4, 4}, {sve_ld2d_zpri, sve_st2d_zpri, 2, 8},
+                     {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
+  std::mt19937 random(3);
+  for (const auto& f : forms)
+    for (const bool sparse : {false, true}) {
+      for (auto& byte : state.p[1]) byte = sparse ? random() & 1 : 1;
+      const std::size_t span = f.n * vector_bytes;
+      for (const int imm : {1, -1}) {
+        state.x[2] = memory.address(2000);
+        const std::uint8_t* start = memory.begin() + 2000 + imm * static_cast<int>(span);
+        ASSERT_EQ(f.load(&state, Z(30, 0), governing, base, imm), 0);
+        for (std::size_t e = 0; e < vector_bytes / f.bytes; ++e)
+          for (unsigned k = 0; k < f.n; ++k) {
+            const std::uint8_t* z = state.z[(30 + k) % 32] + e * f.bytes;
+            const std::uint8_t zeros[8] = {};
+            const bool active = state.p[1][e * f.bytes] & 1;
+            ASSERT_EQ(std::memcmp(z, active ? start + (e * f.n + k) * f.bytes : zeros, f.bytes), 0)
+                << f.n << " of " << f.bytes << " element " << e << " field " << k;
+          }
+      }
+      std::vector<std::uint8_t> expected(memory.begin(), memory.end());
+      state.x[2] = memory.end_address(static_cast<std::ptrdiff_t>(span));
+      std::memset(memory.end() - span, 0x11, span);
+      std::memset(expected.data() + expected.size() - span, 0x11, span);
+      for (std::size_t e = 0; e < vector_bytes / f.bytes; ++e)
+        for (unsigned k = 0; k < f.n; ++k)
+          if (state.p[1][e * f.bytes] & 1)
+            std::memcpy(&expected[expected.size() - span + (e * f.n + k) * f.bytes], state.z[(30 + k) % 32] + e * f.bytes,
+                        f.bytes);
+      ASSERT_EQ(f.store(&state, Z(30, 0), governing, base, 0), 0);
+      EXPECT_EQ(std::memcmp(memory.begin(), expected.data(), expected.size()), 0) << f.n << " of " << f.bytes;
+      memory.fill_counting();
+    }
+}
+
+TEST_F(Loads, AStructureStoreWritesItsActiveStructuresOnly) {
+  const guarded_memory memory;
+  std::memset(memory.begin(), 0, test::page);
+  all_inactive();
+  state.p[1][2] = 1;  // element 1 of 16 bits
+  state.x[2] = memory.address();
+  sve_st2h_zpri(&state, Z(4, 1), governing, base, 0);
+  for (int i = 0; i < 16; ++i) EXPECT_EQ(memory.begin()[i], i >= 4 && i < 8 ? 0xa5 : 0) << i;
+  all_inactive();
+  state.x[2] = 0x10;
+  sve_ld3w_zpri(&state, Z(31, 2), governing, base, 0);
+  EXPECT_TRUE(is_zero(31) && is_zero(0) && is_zero(1));
+  sve_st4d_zpri(&state, Z(31, 3), governing, base, 0);
+}
+
+// ---- Gathers and scatters ----
+
+template <class T>
+void set_lane(std::uint8_t* z, std::size_t e, T value) {
+  std::memcpy(z + e * sizeof(T), &value, sizeof value);
+}
+template <class T>
+T lane(const std::uint8_t* z, std::size_t e) {
+  T value;
+  std::memcpy(&value, z + e * sizeof(T), sizeof value);
+  return value;
+}
+
+TEST_F(Loads, GatherOffsetsExtendBySignOrByZero) {
+  const guarded_memory memory(2);
+  memory.fill_counting();
+  const std::uint64_t middle = memory.address(4096);
+  state.x[2] = middle;
+  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, 0xdeadbeef'ffffffffu - e);  // low word -1-e
+  sve_ld1w_d_sxtw_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
+  for (std::size_t e = 0; e < 14; ++e)
+    EXPECT_EQ(lane<std::uint64_t>(state.z[9], e), lane<std::uint32_t>(memory.begin() + 4096 - 4 * (e + 1), 0)) << e;
+  // The same low words, zero-extended, reach far above the base: with a base that far below the window they land in it.
+  state.x[2] = middle - std::uint64_t{0xffffffff} * 8 - 8;
+  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, 0x12345678'ffffffffu - e);
+  sve_ld1d_uxtw_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
+  for (std::size_t e = 0; e < 14; ++e)
+    EXPECT_EQ(lane<std::uint64_t>(state.z[9], e), lane<std::uint64_t>(memory.begin() + 4096 - 8 * (e + 1), 0)) << e;
+}
+
+TEST_F(Loads, AVectorOf32BitBasesIsZeroExtended) {
+  // 0xffffffff and an immediate of one byte are the address 0x100000000.
+  void* at = mmap(reinterpret_cast<void*>(0x100000000), test::page, PROT_READ | PROT_WRITE,
+                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+  if (at != reinterpret_cast<void*>(0x100000000)) GTEST_SKIP() << "the address 0x100000000 is taken in this process";
+  *static_cast<std::uint8_t*>(at) = 0x77;
+  VectorV bases{};
+  set_lane<std::uint32_t>(bases.bytes, 0, 0xffffffffu);
+  PredV first{{1, 0, 0, 0}};
+  CpuContext context{};
+  context.vl_word = 14;
+  EXPECT_EQ(lane<std::uint32_t>(VecU32Load1VIZ(first, bases, 1, &context).bytes, 0), 0x77u);
+  munmap(at, test::page);
+}
+
+TEST_F(Loads, EqualScatterAddressesKeepTheHighestElement) {
+  const guarded_memory memory;
+  state.x[2] = memory.address(64);
+  std::memset(state.z[8], 0, vector_bytes);
+  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[9], e, e + 100);
+  sve_st1d_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
+  EXPECT_EQ(lane<std::uint64_t>(memory.begin() + 64, 0), 113u);
+  for (std::size_t e = 10; e < 14; ++e) state.p[1][e * 8] = 0;
+  sve_st1d_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
+  EXPECT_EQ(lane<std::uint64_t>(memory.begin() + 64, 0), 109u);
+}
+
+TEST_F(Loads, InactiveGatherElementsFormNoAddress) {
+  all_inactive();
+  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, 0x10);
+  sve_ld1d_zpzi(&state, Z(9, 3), governing, Z(8, 3), 0);
+  EXPECT_TRUE(is_zero(9));
+  sve_st1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
+  // The destination may be the vector of addresses.
+  const guarded_memory memory;
+  memory.fill_counting();
+  std::memset(state.p[1], 1, vector_bytes);
+  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, memory.address(static_cast<std::ptrdiff_t>(13 - e) * 8));
+  sve_ld1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
+  for (std::size_t e = 0; e < 14; ++e)
+    EXPECT_EQ(lane<std::uint64_t>(state.z[8], e), lane<std::uint64_t>(memory.begin(), 13 - e));
+}
+
+// ---- First-fault, by a probe of the next page ----
+
+TEST_F(Loads, FirstFaultCountsElementsBelowThePageEnd) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  struct {
+    aarch64_decode_rc (*load)(cpu_state*, Z, P, SP, R);
+    unsigned element, memory;
+  } const forms[] = {{sve_ldff1b_scaled_zprr, 1, 1},   {sve_ldff1b_h_scaled_zprr, 2, 1}, {sve_ldff1b_s_scaled_zprr, 4, 1},
+                     {sve_ldff1b_d_scaled_zprr, 8, 1}, {sve_ldff1w_scaled_zprr, 4, 4},   {sve_ldff1w_d_scaled_zprr, 8, 4},
+                     {sve_ldff1d_scaled_zprr, 8, 8}};
+  for (const auto& f : forms)
+    for (unsigned below = 1; below <= vector_bytes; ++below) {
+      SetUp();
+      state.x[2] = memory.end_address(below);
+      // Every element must fit if it counts: memory elements are no wider than the register's.
+      f.load(&state, Z(4, 0), governing, base, zero_register);
+      const std::size_t n = vector_bytes / f.element;
+      const std::size_t k = below / f.element;
+      for (std::size_t e = 0; e < n; ++e) {
+        const std::uint8_t* z = state.z[4] + e * f.element;
+        for (unsigned b = 0; b < f.element; ++b) {
+          const std::uint8_t expected = e >= k                ? 0xa5
+                                        : b < f.memory ? memory.end()[-static_cast<int>(below) + static_cast<int>(e * f.memory + b)]
+                                                       : 0;
+          ASSERT_EQ(z[b], expected) << "element " << f.element << " memory " << f.memory << " below " << below << " e " << e;
+          ASSERT_EQ(state.ffr[e * f.element + b], e < k ? 1 : 0);
+        }
+      }
+    }
+}
+
+TEST_F(Loads, FirstFaultAtExactlyAPageEndLoadsAll) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  state.x[2] = memory.end_address(vector_bytes);
+  sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register);
+  EXPECT_EQ(std::memcmp(state.z[4], memory.end() - vector_bytes, vector_bytes), 0);
+  for (const std::uint8_t byte : state.ffr) EXPECT_EQ(byte, 1);
+  // An unreadable first page is not tested: it ends the process.
+  state.x[2] = memory.end_address() + 64;
+  EXPECT_EQ(in_child([&] { sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register); }).signal, SIGSEGV);
+}
+
+// ---- Non-fault, by a probe of each page ----
+
+TEST_F(Loads, NonFaultIsNotSticky) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  // The first 10 bytes of the span lie on the unreadable page before.
+  state.x[2] = memory.address(-10);
+  for (std::size_t i = 20; i < 24; ++i) state.p[1][i] = 0;  // elements 10 and 11 inactive
+  state.p[1][4] = 0;                                        // element 2, on the unreadable page, too
+  sve_ldnf1h_zpri(&state, Z(4, 1), governing, base, 0);
+  for (std::size_t e = 0; e < 56; ++e) {
+    const bool inactive = e == 2 || e == 10 || e == 11;
+    const std::uint16_t expected = inactive ? 0 : e < 5 ? 0xa5a5 : lane<std::uint16_t>(memory.begin() - 10, e);
+    ASSERT_EQ(lane<std::uint16_t>(state.z[4], e), expected) << e;
+    ASSERT_EQ(state.ffr[2 * e], e < 5 && !inactive ? 0 : 1) << e;
+    ASSERT_EQ(state.ffr[2 * e + 1], e < 5 && !inactive ? 0 : 1) << e;
+  }
+}
+
+TEST_F(Loads, NonFaultWithNothingActiveProbesAndChangesNoMarks) {
+  all_inactive();
+  state.x[2] = 0x10;
+  sve_ldnf1b_zpri(&state, Z(4, 0), governing, base, 0);
+  EXPECT_TRUE(is_zero(4));
+  for (const std::uint8_t byte : state.ffr) EXPECT_EQ(byte, 1);
+}
+
+TEST_F(Loads, ANonFaultElementThatStraddlesAPageEndIsFatal) {
+  const guarded_memory memory;
+  state.x[2] = memory.end_address(7);
+  EXPECT_EQ(in_child([&] { sve_ldnf1d_zpri(&state, Z(4, 3), governing, base, 0); }).signal, SIGSEGV);
+}
+
+// ---- First-fault and non-fault, by a guarded read of each element ----
+
+using guarded_load = std::function<VectorV(const PredV&, std::uint64_t start, CpuContext*)>;
+
+TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  struct {
+    const char* name;
+    unsigned element, memory;
+    guarded_load load;
+  } const forms[] = {
+      {"ldff1h.h", 2, 2, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU16CLoadFF2LSSZ(p, s, 0, c); }},
+      {"ldff1sb.d", 8, 1, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecS64CLoadFF1LSSZ(p, s, 0, c); }},
+      {"ldff1d", 8, 8, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU64CLoadFF8LSSZ(p, s, 0, c); }},
+      {"ldnf1w", 4, 4, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU32CLoadNF4SIZ(p, s, 0, c); }},
+      {"ldff1w gather", 4, 4,
+       [](const PredV& p, std::uint64_t s, CpuContext* c) {
+         VectorV offsets{};
+         for (std::size_t e = 0; e < 28; ++e) set_lane<std::uint32_t>(offsets.bytes, e, static_cast<std::uint32_t>(4 * e));
+         return VecU32LoadFF4VSZ(p, offsets, s, c);
+       }}};
+  std::mt19937_64 random(5);
+  for (const auto& f : forms) {
+    const std::size_t n = vector_bytes / f.element;
+    for (std::size_t readable = 0; readable <= n; ++readable)
+      for (int round = 0; round < 4; ++round) {
+        CpuContext context{};
+        context.vl_word = 14;
+        for (auto& word : context.ffr.words) word = ~std::uint64_t{0};
+        PredV p{{random(), random(), 0, 0}};
+        if (round == 0) p = PredV{{~std::uint64_t{0}, ~std::uint64_t{0}, 0, 0}};
+        // One byte of the first element beyond is still readable where an element has several.
+        const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(readable * f.memory + (f.memory > 1)));
+        const VectorV r = f.load(p, start, &context);
+        bool failed = false;
+        for (std::size_t e = 0; e < n; ++e) {
+          const std::size_t bit = e * f.element;
+          const bool active = p.words[bit / 64] >> (bit % 64) & 1;
+          failed = failed || (active && e >= readable);
+          std::uint64_t got = 0, expected = 0;
+          std::memcpy(&got, r.bytes + e * f.element, f.element);
+          if (active && !failed) {
+            std::memcpy(&expected, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory, f.memory);
+            if (f.name == std::string("ldff1sb.d")) expected = static_cast<std::uint64_t>(static_cast<std::int8_t>(expected));
+          }
+          ASSERT_EQ(got, expected) << f.name << " readable " << readable << " element " << e;
+          for (std::size_t b = bit; b < bit + f.element; ++b)
+            ASSERT_EQ(context.ffr.words[b / 64] >> (b % 64) & 1, failed ? 0u : 1u) << f.name << " ffr bit " << b;
+        }
+      }
+  }
+}
+
+TEST_F(Loads, FirstFaultInSixteenThreads) {
+  // Each thread's loads fault at an element of its own; every element and every mark is checked.
+  constexpr int threads = 16;
+  const int rounds = std::getenv("SVE_MANY_FIRST_FAULTS") ? 625'000 : 12'500;
+  const guarded_memory memory;
+  memory.fill_counting();
+  std::array<int, threads> wrong{};
+  std::vector<std::thread> running;
+  for (int t = 0; t < threads; ++t)
+    running.emplace_back([&, t] {
+      CpuContext context{};
+      context.vl_word = 14;
+      const PredV all{{~std::uint64_t{0}, ~std::uint64_t{0}, 0, 0}};
+      const std::size_t readable = static_cast<std::size_t>(t) % 14;
+      for (int i = 0; i < rounds; ++i) {
+        for (auto& word : context.ffr.words) word = ~std::uint64_t{0};
+        const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(readable * 8));
+        const VectorV r = VecU64CLoadFF8LSSZ(all, start, 0, &context);
+        for (std::size_t e = 0; e < 14; ++e) {
+          const std::uint64_t expected =
+              e < readable ? lane<std::uint64_t>(reinterpret_cast<const std::uint8_t*>(start), e) : 0;
+          wrong[static_cast<std::size_t>(t)] += lane<std::uint64_t>(r.bytes, e) != expected;
+          wrong[static_cast<std::size_t>(t)] += (context.ffr.words[e / 8] >> (e % 8 * 8) & 0xff) != (e < readable ? 0xffu : 0u);
+        }
+      }
+    });
+  for (std::thread& t : running) t.join();
+  for (const int w : wrong) EXPECT_EQ(w, 0);
+}
+
+// ---- Replicating loads ----
+
+TEST_F(Loads, QuadwordsLookAtSixteenPredicateBits) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  CpuContext context{};
+  context.vl_word = 14;
+  const std::uint64_t end = memory.end_address(16);
+  const auto check = [&](const VectorV& r, const std::uint8_t* from, auto active, std::size_t size) {
+    for (std::size_t i = 0; i < vector_bytes; ++i)
+      ASSERT_EQ(r.bytes[i], active(i % 16 / size) ? from[i % 16] : 0) << i;
+  };
+  const PredV all{{0xffff, 0, 0, 0}};
+  check(VecU8LoadDup1QSIZ(all, end - 16, 1, &context), memory.end() - 16, [](std::size_t) { return true; }, 1);
+  check(VecU64LoadDup8QSIZ(all, end + 16, -1, &context), memory.end() - 16, [](std::size_t) { return true; }, 8);
+  check(VecU32LoadDup4QSSZ(all, end - 8, 2, &context), memory.end() - 16, [](std::size_t) { return true; }, 4);
+  const PredV words{{1u << 0 | 1u << 8 | 0xf0f0, 0, 0, 0}};
+  check(VecU32LoadDup4QSIZ(words, end, 0, &context), memory.end() - 16,
+        [&](std::size_t i) { return words.words[0] >> (4 * i) & 1; }, 4);
+  const PredV doubles{{1u << 8, 0, 0, 0}};
+  check(VecU64LoadDup8QSIZ(doubles, end, 0, &context), memory.end() - 16, [](std::size_t i) { return i == 1; }, 8);
+  const PredV above{{~std::uint64_t{0xffff}, ~std::uint64_t{0}, 0, 0}};
+  check(VecU16LoadDup2QSIZ(above, 0x10, 0, &context), memory.begin(), [](std::size_t) { return false; }, 2);
+}
+
+TEST_F(Loads, ReplicatedElementsScaleTheirImmediateAndExtend) {
+  const guarded_memory memory;
+  std::memset(memory.begin(), 0, test::page);
+  memory.begin()[63 * 2 + 1] = 0x80;
+  state.x[2] = memory.address();
+  sve_ld1rsh_d_zpri(&state, Z(4, 3), governing, base, 63);
+  for (std::size_t e = 0; e < 14; ++e) EXPECT_EQ(lane<std::uint64_t>(state.z[4], e), 0xffffffffffff8000u);
+  sve_ld1rh_s_zpri(&state, Z(4, 2), governing, base, 63);
+  for (std::size_t e = 0; e < 28; ++e) EXPECT_EQ(lane<std::uint32_t>(state.z[4], e), 0x8000u);
+}
+
+// Lengths other than the model's; at length 0 nothing is touched.
+TEST_F(Loads, RoutinesFollowTheLengthWord) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  const PredV all{{~std::uint64_t{0}, ~std::uint64_t{0}, ~std::uint64_t{0}, ~std::uint64_t{0}}};
+  for (const unsigned granules : {0u, 1u, 2u, 6u, 14u, 32u}) {
+    CpuContext context{};
+    context.vl_word = granules;
+    const std::size_t bytes = granules * 8;
+    const VectorV r = VecU8CLoad1SIZ(all, memory.end_address(static_cast<std::ptrdiff_t>(bytes)), 0, &context);
+    EXPECT_EQ(std::memcmp(r.bytes, memory.end() - bytes, bytes), 0) << granules;
+    const VectorV wide = VecS64CLoad2SIZ(all, memory.end_address(static_cast<std::ptrdiff_t>(granules * 4)), 1, &context);
+    for (std::size_t e = 0; granules != 0 && e < granules; ++e)
+      EXPECT_EQ(lane<std::int64_t>(wide.bytes, e), lane<std::int16_t>(memory.end() - granules * 2, e)) << granules;
+    VecU8CStore1SIZ(all, memory.address(static_cast<std::ptrdiff_t>(bytes)), -1, r, &context);
+    EXPECT_EQ(std::memcmp(memory.begin(), r.bytes, bytes), 0) << granules;
+    memory.fill_counting();
+  }
+}
+
+}  // namespace
