@@ -1,4 +1,5 @@
 // Gather loads and scatter stores, and the first-fault and non-fault loads.
+#include "sve/fault/fault_capture.h"
 #include "sve/veclib/define.h"
 #include "sve/veclib/memory.h"
 
@@ -73,6 +74,20 @@ VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address ad
 
 }  // namespace
 
+namespace {
+
+// The same for a contiguous span. Where its first and its last byte can be read and no page lies between theirs, all of it
+// can, and the elements need no guard of their own.
+template <class T, class M>
+VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 start) {
+  const std::size_t bytes = count<T>(ctx) * sizeof(M);
+  if (bytes != 0 && bytes <= page_size && guarded_touch(start) && guarded_touch(start + bytes - 1))
+    return gather<T, M>(p, ctx, contiguous<M>(start));
+  return load_guarded<T, M>(p, ctx, non_fault, contiguous<M>(start));
+}
+
+}  // namespace
+
 #define SVE_DEFINE_GATHER_VS(...) SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_V(v), SVE_IN_U(s), SVE_CTX), __VA_ARGS__)
 #define SVE_DEFINE_GATHER_SV(...) SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(s), SVE_IN_V(v), SVE_CTX), __VA_ARGS__)
 #define SVE_DEFINE_SCATTER_VS(...) \
@@ -100,10 +115,11 @@ VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address ad
 #define STORES_SV(digit, form, extend, M, ...) \
   SVE_DEFINE_SCATTER_SV(Store##digit##form, (scatter<T, M>(p, data, ctx, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__)
 #define CONTIGUOUS_FF(digit, M, ...) \
-  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded<T, M>(p, ctx, false, contiguous<M>(base + index * sizeof(M)))), __VA_ARGS__)
-#define CONTIGUOUS_NF(digit, M, ...)                                                                                \
-  SVE_DEFINE_LOAD_SI(CLoadNF##digit##SIZ, (load_guarded<T, M>(p, ctx, true, contiguous<M>(base +                    \
-      static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M))))), __VA_ARGS__)
+  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, false, base + index * sizeof(M))), __VA_ARGS__)
+#define CONTIGUOUS_NF(digit, M, ...)                                                                              \
+  SVE_DEFINE_LOAD_SI(CLoadNF##digit##SIZ,                                                                         \
+                     (load_guarded_span<T, M>(p, ctx, true, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
+                     __VA_ARGS__)
 
 LOADS_VI(1, std::uint8_t, U32, U64)
 LOADS_VI(1, std::int8_t, S32, S64)

@@ -104,13 +104,14 @@ PredV unzip(const PredV& a, const PredV& b, const CpuContext* ctx, std::size_t o
   });
 }
 
+// The even or the odd groups of both, side by side: word by word, since no pair of groups straddles a word.
 template <class T>
 PredV transpose(const PredV& a, const PredV& b, const CpuContext* ctx, std::size_t odd) {
-  const std::size_t n = count<T>(ctx);
-  return generated_predicate<T>(ctx, [&](std::size_t i) -> std::uint64_t {
-    const std::size_t from = i / 2 * 2 + odd;
-    return from < n ? group<T>(i % 2 ? b : a, from) : 0;
-  });
+  constexpr unsigned width = sizeof(T);
+  constexpr std::uint64_t even = element_starts(2 * width) * ((1u << width) - 1);
+  return combined(ctx, [odd](std::uint64_t x, std::uint64_t y) {
+    return odd ? (x >> width & even) | (y & ~even) : (x & even) | (y & even) << width;
+  }, a, b);
 }
 
 template <class T>

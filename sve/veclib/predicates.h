@@ -20,11 +20,15 @@ int FindLastActive(const PredV& p, int element_bits, CpuContext* context);
 
 namespace sve::veclib {
 
-/// The first bits of all elements of `bytes` bytes, of a predicate word.
+/// The first bits of all elements of `bytes` bytes, a power of two up to 16, of a predicate word.
 constexpr std::uint64_t element_starts(std::size_t bytes) {
-  std::uint64_t starts = 0;
-  for (std::size_t i = 0; i < 64; i += bytes) starts |= std::uint64_t{1} << i;
-  return starts;
+  switch (bytes) {
+    case 1: return ~std::uint64_t{0};
+    case 2: return 0x5555555555555555u;
+    case 4: return 0x1111111111111111u;
+    case 8: return 0x0101010101010101u;
+    default: return 0x0001000100010001u;
+  }
 }
 
 /// The bits of word `w` that lie below a length of `bits` predicate bits.
@@ -35,8 +39,10 @@ constexpr std::uint64_t bits_below(std::size_t bits, std::size_t w) {
 /// Word-wise combination of predicates, cut to the length in use.
 template <class Op, class... Sources>
 inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
-  PredV r;
-  for (std::size_t w = 0; w < 4; ++w) r.words[w] = op(src.words[w]...) & bits_below(length_bytes(context), w);
+  PredV r{};
+  const std::size_t bits = length_bytes(context), whole = bits / 64;
+  for (std::size_t w = 0; w < whole; ++w) r.words[w] = op(src.words[w]...);
+  if (bits % 64) r.words[whole] = op(src.words[whole]...) & bits_below(bits, whole);
   return r;
 }
 
