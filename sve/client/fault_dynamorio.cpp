@@ -1,0 +1,125 @@
+// Fault capture under the platform, which owns SIGSEGV and SIGBUS: it needs them itself, and gives the application its own
+// handlers. So none is installed. Guarded reads are the platform's safe reads; a plain access of the model runs under the
+// platform's try block.
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <mutex>
+
+#include "dr_api.h"
+#include "sve/client/guarded_call.h"
+#include "sve/fault/fault_capture.h"
+
+// The C library's own answer is not there yet when the platform's private loader initialises the client.
+[[gnu::init_priority(1002)]] static const struct page_size_reader {
+  page_size_reader() { page_size = static_cast<unsigned int>(dr_page_size()); }
+} page_size_is_read;
+unsigned int page_size;
+
+namespace {
+
+constexpr int captured_flags = SA_SIGINFO | SA_RESTART | SA_NODEFER;
+
+bool read_byte(const volatile void* at) {
+  char byte;
+  return dr_safe_read(const_cast<const void*>(at), 1, &byte, nullptr);
+}
+
+struct signal_actions {
+  struct sigaction segv, bus;
+};
+
+void set_actions(const signal_actions& now, signal_actions* before) {
+  sigaction(SIGSEGV, &now.segv, before ? &before->segv : nullptr);
+  sigaction(SIGBUS, &now.bus, before ? &before->bus : nullptr);
+}
+
+void set_actions(struct sigaction action, signal_actions* before) {
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = captured_flags;
+  set_actions(signal_actions{action, action}, before);
+}
+
+// One thread at a time repeats an access that faulted.
+std::mutex repeating;
+long repeating_thread;
+signal_actions platform_actions;
+
+// The platform takes write access from pages that hold code, lets the application believe otherwise, and puts a write
+// right on its fault.
+bool is_put_right_by_platform(void* address) {
+  dr_mem_info_t info;
+  return dr_query_memory_ex(static_cast<const byte*>(address), &info) && (info.prot & DR_MEMPROT_PRETEND_WRITE) != 0;
+}
+
+void on_repeated_fault(int sig, siginfo_t* info, void* context) {
+  if (syscall(SYS_gettid) != repeating_thread || is_put_right_by_platform(info->si_addr)) {
+    set_actions(platform_actions, nullptr);  // its access faults again, and the platform looks at it
+    return;
+  }
+  SVESigHandler(sig, info, context);
+}
+
+// Only now is it known that an access faulted, not by which signal nor where. Instructions do all their loads before they
+// write a register, and stores can be repeated, so the handler can run once more, this time without the platform between
+// the fault and the system's own handler.
+aarch64_decode_rc repeat(decode_handler handler, cpu_state* state, unsigned int word) {
+  const std::lock_guard lock(repeating);
+  repeating_thread = syscall(SYS_gettid);
+  struct sigaction action = {};
+  action.sa_sigaction = on_repeated_fault;
+  set_actions(action, &platform_actions);
+  const aarch64_decode_rc rc = handler(state, word);
+  set_actions(platform_actions, nullptr);
+  return rc;
+}
+
+// The memory instructions are those with the top bit set; the others cannot fault, and go without the try block's cost.
+constexpr bool accesses_memory(unsigned int word) { return word >> 31 != 0; }
+
+}  // namespace
+
+namespace sve {
+
+bool guarded_touch(std::uint64_t address) { return read_byte(reinterpret_cast<const void*>(address)); }
+
+void install_fault_capture() {}
+
+bool recover_guarded_fault(int, void*) { return false; }
+
+aarch64_decode_rc client::call_handler(void* drcontext, decode_handler handler, cpu_state* state, unsigned int word) {
+  if (!accesses_memory(word)) return handler(state, word);
+  volatile aarch64_decode_rc rc = AARCH64_DECODE_EXECUTED;
+  volatile bool faulted = false;
+  DR_TRY_EXCEPT(drcontext, { rc = handler(state, word); }, { faulted = true; });
+  if (faulted) return repeat(handler, state, word);
+  return rc;
+}
+
+}  // namespace sve
+
+template <>
+bool addr_is_readable<char>(char volatile* p) {
+  if (read_byte(p)) return true;
+  // A safe read survives a bus error too, which this probe does not cover. Where the page allows reading that is what it
+  // was, and the plain access takes it the way of every unguarded fault.
+  dr_mem_info_t info;
+  if (!dr_query_memory_ex(reinterpret_cast<const byte*>(const_cast<const char*>(p)), &info)) return false;
+  if ((info.prot & DR_MEMPROT_READ) == 0) return false;
+  static_cast<void>(*p);
+  return true;
+}
+
+void SVESigHandler(int sig, siginfo_t*, void*) {
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;
+  set_actions(action, nullptr);
+  std::fprintf(stderr,
+               "zorvi's SVESigHandler caught signal %s from the process being emulated, passing it to the default signal "
+               "handler.\n",
+               sig == SIGSEGV ? "SIGSEGV" : "SIGBUS");
+  std::fflush(stderr);
+}

@@ -1,0 +1,12 @@
+// The way from the inserted code into the model that an unguarded memory fault can leave.
+#pragma once
+
+#include "sve/decode/dispatch.h"
+
+namespace sve::client {
+
+/// Runs `handler`. A fault of one of its plain memory accesses ends the process as `SVESigHandler` tells, although the
+/// platform owns the signals.
+aarch64_decode_rc call_handler(void* drcontext, decode_handler handler, cpu_state* state, unsigned int word);
+
+}  // namespace sve::client
