@@ -1,0 +1,185 @@
+// What the tests of instruction functions share: random machine states, registers as element arrays, operand records, and
+// a comparison of whole states, so that every test also checks that nothing else has changed.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+#include <tuple>
+
+#include "sve/insn/functions.h"
+#include "sve/insn/predicates.h"
+#include "sve/state/lanes.h"
+
+namespace insn_test {
+
+using sve::byte;
+using sve::vector_bytes;
+using Random = std::mt19937_64;
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+using u32 = std::uint32_t;
+using u64 = std::uint64_t;
+
+template <class T>
+using vector_of = std::array<T, vector_bytes / sizeof(T)>;
+
+template <class T>
+inline constexpr unsigned size_code = std::countr_zero(sizeof(T));
+
+template <class T>
+vector_of<T> elements(const byte* bytes) {
+  vector_of<T> v;
+  std::memcpy(v.data(), bytes, vector_bytes);
+  return v;
+}
+template <class T>
+void put(byte* bytes, const vector_of<T>& v) {
+  std::memcpy(bytes, v.data(), vector_bytes);
+}
+template <class T>
+bool active(const byte* predicate, std::size_t i) {
+  return predicate[i * sizeof(T)] & 1;
+}
+
+/// A canonical predicate for elements of T from a function of the index.
+template <class T, class Test>
+vector_of<byte> canonical(Test test) {
+  vector_of<byte> p{};
+  for (std::size_t i = 0; i < sve::lanes<T>; ++i) p[i * sizeof(T)] = test(i) ? 1 : 0;
+  return p;
+}
+
+// Operand records.
+inline aarch64_z_reg z(unsigned number, unsigned size) { return {number, size}; }
+inline aarch64_z_reg z_tied(unsigned number, unsigned size) { return {number, aarch64_z_reg::none, size, size}; }
+inline aarch64_p_reg p(unsigned number, unsigned size = aarch64_p_reg::bare) { return {number, size}; }
+inline aarch64_p_reg p_tied(unsigned number, unsigned size) { return {number, aarch64_p_reg::none, size, size}; }
+inline aarch64_p_reg merging(unsigned number) { return {number, aarch64_p_reg::merging}; }
+inline aarch64_p_reg zeroing(unsigned number) { return {number, aarch64_p_reg::zeroing}; }
+inline aarch64_i_reg x(unsigned number, unsigned size = element_d) { return {number, size}; }
+inline aarch64_i_reg x_tied(unsigned number, unsigned size = element_d) {
+  return {number, aarch64_i_reg::none, size, size};
+}
+inline aarch64_i_rsp_reg xsp(unsigned number) { return {number, element_d}; }
+
+/// A predicate of one of several kinds: none, all, sparse, dense, and, unless only 0 and 1 are wanted, bytes with other bits
+/// than bit 0 set.
+template <class Rng>
+void random_predicate(byte* bytes, Rng& random, bool only_bits = false) {
+  const unsigned kind = static_cast<unsigned>(random() % 6);
+  for (std::size_t i = 0; i < vector_bytes; ++i) {
+    const unsigned r = static_cast<unsigned>(random());
+    bytes[i] = static_cast<byte>(kind == 0   ? 0
+                                 : kind == 1 ? 1
+                                 : kind == 2 ? r % 24 == 0
+                                 : kind == 3 ? r % 8 != 0
+                                 : kind == 4 ? r & 1
+                                             : r);
+    if (only_bits) bytes[i] &= 1;
+  }
+}
+
+inline constexpr u64 edge_words[] = {0, 1, ~u64{0}, 0x8000000000000000, 0x7fffffffffffffff, 0x80000000'7fffffff,
+                                     0x8000'7fff'0001'ffff, 0x80'7f'01'ff'00'fe'81'7e, 0x0000000500000040,
+                                     0x0020'0010'000f'0100, 0x08'07'09'40'3f'00'01'02};
+
+template <class Rng>
+void random_vector(byte* bytes, Rng& random) {
+  for (std::size_t i = 0; i < vector_bytes; i += 8) {
+    const u64 word = random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random();
+    std::memcpy(bytes + i, &word, 8);
+  }
+}
+
+template <class Rng>
+cpu_state random_state(Rng& random) {
+  cpu_state state{};
+  for (auto& r : state.z) random_vector(r, random);
+  for (auto& r : state.x) r = random() % 2 ? edge_words[random() % std::size(edge_words)] : random();
+  for (auto& r : state.p) random_predicate(r, random);
+  random_predicate(state.ffr, random);
+  state.sp = random();
+  state.nzcv = random();  // all 64 bits: a flag write keeps the others
+  state.fpsr = static_cast<u32>(random());
+  state.fpcr = static_cast<u32>(random());
+  state.instr = random();
+  return state;
+}
+
+/// Where two states differ, or an empty string.
+inline std::string difference(const cpu_state& expected, const cpu_state& actual) {
+  std::ostringstream out;
+  const auto bytes = [&](const char* name, std::size_t n, const byte* a, const byte* b) {
+    if (std::memcmp(a, b, vector_bytes) == 0) return;
+    std::size_t i = 0;
+    while (a[i] == b[i]) ++i;
+    out << name << n << " byte " << i << ": expected " << int{a[i]} << ", is " << int{b[i]} << "; ";
+  };
+  const auto word = [&](const char* name, u64 a, u64 b) {
+    if (a != b) out << name << std::hex << ": expected " << a << ", is " << b << std::dec << "; ";
+  };
+  for (std::size_t i = 0; i < 32; ++i) bytes("z", i, expected.z[i], actual.z[i]);
+  for (std::size_t i = 0; i < 16; ++i) bytes("p", i, expected.p[i], actual.p[i]);
+  bytes("ffr", 0, expected.ffr, actual.ffr);
+  for (std::size_t i = 0; i < 31; ++i) word(("x" + std::to_string(i)).c_str(), expected.x[i], actual.x[i]);
+  word("sp", expected.sp, actual.sp);
+  word("nzcv", expected.nzcv, actual.nzcv);
+  word("fpsr", expected.fpsr, actual.fpsr);
+  word("fpcr", expected.fpcr, actual.fpcr);
+  word("instr", expected.instr, actual.instr);
+  return out.str();
+}
+
+inline void set_flags(cpu_state& state, bool n, bool z_, bool c, bool v = false) {
+  state.nzcv = (state.nzcv & ~u64{0xf0000000}) | u64{n} << 31 | u64{z_} << 30 | u64{c} << 29 | u64{v} << 28;
+}
+
+/// The flags of a predicate under a mask by their definition, at elements of `size` bytes: first bits alone count.
+inline void define_flags(cpu_state& state, const byte* mask, const byte* result, std::size_t size) {
+  bool n = false, any = false, last = false, seen = false;
+  for (std::size_t i = 0; i < vector_bytes; i += size) {
+    if (!(mask[i] & 1)) continue;
+    const bool r = result[i] & 1;
+    if (!seen) n = r;
+    seen = true;
+    any = any || r;
+    last = r;
+  }
+  set_flags(state, n, !any, !last);
+}
+
+inline std::string flags(const cpu_state& state) {
+  std::string s;
+  for (int bit = 31; bit >= 28; --bit) s += state.nzcv >> bit & 1 ? "NZCV"[31 - bit] : '-';
+  return s;
+}
+
+/// Calls `body.operator()<T>()` for each unsigned element type.
+template <class Body>
+void for_each_type(Body body) {
+  body.template operator()<u8>();
+  body.template operator()<u16>();
+  body.template operator()<u32>();
+  body.template operator()<u64>();
+}
+
+/// Runs `call` on random states against `expect`, which turns a copy of the start into the expected state.
+template <class Call, class Expect>
+void run(const char* name, int cases, Call call, Expect expect) {
+  Random random(std::hash<std::string_view>{}(name));
+  for (int i = 0; i < cases; ++i) {
+    const cpu_state start = random_state(random);
+    cpu_state expected = start, actual = start;
+    expect(expected, start);
+    ASSERT_EQ(call(&actual), AARCH64_DECODE_EXECUTED) << name;
+    ASSERT_EQ(difference(expected, actual), "") << name << ", case " << i;
+  }
+}
+
+}  // namespace insn_test

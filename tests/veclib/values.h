@@ -1,0 +1,219 @@
+// What the tests of the vector library share: random values, contexts of several lengths, and comparisons of what lies
+// below the length in use. A routine's result above the length is undefined and never looked at.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "sve/state/lanes.h"
+#include "sve/veclib/predicates.h"
+#include "sve/veclib/routines.h"
+
+namespace veclib_test {
+
+using sve::byte;
+using Random = std::mt19937_64;
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+using u32 = std::uint32_t;
+using u64 = std::uint64_t;
+using s8 = std::int8_t;
+using s16 = std::int16_t;
+using s32 = std::int32_t;
+using s64 = std::int64_t;
+using wide = __int128;
+
+/// Lengths in granules: the smallest, the one that `cpu_ctxt` names, one that is no power of two, the model's, the largest.
+inline constexpr u32 lengths[] = {1, 2, 6, 14, 32};
+inline constexpr u32 lengths_and_zero[] = {0, 1, 2, 6, 14, 32};
+
+inline constexpr u64 edge_words[] = {0, 1, ~u64{0}, 0x8000000000000000, 0x7fffffffffffffff, 0x80000000'7fffffff,
+                                     0x8000'7fff'0001'ffff, 0x80'7f'01'ff'00'fe'81'7e, 0x0000000500000040,
+                                     0x0020'0010'000f'0100, 0x08'07'09'40'3f'00'01'02};
+
+template <class Rng>
+u64 random_word(Rng& random) {
+  return random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random();
+}
+
+/// All 256 bytes, so that elements beyond the length are there to be taken by mistake.
+template <class Rng>
+VectorV random_vector(Rng& random) {
+  VectorV v;
+  for (std::size_t i = 0; i < 32; ++i) sve::store<u64>(v.bytes, i, random_word(random));
+  return v;
+}
+
+/// None, all, sparse, dense or even; all 256 bits, also those between elements and beyond the length.
+template <class Rng>
+PredV random_predicate(Rng& random) {
+  PredV p{};
+  const unsigned kind = static_cast<unsigned>(random() % 5);
+  for (std::size_t i = 0; i < 256; ++i) {
+    const u64 r = random();
+    const bool set = kind == 0 ? false : kind == 1 ? true : kind == 2 ? r % 24 == 0 : kind == 3 ? r % 8 != 0 : r & 1;
+    p.words[i / 64] |= u64{set} << (i % 64);
+  }
+  return p;
+}
+
+inline bool bit(const PredV& p, std::size_t i) { return p.words[i / 64] >> (i % 64) & 1; }
+template <class T>
+bool active(const PredV& p, std::size_t e) {
+  return bit(p, e * sizeof(T));
+}
+template <class T>
+T at(const VectorV& v, std::size_t e) {
+  return sve::load<T>(v.bytes, e);
+}
+/// The bits of element e of T, as a predicate of that type holds them.
+template <class T>
+unsigned group(const PredV& p, std::size_t e) {
+  unsigned g = 0;
+  for (std::size_t k = 0; k < sizeof(T); ++k) g |= unsigned{bit(p, e * sizeof(T) + k)} << k;
+  return g;
+}
+
+template <class T>
+std::size_t count(const CpuContext& c) {
+  return c.vl_word * std::size_t{8} / sizeof(T);
+}
+
+/// A predicate from a function of the bit, or canonical from a function of the element.
+template <class Test>
+PredV bits_of(Test test) {
+  PredV p{};
+  for (std::size_t i = 0; i < 256; ++i) p.words[i / 64] |= u64{static_cast<bool>(test(i))} << (i % 64);
+  return p;
+}
+template <class T, class Test>
+PredV canonical(const CpuContext& c, Test test) {
+  const std::size_t n = count<T>(c);
+  PredV p{};
+  for (std::size_t e = 0; e < n; ++e) p.words[e * sizeof(T) / 64] |= u64{static_cast<bool>(test(e))} << (e * sizeof(T) % 64);
+  return p;
+}
+
+inline constexpr u32 n_bit = 0x80000000, z_bit = 0x40000000, c_bit = 0x20000000, v_bit = 0x10000000;
+inline void set_flags(CpuContext& c, bool n, bool z, bool carry, bool v = false) {
+  c.nzcv = (c.nzcv & 0x0fffffff) | (n ? n_bit : 0) | (z ? z_bit : 0) | (carry ? c_bit : 0) | (v ? v_bit : 0);
+}
+inline std::string flags(const CpuContext& c) {
+  std::string s;
+  for (int i = 0; i < 4; ++i) s += c.nzcv >> (31 - i) & 1 ? "NZCV"[i] : '-';
+  return s;
+}
+
+/// N, Z and C by their definition in the library: the mask at its first bit, the result at any bit of the group for Z and
+/// C and at the first bit for N.
+struct answer {
+  bool any_active = false, any = false, n = false, c = true;
+};
+inline answer define(const PredV& mask, const PredV& result, std::size_t bytes, const CpuContext& context) {
+  answer a;
+  for (std::size_t i = 0; i < context.vl_word * std::size_t{8}; i += bytes) {
+    if (!bit(mask, i)) continue;
+    bool any = false;
+    for (std::size_t k = 0; k < bytes; ++k) any = any || bit(result, i + k);
+    if (!a.any_active) a.n = bit(result, i);
+    a.any_active = true;
+    a.any = a.any || any;
+    a.c = !any;
+  }
+  return a;
+}
+inline void define_flags(CpuContext& c, const PredV& mask, const PredV& result, std::size_t bytes) {
+  const answer a = define(mask, result, bytes, c);
+  set_flags(c, a.any && a.n, !a.any, !a.any || a.c);
+}
+
+template <class Rng>
+CpuContext random_context(u32 granules, Rng& random) {
+  CpuContext c;
+  c.nzcv = static_cast<u32>(random());
+  c.fpsr = static_cast<u32>(random());
+  c.fpcr = static_cast<u32>(random());
+  c.vl_word = granules;
+  c.ffr = random_predicate(random);
+  return c;
+}
+
+inline std::string difference(const CpuContext& expected, const CpuContext& actual) {
+  std::string s;
+  if (expected.nzcv != actual.nzcv) s += "nzcv " + flags(expected) + " is " + flags(actual) + "; ";
+  if (expected.fpsr != actual.fpsr) s += "fpsr; ";
+  if (expected.fpcr != actual.fpcr) s += "fpcr; ";
+  if (expected.vl_word != actual.vl_word) s += "vl_word; ";
+  for (std::size_t i = 0; i < expected.vl_word * std::size_t{8}; ++i)
+    if (bit(expected.ffr, i) != bit(actual.ffr, i)) return s + "ffr bit " + std::to_string(i);
+  return s;
+}
+inline std::string difference(const PredV& expected, const PredV& actual, const CpuContext& c) {
+  for (std::size_t i = 0; i < c.vl_word * std::size_t{8}; ++i)
+    if (bit(expected, i) != bit(actual, i)) return "bit " + std::to_string(i) + ", at " + std::to_string(c.vl_word) + " granules";
+  return "";
+}
+inline std::string difference(const VectorV& expected, const VectorV& actual, const CpuContext& c) {
+  for (std::size_t i = 0; i < c.vl_word * std::size_t{8}; ++i)
+    if (expected.bytes[i] != actual.bytes[i])
+      return "byte " + std::to_string(i) + ": expected " + std::to_string(expected.bytes[i]) + ", is " +
+             std::to_string(actual.bytes[i]) + ", at " + std::to_string(c.vl_word) + " granules";
+  return "";
+}
+inline std::string difference(u64 expected, u64 actual, const CpuContext& c) {
+  return expected == actual ? ""
+                            : "expected " + std::to_string(expected) + ", is " + std::to_string(actual) + ", at " +
+                                  std::to_string(c.vl_word) + " granules";
+}
+
+/// Operands of a routine, drawn anew for each case.
+struct operands {
+  VectorV a, b, c;
+  PredV p, q, r;
+  u64 x, y;
+};
+template <class Rng>
+operands random_operands(Rng& random) {
+  return {random_vector(random), random_vector(random), random_vector(random), random_predicate(random),
+          random_predicate(random), random_predicate(random), random_word(random), random_word(random)};
+}
+
+/// Runs `call` at every length on random operands. `expect` gives the result from the operands and the context, in which
+/// it also makes the changes that the call must make; it is handed the context before the call.
+template <class Call, class Expect>
+void run(std::string_view name, int cases, Call call, Expect expect, bool zero_too = false) {
+  Random random(std::hash<std::string_view>{}(name));
+  for (const u32 granules : lengths_and_zero) {
+    if (granules == 0 && !zero_too) continue;
+    for (int i = 0; i < cases; ++i) {
+      const operands o = random_operands(random);
+      CpuContext context = random_context(granules, random), expected_context = context;
+      const auto expected = expect(o, expected_context);
+      const auto actual = call(o, &context);
+      ASSERT_EQ(difference(expected, actual, context), "") << name << ", case " << i;
+      ASSERT_EQ(difference(expected_context, context), "") << name << ", case " << i << " at " << granules;
+    }
+  }
+}
+
+/// The vector whose element e is element(e), below the length.
+template <class T, class Element>
+VectorV generated(const CpuContext& c, Element element) {
+  VectorV v{};
+  for (std::size_t e = 0; e < count<T>(c); ++e) sve::store<T>(v.bytes, e, static_cast<T>(element(e)));
+  return v;
+}
+
+}  // namespace veclib_test
+
+// Calls M(Type letters, element type) for the element types of routine names.
+#define FOR_UNSIGNED(M) M(U8, u8) M(U16, u16) M(U32, u32) M(U64, u64)
+#define FOR_SIGNED(M) M(S8, s8) M(S16, s16) M(S32, s32) M(S64, s64)
+#define FOR_INTEGERS(M) FOR_UNSIGNED(M) FOR_SIGNED(M)
+#define FOR_PREDICATES(M) M(P8, u8) M(P16, u16) M(P32, u32) M(P64, u64)
