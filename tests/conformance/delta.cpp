@@ -12,7 +12,7 @@ namespace {
 
 /// A named place of the machine.
 struct place {
-  char name[12];
+  char name[16];
   std::size_t offset, size;
   unsigned element;  ///< bytes in which it is shown
   bool predicate;
