@@ -31,9 +31,10 @@ TEST(LogicalImmediate, EveryEncodingThatReturns) {
     for (unsigned immr = 0; immr < 64; ++immr)
       for (unsigned imms = 0; imms < 64; ++imms) {
         if (n == 0 && imms == 63) continue;
-        ASSERT_EQ(expand_logical_immediate(n << 12 | immr << 6 | imms), restated(n, immr, imms)) << n << " " << immr << " " << imms;
+        ASSERT_EQ(expand_logical_immediate(n << 12 | immr << 6 | imms), restated(n, immr, imms))
+            << n << " " << immr << " " << imms;
       }
-  EXPECT_EQ(expand_logical_immediate(1 << 12 | 63), 0u);      // reserved, and empty
+  EXPECT_EQ(expand_logical_immediate(1 << 12 | 63), 0u);  // reserved, and empty
   EXPECT_EQ(expand_logical_immediate(0x3c), 0x5555555555555555u);
   EXPECT_EQ(expand_logical_immediate(0x27), 0x00ff00ff00ff00ffu);
 }
@@ -56,7 +57,8 @@ bool still_runs_after(int milliseconds, Body body) {
 
 TEST(LogicalImmediate, OneReservedEncodingDoesNotReturn) {
   EXPECT_FALSE(still_runs_after(200, [] { expand_logical_immediate(1 << 12 | 63); }));
-  for (const unsigned immr : {0u, 63u}) EXPECT_TRUE(still_runs_after(200, [&] { expand_logical_immediate(immr << 6 | 63); }));
+  for (const unsigned immr : {0u, 63u})
+    EXPECT_TRUE(still_runs_after(200, [&] { expand_logical_immediate(immr << 6 | 63); }));
   // Nor does a handler that holds it: orr z0.d, z0.d, with N clear and imms all ones.
   const sve::decode::row* row = sve::decode::find_row(0x05000000 | 63 << 5);
   ASSERT_NE(row, nullptr);

@@ -7,7 +7,8 @@ namespace {
 
 using namespace insn_test;
 
-// What an element of width W becomes, told on its low bits as an unsigned 64-bit value; the result is cut to the element.
+// What an element of width W becomes, told on its low bits as an unsigned 64-bit value; the result is cut to the
+// element.
 using binary = u64 (*)(u64 a, u64 b, int width);
 using ternary = u64 (*)(u64 a, u64 b, u64 c);
 
@@ -48,7 +49,8 @@ template <class T>
 void check_binary(const predicated& f, unsigned code) {
   for (const unsigned m : {6u, 5u}) {  // the second source apart, or the destination itself
     aarch64_z_reg zdn = z_tied(5, code);
-    run(f.name, 60, [&](cpu_state* s) { return f.function(s, zdn, merging(1), z(m, code)); },
+    run(
+        f.name, 60, [&](cpu_state* s) { return f.function(s, zdn, merging(1), z(m, code)); },
         [&](cpu_state& e, const cpu_state& s) {
           auto a = elements<T>(s.z[5]);
           const auto b = elements<T>(s.z[m]);
@@ -128,7 +130,8 @@ TEST(Predicated, OnlyBitZeroOfAnElementsFirstByteCounts) {
 template <class T>
 void check_unary(const char* name, sve::insn::zpz* function, unsigned code, u64 (*op)(u64, int)) {
   for (const unsigned n : {6u, 5u})
-    run(name, 60, [&](cpu_state* s) { return function(s, z(5, code), merging(1), z(n, code)); },
+    run(
+        name, 60, [&](cpu_state* s) { return function(s, z(5, code), merging(1), z(n, code)); },
         [&](cpu_state& e, const cpu_state& s) {
           auto r = elements<T>(s.z[5]);
           const auto a = elements<T>(s.z[n]);
@@ -172,7 +175,11 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
   for_each_type([&]<class T>() {
     for (const auto& f : forms)
       for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}, {5u, 5u}})
-        run(f.name, 40, [&](cpu_state* s) { return f.function(s, z_tied(5, size_code<T>), merging(1), z(n, size_code<T>), z(m, size_code<T>)); },
+        run(
+            f.name, 40,
+            [&](cpu_state* s) {
+              return f.function(s, z_tied(5, size_code<T>), merging(1), z(n, size_code<T>), z(m, size_code<T>));
+            },
             [&](cpu_state& e, const cpu_state& s) {
               auto a = elements<T>(s.z[5]);
               const auto b = elements<T>(s.z[n]), c = elements<T>(s.z[m]);
@@ -188,7 +195,8 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
 template <class T>
 void check_unpredicated(const char* name, sve::insn::zzz* function, unsigned code, binary op) {
   for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}})
-    run(name, 20, [&](cpu_state* s) { return function(s, z(5, code), z(n, code), z(m, code)); },
+    run(
+        name, 20, [&](cpu_state* s) { return function(s, z(5, code), z(n, code), z(m, code)); },
         [&](cpu_state& e, const cpu_state& s) {
           auto a = elements<T>(s.z[n]);
           const auto b = elements<T>(s.z[m]);
@@ -220,17 +228,24 @@ TEST(Unpredicated, Immediates) {
   for_each_type([&]<class T>() {
     const aarch64_z_reg zdn = z_tied(5, size_code<T>);
     for (const unsigned imm : {0u, 1u, 255u, 0x100u, 0xff00u}) {  // at 8 bits a shifted one changes nothing
-      check("add", T{}, [&](cpu_state* s) { return sve_add_zi(s, zdn, imm); }, [&](u64 a) { return a + imm; });
-      check("sub", T{}, [&](cpu_state* s) { return sve_sub_zi(s, zdn, imm); }, [&](u64 a) { return a - imm; });
+      check(
+          "add", T{}, [&](cpu_state* s) { return sve_add_zi(s, zdn, imm); }, [&](u64 a) { return a + imm; });
+      check(
+          "sub", T{}, [&](cpu_state* s) { return sve_sub_zi(s, zdn, imm); }, [&](u64 a) { return a - imm; });
     }
     for (const int imm : {0, 1, -1, 127, -128})
-      check("mul", T{}, [&](cpu_state* s) { return sve_mul_zi(s, zdn, imm); }, [&](u64 a) { return a * static_cast<u64>(static_cast<std::int64_t>(imm)); });
+      check(
+          "mul", T{}, [&](cpu_state* s) { return sve_mul_zi(s, zdn, imm); },
+          [&](u64 a) { return a * static_cast<u64>(static_cast<std::int64_t>(imm)); });
   });
   constexpr u64 mask = 0x00ff00ff12345678;
   const aarch64_z_reg zdn = z_tied(5, element_d);
-  check("and", u64{}, [&](cpu_state* s) { return sve_and_zi(s, zdn, {mask}); }, [](u64 a) { return a & mask; });
-  check("orr", u64{}, [&](cpu_state* s) { return sve_orr_zi(s, zdn, {mask}); }, [](u64 a) { return a | mask; });
-  check("eor", u64{}, [&](cpu_state* s) { return sve_eor_zi(s, zdn, {mask}); }, [](u64 a) { return a ^ mask; });
+  check(
+      "and", u64{}, [&](cpu_state* s) { return sve_and_zi(s, zdn, {mask}); }, [](u64 a) { return a & mask; });
+  check(
+      "orr", u64{}, [&](cpu_state* s) { return sve_orr_zi(s, zdn, {mask}); }, [](u64 a) { return a | mask; });
+  check(
+      "eor", u64{}, [&](cpu_state* s) { return sve_eor_zi(s, zdn, {mask}); }, [](u64 a) { return a ^ mask; });
 }
 
 }  // namespace

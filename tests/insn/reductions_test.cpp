@@ -29,14 +29,22 @@ u64 reduced(operation op, const byte* predicate, const byte* source) {
     parity ^= v[i];
   }
   switch (op) {
-    case operation::sum: return sum;
-    case operation::smax: return static_cast<T>(smax);  // not sign-extended beyond the element
-    case operation::smin: return static_cast<T>(smin);
-    case operation::umax: return umax;
-    case operation::umin: return umin;
-    case operation::and_: return all;
-    case operation::or_: return any;
-    default: return parity;
+    case operation::sum:
+      return sum;
+    case operation::smax:
+      return static_cast<T>(smax);  // not sign-extended beyond the element
+    case operation::smin:
+      return static_cast<T>(smin);
+    case operation::umax:
+      return umax;
+    case operation::umin:
+      return umin;
+    case operation::and_:
+      return all;
+    case operation::or_:
+      return any;
+    default:
+      return parity;
   }
 }
 
@@ -55,7 +63,8 @@ const reduction reductions[] = {
 template <class T>
 void check(const reduction& r, unsigned code) {
   for (const unsigned d : {5u, 6u})  // the register's other bytes are cleared, also when it is the source
-    run(r.name, 200, [&](cpu_state* s) { return r.function(s, d, merging(1), z(6, code)); },
+    run(
+        r.name, 200, [&](cpu_state* s) { return r.function(s, d, merging(1), z(6, code)); },
         [&](cpu_state& e, const cpu_state& s) {
           const u64 value = reduced<T>(r.op, s.p[1], s.z[6]);
           std::memset(e.z[d], 0, vector_bytes);
@@ -78,9 +87,9 @@ TEST(Reduction, Edges) {
     sve::insn::vpz* function;
     unsigned size;
     u64 expected;
-  } const starts[] = {{sve_smaxv_vpz, element_b, 0x80},       {sve_andv_vpz, element_h, 0xffff},
-                      {sve_sminv_vpz, element_s, 0x7fffffff}, {sve_uminv_vpz, element_d, ~u64{0}},
-                      {sve_orv_vpz, element_d, 0},            {sve_umaxv_vpz, element_b, 0}};
+  } const starts[] = {
+      {sve_smaxv_vpz, element_b, 0x80},    {sve_andv_vpz, element_h, 0xffff}, {sve_sminv_vpz, element_s, 0x7fffffff},
+      {sve_uminv_vpz, element_d, ~u64{0}}, {sve_orv_vpz, element_d, 0},       {sve_umaxv_vpz, element_b, 0}};
   for (const auto& [function, size, expected] : starts) {
     std::memset(state.z[0], 0xaa, vector_bytes);
     function(&state, 0, merging(1), z(1, size));  // no active element
@@ -99,7 +108,8 @@ template <class T>
 void check_address(bool doubleword) {
   for (unsigned shift = 0; shift < 4; ++shift)
     for (const unsigned d : {5u, 6u, 7u})
-      run("adr", 20,
+      run(
+          "adr", 20,
           [&](cpu_state* s) {
             s->instr = (s->instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
             return sve_adr_scaled_zzz(s, z(d, element_b), z(6, element_b), z(7, element_b));
@@ -108,7 +118,8 @@ void check_address(bool doubleword) {
             e.instr = (s.instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
             auto base = elements<T>(s.z[6]);
             const auto offset = elements<T>(s.z[7]);
-            for (std::size_t i = 0; i < base.size(); ++i) base[i] = static_cast<T>(base[i] + offset[i] * (T{1} << shift));
+            for (std::size_t i = 0; i < base.size(); ++i)
+              base[i] = static_cast<T>(base[i] + offset[i] * (T{1} << shift));
             put(e.z[d], base);
           });
 }

@@ -7,8 +7,8 @@ using namespace veclib_test;
 
 using relation = bool (*)(wide, wide);
 constexpr relation eq = [](wide a, wide b) { return a == b; }, ne = [](wide a, wide b) { return a != b; },
-               ge = [](wide a, wide b) { return a >= b; }, gt = [](wide a, wide b) { return a > b; },
-               le = [](wide a, wide b) { return a <= b; }, lt = [](wide a, wide b) { return a < b; };
+                   ge = [](wide a, wide b) { return a >= b; }, gt = [](wide a, wide b) { return a > b; },
+                   le = [](wide a, wide b) { return a <= b; }, lt = [](wide a, wide b) { return a < b; };
 
 // A canonical predicate and the flags from it.
 template <class T, class Test>
@@ -26,11 +26,13 @@ void check_vectors(const char* name, sve::routine::cmp_vv* routine, relation tes
     for (std::size_t e = 0; e < 256 / sizeof(T); e += 3) sve::store<T>(b.bytes, e, at<T>(o.a, e));
     return b;
   };
-  run(name, 80, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, second(o), c); },
+  run(
+      name, 80, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, second(o), c); },
       [&](const operands& o, CpuContext& c) {
         const VectorV b = second(o);
         return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), at<T>(b, e)); });
-      }, true);
+      },
+      true);
 }
 
 template <class T, class Routine>
@@ -40,14 +42,18 @@ void check_immediates(const char* name, Routine* routine, relation test) {
   for (int imm = is_signed ? -16 : 0; imm < (is_signed ? 16 : 128); ++imm) {
     const auto first = [&](const operands& o) {
       VectorV a = o.a;
-      for (std::size_t e = 0; e < 256 / sizeof(T); e += 3) sve::store<T>(a.bytes, e, static_cast<T>(imm + static_cast<int>(e % 9) / 3 - 1));
+      for (std::size_t e = 0; e < 256 / sizeof(T); e += 3)
+        sve::store<T>(a.bytes, e, static_cast<T>(imm + static_cast<int>(e % 9) / 3 - 1));
       return a;
     };
-    run(name, 2, [&](const operands& o, CpuContext* c) { return routine(o.p, first(o), static_cast<Immediate>(imm), c); },
+    run(
+        name, 2,
+        [&](const operands& o, CpuContext* c) { return routine(o.p, first(o), static_cast<Immediate>(imm), c); },
         [&](const operands& o, CpuContext& c) {
           const VectorV a = first(o);
           return expected<T>(o, c, [&](auto e) { return test(at<T>(a, e), imm); });
-        }, true);
+        },
+        true);
   }
 }
 
@@ -57,14 +63,17 @@ void check_wide(const char* name, sve::routine::cmp_vv* routine, relation test) 
   using Wide = std::conditional_t<std::is_signed_v<T>, s64, u64>;
   const auto second = [](const operands& o) {
     VectorV b = o.b;
-    for (std::size_t e = 0; e < 32; e += 2) sve::store<Wide>(b.bytes, e, at<T>(o.a, e * 8 / sizeof(T) + e % 8 / sizeof(T)));
+    for (std::size_t e = 0; e < 32; e += 2)
+      sve::store<Wide>(b.bytes, e, at<T>(o.a, e * 8 / sizeof(T) + e % 8 / sizeof(T)));
     return b;
   };
-  run(name, 80, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, second(o), c); },
+  run(
+      name, 80, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, second(o), c); },
       [&](const operands& o, CpuContext& c) {
         const VectorV b = second(o);
         return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), at<Wide>(b, e * sizeof(T) / 8)); });
-      }, true);
+      },
+      true);
 }
 
 TEST(Compare, Vectors) {
@@ -104,8 +113,9 @@ TEST(Compare, Wide) {
   check_wide<T>("gt " #Type, Vec##Type##CmpFlgGTVWZ, gt); \
   check_wide<T>("le " #Type, Vec##Type##CmpFlgLEVWZ, le); \
   check_wide<T>("lt " #Type, Vec##Type##CmpFlgLTVWZ, lt);
-  SIGNED_CHECK(S8, s8) SIGNED_CHECK(S16, s16) SIGNED_CHECK(S32, s32)
-  CHECK(S8, s8) CHECK(S16, s16) CHECK(S32, s32) CHECK(U8, u8) CHECK(U16, u16) CHECK(U32, u32)
+  SIGNED_CHECK(S8, s8)
+  SIGNED_CHECK(S16, s16) SIGNED_CHECK(S32, s32) CHECK(S8, s8) CHECK(S16, s16) CHECK(S32, s32) CHECK(U8, u8)
+      CHECK(U16, u16) CHECK(U32, u32)
 #undef CHECK
 #undef SIGNED_CHECK
 }

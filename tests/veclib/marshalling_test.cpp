@@ -1,5 +1,5 @@
-// Library handlers from outside: what every one of them does to the state around its routine, over all rows of the table
-// that run in the library and touch no memory, and the kinds of operand and result that need a case of their own.
+// Library handlers from outside: what every one of them does to the state around its routine, over all rows of the
+// table that run in the library and touch no memory, and the kinds of operand and result that need a case of their own.
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -10,8 +10,8 @@
 namespace {
 
 using namespace veclib_test;
-using sve::decode::kind;
 using sve::vector_bytes;
+using sve::decode::kind;
 
 struct place {
   const sve::decode::map* map = nullptr;
@@ -37,7 +37,9 @@ u32 word_of(std::string_view name) {
 aarch64_decode_rc execute(cpu_state& state, u32 word) { return sve::decode::find_row(word)->handle(&state, word); }
 
 bool has(std::string_view name, std::string_view part) { return name.find(part) != name.npos; }
-bool touches_memory(std::string_view name) { return has(name, "Load") || has(name, "Store") || has(name, "Fill") || has(name, "Spill"); }
+bool touches_memory(std::string_view name) {
+  return has(name, "Load") || has(name, "Store") || has(name, "Fill") || has(name, "Spill");
+}
 
 cpu_state random_state(Random& random) {
   cpu_state state{};
@@ -76,10 +78,12 @@ TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
       EXPECT_EQ(s.nzcv & 0x0fffffff, before.nzcv & 0x0fffffff) << name;
       EXPECT_EQ(s.pc, before.pc) << name;
       EXPECT_EQ(s.sp, before.sp) << name;
-      for (std::size_t b = 0; b < vector_bytes; ++b) ASSERT_EQ(s.ffr[b], before.ffr[b] & 1) << name;  // the same, as 0 or 1
+      for (std::size_t b = 0; b < vector_bytes; ++b)
+        ASSERT_EQ(s.ffr[b], before.ffr[b] & 1) << name;  // the same, as 0 or 1
       // No register but the destination changes, and one register at the most.
       int changed = 0;
-      const auto check = [&](const char* kind_of, const void* now, const void* then, std::size_t size, u32 n, u32 destination) {
+      const auto check = [&](const char* kind_of, const void* now, const void* then, std::size_t size, u32 n,
+                             u32 destination) {
         if (std::memcmp(now, then, size) == 0) return;
         ++changed;
         EXPECT_EQ(n, destination) << name << " changes " << kind_of << n;
@@ -129,7 +133,8 @@ TEST(Marshalling, FpcrExtraReachesTheRoutine) {
 
 TEST(Marshalling, ResultsForX31AreDropped) {
   Random random(13);
-  for (const char* name : {"VecU8LastAV", "VecU8CountVLSI", "VecU64QIncrVL8SI", "VecS32QIncrVL4SI", "VecU8DecrSCountPS", "VecU32CondXASV"}) {
+  for (const char* name : {"VecU8LastAV", "VecU8CountVLSI", "VecU64QIncrVL8SI", "VecS32QIncrVL4SI", "VecU8DecrSCountPS",
+                           "VecU32CondXASV"}) {
     const cpu_state before = random_state(random);
     cpu_state s = before;
     EXPECT_EQ(execute(s, word_of(name) | 31), 0) << name;
@@ -152,7 +157,8 @@ TEST(Marshalling, ScalarResultsOfX) {
 }
 
 TEST(Marshalling, ScalarsInVectorRegistersClearTheRest) {
-  for (const auto& [name, expected] : {std::pair<const char*, u64>{"VecB8LastAV", 0xa1}, {"VecF32CondXBSV", 0xa0a0a1a0},
+  for (const auto& [name, expected] : {std::pair<const char*, u64>{"VecB8LastAV", 0xa1},
+                                       {"VecF32CondXBSV", 0xa0a0a1a0},
                                        {"VecS8AddReduceV", static_cast<u64>(s64{-96})}}) {
     for (const u32 d : {3u, 6u}) {  // also where the destination is the source
       cpu_state s{};

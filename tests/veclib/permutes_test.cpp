@@ -43,54 +43,68 @@ bool undefined(index_rule rule, std::size_t n) { return rule == trn2 && n < 2; }
 
 template <class T>
 void check_vectors(const char* name, sve::routine::vvx* routine, index_rule rule) {
-  run(name, 30,
-      [&](const operands& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? VectorV{} : routine(o.a, o.b, c); },
-      [&](const operands& o, CpuContext& c) { return undefined(rule, count<T>(c)) ? VectorV{} : permuted<T>(o.a, o.b, c, rule); });
+  run(
+      name, 30,
+      [&](const operands& o, CpuContext* c) {
+        return undefined(rule, count<T>(*c)) ? VectorV{} : routine(o.a, o.b, c);
+      },
+      [&](const operands& o, CpuContext& c) {
+        return undefined(rule, count<T>(c)) ? VectorV{} : permuted<T>(o.a, o.b, c, rule);
+      });
 }
 template <class T>
 void check_predicates(const char* name, sve::routine::ppp* routine, index_rule rule) {
-  run(name, 60,
+  run(
+      name, 60,
       [&](const operands& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? PredV{} : routine(o.p, o.q, c); },
-      [&](const operands& o, CpuContext& c) { return undefined(rule, count<T>(c)) ? PredV{} : permuted<T>(o.p, o.q, c, rule); }, true);
+      [&](const operands& o, CpuContext& c) {
+        return undefined(rule, count<T>(c)) ? PredV{} : permuted<T>(o.p, o.q, c, rule);
+      },
+      true);
 }
 
 TEST(Permute, Vectors) {
-#define CHECK(Type, T)                                         \
-  check_vectors<T>("zip1 " #Type, Vec##Type##Zip1VV, zip1);    \
-  check_vectors<T>("zip2 " #Type, Vec##Type##Zip2VV, zip2);    \
-  check_vectors<T>("uzp1 " #Type, Vec##Type##Uzp1VV, uzp1);    \
-  check_vectors<T>("uzp2 " #Type, Vec##Type##Uzp2VV, uzp2);    \
-  check_vectors<T>("trn1 " #Type, Vec##Type##Trn1VV, trn1);    \
-  check_vectors<T>("trn2 " #Type, Vec##Type##Trn2VV, trn2);    \
-  run("rev " #Type, 30, [](const operands& o, CpuContext* c) { return Vec##Type##ReverseV(o.a, c); }, \
+#define CHECK(Type, T)                                                                                \
+  check_vectors<T>("zip1 " #Type, Vec##Type##Zip1VV, zip1);                                           \
+  check_vectors<T>("zip2 " #Type, Vec##Type##Zip2VV, zip2);                                           \
+  check_vectors<T>("uzp1 " #Type, Vec##Type##Uzp1VV, uzp1);                                           \
+  check_vectors<T>("uzp2 " #Type, Vec##Type##Uzp2VV, uzp2);                                           \
+  check_vectors<T>("trn1 " #Type, Vec##Type##Trn1VV, trn1);                                           \
+  check_vectors<T>("trn2 " #Type, Vec##Type##Trn2VV, trn2);                                           \
+  run(                                                                                                \
+      "rev " #Type, 30, [](const operands& o, CpuContext* c) { return Vec##Type##ReverseV(o.a, c); }, \
       [](const operands& o, CpuContext& c) { return permuted<T>(o.a, o.a, c, reverse); });
   FOR_UNSIGNED(CHECK)
 #undef CHECK
 }
 
 TEST(Permute, Predicates) {
-#define CHECK(Type, T)                                            \
-  check_predicates<T>("zip1 " #Type, Vec##Type##Zip1PP, zip1);    \
-  check_predicates<T>("zip2 " #Type, Vec##Type##Zip2PP, zip2);    \
-  check_predicates<T>("uzp1 " #Type, Vec##Type##Uzp1PP, uzp1);    \
-  check_predicates<T>("uzp2 " #Type, Vec##Type##Uzp2PP, uzp2);    \
-  check_predicates<T>("trn1 " #Type, Vec##Type##Trn1PP, trn1);    \
-  check_predicates<T>("trn2 " #Type, Vec##Type##Trn2PP, trn2);    \
-  run("rev " #Type, 60, [](const operands& o, CpuContext* c) { return Vec##Type##ReverseP(o.p, c); }, \
+#define CHECK(Type, T)                                                                                \
+  check_predicates<T>("zip1 " #Type, Vec##Type##Zip1PP, zip1);                                        \
+  check_predicates<T>("zip2 " #Type, Vec##Type##Zip2PP, zip2);                                        \
+  check_predicates<T>("uzp1 " #Type, Vec##Type##Uzp1PP, uzp1);                                        \
+  check_predicates<T>("uzp2 " #Type, Vec##Type##Uzp2PP, uzp2);                                        \
+  check_predicates<T>("trn1 " #Type, Vec##Type##Trn1PP, trn1);                                        \
+  check_predicates<T>("trn2 " #Type, Vec##Type##Trn2PP, trn2);                                        \
+  run(                                                                                                \
+      "rev " #Type, 60, [](const operands& o, CpuContext* c) { return Vec##Type##ReverseP(o.p, c); }, \
       [](const operands& o, CpuContext& c) { return permuted<T>(o.p, o.p, c, reverse); }, true);
   FOR_PREDICATES(CHECK)
 #undef CHECK
   for (const bool high : {false, true})
-    run("punpk", 60, [&](const operands& o, CpuContext* c) { return (high ? VecPUnpackHiP : VecPUnpackLoP)(o.p, c); },
+    run(
+        "punpk", 60, [&](const operands& o, CpuContext* c) { return (high ? VecPUnpackHiP : VecPUnpackLoP)(o.p, c); },
         [&](const operands& o, CpuContext& c) {
           const std::size_t n = count<u16>(c);
           return canonical<u16>(c, [&](auto e) { return bit(o.p, (high ? n : 0) + e); });
-        }, true);
+        },
+        true);
 }
 
 TEST(Permute, Slide) {
   for (u64 imm = 0; imm < 256; ++imm)
-    run("ext", 1, [&](const operands& o, CpuContext* c) { return VecU8SlideVI(o.a, o.b, imm, c); },
+    run(
+        "ext", 1, [&](const operands& o, CpuContext* c) { return VecU8SlideVI(o.a, o.b, imm, c); },
         [&](const operands& o, CpuContext& c) {
           const std::size_t n = count<u8>(c);
           return generated<u8>(c, [&](auto i) {
@@ -107,10 +121,12 @@ void check_lookup(sve::routine::vvx* routine) {
     for (std::size_t e = 0; e < 256 / sizeof(T); e += 2) sve::store<T>(v.bytes, e, static_cast<T>(at<T>(o.b, e) % 300));
     return v;
   };
-  run("tbl", 60, [&](const operands& o, CpuContext* c) { return routine(o.a, indices(o), c); },
+  run(
+      "tbl", 60, [&](const operands& o, CpuContext* c) { return routine(o.a, indices(o), c); },
       [&](const operands& o, CpuContext& c) {
         const VectorV index = indices(o);
-        return generated<T>(c, [&](auto e) { return at<T>(index, e) < count<T>(c) ? at<T>(o.a, at<T>(index, e)) : T{0}; });
+        return generated<T>(c,
+                            [&](auto e) { return at<T>(index, e) < count<T>(c) ? at<T>(o.a, at<T>(index, e)) : T{0}; });
       });
 }
 
@@ -126,7 +142,8 @@ int last_active(const operands& o, const CpuContext& c) {
 
 template <class T>
 void check_splice(sve::routine::pvv* routine) {
-  run("splice", 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, o.b, c); },
+  run(
+      "splice", 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, o.b, c); },
       [](const operands& o, CpuContext& c) {
         const int last = last_active<T>(o, c);
         std::size_t first = 0;
@@ -137,7 +154,8 @@ void check_splice(sve::routine::pvv* routine) {
 }
 template <class T>
 void check_compress(sve::routine::pv* routine) {
-  run("compact", 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, c); },
+  run(
+      "compact", 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, c); },
       [](const operands& o, CpuContext& c) {
         VectorV r{};
         std::size_t k = 0;
@@ -160,14 +178,19 @@ T last_b(const operands& o, const CpuContext& c, T none) {
 }
 
 template <class T>
-void check_extracts(sve::routine::pv_scalar* a, sve::routine::pv_scalar* b, sve::routine::psv_scalar* cond_a, sve::routine::psv_scalar* cond_b) {
-  run("lasta", 100, [&](const operands& o, CpuContext* c) { return a(o.p, o.a, c); },
+void check_extracts(sve::routine::pv_scalar* a, sve::routine::pv_scalar* b, sve::routine::psv_scalar* cond_a,
+                    sve::routine::psv_scalar* cond_b) {
+  run(
+      "lasta", 100, [&](const operands& o, CpuContext* c) { return a(o.p, o.a, c); },
       [](const operands& o, CpuContext& c) { return u64{last_a<T>(o, c, at<T>(o.a, 0))}; });
-  run("lastb", 100, [&](const operands& o, CpuContext* c) { return b(o.p, o.a, c); },
+  run(
+      "lastb", 100, [&](const operands& o, CpuContext* c) { return b(o.p, o.a, c); },
       [](const operands& o, CpuContext& c) { return u64{last_b<T>(o, c, at<T>(o.a, count<T>(c) - 1))}; });
-  run("clasta", 100, [&](const operands& o, CpuContext* c) { return cond_a(o.p, o.x, o.a, c); },
+  run(
+      "clasta", 100, [&](const operands& o, CpuContext* c) { return cond_a(o.p, o.x, o.a, c); },
       [](const operands& o, CpuContext& c) { return u64{last_a<T>(o, c, static_cast<T>(o.x))}; }, true);
-  run("clastb", 100, [&](const operands& o, CpuContext* c) { return cond_b(o.p, o.x, o.a, c); },
+  run(
+      "clastb", 100, [&](const operands& o, CpuContext* c) { return cond_b(o.p, o.x, o.a, c); },
       [](const operands& o, CpuContext& c) { return u64{last_b<T>(o, c, static_cast<T>(o.x))}; }, true);
   // At length 0 the answer is undefined, but nothing outside the vector is read.
   CpuContext c{0, 0, 0, 0, {}};
@@ -183,32 +206,43 @@ void check_under_predicate(sve::routine::pvv* select, sve::routine::vvm* move_me
     return generated<T>(c, [&](auto e) { return active<T>(p, e) ? value(e) : otherwise(e); });
   };
   const auto of = [](const VectorV& v) { return [&v](auto e) { return at<T>(v, e); }; };
-  run("sel", 40, [&](const operands& o, CpuContext* c) { return select(o.p, o.a, o.b, c); },
+  run(
+      "sel", 40, [&](const operands& o, CpuContext* c) { return select(o.p, o.a, o.b, c); },
       [&](const operands& o, CpuContext& c) { return blend(o.p, c, of(o.a), of(o.b)); });
-  run("movprfx m", 40, [&](const operands& o, CpuContext* c) { return move_merging(o.b, o.p, o.a, c); },
+  run(
+      "movprfx m", 40, [&](const operands& o, CpuContext* c) { return move_merging(o.b, o.p, o.a, c); },
       [&](const operands& o, CpuContext& c) { return blend(o.p, c, of(o.a), of(o.b)); });
-  run("movprfx z", 40, [&](const operands& o, CpuContext* c) { return move_zeroing(o.p, o.a, c); },
+  run(
+      "movprfx z", 40, [&](const operands& o, CpuContext* c) { return move_zeroing(o.p, o.a, c); },
       [&](const operands& o, CpuContext& c) { return blend(o.p, c, of(o.a), [](auto) { return T{0}; }); });
   const auto everywhere = [](T value, const CpuContext& c) { return generated<T>(c, [&](auto) { return value; }); };
-  run("clasta v", 60, [&](const operands& o, CpuContext* c) { return vector_a(o.p, o.b, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return last_active<T>(o, c) < 0 ? o.b : everywhere(last_a<T>(o, c, 0), c); });
-  run("clastb v", 60, [&](const operands& o, CpuContext* c) { return vector_b(o.p, o.b, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return last_active<T>(o, c) < 0 ? o.b : everywhere(last_b<T>(o, c, 0), c); });
-  run("dup", 10, [&](const operands& o, CpuContext* c) { return dup(o.x, c); },
+  run(
+      "clasta v", 60, [&](const operands& o, CpuContext* c) { return vector_a(o.p, o.b, o.a, c); },
+      [&](const operands& o, CpuContext& c) {
+        return last_active<T>(o, c) < 0 ? o.b : everywhere(last_a<T>(o, c, 0), c);
+      });
+  run(
+      "clastb v", 60, [&](const operands& o, CpuContext* c) { return vector_b(o.p, o.b, o.a, c); },
+      [&](const operands& o, CpuContext& c) {
+        return last_active<T>(o, c) < 0 ? o.b : everywhere(last_b<T>(o, c, 0), c);
+      });
+  run(
+      "dup", 10, [&](const operands& o, CpuContext* c) { return dup(o.x, c); },
       [&](const operands& o, CpuContext& c) { return everywhere(static_cast<T>(o.x), c); });
 }
 
 TEST(UnderPredicate, EveryElementSize) {
-#define CHECK(Type, T)                    \
-  check_lookup<T>(Vec##Type##TblVV);      \
-  check_splice<T>(Vec##Type##SpliceVV);   \
+#define CHECK(Type, T)                                                                                                 \
+  check_lookup<T>(Vec##Type##TblVV);                                                                                   \
+  check_splice<T>(Vec##Type##SpliceVV);                                                                                \
   check_under_predicate<T>(Vec##Type##SelVV, Vec##Type##MovePrefix1VM, Vec##Type##MovePrefix1VZ, Vec##Type##VCondXAVV, \
                            Vec##Type##VCondXBVV, Vec##Type##DupS);
   FOR_UNSIGNED(CHECK)
 #undef CHECK
   check_compress<u32>(VecU32CompressVV);
   check_compress<u64>(VecU64CompressVV);
-#define CHECK(Type, T) check_extracts<T>(Vec##Type##LastAV, Vec##Type##LastBV, Vec##Type##CondXASV, Vec##Type##CondXBSV);
+#define CHECK(Type, T) \
+  check_extracts<T>(Vec##Type##LastAV, Vec##Type##LastBV, Vec##Type##CondXASV, Vec##Type##CondXBSV);
   FOR_UNSIGNED(CHECK) CHECK(B8, u8) CHECK(H16, u16) CHECK(F32, u32) CHECK(D64, u64)
 #undef CHECK
 }
@@ -216,53 +250,73 @@ TEST(UnderPredicate, EveryElementSize) {
 // A scalar into the vector's low end, or into active elements.
 template <class T>
 void check_scalars(sve::routine::vix* insert, sve::routine::vim* copy) {
-  run("insr", 40, [&](const operands& o, CpuContext* c) { return insert(o.a, o.x, c); },
-      [](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return e == 0 ? static_cast<T>(o.x) : at<T>(o.a, e - 1); }); });
-  run("cpy", 40, [&](const operands& o, CpuContext* c) { return copy(o.a, o.p, o.x, c); },
-      [](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(o.x) : at<T>(o.a, e); }); });
+  run(
+      "insr", 40, [&](const operands& o, CpuContext* c) { return insert(o.a, o.x, c); },
+      [](const operands& o, CpuContext& c) {
+        return generated<T>(c, [&](auto e) { return e == 0 ? static_cast<T>(o.x) : at<T>(o.a, e - 1); });
+      });
+  run(
+      "cpy", 40, [&](const operands& o, CpuContext* c) { return copy(o.a, o.p, o.x, c); },
+      [](const operands& o, CpuContext& c) {
+        return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(o.x) : at<T>(o.a, e); });
+      });
 }
 
 template <class T>
 void check_immediates(sve::routine::i_signed* dup, sve::routine::vim_signed* merging, sve::routine::iz* zeroing) {
   for (const s64 imm : {s64{0}, s64{-1}, s64{127}, s64{-32768}}) {
-    run("dup", 3, [&](const operands&, CpuContext* c) { return dup(imm, c); },
+    run(
+        "dup", 3, [&](const operands&, CpuContext* c) { return dup(imm, c); },
         [&](const operands&, CpuContext& c) { return generated<T>(c, [&](auto) { return imm; }); });
-    run("cpy m", 10, [&](const operands& o, CpuContext* c) { return merging(o.a, o.p, imm, c); },
-        [&](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : at<T>(o.a, e); }); });
-    run("cpy z", 10, [&](const operands& o, CpuContext* c) { return zeroing(o.p, imm, c); },
-        [&](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : T{0}; }); });
+    run(
+        "cpy m", 10, [&](const operands& o, CpuContext* c) { return merging(o.a, o.p, imm, c); },
+        [&](const operands& o, CpuContext& c) {
+          return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : at<T>(o.a, e); });
+        });
+    run(
+        "cpy z", 10, [&](const operands& o, CpuContext* c) { return zeroing(o.p, imm, c); },
+        [&](const operands& o, CpuContext& c) {
+          return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : T{0}; });
+        });
   }
 }
 
 template <class T>
 void check_index(sve::routine::ii_signed* routine) {
-  run("index", 40, [&](const operands& o, CpuContext* c) { return routine(static_cast<s64>(o.x), static_cast<s64>(o.y), c); },
+  run(
+      "index", 40,
+      [&](const operands& o, CpuContext* c) { return routine(static_cast<s64>(o.x), static_cast<s64>(o.y), c); },
       [](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return o.x + e * o.y; }); });
 }
 
 TEST(Scalars, InsertCopyBroadcastAndIndex) {
 #define CHECK(Type, T) check_scalars<T>(Vec##Type##InsertS, Vec##Type##DupSM);
-  FOR_UNSIGNED(CHECK) CHECK(B8, u8) CHECK(H16, u16) CHECK(F32, u32) CHECK(D64, u64)
+  FOR_UNSIGNED(CHECK)
+  CHECK(B8, u8) CHECK(H16, u16) CHECK(F32, u32) CHECK(D64, u64)
 #undef CHECK
-#define CHECK(Type, T)                                                               \
-  check_immediates<T>(Vec##Type##DupI, Vec##Type##DupIM, Vec##Type##DupIZ);          \
-  check_index<T>(Vec##Type##IndexII);                                                \
-  check_index<T>(Vec##Type##IndexIS);                                                \
-  check_index<T>(Vec##Type##IndexSI);                                                \
+#define CHECK(Type, T)                                                      \
+  check_immediates<T>(Vec##Type##DupI, Vec##Type##DupIM, Vec##Type##DupIZ); \
+  check_index<T>(Vec##Type##IndexII);                                       \
+  check_index<T>(Vec##Type##IndexIS);                                       \
+  check_index<T>(Vec##Type##IndexSI);                                       \
   check_index<T>(Vec##Type##IndexSS);
-  FOR_SIGNED(CHECK)
+      FOR_SIGNED(CHECK)
 #undef CHECK
-  run("dupm", 10, [](const operands& o, CpuContext* c) { return VecS64DupMaskI(o.x, c); },
-      [](const operands& o, CpuContext& c) { return generated<u64>(c, [&](auto) { return o.x; }); });
-  run("move", 10, [](const operands& o, CpuContext* c) { return VecU32SpecialMoveV(o.a, c); }, [](const operands& o, CpuContext&) { return o.a; });
+          run(
+              "dupm", 10, [](const operands& o, CpuContext* c) { return VecS64DupMaskI(o.x, c); },
+              [](const operands& o, CpuContext& c) { return generated<u64>(c, [&](auto) { return o.x; }); });
+  run(
+      "move", 10, [](const operands& o, CpuContext* c) { return VecU32SpecialMoveV(o.a, c); },
+      [](const operands& o, CpuContext&) { return o.a; });
 }
 
 TEST(Scalars, IndexedBroadcast) {
   for (u64 index = 0; index < 260; ++index) {
-#define CHECK(Type, T)                                                                                                    \
-  run("dup " #Type, 1, [&](const operands& o, CpuContext* c) { return Vec##Type##ExtDupVI(o.a, index, c); },              \
-      [&](const operands& o, CpuContext& c) {                                                                             \
-        return generated<T>(c, [&](auto) { return index < count<T>(c) ? at<T>(o.a, index) : T{0}; });                     \
+#define CHECK(Type, T)                                                                                       \
+  run(                                                                                                       \
+      "dup " #Type, 1, [&](const operands& o, CpuContext* c) { return Vec##Type##ExtDupVI(o.a, index, c); }, \
+      [&](const operands& o, CpuContext& c) {                                                                \
+        return generated<T>(c, [&](auto) { return index < count<T>(c) ? at<T>(o.a, index) : T{0}; });        \
       });
     FOR_UNSIGNED(CHECK)
 #undef CHECK
@@ -272,7 +326,8 @@ TEST(Scalars, IndexedBroadcast) {
       const VectorV a = random_vector(random);
       CpuContext c{0, 0, 0, granules, {}};
       const VectorV r = VecU128ExtDupVI(a, index, &c);
-      for (std::size_t i = 0; i < granules / 2 * 16; ++i) ASSERT_EQ(r.bytes[i], index < granules / 2 ? a.bytes[index * 16 + i % 16] : 0);
+      for (std::size_t i = 0; i < granules / 2 * 16; ++i)
+        ASSERT_EQ(r.bytes[i], index < granules / 2 ? a.bytes[index * 16 + i % 16] : 0);
     }
   }
 }
@@ -281,20 +336,27 @@ TEST(Scalars, IndexedBroadcast) {
 
 template <class T, class From>
 void check_extend(const char* name, sve::routine::vvm* routine) {
-  run(name, 40, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
+  run(
+      name, 40, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
       [](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(static_cast<From>(at<T>(o.b, e))) : at<T>(o.a, e); });
+        return generated<T>(c, [&](auto e) {
+          return active<T>(o.p, e) ? static_cast<T>(static_cast<From>(at<T>(o.b, e))) : at<T>(o.a, e);
+        });
       });
 }
 template <class T, class Narrow>
 void check_unpack(const char* name, sve::routine::v* low, sve::routine::v* high) {
   for (const bool upper : {false, true})
-    run(name, 20, [&](const operands& o, CpuContext* c) { return (upper ? high : low)(o.a, c); },
-        [&](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return at<Narrow>(o.a, (upper ? count<T>(c) : 0) + e); }); });
+    run(
+        name, 20, [&](const operands& o, CpuContext* c) { return (upper ? high : low)(o.a, c); },
+        [&](const operands& o, CpuContext& c) {
+          return generated<T>(c, [&](auto e) { return at<Narrow>(o.a, (upper ? count<T>(c) : 0) + e); });
+        });
 }
 template <class T>
 void check_reversal(const char* name, sve::routine::vvm* routine, std::size_t unit) {
-  run(name, 40, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
+  run(
+      name, 40, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
       [&](const operands& o, CpuContext& c) {
         return generated<u8>(c, [&](auto i) {
           const std::size_t e = i / sizeof(T), within = i % sizeof(T);

@@ -15,7 +15,8 @@ T clamp(wide x) {
 
 template <class T>
 void check_vectors(const char* name, sve::routine::vvx* routine, int sign) {
-  run(name, 100, [&](const operands& o, CpuContext* c) { return routine(o.a, o.b, c); },
+  run(
+      name, 100, [&](const operands& o, CpuContext* c) { return routine(o.a, o.b, c); },
       [&](const operands& o, CpuContext& c) {
         return generated<T>(c, [&](auto e) { return clamp<T>(wide{at<T>(o.a, e)} + sign * wide{at<T>(o.b, e)}); });
       });
@@ -27,18 +28,20 @@ void check_immediates(const char* name, sve::routine::vix* routine, int sign) {
   for (u64 imm = 0; imm < 256; ++imm)
     for (const u64 value : {imm, imm << 8}) {
       if (sizeof(T) == 1 && value > 255) continue;  // reserved, and 0 from its handlers
-      run(name, 2, [&](const operands& o, CpuContext* c) { return routine(o.a, value, c); },
+      run(
+          name, 2, [&](const operands& o, CpuContext* c) { return routine(o.a, value, c); },
           [&](const operands& o, CpuContext& c) {
-            return generated<T>(c, [&](auto e) { return clamp<T>(wide{at<T>(o.a, e)} + sign * static_cast<wide>(value)); });
+            return generated<T>(
+                c, [&](auto e) { return clamp<T>(wide{at<T>(o.a, e)} + sign * static_cast<wide>(value)); });
           });
     }
 }
 
 TEST(Saturating, VectorsAndEveryImmediate) {
-#define CHECK(Type, T)                                                        \
-  check_vectors<T>("qadd " #Type, Vec##Type##QAddVVX, 1);                     \
-  check_vectors<T>("qsub " #Type, Vec##Type##QSubVVX, -1);                    \
-  check_immediates<T>("qadd i " #Type, Vec##Type##QAddVIX, 1);                \
+#define CHECK(Type, T)                                         \
+  check_vectors<T>("qadd " #Type, Vec##Type##QAddVVX, 1);      \
+  check_vectors<T>("qsub " #Type, Vec##Type##QSubVVX, -1);     \
+  check_immediates<T>("qadd i " #Type, Vec##Type##QAddVIX, 1); \
   check_immediates<T>("qsub i " #Type, Vec##Type##QSubVIX, -1);
   FOR_INTEGERS(CHECK)
 #undef CHECK

@@ -12,7 +12,9 @@ using veclib_test::random_word;
 
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};
 constexpr std::int64_t smallest64 = std::numeric_limits<std::int64_t>::min();
-constexpr wide wide_of(std::uint64_t high, std::uint64_t low) { return static_cast<wide>(unsigned_wide{high} << 64 | low); }
+constexpr wide wide_of(std::uint64_t high, std::uint64_t low) {
+  return static_cast<wide>(unsigned_wide{high} << 64 | low);
+}
 constexpr wide power(int n) { return static_cast<wide>(unsigned_wide{1} << n); }
 constexpr int widths[] = {8, 16, 32, 64};
 
@@ -20,10 +22,15 @@ constexpr int widths[] = {8, 16, 32, 64};
 wide random_wide(Random& random) {
   const auto any = static_cast<wide>(unsigned_wide{random()} << 64 | random());
   switch (random() % 4) {
-    case 0: return any;
-    case 1: return any >> (random() % 128);
-    case 2: return static_cast<wide>(static_cast<unsigned_wide>(power(static_cast<int>(random() % 128))) + random() % 5 - 2);
-    default: return static_cast<wide>(0 - static_cast<unsigned_wide>(power(static_cast<int>(random() % 128))) - random() % 5 + 2);
+    case 0:
+      return any;
+    case 1:
+      return any >> (random() % 128);
+    case 2:
+      return static_cast<wide>(static_cast<unsigned_wide>(power(static_cast<int>(random() % 128))) + random() % 5 - 2);
+    default:
+      return static_cast<wide>(0 - static_cast<unsigned_wide>(power(static_cast<int>(random() % 128))) - random() % 5 +
+                               2);
   }
 }
 
@@ -113,7 +120,8 @@ TEST(Toolkit, ShiftRightInt) {
   EXPECT_EQ(ShiftRightInt(wide_of(0x4000000000000000, 0), 128), 0);
   // Any other amount above 65 is 65.
   const wide x = wide_of(0x9234567890abcdef, 0x1234);
-  for (const wide n : {wide{65}, wide{66}, wide{127}, wide{129}, wide_of(0x7fffffffffffffff, 0)}) EXPECT_EQ(ShiftRightInt(x, n), x >> 65);
+  for (const wide n : {wide{65}, wide{66}, wide{127}, wide{129}, wide_of(0x7fffffffffffffff, 0)})
+    EXPECT_EQ(ShiftRightInt(x, n), x >> 65);
   for (int n = 0; n <= 65; ++n) EXPECT_EQ(ShiftRightInt(x, n), x >> n);
   // A negative amount is not clamped; it counts through its low word.
   EXPECT_EQ(ShiftRightInt(x, wide_of(all_ones, 3)), x >> 3);
@@ -155,9 +163,9 @@ TEST(Saturation, SatQ) {
                                : x < low ? saturated{std::uint64_t{1} << (w - 1), 1}
                                          : saturated{bits(x) & ones(w), 0};  // cut to the width
     ASSERT_EQ(SatQ(x, w, 0), expected) << w;
-    const saturated unsigned_expected = x < 0                ? saturated{0, 1}
+    const saturated unsigned_expected = x < 0              ? saturated{0, 1}
                                         : x > power(w) - 1 ? saturated{ones(w), 1}
-                                                             : saturated{bits(x), 0};
+                                                           : saturated{bits(x), 0};
     ASSERT_EQ(SatQ(x, w, 1), unsigned_expected) << w;
   });
 }
@@ -167,7 +175,7 @@ TEST(Saturation, AddAndSubtract) {
   EXPECT_EQ(SatAdd(largest, 1, 64, 0), largest);
   EXPECT_EQ(SatAdd(all_ones, 1, 64, 1), all_ones);
   EXPECT_EQ(SatSub(3, 5, 8, 1), (saturated{0, 1}));
-  EXPECT_EQ(SatAdd(0xff, 0xff, 8, 0), all_ones - 1);  // -2: in range the sum keeps the bits above the width
+  EXPECT_EQ(SatAdd(0xff, 0xff, 8, 0), all_ones - 1);    // -2: in range the sum keeps the bits above the width
   EXPECT_EQ(SatSub(0, 2, 8, 0), (saturated{0xfe, 0}));  // the difference is cut
   repeat([](Random& random) {
     const std::uint64_t a = random_word(random), b = random_word(random);
@@ -205,7 +213,7 @@ TEST(Saturation, SatQUShiftGivesZeroFarAboveTheLimit) {
   EXPECT_EQ(SatQUShift(200, 8), (saturated{200, 0}));
   EXPECT_EQ(SatQUShift(256, 8), (saturated{255, 1}));
   EXPECT_EQ(SatQUShift(65535, 8), (saturated{255, 1}));
-  EXPECT_EQ(SatQUShift(65536, 8), (saturated{0, 1}));         // beyond 2n bits
+  EXPECT_EQ(SatQUShift(65536, 8), (saturated{0, 1}));  // beyond 2n bits
   EXPECT_EQ(SatQUShift(-1, 8), (saturated{0, 1}));
   EXPECT_EQ(SatQUShift(power(64) + 7, 8), (saturated{7, 0}));  // the high word is not looked at
 }
@@ -244,7 +252,7 @@ TEST(Saturation, SatShiftLeft) {
 TEST(Saturation, SatShiftLeftU) {
   EXPECT_EQ(SatShiftLeftU(3, 6, 8), (saturated{192, 0}));
   EXPECT_EQ(SatShiftLeftU(3, 7, 8), (saturated{255, 1}));
-  EXPECT_EQ(SatShiftLeftU(0x80, 0, 8), (saturated{0, 1}));  // negative
+  EXPECT_EQ(SatShiftLeftU(0x80, 0, 8), (saturated{0, 1}));   // negative
   EXPECT_EQ(SatShiftLeftU(0x103, 7, 8), (saturated{0, 1}));  // positive at the width, but a bit above is set
   EXPECT_EQ(SatShiftLeftU(1, 200, 8), (saturated{255, 1}));
   EXPECT_EQ(SatShiftLeftU(0, 200, 8), (saturated{0, 0}));
