@@ -209,11 +209,12 @@ std::uint64_t last_a(const PredV& p, const VectorV& a, CpuContext* ctx) {
   return at<T>(a, next < count<T>(ctx) ? next : 0);
 }
 
-// The top element when none is active.
+// The top element when none is active. At length 0 there is none either, and the answer means nothing.
 template <class T>
 std::uint64_t last_b(const PredV& p, const VectorV& a, CpuContext* ctx) {
   const int last = FindLastActive(p, 8 * sizeof(T), ctx);
-  return at<T>(a, last >= 0 ? static_cast<std::size_t>(last) : count<T>(ctx) - 1);
+  const std::size_t n = count<T>(ctx);
+  return at<T>(a, last >= 0 ? static_cast<std::size_t>(last) : n == 0 ? 0 : n - 1);
 }
 
 template <class T>

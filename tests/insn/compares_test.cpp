@@ -53,7 +53,8 @@ TEST(Compare, VectorsAtEverySize) {
   for_each_type([]<class T>() {
     for (const vector_compare& c : vector_compares)
       for (const unsigned d : {0u, 1u})  // Pd apart, and the same as Pg
-        run(c.name, 120,
+        run(
+            c.name, 120,
             [&](cpu_state* s) {
               if (s->x[0] & 1) std::memcpy(s->z[6], s->z[5], vector_bytes / 2);
               return c.function(s, p(d, size_code<T>), zeroing(1), z(5, size_code<T>), z(6, size_code<T>));
@@ -72,7 +73,8 @@ TEST(Compare, EveryImmediateAtEverySize) {
     for (const immediate_compare& c : immediate_compares) {
       const bool is_signed = c.signed_function != nullptr;
       for (int imm = is_signed ? -16 : 0; imm < (is_signed ? 16 : 128); ++imm)
-        run(c.name, 4,
+        run(
+            c.name, 4,
             [&](cpu_state* s) {
               for (std::size_t i = 0; i < sve::lanes<T>; i += 3) sve::store<T>(s->z[5], i, static_cast<T>(imm));
               return is_signed ? c.signed_function(s, p(0, size_code<T>), zeroing(1), z(5, size_code<T>), imm)
@@ -118,7 +120,8 @@ TEST(Compare, Edges) {
 
 TEST(Compare, OtherSizeCodesAre8Bits) {
   for (const unsigned code : {0u, 4u, 5u})
-    run("code", 20, [&](cpu_state* s) { return sve_cmpgt_ppzz(s, p(0, code), zeroing(1), z(5, code), z(6, code)); },
+    run(
+        "code", 20, [&](cpu_state* s) { return sve_cmpgt_ppzz(s, p(0, code), zeroing(1), z(5, code), z(6, code)); },
         [&](cpu_state& e, const cpu_state& s) {
           expect_compare<u8>(e, s, 0, 1, [&](auto i) {
             return static_cast<std::int8_t>(s.z[5][i]) > static_cast<std::int8_t>(s.z[6][i]);

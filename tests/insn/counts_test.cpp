@@ -40,13 +40,22 @@ TEST(CountedScalar, EveryPatternAndMultiplier) {
       const u64 n = u64{count(pattern, size)} * multiplier;
       const counted& f = by_size[size];
       for (const unsigned d : {7u, 31u}) {
-        run("inc", 1, [&](cpu_state* s) { return f.increment(s, x_tied(d), pattern, multiplier); },
-            [&](cpu_state& e, const cpu_state&) { if (d != 31) e.x[d] += n; });
-        run("dec", 1, [&](cpu_state* s) { return f.decrement(s, x_tied(d), pattern, multiplier); },
-            [&](cpu_state& e, const cpu_state&) { if (d != 31) e.x[d] -= n; });
+        run(
+            "inc", 1, [&](cpu_state* s) { return f.increment(s, x_tied(d), pattern, multiplier); },
+            [&](cpu_state& e, const cpu_state&) {
+              if (d != 31) e.x[d] += n;
+            });
+        run(
+            "dec", 1, [&](cpu_state* s) { return f.decrement(s, x_tied(d), pattern, multiplier); },
+            [&](cpu_state& e, const cpu_state&) {
+              if (d != 31) e.x[d] -= n;
+            });
         // No row reaches these, and they ignore the pattern.
-        run("cnt", 1, [&](cpu_state* s) { return f.count_all(s, x(d), pattern, multiplier); },
-            [&](cpu_state& e, const cpu_state&) { if (d != 31) e.x[d] = u64{multiplier} * (112u >> size); });
+        run(
+            "cnt", 1, [&](cpu_state* s) { return f.count_all(s, x(d), pattern, multiplier); },
+            [&](cpu_state& e, const cpu_state&) {
+              if (d != 31) e.x[d] = u64{multiplier} * (112u >> size);
+            });
       }
     });
 }
@@ -60,9 +69,17 @@ void check_vectors() {
       for (T& a : v) a = static_cast<T>(a + amount);
       put(bytes, v);
     };
-    run("inc", 1, [&](cpu_state* s) { return by_size[size_code<T>].increment_vector(s, z_tied(9, size_code<T>), pattern, multiplier); },
+    run(
+        "inc", 1,
+        [&](cpu_state* s) {
+          return by_size[size_code<T>].increment_vector(s, z_tied(9, size_code<T>), pattern, multiplier);
+        },
         [&](cpu_state& e, const cpu_state&) { plus(e.z[9], n); });
-    run("dec", 1, [&](cpu_state* s) { return by_size[size_code<T>].decrement_vector(s, z_tied(9, size_code<T>), pattern, multiplier); },
+    run(
+        "dec", 1,
+        [&](cpu_state* s) {
+          return by_size[size_code<T>].decrement_vector(s, z_tied(9, size_code<T>), pattern, multiplier);
+        },
         [&](cpu_state& e, const cpu_state&) { plus(e.z[9], 0 - u64{n}); });
   });
 }
@@ -85,7 +102,8 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
         const auto check = [&](const char* name, rii* f, unsigned size, bool wide) {
           const u64 n = u64{count(pattern, size)} * multiplier;
           for (const u64 value : {u64{0}, u64{5}, n - 1, n, n + 1, 0xffffffff'00000000 | n, ~u64{0}})
-            run(name, 1,
+            run(
+                name, 1,
                 [&](cpu_state* s) {
                   s->x[7] = value;
                   return f(s, x_tied(d, width), pattern, multiplier);
@@ -110,11 +128,13 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
 TEST(CountPredicate, IncpAndCntp) {
   for_each_type([]<class T>() {
     for (const unsigned d : {7u, 31u}) {
-      run("incp", 200, [&](cpu_state* s) { return sve_incp_rp(s, x_tied(d), p(3, size_code<T>)); },
+      run(
+          "incp", 200, [&](cpu_state* s) { return sve_incp_rp(s, x_tied(d), p(3, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) {
             for (std::size_t i = 0; d != 31 && i < sve::lanes<T>; ++i) e.x[d] += active<T>(s.p[3], i);
           });
-      run("cntp", 200, [&](cpu_state* s) { return sve_cntp_rpp(s, x(d), p(4), p(3, size_code<T>)); },
+      run(
+          "cntp", 200, [&](cpu_state* s) { return sve_cntp_rpp(s, x(d), p(4), p(3, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) {
             if (d == 31) return;
             e.x[d] = 0;
@@ -132,14 +152,19 @@ TEST(Length, AddvlAddplRdvl) {
         const auto expect = [&](cpu_state& e, const cpu_state& s, u64 amount) {
           (d == 31 ? e.sp : e.x[d]) = (n == 31 ? s.sp : s.x[n]) + amount;
         };
-        run("addvl", 2, [&](cpu_state* s) { return sve_addvl_rri(s, xsp(d), xsp(n), imm); },
+        run(
+            "addvl", 2, [&](cpu_state* s) { return sve_addvl_rri(s, xsp(d), xsp(n), imm); },
             [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(112)); });
-        run("addpl", 2, [&](cpu_state* s) { return sve_addpl_rri(s, xsp(d), xsp(n), imm); },
+        run(
+            "addpl", 2, [&](cpu_state* s) { return sve_addpl_rri(s, xsp(d), xsp(n), imm); },
             [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(14)); });
       }
     for (const unsigned d : {7u, 31u})
-      run("rdvl", 1, [&](cpu_state* s) { return sve_rdvl_ri(s, x(d), imm); },
-          [&](cpu_state& e, const cpu_state&) { if (d != 31) e.x[d] = times(112); });
+      run(
+          "rdvl", 1, [&](cpu_state* s) { return sve_rdvl_ri(s, x(d), imm); },
+          [&](cpu_state& e, const cpu_state&) {
+            if (d != 31) e.x[d] = times(112);
+          });
   }
   cpu_state state{};
   sve_rdvl_ri(&state, x(1), -1);

@@ -41,14 +41,18 @@ struct predicate_permute {
   sve::insn::ppp* function;
   index_rule rule;
 };
-const predicate_permute predicate_permutes[] = {
-    {"zip1", sve_zip1_ppp, zip1}, {"zip2", sve_zip2_ppp, zip2}, {"uzp1", sve_uzp1_ppp, uzp1}, {"trn1", sve_trn1_ppp, trn1}};
+const predicate_permute predicate_permutes[] = {{"zip1", sve_zip1_ppp, zip1},
+                                                {"zip2", sve_zip2_ppp, zip2},
+                                                {"uzp1", sve_uzp1_ppp, uzp1},
+                                                {"trn1", sve_trn1_ppp, trn1}};
 
 TEST(Permute, VectorsFollowTheirIndexRule) {
   for_each_type([]<class T>() {
     for (const vector_permute& f : vector_permutes)
       for (const unsigned d : {4u, 5u, 6u})  // the destination apart, or one of the sources
-        run(f.name, 30, [&](cpu_state* s) { return f.function(s, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)); },
+        run(
+            f.name, 30,
+            [&](cpu_state* s) { return f.function(s, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)); },
             [&](cpu_state& e, const cpu_state& s) { permute<T>(e.z[d], s.z[5], s.z[6], f.rule); });
   });
 }
@@ -58,7 +62,9 @@ TEST(Permute, PredicatesFollowTheSameRules) {
   for_each_type([]<class T>() {
     for (const predicate_permute& f : predicate_permutes)
       for (const unsigned d : {4u, 5u, 6u})
-        run(f.name, 60, [&](cpu_state* s) { return f.function(s, p(d, size_code<T>), p(5, size_code<T>), p(6, size_code<T>)); },
+        run(
+            f.name, 60,
+            [&](cpu_state* s) { return f.function(s, p(d, size_code<T>), p(5, size_code<T>), p(6, size_code<T>)); },
             [&](cpu_state& e, const cpu_state& s) { permute<T>(e.p[d], s.p[5], s.p[6], f.rule); });
   });
 }
@@ -85,9 +91,11 @@ TEST(Permute, ReversalsMoveWholeUnits) {
   for_each_type([]<class T>() {
     const index_rule reverse = [](std::size_t i, std::size_t n) { return n - 1 - i; };
     for (const unsigned d : {4u, 5u}) {
-      run("rev", 40, [&](cpu_state* s) { return sve_rev_zz(s, z(d, size_code<T>), z(5, size_code<T>)); },
+      run(
+          "rev", 40, [&](cpu_state* s) { return sve_rev_zz(s, z(d, size_code<T>), z(5, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) { permute<T>(e.z[d], s.z[5], s.z[5], reverse); });
-      run("rev_pp", 40, [&](cpu_state* s) { return sve_rev_pp(s, p(d, size_code<T>), p(5, size_code<T>)); },
+      run(
+          "rev_pp", 40, [&](cpu_state* s) { return sve_rev_pp(s, p(d, size_code<T>), p(5, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) { permute<T>(e.p[d], s.p[5], s.p[5], reverse); });
     }
   });
@@ -96,7 +104,8 @@ TEST(Permute, ReversalsMoveWholeUnits) {
 TEST(Permute, ExtAtEveryStart) {
   for (unsigned imm = 0; imm < 256; ++imm)
     for (const unsigned m : {5u, 6u})
-      run("ext", 2, [&](cpu_state* s) { return sve_ext_zzi(s, z_tied(5, element_b), z(m, element_b), imm); },
+      run(
+          "ext", 2, [&](cpu_state* s) { return sve_ext_zzi(s, z_tied(5, element_b), z(m, element_b), imm); },
           [&](cpu_state& e, const cpu_state& s) {
             for (std::size_t i = 0; i < vector_bytes; ++i) {
               const std::size_t from = i + (imm < vector_bytes ? imm : 0);  // a start beyond the vector counts as 0
@@ -109,7 +118,8 @@ TEST(Permute, TblTakesTheIndexAtFullWidth) {
   for_each_type([]<class T>() {
     constexpr std::size_t n = sve::lanes<T>;
     for (const unsigned d : {4u, 5u, 6u})
-      run("tbl", 60,
+      run(
+          "tbl", 60,
           [&](cpu_state* s) {
             for (std::size_t i = 0; i < n; i += 2) sve::store<T>(s->z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
             return sve_tbl_zzz(s, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>));
@@ -137,20 +147,24 @@ void fill(byte* dst, u64 value) {
 template <class T, class Value, class Otherwise>
 void blend(byte* dst, const byte* predicate, Value value, Otherwise otherwise) {
   vector_of<T> r;
-  for (std::size_t i = 0; i < sve::lanes<T>; ++i) r[i] = active<T>(predicate, i) ? static_cast<T>(value(i)) : static_cast<T>(otherwise(i));
+  for (std::size_t i = 0; i < sve::lanes<T>; ++i)
+    r[i] = active<T>(predicate, i) ? static_cast<T>(value(i)) : static_cast<T>(otherwise(i));
   put(dst, r);
 }
 
 TEST(Dup, ImmediateRegisterAndPattern) {
   for_each_type([]<class T>() {
     for (const int imm : {0, 1, -1, -128, 127, -32768, 32512})
-      run("dup_zi", 2, [&](cpu_state* s) { return sve_dup_zi(s, z(3, size_code<T>), imm); },
+      run(
+          "dup_zi", 2, [&](cpu_state* s) { return sve_dup_zi(s, z(3, size_code<T>), imm); },
           [&](cpu_state& e, const cpu_state&) { fill<T>(e.z[3], static_cast<u64>(static_cast<std::int64_t>(imm))); });
     for (const unsigned n : {0u, 30u, 31u})  // 31 is the stack pointer
-      run("dup_zr", 10, [&](cpu_state* s) { return sve_dup_zr(s, z(3, size_code<T>), xsp(n)); },
+      run(
+          "dup_zr", 10, [&](cpu_state* s) { return sve_dup_zr(s, z(3, size_code<T>), xsp(n)); },
           [&](cpu_state& e, const cpu_state& s) { fill<T>(e.z[3], n == 31 ? s.sp : s.x[n]); });
   });
-  run("dupm", 5, [](cpu_state* s) { return sve_dupm_zi(s, z(3, element_d), {0x00ff00ff12345678}); },
+  run(
+      "dupm", 5, [](cpu_state* s) { return sve_dupm_zi(s, z(3, element_d), {0x00ff00ff12345678}); },
       [](cpu_state& e, const cpu_state&) { fill<u64>(e.z[3], 0x00ff00ff12345678); });
 }
 
@@ -159,7 +173,8 @@ TEST(Dup, IndexedAtEverySizeAndIndex) {
     const std::size_t bytes = std::size_t{1} << size;
     for (unsigned index = 0; index < 128; ++index)
       for (const unsigned n : {3u, 4u})
-        run("dup_zzi", 2, [&](cpu_state* s) { return sve_dup_zzi(s, z(3, size), z(n, size), index); },
+        run(
+            "dup_zzi", 2, [&](cpu_state* s) { return sve_dup_zzi(s, z(3, size), z(n, size), index); },
             [&](cpu_state& e, const cpu_state& s) {
               for (std::size_t i = 0; i < vector_bytes; ++i)
                 e.z[3][i] = index * bytes < vector_bytes ? s.z[n][index * bytes + i % bytes] : 0;
@@ -177,11 +192,13 @@ TEST(Copy, ImmediatesMergeOrZero) {
   for_each_type([]<class T>() {
     for (const unsigned qualifier : {aarch64_p_reg::merging, aarch64_p_reg::zeroing, aarch64_p_reg::bare})
       for (const int imm : {0, -1, 127, -128, 32512, -32768})
-        run("cpy_zpi", 10, [&](cpu_state* s) { return sve_cpy_zpi(s, z(3, size_code<T>), p(9, qualifier), imm); },
+        run(
+            "cpy_zpi", 10, [&](cpu_state* s) { return sve_cpy_zpi(s, z(3, size_code<T>), p(9, qualifier), imm); },
             [&](cpu_state& e, const cpu_state& s) {
               const auto old = elements<T>(s.z[3]);
-              blend<T>(e.z[3], s.p[9], [&](auto) { return static_cast<std::int64_t>(imm); },
-                       [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
+              blend<T>(
+                  e.z[3], s.p[9], [&](auto) { return static_cast<std::int64_t>(imm); },
+                  [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
             });
   });
 }
@@ -189,16 +206,21 @@ TEST(Copy, ImmediatesMergeOrZero) {
 TEST(Copy, ScalarsMerge) {
   for_each_type([]<class T>() {
     for (const unsigned n : {0u, 31u})
-      run("cpy_zpr", 30, [&](cpu_state* s) { return sve_cpy_zpr(s, z(3, size_code<T>), merging(2), xsp(n)); },
+      run(
+          "cpy_zpr", 30, [&](cpu_state* s) { return sve_cpy_zpr(s, z(3, size_code<T>), merging(2), xsp(n)); },
           [&](cpu_state& e, const cpu_state& s) {
             const auto old = elements<T>(s.z[3]);
-            blend<T>(e.z[3], s.p[2], [&](auto) { return n == 31 ? s.sp : s.x[0]; }, [&](auto i) { return old[i]; });
+            blend<T>(
+                e.z[3], s.p[2], [&](auto) { return n == 31 ? s.sp : s.x[0]; }, [&](auto i) { return old[i]; });
           });
     for (const unsigned n : {3u, 4u})
-      run("cpy_zpv", 30, [&](cpu_state* s) { return sve_cpy_zpv(s, z(3, size_code<T>), merging(2), z(n, size_code<T>)); },
+      run(
+          "cpy_zpv", 30,
+          [&](cpu_state* s) { return sve_cpy_zpv(s, z(3, size_code<T>), merging(2), z(n, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) {
             const auto old = elements<T>(s.z[3]), from = elements<T>(s.z[n]);
-            blend<T>(e.z[3], s.p[2], [&](auto) { return from[0]; }, [&](auto i) { return old[i]; });
+            blend<T>(
+                e.z[3], s.p[2], [&](auto) { return from[0]; }, [&](auto i) { return old[i]; });
           });
   });
 }
@@ -206,29 +228,40 @@ TEST(Copy, ScalarsMerge) {
 TEST(Select, ElementsAndPredicateBytes) {
   for_each_type([]<class T>() {
     for (const auto& [n, m] : {std::pair{4u, 5u}, {4u, 4u}, {3u, 5u}, {4u, 3u}})
-      run("sel", 30, [&](cpu_state* s) { return sve_sel_zpzz(s, z_tied(3, size_code<T>), p(2), z(n, size_code<T>), z_tied(m, size_code<T>)); },
+      run(
+          "sel", 30,
+          [&](cpu_state* s) {
+            return sve_sel_zpzz(s, z_tied(3, size_code<T>), p(2), z(n, size_code<T>), z_tied(m, size_code<T>));
+          },
           [&](cpu_state& e, const cpu_state& s) {
             const auto a = elements<T>(s.z[n]), b = elements<T>(s.z[m]);
-            blend<T>(e.z[3], s.p[2], [&](auto i) { return a[i]; }, [&](auto i) { return b[i]; });
+            blend<T>(
+                e.z[3], s.p[2], [&](auto i) { return a[i]; }, [&](auto i) { return b[i]; });
           });
   });
   for (const unsigned d : {0u, 1u, 2u, 3u})
-    run("sel_pppp", 60, [&](cpu_state* s) { return sve_sel_pppp(s, p(d), p(1), p(2), p(3)); },
+    run(
+        "sel_pppp", 60, [&](cpu_state* s) { return sve_sel_pppp(s, p(d), p(1), p(2), p(3)); },
         [&](cpu_state& e, const cpu_state& s) {
           for (std::size_t i = 0; i < vector_bytes; ++i) e.p[d][i] = s.p[1][i] & 1 ? s.p[2][i] : s.p[3][i];
         });
 }
 
 TEST(MovePrefix, CopiesOrBlends) {
-  run("movprfx", 5, [](cpu_state* s) { return sve_movprfx_zz(s, z(3, aarch64_z_reg::none), z(4, aarch64_z_reg::none)); },
+  run(
+      "movprfx", 5,
+      [](cpu_state* s) { return sve_movprfx_zz(s, z(3, aarch64_z_reg::none), z(4, aarch64_z_reg::none)); },
       [](cpu_state& e, const cpu_state& s) { std::memcpy(e.z[3], s.z[4], vector_bytes); });
   for_each_type([]<class T>() {
     for (const unsigned qualifier : {aarch64_p_reg::merging, aarch64_p_reg::zeroing})
-      run("movprfx", 30, [&](cpu_state* s) { return sve_movprfx_zpz(s, z(3, size_code<T>), p(2, qualifier), z(4, size_code<T>)); },
+      run(
+          "movprfx", 30,
+          [&](cpu_state* s) { return sve_movprfx_zpz(s, z(3, size_code<T>), p(2, qualifier), z(4, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) {
             const auto old = elements<T>(s.z[3]), from = elements<T>(s.z[4]);
-            blend<T>(e.z[3], s.p[2], [&](auto i) { return from[i]; },
-                     [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
+            blend<T>(
+                e.z[3], s.p[2], [&](auto i) { return from[i]; },
+                [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
           });
   });
 }
@@ -240,7 +273,8 @@ void check_unpack(const char* name, sve::insn::zz* function, bool high) {
   constexpr std::size_t n = sve::lanes<To>;
   using Raw = std::make_unsigned_t<To>;
   for (const unsigned d : {4u, 5u})
-    run(name, 20, [&](cpu_state* s) { return function(s, z(d, size_code<To>), z(5, size_code<From>)); },
+    run(
+        name, 20, [&](cpu_state* s) { return function(s, z(d, size_code<To>), z(5, size_code<From>)); },
         [&](cpu_state& e, const cpu_state& s) {
           const auto a = elements<From>(s.z[5]);
           vector_of<Raw> r;
@@ -260,7 +294,9 @@ TEST(Unpack, VectorsAndPredicates) {
   check_unpack<std::int64_t, std::int32_t>("sunpkhi s", sve_sunpkhi_s2d_zz, true);
   for (const bool high : {false, true})
     for (const unsigned d : {4u, 5u})
-      run("punpk", 60, [&](cpu_state* s) { return (high ? sve_punpkhi_pp : sve_punpklo_pp)(s, p(d, element_h), p(5, element_b)); },
+      run(
+          "punpk", 60,
+          [&](cpu_state* s) { return (high ? sve_punpkhi_pp : sve_punpklo_pp)(s, p(d, element_h), p(5, element_b)); },
           [&](cpu_state& e, const cpu_state& s) {
             for (std::size_t i = 0; i < 56; ++i) {
               e.p[d][2 * i] = s.p[5][(high ? 56 : 0) + i] & 1;
@@ -283,17 +319,23 @@ TEST(Extract, LastBAndItsConditionalForm) {
   for_each_type([]<class T>() {
     const auto top = [](const cpu_state& s) { return u64{elements<T>(s.z[4]).back()}; };
     for (const unsigned d : {7u, 31u}) {  // a result for 31 is dropped
-      run("lastb_r", 80, [&](cpu_state* s) { return sve_lastb_rpz(s, x(d), p(2), z(4, size_code<T>)); },
+      run(
+          "lastb_r", 80, [&](cpu_state* s) { return sve_lastb_rpz(s, x(d), p(2), z(4, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) {
             if (d != 31) e.x[d] = last_b<T>(s, top(s));
           });
-      run("clastb_r", 80, [&](cpu_state* s) { return sve_clastb_rpz(s, x_tied(d, size_code<T> == 3 ? 3 : 2), p(2), z(4, size_code<T>)); },
+      run(
+          "clastb_r", 80,
+          [&](cpu_state* s) {
+            return sve_clastb_rpz(s, x_tied(d, size_code<T> == 3 ? 3 : 2), p(2), z(4, size_code<T>));
+          },
           [&](cpu_state& e, const cpu_state& s) {
             if (d != 31) e.x[d] = last_b<T>(s, static_cast<T>(s.x[d]));
           });
     }
     for (const unsigned d : {3u, 4u})
-      run("lastb_v", 80, [&](cpu_state* s) { return sve_lastb_vpz(s, d, p(2), z(4, size_code<T>)); },
+      run(
+          "lastb_v", 80, [&](cpu_state* s) { return sve_lastb_vpz(s, d, p(2), z(4, size_code<T>)); },
           [&](cpu_state& e, const cpu_state& s) {
             const u64 value = last_b<T>(s, top(s));
             std::memset(e.z[d], 0, vector_bytes);
@@ -316,14 +358,19 @@ TEST(Index, WrapsAtTheElement) {
     const auto reg = [](const cpu_state& s, unsigned n) { return n == 31 ? 0 : s.x[n]; };  // 31 is zero, not sp
     for (int a = -16; a < 16; a += 3)
       for (int b = -16; b < 16; b += 3)
-        run("index_ii", 1, [&](cpu_state* s) { return sve_index_zii(s, d, a, b); }, [&](cpu_state& e, const cpu_state&) { expect(e, wide(a), wide(b)); });
+        run(
+            "index_ii", 1, [&](cpu_state* s) { return sve_index_zii(s, d, a, b); },
+            [&](cpu_state& e, const cpu_state&) { expect(e, wide(a), wide(b)); });
     for (const unsigned n : {5u, 31u})
       for (const unsigned m : {6u, 31u}) {
-        run("index_rr", 20, [&](cpu_state* s) { return sve_index_zrr(s, d, x(n), x(m)); },
+        run(
+            "index_rr", 20, [&](cpu_state* s) { return sve_index_zrr(s, d, x(n), x(m)); },
             [&](cpu_state& e, const cpu_state& s) { expect(e, reg(s, n), reg(s, m)); });
-        run("index_ir", 20, [&](cpu_state* s) { return sve_index_zir(s, d, -7, x(m)); },
+        run(
+            "index_ir", 20, [&](cpu_state* s) { return sve_index_zir(s, d, -7, x(m)); },
             [&](cpu_state& e, const cpu_state& s) { expect(e, wide(-7), reg(s, m)); });
-        run("index_ri", 20, [&](cpu_state* s) { return sve_index_zri(s, d, x(n), -7); },
+        run(
+            "index_ri", 20, [&](cpu_state* s) { return sve_index_zri(s, d, x(n), -7); },
             [&](cpu_state& e, const cpu_state& s) { expect(e, reg(s, n), wide(-7)); });
       }
   });

@@ -31,7 +31,8 @@ TEST(Ptest, EveryInstanceFollowsTheDefinition) {
   check_ptest<unsigned short>();
   check_ptest<unsigned int>();
   check_ptest<unsigned long>();
-  run("ptest", 500, [](cpu_state* s) { return sve_ptest_pp(s, p(3), p(4)); },
+  run(
+      "ptest", 500, [](cpu_state* s) { return sve_ptest_pp(s, p(3), p(4)); },
       [](cpu_state& e, const cpu_state& s) { define_flags(e, s.p[3], s.p[4], 1); });
 }
 
@@ -82,12 +83,13 @@ TEST(PredicateLogic, CombinesWholeBytesWherePgIsActive) {
   for (const logic& l : logics) {
     for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging}) {
       for (const unsigned d : {0u, 1u, 2u, 3u})  // Pd apart, and the same as each source
-        run(l.name, 60, [&](cpu_state* s) { return l.function(s, p(d), p(1, qualifier), p(2), p(3)); },
+        run(
+            l.name, 60, [&](cpu_state* s) { return l.function(s, p(d), p(1, qualifier), p(2), p(3)); },
             [&](cpu_state& e, const cpu_state& s) {
               for (std::size_t i = 0; i < vector_bytes; ++i)
-                e.p[d][i] = s.p[1][i] & 1                        ? l.op(s.p[2][i], s.p[3][i])
+                e.p[d][i] = s.p[1][i] & 1                         ? l.op(s.p[2][i], s.p[3][i])
                             : qualifier == aarch64_p_reg::zeroing ? 0
-                                                                 : s.p[d][i];
+                                                                  : s.p[d][i];
             });
     }
   }
@@ -95,12 +97,11 @@ TEST(PredicateLogic, CombinesWholeBytesWherePgIsActive) {
 
 TEST(PredicateLogic, NotInvertsBitZeroAlone) {
   for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging})
-    run("not", 200, [&](cpu_state* s) { return sve_not_ppp(s, p(0), p(1, qualifier), p(2)); },
+    run(
+        "not", 200, [&](cpu_state* s) { return sve_not_ppp(s, p(0), p(1, qualifier), p(2)); },
         [&](cpu_state& e, const cpu_state& s) {
           for (std::size_t i = 0; i < vector_bytes; ++i)
-            e.p[0][i] = s.p[1][i] & 1                        ? ~s.p[2][i] & 1
-                        : qualifier == aarch64_p_reg::zeroing ? 0
-                                                             : s.p[0][i];
+            e.p[0][i] = s.p[1][i] & 1 ? ~s.p[2][i] & 1 : qualifier == aarch64_p_reg::zeroing ? 0 : s.p[0][i];
         });
 }
 
@@ -112,21 +113,30 @@ unsigned ptrue_length(unsigned pattern, unsigned size) {
                             vl64[] = {64, 0, 0, 0}, mul4[] = {112, 56, 28, 12}, mul3[] = {111, 54, 27, 12},
                             all[] = {112, 56, 28, 14};
   switch (pattern) {
-    case 0: return pow2[size];
-    case 9: return vl16[size];
-    case 10: return vl32[size];
-    case 11: return vl64[size];
-    case 29: return mul4[size];
-    case 30: return mul3[size];
-    case 31: return all[size];
-    default: return pattern <= 8 ? pattern : 0;
+    case 0:
+      return pow2[size];
+    case 9:
+      return vl16[size];
+    case 10:
+      return vl32[size];
+    case 11:
+      return vl64[size];
+    case 29:
+      return mul4[size];
+    case 30:
+      return mul3[size];
+    case 31:
+      return all[size];
+    default:
+      return pattern <= 8 ? pattern : 0;
   }
 }
 
 TEST(Ptrue, EqualsTheWrittenTable) {
   for_each_type([]<class T>() {
     for (unsigned pattern = 0; pattern < 32; ++pattern)
-      run("ptrue", 2, [&](cpu_state* s) { return sve_ptrue_pi(s, p(5, size_code<T>), pattern); },
+      run(
+          "ptrue", 2, [&](cpu_state* s) { return sve_ptrue_pi(s, p(5, size_code<T>), pattern); },
           [&](cpu_state& e, const cpu_state&) {
             put(e.p[5], canonical<T>([&](auto i) { return i < ptrue_length(pattern, size_code<T>); }));
           });
@@ -134,7 +144,8 @@ TEST(Ptrue, EqualsTheWrittenTable) {
 }
 
 TEST(Ptrue, PfalseClears) {
-  run("pfalse", 5, [](cpu_state* s) { return sve_pfalse_p(s, p(5)); },
+  run(
+      "pfalse", 5, [](cpu_state* s) { return sve_pfalse_p(s, p(5)); },
       [](cpu_state& e, const cpu_state&) { std::memset(e.p[5], 0, vector_bytes); });
 }
 
@@ -159,8 +170,8 @@ wide scalar(u64 value, bool is_signed, unsigned width_code) {
 // Around every limit of both widths and signs, with and without garbage in the upper half.
 std::vector<u64> limits() {
   std::vector<u64> v;
-  for (const u64 centre : {u64{0}, u64{0x7fffffff}, u64{0xffffffff}, u64{0x100000000}, u64{0x7fffffffffffffff},
-                           ~u64{0}, u64{0xdeadbeef'7fffffff}, u64{0x80000000'ffffffff}})
+  for (const u64 centre : {u64{0}, u64{0x7fffffff}, u64{0xffffffff}, u64{0x100000000}, u64{0x7fffffffffffffff}, ~u64{0},
+                           u64{0xdeadbeef'7fffffff}, u64{0x80000000'ffffffff}})
     for (const int d : {-120, -113, -112, -57, -56, -28, -15, -14, -13, -2, -1, 0, 1, 2, 14, 28, 56, 112, 113})
       v.push_back(centre + static_cast<u64>(static_cast<std::int64_t>(d)));
   return v;
@@ -175,7 +186,8 @@ void check_while(const counter& c, unsigned width, u64 n, u64 m) {
   state.x[2] = m;
   expected = state;
   const wide first = scalar(n, c.is_signed, width), limit = scalar(m, c.is_signed, width);
-  // One answer is not the exact comparison's: a limit that cannot be passed at the scalar's width makes every element true.
+  // One answer is not the exact comparison's: a limit that cannot be passed at the scalar's width makes every element
+  // true.
   const bool endless = c.or_equal && limit == scalar(~u64{0}, false, width);
   bool running = true;
   const auto result = canonical<T>([&](std::size_t i) {
@@ -187,7 +199,8 @@ void check_while(const counter& c, unsigned width, u64 n, u64 m) {
   const auto all = canonical<T>([](auto) { return true; });
   define_flags(expected, all.data(), result.data(), sizeof(T));
   ASSERT_EQ(c.function(&state, p(4, size_code<T>), x(1, width), x(2, width)), 0);
-  ASSERT_EQ(difference(expected, state), "") << c.name << sizeof(T) << " width " << width << std::hex << " " << n << " " << m;
+  ASSERT_EQ(difference(expected, state), "")
+      << c.name << sizeof(T) << " width " << width << std::hex << " " << n << " " << m;
 }
 
 TEST(While, IsExactAtTheLimitsOfBothWidthsAndSigns) {
@@ -232,7 +245,9 @@ TEST(Break, AAndBFollowTheRunningFlag) {
   for (const bool after : {true, false})
     for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging})
       for (const unsigned d : {0u, 1u, 2u})
-        run("brk", 200, [&](cpu_state* s) { return (after ? sve_brka_ppp : sve_brkb_ppp)(s, p(d), p(1, qualifier), p(2)); },
+        run(
+            "brk", 200,
+            [&](cpu_state* s) { return (after ? sve_brka_ppp : sve_brkb_ppp)(s, p(d), p(1, qualifier), p(2)); },
             [&](cpu_state& e, const cpu_state& s) {
               bool running = true;
               for (std::size_t i = 0; i < vector_bytes; ++i) {
@@ -256,7 +271,9 @@ int last_active(const byte* predicate) {
 
 TEST(Break, NKeepsOrClearsAndItsFlagsHaveAnAllTrueMask) {
   for (const bool with_flags : {false, true})
-    run("brkn", 600, [&](cpu_state* s) { return (with_flags ? sve_brkns_ppp : sve_brkn_ppp)(s, p_tied(0, 0), zeroing(1), p(2)); },
+    run(
+        "brkn", 600,
+        [&](cpu_state* s) { return (with_flags ? sve_brkns_ppp : sve_brkn_ppp)(s, p_tied(0, 0), zeroing(1), p(2)); },
         [&](cpu_state& e, const cpu_state& s) {
           const int last = last_active(s.p[1]);
           if (last < 0 || s.p[2][last] == 0) std::memset(e.p[0], 0, vector_bytes);  // the whole byte counts
@@ -273,8 +290,11 @@ TEST(Break, NKeepsOrClearsAndItsFlagsHaveAnAllTrueMask) {
 TEST(Break, PbStopsBeforeTheBreak) {
   for (const bool with_flags : {false, true})
     for (const unsigned d : {0u, 1u, 2u, 3u})
-      run("brkpb", 300,
-          [&](cpu_state* s) { return (with_flags ? sve_brkpbs_pppp : sve_brkpb_pppp)(s, p(d), zeroing(1), p(2), p(3)); },
+      run(
+          "brkpb", 300,
+          [&](cpu_state* s) {
+            return (with_flags ? sve_brkpbs_pppp : sve_brkpb_pppp)(s, p(d), zeroing(1), p(2), p(3));
+          },
           [&](cpu_state& e, const cpu_state& s) {
             const int at = last_active(s.p[1]);
             bool last = at >= 0 && s.p[2][at] != 0;
@@ -293,7 +313,8 @@ TEST(Break, PbStopsBeforeTheBreak) {
 
 TEST(Pnext, FindsTheFirstActiveElementAfterTheLastOne) {
   for_each_type([]<class T>() {
-    run("pnext", 800, [](cpu_state* s) { return sve_pnext_pp(s, p_tied(3, size_code<T>), p(4)); },
+    run(
+        "pnext", 800, [](cpu_state* s) { return sve_pnext_pp(s, p_tied(3, size_code<T>), p(4)); },
         [](cpu_state& e, const cpu_state& s) {
           std::size_t next = 0;
           for (std::size_t i = 0; i < sve::lanes<T>; ++i)
@@ -324,11 +345,18 @@ TEST(Pnext, Edges) {
 // ---- First-fault register ----
 
 TEST(FirstFaultRegister, IsCopiedByteForByte) {
-  run("setffr", 5, [](cpu_state* s) { return sve_setffr(s); }, [](cpu_state& e, const cpu_state&) { std::memset(e.ffr, 1, vector_bytes); });
-  run("wrffr", 50, [](cpu_state* s) { return sve_wrffr_p(s, p(7)); }, [](cpu_state& e, const cpu_state& s) { std::memcpy(e.ffr, s.p[7], vector_bytes); });
-  run("rdffr", 50, [](cpu_state* s) { return sve_rdffr_p(s, p(7)); }, [](cpu_state& e, const cpu_state& s) { std::memcpy(e.p[7], s.ffr, vector_bytes); });
+  run(
+      "setffr", 5, [](cpu_state* s) { return sve_setffr(s); },
+      [](cpu_state& e, const cpu_state&) { std::memset(e.ffr, 1, vector_bytes); });
+  run(
+      "wrffr", 50, [](cpu_state* s) { return sve_wrffr_p(s, p(7)); },
+      [](cpu_state& e, const cpu_state& s) { std::memcpy(e.ffr, s.p[7], vector_bytes); });
+  run(
+      "rdffr", 50, [](cpu_state* s) { return sve_rdffr_p(s, p(7)); },
+      [](cpu_state& e, const cpu_state& s) { std::memcpy(e.p[7], s.ffr, vector_bytes); });
   for (const unsigned d : {7u, 8u})
-    run("rdffr_pp", 100, [&](cpu_state* s) { return sve_rdffr_pp(s, p(d), zeroing(8)); },
+    run(
+        "rdffr_pp", 100, [&](cpu_state* s) { return sve_rdffr_pp(s, p(d), zeroing(8)); },
         [&](cpu_state& e, const cpu_state& s) {
           for (std::size_t i = 0; i < vector_bytes; ++i) e.p[d][i] = s.ffr[i] & s.p[8][i];
         });

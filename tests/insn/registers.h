@@ -1,5 +1,5 @@
-// What the tests of instruction functions share: random machine states, registers as element arrays, operand records, and
-// a comparison of whole states, so that every test also checks that nothing else has changed.
+// What the tests of instruction functions share: random machine states, registers as element arrays, operand records,
+// and a comparison of whole states, so that every test also checks that nothing else has changed.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -68,8 +68,8 @@ inline aarch64_i_reg x_tied(unsigned number, unsigned size = element_d) {
 }
 inline aarch64_i_rsp_reg xsp(unsigned number) { return {number, element_d}; }
 
-/// A predicate of one of several kinds: none, all, sparse, dense, and, unless only 0 and 1 are wanted, bytes with other bits
-/// than bit 0 set.
+/// A predicate of one of several kinds: none, all, sparse, dense, and, unless only 0 and 1 are wanted, bytes with other
+/// bits than bit 0 set.
 template <class Rng>
 void random_predicate(byte* bytes, Rng& random, bool only_bits = false) {
   const unsigned kind = static_cast<unsigned>(random() % 6);
@@ -85,9 +85,17 @@ void random_predicate(byte* bytes, Rng& random, bool only_bits = false) {
   }
 }
 
-inline constexpr u64 edge_words[] = {0, 1, ~u64{0}, 0x8000000000000000, 0x7fffffffffffffff, 0x80000000'7fffffff,
-                                     0x8000'7fff'0001'ffff, 0x80'7f'01'ff'00'fe'81'7e, 0x0000000500000040,
-                                     0x0020'0010'000f'0100, 0x08'07'09'40'3f'00'01'02};
+inline constexpr u64 edge_words[] = {0,
+                                     1,
+                                     ~u64{0},
+                                     0x8000000000000000,
+                                     0x7fffffffffffffff,
+                                     0x80000000'7fffffff,
+                                     0x8000'7fff'0001'ffff,
+                                     0x80'7f'01'ff'00'fe'81'7e,
+                                     0x0000000500000040,
+                                     0x0020'0010'000f'0100,
+                                     0x08'07'09'40'3f'00'01'02};
 
 template <class Rng>
 void random_vector(byte* bytes, Rng& random) {

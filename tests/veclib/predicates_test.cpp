@@ -1,7 +1,8 @@
 // Flags, queries, generation, logic and partition of predicates in the vector library, and the pattern lengths.
+#include "sve/insn/predicates.h"
+
 #include <vector>
 
-#include "sve/insn/predicates.h"
 #include "sve/state/patterns.h"
 #include "values.h"
 
@@ -26,7 +27,8 @@ int restated_length(unsigned pattern, int n) {
 
 TEST(VecTrueILength, EveryPatternAndCount) {
   for (unsigned pattern = 0; pattern < 32; ++pattern)
-    for (int n = 0; n <= 256; ++n) ASSERT_EQ(VecTrueILength(pattern, n), restated_length(pattern, n)) << pattern << " of " << n;
+    for (int n = 0; n <= 256; ++n)
+      ASSERT_EQ(VecTrueILength(pattern, n), restated_length(pattern, n)) << pattern << " of " << n;
   EXPECT_EQ(VecTrueILength(0, 0), 1);
   EXPECT_EQ(VecTrueILength(31, 7), 6);
   EXPECT_EQ(VecTrueILength(13, 112), 0);
@@ -162,17 +164,24 @@ const logic logics[] = {
 
 TEST(Logic, BitsAndFlagsAlsoAtLengthZero) {
   for (const logic& l : logics) {
-    const auto result = [&](const operands& o) { return bits_of([&](auto i) { return bit(o.p, i) && l.op(bit(o.q, i), bit(o.r, i)); }); };
-    run(l.name, 60, [&](const operands& o, CpuContext* c) { return l.plain(o.p, o.q, o.r, c); },
+    const auto result = [&](const operands& o) {
+      return bits_of([&](auto i) { return bit(o.p, i) && l.op(bit(o.q, i), bit(o.r, i)); });
+    };
+    run(
+        l.name, 60, [&](const operands& o, CpuContext* c) { return l.plain(o.p, o.q, o.r, c); },
         [&](const operands& o, CpuContext&) { return result(o); }, true);
-    run(l.name, 60, [&](const operands& o, CpuContext* c) { return l.flagged(o.p, o.q, o.r, c); },
+    run(
+        l.name, 60, [&](const operands& o, CpuContext* c) { return l.flagged(o.p, o.q, o.r, c); },
         [&](const operands& o, CpuContext& c) {
           define_flags(c, o.p, result(o), 1);
           return result(o);
-        }, true);
+        },
+        true);
   }
-  run("sel", 60, [](const operands& o, CpuContext* c) { return VecPSelPP(o.p, o.q, o.r, c); },
-      [](const operands& o, CpuContext&) { return bits_of([&](auto i) { return bit(bit(o.p, i) ? o.q : o.r, i); }); }, true);
+  run(
+      "sel", 60, [](const operands& o, CpuContext* c) { return VecPSelPP(o.p, o.q, o.r, c); },
+      [](const operands& o, CpuContext&) { return bits_of([&](auto i) { return bit(bit(o.p, i) ? o.q : o.r, i); }); },
+      true);
 }
 
 // ---- Generation ----
@@ -184,14 +193,17 @@ void check_true(sve::routine::pattern_p* plain, sve::routine::pattern_p* flagged
       const int n = restated_length(pattern, static_cast<int>(count<T>(c)));
       return canonical<T>(c, [&](auto e) { return static_cast<int>(e) < n; });
     };
-    run("ptrue", 2, [&](const operands&, CpuContext* c) { return plain(pattern, c); },
+    run(
+        "ptrue", 2, [&](const operands&, CpuContext* c) { return plain(pattern, c); },
         [&](const operands&, CpuContext& c) { return result(c); }, true);
-    run("ptrues", 2, [&](const operands&, CpuContext* c) { return flagged(pattern, c); },
+    run(
+        "ptrues", 2, [&](const operands&, CpuContext* c) { return flagged(pattern, c); },
         [&](const operands&, CpuContext& c) {
           const PredV r = result(c);
           define_flags(c, r, r, sizeof(T));  // its own mask
           return r;
-        }, true);
+        },
+        true);
   }
 }
 
@@ -199,12 +211,15 @@ TEST(Generate, TrueByPattern) {
 #define CHECK(Type, T) check_true<T>(Vec##Type##TrueI, Vec##Type##TrueFlgI);
   FOR_PREDICATES(CHECK)
 #undef CHECK
-  run("pfalse", 3, [](const operands&, CpuContext* c) { return VecPFalse(c); }, [](const operands&, CpuContext&) { return PredV{}; }, true);
+  run(
+      "pfalse", 3, [](const operands&, CpuContext* c) { return VecPFalse(c); },
+      [](const operands&, CpuContext&) { return PredV{}; }, true);
 }
 
 std::vector<u64> limits() {
   std::vector<u64> v;
-  for (const u64 centre : {u64{0}, u64{0x7fffffff}, u64{0xffffffff}, u64{0x7fffffffffffffff}, ~u64{0}, u64{0xdeadbeef'7fffffff}})
+  for (const u64 centre :
+       {u64{0}, u64{0x7fffffff}, u64{0xffffffff}, u64{0x7fffffffffffffff}, ~u64{0}, u64{0xdeadbeef'7fffffff}})
     for (const int d : {-256, -112, -57, -14, -3, -1, 0, 1, 2, 14, 112, 255})
       v.push_back(centre + static_cast<u64>(static_cast<s64>(d)));
   return v;
@@ -230,19 +245,20 @@ void check_while(const char* name, Routine* routine, bool or_equal) {
         define_flags(expected, bits_of([](auto) { return true; }), result, sizeof(T));
         CpuContext actual = c;
         const PredV r = routine(static_cast<Operand>(n), static_cast<Operand>(m), &actual);
-        ASSERT_EQ(difference(result, r, c) + difference(expected, actual), "") << name << sizeof(T) << std::hex << " " << n << " " << m;
+        ASSERT_EQ(difference(result, r, c) + difference(expected, actual), "")
+            << name << sizeof(T) << std::hex << " " << n << " " << m;
       }
 }
 
 TEST(Generate, WhileIsExactAtTheLimitsOfBothWidths) {
-#define CHECK(Type, T)                                                                                          \
-  {                                                                                                             \
-    using four = std::conditional_t<std::is_signed_v<T>, s32, u32>;                                             \
-    using eight = std::conditional_t<std::is_signed_v<T>, s64, u64>;                                            \
-    check_while<T, four>("lt4 " #Type, Vec##Type##While4LTSS, false);                                           \
-    check_while<T, eight>("lt8 " #Type, Vec##Type##While8LTSS, false);                                          \
-    check_while<T, four>("le4 " #Type, Vec##Type##While4LESS, true);                                            \
-    check_while<T, eight>("le8 " #Type, Vec##Type##While8LESS, true);                                           \
+#define CHECK(Type, T)                                                 \
+  {                                                                    \
+    using four = std::conditional_t<std::is_signed_v<T>, s32, u32>;    \
+    using eight = std::conditional_t<std::is_signed_v<T>, s64, u64>;   \
+    check_while<T, four>("lt4 " #Type, Vec##Type##While4LTSS, false);  \
+    check_while<T, eight>("lt8 " #Type, Vec##Type##While8LTSS, false); \
+    check_while<T, four>("le4 " #Type, Vec##Type##While4LESS, true);   \
+    check_while<T, eight>("le8 " #Type, Vec##Type##While8LESS, true);  \
   }
   FOR_INTEGERS(CHECK)
 #undef CHECK
@@ -257,7 +273,10 @@ TEST(Terminate, WritesNAndVAlone) {
   struct {
     sve::routine::terminate* routine;
     bool narrow, equal;
-  } const routines[] = {{VecU32CTermEQ, true, true}, {VecU32CTermNE, true, false}, {VecU64CTermEQ, false, true}, {VecU64CTermNE, false, false}};
+  } const routines[] = {{VecU32CTermEQ, true, true},
+                        {VecU32CTermNE, true, false},
+                        {VecU64CTermEQ, false, true},
+                        {VecU64CTermNE, false, false}};
   for (const auto& r : routines)
     for (const auto& [a, b] : {std::pair<u64, u64>{5, 5}, {5, 6}, {0x1'00000005, 5}, {0, ~u64{0}}})
       for (u32 before = 0; before < 16; ++before) {
@@ -294,34 +313,43 @@ TEST(Break, AAndB) {
     sve::routine::ppp *zeroing, *flagged;
     sve::routine::pppp* merging;
     bool after;
-  } const breaks[] = {{"brka", VecPBreakAPZ, VecPBreakAFlgPZ, VecPBreakAPM, true}, {"brkb", VecPBreakBPZ, VecPBreakBFlgPZ, VecPBreakBPM, false}};
+  } const breaks[] = {{"brka", VecPBreakAPZ, VecPBreakAFlgPZ, VecPBreakAPM, true},
+                      {"brkb", VecPBreakBPZ, VecPBreakBFlgPZ, VecPBreakBPM, false}};
   for (const auto& b : breaks) {
-    run(b.name, 200, [&](const operands& o, CpuContext* c) { return b.zeroing(o.p, o.q, c); },
+    run(
+        b.name, 200, [&](const operands& o, CpuContext* c) { return b.zeroing(o.p, o.q, c); },
         [&](const operands& o, CpuContext&) { return brk(o.p, o.q, b.after); }, true);
-    run(b.name, 200, [&](const operands& o, CpuContext* c) { return b.flagged(o.p, o.q, c); },
+    run(
+        b.name, 200, [&](const operands& o, CpuContext* c) { return b.flagged(o.p, o.q, c); },
         [&](const operands& o, CpuContext& c) {
           const PredV r = brk(o.p, o.q, b.after);
           define_flags(c, o.p, r, 1);
           return r;
-        }, true);
-    run(b.name, 200, [&](const operands& o, CpuContext* c) { return b.merging(o.r, o.p, o.q, c); },
+        },
+        true);
+    run(
+        b.name, 200, [&](const operands& o, CpuContext* c) { return b.merging(o.r, o.p, o.q, c); },
         [&](const operands& o, CpuContext&) {
           const PredV r = brk(o.p, o.q, b.after);
           return bits_of([&](auto i) { return bit(bit(o.p, i) ? r : o.r, i); });
-        }, true);
+        },
+        true);
   }
 }
 
 TEST(Break, Next) {
   const auto result = [](const operands& o, const CpuContext& c) { return last_true(o.p, o.q, c) ? o.r : PredV{}; };
-  run("brkn", 300, [](const operands& o, CpuContext* c) { return VecPBreakNextPZ(o.p, o.q, o.r, c); },
+  run(
+      "brkn", 300, [](const operands& o, CpuContext* c) { return VecPBreakNextPZ(o.p, o.q, o.r, c); },
       [&](const operands& o, CpuContext& c) { return result(o, c); }, true);
-  run("brkns", 300, [](const operands& o, CpuContext* c) { return VecPBreakNextFlgPZ(o.p, o.q, o.r, c); },
+  run(
+      "brkns", 300, [](const operands& o, CpuContext* c) { return VecPBreakNextFlgPZ(o.p, o.q, o.r, c); },
       [&](const operands& o, CpuContext& c) {
         const PredV r = result(o, c);
         define_flags(c, bits_of([](auto) { return true; }), r, 1);  // an all-true mask, not the governing one
         return r;
-      }, true);
+      },
+      true);
 }
 
 TEST(Break, Previous) {
@@ -329,24 +357,31 @@ TEST(Break, Previous) {
     const char* name;
     sve::routine::pppp *plain, *flagged;
     bool after;
-  } const breaks[] = {{"brkpa", VecPBreakPrevAPZ, VecPBreakPrevAFlgPZ, true}, {"brkpb", VecPBreakPrevBPZ, VecPBreakPrevBFlgPZ, false}};
+  } const breaks[] = {{"brkpa", VecPBreakPrevAPZ, VecPBreakPrevAFlgPZ, true},
+                      {"brkpb", VecPBreakPrevBPZ, VecPBreakPrevBFlgPZ, false}};
   for (const auto& b : breaks) {
-    const auto result = [&](const operands& o, const CpuContext& c) { return brk(o.p, o.r, b.after, last_true(o.p, o.q, c)); };
-    run(b.name, 300, [&](const operands& o, CpuContext* c) { return b.plain(o.p, o.q, o.r, c); },
+    const auto result = [&](const operands& o, const CpuContext& c) {
+      return brk(o.p, o.r, b.after, last_true(o.p, o.q, c));
+    };
+    run(
+        b.name, 300, [&](const operands& o, CpuContext* c) { return b.plain(o.p, o.q, o.r, c); },
         [&](const operands& o, CpuContext& c) { return result(o, c); }, true);
-    run(b.name, 300, [&](const operands& o, CpuContext* c) { return b.flagged(o.p, o.q, o.r, c); },
+    run(
+        b.name, 300, [&](const operands& o, CpuContext* c) { return b.flagged(o.p, o.q, o.r, c); },
         [&](const operands& o, CpuContext& c) {
           const PredV r = result(o, c);
           define_flags(c, o.p, r, 1);
           return r;
-        }, true);
+        },
+        true);
   }
 }
 
 // ---- Queries ----
 
 TEST(Query, FirstActiveAlsoAtLengthZero) {
-  run("pfirst", 300, [](const operands& o, CpuContext* c) { return VecPSetFirstActiveP(o.p, o.q, c); },
+  run(
+      "pfirst", 300, [](const operands& o, CpuContext* c) { return VecPSetFirstActiveP(o.p, o.q, c); },
       [](const operands& o, CpuContext& c) {
         bool found = false;
         const PredV r = bits_of([&](auto i) {
@@ -355,12 +390,14 @@ TEST(Query, FirstActiveAlsoAtLengthZero) {
         });
         define_flags(c, o.p, r, 1);
         return r;
-      }, true);
+      },
+      true);
 }
 
 template <class T>
 void check_next(sve::routine::ppp* routine) {
-  run("pnext", 400, [&](const operands& o, CpuContext* c) { return routine(o.p, o.q, c); },
+  run(
+      "pnext", 400, [&](const operands& o, CpuContext* c) { return routine(o.p, o.q, c); },
       [](const operands& o, CpuContext& c) {
         std::size_t next = 0;
         for (std::size_t e = 0; e < count<T>(c); ++e)
@@ -369,33 +406,44 @@ void check_next(sve::routine::ppp* routine) {
         const PredV r = canonical<T>(c, [&](auto e) { return e == next; });
         define_flags(c, o.p, r, sizeof(T));
         return r;
-      }, true);
+      },
+      true);
 }
 
 TEST(Query, NextActiveAndTest) {
 #define CHECK(Type, T) check_next<T>(Vec##Type##GenNextP);
   FOR_PREDICATES(CHECK)
 #undef CHECK
-  run("ptest", 200, [](const operands& o, CpuContext* c) { return VecPTestPZ(o.p, o.q, c), PredV{}; },
+  run(
+      "ptest", 200, [](const operands& o, CpuContext* c) { return VecPTestPZ(o.p, o.q, c), PredV{}; },
       [](const operands& o, CpuContext& c) { return define_flags(c, o.p, o.q, 1), PredV{}; }, true);
 }
 
 // ---- First-fault register ----
 
 TEST(FirstFaultRegister, OfTheContext) {
-  const auto and_ffr = [](const operands& o, const CpuContext& c) { return bits_of([&](auto i) { return bit(o.p, i) && bit(c.ffr, i); }); };
-  run("actual", 60, [](const operands& o, CpuContext* c) { return VecPActualP(o.p, c); },
+  const auto and_ffr = [](const operands& o, const CpuContext& c) {
+    return bits_of([&](auto i) { return bit(o.p, i) && bit(c.ffr, i); });
+  };
+  run(
+      "actual", 60, [](const operands& o, CpuContext* c) { return VecPActualP(o.p, c); },
       [&](const operands& o, CpuContext& c) { return and_ffr(o, c); }, true);
-  run("actual flags", 60, [](const operands& o, CpuContext* c) { return VecPActualFlgP(o.p, c); },
+  run(
+      "actual flags", 60, [](const operands& o, CpuContext* c) { return VecPActualFlgP(o.p, c); },
       [&](const operands& o, CpuContext& c) {
         const PredV r = and_ffr(o, c);
         define_flags(c, o.p, r, 1);
         return r;
-      }, true);
-  run("read", 20, [](const operands&, CpuContext* c) { return VecPReadFFSRP(c); }, [](const operands&, CpuContext& c) { return c.ffr; }, true);
-  run("clear", 20, [](const operands&, CpuContext* c) { return VecPClearFFSR(c), PredV{}; },
+      },
+      true);
+  run(
+      "read", 20, [](const operands&, CpuContext* c) { return VecPReadFFSRP(c); },
+      [](const operands&, CpuContext& c) { return c.ffr; }, true);
+  run(
+      "clear", 20, [](const operands&, CpuContext* c) { return VecPClearFFSR(c), PredV{}; },
       [](const operands&, CpuContext& c) { return c.ffr = bits_of([](auto) { return true; }), PredV{}; }, true);
-  run("write", 20, [](const operands& o, CpuContext* c) { return VecPWriteFFSRP(o.p, c), PredV{}; },
+  run(
+      "write", 20, [](const operands& o, CpuContext* c) { return VecPWriteFFSRP(o.p, c), PredV{}; },
       [](const operands& o, CpuContext& c) { return c.ffr = o.p, PredV{}; }, true);
 }
 

@@ -29,13 +29,22 @@ using s32 = std::int32_t;
 using s64 = std::int64_t;
 using wide = __int128;
 
-/// Lengths in granules: the smallest, the one that `cpu_ctxt` names, one that is no power of two, the model's, the largest.
+/// Lengths in granules: the smallest, the one that `cpu_ctxt` names, one that is no power of two, the model's, the
+/// largest.
 inline constexpr u32 lengths[] = {1, 2, 6, 14, 32};
 inline constexpr u32 lengths_and_zero[] = {0, 1, 2, 6, 14, 32};
 
-inline constexpr u64 edge_words[] = {0, 1, ~u64{0}, 0x8000000000000000, 0x7fffffffffffffff, 0x80000000'7fffffff,
-                                     0x8000'7fff'0001'ffff, 0x80'7f'01'ff'00'fe'81'7e, 0x0000000500000040,
-                                     0x0020'0010'000f'0100, 0x08'07'09'40'3f'00'01'02};
+inline constexpr u64 edge_words[] = {0,
+                                     1,
+                                     ~u64{0},
+                                     0x8000000000000000,
+                                     0x7fffffffffffffff,
+                                     0x80000000'7fffffff,
+                                     0x8000'7fff'0001'ffff,
+                                     0x80'7f'01'ff'00'fe'81'7e,
+                                     0x0000000500000040,
+                                     0x0020'0010'000f'0100,
+                                     0x08'07'09'40'3f'00'01'02};
 
 template <class Rng>
 u64 random_word(Rng& random) {
@@ -96,7 +105,8 @@ template <class T, class Test>
 PredV canonical(const CpuContext& c, Test test) {
   const std::size_t n = count<T>(c);
   PredV p{};
-  for (std::size_t e = 0; e < n; ++e) p.words[e * sizeof(T) / 64] |= u64{static_cast<bool>(test(e))} << (e * sizeof(T) % 64);
+  for (std::size_t e = 0; e < n; ++e)
+    p.words[e * sizeof(T) / 64] |= u64{static_cast<bool>(test(e))} << (e * sizeof(T) % 64);
   return p;
 }
 
@@ -110,8 +120,8 @@ inline std::string flags(const CpuContext& c) {
   return s;
 }
 
-/// N, Z and C by their definition in the library: the mask at its first bit, the result at any bit of the group for Z and
-/// C and at the first bit for N.
+/// N, Z and C by their definition in the library: the mask at its first bit, the result at any bit of the group for Z
+/// and C and at the first bit for N.
 struct answer {
   bool any_active = false, any = false, n = false, c = true;
 };
@@ -156,7 +166,8 @@ inline std::string difference(const CpuContext& expected, const CpuContext& actu
 }
 inline std::string difference(const PredV& expected, const PredV& actual, const CpuContext& c) {
   for (std::size_t i = 0; i < c.vl_word * std::size_t{8}; ++i)
-    if (bit(expected, i) != bit(actual, i)) return "bit " + std::to_string(i) + ", at " + std::to_string(c.vl_word) + " granules";
+    if (bit(expected, i) != bit(actual, i))
+      return "bit " + std::to_string(i) + ", at " + std::to_string(c.vl_word) + " granules";
   return "";
 }
 inline std::string difference(const VectorV& expected, const VectorV& actual, const CpuContext& c) {
@@ -180,12 +191,12 @@ struct operands {
 };
 template <class Rng>
 operands random_operands(Rng& random) {
-  return {random_vector(random), random_vector(random), random_vector(random), random_predicate(random),
-          random_predicate(random), random_predicate(random), random_word(random), random_word(random)};
+  return {random_vector(random),    random_vector(random),    random_vector(random), random_predicate(random),
+          random_predicate(random), random_predicate(random), random_word(random),   random_word(random)};
 }
 
-/// Runs `call` at every length on random operands. `expect` gives the result from the operands and the context, in which
-/// it also makes the changes that the call must make; it is handed the context before the call.
+/// Runs `call` at every length on random operands. `expect` gives the result from the operands and the context, in
+/// which it also makes the changes that the call must make; it is handed the context before the call.
 template <class Call, class Expect>
 void run(std::string_view name, int cases, Call call, Expect expect, bool zero_too = false) {
   Random random(std::hash<std::string_view>{}(name));

@@ -1,0 +1,139 @@
+// Shifts and bit reversal as instruction functions. An amount is the whole unsigned element.
+#include "registers.h"
+
+namespace {
+
+using namespace insn_test;
+
+template <class T>
+T left(T a, u64 n) {
+  return n >= 8 * sizeof(T) ? T{0} : static_cast<T>(u64{a} << n);
+}
+template <class T>
+T right(T a, u64 n) {
+  return n >= 8 * sizeof(T) ? T{0} : static_cast<T>(a >> n);
+}
+template <class T>
+T right_arithmetic(T a, u64 n) {
+  const __int128 x = static_cast<std::make_signed_t<T>>(a);
+  return static_cast<T>(x >> (n > 100 ? 100 : n));
+}
+
+enum shift { lsl, lsr, asr };
+template <class T>
+T shifted(shift kind, T a, u64 n) {
+  return kind == lsl ? left(a, n) : kind == lsr ? right(a, n) : right_arithmetic(a, n);
+}
+
+template <class T>
+void check_vector(shift kind, sve::insn::zpz* function, unsigned code) {
+  for (const unsigned m : {6u, 5u})
+    run(
+        "vector", 200, [&](cpu_state* s) { return function(s, z_tied(5, code), merging(1), z(m, code)); },
+        [&](cpu_state& e, const cpu_state& s) {
+          auto a = elements<T>(s.z[5]);
+          const auto n = elements<T>(s.z[m]);
+          for (std::size_t i = 0; i < a.size(); ++i)
+            if (active<T>(s.p[1], i)) a[i] = shifted(kind, a[i], n[i]);
+          put(e.z[5], a);
+        });
+}
+
+TEST(Shift, ByVectorOnWholeAmounts) {
+  for_each_type([]<class T>() {
+    check_vector<T>(lsl, sve_lsl_zpz, size_code<T>);
+    check_vector<T>(lsr, sve_lsr_zpz, size_code<T>);
+    check_vector<T>(asr, sve_asr_zpz, size_code<T>);
+  });
+  check_vector<u8>(lsl, sve_lsl_zpz, 7);
+}
+
+// One element by one amount.
+template <class T>
+T one(sve::insn::zpz* function, T a, T n) {
+  cpu_state state{};
+  std::memset(state.p[0], 1, vector_bytes);
+  vector_of<T> v;
+  v.fill(a);
+  put(state.z[0], v);
+  v.fill(n);
+  put(state.z[1], v);
+  function(&state, z_tied(0, size_code<T>), merging(0), z(1, size_code<T>));
+  return elements<T>(state.z[0])[1];
+}
+
+TEST(Shift, EdgeAmounts) {
+  for_each_type([]<class T>() {
+    constexpr T width = 8 * sizeof(T), negative = static_cast<T>(T{1} << (width - 1)), ones = static_cast<T>(~T{0});
+    for (const T n : {width, static_cast<T>(width + 1), negative, ones}) {
+      EXPECT_EQ(one<T>(sve_lsl_zpz, ones, n), 0);
+      EXPECT_EQ(one<T>(sve_lsr_zpz, ones, n), 0);
+      EXPECT_EQ(one<T>(sve_asr_zpz, negative, n), ones);
+      EXPECT_EQ(one<T>(sve_asr_zpz, static_cast<T>(negative - 1), n), 0);
+    }
+    EXPECT_EQ(one<T>(sve_asr_zpz, negative, 0), negative);
+  });
+  EXPECT_EQ(one<u16>(sve_lsr_zpz, 0xffff, 256), 0);  // the amount's low byte is 0
+  EXPECT_EQ(one<u64>(sve_lsl_zpz, 1, 0x8000000000000000), 0u);
+}
+
+TEST(Shift, ByEveryImmediate) {
+  for_each_type([]<class T>() {
+    struct {
+      shift kind;
+      sve::insn::zpi* predicated;
+      sve::insn::zzi* plain;
+    } const forms[] = {
+        {lsl, sve_lsl_zpi, sve_lsl_zzi}, {lsr, sve_lsr_zpi, sve_lsr_zzi}, {asr, sve_asr_zpi, sve_asr_zzi}};
+    for (const auto& f : forms)
+      for (unsigned imm = 0; imm <= 8 * sizeof(T) + 1; ++imm) {  // the width and more, too
+        run(
+            "zpi", 3, [&](cpu_state* s) { return f.predicated(s, z_tied(5, size_code<T>), merging(1), imm); },
+            [&](cpu_state& e, const cpu_state& s) {
+              auto a = elements<T>(s.z[5]);
+              for (std::size_t i = 0; i < a.size(); ++i)
+                if (active<T>(s.p[1], i)) a[i] = shifted(f.kind, a[i], imm);
+              put(e.z[5], a);
+            });
+        for (const unsigned n : {5u, 6u})
+          run(
+              "zzi", 3, [&](cpu_state* s) { return f.plain(s, z(5, size_code<T>), z(n, size_code<T>), imm); },
+              [&](cpu_state& e, const cpu_state& s) {
+                auto a = elements<T>(s.z[n]);
+                for (T& v : a) v = shifted(f.kind, v, imm);
+                put(e.z[5], a);
+              });
+      }
+  });
+}
+
+TEST(Bits, RbitAndRevw) {
+  for_each_type([]<class T>() {
+    for (const unsigned n : {5u, 6u})
+      run(
+          "rbit", 60, [&](cpu_state* s) { return sve_rbit_zpz(s, z(5, size_code<T>), merging(1), z(n, size_code<T>)); },
+          [&](cpu_state& e, const cpu_state& s) {
+            auto r = elements<T>(s.z[5]);
+            const auto a = elements<T>(s.z[n]);
+            for (std::size_t i = 0; i < a.size(); ++i) {
+              if (!active<T>(s.p[1], i)) continue;
+              T reversed = 0;
+              for (std::size_t k = 0; k < 8 * sizeof(T); ++k)
+                reversed = static_cast<T>(reversed << 1 | (a[i] >> k & 1));
+              r[i] = reversed;
+            }
+            put(e.z[5], r);
+          });
+  });
+  run(
+      "revw", 60, [](cpu_state* s) { return sve_revw_zpz(s, z(5, element_d), merging(1), z(6, element_d)); },
+      [](cpu_state& e, const cpu_state& s) {
+        auto r = elements<u64>(s.z[5]);
+        const auto a = elements<u32>(s.z[6]);
+        for (std::size_t i = 0; i < r.size(); ++i)
+          if (active<u64>(s.p[1], i)) r[i] = u64{a[2 * i]} << 32 | a[2 * i + 1];
+        put(e.z[5], r);
+      });
+}
+
+}  // namespace

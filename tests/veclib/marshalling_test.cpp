@@ -1,0 +1,216 @@
+// Library handlers from outside: what every one of them does to the state around its routine, over all rows of the
+// table that run in the library and touch no memory, and the kinds of operand and result that need a case of their own.
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "sve/decode/table.h"
+#include "values.h"
+
+namespace {
+
+using namespace veclib_test;
+using sve::vector_bytes;
+using sve::decode::kind;
+
+struct place {
+  const sve::decode::map* map = nullptr;
+  const sve::decode::row* row = nullptr;
+};
+
+template <class Body>
+void for_each_row(Body body) {
+  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& r : m->rows) body(place{m, &r});
+}
+
+/// The word of the row of that name, with no operands.
+u32 word_of(std::string_view name) {
+  u32 word = 0;
+  for_each_row([&](place at) {
+    if (at.row->name == name) word = at.map->word(at.row->key);
+  });
+  EXPECT_NE(word, 0u) << name;
+  return word;
+}
+
+aarch64_decode_rc execute(cpu_state& state, u32 word) { return sve::decode::find_row(word)->handle(&state, word); }
+
+bool has(std::string_view name, std::string_view part) { return name.find(part) != name.npos; }
+bool touches_memory(std::string_view name) {
+  return has(name, "Load") || has(name, "Store") || has(name, "Fill") || has(name, "Spill");
+}
+
+cpu_state random_state(Random& random) {
+  cpu_state state{};
+  for (auto& z : state.z)
+    for (std::size_t i = 0; i < vector_bytes; i += 8) sve::store<u64>(z + i, 0, random_word(random));
+  for (auto& p : state.p)
+    for (byte& b : p) b = static_cast<byte>(random());
+  for (byte& b : state.ffr) b = static_cast<byte>(random());
+  for (u64& x : state.x) x = random_word(random);
+  state.sp = random();
+  state.pc = reinterpret_cast<u32*>(random());
+  state.nzcv = random();
+  state.fpsr = static_cast<u32>(random()) & 0x9f;
+  state.fpcr = static_cast<u32>(random()) & 0x07c80000;
+  state.fpcr_extra = static_cast<u32>(random()) & 0x07c00000;
+  state.instr = random();
+  return state;
+}
+
+TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
+  Random random(11);
+  int rows = 0;
+  for_each_row([&](place at) {
+    if (at.row->model != kind::library || touches_memory(at.row->name)) return;
+    ++rows;
+    for (int i = 0; i < 4; ++i) {
+      const u32 word = at.map->word(at.row->key) | (static_cast<u32>(random()) & ~at.map->fixed_bits);
+      const cpu_state before = random_state(random);
+      cpu_state s = before;
+      ASSERT_EQ(at.row->handle(&s, word), AARCH64_DECODE_EXECUTED);
+      const std::string_view name = at.row->name;
+      EXPECT_EQ(s.instr, before.instr) << name;
+      EXPECT_EQ(s.fpcr, before.fpcr | before.fpcr_extra) << name;
+      EXPECT_EQ(s.fpcr_extra, before.fpcr_extra) << name;
+      EXPECT_EQ(s.nzcv >> 32, 0u) << name;  // the upper half is dropped
+      EXPECT_EQ(s.nzcv & 0x0fffffff, before.nzcv & 0x0fffffff) << name;
+      EXPECT_EQ(s.pc, before.pc) << name;
+      EXPECT_EQ(s.sp, before.sp) << name;
+      for (std::size_t b = 0; b < vector_bytes; ++b)
+        ASSERT_EQ(s.ffr[b], before.ffr[b] & 1) << name;  // the same, as 0 or 1
+      // No register but the destination changes, and one register at the most.
+      int changed = 0;
+      const auto check = [&](const char* kind_of, const void* now, const void* then, std::size_t size, u32 n,
+                             u32 destination) {
+        if (std::memcmp(now, then, size) == 0) return;
+        ++changed;
+        EXPECT_EQ(n, destination) << name << " changes " << kind_of << n;
+      };
+      for (u32 n = 0; n < 32; ++n) check("z", s.z[n], before.z[n], vector_bytes, n, word & 31);
+      for (u32 n = 0; n < 31; ++n) check("x", &s.x[n], &before.x[n], 8, n, word & 31);
+      for (u32 n = 0; n < 16; ++n) {
+        check("p", s.p[n], before.p[n], vector_bytes, n, word & 15);
+        const bool written = std::memcmp(s.p[n], before.p[n], vector_bytes) != 0;
+        EXPECT_TRUE(!written || std::all_of(s.p[n], s.p[n] + vector_bytes, [](byte bit) { return bit <= 1; })) << name;
+      }
+      EXPECT_LE(changed, 1) << name;
+      if (::testing::Test::HasFailure()) return;
+    }
+  });
+  EXPECT_EQ(rows, 593);
+}
+
+TEST(Marshalling, PrefetchesTouchNothing) {
+  Random random(12);
+  int rows = 0;
+  for_each_row([&](place at) {
+    if (at.row->model != kind::prefetch) return;
+    ++rows;
+    const cpu_state before = random_state(random);
+    cpu_state s = before;
+    EXPECT_EQ(at.row->handle(&s, at.map->word(at.row->key) | (static_cast<u32>(random()) & ~at.map->fixed_bits)), 0);
+    EXPECT_EQ(std::memcmp(&s, &before, sizeof s), 0) << at.row->name;
+  });
+  EXPECT_GT(rows, 0);
+}
+
+TEST(Marshalling, FpcrExtraReachesTheRoutine) {
+  // 1 plus a small product rounds by the mode that fpcr_extra adds.
+  const u32 word = word_of("VecF32FMAVVVM");
+  cpu_state s{};
+  std::memset(s.p[0], 1, vector_bytes);
+  sve::store<u32>(s.z[0], 0, 0x3f800000);
+  sve::store<u32>(s.z[1], 0, 0x33000000);  // 2 to the -25
+  sve::store<u32>(s.z[2], 0, 0x3f800000);
+  s.fpcr_extra = 1u << 22;  // towards plus infinity
+  EXPECT_EQ(execute(s, word | 1 << 5 | 2 << 16), 0);
+  EXPECT_EQ(sve::load<u32>(s.z[0], 0), 0x3f800001u);
+  EXPECT_EQ(s.fpcr, 1u << 22);
+  EXPECT_EQ(s.fpsr & 0x10, 0x10u);  // inexact
+}
+
+TEST(Marshalling, ResultsForX31AreDropped) {
+  Random random(13);
+  for (const char* name : {"VecU8LastAV", "VecU8CountVLSI", "VecU64QIncrVL8SI", "VecS32QIncrVL4SI", "VecU8DecrSCountPS",
+                           "VecU32CondXASV"}) {
+    const cpu_state before = random_state(random);
+    cpu_state s = before;
+    EXPECT_EQ(execute(s, word_of(name) | 31), 0) << name;
+    EXPECT_EQ(std::memcmp(s.x, before.x, sizeof s.x), 0) << name;
+    EXPECT_EQ(s.sp, before.sp) << name;
+    EXPECT_EQ(std::memcmp(s.z, before.z, sizeof s.z), 0) << name;
+    EXPECT_EQ(std::memcmp(s.p, before.p, sizeof s.p), 0) << name;
+  }
+}
+
+TEST(Marshalling, ScalarResultsOfX) {
+  cpu_state s{};
+  for (std::size_t i = 0; i < vector_bytes; ++i) s.z[3][i] = static_cast<byte>(i + 100);
+  std::memset(s.x, 0xff, sizeof s.x);
+  s.p[2][4] = 1;
+  EXPECT_EQ(execute(s, word_of("VecU8LastAV") | 2 << 10 | 3 << 5 | 7), 0);
+  EXPECT_EQ(s.x[7], 105u);  // zero-extended to 64 bits
+  EXPECT_EQ(execute(s, word_of("VecU8CountVLSI") | 3 << 16 | 31 << 5 | 8), 0);
+  EXPECT_EQ(s.x[8], 448u);  // the field of 3 is a multiplier of 4
+}
+
+TEST(Marshalling, ScalarsInVectorRegistersClearTheRest) {
+  for (const auto& [name, expected] : {std::pair<const char*, u64>{"VecB8LastAV", 0xa1},
+                                       {"VecF32CondXBSV", 0xa0a0a1a0},
+                                       {"VecS8AddReduceV", static_cast<u64>(s64{-96})}}) {
+    for (const u32 d : {3u, 6u}) {  // also where the destination is the source
+      cpu_state s{};
+      for (auto& z : s.z) std::memset(z, 0xa0, vector_bytes);
+      s.z[3][9] = 0xa1;
+      s.p[2][8] = 1;
+      EXPECT_EQ(execute(s, word_of(name) | 2 << 10 | 3 << 5 | d), 0);
+      EXPECT_EQ(sve::load<u64>(s.z[d], 0), expected) << name;
+      EXPECT_TRUE(std::all_of(s.z[d] + 8, s.z[d] + vector_bytes, [](byte b) { return b == 0; })) << name;
+    }
+  }
+}
+
+TEST(Marshalling, ScalarOperands) {
+  cpu_state s{};
+  s.sp = 0x77;
+  s.x[5] = 0x1ff;
+  std::memset(s.z[4], 0x42, vector_bytes);
+  EXPECT_EQ(execute(s, word_of("VecU8InsertS") | 5 << 5 | 3), 0);
+  EXPECT_EQ(s.z[3][0], 0xff);
+  EXPECT_EQ(execute(s, word_of("VecU8InsertS") | 31 << 5 | 3), 0);  // the zero register, not SP
+  EXPECT_EQ(s.z[3][0], 0);
+  EXPECT_EQ(s.z[3][1], 0xff);
+  EXPECT_EQ(execute(s, word_of("VecB8InsertS") | 4 << 5 | 3), 0);  // the low element of a vector register
+  EXPECT_EQ(s.z[3][0], 0x42);
+  EXPECT_EQ(s.z[3][2], 0xff);
+  s.nzcv = 0;
+  s.x[5] = 0;
+  EXPECT_EQ(execute(s, word_of("VecU64CTermEQ") | 5 << 5 | 31 << 16), 0);
+  EXPECT_EQ(s.nzcv, n_bit);
+}
+
+TEST(Marshalling, BasesOfSpAndIndicesOfZero) {
+  alignas(16) byte memory[48];
+  for (std::size_t i = 0; i < sizeof memory; ++i) memory[i] = static_cast<byte>(i + 1);
+  cpu_state s{};
+  std::memset(s.p[2], 1, vector_bytes);
+  s.sp = reinterpret_cast<u64>(memory);
+  EXPECT_EQ(execute(s, word_of("VecU8LoadDup1QSIZ") | 1 << 16 | 2 << 10 | 31 << 5 | 3), 0);
+  EXPECT_EQ(std::memcmp(s.z[3], memory + 16, 16), 0);
+  EXPECT_EQ(std::memcmp(s.z[3] + 96, memory + 16, 16), 0);
+  // Register 31 as an index is reserved by the architecture; here it reads as 0.
+  EXPECT_EQ(execute(s, word_of("VecU8LoadDup1QSSZ") | 31 << 16 | 2 << 10 | 31 << 5 | 3), 0);
+  EXPECT_EQ(std::memcmp(s.z[3], memory, 16), 0);
+}
+
+TEST(Marshalling, PredicatesCountByBitZeroAndComeBackAsZeroOrOne) {
+  Random random(14);
+  const cpu_state before = random_state(random);
+  cpu_state s = before;
+  EXPECT_EQ(execute(s, word_of("VecPActualFlgP") | 4 << 5 | 6), 0);
+  for (std::size_t i = 0; i < vector_bytes; ++i) EXPECT_EQ(s.p[6][i], before.p[4][i] & before.ffr[i] & 1);
+}
+
+}  // namespace
