@@ -11,6 +11,7 @@
 
 #include "dr_api.h"
 #include "sve/client/guarded_call.h"
+#include "sve/client/port.h"
 #include "sve/fault/fault_capture.h"
 
 // The C library's own answer is not there yet when the platform's private loader initialises the client.
@@ -44,7 +45,9 @@ void set_actions(struct sigaction action, signal_actions* before) {
 }
 
 // One thread at a time repeats an access that faulted.
-std::mutex repeating;
+struct working_mutex : std::mutex {
+  working_mutex() { sve::client::make_mutex_work(*this); }
+} repeating;
 long repeating_thread;
 signal_actions platform_actions;
 
@@ -67,7 +70,7 @@ void on_repeated_fault(int sig, siginfo_t* info, void* context) {
 // write a register, and stores can be repeated, so the handler can run once more, this time without the platform between
 // the fault and the system's own handler.
 aarch64_decode_rc repeat(decode_handler handler, cpu_state* state, unsigned int word) {
-  const std::lock_guard lock(repeating);
+  const std::lock_guard<std::mutex> lock(repeating);
   repeating_thread = syscall(SYS_gettid);
   struct sigaction action = {};
   action.sa_sigaction = on_repeated_fault;
