@@ -22,7 +22,9 @@ constexpr dr_spill_slot_t slot_of_x26 = SPILL_SLOT_2;
 constexpr dr_spill_slot_t slot_of_x27 = SPILL_SLOT_3;
 constexpr dr_spill_slot_t slot_of_x28 = SPILL_SLOT_4;
 
-constexpr int offset_of_x(int number) { return static_cast<int>(offsetof(cpu_state, x) + number * sizeof(std::uint64_t)); }
+constexpr int offset_of_x(int number) {
+  return static_cast<int>(offsetof(cpu_state, x) + number * sizeof(std::uint64_t));
+}
 constexpr int offset_of_z(int number) { return static_cast<int>(offsetof(cpu_state, z) + number * sve::vector_bytes); }
 constexpr int offset_of_sp = offsetof(cpu_state, sp);
 constexpr int offset_of_nzcv = offsetof(cpu_state, nzcv);
@@ -70,9 +72,7 @@ class Sequence {
   void read_system_register(reg_id_t from) {
     insert(instr_create_1dst_1src(drcontext_, OP_mrs, reg(scratch), reg(from)));
   }
-  void write_system_register(reg_id_t to) {
-    insert(instr_create_1dst_1src(drcontext_, OP_msr, reg(to), reg(scratch)));
-  }
+  void write_system_register(reg_id_t to) { insert(instr_create_1dst_1src(drcontext_, OP_msr, reg(to), reg(scratch))); }
 
  private:
   static opnd_t reg(reg_id_t r) { return opnd_create_reg(r); }
@@ -139,8 +139,8 @@ void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, decode_hand
   instr_destroy(drcontext, instruction);
 }
 
-// Shared libraries keep their instructions, SVE ones too. That is required. Code that no module holds counts as the main
-// program's.
+// Shared libraries keep their instructions, SVE ones too. That is required. Code that no module holds counts as the
+// main program's.
 bool is_left_alone(void* tag) {
   module_data_t* const module = dr_lookup_module(dr_fragment_app_pc(tag));
   if (!module) return false;

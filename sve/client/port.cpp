@@ -2,12 +2,13 @@
 //
 // A clean call of the platform would save and restore every register once more, and its plain call runs on the
 // application's stack, which may be too small. This one switches to a stack that each thread has for it. The platform's
-// thread pointer is in place in its code cache, so C++ code can be called as it is, and the stolen register is one that the
-// callee keeps.
+// thread pointer is in place in its code cache, so C++ code can be called as it is, and the stolen register is one that
+// the callee keeps.
 //
-// The client is written for blocks that are private to a thread, which -thread_private asks for. On AArch64 release 11.3
-// shares blocks all the same (the option turns on another that turns sharing back on), and faults in its own code when it
-// is made not to. So where the platform says that it shares blocks, what differs between threads is loaded at run time.
+// The client is written for blocks that are private to a thread, which -thread_private asks for. On AArch64
+// release 11.3 shares blocks all the same (the option turns on another that turns sharing back on), and faults in its
+// own code when it is made not to. So where the platform says that it shares blocks, what differs between threads is
+// loaded at run time.
 #include "sve/client/port.h"
 
 #include <pthread.h>

@@ -1,5 +1,5 @@
-// A stand-in for the platform's interface, as far as the client uses it. It executes no application: it records what it is
-// told, and a test reads that back. The names are the platform's.
+// A stand-in for the platform's interface, as far as the client uses it. It executes no application: it records what it
+// is told, and a test reads that back. The names are the platform's.
 #pragma once
 
 #include <csetjmp>
@@ -82,6 +82,7 @@ struct dr_mem_info_t {
   uint prot;
 };
 bool dr_query_memory_ex(const byte* pc, dr_mem_info_t* info);
+bool dr_get_integer_option(const char* name, std::uint64_t* value);
 bool dr_safe_read(const void* base, std::size_t size, void* out, std::size_t* read);
 
 app_pc dr_fragment_app_pc(void* tag);
@@ -123,6 +124,7 @@ struct fake_try_block {
 };
 #define DR_TRY_EXCEPT(drcontext, try_statement, except_statement) \
   do {                                                            \
+    static_cast<void>(drcontext);                                 \
     bool fake_faulted = true;                                     \
     {                                                             \
       fake_try_block block;                                       \

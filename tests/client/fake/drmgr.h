@@ -14,3 +14,4 @@ bool drmgr_unregister_bb_app2app_event(drmgr_block_event func);
 int drmgr_register_tls_field();
 bool drmgr_set_tls_field(void* drcontext, int index, void* value);
 void* drmgr_get_tls_field(void* drcontext, int index);
+bool drmgr_insert_read_tls_field(void* drcontext, int index, instrlist_t* list, instr_t* where, reg_id_t to);

@@ -2,7 +2,6 @@
 #include "platform.h"
 
 #include <sys/mman.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,11 +39,14 @@ std::string name(reg_id_t r) {
 // Registers by name, memory as [base+offset:size], immediates as #value, a shift operand as lsl.
 std::string describe(const opnd_t& o) {
   switch (o.kind) {
-    case opnd_t::reg: return name(o.number);
-    case opnd_t::memory: return text("[%s+%" PRIdPTR ":%d]%s", name(o.number).c_str(), o.value, o.size, o.index ? "!" : "");
+    case opnd_t::reg:
+      return name(o.number);
+    case opnd_t::memory:
+      return text("[%s+%" PRIdPTR ":%d]%s", name(o.number).c_str(), o.value, o.size, o.index ? "!" : "");
     case opnd_t::immediate:
       return o.flags == DR_OPND_IS_SHIFT && o.value == DR_SHIFT_LSL ? "lsl" : text("#%" PRIdPTR, o.value);
-    default: return "?";
+    default:
+      return "?";
   }
 }
 
@@ -60,7 +62,8 @@ instr_t* build(int opcode, std::vector<opnd_t> operands) {
 }
 
 // What the platform's own insertions become: instructions that are not the application's.
-instr_t* special(instr_t::special_kind kind, std::string line, std::vector<opnd_t> operands, dr_spill_slot_t slot = {}) {
+instr_t* special(instr_t::special_kind kind, std::string line, std::vector<opnd_t> operands,
+                 dr_spill_slot_t slot = {}) {
   auto* const i = new instr_t;
   i->special = kind;
   i->text = std::move(line);
@@ -204,8 +207,19 @@ bool dr_query_memory_ex(const byte* pc, dr_mem_info_t* info) {
   return false;
 }
 bool dr_safe_read(const void* base, std::size_t size, void* out, std::size_t*) {
-  const iovec to = {out, size}, from = {const_cast<void*>(base), size};
-  return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(size);
+  // The kernel's own check: it writes what can be read into a pipe, and complains of the rest.
+  int ends[2];
+  if (pipe(ends) != 0) return false;
+  const bool readable = write(ends[1], base, size) == static_cast<ssize_t>(size) &&
+                        read(ends[0], out, size) == static_cast<ssize_t>(size);
+  close(ends[0]);
+  close(ends[1]);
+  return readable;
+}
+bool dr_get_integer_option(const char* option, std::uint64_t* value) {
+  if (std::string(option) != "shared_bbs") return false;
+  *value = now.shares_blocks;
+  return true;
 }
 
 app_pc dr_fragment_app_pc(void* tag) { return static_cast<app_pc>(tag); }
@@ -221,14 +235,18 @@ byte* instr_get_raw_bits(instr_t* instruction) { return instruction->translation
 app_pc instr_get_app_pc(instr_t* instruction) { return instruction->translation; }
 reg_id_t dr_get_stolen_reg() { return now.stolen; }
 void dr_save_reg(void*, instrlist_t* list, instr_t* where, reg_id_t reg, dr_spill_slot_t slot) {
-  insert(list, where, special(instr_t::save, text("save %s, slot %d", name(reg).c_str(), slot + 1), {opnd_create_reg(reg)}, slot));
+  insert(list, where,
+         special(instr_t::save, text("save %s, slot %d", name(reg).c_str(), slot + 1), {opnd_create_reg(reg)}, slot));
 }
 void dr_restore_reg(void*, instrlist_t* list, instr_t* where, reg_id_t reg, dr_spill_slot_t slot) {
   insert(list, where,
-         special(instr_t::restore, text("restore %s, slot %d", name(reg).c_str(), slot + 1), {opnd_create_reg(reg)}, slot));
+         special(instr_t::restore, text("restore %s, slot %d", name(reg).c_str(), slot + 1), {opnd_create_reg(reg)},
+                 slot));
 }
 reg_t dr_read_saved_reg(void* drcontext, dr_spill_slot_t slot) { return thread_of(drcontext).slots[slot]; }
-void dr_write_saved_reg(void* drcontext, dr_spill_slot_t slot, reg_t value) { thread_of(drcontext).slots[slot] = value; }
+void dr_write_saved_reg(void* drcontext, dr_spill_slot_t slot, reg_t value) {
+  thread_of(drcontext).slots[slot] = value;
+}
 bool dr_insert_get_stolen_reg_value(void*, instrlist_t* list, instr_t* where, reg_id_t reg) {
   insert(list, where, special(instr_t::get_stolen, text("get stolen %s", name(reg).c_str()), {opnd_create_reg(reg)}));
   return true;
@@ -318,4 +336,10 @@ drreg_status_t drreg_init(drreg_options_t* options) {
 drreg_status_t drreg_exit() {
   now.calls.push_back("drreg_exit");
   return now.drreg_exit_fails ? DRREG_ERROR : DRREG_SUCCESS;
+}
+bool drmgr_insert_read_tls_field(void*, int index, instrlist_t* list, instr_t* where, reg_id_t to) {
+  insert(list, where,
+         special(instr_t::read_field, text("read %s, field %d", name(to).c_str(), index),
+                 {opnd_create_reg(to), opnd_create_immed_int(index, OPSZ_4)}));
+  return true;
 }

@@ -14,9 +14,9 @@ struct instr_t {
   app_pc translation{};  ///< of an application instruction: its address
   bool is_app = true;
   bool is_original = false;
-  int opcode = -1;                ///< of one built from operands; see `special` otherwise
+  int opcode = -1;                 ///< of one built from operands; see `special` otherwise
   std::vector<opnd_t> operands{};  ///< destinations first
-  enum special_kind { none, save, restore, get_stolen, set_stolen, move_immediate, call } special = none;
+  enum special_kind { none, save, restore, get_stolen, set_stolen, move_immediate, read_field, call } special = none;
   dr_spill_slot_t slot{};
 };
 struct instrlist_t {
@@ -36,7 +36,9 @@ struct thread {
 struct platform {
   std::vector<std::string> calls;  ///< in order, with their arguments
   std::string reports;             ///< what went to our_stderr
-  bool drmgr_fails = false, drreg_fails = false, register_fails = false, unregister_fails = false, drreg_exit_fails = false;
+  bool drmgr_fails = false, drreg_fails = false, register_fails = false, unregister_fails = false,
+       drreg_exit_fails = false;
+  bool shares_blocks = false;
   reg_id_t stolen = DR_REG_X28;
   module_data_t main_module{};
   bool has_main_module = true;
