@@ -22,7 +22,9 @@ constexpr dr_spill_slot_t slot_of_x26 = SPILL_SLOT_2;
 constexpr dr_spill_slot_t slot_of_x27 = SPILL_SLOT_3;
 constexpr dr_spill_slot_t slot_of_x28 = SPILL_SLOT_4;
 
-constexpr int offset_of_x(int number) { return static_cast<int>(offsetof(cpu_state, x) + number * sizeof(std::uint64_t)); }
+constexpr int offset_of_x(int number) {
+  return static_cast<int>(offsetof(cpu_state, x) + number * sizeof(std::uint64_t));
+}
 constexpr int offset_of_z(int number) { return static_cast<int>(offsetof(cpu_state, z) + number * sve::vector_bytes); }
 constexpr int offset_of_sp = offsetof(cpu_state, sp);
 constexpr int offset_of_nzcv = offsetof(cpu_state, nzcv);
@@ -45,10 +47,7 @@ class Sequence {
   Sequence(void* drcontext, instrlist_t* bb, instr_t* where, app_pc address)
       : drcontext_(drcontext), bb_(bb), where_(where), address_(address) {}
 
-  void load_base(cpu_state* state) {
-    instrlist_insert_mov_immed_ptrsz(drcontext_, reinterpret_cast<ptr_int_t>(state), reg(base), bb_, where_, nullptr,
-                                     nullptr);
-  }
+  void load_base() { sve::client::insert_load_of_field(drcontext_, bb_, where_, tls_idx, base); }
   void store(reg_id_t from, int offset, opnd_size_t size) {
     insert(instr_create_1dst_1src(drcontext_, OP_str, field(offset, size), reg(from)));
   }
@@ -73,9 +72,7 @@ class Sequence {
   void read_system_register(reg_id_t from) {
     insert(instr_create_1dst_1src(drcontext_, OP_mrs, reg(scratch), reg(from)));
   }
-  void write_system_register(reg_id_t to) {
-    insert(instr_create_1dst_1src(drcontext_, OP_msr, reg(to), reg(scratch)));
-  }
+  void write_system_register(reg_id_t to) { insert(instr_create_1dst_1src(drcontext_, OP_msr, reg(to), reg(scratch))); }
 
  private:
   static opnd_t reg(reg_id_t r) { return opnd_create_reg(r); }
@@ -97,15 +94,13 @@ void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, decode_hand
   if (dr_get_stolen_reg() != DR_REG_X28) sve::client::fail_assertion(270, "dr_get_stolen_reg() == DR_REG_X28");
   const app_pc address = instr_get_app_pc(instruction);
   const unsigned int word = read_word(address);
-  // Baked into the block, which therefore has to run on the thread that builds it: the platform runs with private code.
-  auto* const state = static_cast<cpu_state*>(drmgr_get_tls_field(drcontext, tls_idx));
   Sequence code(drcontext, bb, instruction, address);
 
   dr_save_reg(drcontext, bb, instruction, scratch, slot_of_x26);
   dr_save_reg(drcontext, bb, instruction, base, slot_of_x27);
   dr_insert_get_stolen_reg_value(drcontext, bb, instruction, base);
   dr_save_reg(drcontext, bb, instruction, base, slot_of_x28);
-  code.load_base(state);
+  code.load_base();
   code.move(scratch, DR_REG_SP);
   code.store(scratch, offset_of_sp, OPSZ_8);
   for (int n = 0; n <= 24; n += 2) code.store_pair(n);
@@ -123,7 +118,7 @@ void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, decode_hand
                        opnd_create_immed_int(reinterpret_cast<ptr_int_t>(address), OPSZ_8),
                        opnd_create_immed_int(reinterpret_cast<ptr_int_t>(handler), OPSZ_8));
 
-  code.load_base(state);
+  code.load_base();
   code.load(DR_REG_W26, offset_of_fpcr, OPSZ_4);
   code.write_system_register(DR_REG_FPCR);
   code.load(DR_REG_W26, offset_of_fpsr, OPSZ_4);
@@ -144,8 +139,8 @@ void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, decode_hand
   instr_destroy(drcontext, instruction);
 }
 
-// Shared libraries keep their instructions, SVE ones too. That is required. Code that no module holds counts as the main
-// program's.
+// Shared libraries keep their instructions, SVE ones too. That is required. Code that no module holds counts as the
+// main program's.
 bool is_left_alone(void* tag) {
   module_data_t* const module = dr_lookup_module(dr_fragment_app_pc(tag));
   if (!module) return false;

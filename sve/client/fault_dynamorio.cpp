@@ -1,6 +1,6 @@
-// Fault capture under the platform, which owns SIGSEGV and SIGBUS: it needs them itself, and gives the application its own
-// handlers. So none is installed. Guarded reads are the platform's safe reads; a plain access of the model runs under the
-// platform's try block.
+// Fault capture under the platform, which owns SIGSEGV and SIGBUS: it needs them itself, and gives the application its
+// own handlers. So none is installed. Guarded reads are the platform's safe reads; a plain access of the model runs
+// under the platform's try block.
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,6 +11,7 @@
 
 #include "dr_api.h"
 #include "sve/client/guarded_call.h"
+#include "sve/client/port.h"
 #include "sve/fault/fault_capture.h"
 
 // The C library's own answer is not there yet when the platform's private loader initialises the client.
@@ -44,7 +45,9 @@ void set_actions(struct sigaction action, signal_actions* before) {
 }
 
 // One thread at a time repeats an access that faulted.
-std::mutex repeating;
+struct working_mutex : std::mutex {
+  working_mutex() { sve::client::make_mutex_work(*this); }
+} repeating;
 long repeating_thread;
 signal_actions platform_actions;
 
@@ -63,11 +66,11 @@ void on_repeated_fault(int sig, siginfo_t* info, void* context) {
   SVESigHandler(sig, info, context);
 }
 
-// Only now is it known that an access faulted, not by which signal nor where. Instructions do all their loads before they
-// write a register, and stores can be repeated, so the handler can run once more, this time without the platform between
-// the fault and the system's own handler.
+// Only now is it known that an access faulted, not by which signal nor where. Instructions do all their loads before
+// they write a register, and stores can be repeated, so the handler can run once more, this time without the platform
+// between the fault and the system's own handler.
 aarch64_decode_rc repeat(decode_handler handler, cpu_state* state, unsigned int word) {
-  const std::lock_guard lock(repeating);
+  const std::lock_guard<std::mutex> lock(repeating);
   repeating_thread = syscall(SYS_gettid);
   struct sigaction action = {};
   action.sa_sigaction = on_repeated_fault;
@@ -94,7 +97,8 @@ aarch64_decode_rc client::call_handler(void* drcontext, decode_handler handler, 
   if (!accesses_memory(word)) return handler(state, word);
   volatile aarch64_decode_rc rc = AARCH64_DECODE_EXECUTED;
   volatile bool faulted = false;
-  DR_TRY_EXCEPT(drcontext, { rc = handler(state, word); }, { faulted = true; });
+  DR_TRY_EXCEPT(
+      drcontext, { rc = handler(state, word); }, { faulted = true; });
   if (faulted) return repeat(handler, state, word);
   return rc;
 }
@@ -104,8 +108,8 @@ aarch64_decode_rc client::call_handler(void* drcontext, decode_handler handler, 
 template <>
 bool addr_is_readable<char>(char volatile* p) {
   if (read_byte(p)) return true;
-  // A safe read survives a bus error too, which this probe does not cover. Where the page allows reading that is what it
-  // was, and the plain access takes it the way of every unguarded fault.
+  // A safe read survives a bus error too, which this probe does not cover. Where the page allows reading that is what
+  // it was, and the plain access takes it the way of every unguarded fault.
   dr_mem_info_t info;
   if (!dr_query_memory_ex(reinterpret_cast<const byte*>(const_cast<const char*>(p)), &info)) return false;
   if ((info.prot & DR_MEMPROT_READ) == 0) return false;
@@ -117,9 +121,10 @@ void SVESigHandler(int sig, siginfo_t*, void*) {
   struct sigaction action = {};
   action.sa_handler = SIG_DFL;
   set_actions(action, nullptr);
-  std::fprintf(stderr,
-               "zorvi's SVESigHandler caught signal %s from the process being emulated, passing it to the default signal "
-               "handler.\n",
-               sig == SIGSEGV ? "SIGSEGV" : "SIGBUS");
+  std::fprintf(
+      stderr,
+      "zorvi's SVESigHandler caught signal %s from the process being emulated, passing it to the default signal "
+      "handler.\n",
+      sig == SIGSEGV ? "SIGSEGV" : "SIGBUS");
   std::fflush(stderr);
 }

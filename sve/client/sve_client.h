@@ -22,11 +22,11 @@ void event_exit();
 
 /// Replaces each SVE instruction of a block of the main module, or of code outside of all modules, by inline code that
 /// stores the application's registers into the thread's `cpu_state`, calls `emulate_instruction` and loads them back.
-/// Everything else stays as it is. A block is treated alike each time it is presented: `for_trace` and `translating` are
-/// not looked at.
+/// Everything else stays as it is. A block is treated alike each time it is presented: `for_trace` and `translating`
+/// are not looked at.
 dr_emit_flags_t event_instruction_change(void* drcontext, void* tag, instrlist_t* bb, bool for_trace, bool translating);
 
-/// Runs `handler` on the current thread's `cpu_state`. X26 to X28 come from the spill slots and go back to them; all other
-/// registers are stored and reloaded by the inserted code around the call. A failure is reported, not counted, and the
-/// application goes on behind the instruction.
+/// Runs `handler` on the current thread's `cpu_state`. X26 to X28 come from the spill slots and go back to them; all
+/// other registers are stored and reloaded by the inserted code around the call. A failure is reported, not counted,
+/// and the application goes on behind the instruction.
 void emulate_instruction(unsigned int word, unsigned char* pc, decode_handler handler);
