@@ -1,5 +1,5 @@
-// Time of every row's handler, by name, with the decode searches, the fixed cost of a library handler, and a plain 112-byte
-// load-load-store beside them.
+// Time of every row's handler, by name, with the decode searches, the fixed cost of a library handler, and a plain
+// 112-byte load-load-store beside them.
 #include <benchmark/benchmark.h>
 
 #include "bench/row_case.h"
@@ -30,9 +30,9 @@ void load_load_store(benchmark::State& bench_state) {
   cpu_state* escaped = &state;
   benchmark::DoNotOptimize(escaped);  // else the compiler sees that nobody looks
   for (auto _ : bench_state) {
-    sve::map_lanes<std::uint64_t>(state.z[0], sve::lanes<std::uint64_t>,
-                                  [](std::uint64_t a, std::uint64_t b) { return a ^ b; },
-                                  static_cast<const sve::byte*>(state.z[1]), static_cast<const sve::byte*>(state.z[2]));
+    sve::map_lanes<std::uint64_t>(
+        state.z[0], sve::lanes<std::uint64_t>, [](std::uint64_t a, std::uint64_t b) { return a ^ b; },
+        static_cast<const sve::byte*>(state.z[1]), static_cast<const sve::byte*>(state.z[2]));
     benchmark::ClobberMemory();
   }
 }

@@ -1,5 +1,6 @@
-// Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated one,
-// that has SVE at the model's vector length. Prints "NAME NANOSECONDS" lines; arguments are regular expressions of names.
+// Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated
+// one, that has SVE at the model's vector length. Prints "NAME NANOSECONDS" lines; arguments are regular expressions of
+// names.
 #include <time.h>
 
 #include <regex>
@@ -8,7 +9,8 @@
 #include "bench/row_case.h"
 
 extern "C" {
-// x0: registers, x1: code, x2: iterations. Loads Z0 to Z3, sets P0 to P15 and FFR, and calls the code with the count in x19.
+// x0: registers, x1: code, x2: iterations. Loads Z0 to Z3, sets P0 to P15 and FFR, and calls the code with the count in
+// x19.
 void run_native(const bench::registers*, const void*, std::uint64_t);
 }
 
@@ -68,7 +70,7 @@ double measure(std::uint32_t* code, const bench::row_case& c) {
     if (c.floating_point) code[n++] = 0x04633060;  // mov z0.d, z3.d
     code[n++] = c.word;
   }
-  code[n++] = 0xf1000673;                                                           // subs x19, x19, #1
+  code[n++] = 0xf1000673;                                                                      // subs x19, x19, #1
   code[n] = 0x54000001 | ((static_cast<std::uint32_t>(-static_cast<int>(n)) & 0x7ffff) << 5);  // b.ne to the start
   ++n;
   code[n++] = 0xd65f03c0;  // ret

@@ -1,5 +1,5 @@
-// One measurable case for each row of the instruction table: a word with fixed operands, and the register contents it runs
-// on. The benchmark of the model and the program that runs the same words natively share it.
+// One measurable case for each row of the instruction table: a word with fixed operands, and the register contents it
+// runs on. The benchmark of the model and the program that runs the same words natively share it.
 #pragma once
 
 #include <sys/mman.h>
@@ -61,7 +61,7 @@ inline row_case make_case(const sve::decode::map& map, const sve::decode::row& r
   row_case c{};
   // Operands by the usual places of their fields; the row's fixed bits win.
   std::uint32_t operands = 1u << 5 | 1u << 10 | 2u << 16;
-  if (ends_with(name, "LSSZ") || ends_with(name, "SSZ")) operands |= 0;      // the index register holds 0
+  if (ends_with(name, "LSSZ") || ends_with(name, "SSZ")) operands |= 0;             // the index register holds 0
   if (ends_with(name, "SIZ") || ends_with(name, "SI")) operands &= ~(0x3fu << 16);  // no offset
   if (name.find("VL") != name.npos || name.find("True") != name.npos) operands = 31u << 5;  // the pattern ALL
   if (name.find("U64AndVIX") != name.npos || name.find("OrVIX") != name.npos || name.find("MaskI") != name.npos)

@@ -15,8 +15,9 @@ namespace {
 
 using sve::decode::row;
 
-// The maps, filled once when the library is loaded and read-only from then on. The static initialisers of the library run
-// by priority, so that the counts exist first, then the page size, then these maps, then the vector library's set-up.
+// The maps, filled once when the library is loaded and read-only from then on. The static initialisers of the library
+// run by priority, so that the counts exist first, then the page size, then these maps, then the vector library's
+// set-up.
 using decode_map = std::map<int, decode_handler>;
 
 decode_map build(const sve::decode::map& table) {
@@ -59,9 +60,9 @@ decode_handler search(const searched (&order)[N], std::uint32_t word) {
   return nullptr;
 }
 
-// Remembers the handlers of words seen lately, in front of the searches. The word is scattered one-to-one; its upper bits
-// choose the entry, and an entry holds the lower ones beside the handler's address, so that one atomic word is the whole
-// entry and threads need nothing else. A handler whose address does not fit is not remembered.
+// Remembers the handlers of words seen lately, in front of the searches. The word is scattered one-to-one; its upper
+// bits choose the entry, and an entry holds the lower ones beside the handler's address, so that one atomic word is the
+// whole entry and threads need nothing else. A handler whose address does not fit is not remembered.
 class word_cache {
  public:
   decode_handler find(std::uint32_t word) const {

@@ -10,6 +10,6 @@ using decode_handler = aarch64_decode_rc (*)(cpu_state*, unsigned int);
 /// loaded; touches no state.
 decode_handler is_sve(unsigned int word);
 
-/// Fetches the word at `state->pc` and executes it. On success counts it, adds 4 to `pc` and returns 0. On a word that is
-/// not an SVE instruction returns 2; on any failure `pc` stays and nothing is counted.
+/// Fetches the word at `state->pc` and executes it. On success counts it, adds 4 to `pc` and returns 0. On a word that
+/// is not an SVE instruction returns 2; on any failure `pc` stays and nothing is counted.
 aarch64_decode_rc execute_sve_instruction(cpu_state* state);

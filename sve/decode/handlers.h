@@ -1,5 +1,5 @@
-// The kinds of decode handler: templates over the callee and its operands. Marshalling for the vector library exists here
-// and nowhere else.
+// The kinds of decode handler: templates over the callee and its operands. Marshalling for the vector library exists
+// here and nowhere else.
 #pragma once
 
 #include <type_traits>
@@ -26,9 +26,9 @@ template <auto* Function, class Form>
 struct direct;
 template <auto* Function, class... Operands>
 struct direct<Function, operands<Operands...>> {
-  static_assert(std::is_same_v<decltype(Function),
-                               aarch64_decode_rc (*)(cpu_state*, decltype(Operands::record(0u))...)>,
-                "the row's operands are not the parameters of its instruction function");
+  static_assert(
+      std::is_same_v<decltype(Function), aarch64_decode_rc (*)(cpu_state*, decltype(Operands::record(0u))...)>,
+      "the row's operands are not the parameters of its instruction function");
   static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     state->instr = word;
     return Function(state, Operands::record(word)...);

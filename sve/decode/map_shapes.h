@@ -6,7 +6,7 @@
 
 namespace sve::decode {
 
-#define SVE_MAP(name, ...)                     \
+#define SVE_MAP(name, ...)                 \
   using shape_##name = shape<__VA_ARGS__>; \
   extern const map map_##name;
 #include "sve/decode/maps.inc"

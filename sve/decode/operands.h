@@ -1,6 +1,6 @@
-// The operand vocabulary: each entry names a field of the word and what it becomes. `record(word)` gives the operand of an
-// instruction function. For a library routine `type` is the operand's value and `load(value, state, word)` fetches it, and
-// a result entry stores what the routine returned.
+// The operand vocabulary: each entry names a field of the word and what it becomes. `record(word)` gives the operand of
+// an instruction function. For a library routine `type` is the operand's value and `load(value, state, word)` fetches
+// it, and a result entry stores what the routine returned.
 #pragma once
 
 #include <cstdint>
@@ -179,7 +179,9 @@ struct Ujoined : immediate<Ujoined<Ranges...>, unsigned int> {
 };
 template <class... Ranges>
 struct Sjoined : immediate<Sjoined<Ranges...>, int> {
-  static constexpr std::int32_t cut(word_t w) { return sign_extend(joined<Ranges...>::cut(w), joined<Ranges...>::width); }
+  static constexpr std::int32_t cut(word_t w) {
+    return sign_extend(joined<Ranges...>::cut(w), joined<Ranges...>::width);
+  }
 };
 /// The multiplier of a counted instruction, one more than its field.
 struct Multiplier : immediate<Multiplier, unsigned int> {
@@ -231,9 +233,9 @@ struct DupIndex : immediate<DupIndex<E>, unsigned int> {
   }
 };
 
-/// The expansion of a 13-bit logical immediate (N, immr, imms). Reserved encodings are not rejected: with N set and imms
-/// all ones the element is empty and the mask is 0, and with N clear and imms all ones the width never reaches 64 and the
-/// expansion does not return.
+/// The expansion of a 13-bit logical immediate (N, immr, imms). Reserved encodings are not rejected: with N set and
+/// imms all ones the element is empty and the mask is 0, and with N clear and imms all ones the width never reaches 64
+/// and the expansion does not return.
 std::uint64_t expand_logical_immediate(std::uint32_t field);
 
 struct LogicalImmediate {

@@ -14,8 +14,8 @@
 #define PREFETCH(key, name) \
   row { key, kind::prefetch, #name, nullptr, prefetch::handle }
 
-#define SVE_ROWS(name, ...)                                                                                \
-  namespace {                                                                                              \
-  constexpr row rows_##name[] = __VA_ARGS__;                                                               \
-  }                                                                                                        \
+#define SVE_ROWS(name, ...)                  \
+  namespace {                                \
+  constexpr row rows_##name[] = __VA_ARGS__; \
+  }                                          \
   const map map_##name = {"decode_map__" #name, shape_##name::mask, shape_##name::key, shape_##name::word, rows_##name};

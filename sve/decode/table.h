@@ -33,8 +33,8 @@ struct map {
 std::span<const map* const> maps_in_is_sve_order();
 std::span<const map* const> maps_in_execute_order();
 
-/// The handler that the search of `is_sve`, and that of `execute_sve_instruction`, finds in the maps, or null. Both functions
-/// first look among the words that they met lately.
+/// The handler that the search of `is_sve`, and that of `execute_sve_instruction`, finds in the maps, or null. Both
+/// functions first look among the words that they met lately.
 decode_handler find_in_is_sve_order(std::uint32_t word);
 decode_handler find_in_execute_order(std::uint32_t word);
 

@@ -10,16 +10,16 @@
 /// The host's page size, a power of two. Taken once when the library is loaded, before any instruction runs.
 extern unsigned int page_size;
 
-/// True if the byte at `p` can be read. Only an access violation counts: a bus error during the probe goes the way of an
-/// unguarded fault.
+/// True if the byte at `p` can be read. Only an access violation counts: a bus error during the probe goes the way of
+/// an unguarded fault.
 template <class T>
 bool addr_is_readable(T volatile* p);
 template <>
 bool addr_is_readable<char>(char volatile* p);
 
 /// What an unguarded fault comes to: prints one line that names the signal, restores the default action for SIGSEGV and
-/// SIGBUS and returns, so that the access faults again and ends the process by that signal. A fault of a guarded read is
-/// captured instead.
+/// SIGBUS and returns, so that the access faults again and ends the process by that signal. A fault of a guarded read
+/// is captured instead.
 void SVESigHandler(int sig, siginfo_t* info, void* context);
 
 namespace sve {

@@ -1,6 +1,6 @@
-// Fault capture by POSIX signals. A guarded read is one load at a known address; the signal handler recognises it by the
-// interrupted program counter and resumes behind it with the answer "unreadable". No state is shared or saved, so any
-// number of threads can probe at once, and a probe that succeeds costs one load and no system call.
+// Fault capture by POSIX signals. A guarded read is one load at a known address; the signal handler recognises it by
+// the interrupted program counter and resumes behind it with the answer "unreadable". No state is shared or saved, so
+// any number of threads can probe at once, and a probe that succeeds costs one load and no system call.
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -24,31 +24,35 @@ extern const char sve_probe_readable_load[], sve_probe_readable_unreadable[];
 }
 
 #if defined(__aarch64__)
-#define SVE_PROBE(name)               \
-  asm(".text\n.p2align 4\n"           \
-      ".hidden " #name "\n.globl " #name "\n.type " #name ", %function\n" \
-      ".hidden " #name "_load\n.globl " #name "_load\n"               \
-      ".hidden " #name "_unreadable\n.globl " #name "_unreadable\n"   \
-      #name ":\n" #name "_load:\n"    \
-      "  ldrb w1, [x0]\n"             \
-      "  mov w0, #1\n"                \
-      "  ret\n"                       \
-      #name "_unreadable:\n"          \
-      "  mov w0, #0\n"                \
+#define SVE_PROBE(name)                                                               \
+  asm(".text\n.p2align 4\n"                                                           \
+      ".hidden " #name "\n.globl " #name "\n.type " #name                             \
+      ", %function\n"                                                                 \
+      ".hidden " #name "_load\n.globl " #name                                         \
+      "_load\n"                                                                       \
+      ".hidden " #name "_unreadable\n.globl " #name "_unreadable\n" #name ":\n" #name \
+      "_load:\n"                                                                      \
+      "  ldrb w1, [x0]\n"                                                             \
+      "  mov w0, #1\n"                                                                \
+      "  ret\n" #name                                                                 \
+      "_unreadable:\n"                                                                \
+      "  mov w0, #0\n"                                                                \
       "  ret\n")
 static auto& program_counter(void* context) { return static_cast<ucontext_t*>(context)->uc_mcontext.pc; }
 #elif defined(__x86_64__)
-#define SVE_PROBE(name)               \
-  asm(".text\n.p2align 4\n"           \
-      ".hidden " #name "\n.globl " #name "\n.type " #name ", @function\n" \
-      ".hidden " #name "_load\n.globl " #name "_load\n"               \
-      ".hidden " #name "_unreadable\n.globl " #name "_unreadable\n"   \
-      #name ":\n" #name "_load:\n"    \
-      "  movb (%rdi), %al\n"          \
-      "  movl $1, %eax\n"             \
-      "  ret\n"                       \
-      #name "_unreadable:\n"          \
-      "  xorl %eax, %eax\n"           \
+#define SVE_PROBE(name)                                                               \
+  asm(".text\n.p2align 4\n"                                                           \
+      ".hidden " #name "\n.globl " #name "\n.type " #name                             \
+      ", @function\n"                                                                 \
+      ".hidden " #name "_load\n.globl " #name                                         \
+      "_load\n"                                                                       \
+      ".hidden " #name "_unreadable\n.globl " #name "_unreadable\n" #name ":\n" #name \
+      "_load:\n"                                                                      \
+      "  movb (%rdi), %al\n"                                                          \
+      "  movl $1, %eax\n"                                                             \
+      "  ret\n" #name                                                                 \
+      "_unreadable:\n"                                                                \
+      "  xorl %eax, %eax\n"                                                           \
       "  ret\n")
 static auto& program_counter(void* context) { return static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_RIP]; }
 #else
@@ -83,7 +87,9 @@ void install_fault_capture() { set_action(SVESigHandler); }
 bool recover_guarded_fault(int sig, void* context) {
   auto& pc = program_counter(context);
   using counter = std::remove_reference_t<decltype(pc)>;
-  const auto at = [&pc](const char* load) { return static_cast<std::uintptr_t>(pc) == reinterpret_cast<std::uintptr_t>(load); };
+  const auto at = [&pc](const char* load) {
+    return static_cast<std::uintptr_t>(pc) == reinterpret_cast<std::uintptr_t>(load);
+  };
   if (at(sve_probe_guarded_load)) {
     pc = static_cast<counter>(reinterpret_cast<std::uintptr_t>(sve_probe_guarded_unreadable));
     return true;
@@ -106,9 +112,10 @@ bool addr_is_readable<char>(char volatile* p) {
 void SVESigHandler(int sig, siginfo_t*, void* context) {
   if (sve::recover_guarded_fault(sig, context)) return;
   set_action(nullptr);
-  std::fprintf(stderr,
-               "zorvi's SVESigHandler caught signal %s from the process being emulated, passing it to the default signal "
-               "handler.\n",
-               sig == SIGSEGV ? "SIGSEGV" : "SIGBUS");
+  std::fprintf(
+      stderr,
+      "zorvi's SVESigHandler caught signal %s from the process being emulated, passing it to the default signal "
+      "handler.\n",
+      sig == SIGSEGV ? "SIGSEGV" : "SIGBUS");
   std::fflush(stderr);
 }

@@ -32,7 +32,8 @@ aarch64_decode_rc compare_immediate(cpu_state* state, aarch64_p_reg pd, aarch64_
     using T = lane<decltype(element), S>;
     alignas(32) byte result[vector_bytes];
     const T value = static_cast<T>(imm);
-    compare_lanes<T>(result, p_of(state, pg), lanes<T>, [test, value](T a) { return test(a, value); }, z_of(state, zn));
+    compare_lanes<T>(
+        result, p_of(state, pg), lanes<T>, [test, value](T a) { return test(a, value); }, z_of(state, zn));
     finish<decltype(element)>(state, pd, pg, result);
   });
 }
@@ -47,16 +48,16 @@ constexpr auto less_or_equal = [](auto a, auto b) { return a <= b; };
 }  // namespace
 
 // cmp<cc> Pd.T, Pg/Z, Zn.T, Zm.T
-#define COMPARE(cc, signedness_, test)                                                                           \
-  aarch64_decode_rc sve_cmp##cc##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,   \
-                                       aarch64_z_reg zm) {                                                       \
-    return compare<signedness::signedness_>(state, pd, pg, zn, zm, test);                                        \
+#define COMPARE(cc, signedness_, test)                                                                         \
+  aarch64_decode_rc sve_cmp##cc##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, \
+                                       aarch64_z_reg zm) {                                                     \
+    return compare<signedness::signedness_>(state, pd, pg, zn, zm, test);                                      \
   }
 // cmp<cc> Pd.T, Pg/Z, Zn.T, #imm
-#define COMPARE_IMMEDIATE(cc, signedness_, type, test)                                                           \
-  aarch64_decode_rc sve_cmp##cc##_ppzi(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,   \
-                                       type imm) {                                                               \
-    return compare_immediate<signedness::signedness_>(state, pd, pg, zn, imm, test);                             \
+#define COMPARE_IMMEDIATE(cc, signedness_, type, test)                                                         \
+  aarch64_decode_rc sve_cmp##cc##_ppzi(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, \
+                                       type imm) {                                                             \
+    return compare_immediate<signedness::signedness_>(state, pd, pg, zn, imm, test);                           \
   }
 
 COMPARE(eq, signed_, equal)

@@ -50,7 +50,8 @@ aarch64_decode_rc store_to(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,
   return executed;
 }
 
-// Start address of a load or store of M into elements of T, from an immediate count of whole transfers and from an index.
+// Start address of a load or store of M into elements of T, from an immediate count of whole transfers and from an
+// index.
 template <class T, class M>
 std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, int imm) {
   return read(state, rn) + static_cast<std::uint64_t>(static_cast<std::int64_t>(imm)) * (lanes<T> * sizeof(M));
@@ -89,32 +90,32 @@ using s32 = std::int32_t;
 
 }  // namespace
 
-#define LOAD_SI(name, T, M)                                                                                            \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
-                                      int imm) {                                                                       \
-    return load_from<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                             \
+#define LOAD_SI(name, T, M)                                                                                       \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
+                                      int imm) {                                                                  \
+    return load_from<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                        \
   }
-#define LOAD(name, T, M)                                                                                               \
-  LOAD_SI(name, T, M)                                                                                                  \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
-    return load_from<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                                                 \
+#define LOAD(name, T, M)                                                                           \
+  LOAD_SI(name, T, M)                                                                              \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {             \
+    return load_from<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                             \
   }
-#define STORE_SI(name, T, M)                                                                                           \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
-                                      int imm) {                                                                       \
-    return store_to<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                              \
+#define STORE_SI(name, T, M)                                                                                      \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
+                                      int imm) {                                                                  \
+    return store_to<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                         \
   }
-#define STORE(name, T, M)                                                                                              \
-  STORE_SI(name, T, M)                                                                                                 \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
-    return store_to<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                                                  \
+#define STORE(name, T, M)                                                                          \
+  STORE_SI(name, T, M)                                                                             \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {             \
+    return store_to<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                              \
   }
-#define REPLICATE(name, T, M)                                                                                          \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
-                                      unsigned int imm) {                                                              \
-    return replicate<T, M>(state, zt, pg, rn, imm);                                                                    \
+#define REPLICATE(name, T, M)                                                                                     \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
+                                      unsigned int imm) {                                                         \
+    return replicate<T, M>(state, zt, pg, rn, imm);                                                               \
   }
 
 LOAD(ld1b, u8, u8)

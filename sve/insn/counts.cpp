@@ -40,7 +40,8 @@ aarch64_decode_rc decrement(cpu_state* state, aarch64_i_reg rdn, unsigned int pa
 template <class T>
 aarch64_decode_rc add_to_lanes(cpu_state* state, aarch64_z_reg zdn, T n) {
   byte* dst = z_of(state, zdn);
-  map_lanes<T>(dst, lanes<T>, [n](T a) { return a + n; }, dst);
+  map_lanes<T>(
+      dst, lanes<T>, [n](T a) { return a + n; }, dst);
   return executed;
 }
 
@@ -69,27 +70,27 @@ aarch64_decode_rc sve_uqdec(cpu_state* state, aarch64_i_reg rdn, unsigned int pa
 
 }  // namespace
 
-#define COUNTED_SCALARS(suffix, T)                                                                                    \
-  aarch64_decode_rc sve_inc##suffix##_rii(cpu_state* state, aarch64_i_reg rdn, unsigned int pattern,                  \
-                                          unsigned int multiplier) {                                                  \
-    return increment<T>(state, rdn, pattern, multiplier);                                                             \
-  }                                                                                                                   \
-  aarch64_decode_rc sve_dec##suffix##_rii(cpu_state* state, aarch64_i_reg rdn, unsigned int pattern,                  \
-                                          unsigned int multiplier) {                                                  \
-    return decrement<T>(state, rdn, pattern, multiplier);                                                             \
-  }                                                                                                                   \
-  /* Complete, but no row reaches it; unlike the library's routine it ignores the pattern. */                         \
+#define COUNTED_SCALARS(suffix, T)                                                                                     \
+  aarch64_decode_rc sve_inc##suffix##_rii(cpu_state* state, aarch64_i_reg rdn, unsigned int pattern,                   \
+                                          unsigned int multiplier) {                                                   \
+    return increment<T>(state, rdn, pattern, multiplier);                                                              \
+  }                                                                                                                    \
+  aarch64_decode_rc sve_dec##suffix##_rii(cpu_state* state, aarch64_i_reg rdn, unsigned int pattern,                   \
+                                          unsigned int multiplier) {                                                   \
+    return decrement<T>(state, rdn, pattern, multiplier);                                                              \
+  }                                                                                                                    \
+  /* Complete, but no row reaches it; unlike the library's routine it ignores the pattern. */                          \
   aarch64_decode_rc sve_cnt##suffix##_rii(cpu_state* state, aarch64_i_reg rd, unsigned int, unsigned int multiplier) { \
-    return count_all<T>(state, rd, multiplier);                                                                       \
+    return count_all<T>(state, rd, multiplier);                                                                        \
   }
-#define COUNTED_VECTORS(suffix, T)                                                                                    \
-  aarch64_decode_rc sve_inc##suffix##_zii(cpu_state* state, aarch64_z_reg zdn, unsigned int pattern,                  \
-                                          unsigned int multiplier) {                                                  \
-    return add_to_lanes<T>(state, zdn, static_cast<T>(amount<T>(pattern, multiplier)));                               \
-  }                                                                                                                   \
-  aarch64_decode_rc sve_dec##suffix##_zii(cpu_state* state, aarch64_z_reg zdn, unsigned int pattern,                  \
-                                          unsigned int multiplier) {                                                  \
-    return add_to_lanes<T>(state, zdn, static_cast<T>(T{0} - amount<T>(pattern, multiplier)));                        \
+#define COUNTED_VECTORS(suffix, T)                                                                   \
+  aarch64_decode_rc sve_inc##suffix##_zii(cpu_state* state, aarch64_z_reg zdn, unsigned int pattern, \
+                                          unsigned int multiplier) {                                 \
+    return add_to_lanes<T>(state, zdn, static_cast<T>(amount<T>(pattern, multiplier)));              \
+  }                                                                                                  \
+  aarch64_decode_rc sve_dec##suffix##_zii(cpu_state* state, aarch64_z_reg zdn, unsigned int pattern, \
+                                          unsigned int multiplier) {                                 \
+    return add_to_lanes<T>(state, zdn, static_cast<T>(T{0} - amount<T>(pattern, multiplier)));       \
   }
 
 COUNTED_SCALARS(b, std::uint8_t)
@@ -112,8 +113,8 @@ aarch64_decode_rc sve_uqdecw_rii(cpu_state* state, aarch64_i_reg rdn, unsigned i
                                         : sve_uqdec<unsigned int>(state, rdn, pattern, multiplier, element_s);
 }
 
-// uqdecd Rdn, pattern, mul #imm. No row reaches it. It looks at `size`, which a tied operand leaves at 4, so that it would
-// take the 32-bit form for every tied operand; kept so.
+// uqdecd Rdn, pattern, mul #imm. No row reaches it. It looks at `size`, which a tied operand leaves at 4, so that it
+// would take the 32-bit form for every tied operand; kept so.
 aarch64_decode_rc sve_uqdecd_rii(cpu_state* state, aarch64_i_reg rdn, unsigned int pattern, unsigned int multiplier) {
   return rdn.size == element_d ? sve_uqdec<unsigned long>(state, rdn, pattern, multiplier, element_d)
                                : sve_uqdec<unsigned int>(state, rdn, pattern, multiplier, element_d);

@@ -7,7 +7,8 @@ using namespace sve;
 
 namespace {
 
-// Calls `body` with the unsigned type of the two sizes that exist. Nothing passes another code, and with one nothing happens.
+// Calls `body` with the unsigned type of the two sizes that exist. Nothing passes another code, and with one nothing
+// happens.
 template <class Body>
 aarch64_decode_rc for_fp_size(unsigned int code, Body body) {
   if (code == element_s)
@@ -21,8 +22,8 @@ aarch64_decode_rc for_fp_size(unsigned int code, Body body) {
 template <class U, class Op, class... Sources>
 void merge(cpu_state* state, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
   host_fp host(state);
-  merge_lanes_in_order<fp_value<U>, vector_bytes>(dst, old, predicate, lanes<U>,
-                                                  [&](auto... x) { return op(host, x...); }, src...);
+  merge_lanes_in_order<fp_value<U>, vector_bytes>(
+      dst, old, predicate, lanes<U>, [&](auto... x) { return op(host, x...); }, src...);
 }
 
 template <class Op>
@@ -43,7 +44,8 @@ aarch64_decode_rc with_constant(cpu_state* state, aarch64_z_reg zdn, aarch64_p_r
     using Float = std::conditional_t<sizeof(U) == 4, float, double>;
     const auto value = std::bit_cast<fp_value<U>>(static_cast<Float>(constant));
     byte* dst = z_of(state, zdn);
-    merge<U>(state, dst, dst, p_of(state, pg), [&](auto& host, auto a) { return op(host, a, value); }, dst);
+    merge<U>(
+        state, dst, dst, p_of(state, pg), [&](auto& host, auto a) { return op(host, a, value); }, dst);
   });
 }
 
@@ -70,7 +72,8 @@ aarch64_decode_rc unpredicated(cpu_state* state, aarch64_z_reg zd, Op op, Source
     using Value = fp_value<decltype(element)>;
     host_fp host(state);
     byte result[vector_bytes];
-    for (std::size_t i = 0; i < lanes<Value>; ++i) store<Value>(result, i, op(host, load<Value>(z_of(state, registers), i)...));
+    for (std::size_t i = 0; i < lanes<Value>; ++i)
+      store<Value>(result, i, op(host, load<Value>(z_of(state, registers), i)...));
     std::memcpy(z_of(state, zd), result, vector_bytes);
   });
 }
@@ -103,50 +106,51 @@ constexpr auto minimum_number = [](auto& host, auto a, auto b) { return host.min
 }  // namespace
 
 // f<op> Zdn.T, Pg/M, Zdn.T, Zm.T
-#define BINARY(name, op)                                                                                               \
-  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {        \
-    return binary(state, zdn, pg, zm, op);                                                                             \
+#define BINARY(name, op)                                                                                        \
+  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) { \
+    return binary(state, zdn, pg, zm, op);                                                                      \
   }
 // f<op> Zdn.T, Pg/M, Zdn.T, #constant
-#define WITH_CONSTANT(name, clear, set, op)                                                                            \
-  aarch64_decode_rc sve_##name##_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg,                            \
-                                     aarch64_sve_fp_arith_imm imm) {                                                   \
-    return with_constant(state, zdn, pg, imm, clear, set, op);                                                         \
+#define WITH_CONSTANT(name, clear, set, op)                                                 \
+  aarch64_decode_rc sve_##name##_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, \
+                                     aarch64_sve_fp_arith_imm imm) {                        \
+    return with_constant(state, zdn, pg, imm, clear, set, op);                              \
   }
 // f<op> Zd.T, Pg/M, Zn.T
-#define UNARY(name, member)                                                                                            \
-  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {         \
-    return unary(state, zd, pg, zn, [](auto& host, auto a) { return host.member(a); });                                \
+#define UNARY(name, member)                                                                                    \
+  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) { \
+    return unary(state, zd, pg, zn, [](auto& host, auto a) { return host.member(a); });                        \
   }
 // f<op> Zd.T, Zn.T, Zm.T
-#define UNPREDICATED(name, op)                                                                                         \
-  aarch64_decode_rc sve_##name##_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, aarch64_z_reg zm) {         \
-    return unpredicated(state, zd, op, zn, zm);                                                                        \
+#define UNPREDICATED(name, op)                                                                                 \
+  aarch64_decode_rc sve_##name##_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, aarch64_z_reg zm) { \
+    return unpredicated(state, zd, op, zn, zm);                                                                \
   }
 // Accumulator first: op(Zda, Zn, Zm).
-#define FUSED(name, member)                                                                                            \
-  aarch64_decode_rc sve_##name##_zpzz(cpu_state* state, aarch64_z_reg zda, aarch64_p_reg pg, aarch64_z_reg zn,         \
-                                      aarch64_z_reg zm) {                                                              \
-    return ternary(state, zda, pg, zn, zm,                                                                             \
-                   [](auto& host, auto acc, auto n, auto m) { return host.member(acc, n, m); });                       \
+#define FUSED(name, member)                                                                                    \
+  aarch64_decode_rc sve_##name##_zpzz(cpu_state* state, aarch64_z_reg zda, aarch64_p_reg pg, aarch64_z_reg zn, \
+                                      aarch64_z_reg zm) {                                                      \
+    return ternary(state, zda, pg, zn, zm,                                                                     \
+                   [](auto& host, auto acc, auto n, auto m) { return host.member(acc, n, m); });               \
   }
 // Multiplicand first: op(Za, Zdn, Zm).
 #define FUSED_MULTIPLICAND(name, member)                                                                               \
   aarch64_decode_rc sve_##name##_zpzz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm,         \
                                       aarch64_z_reg za) {                                                              \
-    return ternary(state, zdn, pg, zm, za,                                                                             \
-                   [](auto& host, auto dn, auto m, auto a) { return host.member(a, dn, m); });                         \
+    return ternary(state, zdn, pg, zm, za, [](auto& host, auto dn, auto m, auto a) { return host.member(a, dn, m); }); \
   }
 // fcm<cc> Pd.T, Pg/Z, Zn.T, Zm.T
-#define COMPARE(name, member)                                                                                          \
-  aarch64_decode_rc sve_##name##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,          \
-                                      aarch64_z_reg zm) {                                                              \
-    return compare(state, pd, pg, [](auto& host, auto a, auto b) { return host.member(a, b); }, zn, zm);               \
+#define COMPARE(name, member)                                                                                 \
+  aarch64_decode_rc sve_##name##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, \
+                                      aarch64_z_reg zm) {                                                     \
+    return compare(                                                                                           \
+        state, pd, pg, [](auto& host, auto a, auto b) { return host.member(a, b); }, zn, zm);                 \
   }
 // fcm<cc> Pd.T, Pg/Z, Zn.T, #0.0
-#define COMPARE_ZERO(name, member)                                                                                     \
-  aarch64_decode_rc sve_##name##_ppz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn) {         \
-    return compare(state, pd, pg, [](auto& host, auto a) { return host.member(a, decltype(a){0}); }, zn);              \
+#define COMPARE_ZERO(name, member)                                                                             \
+  aarch64_decode_rc sve_##name##_ppz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn) { \
+    return compare(                                                                                            \
+        state, pd, pg, [](auto& host, auto a) { return host.member(a, decltype(a){0}); }, zn);                 \
   }
 
 BINARY(fadd, sum)
@@ -174,7 +178,8 @@ UNARY(frinta, round_ties_away)
 
 // frecpe Zd.T, Zn.T
 aarch64_decode_rc sve_frecpe_zz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn) {
-  return unpredicated(state, zd, [](auto& host, auto a) { return host.reciprocal_estimate(a); }, zn);
+  return unpredicated(
+      state, zd, [](auto& host, auto a) { return host.reciprocal_estimate(a); }, zn);
 }
 
 // fneg Zd.T, Pg/M, Zn.T: the sign alone, no status.
@@ -182,21 +187,25 @@ aarch64_decode_rc sve_fneg_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg
   return for_fp_size(zd.size, [&](auto element) {
     using U = decltype(element);
     byte* dst = z_of(state, zd);
-    merge_lanes<U>(dst, dst, p_of(state, pg), lanes<U>, [](U a) { return FPNeg(a); }, z_of(state, zn));
+    merge_lanes<U>(
+        dst, dst, p_of(state, pg), lanes<U>, [](U a) { return FPNeg(a); }, z_of(state, zn));
   });
 }
 
-// fabs Zd.T, Pg/M, Zn.T. No row reaches it. It keeps what compares greater than or equal to zero and negates any other, so
-// that -0 stays -0 and every NaN has its sign flipped.
+// fabs Zd.T, Pg/M, Zn.T. No row reaches it. It keeps what compares greater than or equal to zero and negates any other,
+// so that -0 stays -0 and every NaN has its sign flipped.
 aarch64_decode_rc sve_fabs_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {
   return for_fp_size(zd.size, [&](auto element) {
     using U = decltype(element);
     byte* dst = z_of(state, zd);
-    merge_lanes<U>(dst, dst, p_of(state, pg), lanes<U>, [](U a) {
-      const U magnitude = magnitude_of(a);
-      const bool keeps = magnitude <= Format<U>::infinity && (a == magnitude || magnitude == 0);
-      return keeps ? a : FPNeg(a);
-    }, z_of(state, zn));
+    merge_lanes<U>(
+        dst, dst, p_of(state, pg), lanes<U>,
+        [](U a) {
+          const U magnitude = magnitude_of(a);
+          const bool keeps = magnitude <= Format<U>::infinity && (a == magnitude || magnitude == 0);
+          return keeps ? a : FPNeg(a);
+        },
+        z_of(state, zn));
   });
 }
 
@@ -223,14 +232,14 @@ COMPARE_ZERO(fcmlt, less)
 
 namespace {
 
-// Conversions in slots of Slot: the low part of the source slot, and a result that fills its slot by zeros or, for integers,
-// by its signedness.
+// Conversions in slots of Slot: the low part of the source slot, and a result that fills its slot by zeros or, for
+// integers, by its signedness.
 template <class Slot, class Op>
 aarch64_decode_rc convert(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn, Op op) {
   host_fp host(state);
   byte* dst = z_of(state, zd);
-  merge_lanes_in_order<Slot, vector_bytes>(dst, dst, p_of(state, pg), lanes<Slot>,
-                                           [&](Slot a) { return op(host, a); }, z_of(state, zn));
+  merge_lanes_in_order<Slot, vector_bytes>(
+      dst, dst, p_of(state, pg), lanes<Slot>, [&](Slot a) { return op(host, a); }, z_of(state, zn));
   return executed;
 }
 
@@ -251,17 +260,17 @@ using u64 = std::uint64_t;
 
 }  // namespace
 
-#define FROM_INTEGER(name, Slot, Integer, To)                                                                          \
-  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {         \
-    return convert<Slot>(state, zd, pg, zn, [](host_fp& host, Slot a) -> Slot {                                        \
-      return raw<To>(host.from_integer<To>(static_cast<Integer>(a)));                                                  \
-    });                                                                                                                \
+#define FROM_INTEGER(name, Slot, Integer, To)                                                                  \
+  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) { \
+    return convert<Slot>(state, zd, pg, zn, [](host_fp& host, Slot a) -> Slot {                                \
+      return raw<To>(host.from_integer<To>(static_cast<Integer>(a)));                                          \
+    });                                                                                                        \
   }
-#define TO_INTEGER(name, Slot, From, Integer)                                                                          \
-  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {         \
-    return convert<Slot>(state, zd, pg, zn, [](host_fp& host, Slot a) -> Slot {                                        \
-      return static_cast<Slot>(host.to_integer<Integer>(value_of<From>(static_cast<From>(a))));                        \
-    });                                                                                                                \
+#define TO_INTEGER(name, Slot, From, Integer)                                                                  \
+  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) { \
+    return convert<Slot>(state, zd, pg, zn, [](host_fp& host, Slot a) -> Slot {                                \
+      return static_cast<Slot>(host.to_integer<Integer>(value_of<From>(static_cast<From>(a))));                \
+    });                                                                                                        \
   }
 
 FROM_INTEGER(scvtf_s2s, u32, s32, u32)
@@ -283,7 +292,8 @@ TO_INTEGER(fcvtzu_d2s, u64, u64, u32)
 TO_INTEGER(fcvtzu_d2d, u64, u64, u64)
 
 aarch64_decode_rc sve_fcvt_d2s_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {
-  return convert<u64>(state, zd, pg, zn, [](host_fp& host, u64 a) -> u64 { return raw<u32>(host.narrowed(value_of<u64>(a))); });
+  return convert<u64>(state, zd, pg, zn,
+                      [](host_fp& host, u64 a) -> u64 { return raw<u32>(host.narrowed(value_of<u64>(a))); });
 }
 
 aarch64_decode_rc sve_fcvt_s2d_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {
@@ -300,8 +310,8 @@ void write_scalar(cpu_state* state, unsigned int vd, Value value) {
   store<Value>(state->z[vd], 0, value);
 }
 
-// A balanced tree of adjacent pairs over the next power of two above the element count; inactive and missing elements are
-// the pad.
+// A balanced tree of adjacent pairs over the next power of two above the element count; inactive and missing elements
+// are the pad.
 template <class Pad, class Op>
 aarch64_decode_rc tree(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn, Pad pad, Op op) {
   return for_fp_size(zn.size, [&](auto element) {

@@ -19,7 +19,8 @@ constexpr auto sxtw = [](auto offset) { return static_cast<u64>(static_cast<std:
 constexpr auto uxtw = [](auto offset) { return u64{static_cast<u32>(offset)}; };
 
 // Element T of the register from element M of memory at address(vector element), in rising order and in place: the
-// destination may be the vector of offsets, since each element writes only itself. An inactive element forms no address.
+// destination may be the vector of offsets, since each element writes only itself. An inactive element forms no
+// address.
 template <class T, class M, class Address>
 aarch64_decode_rc gather(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_z_reg vector, Address address) {
   byte* dst = z_of(state, zt);
@@ -44,25 +45,25 @@ aarch64_decode_rc scatter(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, 
 }  // namespace
 
 // Vector of bases plus an unsigned immediate count of memory elements.
-#define VECTOR_IMMEDIATE(name, move, T, M)                                                                             \
-  aarch64_decode_rc sve_##name##_zpzi(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_z_reg zn,          \
-                                      unsigned int imm) {                                                              \
-    const u64 offset = u64{imm} * sizeof(M);                                                                           \
-    return move<T, M>(state, zt, pg, zn, [offset](T element) { return element + offset; });                            \
+#define VECTOR_IMMEDIATE(name, move, T, M)                                                                    \
+  aarch64_decode_rc sve_##name##_zpzi(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_z_reg zn, \
+                                      unsigned int imm) {                                                     \
+    const u64 offset = u64{imm} * sizeof(M);                                                                  \
+    return move<T, M>(state, zt, pg, zn, [offset](T element) { return element + offset; });                   \
   }
 // Base register plus a vector of byte offsets.
-#define BASE_OFFSET(name, move, T, M, extend)                                                                          \
-  aarch64_decode_rc sve_##name##_zpzr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_z_reg zm,          \
-                                      aarch64_i_rsp_reg rn) {                                                          \
-    const u64 base = read(state, rn);                                                                                  \
-    return move<T, M>(state, zt, pg, zm, [base](T element) { return base + extend(element); });                        \
+#define BASE_OFFSET(name, move, T, M, extend)                                                                 \
+  aarch64_decode_rc sve_##name##_zpzr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_z_reg zm, \
+                                      aarch64_i_rsp_reg rn) {                                                 \
+    const u64 base = read(state, rn);                                                                         \
+    return move<T, M>(state, zt, pg, zm, [base](T element) { return base + extend(element); });               \
   }
 // Base register plus a vector of offsets counted in memory elements.
-#define BASE_SCALED(name, move, T, M, extend)                                                                          \
-  aarch64_decode_rc sve_##name##_scaled_zprz(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
-                                             aarch64_i_rsp_reg rn, aarch64_z_reg zm) {                                 \
-    const u64 base = read(state, rn);                                                                                  \
-    return move<T, M>(state, zt, pg, zm, [base](T element) { return base + extend(element) * sizeof(M); });            \
+#define BASE_SCALED(name, move, T, M, extend)                                                               \
+  aarch64_decode_rc sve_##name##_scaled_zprz(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,          \
+                                             aarch64_i_rsp_reg rn, aarch64_z_reg zm) {                      \
+    const u64 base = read(state, rn);                                                                       \
+    return move<T, M>(state, zt, pg, zm, [base](T element) { return base + extend(element) * sizeof(M); }); \
   }
 
 VECTOR_IMMEDIATE(ld1d, gather, u64, u64)

@@ -1,7 +1,7 @@
-// Floating point on the host. On AArch64 each function is one scalar instruction under the live FPCR, in a form that the
-// compiler may neither fold, contract, nor move across a read of the status register; the status accumulates in the live
-// FPSR, and `read_host_status` fetches it. On other hosts the same functions compute through the floating-point library under
-// the state's own `fpcr` and accumulate into its `fpsr`, with equal results.
+// Floating point on the host. On AArch64 each function is one scalar instruction under the live FPCR, in a form that
+// the compiler may neither fold, contract, nor move across a read of the status register; the status accumulates in the
+// live FPSR, and `read_host_status` fetches it. On other hosts the same functions compute through the floating-point
+// library under the state's own `fpcr` and accumulate into its `fpsr`, with equal results.
 #pragma once
 
 #include <bit>
@@ -30,51 +30,51 @@ class host_fp {
  public:
   explicit host_fp(cpu_state*) {}
 
-#define SVE_HOST_BINARY(name, instruction)                                        \
-  float name(float a, float b) const {                                            \
-    float r;                                                                      \
-    asm volatile(instruction " %s0, %s1, %s2" : "=w"(r) : "w"(a), "w"(b));        \
-    return r;                                                                     \
-  }                                                                               \
-  double name(double a, double b) const {                                         \
-    double r;                                                                     \
-    asm volatile(instruction " %d0, %d1, %d2" : "=w"(r) : "w"(a), "w"(b));        \
-    return r;                                                                     \
+#define SVE_HOST_BINARY(name, instruction)                                 \
+  float name(float a, float b) const {                                     \
+    float r;                                                               \
+    asm volatile(instruction " %s0, %s1, %s2" : "=w"(r) : "w"(a), "w"(b)); \
+    return r;                                                              \
+  }                                                                        \
+  double name(double a, double b) const {                                  \
+    double r;                                                              \
+    asm volatile(instruction " %d0, %d1, %d2" : "=w"(r) : "w"(a), "w"(b)); \
+    return r;                                                              \
   }
-#define SVE_HOST_UNARY(name, instruction)                                         \
-  float name(float a) const {                                                     \
-    float r;                                                                      \
-    asm volatile(instruction " %s0, %s1" : "=w"(r) : "w"(a));                     \
-    return r;                                                                     \
-  }                                                                               \
-  double name(double a) const {                                                   \
-    double r;                                                                     \
-    asm volatile(instruction " %d0, %d1" : "=w"(r) : "w"(a));                     \
-    return r;                                                                     \
+#define SVE_HOST_UNARY(name, instruction)                     \
+  float name(float a) const {                                 \
+    float r;                                                  \
+    asm volatile(instruction " %s0, %s1" : "=w"(r) : "w"(a)); \
+    return r;                                                 \
+  }                                                           \
+  double name(double a) const {                               \
+    double r;                                                 \
+    asm volatile(instruction " %d0, %d1" : "=w"(r) : "w"(a)); \
+    return r;                                                 \
   }
 // The addend first, then the factors.
-#define SVE_HOST_FUSED(name, instruction)                                                       \
-  float name(float addend, float a, float b) const {                                            \
-    float r;                                                                                    \
-    asm volatile(instruction " %s0, %s1, %s2, %s3" : "=w"(r) : "w"(a), "w"(b), "w"(addend));    \
-    return r;                                                                                   \
-  }                                                                                             \
-  double name(double addend, double a, double b) const {                                        \
-    double r;                                                                                   \
-    asm volatile(instruction " %d0, %d1, %d2, %d3" : "=w"(r) : "w"(a), "w"(b), "w"(addend));    \
-    return r;                                                                                   \
+#define SVE_HOST_FUSED(name, instruction)                                                    \
+  float name(float addend, float a, float b) const {                                         \
+    float r;                                                                                 \
+    asm volatile(instruction " %s0, %s1, %s2, %s3" : "=w"(r) : "w"(a), "w"(b), "w"(addend)); \
+    return r;                                                                                \
+  }                                                                                          \
+  double name(double addend, double a, double b) const {                                     \
+    double r;                                                                                \
+    asm volatile(instruction " %d0, %d1, %d2, %d3" : "=w"(r) : "w"(a), "w"(b), "w"(addend)); \
+    return r;                                                                                \
   }
 // A compare and the condition that says true; no condition here holds for unordered operands unless it asks for them.
-#define SVE_HOST_COMPARE(name, instruction, condition)                                                          \
-  bool name(float a, float b) const {                                                                           \
-    int r;                                                                                                      \
-    asm volatile(instruction " %s1, %s2\n\tcset %w0, " condition : "=r"(r) : "w"(a), "w"(b) : "cc");            \
-    return r;                                                                                                   \
-  }                                                                                                             \
-  bool name(double a, double b) const {                                                                         \
-    int r;                                                                                                      \
-    asm volatile(instruction " %d1, %d2\n\tcset %w0, " condition : "=r"(r) : "w"(a), "w"(b) : "cc");            \
-    return r;                                                                                                   \
+#define SVE_HOST_COMPARE(name, instruction, condition)                                               \
+  bool name(float a, float b) const {                                                                \
+    int r;                                                                                           \
+    asm volatile(instruction " %s1, %s2\n\tcset %w0, " condition : "=r"(r) : "w"(a), "w"(b) : "cc"); \
+    return r;                                                                                        \
+  }                                                                                                  \
+  bool name(double a, double b) const {                                                              \
+    int r;                                                                                           \
+    asm volatile(instruction " %d1, %d2\n\tcset %w0, " condition : "=r"(r) : "w"(a), "w"(b) : "cc"); \
+    return r;                                                                                        \
   }
 
   SVE_HOST_BINARY(add, "fadd")
@@ -179,20 +179,62 @@ class host_fp {
   SVE_LIBRARY_BINARY(reciprocal_step, FPRecipStepFused)
 #undef SVE_LIBRARY_BINARY
 
-  template <class U> U square_root(U a) { return FPSqrt(a, working_); }
-  template <class U> U reciprocal_estimate(U a) { return FPRecipEstimate(a, working_); }
-  template <class U> U round_ties_away(U a) { return FPRoundInt(a, FPRounding_TiesAway, false, working_); }
-  template <class U> U multiply_add(U c, U a, U b) { return FPMulAdd(c, a, b, working_); }
-  template <class U> U multiply_subtract(U c, U a, U b) { return FPMulAdd(c, FPNeg(a), b, working_); }
-  template <class U> U negated_multiply_add(U c, U a, U b) { return FPMulAdd(FPNeg(c), FPNeg(a), b, working_); }
-  template <class U> U negated_multiply_subtract(U c, U a, U b) { return FPMulAdd(FPNeg(c), a, b, working_); }
-  template <class U> bool equal(U a, U b) { return FPCompareEQ(a, b, working_); }
-  template <class U> bool not_equal(U a, U b) { return !FPCompareEQ(a, b, working_); }
-  template <class U> bool unordered(U a, U b) { return FPCompareUN(a, b, working_); }
-  template <class U> bool greater_or_equal(U a, U b) { return FPCompareGE(a, b, working_); }
-  template <class U> bool greater(U a, U b) { return FPCompareGT(a, b, working_); }
-  template <class U> bool less_or_equal(U a, U b) { return FPCompareGE(b, a, working_); }
-  template <class U> bool less(U a, U b) { return FPCompareGT(b, a, working_); }
+  template <class U>
+  U square_root(U a) {
+    return FPSqrt(a, working_);
+  }
+  template <class U>
+  U reciprocal_estimate(U a) {
+    return FPRecipEstimate(a, working_);
+  }
+  template <class U>
+  U round_ties_away(U a) {
+    return FPRoundInt(a, FPRounding_TiesAway, false, working_);
+  }
+  template <class U>
+  U multiply_add(U c, U a, U b) {
+    return FPMulAdd(c, a, b, working_);
+  }
+  template <class U>
+  U multiply_subtract(U c, U a, U b) {
+    return FPMulAdd(c, FPNeg(a), b, working_);
+  }
+  template <class U>
+  U negated_multiply_add(U c, U a, U b) {
+    return FPMulAdd(FPNeg(c), FPNeg(a), b, working_);
+  }
+  template <class U>
+  U negated_multiply_subtract(U c, U a, U b) {
+    return FPMulAdd(FPNeg(c), a, b, working_);
+  }
+  template <class U>
+  bool equal(U a, U b) {
+    return FPCompareEQ(a, b, working_);
+  }
+  template <class U>
+  bool not_equal(U a, U b) {
+    return !FPCompareEQ(a, b, working_);
+  }
+  template <class U>
+  bool unordered(U a, U b) {
+    return FPCompareUN(a, b, working_);
+  }
+  template <class U>
+  bool greater_or_equal(U a, U b) {
+    return FPCompareGE(a, b, working_);
+  }
+  template <class U>
+  bool greater(U a, U b) {
+    return FPCompareGT(a, b, working_);
+  }
+  template <class U>
+  bool less_or_equal(U a, U b) {
+    return FPCompareGE(b, a, working_);
+  }
+  template <class U>
+  bool less(U a, U b) {
+    return FPCompareGT(b, a, working_);
+  }
 
   template <class To, class Integer>
   To from_integer(Integer value) {

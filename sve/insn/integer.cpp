@@ -12,7 +12,9 @@ constexpr auto wrapping_multiply = [](auto a, auto b) {
 };
 
 // Division never traps: by 0 it gives 0, and by -1 the negated dividend, so that the smallest value stays itself.
-constexpr auto unsigned_divide = [](auto a, auto b) { return b == 0 ? decltype(a){0} : static_cast<decltype(a)>(a / b); };
+constexpr auto unsigned_divide = [](auto a, auto b) {
+  return b == 0 ? decltype(a){0} : static_cast<decltype(a)>(a / b);
+};
 constexpr auto signed_divide = [](auto a, auto b) {
   using T = decltype(a);
   if (b == 0) return T{0};

@@ -15,8 +15,8 @@ enum class signedness { unsigned_, signed_ };
 template <class T, signedness S>
 using lane = std::conditional_t<S == signedness::signed_, signed_of<T>, T>;
 
-/// Calls `body` with a value of the unsigned element type that the size code names. The code is compared with 2, then 3,
-/// then 1; every other code means 8 bits.
+/// Calls `body` with a value of the unsigned element type that the size code names. The code is compared with 2, then
+/// 3, then 1; every other code means 8 bits.
 template <class Body>
 [[gnu::always_inline]] inline aarch64_decode_rc for_size(unsigned int code, Body body) {
   if (code == element_s)
@@ -83,7 +83,8 @@ inline aarch64_decode_rc with_immediate(cpu_state* state, unsigned int size, aar
     using T = lane<decltype(element), S>;
     byte* dst = z_of(state, zdn);
     const T value = static_cast<T>(imm);
-    map_lanes<T>(dst, lanes<T>, [op, value](T a) { return op(a, value); }, dst);
+    map_lanes<T>(
+        dst, lanes<T>, [op, value](T a) { return op(a, value); }, dst);
   });
 }
 

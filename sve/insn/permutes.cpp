@@ -122,9 +122,7 @@ void sve_zip1(char* dst, char* a, char* b, element_size es) {
 }
 
 void sve_zip2(char* dst, char* a, char* b, element_size es) {
-  for_size(es, [&](auto element) {
-    zip<decltype(element)>(bytes(dst), bytes(a) + half_bytes, bytes(b) + half_bytes);
-  });
+  for_size(es, [&](auto element) { zip<decltype(element)>(bytes(dst), bytes(a) + half_bytes, bytes(b) + half_bytes); });
 }
 
 void sve_uzp1(char* dst, char* a, char* b, element_size es) {
@@ -133,9 +131,7 @@ void sve_uzp1(char* dst, char* a, char* b, element_size es) {
 
 // dup Zd.T, #imm
 aarch64_decode_rc sve_dup_zi(cpu_state* state, aarch64_z_reg zd, int imm) {
-  return for_size(zd.size, [&](auto element) {
-    broadcast(z_of(state, zd), static_cast<decltype(element)>(imm));
-  });
+  return for_size(zd.size, [&](auto element) { broadcast(z_of(state, zd), static_cast<decltype(element)>(imm)); });
 }
 
 // fdup Zd.T, #imm
@@ -152,9 +148,7 @@ aarch64_decode_rc sve_fdup_zi(cpu_state* state, aarch64_z_reg zd, aarch64_sve_fp
 // dup Zd.T, Rn|SP
 aarch64_decode_rc sve_dup_zr(cpu_state* state, aarch64_z_reg zd, aarch64_i_rsp_reg rn) {
   const std::uint64_t value = read(state, rn);
-  return for_size(zd.size, [&](auto element) {
-    broadcast(z_of(state, zd), static_cast<decltype(element)>(value));
-  });
+  return for_size(zd.size, [&](auto element) { broadcast(z_of(state, zd), static_cast<decltype(element)>(value)); });
 }
 
 // dup Zd.T, Zn.T[index]: 0 for an index whose byte offset lies beyond the vector.
@@ -218,7 +212,8 @@ aarch64_decode_rc sve_sel_zpzz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg
                                aarch64_z_reg zm) {
   return for_size(zd.tied_dst_size, [&](auto element) {
     using T = decltype(element);
-    merge_lanes<T>(z_of(state, zd), z_of(state, zm), p_of(state, pg), lanes<T>, [](T a) { return a; }, z_of(state, zn));
+    merge_lanes<T>(
+        z_of(state, zd), z_of(state, zm), p_of(state, pg), lanes<T>, [](T a) { return a; }, z_of(state, zn));
   });
 }
 
@@ -226,7 +221,8 @@ aarch64_decode_rc sve_sel_zpzz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg
 aarch64_decode_rc sve_sel_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   byte result[vector_bytes];
-  merge_lanes<byte>(result, p_of(state, pm), p_of(state, pg), vector_bytes, [](byte a) { return a; }, p_of(state, pn));
+  merge_lanes<byte>(
+      result, p_of(state, pm), p_of(state, pg), vector_bytes, [](byte a) { return a; }, p_of(state, pn));
   std::memcpy(p_of(state, pd), result, vector_bytes);
   return executed;
 }
@@ -315,21 +311,19 @@ aarch64_decode_rc sve_trn1_ppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg
 
 // rev Zd.T, Zn.T
 aarch64_decode_rc sve_rev_zz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn) {
-  return buffered(zd.size, z_of(state, zd), [&](auto element, byte* result) {
-    reverse<decltype(element)>(result, z_of(state, zn));
-  });
+  return buffered(zd.size, z_of(state, zd),
+                  [&](auto element, byte* result) { reverse<decltype(element)>(result, z_of(state, zn)); });
 }
 
 // rev Pd.T, Pn.T
 aarch64_decode_rc sve_rev_pp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pn) {
-  return buffered(pd.size, p_of(state, pd), [&](auto element, byte* result) {
-    reverse<decltype(element)>(result, p_of(state, pn));
-  });
+  return buffered(pd.size, p_of(state, pd),
+                  [&](auto element, byte* result) { reverse<decltype(element)>(result, p_of(state, pn)); });
 }
 
-#define UNPACK(name, To, From, first_byte)                                                           \
-  aarch64_decode_rc sve_##name##_zz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn) {           \
-    return unpack<To, From>(state, zd, zn, first_byte);                                              \
+#define UNPACK(name, To, From, first_byte)                                                  \
+  aarch64_decode_rc sve_##name##_zz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn) { \
+    return unpack<To, From>(state, zd, zn, first_byte);                                     \
   }
 UNPACK(uunpklo_b2h, std::uint16_t, std::uint8_t, 0)
 UNPACK(uunpkhi_b2h, std::uint16_t, std::uint8_t, half_bytes)
@@ -371,7 +365,8 @@ aarch64_decode_rc sve_clastb_rpz(cpu_state* state, aarch64_i_reg rdn, aarch64_p_
   return for_size(zm.size, [&](auto element) {
     using T = decltype(element);
     const int last = last_active<T>(p_of(state, pg));
-    write(state, rdn, last < 0 ? static_cast<T>(read(state, rdn)) : load<T>(z_of(state, zm), static_cast<std::size_t>(last)));
+    write(state, rdn,
+          last < 0 ? static_cast<T>(read(state, rdn)) : load<T>(z_of(state, zm), static_cast<std::size_t>(last)));
   });
 }
 
@@ -386,7 +381,8 @@ aarch64_decode_rc sve_movprfx_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_
   if (pg.size == aarch64_p_reg::zeroing)
     return for_size(zd.size, [&](auto element) {
       using T = decltype(element);
-      zero_lanes<T>(z_of(state, zd), p_of(state, pg), lanes<T>, [](T a) { return a; }, z_of(state, zn));
+      zero_lanes<T>(
+          z_of(state, zd), p_of(state, pg), lanes<T>, [](T a) { return a; }, z_of(state, zn));
     });
   return merging_unary(state, zd.size, zd, pg, zn, [](auto a) { return a; });
 }

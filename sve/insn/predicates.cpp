@@ -119,7 +119,8 @@ aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg 
   byte bytes[vector_bytes];
   result.spread(bytes);
   const byte* spread = bytes;
-  return byte_logic(state, pd, pg, [](byte b) { return b; }, spread);
+  return byte_logic(
+      state, pd, pg, [](byte b) { return b; }, spread);
 }
 
 // The bits up to the first active element at which Pn is true, that element included or not.
@@ -181,7 +182,8 @@ aarch64_decode_rc sve_whilelt_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_
 // whilelo Pd.T, Rn, Rm
 aarch64_decode_rc sve_whilelo_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_reg rn, aarch64_i_reg rm) {
   return set_while(state, pd, [&](std::size_t count) {
-    return at_width<std::uint64_t, std::uint32_t>(state, rn, rm, [&](auto n, auto m) { return less_than(n, m, count); });
+    return at_width<std::uint64_t, std::uint32_t>(state, rn, rm,
+                                                  [&](auto n, auto m) { return less_than(n, m, count); });
   });
 }
 
@@ -198,37 +200,42 @@ aarch64_decode_rc sve_whilels_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_
 // and Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_and_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
-  return byte_logic(state, pd, pg, [](byte n, byte m) { return n & m; }, p_of(state, pn), p_of(state, pm));
+  return byte_logic(
+      state, pd, pg, [](byte n, byte m) { return n & m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // bic Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_bic_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
-  return byte_logic(state, pd, pg, [](byte n, byte m) { return n & ~m; }, p_of(state, pn), p_of(state, pm));
+  return byte_logic(
+      state, pd, pg, [](byte n, byte m) { return n & ~m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // eor Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_eor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
-  return byte_logic(state, pd, pg, [](byte n, byte m) { return n ^ m; }, p_of(state, pn), p_of(state, pm));
+  return byte_logic(
+      state, pd, pg, [](byte n, byte m) { return n ^ m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // orr Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_orr_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
-  return byte_logic(state, pd, pg, [](byte n, byte m) { return n | m; }, p_of(state, pn), p_of(state, pm));
+  return byte_logic(
+      state, pd, pg, [](byte n, byte m) { return n | m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // nor Pd.B, Pg/Z, Pn.B, Pm.B: 1 where both bytes are 0.
 aarch64_decode_rc sve_nor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
-  return byte_logic(state, pd, pg, [](byte n, byte m) { return (n | m) == 0 ? 1 : 0; }, p_of(state, pn),
-                    p_of(state, pm));
+  return byte_logic(
+      state, pd, pg, [](byte n, byte m) { return (n | m) == 0 ? 1 : 0; }, p_of(state, pn), p_of(state, pm));
 }
 
 // not Pd.B, Pg/Z, Pn.B. No row reaches it: the decoder knows the alias as eor.
 aarch64_decode_rc sve_not_ppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn) {
-  return byte_logic(state, pd, pg, [](byte n) { return (n & 1) ^ 1; }, p_of(state, pn));
+  return byte_logic(
+      state, pd, pg, [](byte n) { return (n & 1) ^ 1; }, p_of(state, pn));
 }
 
 // brka Pd.B, Pg/ZM, Pn.B
@@ -287,8 +294,8 @@ aarch64_decode_rc sve_pnext_pp(cpu_state* state, aarch64_p_reg pdn, aarch64_p_re
 // cntp Xd, Pg, Pn.T
 aarch64_decode_rc sve_cntp_rpp(cpu_state* state, aarch64_i_reg rd, aarch64_p_reg pg, aarch64_p_reg pn) {
   return for_size(pn.size, [&](auto element) {
-    const register_bits both = register_bits(p_of(state, pg)) & register_bits(p_of(state, pn)) &
-                               register_bits::elements(sizeof element);
+    const register_bits both =
+        register_bits(p_of(state, pg)) & register_bits(p_of(state, pn)) & register_bits::elements(sizeof element);
     write(state, rd, static_cast<std::uint64_t>(both.count()));
   });
 }
@@ -313,7 +320,8 @@ aarch64_decode_rc sve_rdffr_p(cpu_state* state, aarch64_p_reg pd) {
 
 // rdffr Pd.B, Pg/Z
 aarch64_decode_rc sve_rdffr_pp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg) {
-  map_lanes<byte>(p_of(state, pd), vector_bytes, [](byte f, byte g) { return f & g; },
-                  static_cast<const byte*>(state->ffr), p_of(state, pg));
+  map_lanes<byte>(
+      p_of(state, pd), vector_bytes, [](byte f, byte g) { return f & g; }, static_cast<const byte*>(state->ffr),
+      p_of(state, pg));
   return executed;
 }

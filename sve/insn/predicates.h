@@ -3,10 +3,10 @@
 
 #include "sve/state/cpu_state.h"
 
-/// Writes N, Z, C and V of `nzcv` from a predicate in byte form under a mask: N is the result at the first element active
-/// in the mask (0 with none), Z is set if no element is active in both, C is the inverse of the result at the last active
-/// element (1 with none), V is 0. The element stride is the size of T, whose signedness has no effect. An element's bit is
-/// bit 0 of its first byte; no other bit is looked at.
+/// Writes N, Z, C and V of `nzcv` from a predicate in byte form under a mask: N is the result at the first element
+/// active in the mask (0 with none), Z is set if no element is active in both, C is the inverse of the result at the
+/// last active element (1 with none), V is 0. The element stride is the size of T, whose signedness has no effect. An
+/// element's bit is bit 0 of its first byte; no other bit is looked at.
 template <class T>
 void sve_ptest(cpu_state* state, const char* mask, const char* result);
 

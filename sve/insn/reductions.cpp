@@ -15,10 +15,11 @@ void write_scalar(cpu_state* state, unsigned int vd, T value) {
   store<T>(dst, 0, value);
 }
 
-// Folds the active elements in rising order from `start`; an inactive element counts as the start value, on which `step`
-// has no effect.
+// Folds the active elements in rising order from `start`; an inactive element counts as the start value, on which
+// `step` has no effect.
 template <signedness S, class Start, class Step>
-aarch64_decode_rc reduce(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn, Start start, Step step) {
+aarch64_decode_rc reduce(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn, Start start,
+                         Step step) {
   return for_size(zn.size, [&](auto element) {
     using T = lane<decltype(element), S>;
     using U = decltype(element);
@@ -56,16 +57,16 @@ aarch64_decode_rc sve_uaddv_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg
   });
 }
 
-#define REDUCTION(name, signedness_, start, step)                                                          \
+#define REDUCTION(name, signedness_, start, step)                                                             \
   aarch64_decode_rc sve_##name##_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn) { \
-    return reduce<signedness::signedness_>(state, vd, pg, zn, start, [](auto a, auto b) { return step; }); \
+    return reduce<signedness::signedness_>(state, vd, pg, zn, start, [](auto a, auto b) { return step; });    \
   }
 
 REDUCTION(smaxv, signed_, smallest, a > b ? a : b)
 REDUCTION(sminv, signed_, largest, a < b ? a : b)
 REDUCTION(umaxv, unsigned_, zero, a > b ? a : b)
 REDUCTION(uminv, unsigned_, all_ones, a < b ? a : b)
-REDUCTION(andv, unsigned_, all_ones, a & b)
+REDUCTION(andv, unsigned_, all_ones, a& b)
 REDUCTION(orv, unsigned_, zero, a | b)
 REDUCTION(eorv, unsigned_, zero, a ^ b)
 

@@ -1,5 +1,5 @@
-// Shifts by vector and by immediate, bit and word reversal. The amount is the whole unsigned element: nothing cuts it to a
-// few low bits.
+// Shifts by vector and by immediate, bit and word reversal. The amount is the whole unsigned element: nothing cuts it
+// to a few low bits.
 #include "sve/insn/lanes.h"
 
 using namespace sve;

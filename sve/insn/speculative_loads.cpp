@@ -1,5 +1,5 @@
-// First-fault and non-fault loads that run as instruction functions. Two mechanisms, which differ in what they detect and
-// in how the first-fault register comes out; programs see the differences, so they are kept apart. A third one, the
+// First-fault and non-fault loads that run as instruction functions. Two mechanisms, which differ in what they detect
+// and in how the first-fault register comes out; programs see the differences, so they are kept apart. A third one, the
 // guarded read of each element, is the vector library's.
 #include "sve/fault/fault_capture.h"
 #include "sve/insn/memory.h"
@@ -18,8 +18,8 @@ using s32 = std::int32_t;
 
 bool is_readable(u64 address) { return addr_is_readable(reinterpret_cast<char volatile*>(address)); }
 
-// First-fault, scalar plus scalar: one probe of the next page, and that only when the span of a whole vector crosses a page
-// end. The first page is never tested: a load that starts in unreadable memory ends the process.
+// First-fault, scalar plus scalar: one probe of the next page, and that only when the span of a whole vector crosses a
+// page end. The first page is never tested: a load that starts in unreadable memory ends the process.
 template <class T, class M>
 aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,
                                    aarch64_i_reg rm) {
@@ -39,13 +39,12 @@ aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p
   for (std::size_t e = 0; e < readable; ++e)
     store<T>(dst, e, active<T>(predicate, e) ? static_cast<T>(read_memory<M>(start + e * sizeof(M))) : T{0});
   // The elements above keep their old values; their bytes of the first-fault register are cleared, active or not.
-  if (readable < lanes<T>)
-    std::memset(state->ffr + readable * sizeof(T), 0, vector_bytes - readable * sizeof(T));
+  if (readable < lanes<T>) std::memset(state->ffr + readable * sizeof(T), 0, vector_bytes - readable * sizeof(T));
   return executed;
 }
 
-// Non-fault, scalar plus immediate: a probe at the first element and after each page end, of an element's first byte only.
-// A failure is not sticky: a later element on a readable page loads.
+// Non-fault, scalar plus immediate: a probe at the first element and after each page end, of an element's first byte
+// only. A failure is not sticky: a later element on a readable page loads.
 template <class T, class M>
 aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, int imm) {
   const u64 start = read(state, rn) + static_cast<u64>(static_cast<std::int64_t>(imm)) * (lanes<T> * sizeof(M));
@@ -74,15 +73,15 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
 
 }  // namespace
 
-#define FIRST_FAULT(name, T, M)                                                                                        \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
-    return load_first_fault<T, M>(state, zt, pg, rn, rm);                                                              \
+#define FIRST_FAULT(name, T, M)                                                                    \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {             \
+    return load_first_fault<T, M>(state, zt, pg, rn, rm);                                          \
   }
-#define NON_FAULT(name, T, M)                                                                                          \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
-                                      int imm) {                                                                       \
-    return load_non_fault<T, M>(state, zt, pg, rn, imm);                                                               \
+#define NON_FAULT(name, T, M)                                                                                     \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
+                                      int imm) {                                                                  \
+    return load_non_fault<T, M>(state, zt, pg, rn, imm);                                                          \
   }
 
 FIRST_FAULT(ldff1b_d, u64, u8)

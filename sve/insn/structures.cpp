@@ -18,8 +18,8 @@ struct group {
   byte* z[N];
 };
 
-// Structures of N elements in rising order, and in each its fields in rising order. An inactive structure is not read, and
-// its elements become 0.
+// Structures of N elements in rising order, and in each its fields in rising order. An inactive structure is not read,
+// and its elements become 0.
 template <class T, unsigned N>
 aarch64_decode_rc load_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
   const group<N> to(state, zt);
@@ -59,14 +59,14 @@ std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, aarch64_i_reg rm)
 
 }  // namespace
 
-#define STRUCTURES(name, move, T, N)                                                                                   \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn,      \
-                                      int imm) {                                                                       \
-    return move<T, N>(state, zt, pg, start_at<N>(state, rn, imm));                                                     \
-  }                                                                                                                    \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                     \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                                 \
-    return move<T, N>(state, zt, pg, start_at<T>(state, rn, rm));                                                      \
+#define STRUCTURES(name, move, T, N)                                                                              \
+  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
+                                      int imm) {                                                                  \
+    return move<T, N>(state, zt, pg, start_at<N>(state, rn, imm));                                                \
+  }                                                                                                               \
+  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                \
+                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                            \
+    return move<T, N>(state, zt, pg, start_at<T>(state, rn, rm));                                                 \
   }
 
 STRUCTURES(ld2b, load_structures, u8, 2)

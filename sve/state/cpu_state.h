@@ -9,8 +9,8 @@
 
 /// Result of a decode handler, an instruction function and `execute_sve_instruction`.
 enum aarch64_decode_rc : int {
-  AARCH64_DECODE_EXECUTED = 0,     ///< the instruction was executed
-  AARCH64_DECODE_UNDECODED = 2,    ///< the word was not decoded, or its instruction function is unimplemented
+  AARCH64_DECODE_EXECUTED = 0,   ///< the instruction was executed
+  AARCH64_DECODE_UNDECODED = 2,  ///< the word was not decoded, or its instruction function is unimplemented
 };
 
 /// The architectural state of one application thread.
@@ -49,7 +49,6 @@ inline constexpr std::uint64_t flag_mask = 0xf0000000u;
 inline void write_flags(cpu_state* state, bool n, bool z, bool c, bool v) {
   state->nzcv = (state->nzcv & ~flag_mask) | (n ? flag_n : 0) | (z ? flag_z : 0) | (c ? flag_c : 0) | (v ? flag_v : 0);
 }
-
 
 /// Reads a general register; 31 is the zero register.
 inline std::uint64_t read(const cpu_state* state, aarch64_i_reg r) { return r.number < 31 ? state->x[r.number] : 0; }

@@ -11,8 +11,6 @@
 
 namespace sve {
 
-
-
 template <class T>
 [[gnu::always_inline]] inline T load(const byte* elements, std::size_t i) {
   T value;

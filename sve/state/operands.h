@@ -18,10 +18,10 @@ enum element_size : unsigned int {
 struct aarch64_z_reg : sve::z_register_names {
   static constexpr unsigned int none = 5;  ///< no size in this member
 
-  unsigned int number = 0;               ///< 0 to 31
-  unsigned int size = none;              ///< element-size code, or `none`
-  unsigned int tied_dst_size = none;     ///< element-size code of a destructive operand, or `none`
-  unsigned int tied_src_size = none;     ///< always equal to `tied_dst_size`
+  unsigned int number = 0;            ///< 0 to 31
+  unsigned int size = none;           ///< element-size code, or `none`
+  unsigned int tied_dst_size = none;  ///< element-size code of a destructive operand, or `none`
+  unsigned int tied_src_size = none;  ///< always equal to `tied_dst_size`
 
   constexpr aarch64_z_reg() = default;
   constexpr aarch64_z_reg(unsigned int n, unsigned int s, unsigned int dst = none, unsigned int src = none)

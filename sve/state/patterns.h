@@ -16,9 +16,13 @@ constexpr int VecTrueILength(unsigned long pattern, int count) {
     return length <= count ? length : 0;
   }
   switch (pattern) {
-    case 29: return count & ~3;
-    case 30: return count / 3 * 3;
-    case 31: return count & ~1;
-    default: return 0;
+    case 29:
+      return count & ~3;
+    case 30:
+      return count / 3 * 3;
+    case 31:
+      return count & ~1;
+    default:
+      return 0;
   }
 }

@@ -51,8 +51,8 @@ namespace sve {
 [[gnu::always_inline]] inline void unpack_word(std::uint64_t word, std::uint8_t* bytes, std::size_t count) {
   std::size_t i = 0;
 #if defined(__AVX2__)
-  const __m256i spread = _mm256_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3,
-                                          3, 3, 3, 3, 3, 3);
+  const __m256i spread =
+      _mm256_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3);
   const __m256i select = _mm256_set1_epi64x(static_cast<long long>(0x8040201008040201u));
   for (; i + 32 <= count; i += 32) {
     const __m256i mask = _mm256_set1_epi32(static_cast<int>(word >> i));
@@ -112,7 +112,7 @@ struct register_bits {
       : low(pack_word(bytes, 64)), high(pack_word(bytes + 64, vector_bytes - 64)) {}
   /// The bits that decide over elements of `size` bytes: every size-th one.
   static register_bits elements(unsigned size) {
-    constexpr std::uint64_t every[] = {~std::uint64_t{0}, 0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
+    constexpr std::uint64_t every[] = {~std::uint64_t{0},  0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
                                        0x0101010101010101u};
     const std::uint64_t mask = every[size - 1];
     return {mask, mask & ((std::uint64_t{1} << (vector_bytes - 64)) - 1)};

@@ -17,7 +17,8 @@ PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src)
 template <class T, class Test>
 PredV compare_immediate(const PredV& p, const VectorV& a, std::uint64_t imm, CpuContext* ctx, Test test) {
   const T value = static_cast<T>(imm);
-  return compare<T>(p, ctx, [test, value](T x) { return test(x, value); }, a);
+  return compare<T>(
+      p, ctx, [test, value](T x) { return test(x, value); }, a);
 }
 
 // Each element against the 64-bit element that covers it, both extended to 64 bits by the routine's signedness.
@@ -31,8 +32,9 @@ PredV compare_wide(const PredV& p, const VectorV& a, const VectorV& b, CpuContex
   for (std::size_t u = 0; u < units; ++u) {
     const Wide other = load<Wide>(b.bytes, u);
     for (std::size_t i = u * per_unit; i < (u + 1) * per_unit; ++i)
-      store<T>(result, i, static_cast<T>((test(static_cast<Wide>(load<T>(a.bytes, i)), other) ? 1 : 0) &
-                                         load<unsigned_of<T>>(predicate, i)));
+      store<T>(result, i,
+               static_cast<T>((test(static_cast<Wide>(load<T>(a.bytes, i)), other) ? 1 : 0) &
+                              load<unsigned_of<T>>(predicate, i)));
   }
   const PredV r = packed(result, ctx);
   PredSetNZCV(p, r, 8 * sizeof(T), ctx);

@@ -50,8 +50,8 @@ VectorV replicate(const PredV& p, u64 base, std::int64_t imm, const CpuContext* 
   return r;
 }
 
-// One quadword, governed by the lowest 16 predicate bits alone, to every 128-bit unit. The count of units reads the length
-// word whole.
+// One quadword, governed by the lowest 16 predicate bits alone, to every 128-bit unit. The count of units reads the
+// length word whole.
 template <class T>
 VectorV replicate_quadword(const PredV& p, u64 address, const CpuContext* ctx) {
   byte unit[16];
@@ -87,21 +87,22 @@ void store_structures(const PredV& p, u64 start, const CpuContext* ctx, const Ve
 }  // namespace
 
 #define SVE_DEFINE_LOAD_SI(...) SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_S(imm), SVE_CTX), __VA_ARGS__)
-#define SVE_DEFINE_LOAD_SS(...) SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_U(index), SVE_CTX), __VA_ARGS__)
+#define SVE_DEFINE_LOAD_SS(...) \
+  SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_U(index), SVE_CTX), __VA_ARGS__)
 #define SVE_DEFINE_STORE_SI(...) \
   SVE_DEFINE(void, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_S(imm), SVE_IN_V(v), SVE_CTX), __VA_ARGS__)
 #define SVE_DEFINE_STORE_SS(...) \
   SVE_DEFINE(void, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_U(index), SVE_IN_V(v), SVE_CTX), __VA_ARGS__)
 
 // Loads and stores of memory elements of type M.
-#define CONTIGUOUS_LOAD(name, M, ...)                                                                  \
+#define CONTIGUOUS_LOAD(name, M, ...)                                                                   \
   SVE_DEFINE_LOAD_SI(name##SIZ, (load_from<T, M>(p, start_si<T, M>(base, imm, ctx), ctx)), __VA_ARGS__) \
   SVE_DEFINE_LOAD_SS(name##LSSZ, (load_from<T, M>(p, start_ss<M>(base, index), ctx)), __VA_ARGS__)
 #define CONTIGUOUS_STORE(name, M, ...)                                                                     \
   SVE_DEFINE_STORE_SI(name##SIZ, (store_to<T, M>(p, start_si<T, M>(base, imm, ctx), v, ctx)), __VA_ARGS__) \
   SVE_DEFINE_STORE_SS(name##LSSZ, (store_to<T, M>(p, start_ss<M>(base, index), v, ctx)), __VA_ARGS__)
 #define REPLICATE(name, M, ...) SVE_DEFINE_LOAD_SI(name##SIZ, (replicate<T, M>(p, base, imm, ctx)), __VA_ARGS__)
-#define REPLICATE_QUADWORD(name, ...)                                                             \
+#define REPLICATE_QUADWORD(name, ...)                                                                \
   SVE_DEFINE_LOAD_SI(name##QSIZ, replicate_quadword<T>(p, base + scaled(imm, 16), ctx), __VA_ARGS__) \
   SVE_DEFINE_LOAD_SS(name##QSSZ, replicate_quadword<T>(p, base + index * sizeof(T), ctx), __VA_ARGS__)
 
@@ -141,31 +142,32 @@ REPLICATE_QUADWORD(LoadDup2, U16)
 REPLICATE_QUADWORD(LoadDup4, U32)
 REPLICATE_QUADWORD(LoadDup8, U64)
 
-#define SVE_OUT(name) VectorV &name
-#define STRUCTURES(N, width, digit, outs, ins, names)                                                                  \
-  void Vec##width##E##N##Load##digit##SIZ(const PredV& p, u64 base, std::int64_t imm, SVE_UNWRAP outs, CpuContext* ctx) { \
-    using T = element::width;                                                                                         \
-    load_structures<T>(p, base + scaled(imm, count<T>(ctx) * N * sizeof(T)), ctx, SVE_UNWRAP names);                  \
-  }                                                                                                                   \
-  void Vec##width##E##N##Load##digit##LSSZ(const PredV& p, u64 base, u64 index, SVE_UNWRAP outs, CpuContext* ctx) {   \
-    using T = element::width;                                                                                         \
-    load_structures<T>(p, start_ss<T>(base, index), ctx, SVE_UNWRAP names);                                           \
-  }                                                                                                                   \
-  void Vec##width##E##N##Store##digit##SIZ(const PredV& p, u64 base, std::int64_t imm, SVE_UNWRAP ins, CpuContext* ctx) { \
-    using T = element::width;                                                                                         \
-    store_structures<T>(p, base + scaled(imm, count<T>(ctx) * N * sizeof(T)), ctx, SVE_UNWRAP names);                 \
-  }                                                                                                                   \
-  void Vec##width##E##N##Store##digit##LSSZ(const PredV& p, u64 base, u64 index, SVE_UNWRAP ins, CpuContext* ctx) {   \
-    using T = element::width;                                                                                         \
-    store_structures<T>(p, start_ss<T>(base, index), ctx, SVE_UNWRAP names);                                          \
+#define SVE_OUT(name) VectorV& name
+#define STRUCTURES(N, width, digit, outs, ins, names)                                                               \
+  void Vec##width##E##N##Load##digit##SIZ(const PredV& p, u64 base, std::int64_t imm, SVE_UNWRAP outs,              \
+                                          CpuContext* ctx) {                                                        \
+    using T = element::width;                                                                                       \
+    load_structures<T>(p, base + scaled(imm, count<T>(ctx) * N * sizeof(T)), ctx, SVE_UNWRAP names);                \
+  }                                                                                                                 \
+  void Vec##width##E##N##Load##digit##LSSZ(const PredV& p, u64 base, u64 index, SVE_UNWRAP outs, CpuContext* ctx) { \
+    using T = element::width;                                                                                       \
+    load_structures<T>(p, start_ss<T>(base, index), ctx, SVE_UNWRAP names);                                         \
+  }                                                                                                                 \
+  void Vec##width##E##N##Store##digit##SIZ(const PredV& p, u64 base, std::int64_t imm, SVE_UNWRAP ins,              \
+                                           CpuContext* ctx) {                                                       \
+    using T = element::width;                                                                                       \
+    store_structures<T>(p, base + scaled(imm, count<T>(ctx) * N * sizeof(T)), ctx, SVE_UNWRAP names);               \
+  }                                                                                                                 \
+  void Vec##width##E##N##Store##digit##LSSZ(const PredV& p, u64 base, u64 index, SVE_UNWRAP ins, CpuContext* ctx) { \
+    using T = element::width;                                                                                       \
+    store_structures<T>(p, start_ss<T>(base, index), ctx, SVE_UNWRAP names);                                        \
   }
 #define STRUCTURES_2(width, digit) \
   STRUCTURES(2, width, digit, (SVE_OUT(a), SVE_OUT(b)), (SVE_IN_V(a), SVE_IN_V(b)), (a, b))
-#define STRUCTURES_3(width, digit)                                                      \
-  STRUCTURES(3, width, digit, (SVE_OUT(a), SVE_OUT(b), SVE_OUT(c)),                     \
-             (SVE_IN_V(a), SVE_IN_V(b), SVE_IN_V(c)), (a, b, c))
-#define STRUCTURES_4(width, digit)                                                      \
-  STRUCTURES(4, width, digit, (SVE_OUT(a), SVE_OUT(b), SVE_OUT(c), SVE_OUT(d)),         \
+#define STRUCTURES_3(width, digit) \
+  STRUCTURES(3, width, digit, (SVE_OUT(a), SVE_OUT(b), SVE_OUT(c)), (SVE_IN_V(a), SVE_IN_V(b), SVE_IN_V(c)), (a, b, c))
+#define STRUCTURES_4(width, digit)                                              \
+  STRUCTURES(4, width, digit, (SVE_OUT(a), SVE_OUT(b), SVE_OUT(c), SVE_OUT(d)), \
              (SVE_IN_V(a), SVE_IN_V(b), SVE_IN_V(c), SVE_IN_V(d)), (a, b, c, d))
 
 STRUCTURES_2(U8, 1)
@@ -206,6 +208,6 @@ PredV VecPFillSI(u64 base, std::int64_t imm, CpuContext* ctx) {
 
 void VecPSpillSI(u64 base, std::int64_t imm, const PredV& p, CpuContext* ctx) {
   const std::size_t bytes = ctx->vl_word;
-  for (std::size_t i = 0; i < bytes; ++i) 
+  for (std::size_t i = 0; i < bytes; ++i)
     WriteMemLib1(static_cast<byte>(p.words[i / 8] >> (8 * (i % 8))), base + scaled(imm, bytes) + i, ctx);
 }

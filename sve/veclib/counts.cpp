@@ -18,7 +18,8 @@ std::uint64_t amount(std::uint64_t pattern, std::uint64_t field, const CpuContex
 
 template <class T>
 VectorV plus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
-  return mapped<T>(ctx, [n](T x) { return x + n; }, a);
+  return mapped<T>(
+      ctx, [n](T x) { return x + n; }, a);
 }
 
 template <class T>
@@ -43,23 +44,31 @@ std::uint64_t saturating_minus(std::uint64_t x, std::uint64_t n) {
 // Saturating sum or difference of each element and a count, which is below 4096 and counts as positive.
 template <class T>
 VectorV saturating_plus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
-  return mapped<T>(ctx, [n](T x) {
-    return static_cast<T>(SatQ(Int(static_cast<std::uint64_t>(x), 8 * sizeof(T), is_unsigned<T>) + static_cast<wide>(n),
-                               8 * sizeof(T), is_unsigned<T>).value);
-  }, a);
+  return mapped<T>(
+      ctx,
+      [n](T x) {
+        return static_cast<T>(
+            SatQ(Int(static_cast<std::uint64_t>(x), 8 * sizeof(T), is_unsigned<T>) + static_cast<wide>(n),
+                 8 * sizeof(T), is_unsigned<T>)
+                .value);
+      },
+      a);
 }
 template <class T>
 VectorV saturating_minus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
-  return mapped<T>(ctx, [n](T x) {
-    return static_cast<T>(SatQ(Int(static_cast<std::uint64_t>(x), 8 * sizeof(T), is_unsigned<T>) - static_cast<wide>(n),
-                               8 * sizeof(T), is_unsigned<T>).value);
-  }, a);
+  return mapped<T>(
+      ctx,
+      [n](T x) {
+        return static_cast<T>(
+            SatQ(Int(static_cast<std::uint64_t>(x), 8 * sizeof(T), is_unsigned<T>) - static_cast<wide>(n),
+                 8 * sizeof(T), is_unsigned<T>)
+                .value);
+      },
+      a);
 }
 
 // The length queries read the word whole: bits above the length would count here and nowhere else.
-std::uint64_t length_times(std::int64_t imm, std::uint64_t unit) {
-  return static_cast<std::uint64_t>(imm) * unit;
-}
+std::uint64_t length_times(std::int64_t imm, std::uint64_t unit) { return static_cast<std::uint64_t>(imm) * unit; }
 
 }  // namespace
 
@@ -92,7 +101,9 @@ SVE_DEFINE_COUNT_P_X(QDecrSCount8PS, (saturating_minus<T, 64>(x, active_count<T>
 SVE_DEFINE_COUNT_P_V(QIncrCountPV, saturating_plus<T>(a, active_count<T>(p, ctx), ctx), SATURATING_VECTOR_TYPES)
 SVE_DEFINE_COUNT_P_V(QDecrCountPV, saturating_minus<T>(a, active_count<T>(p, ctx), ctx), SATURATING_VECTOR_TYPES)
 
-std::uint64_t VecS64VLX(std::int64_t imm, CpuContext* ctx) { return length_times(imm, ctx->vl_word * std::uint64_t{8}); }
+std::uint64_t VecS64VLX(std::int64_t imm, CpuContext* ctx) {
+  return length_times(imm, ctx->vl_word * std::uint64_t{8});
+}
 std::uint64_t VecS64AddVLX(std::uint64_t x, std::int64_t imm, CpuContext* ctx) {
   return x + length_times(imm, ctx->vl_word * std::uint64_t{8});
 }

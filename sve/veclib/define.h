@@ -1,6 +1,6 @@
-// Stamping routine definitions over element types. `SVE_DEFINE_VVM(AddVVM, merging<T>(a, p, b, ctx, sum), U8, U16)` defines
-// VecU8AddVVM and VecU16AddVVM, whose bodies return the given expression with T the element type and the operands under
-// the names below. An expression with commas outside parentheses goes into parentheses of its own.
+// Stamping routine definitions over element types. `SVE_DEFINE_VVM(AddVVM, merging<T>(a, p, b, ctx, sum), U8, U16)`
+// defines VecU8AddVVM and VecU16AddVVM, whose bodies return the given expression with T the element type and the
+// operands under the names below. An expression with commas outside parentheses goes into parentheses of its own.
 #pragma once
 
 #include "sve/veclib/elements.h"
@@ -16,11 +16,11 @@
     return expression;                                         \
   }
 
-#define SVE_IN_V(name) [[maybe_unused]] const VectorV &name
-#define SVE_IN_P(name) [[maybe_unused]] const PredV &name
+#define SVE_IN_V(name) [[maybe_unused]] const VectorV& name
+#define SVE_IN_P(name) [[maybe_unused]] const PredV& name
 #define SVE_IN_U(name) [[maybe_unused]] std::uint64_t name
 #define SVE_IN_S(name) [[maybe_unused]] std::int64_t name
-#define SVE_CTX [[maybe_unused]] CpuContext *ctx
+#define SVE_CTX [[maybe_unused]] CpuContext* ctx
 
 // Merging: a is the first operand or old destination, p the predicate.
 #define SVE_DEFINE_VVM(...) SVE_DEFINE(VectorV, (SVE_IN_V(a), SVE_IN_P(p), SVE_IN_V(b), SVE_CTX), __VA_ARGS__)

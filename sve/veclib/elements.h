@@ -47,8 +47,8 @@ inline std::size_t count(const CpuContext* context) {
   return granules(context) * 8 / sizeof(T);
 }
 
-/// Elements of T in the whole 16-byte pieces that cover the length in use. The element loops below run over these: what a
-/// vector holds above its length is undefined, so that computing it too costs nothing but spares a remainder loop.
+/// Elements of T in the whole 16-byte pieces that cover the length in use. The element loops below run over these: what
+/// a vector holds above its length is undefined, so that computing it too costs nothing but spares a remainder loop.
 template <class T>
 inline std::size_t covering_count(const CpuContext* context) {
   return (granules(context) + 1) / 2 * (16 / sizeof(T));
@@ -102,7 +102,8 @@ template <class T, class Op>
 inline VectorV merging_ternary(const VectorV& a, const PredV& p, const VectorV& b, const VectorV& c,
                                const CpuContext* context, Op op) {
   VectorV r;
-  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), covering_count<T>(context), op, a.bytes, b.bytes, c.bytes);
+  merge_lanes<T>(r.bytes, a.bytes, byte_predicate(p, context), covering_count<T>(context), op, a.bytes, b.bytes,
+                 c.bytes);
   return r;
 }
 

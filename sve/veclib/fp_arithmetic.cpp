@@ -29,8 +29,8 @@ constexpr auto scale = [](auto a, auto b, FPSCR& s) {
     return FPScale64(a, static_cast<long>(b), s);
 };
 
-// Fused forms. A negated operand is negated before the call, also when it is a NaN, whose sign the result then carries. In
-// the first four a is the accumulator, in the other four a is the multiplicand and c the addend.
+// Fused forms. A negated operand is negated before the call, also when it is a NaN, whose sign the result then carries.
+// In the first four a is the accumulator, in the other four a is the multiplicand and c the addend.
 constexpr auto fma = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(a, b, c, s); };
 constexpr auto fms = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(a, FPNeg(b), c, s); };
 constexpr auto fnma = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(FPNeg(a), FPNeg(b), c, s); };
@@ -79,7 +79,8 @@ VectorV with_constant(const VectorV& a, const PredV& p, constant_pair pair, std:
 
 template <class T>
 VectorV trigonometric_multiply_add(const VectorV& a, const VectorV& b, std::uint64_t index, CpuContext* ctx) {
-  return fp_mapped<T>(ctx, [index](T x, T y, FPSCR& s) { return FPTRIMADD(index, x, y, s); }, a, b);
+  return fp_mapped<T>(
+      ctx, [index](T x, T y, FPSCR& s) { return FPTRIMADD(index, x, y, s); }, a, b);
 }
 
 }  // namespace
@@ -133,5 +134,11 @@ SVE_DEFINE_VV(RSqrtSVV, fp_mapped<T>(ctx, root_step, a, b), FP_TYPES)
 SVE_DEFINE_VVM(RecpXVM, fp_unary<T>(a, p, b, ctx, reciprocal_exponent), FP_TYPES)
 SVE_DEFINE_VVI(TRIMADDVVI, trigonometric_multiply_add<T>(a, b, imm, ctx), FP_TYPES)
 SVE_DEFINE_VV(TRISMULVV, fp_mapped<T>(ctx, trigonometric_square, a, b), FP_TYPES)
-SVE_DEFINE_VV(TRISSELVV, mapped<T>(ctx, [](T x, T y) { return FPTRISSEL(x, y); }, a, b), FP_TYPES)
-SVE_DEFINE_V(EXPAV, mapped<T>(ctx, [](T x) { return FPEXPA(x); }, a), FP_TYPES)
+SVE_DEFINE_VV(TRISSELVV,
+              mapped<T>(
+                  ctx, [](T x, T y) { return FPTRISSEL(x, y); }, a, b),
+              FP_TYPES)
+SVE_DEFINE_V(EXPAV,
+             mapped<T>(
+                 ctx, [](T x) { return FPEXPA(x); }, a),
+             FP_TYPES)

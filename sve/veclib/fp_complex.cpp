@@ -1,5 +1,5 @@
-// Complex operations, an even element the real and the odd one above it the imaginary part, and the indexed forms, whose
-// second source is one element, or one pair, of each 128-bit segment.
+// Complex operations, an even element the real and the odd one above it the imaginary part, and the indexed forms,
+// whose second source is one element, or one pair, of each 128-bit segment.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;
@@ -15,8 +15,8 @@ T at(const VectorV& v, std::size_t i) {
 template <class T>
 constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
 
-// Adds the other operand's pair, turned by 90 degrees (rotation 0) or 270 (rotation 1). The halves of a pair are predicated
-// each by its own element.
+// Adds the other operand's pair, turned by 90 degrees (rotation 0) or 270 (rotation 1). The halves of a pair are
+// predicated each by its own element.
 template <class T>
 VectorV complex_add(const VectorV& a, const PredV& p, const VectorV& b, std::uint64_t rotation, CpuContext* ctx) {
   VectorV r;
@@ -85,7 +85,8 @@ template <class T>
 VectorV segments_filled(const VectorV& m, std::uint64_t index, const CpuContext* ctx) {
   VectorV r;
   const std::size_t n = count<T>(ctx);
-  for (std::size_t i = 0; i < n; ++i) store<T>(r.bytes, i, at<T>(m, i / lanes_of_segment<T> * lanes_of_segment<T> + index));
+  for (std::size_t i = 0; i < n; ++i)
+    store<T>(r.bytes, i, at<T>(m, i / lanes_of_segment<T> * lanes_of_segment<T> + index));
   return r;
 }
 

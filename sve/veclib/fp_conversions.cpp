@@ -1,5 +1,5 @@
-// Floating-point compares, rounding to integral values, and conversions between formats and integers. An element lives in
-// the wider of the two widths, at the low end of that slot.
+// Floating-point compares, rounding to integral values, and conversions between formats and integers. An element lives
+// in the wider of the two widths, at the low end of that slot.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;
@@ -46,7 +46,8 @@ constexpr auto lt0_unreached = [](auto a, FPSCR& s) { return !FPCompareGE(a, zer
 // ---- Rounding to integral ----
 
 template <class T>
-VectorV rounded(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, FPRounding rounding, bool exact) {
+VectorV rounded(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, FPRounding rounding,
+                bool exact) {
   return fp_unary<T>(old, p, a, ctx, [rounding, exact](T x, FPSCR& s) { return FPRoundInt(x, rounding, exact, s); });
 }
 
@@ -122,9 +123,9 @@ CONVERSION(TruncDVM, H64, converted<T, double_, half>)
 CONVERSION(TruncDVM, F64, converted<T, double_, single>)
 
 // The source integer's bytes stand in the name. Half results come in the slot of the wider side.
-#define HALF_FROM(op, slot, integer)                                                                        \
-  VectorV VecF16##op(const VectorV& a, const PredV& p, const VectorV& b, CpuContext* ctx) {                 \
-    return from_integer<slot, integer, half>(a, p, b, ctx);                                                 \
+#define HALF_FROM(op, slot, integer)                                                        \
+  VectorV VecF16##op(const VectorV& a, const PredV& p, const VectorV& b, CpuContext* ctx) { \
+    return from_integer<slot, integer, half>(a, p, b, ctx);                                 \
   }
 HALF_FROM(FromS2VM, std::uint16_t, std::int16_t)
 HALF_FROM(FromU2VM, std::uint16_t, std::uint16_t)

@@ -1,5 +1,5 @@
-// The element loops of floating-point routines: software floating point under the context's `fpcr`, whose status bits are
-// folded into its `fpsr`. An inactive element executes no operation and raises nothing.
+// The element loops of floating-point routines: software floating point under the context's `fpcr`, whose status bits
+// are folded into its `fpsr`. An inactive element executes no operation and raises nothing.
 #pragma once
 
 #include "sve/fplib/fplib.h"
@@ -16,8 +16,8 @@ inline FPSCR without_half_controls(FPSCR fpcr) { return fpcr & ~(fpscr_ahp | fps
 /// Folds a working control and status word into the context. Bits other than status are dropped from `fpsr` as well.
 inline void fold(CpuContext* context, FPSCR working) { context->fpsr = (context->fpsr | working) & fpsr_mask; }
 
-/// One working word for a whole loop: operations only add status bits and look at controls alone, so that folding once at
-/// the end is folding after each. With no operation executed nothing is folded.
+/// One working word for a whole loop: operations only add status bits and look at controls alone, so that folding once
+/// at the end is folding after each. With no operation executed nothing is folded.
 class working_status {
  public:
   explicit working_status(CpuContext* context) : working_status(context, context->fpcr) {}
@@ -72,8 +72,7 @@ inline VectorV fp_mapped(CpuContext* context, Op op, const Sources&... src) {
   VectorV r;
   working_status status(context);
   const std::size_t n = count<T>(context);
-  for (std::size_t e = 0; e < n; ++e)
-    store<T>(r.bytes, e, static_cast<T>(op(load<T>(src.bytes, e)..., status())));
+  for (std::size_t e = 0; e < n; ++e) store<T>(r.bytes, e, static_cast<T>(op(load<T>(src.bytes, e)..., status())));
   return r;
 }
 

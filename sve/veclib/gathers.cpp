@@ -48,9 +48,9 @@ void scatter(const PredV& p, const VectorV& v, const CpuContext* ctx, Address ad
     if (active<T>(p, e)) write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e)));
 }
 
-// A guarded read of each active element until the first that faults; from there upward every element is 0 and its bits of
-// the first-fault register are cleared, active or not. The first active element is guarded like any other: no load of this
-// kind ever faults.
+// A guarded read of each active element until the first that faults; from there upward every element is 0 and its bits
+// of the first-fault register are cleared, active or not. The first active element is guarded like any other: no load
+// of this kind ever faults.
 template <class T, class M, class Address>
 VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address address) {
   VectorV r;
@@ -76,8 +76,8 @@ VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address ad
 
 namespace {
 
-// The same for a contiguous span. Where its first and its last byte can be read and no page lies between theirs, all of it
-// can, and the elements need no guard of their own.
+// The same for a contiguous span. Where its first and its last byte can be read and no page lies between theirs, all of
+// it can, and the elements need no guard of their own.
 template <class T, class M>
 VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 start) {
   const std::size_t bytes = count<T>(ctx) * sizeof(M);
@@ -95,31 +95,38 @@ VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 s
 #define SVE_DEFINE_SCATTER_SV(...) \
   SVE_DEFINE(void, (SVE_IN_P(p), SVE_IN_U(s), SVE_IN_V(v), SVE_IN_V(data), SVE_CTX), __VA_ARGS__)
 #define SVE_DEFINE_LOAD_SI(...) SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_S(imm), SVE_CTX), __VA_ARGS__)
-#define SVE_DEFINE_LOAD_SS(...) SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_U(index), SVE_CTX), __VA_ARGS__)
+#define SVE_DEFINE_LOAD_SS(...) \
+  SVE_DEFINE(VectorV, (SVE_IN_P(p), SVE_IN_U(base), SVE_IN_U(index), SVE_CTX), __VA_ARGS__)
 
 // One address form each, for loads of memory type M plain and first-fault, and for stores. VI: vector of bases and an
 // immediate count of elements; VS: vector of byte offsets and a base; SV: base and a vector of scaled offsets.
-#define LOADS_VI(digit, M, ...)                                                                                    \
-  SVE_DEFINE_GATHER_VS(Load##digit##VIZ, (gather<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)    \
-  SVE_DEFINE_GATHER_VS(LoadFF##digit##VIZ, (load_guarded<T, M>(p, ctx, false, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)
-#define LOADS_VS(digit, form, extend, M, ...)                                                                      \
-  SVE_DEFINE_GATHER_VS(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)      \
-  SVE_DEFINE_GATHER_VS(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)
+#define LOADS_VI(digit, M, ...)                                                                                   \
+  SVE_DEFINE_GATHER_VS(Load##digit##VIZ, (gather<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)   \
+  SVE_DEFINE_GATHER_VS(LoadFF##digit##VIZ, (load_guarded<T, M>(p, ctx, false, vector_plus<T>(v, s * sizeof(M)))), \
+                       __VA_ARGS__)
+#define LOADS_VS(digit, form, extend, M, ...)                                                                   \
+  SVE_DEFINE_GATHER_VS(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)   \
+  SVE_DEFINE_GATHER_VS(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, 1, extend))), \
+                       __VA_ARGS__)
 #define LOADS_SV(digit, form, extend, M, ...)                                                                         \
   SVE_DEFINE_GATHER_SV(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__) \
-  SVE_DEFINE_GATHER_SV(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__)
+  SVE_DEFINE_GATHER_SV(LoadFF##digit##form,                                                                           \
+                       (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__)
 #define STORES_VI(digit, M, ...) \
   SVE_DEFINE_SCATTER_VS(Store##digit##VIZ, (scatter<T, M>(p, data, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)
 #define STORES_VS(digit, form, extend, M, ...) \
   SVE_DEFINE_SCATTER_VS(Store##digit##form, (scatter<T, M>(p, data, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)
-#define STORES_SV(digit, form, extend, M, ...) \
-  SVE_DEFINE_SCATTER_SV(Store##digit##form, (scatter<T, M>(p, data, ctx, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__)
-#define CONTIGUOUS_FF(digit, M, ...) \
-  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, false, base + index * sizeof(M))), __VA_ARGS__)
-#define CONTIGUOUS_NF(digit, M, ...)                                                                              \
-  SVE_DEFINE_LOAD_SI(CLoadNF##digit##SIZ,                                                                         \
-                     (load_guarded_span<T, M>(p, ctx, true, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
+#define STORES_SV(digit, form, extend, M, ...)                                                                    \
+  SVE_DEFINE_SCATTER_SV(Store##digit##form, (scatter<T, M>(p, data, ctx, base_plus<T>(s, v, sizeof(M), extend))), \
+                        __VA_ARGS__)
+#define CONTIGUOUS_FF(digit, M, ...)                                                                           \
+  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, false, base + index * sizeof(M))), \
                      __VA_ARGS__)
+#define CONTIGUOUS_NF(digit, M, ...)                                                                       \
+  SVE_DEFINE_LOAD_SI(                                                                                      \
+      CLoadNF##digit##SIZ,                                                                                 \
+      (load_guarded_span<T, M>(p, ctx, true, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
+      __VA_ARGS__)
 
 LOADS_VI(1, std::uint8_t, U32, U64)
 LOADS_VI(1, std::int8_t, S32, S64)

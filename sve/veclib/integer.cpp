@@ -18,14 +18,14 @@ inline constexpr int is_unsigned = std::is_unsigned_v<T> ? 1 : 0;
 template <class T>
 using calculation = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
 template <class T>
-constexpr calculation<T> in(T a) {
+constexpr calculation<T> wrapping(T a) {
   return static_cast<calculation<T>>(a);
 }
 
-constexpr auto sum = [](auto a, auto b) { return in(a) + in(b); };
-constexpr auto difference = [](auto a, auto b) { return in(a) - in(b); };
-constexpr auto reversed_difference = [](auto a, auto b) { return in(b) - in(a); };
-constexpr auto product = [](auto a, auto b) { return in(a) * in(b); };
+constexpr auto sum = [](auto a, auto b) { return wrapping(a) + wrapping(b); };
+constexpr auto difference = [](auto a, auto b) { return wrapping(a) - wrapping(b); };
+constexpr auto reversed_difference = [](auto a, auto b) { return wrapping(b) - wrapping(a); };
+constexpr auto product = [](auto a, auto b) { return wrapping(a) * wrapping(b); };
 
 // Division never traps: by 0 it gives 0, and the smallest value by -1 gives the smallest value.
 constexpr auto quotient = [](auto a, auto b) {
@@ -37,17 +37,20 @@ constexpr auto quotient = [](auto a, auto b) {
 };
 constexpr auto reversed_quotient = [](auto a, auto b) { return quotient(b, a); };
 
-// The larger and the smaller, the absolute difference and the high half of the product: at the element's own width where
-// the host has an instruction, equal to the 128-bit formulas of the toolkit.
+// The larger and the smaller, the absolute difference and the high half of the product: at the element's own width
+// where the host has an instruction, equal to the 128-bit formulas of the toolkit.
 constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
 constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
-constexpr auto absolute_difference = [](auto a, auto b) { return a > b ? in(a) - in(b) : in(b) - in(a); };
+constexpr auto absolute_difference = [](auto a, auto b) {
+  return a > b ? wrapping(a) - wrapping(b) : wrapping(b) - wrapping(a);
+};
 constexpr auto high_product = [](auto a, auto b) {
   using T = decltype(a);
   if constexpr (sizeof(T) == 8) {
-    return bits(ShiftRightInt(static_cast<wide>(static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(a), 64, is_unsigned<T>)) *
-                                                static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(b), 64, is_unsigned<T>))),
-                              64));
+    return bits(ShiftRightInt(
+        static_cast<wide>(static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(a), 64, is_unsigned<T>)) *
+                          static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(b), 64, is_unsigned<T>))),
+        64));
   } else {
     using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
     using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
@@ -56,21 +59,22 @@ constexpr auto high_product = [](auto a, auto b) {
   }
 };
 
-constexpr auto negated = [](auto a) { return 0 - in(a); };
-constexpr auto absolute = [](auto a) { return a < 0 ? 0 - in(a) : in(a); };
+constexpr auto negated = [](auto a) { return 0 - wrapping(a); };
+constexpr auto absolute = [](auto a) { return a < 0 ? 0 - wrapping(a) : wrapping(a); };
 constexpr auto inverted = [](auto a) { return ~a; };
 constexpr auto is_zero = [](auto a) { return a == 0 ? 1 : 0; };
 
 // a + b*c and the like; in the MADD forms a is the multiplicand and c the addend.
-constexpr auto mla = [](auto a, auto b, auto c) { return in(a) + in(b) * in(c); };
-constexpr auto mls = [](auto a, auto b, auto c) { return in(a) - in(b) * in(c); };
-constexpr auto madd = [](auto a, auto b, auto c) { return in(c) + in(a) * in(b); };
-constexpr auto msub = [](auto a, auto b, auto c) { return in(c) - in(a) * in(b); };
+constexpr auto mla = [](auto a, auto b, auto c) { return wrapping(a) + wrapping(b) * wrapping(c); };
+constexpr auto mls = [](auto a, auto b, auto c) { return wrapping(a) - wrapping(b) * wrapping(c); };
+constexpr auto madd = [](auto a, auto b, auto c) { return wrapping(c) + wrapping(a) * wrapping(b); };
+constexpr auto msub = [](auto a, auto b, auto c) { return wrapping(c) - wrapping(a) * wrapping(b); };
 
 template <class T, class Op>
 VectorV with_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
   const T value = static_cast<T>(imm);
-  return mapped<T>(ctx, [op, value](T x) { return op(x, value); }, a);
+  return mapped<T>(
+      ctx, [op, value](T x) { return op(x, value); }, a);
 }
 
 // Base plus offset times scale, the offset as it is or its low 32 bits extended.

@@ -20,9 +20,15 @@ std::uint64_t read(std::uint64_t addr, bool* fault) {
 }  // namespace
 
 std::uint64_t ReadMemLib1(std::uint64_t addr, int, bool* fault, CpuContext*) { return read<std::uint8_t>(addr, fault); }
-std::uint64_t ReadMemLib2(std::uint64_t addr, int, bool* fault, CpuContext*) { return read<std::uint16_t>(addr, fault); }
-std::uint64_t ReadMemLib4(std::uint64_t addr, int, bool* fault, CpuContext*) { return read<std::uint32_t>(addr, fault); }
-std::uint64_t ReadMemLib8(std::uint64_t addr, int, bool* fault, CpuContext*) { return read<std::uint64_t>(addr, fault); }
+std::uint64_t ReadMemLib2(std::uint64_t addr, int, bool* fault, CpuContext*) {
+  return read<std::uint16_t>(addr, fault);
+}
+std::uint64_t ReadMemLib4(std::uint64_t addr, int, bool* fault, CpuContext*) {
+  return read<std::uint32_t>(addr, fault);
+}
+std::uint64_t ReadMemLib8(std::uint64_t addr, int, bool* fault, CpuContext*) {
+  return read<std::uint64_t>(addr, fault);
+}
 
 void WriteMemLib1(std::uint8_t value, std::uint64_t addr, CpuContext*) { write_plain(addr, value); }
 void WriteMemLib2(std::uint16_t value, std::uint64_t addr, CpuContext*) { write_plain(addr, value); }

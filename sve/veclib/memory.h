@@ -1,15 +1,15 @@
-// The vector library's memory access: plain and guarded reads of one element, and plain writes. An application address is
-// a host pointer.
+// The vector library's memory access: plain and guarded reads of one element, and plain writes. An application address
+// is a host pointer.
 #pragma once
 
 #include <cstdint>
 
 #include "sve/veclib/elements.h"
 
-/// Reads 1, 2, 4 or 8 bytes at `addr`, zero-extended. With a null `fault` one plain access: a fault ends the process. With a
-/// flag the first and the last byte are touched first, guarded; if that faults the flag is set and the result is 0. The
-/// flag is never cleared. `not_first` is 0 for a plain load and for the first active element of a first-fault load, and
-/// has no effect.
+/// Reads 1, 2, 4 or 8 bytes at `addr`, zero-extended. With a null `fault` one plain access: a fault ends the process.
+/// With a flag the first and the last byte are touched first, guarded; if that faults the flag is set and the result is
+/// 0. The flag is never cleared. `not_first` is 0 for a plain load and for the first active element of a first-fault
+/// load, and has no effect.
 std::uint64_t ReadMemLib1(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
 std::uint64_t ReadMemLib2(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
 std::uint64_t ReadMemLib4(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);

@@ -70,8 +70,8 @@ VectorV reversed(const VectorV& a, const CpuContext* ctx) {
   return generated<T>(ctx, [&](std::size_t i) { return at<T>(a, n - 1 - i); });
 }
 
-// The same on predicates: an element's whole group of bits moves, not only the one that governs it. The group of an element
-// of T, of sizeof(T) bits, at index i.
+// The same on predicates: an element's whole group of bits moves, not only the one that governs it. The group of an
+// element of T, of sizeof(T) bits, at index i.
 template <class T>
 std::uint64_t group(const PredV& p, std::size_t i) {
   const std::size_t first = i * sizeof(T);
@@ -109,9 +109,12 @@ template <class T>
 PredV transpose(const PredV& a, const PredV& b, const CpuContext* ctx, std::size_t odd) {
   constexpr unsigned width = sizeof(T);
   constexpr std::uint64_t even = element_starts(2 * width) * ((1u << width) - 1);
-  return combined(ctx, [odd](std::uint64_t x, std::uint64_t y) {
-    return odd ? (x >> width & even) | (y & ~even) : (x & even) | (y & even) << width;
-  }, a, b);
+  return combined(
+      ctx,
+      [odd](std::uint64_t x, std::uint64_t y) {
+        return odd ? (x >> width & even) | (y & ~even) : (x & even) | (y & even) << width;
+      },
+      a, b);
 }
 
 template <class T>
@@ -136,7 +139,8 @@ VectorV selected(const PredV& p, const VectorV& a, const VectorV& b, const CpuCo
 template <class T>
 VectorV zeroing_move(const PredV& p, const VectorV& a, const CpuContext* ctx) {
   VectorV r;
-  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [](T x) { return x; }, a.bytes);
+  zero_lanes<T>(
+      r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [](T x) { return x; }, a.bytes);
   return r;
 }
 
@@ -181,7 +185,8 @@ VectorV compressed(const PredV& p, const VectorV& a, const CpuContext* ctx) {
 template <class T>
 VectorV slid(const VectorV& a, const VectorV& b, std::uint64_t imm, const CpuContext* ctx) {
   const std::size_t n = count<T>(ctx), start = n <= imm ? 0 : static_cast<std::size_t>(imm);
-  return generated<T>(ctx, [&](std::size_t i) { return start + i < n ? at<T>(a, start + i) : at<T>(b, start + i - n); });
+  return generated<T>(ctx,
+                      [&](std::size_t i) { return start + i < n ? at<T>(a, start + i) : at<T>(b, start + i - n); });
 }
 
 // Elements of half the width from one half of the source, extended by the signedness of the wide type.
@@ -190,7 +195,8 @@ VectorV widened(const VectorV& a, const CpuContext* ctx, bool high) {
   using Narrow = std::conditional_t<
       std::is_signed_v<T>,
       std::conditional_t<sizeof(T) == 2, std::int8_t, std::conditional_t<sizeof(T) == 4, std::int16_t, std::int32_t>>,
-      std::conditional_t<sizeof(T) == 2, std::uint8_t, std::conditional_t<sizeof(T) == 4, std::uint16_t, std::uint32_t>>>;
+      std::conditional_t<sizeof(T) == 2, std::uint8_t,
+                         std::conditional_t<sizeof(T) == 4, std::uint16_t, std::uint32_t>>>;
   const std::size_t from = high ? count<T>(ctx) : 0;
   return generated<T>(ctx, [&](std::size_t e) { return at<Narrow>(a, from + e); });
 }
@@ -281,7 +287,10 @@ SVE_DEFINE_PP(UnpackLoP, unpacked(p, ctx, false), P)
 SVE_DEFINE_PP(UnpackHiP, unpacked(p, ctx, true), P)
 
 SVE_DEFINE_PVV(SelVV, selected<T>(p, a, b, ctx), UNSIGNED_TYPES)
-SVE_DEFINE_PPPP(SelPP, combined(ctx, [](std::uint64_t g, std::uint64_t x, std::uint64_t y) { return (x & g) | (y & ~g); }, p, q, r), P)
+SVE_DEFINE_PPPP(SelPP,
+                combined(
+                    ctx, [](std::uint64_t g, std::uint64_t x, std::uint64_t y) { return (x & g) | (y & ~g); }, p, q, r),
+                P)
 SVE_DEFINE_VV(TblVV, looked_up<T>(a, b, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PVV(SpliceVV, spliced<T>(p, a, b, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PV(CompressVV, compressed<T>(p, a, ctx), U32, U64)
@@ -307,7 +316,10 @@ SVE_DEFINE_VVM(Extnd48VM, merging_unary<T>(a, p, b, ctx, extended<std::int32_t>)
 
 SVE_DEFINE_V(UnpackLoV, widened<T>(a, ctx, false), U16, U32, U64, S16, S32, S64)
 SVE_DEFINE_V(UnpackHiV, widened<T>(a, ctx, true), U16, U32, U64, S16, S32, S64)
-SVE_DEFINE_V(SpecialMoveV, mapped<T>(ctx, [](T x) { return x; }, a), U32)
+SVE_DEFINE_V(SpecialMoveV,
+             mapped<T>(
+                 ctx, [](T x) { return x; }, a),
+             U32)
 
 SVE_DEFINE_VI(InsertS, inserted<T>(a, imm, ctx), SCALAR_TYPES)
 SVE_DEFINE_PV_SCALAR(LastAV, last_a<T>(p, a, ctx), SCALAR_TYPES)

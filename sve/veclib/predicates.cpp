@@ -23,7 +23,8 @@ std::size_t element_bytes(int element_bits) { return static_cast<std::size_t>(el
 // The active elements of the mask, by their first bits.
 PredV active_elements(const PredV& mask, int element_bits, const CpuContext* ctx) {
   const std::uint64_t starts = element_starts(element_bytes(element_bits));
-  return combined(ctx, [starts](std::uint64_t word) { return word & starts; }, mask);
+  return combined(
+      ctx, [starts](std::uint64_t word) { return word & starts; }, mask);
 }
 
 // Spreads each set first bit over its element's group.
@@ -36,7 +37,8 @@ PredV groups(const PredV& elements, int element_bits) {
 
 // N and C from the first and the last active element. `active` is not empty.
 void set_n_and_c(const PredV& active, const PredV& result, int element_bits, CpuContext* ctx) {
-  const std::size_t first = static_cast<std::size_t>(lowest_bit(active)), last = static_cast<std::size_t>(highest_bit(active));
+  const std::size_t first = static_cast<std::size_t>(lowest_bit(active)),
+                    last = static_cast<std::size_t>(highest_bit(active));
   const std::uint64_t group = (std::uint64_t{1} << element_bytes(element_bits)) - 1;
   set_flag(ctx, flag_n_bit, bit(result, first));
   set_flag(ctx, flag_c_bit, (result.words[last / 64] >> (last % 64) & group) == 0);
@@ -108,7 +110,8 @@ PredV flagged(const PredV& mask, const PredV& result, CpuContext* ctx) {
 
 template <class Op>
 PredV logic(const PredV& governing, const PredV& a, const PredV& b, const CpuContext* ctx, Op op) {
-  return combined(ctx, [op](word g, word x, word y) { return g & op(x, y); }, governing, a, b);
+  return combined(
+      ctx, [op](word g, word x, word y) { return g & op(x, y); }, governing, a, b);
 }
 
 constexpr auto and_ = [](word x, word y) { return x & y; };
@@ -135,7 +138,8 @@ PredV until_break(const PredV& governing, const PredV& q, const CpuContext* ctx,
 
 // Merging: bits where p is inactive keep `old`.
 PredV merged(const PredV& old, const PredV& governing, const PredV& result, const CpuContext* ctx) {
-  return combined(ctx, [](word o, word g, word r) { return (o & ~g) | (r & g); }, old, governing, result);
+  return combined(
+      ctx, [](word o, word g, word r) { return (o & ~g) | (r & g); }, old, governing, result);
 }
 
 bool bit_at_last_active(const PredV& governing, const PredV& q, const CpuContext* ctx) {
@@ -167,8 +171,8 @@ PredV next_active(const PredV& mask, const PredV& source, CpuContext* ctx) {
   const int last = highest_bit(elements_of<T>(source, ctx));
   const PredV candidates = elements_of<T>(mask, ctx);
   PredV r{};
-  const int next = lowest_bit(
-      combined(ctx, [](word c, word done) { return c & ~done; }, candidates, below(last < 0 ? 0 : last + 1)));
+  const int next = lowest_bit(combined(
+      ctx, [](word c, word done) { return c & ~done; }, candidates, below(last < 0 ? 0 : last + 1)));
   if (next >= 0) r.words[next / 64] = word{1} << (next % 64);
   PredSetNZCV(mask, r, 8 * sizeof(T), ctx);
   return r;
@@ -177,7 +181,8 @@ PredV next_active(const PredV& mask, const PredV& source, CpuContext* ctx) {
 template <class T>
 PredV pattern_true(std::uint64_t pattern, const CpuContext* ctx) {
   // POW2 of no elements is 1, and there is no element to set.
-  const std::size_t n = count<T>(ctx), selected = static_cast<std::size_t>(VecTrueILength(pattern, static_cast<int>(n)));
+  const std::size_t n = count<T>(ctx),
+                    selected = static_cast<std::size_t>(VecTrueILength(pattern, static_cast<int>(n)));
   return leading<T>(selected < n ? selected : n);
 }
 
@@ -196,7 +201,8 @@ std::size_t true_elements(Scalar first, Scalar limit, std::size_t n, bool or_equ
     limit = static_cast<Scalar>(limit + 1);
   }
   if (first >= limit) return 0;
-  const unsigned_of<Scalar> distance = static_cast<unsigned_of<Scalar>>(limit) - static_cast<unsigned_of<Scalar>>(first);
+  const unsigned_of<Scalar> distance =
+      static_cast<unsigned_of<Scalar>>(limit) - static_cast<unsigned_of<Scalar>>(first);
   return distance < n ? distance : n;
 }
 
@@ -221,8 +227,8 @@ std::uint64_t count_both(const PredV& p, const PredV& q, const CpuContext* ctx) 
 
 }  // namespace
 
-#define PREDICATE_LOGIC(Name, FlgName, op)                      \
-  SVE_DEFINE_PPPP(Name, logic(p, q, r, ctx, op), P)             \
+#define PREDICATE_LOGIC(Name, FlgName, op)          \
+  SVE_DEFINE_PPPP(Name, logic(p, q, r, ctx, op), P) \
   SVE_DEFINE_PPPP(FlgName, flagged(p, logic(p, q, r, ctx, op), ctx), P)
 
 PREDICATE_LOGIC(AndPPZ, AndFlgPPZ, and_)

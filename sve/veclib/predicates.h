@@ -3,9 +3,10 @@
 
 #include "sve/veclib/elements.h"
 
-/// The flag writers: from a mask and a result predicate, with the element size in bits. An element is active in the mask at
-/// its first bit; its result is any bit of its group for Z and C, and its first bit for N. They touch the top byte of `nzcv`
-/// alone. PredSetNZC keeps V; PredSetNZCV clears it; PredSetNCV keeps Z and clears V; PredSetNC keeps Z and V.
+/// The flag writers: from a mask and a result predicate, with the element size in bits. An element is active in the
+/// mask at its first bit; its result is any bit of its group for Z and C, and its first bit for N. They touch the top
+/// byte of `nzcv` alone. PredSetNZC keeps V; PredSetNZCV clears it; PredSetNCV keeps Z and clears V; PredSetNC keeps Z
+/// and V.
 ///
 /// With no active element, or none active whose result has a bit: N is 0, C is 1, and Z, where it is written, is 1.
 /// PredSetNC has no such case: with no active element it writes nothing.
@@ -23,11 +24,16 @@ namespace sve::veclib {
 /// The first bits of all elements of `bytes` bytes, a power of two up to 16, of a predicate word.
 constexpr std::uint64_t element_starts(std::size_t bytes) {
   switch (bytes) {
-    case 1: return ~std::uint64_t{0};
-    case 2: return 0x5555555555555555u;
-    case 4: return 0x1111111111111111u;
-    case 8: return 0x0101010101010101u;
-    default: return 0x0001000100010001u;
+    case 1:
+      return ~std::uint64_t{0};
+    case 2:
+      return 0x5555555555555555u;
+    case 4:
+      return 0x1111111111111111u;
+    case 8:
+      return 0x0101010101010101u;
+    default:
+      return 0x0001000100010001u;
   }
 }
 
@@ -61,7 +67,8 @@ inline int highest_bit(const PredV& p) {
 /// The active elements of T within the length: their first bits, nothing else.
 template <class T>
 inline PredV elements_of(const PredV& p, const CpuContext* context) {
-  return combined(context, [](std::uint64_t word) { return word & element_starts(sizeof(T)); }, p);
+  return combined(
+      context, [](std::uint64_t word) { return word & element_starts(sizeof(T)); }, p);
 }
 
 /// The number of active elements of T.

@@ -60,9 +60,8 @@ constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
 constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
 
 template <class T>
-using quarter = std::conditional_t<
-    sizeof(T) == 4, std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>,
-    std::conditional_t<std::is_signed_v<T>, std::int16_t, std::uint16_t>>;
+using quarter = std::conditional_t<sizeof(T) == 4, std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>,
+                                   std::conditional_t<std::is_signed_v<T>, std::int16_t, std::uint16_t>>;
 
 // Each lane of the accumulator plus the products of its four narrow elements. The second source's lane is the same one,
 // or the lane `index` of the same 128-bit segment. Wraps at the lane's width.

@@ -1,5 +1,5 @@
-// Saturating addition and subtraction, unpredicated. Equal to SatAdd and SatSub of the toolkit, in arithmetic at widths that
-// the host vectorises. Saturation has no sticky flag.
+// Saturating addition and subtraction, unpredicated. Equal to SatAdd and SatSub of the toolkit, in arithmetic at widths
+// that the host vectorises. Saturation has no sticky flag.
 #include <limits>
 
 #include "sve/veclib/define.h"
@@ -37,8 +37,8 @@ constexpr auto difference = [](auto a, auto b) {
   return overflow ? limit_beside(a) : static_cast<T>(wrapped);
 };
 
-// The immediate is unsigned also in the signed forms, where at 8 and 16 bits it may lie above the largest element: there the
-// exact result is formed at twice the width.
+// The immediate is unsigned also in the signed forms, where at 8 and 16 bits it may lie above the largest element:
+// there the exact result is formed at twice the width.
 template <class T>
 inline constexpr bool exceeds_element = std::is_signed_v<T> && sizeof(T) <= 2;
 template <class T>
@@ -48,13 +48,17 @@ template <class T>
 VectorV add_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx) {
   if constexpr (exceeds_element<T>) {
     const auto value = static_cast<exact<T>>(imm);
-    return mapped<T>(ctx, [value](T x) {
-      const auto result = static_cast<exact<T>>(x + value);
-      return static_cast<T>(result > highest<T> ? highest<T> : result);
-    }, a);
+    return mapped<T>(
+        ctx,
+        [value](T x) {
+          const auto result = static_cast<exact<T>>(x + value);
+          return static_cast<T>(result > highest<T> ? highest<T> : result);
+        },
+        a);
   } else {
     const T value = static_cast<T>(imm);
-    return mapped<T>(ctx, [value](T x) { return sum(x, value); }, a);
+    return mapped<T>(
+        ctx, [value](T x) { return sum(x, value); }, a);
   }
 }
 
@@ -62,13 +66,17 @@ template <class T>
 VectorV subtract_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx) {
   if constexpr (exceeds_element<T>) {
     const auto value = static_cast<exact<T>>(imm);
-    return mapped<T>(ctx, [value](T x) {
-      const auto result = static_cast<exact<T>>(x - value);
-      return static_cast<T>(result < lowest<T> ? lowest<T> : result);
-    }, a);
+    return mapped<T>(
+        ctx,
+        [value](T x) {
+          const auto result = static_cast<exact<T>>(x - value);
+          return static_cast<T>(result < lowest<T> ? lowest<T> : result);
+        },
+        a);
   } else {
     const T value = static_cast<T>(imm);
-    return mapped<T>(ctx, [value](T x) { return difference(x, value); }, a);
+    return mapped<T>(
+        ctx, [value](T x) { return difference(x, value); }, a);
   }
 }
 

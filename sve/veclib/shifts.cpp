@@ -1,5 +1,5 @@
-// Shifts and bit operations. An amount is the whole element, or the whole 64-bit element in the wide forms: nothing cuts
-// it to a few low bits.
+// Shifts and bit operations. An amount is the whole element, or the whole 64-bit element in the wide forms: nothing
+// cuts it to a few low bits.
 #include "sve/veclib/define.h"
 #include "sve/veclib/toolkit.h"
 
@@ -43,7 +43,8 @@ VectorV immediate_merging(const VectorV& a, const PredV& p, std::uint64_t imm, c
 template <class T, class Op>
 VectorV immediate_mapped(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
   const unsigned n = static_cast<unsigned>(imm);
-  return mapped<T>(ctx, [op, n](T x) { return op(x, n); }, a);
+  return mapped<T>(
+      ctx, [op, n](T x) { return op(x, n); }, a);
 }
 
 // The amounts of a wide shift, spread to one for each element: every element of a 64-bit unit takes that unit's amount.
@@ -64,7 +65,8 @@ VectorV narrowed_amounts(const VectorV& wide_amounts, const CpuContext* ctx) {
 // Division by a power of two, rounded towards zero.
 constexpr auto divided = [](auto a, unsigned n) {
   using T = decltype(a);
-  const std::int64_t bias = a < 0 ? static_cast<std::int64_t>(n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1) : 0;
+  const std::int64_t bias =
+      a < 0 ? static_cast<std::int64_t>(n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1) : 0;
   if constexpr (sizeof(T) == 8) {
     // The biased sum needs 65 bits only for a non-negative element, which has no bias; n of 64 leaves 0.
     const std::uint64_t sum = static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(bias);
@@ -112,13 +114,34 @@ SVE_DEFINE_VVM(CntVM, merging_unary<T>(a, p, b, ctx, count_bits<T>), UNSIGNED_TY
 SVE_DEFINE_VVM(RBitVM, merging_unary<T>(a, p, b, ctx, reverse_bits<T>), UNSIGNED_TYPES)
 
 // Whole-vector logic.
-SVE_DEFINE_VV(AndVVX, mapped<T>(ctx, [](T x, T y) { return x & y; }, a, b), U64)
-SVE_DEFINE_VV(OrVVX, mapped<T>(ctx, [](T x, T y) { return x | y; }, a, b), U64)
-SVE_DEFINE_VV(XorVVX, mapped<T>(ctx, [](T x, T y) { return x ^ y; }, a, b), U64)
-SVE_DEFINE_VV(BicVVX, mapped<T>(ctx, [](T x, T y) { return x & ~y; }, a, b), U64)
-SVE_DEFINE_VI(AndVIX, mapped<T>(ctx, [imm](T x) { return x & imm; }, a), U64)
-SVE_DEFINE_VI(OrVIX, mapped<T>(ctx, [imm](T x) { return x | imm; }, a), U64)
-SVE_DEFINE_VI(XorVIX, mapped<T>(ctx, [imm](T x) { return x ^ imm; }, a), U64)
+SVE_DEFINE_VV(AndVVX,
+              mapped<T>(
+                  ctx, [](T x, T y) { return x & y; }, a, b),
+              U64)
+SVE_DEFINE_VV(OrVVX,
+              mapped<T>(
+                  ctx, [](T x, T y) { return x | y; }, a, b),
+              U64)
+SVE_DEFINE_VV(XorVVX,
+              mapped<T>(
+                  ctx, [](T x, T y) { return x ^ y; }, a, b),
+              U64)
+SVE_DEFINE_VV(BicVVX,
+              mapped<T>(
+                  ctx, [](T x, T y) { return x & ~y; }, a, b),
+              U64)
+SVE_DEFINE_VI(AndVIX,
+              mapped<T>(
+                  ctx, [imm](T x) { return x & imm; }, a),
+              U64)
+SVE_DEFINE_VI(OrVIX,
+              mapped<T>(
+                  ctx, [imm](T x) { return x | imm; }, a),
+              U64)
+SVE_DEFINE_VI(XorVIX,
+              mapped<T>(
+                  ctx, [imm](T x) { return x ^ imm; }, a),
+              U64)
 SVE_DEFINE_VVM(AndVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & y; }), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(OrVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x | y; }), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(XorVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x ^ y; }), UNSIGNED_TYPES)

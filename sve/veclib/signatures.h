@@ -65,7 +65,7 @@ using write_ffr = void(predicate, context);
 using set_ffr = void(context);
 
 // Element counts. The multiplier field is the raw field, one less than the multiplier.
-using count = u64(u64, u64, context);             // pattern, multiplier field
+using count = u64(u64, u64, context);              // pattern, multiplier field
 using count_scalar = u64(u64, u64, u64, context);  // operand, pattern, multiplier field
 using count_vector = VectorV(vector, u64, u64, context);
 using count_p = u64(predicate, predicate, context);

@@ -1,6 +1,6 @@
-// The two models against each other: every row that runs in an instruction function also runs through the vector library's
-// routine of the same name, on the same states, and both must leave the same state. The pairs come from the table itself:
-// its row files are read once more here, with macros that build both handlers of a row.
+// The two models against each other: every row that runs in an instruction function also runs through the vector
+// library's routine of the same name, on the same states, and both must leave the same state. The pairs come from the
+// table itself: its row files are read once more here, with macros that build both handlers of a row.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -27,13 +27,16 @@ std::vector<twin>& twins() {
   return all;
 }
 
-// ---- From the operands of an instruction function to those of a routine, by the routine's shape and the row's form ----
+// ---- From the operands of an instruction function to those of a routine, by the routine's shape and the row's form
+// ----
 
 // An unsigned field for a routine whose immediate is signed.
 template <class Immediate>
 struct as_signed {
   using type = std::int64_t;
-  static void load(std::int64_t& value, const cpu_state*, word_t w) { value = static_cast<std::int64_t>(Immediate::cut(w)); }
+  static void load(std::int64_t& value, const cpu_state*, word_t w) {
+    value = static_cast<std::int64_t>(Immediate::cut(w));
+  }
 };
 // A scalar of element size E into a vector register. The library hands signed extrema on sign-extended; the instruction
 // functions write the element alone.
@@ -178,15 +181,16 @@ aarch64_decode_rc structures(cpu_state* state, unsigned int word) {
   enter(context, state);
   [&]<std::size_t... K>(std::index_sequence<K...>) {
     Routine(o.predicate.value, o.base.value, o.second.value, o.z[K]..., &context);
-  }(std::make_index_sequence<N>{});
+  }
+  (std::make_index_sequence<N>{});
   for (std::size_t k = 0; k < N; ++k) std::memcpy(state->z[o.number[k]], o.z[k].bytes, vector_bytes);
   leave(context, state);
   return AARCH64_DECODE_EXECUTED;
 }
-#define STRUCTURES(shape, N, Second)                                                                   \
-  template <routine::shape * Routine, auto* Function, class Form>                                      \
-  struct library_of<Routine, Function, Form> {                                                         \
-    static constexpr auto handle = structures<Routine, N, Second>;                                     \
+#define STRUCTURES(shape, N, Second)                               \
+  template <routine::shape* Routine, auto* Function, class Form>   \
+  struct library_of<Routine, Function, Form> {                     \
+    static constexpr auto handle = structures<Routine, N, Second>; \
   };
 using Offset = S<19, 16>;
 STRUCTURES(load2_si, 2, Offset)
@@ -212,26 +216,26 @@ STRUCTURES(store4_ss, 4, Xm)
 #undef PREFETCH
 #undef SVE_ROWS
 #define DIRECT(key, name, function, ...) \
-  twin { #name, direct<function, __VA_ARGS__>::handle, library_of<name, function, __VA_ARGS__>::handle }
+  twin { #name, direct < function, __VA_ARGS__> ::handle, library_of < name, function, __VA_ARGS__> ::handle }
 #define DIRECT_FP(key, name, function, ...) \
-  twin { #name, direct_fp<function, __VA_ARGS__>::handle, library_of<name, function, __VA_ARGS__>::handle }
+  twin { #name, direct_fp < function, __VA_ARGS__> ::handle, library_of < name, function, __VA_ARGS__> ::handle }
 #define LIBRARY(key, name, ...) \
   twin { #name, nullptr, nullptr }
 #define PREFETCH(key, name) \
   twin { #name, nullptr, nullptr }
-#define SVE_ROWS(name, ...)                                            \
-  namespace {                                                          \
-  [[maybe_unused]] const bool added_##name = [] {                      \
-    for (const twin& t : std::initializer_list<twin> __VA_ARGS__)      \
-      if (t.direct_handle) twins().push_back(t);                       \
-    return true;                                                       \
-  }();                                                                 \
+#define SVE_ROWS(name, ...)                                       \
+  namespace {                                                     \
+  [[maybe_unused]] const bool added_##name = [] {                 \
+    for (const twin& t : std::initializer_list<twin> __VA_ARGS__) \
+      if (t.direct_handle) twins().push_back(t);                  \
+    return true;                                                  \
+  }();                                                            \
   }
-#include "sve/decode/table_31_13.cpp"     // NOLINT(bugprone-suspicious-include)
-#include "sve/decode/table_31_20.cpp"     // NOLINT(bugprone-suspicious-include)
-#include "sve/decode/table_31_21.cpp"     // NOLINT(bugprone-suspicious-include)
+#include "sve/decode/table_31_13.cpp"        // NOLINT(bugprone-suspicious-include)
+#include "sve/decode/table_31_20.cpp"        // NOLINT(bugprone-suspicious-include)
+#include "sve/decode/table_31_21.cpp"        // NOLINT(bugprone-suspicious-include)
 #include "sve/decode/table_31_21_15_13.cpp"  // NOLINT(bugprone-suspicious-include)
-#include "sve/decode/table_other.cpp"     // NOLINT(bugprone-suspicious-include)
+#include "sve/decode/table_other.cpp"        // NOLINT(bugprone-suspicious-include)
 
 namespace {
 
@@ -256,8 +260,8 @@ struct memory_window {
 struct description {
   const sve::decode::map* map;
   const sve::decode::row* row;
-  char type;            // the element type's letter
-  unsigned bytes;       // the element's size, 1 for predicate operations
+  char type;       // the element type's letter
+  unsigned bytes;  // the element's size, 1 for predicate operations
   bool memory, floating_point, flags;
 };
 
@@ -266,8 +270,13 @@ bool has(std::string_view name, std::string_view part) { return name.find(part) 
 description describe(const sve::decode::map* map, const sve::decode::row* row) {
   const std::string_view name = row->name;
   const unsigned width = name[4] >= '0' && name[4] <= '9' ? static_cast<unsigned>(std::atoi(row->name + 4)) : 8;
-  description d{map, row, name[3], width / 8, has(name, "Load") || has(name, "Store") || has(name, "Fill") || has(name, "Spill"),
-                row->model == sve::decode::kind::direct_fp, false};
+  description d{map,
+                row,
+                name[3],
+                width / 8,
+                has(name, "Load") || has(name, "Store") || has(name, "Fill") || has(name, "Spill"),
+                row->model == sve::decode::kind::direct_fp,
+                false};
   d.flags = has(name, "Flg") || has(name, "GenNext") || has(name, "TestPZ");
   return d;
 }
@@ -302,7 +311,8 @@ template <class Random>
 cpu_state make_state(const description& d, Random& random) {
   cpu_state state{};
   for (auto& z : state.z) fill(z, vector_bytes, random);
-  for (std::uint64_t& x : state.x) x = random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random() % 130;
+  for (std::uint64_t& x : state.x)
+    x = random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random() % 130;
   state.sp = random();
   state.nzcv = random() & 0xf0000000;
   state.fpsr = static_cast<std::uint32_t>(random()) & 0x9f;
@@ -319,14 +329,14 @@ cpu_state make_state(const description& d, Random& random) {
   for (auto& p : state.p) predicate(p);
   predicate(state.ffr);
   if (d.memory) {
-    // Registers 0 to 15 and SP are bases in the middle of the window, the others small indices; vectors hold offsets, or
-    // addresses where they are bases.
+    // Registers 0 to 15 and SP are bases in the middle of the window, the others small indices; vectors hold offsets,
+    // or addresses where they are bases.
     for (unsigned i = 0; i < 31; ++i) state.x[i] = i < 16 ? window + window_bytes / 2 + random() % 64 : random() % 16;
     state.sp = window + window_bytes / 2;
     const bool addresses = has(d.row->name, "VIZ");
     const std::size_t size = d.bytes == 4 ? 4 : 8;
-    if (!has(d.row->name, "CLoad") && !has(d.row->name, "CStore") && !has(d.row->name, "E2") && !has(d.row->name, "E3") &&
-        !has(d.row->name, "E4"))
+    if (!has(d.row->name, "CLoad") && !has(d.row->name, "CStore") && !has(d.row->name, "E2") &&
+        !has(d.row->name, "E3") && !has(d.row->name, "E4"))
       for (auto& z : state.z)
         for (std::size_t i = 0; i < vector_bytes; i += size) {
           std::uint64_t value = addresses ? window + 1024 + random() % 4096 : random() % 128;
@@ -351,8 +361,8 @@ std::uint32_t make_word(const description& d, Random& random) {
     if ((d.map->fixed_bits & mask) == 0) word = (word & ~mask) | (value << low & mask);
   };
   if (d.memory) {
-    if (!has(d.row->name, "VIZ")) set(9, 5, random() % 4 == 0 ? 31 : random() % 16);           // a base
-    if (has(d.row->name, "LSSZ")) set(20, 16, random() % 4 == 0 ? 31 : 16 + random() % 15);     // an index
+    if (!has(d.row->name, "VIZ")) set(9, 5, random() % 4 == 0 ? 31 : random() % 16);         // a base
+    if (has(d.row->name, "LSSZ")) set(20, 16, random() % 4 == 0 ? 31 : 16 + random() % 15);  // an index
     if (has(d.row->name, "Fill") || has(d.row->name, "Spill")) {
       set(21, 16, random() % 2 ? 0 : 0x3f);
     }

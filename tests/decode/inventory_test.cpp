@@ -100,7 +100,8 @@ TEST(Stubs, AnswerWithTheirMessageAndCode) {
   state.instr = 0x2e1f0a05;
   testing::internal::CaptureStderr();
   EXPECT_EQ(sve_subr_zpz(&state, {0, 0}, {0, 4}, {0, 0}), AARCH64_DECODE_UNDECODED);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unimplemented instruction: [  12340:\t 2e1f0a05\t sve_subr_zpz  ]\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Unimplemented instruction: [  12340:\t 2e1f0a05\t sve_subr_zpz  ]\n");
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ using single = std::uint32_t;
 using real = std::uint64_t;
 
 constexpr FPSCR ioc = 1, dzc = 2, ofc = 4, ixc = 16;
-constexpr FPSCR towards_minus_infinity = 2u << 22, towards_zero = 3u << 22, fz16 = 1u << 19, dn = 1u << 25, ahp = 1u << 26;
+constexpr FPSCR towards_minus_infinity = 2u << 22, towards_zero = 3u << 22, fz16 = 1u << 19, dn = 1u << 25,
+                ahp = 1u << 26;
 
 CpuContext context_with(FPSCR fpcr = 0, unsigned granules = 14) {
   CpuContext c{};
@@ -128,9 +129,9 @@ TEST(FpVector, MultiplyAddFormsAndTheirInactiveElements) {
   const struct {
     VectorV (*routine)(const VectorV&, const PredV&, const VectorV&, const VectorV&, CpuContext*);
     float active;
-  } forms[] = {{VecF32FMAVVVM, 2 + 15},    {VecF32FMSVVVM, 2 - 15},   {VecF32FNMAVVVM, -2 - 15}, {VecF32FNMSVVVM, -2 + 15},
-               {VecF32FMADDVVVM, 5 + 6},   {VecF32FMSUBVVVM, 5 - 6},  {VecF32FNMADDVVVM, -5 - 6},
-               {VecF32FNMSUBVVVM, -5 + 6}};
+  } forms[] = {{VecF32FMAVVVM, 2 + 15},    {VecF32FMSVVVM, 2 - 15},   {VecF32FNMAVVVM, -2 - 15},
+               {VecF32FNMSVVVM, -2 + 15},  {VecF32FMADDVVVM, 5 + 6},  {VecF32FMSUBVVVM, 5 - 6},
+               {VecF32FNMADDVVVM, -5 - 6}, {VecF32FNMSUBVVVM, -5 + 6}};
   for (const auto& f : forms) {
     CpuContext c = context_with();
     const VectorV r = f.routine(a, only<single>(3), b, d, &c);
@@ -246,7 +247,8 @@ TEST(FpReductions, SumsFollowTheTreeOfAdjacentPairs) {
         put(v, i, values[i]);
         ordered = FPAdd<single>(ordered, values[i], ignored);
       }
-      const single expected = pairwise<single>(values, [](single a, single b, FPSCR& s) { return FPAdd(a, b, s); }, status);
+      const single expected = pairwise<single>(
+          values, [](single a, single b, FPSCR& s) { return FPAdd(a, b, s); }, status);
       EXPECT_EQ(VecF32AddReduceFV(all_true, v, &c), expected);
       EXPECT_EQ(c.fpsr, status & 0x9f);
       EXPECT_EQ(VecF32AddReduceAV(all_true, 0, v, &c), ordered);
@@ -427,9 +429,12 @@ TEST(FpConversions, ToIntegers) {
     double value;
     real result;
     FPSCR status;
-  } doubles[] = {{VecS64_4FromDVM, -1.75, ~real{0}, ixc},     {VecU64_4FromDVM, 4294967295.0, 0xffffffff, 0},
-                 {VecU64_4FromDVM, 1e10, 0xffffffff, ioc},    {VecS64_4FromDVM, 3e9, 0x7fffffff, ioc},
-                 {VecS64_4FromDVM, -3e9, 0xffffffff80000000, ioc}, {VecS64_8FromDVM, 1e19, 0x7fffffffffffffff, ioc},
+  } doubles[] = {{VecS64_4FromDVM, -1.75, ~real{0}, ixc},
+                 {VecU64_4FromDVM, 4294967295.0, 0xffffffff, 0},
+                 {VecU64_4FromDVM, 1e10, 0xffffffff, ioc},
+                 {VecS64_4FromDVM, 3e9, 0x7fffffff, ioc},
+                 {VecS64_4FromDVM, -3e9, 0xffffffff80000000, ioc},
+                 {VecS64_8FromDVM, 1e19, 0x7fffffffffffffff, ioc},
                  {VecU64_8FromDVM, -1.0, 0, ioc}};
   for (const auto& f : doubles) {
     CpuContext c = context_with(1u << 22);  // the rounding mode does not matter
@@ -451,7 +456,8 @@ TEST(FpConversions, FromIntegers) {
   c = context_with();
   EXPECT_EQ(at<half>(VecF16FromU2VM(filled<half>(0), all_true, filled<half>(0xffff), &c), 0), 0x7c00);
   EXPECT_EQ(at<half>(VecF16FromS2VM(filled<half>(0), all_true, filled<half>(0xffff), &c), 0), 0xbc00);
-  EXPECT_EQ(at<real>(VecF64FromU8VM(filled<real>(~0ull), all_true, filled<real>(1ull << 63), &c), 0), real{bits(0x1p63f)});
+  EXPECT_EQ(at<real>(VecF64FromU8VM(filled<real>(~0ull), all_true, filled<real>(1ull << 63), &c), 0),
+            real{bits(0x1p63f)});
 }
 
 // ---- Estimates and accelerators ----
@@ -467,7 +473,8 @@ TEST(FpAccelerators, VectorForms) {
   c = context_with();
   EXPECT_EQ(at<single>(VecF32RecpSVV(filled<single>(0x7f800000), filled<single>(0), &c), 3), bits(2.0f));
   EXPECT_EQ(at<single>(VecF32RSqrtSVV(filled<single>(0), filled<single>(0x7f800000), &c), 3), bits(1.5f));
-  EXPECT_EQ(at<single>(VecF32RecpXVM(filled<single>(7), only<single>(1), filled<single>(bits(3.0f)), &c), 1), 0x3f800000u);
+  EXPECT_EQ(at<single>(VecF32RecpXVM(filled<single>(7), only<single>(1), filled<single>(bits(3.0f)), &c), 1),
+            0x3f800000u);
   EXPECT_EQ(at<single>(VecF32RecpXVM(filled<single>(7), only<single>(1), filled<single>(bits(3.0f)), &c), 0), 7u);
   EXPECT_EQ(at<single>(VecF32TRISSELVV(filled<single>(0x7f800001), filled<single>(3), &c), 0), bits(-1.0f));
   EXPECT_EQ(at<single>(VecF32TRISSELVV(filled<single>(bits(4.0f)), filled<single>(0xfffffff2), &c), 0), bits(-4.0f));
@@ -475,7 +482,8 @@ TEST(FpAccelerators, VectorForms) {
   EXPECT_EQ(at<single>(VecF32EXPAV(filled<single>(127 << 6 | 1), &c), 13), 0x3f800000u | 0x164d2u);
   // The first coefficients, by the sign of the second operand: 1 + 0 * |x|.
   EXPECT_EQ(at<real>(VecD64TRIMADDVVI(filled<real>(0), filled<real>(bits(2.0)), 1, &c), 0), 0xbfc5555555555543u);
-  EXPECT_EQ(at<real>(VecD64TRIMADDVVI(filled<real>(0), filled<real>(0x8000000000000000), 1, &c), 0), 0xbfe0000000000000u);
+  EXPECT_EQ(at<real>(VecD64TRIMADDVVI(filled<real>(0), filled<real>(0x8000000000000000), 1, &c), 0),
+            0xbfe0000000000000u);
   EXPECT_EQ(at<single>(VecF32TRISMULVV(filled<single>(bits(-3.0f)), filled<single>(1), &c), 0), bits(-9.0f));
   EXPECT_EQ(at<single>(VecF32TRISMULVV(filled<single>(0x7fc00002), filled<single>(1), &c), 0), 0x7fc00002u);
   EXPECT_EQ(c.fpsr, 0u);

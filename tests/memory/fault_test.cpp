@@ -1,10 +1,9 @@
 // Fault capture: the library's element access, the readability probe, and what an unguarded fault comes to.
-#include "sve/fault/fault_capture.h"
-
 #include <csignal>
 #include <thread>
 #include <vector>
 
+#include "sve/fault/fault_capture.h"
 #include "sve/veclib/initialize.h"
 #include "sve/veclib/memory.h"
 #include "tests/memory/guarded_memory.h"

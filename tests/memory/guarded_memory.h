@@ -71,7 +71,8 @@ child_result in_child(Action action) {
   close(fds[1]);
   child_result result{0, 0, ""};
   char buffer[512];
-  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) result.stderr_text.append(buffer, static_cast<std::size_t>(n));
+  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;)
+    result.stderr_text.append(buffer, static_cast<std::size_t>(n));
   close(fds[0]);
   // An emulator that runs this test says in a line of its own how the process ended.
   const std::size_t emulator = result.stderr_text.find("qemu: uncaught target signal");

@@ -1,5 +1,6 @@
-// Loads and stores of the instruction functions and of the library at page ends, with wrapping register groups, inactive
-// elements over unmapped memory, and the three ways in which first-fault and non-fault loads meet unreadable memory.
+// Loads and stores of the instruction functions and of the library at page ends, with wrapping register groups,
+// inactive elements over unmapped memory, and the three ways in which first-fault and non-fault loads meet unreadable
+// memory.
 #include <array>
 #include <csignal>
 #include <functional>
@@ -55,18 +56,18 @@ struct contiguous_form {
   bool is_signed;
 };
 #define FORM(name, element, memory, is_signed) \
-  {#name, sve_##name##_zpri, sve_##name##_scaled_zprr, element, memory, is_signed}
+  { #name, sve_##name##_zpri, sve_##name##_scaled_zprr, element, memory, is_signed }
 const contiguous_form load_forms[] = {
     FORM(ld1b, 1, 1, false),   FORM(ld1b_h, 2, 1, false), FORM(ld1b_s, 4, 1, false), FORM(ld1b_d, 8, 1, false),
     FORM(ld1sb_h, 2, 1, true), FORM(ld1sb_s, 4, 1, true), FORM(ld1sb_d, 8, 1, true), FORM(ld1h, 2, 2, false),
     FORM(ld1h_s, 4, 2, false), FORM(ld1h_d, 8, 2, false), FORM(ld1sh_s, 4, 2, true), FORM(ld1sh_d, 8, 2, true),
     FORM(ld1w, 4, 4, false),   FORM(ld1w_d, 8, 4, false), FORM(ld1sw_d, 8, 4, true), FORM(ld1d, 8, 8, false),
     FORM(ldnt1b, 1, 1, false), FORM(ldnt1h, 2, 2, false), FORM(ldnt1w, 4, 4, false), FORM(ldnt1d, 8, 8, false)};
-const contiguous_form store_forms[] = {
-    FORM(st1b, 1, 1, false),   FORM(st1b_h, 2, 1, false), FORM(st1b_s, 4, 1, false), FORM(st1b_d, 8, 1, false),
-    FORM(st1h, 2, 2, false),   FORM(st1h_s, 4, 2, false), FORM(st1h_d, 8, 2, false), FORM(st1w, 4, 4, false),
-    FORM(st1w_d, 8, 4, false), FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
-    FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
+const contiguous_form store_forms[] = {FORM(st1b, 1, 1, false),   FORM(st1b_h, 2, 1, false), FORM(st1b_s, 4, 1, false),
+                                       FORM(st1b_d, 8, 1, false), FORM(st1h, 2, 2, false),   FORM(st1h_s, 4, 2, false),
+                                       FORM(st1h_d, 8, 2, false), FORM(st1w, 4, 4, false),   FORM(st1w_d, 8, 4, false),
+                                       FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
+                                       FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
 
 // Element e of what a load leaves, from the bytes at `from`.
 std::uint64_t extended(const contiguous_form& f, const std::uint8_t* from) {
@@ -215,12 +216,11 @@ TEST_F(Loads, StructureGroupsWrapAtZ31) {
   struct {
     load_function load, store;
     unsigned n, bytes;
-  } const forms[] = {{sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1},
-                     {sve_ld4b_zpri, sve_st4b_zpri, 4, 1}, {sve_ld2h_zpri, sve_st2h_zpri, 2, 2},
-                     {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
-                     {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4},
-                     {sve_ld4w_zpri, sve_st4w_zpri, 4, 4}, {sve_ld2d_zpri, sve_st2d_zpri, 2, 8},
-                     {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
+  } const forms[] = {
+      {sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1}, {sve_ld4b_zpri, sve_st4b_zpri, 4, 1},
+      {sve_ld2h_zpri, sve_st2h_zpri, 2, 2}, {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
+      {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4}, {sve_ld4w_zpri, sve_st4w_zpri, 4, 4},
+      {sve_ld2d_zpri, sve_st2d_zpri, 2, 8}, {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
   std::mt19937 random(3);
   for (const auto& f : forms)
     for (const bool sparse : {false, true}) {
@@ -246,8 +246,8 @@ TEST_F(Loads, StructureGroupsWrapAtZ31) {
       for (std::size_t e = 0; e < vector_bytes / f.bytes; ++e)
         for (unsigned k = 0; k < f.n; ++k)
           if (state.p[1][e * f.bytes] & 1)
-            std::memcpy(&expected[expected.size() - span + (e * f.n + k) * f.bytes], state.z[(30 + k) % 32] + e * f.bytes,
-                        f.bytes);
+            std::memcpy(&expected[expected.size() - span + (e * f.n + k) * f.bytes],
+                        state.z[(30 + k) % 32] + e * f.bytes, f.bytes);
       ASSERT_EQ(f.store(&state, Z(30, 0), governing, base, 0), 0);
       EXPECT_EQ(std::memcmp(memory.begin(), expected.data(), expected.size()), 0) << f.n << " of " << f.bytes;
       memory.fill_counting();
@@ -287,7 +287,8 @@ TEST_F(Loads, GatherOffsetsExtendBySignOrByZero) {
   memory.fill_counting();
   const std::uint64_t middle = memory.address(4096);
   state.x[2] = middle;
-  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, 0xdeadbeef'ffffffffu - e);  // low word -1-e
+  for (std::size_t e = 0; e < 14; ++e)
+    set_lane<std::uint64_t>(state.z[8], e, 0xdeadbeef'ffffffffu - e);  // low word -1-e
   sve_ld1w_d_sxtw_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
   for (std::size_t e = 0; e < 14; ++e)
     EXPECT_EQ(lane<std::uint64_t>(state.z[9], e), lane<std::uint32_t>(memory.begin() + 4096 - 4 * (e + 1), 0)) << e;
@@ -336,7 +337,8 @@ TEST_F(Loads, InactiveGatherElementsFormNoAddress) {
   const guarded_memory memory;
   memory.fill_counting();
   std::memset(state.p[1], 1, vector_bytes);
-  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, memory.address(static_cast<std::ptrdiff_t>(13 - e) * 8));
+  for (std::size_t e = 0; e < 14; ++e)
+    set_lane<std::uint64_t>(state.z[8], e, memory.address(static_cast<std::ptrdiff_t>(13 - e) * 8));
   sve_ld1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
   for (std::size_t e = 0; e < 14; ++e)
     EXPECT_EQ(lane<std::uint64_t>(state.z[8], e), lane<std::uint64_t>(memory.begin(), 13 - e));
@@ -350,8 +352,9 @@ TEST_F(Loads, FirstFaultCountsElementsBelowThePageEnd) {
   struct {
     aarch64_decode_rc (*load)(cpu_state*, Z, P, SP, R);
     unsigned element, memory;
-  } const forms[] = {{sve_ldff1b_scaled_zprr, 1, 1},   {sve_ldff1b_h_scaled_zprr, 2, 1}, {sve_ldff1b_s_scaled_zprr, 4, 1},
-                     {sve_ldff1b_d_scaled_zprr, 8, 1}, {sve_ldff1w_scaled_zprr, 4, 4},   {sve_ldff1w_d_scaled_zprr, 8, 4},
+  } const forms[] = {{sve_ldff1b_scaled_zprr, 1, 1},   {sve_ldff1b_h_scaled_zprr, 2, 1},
+                     {sve_ldff1b_s_scaled_zprr, 4, 1}, {sve_ldff1b_d_scaled_zprr, 8, 1},
+                     {sve_ldff1w_scaled_zprr, 4, 4},   {sve_ldff1w_d_scaled_zprr, 8, 4},
                      {sve_ldff1d_scaled_zprr, 8, 8}};
   for (const auto& f : forms)
     for (unsigned below = 1; below <= vector_bytes; ++below) {
@@ -364,10 +367,12 @@ TEST_F(Loads, FirstFaultCountsElementsBelowThePageEnd) {
       for (std::size_t e = 0; e < n; ++e) {
         const std::uint8_t* z = state.z[4] + e * f.element;
         for (unsigned b = 0; b < f.element; ++b) {
-          const std::uint8_t expected = e >= k                ? 0xa5
-                                        : b < f.memory ? memory.end()[-static_cast<int>(below) + static_cast<int>(e * f.memory + b)]
-                                                       : 0;
-          ASSERT_EQ(z[b], expected) << "element " << f.element << " memory " << f.memory << " below " << below << " e " << e;
+          const std::uint8_t expected =
+              e >= k         ? 0xa5
+              : b < f.memory ? memory.end()[-static_cast<int>(below) + static_cast<int>(e * f.memory + b)]
+                             : 0;
+          ASSERT_EQ(z[b], expected) << "element " << f.element << " memory " << f.memory << " below " << below << " e "
+                                    << e;
           ASSERT_EQ(state.ffr[e * f.element + b], e < k ? 1 : 0);
         }
       }
@@ -432,13 +437,14 @@ TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
     guarded_load load;
   } const forms[] = {
       {"ldff1h.h", 2, 2, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU16CLoadFF2LSSZ(p, s, 0, c); }},
-      {"ldff1sb.d", 8, 1, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecS64CLoadFF1LSSZ(p, s, 0, c); }},
+      {"ldff1sb.d", 8, 1,
+       [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecS64CLoadFF1LSSZ(p, s, 0, c); }},
       {"ldff1d", 8, 8, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU64CLoadFF8LSSZ(p, s, 0, c); }},
       {"ldnf1w", 4, 4, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU32CLoadNF4SIZ(p, s, 0, c); }},
-      {"ldff1w gather", 4, 4,
-       [](const PredV& p, std::uint64_t s, CpuContext* c) {
+      {"ldff1w gather", 4, 4, [](const PredV& p, std::uint64_t s, CpuContext* c) {
          VectorV offsets{};
-         for (std::size_t e = 0; e < 28; ++e) set_lane<std::uint32_t>(offsets.bytes, e, static_cast<std::uint32_t>(4 * e));
+         for (std::size_t e = 0; e < 28; ++e)
+           set_lane<std::uint32_t>(offsets.bytes, e, static_cast<std::uint32_t>(4 * e));
          return VecU32LoadFF4VSZ(p, offsets, s, c);
        }}};
   std::mt19937_64 random(5);
@@ -452,7 +458,8 @@ TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
         PredV p{{random(), random(), 0, 0}};
         if (round == 0) p = PredV{{~std::uint64_t{0}, ~std::uint64_t{0}, 0, 0}};
         // One byte of the first element beyond is still readable where an element has several.
-        const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(readable * f.memory + (f.memory > 1)));
+        const std::uint64_t start =
+            memory.end_address(static_cast<std::ptrdiff_t>(readable * f.memory + (f.memory > 1)));
         const VectorV r = f.load(p, start, &context);
         bool failed = false;
         for (std::size_t e = 0; e < n; ++e) {
@@ -463,7 +470,8 @@ TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
           std::memcpy(&got, r.bytes + e * f.element, f.element);
           if (active && !failed) {
             std::memcpy(&expected, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory, f.memory);
-            if (f.name == std::string("ldff1sb.d")) expected = static_cast<std::uint64_t>(static_cast<std::int8_t>(expected));
+            if (f.name == std::string("ldff1sb.d"))
+              expected = static_cast<std::uint64_t>(static_cast<std::int8_t>(expected));
           }
           ASSERT_EQ(got, expected) << f.name << " readable " << readable << " element " << e;
           for (std::size_t b = bit; b < bit + f.element; ++b)
@@ -495,7 +503,8 @@ TEST_F(Loads, FirstFaultInSixteenThreads) {
           const std::uint64_t expected =
               e < readable ? lane<std::uint64_t>(reinterpret_cast<const std::uint8_t*>(start), e) : 0;
           wrong[static_cast<std::size_t>(t)] += lane<std::uint64_t>(r.bytes, e) != expected;
-          wrong[static_cast<std::size_t>(t)] += (context.ffr.words[e / 8] >> (e % 8 * 8) & 0xff) != (e < readable ? 0xffu : 0u);
+          wrong[static_cast<std::size_t>(t)] +=
+              (context.ffr.words[e / 8] >> (e % 8 * 8) & 0xff) != (e < readable ? 0xffu : 0u);
         }
       }
     });
@@ -512,20 +521,25 @@ TEST_F(Loads, QuadwordsLookAtSixteenPredicateBits) {
   context.vl_word = 14;
   const std::uint64_t end = memory.end_address(16);
   const auto check = [&](const VectorV& r, const std::uint8_t* from, auto active, std::size_t size) {
-    for (std::size_t i = 0; i < vector_bytes; ++i)
-      ASSERT_EQ(r.bytes[i], active(i % 16 / size) ? from[i % 16] : 0) << i;
+    for (std::size_t i = 0; i < vector_bytes; ++i) ASSERT_EQ(r.bytes[i], active(i % 16 / size) ? from[i % 16] : 0) << i;
   };
   const PredV all{{0xffff, 0, 0, 0}};
-  check(VecU8LoadDup1QSIZ(all, end - 16, 1, &context), memory.end() - 16, [](std::size_t) { return true; }, 1);
-  check(VecU64LoadDup8QSIZ(all, end + 16, -1, &context), memory.end() - 16, [](std::size_t) { return true; }, 8);
-  check(VecU32LoadDup4QSSZ(all, end - 8, 2, &context), memory.end() - 16, [](std::size_t) { return true; }, 4);
+  check(
+      VecU8LoadDup1QSIZ(all, end - 16, 1, &context), memory.end() - 16, [](std::size_t) { return true; }, 1);
+  check(
+      VecU64LoadDup8QSIZ(all, end + 16, -1, &context), memory.end() - 16, [](std::size_t) { return true; }, 8);
+  check(
+      VecU32LoadDup4QSSZ(all, end - 8, 2, &context), memory.end() - 16, [](std::size_t) { return true; }, 4);
   const PredV words{{1u << 0 | 1u << 8 | 0xf0f0, 0, 0, 0}};
-  check(VecU32LoadDup4QSIZ(words, end, 0, &context), memory.end() - 16,
-        [&](std::size_t i) { return words.words[0] >> (4 * i) & 1; }, 4);
+  check(
+      VecU32LoadDup4QSIZ(words, end, 0, &context), memory.end() - 16,
+      [&](std::size_t i) { return words.words[0] >> (4 * i) & 1; }, 4);
   const PredV doubles{{1u << 8, 0, 0, 0}};
-  check(VecU64LoadDup8QSIZ(doubles, end, 0, &context), memory.end() - 16, [](std::size_t i) { return i == 1; }, 8);
+  check(
+      VecU64LoadDup8QSIZ(doubles, end, 0, &context), memory.end() - 16, [](std::size_t i) { return i == 1; }, 8);
   const PredV above{{~std::uint64_t{0xffff}, ~std::uint64_t{0}, 0, 0}};
-  check(VecU16LoadDup2QSIZ(above, 0x10, 0, &context), memory.begin(), [](std::size_t) { return false; }, 2);
+  check(
+      VecU16LoadDup2QSIZ(above, 0x10, 0, &context), memory.begin(), [](std::size_t) { return false; }, 2);
 }
 
 TEST_F(Loads, ReplicatedElementsScaleTheirImmediateAndExtend) {
@@ -550,7 +564,8 @@ TEST_F(Loads, RoutinesFollowTheLengthWord) {
     const std::size_t bytes = granules * 8;
     const VectorV r = VecU8CLoad1SIZ(all, memory.end_address(static_cast<std::ptrdiff_t>(bytes)), 0, &context);
     EXPECT_EQ(std::memcmp(r.bytes, memory.end() - bytes, bytes), 0) << granules;
-    const VectorV wide = VecS64CLoad2SIZ(all, memory.end_address(static_cast<std::ptrdiff_t>(granules * 4)), 1, &context);
+    const VectorV wide =
+        VecS64CLoad2SIZ(all, memory.end_address(static_cast<std::ptrdiff_t>(granules * 4)), 1, &context);
     for (std::size_t e = 0; granules != 0 && e < granules; ++e)
       EXPECT_EQ(lane<std::int64_t>(wide.bytes, e), lane<std::int16_t>(memory.end() - granules * 2, e)) << granules;
     VecU8CStore1SIZ(all, memory.address(static_cast<std::ptrdiff_t>(bytes)), -1, r, &context);
