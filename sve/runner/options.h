@@ -8,6 +8,7 @@ namespace sve::runner {
 inline constexpr char options_variable[] = "SVE_RUN_OPTIONS";
 inline constexpr char preload_variable[] = "LD_PRELOAD";
 inline constexpr char library_name[] = "libsve_run.so";
+inline constexpr char client_name[] = "libsve_stats_896.so";
 
 inline constexpr std::string_view quiet_word = "quiet";
 inline constexpr std::string_view no_announce_word = "no-announce";

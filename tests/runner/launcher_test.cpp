@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sve/runner/launcher/command_line.h"
+#include "sve/runner/launcher/dynamorio.h"
 #include "sve/runner/launcher/program.h"
 
 namespace {
@@ -84,6 +85,53 @@ TEST(CommandLine, HelpAndVersion) {
   for (const char* option : {"--quiet", "--counts", "--no-announce", "--platform", "PROGRAM", "125"}) {
     EXPECT_NE(parse_command_line({"--help"}).text.find(option), std::string::npos) << option;
   }
+}
+
+TEST(DynamoRio, TheDirectoryIsOneWordOrTwo) {
+  for (const words& arguments : {words{"--platform=dynamorio", "--dynamorio", "/dr", "prog", "-x"},
+                                 words{"--dynamorio=/dr", "--platform=dynamorio", "prog", "-x"}}) {
+    const auto parsed = parse_command_line(arguments);
+    EXPECT_TRUE(parsed.run) << parsed.text;
+    EXPECT_TRUE(parsed.line.dynamorio);
+    EXPECT_EQ(parsed.line.dynamorio_home, "/dr");
+    EXPECT_EQ(parsed.line.program, (words{"prog", "-x"}));
+  }
+  EXPECT_FALSE(parse_command_line({"--platform=embedded", "prog"}).line.dynamorio);
+  for (const char* option : {"--quiet", "--counts"}) {
+    const auto parsed = parse_command_line({"--platform=dynamorio", option, "prog"});
+    EXPECT_EQ(parsed.status, 125);
+    EXPECT_EQ(std::count(parsed.text.begin(), parsed.text.end(), '\n'), 1) << parsed.text;
+  }
+}
+
+TEST(DynamoRio, IsFoundWhereItIsSaidToBe) {
+  const auto find = [](const std::string& given, const char* dir, const char* home, const char* there) {
+    return find_dynamorio(
+        given,
+        [&](const char* name) -> const char* {
+          return std::string(name) == "DynamoRIO_DIR" ? dir : std::string(name) == "DYNAMORIO_HOME" ? home : nullptr;
+        },
+        [&](const std::string& path) { return std::filesystem::path(path).lexically_normal() == there; });
+  };
+  EXPECT_EQ(find("/a", "/b", "/c", "/a/bin64/drrun").path, "/a");
+  EXPECT_EQ(find("", "/b/cmake", "/c", "/b/bin64/drrun").path, "/b/");
+  EXPECT_EQ(find("", nullptr, "/c", "/c/bin64/drrun").path, "/c");
+  EXPECT_EQ(find("", "", "/c", "/c/bin64/drrun").path, "/c");
+  for (const auto& missing : {find("/a", "/b", "/c", "/b/bin64/drrun"), find("", nullptr, nullptr, "/c/bin64/drrun")}) {
+    EXPECT_EQ(missing.status, 125);
+    EXPECT_EQ(missing.error.find('\n'), std::string::npos);
+    EXPECT_NE(missing.error.find("--dynamorio"), std::string::npos) << missing.error;
+  }
+  EXPECT_EQ(find_client({"/x", "/y"}, [](const std::string& path) { return path == "/y/libsve_stats_896.so"; }).path,
+            "/y/libsve_stats_896.so");
+  EXPECT_EQ(find_client({"/x"}, [](const std::string&) { return false; }).status, 125);
+}
+
+TEST(DynamoRio, TheCommandPassesTheClientAndWhatFollows) {
+  const auto parsed = parse_command_line({"--platform=dynamorio", "--dynamorio-options=-a  b", "prog", "--", "-x"});
+  EXPECT_EQ(dynamorio_command(parsed.line, "/dr", "/lib/client.so", "/bin/prog"),
+            (words{"/dr/bin64/drrun", "-thread_private", "-max_bb_instrs", "32", "-a", "b", "-c", "/lib/client.so", "--",
+                   "/bin/prog", "--", "-x"}));
 }
 
 class Programs : public testing::Test {

@@ -24,10 +24,11 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   parse_result result;
   command_line& line = result.line;
 
-  // Every option is one word, so the program begins at the first word that does not look like one.
-  auto program = std::find_if(arguments.begin(), arguments.end(), [](const std::string& word) {
-    return !word.starts_with('-') || word == "--" || word == "-";
-  });
+  // Every option is one word but for --dynamorio, which may have its value behind it, so the program begins at the first
+  // other word that does not look like one.
+  auto program = arguments.begin();
+  while (program != arguments.end() && program->starts_with('-') && *program != "--" && *program != "-")
+    program += *program == "--dynamorio" && program + 1 != arguments.end() ? 2 : 1;
   std::vector<std::string> own(arguments.begin(), program);
   if (program != arguments.end() && *program == "--") ++program;
   line.program.assign(program, arguments.end());
@@ -43,11 +44,18 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
       "Do not tell programs that ask (getauxval, prctl) that there is SVE");
   std::string platform = "embedded";
   app.add_option("--platform", platform,
-                 "How instructions are caught: embedded, a preloaded library that handles SIGILL")
+                 "How instructions are caught: embedded, a preloaded library that handles SIGILL; or dynamorio, the "
+                 "instrumentation platform, for statically linked programs too")
       ->type_name("NAME")
       ->check([](const std::string& name) {
-        return name == "embedded" ? std::string() : "there is no platform " + name + ", only embedded";
+        return name == "embedded" || name == "dynamorio" ? std::string()
+                                                         : "there is no platform " + name + ", only embedded and dynamorio";
       });
+  app.add_option("--dynamorio", line.dynamorio_home,
+                 "Where DynamoRIO is installed; otherwise the variables DynamoRIO_DIR and DYNAMORIO_HOME say it")
+      ->type_name("DIR");
+  app.add_option("--dynamorio-options", line.dynamorio_options, "Options for DynamoRIO itself, separated by spaces")
+      ->type_name("OPTIONS");
   std::string counts;
   auto* counts_option = app.add_option("--counts", counts,
                                        "Print each instruction's address, word and count at exit, to stderr or FILE; "
@@ -77,6 +85,12 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
     return result;
   }
   line.counts = counts_option->count() > 0;
+  line.dynamorio = platform == "dynamorio";
+  if (line.dynamorio && (line.quiet || line.counts)) {
+    result.status = status_failed;
+    result.text = "--quiet and --counts go with --platform=embedded only; leave them away\n";
+    return result;
+  }
   line.counts_file = counts;
   if (line.program.empty()) {
     result.status = status_failed;

@@ -11,6 +11,9 @@ struct command_line {
   bool announce = true;
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
+  bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one
+  std::string dynamorio_home;        ///< where it is installed; empty: the environment says it
+  std::string dynamorio_options;     ///< for the platform itself, separated by spaces
   std::vector<std::string> program;  ///< PROGRAM and its arguments
 };
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sve/runner/launcher/command_line.h"
+#include "sve/runner/launcher/dynamorio.h"
 #include "sve/runner/launcher/program.h"
 #include "sve/runner/options.h"
 
@@ -32,6 +33,29 @@ bool processor_has_sve() {
 int fail(int status, const std::string& text) {
   std::fprintf(stderr, "sve-run: %s\n", text.c_str());
   return status;
+}
+
+int run(const std::string& path, const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  execv(path.c_str(), arguments.data());
+  return fail(errno == ENOENT ? status_not_found : status_not_executable,
+              path + ": " + std::strerror(errno) + "; try to run it without sve-run");
+}
+
+int run_under_dynamorio(const command_line& line, const std::string& program) {
+  std::error_code error;
+  const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
+  const finding home = find_dynamorio(line.dynamorio_home, [](const char* name) { return std::getenv(name); }, readable);
+  if (home.status != 0) return fail(home.status, home.error);
+  std::vector<std::filesystem::path> places;
+  for (const char* place : {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM}) places.push_back(here / place);
+  const finding client = find_client(places, readable);
+  if (client.status != 0) return fail(client.status, client.error);
+  const auto words = dynamorio_command(line, home.path, client.path, program);
+  return run(words.front(), words);
 }
 
 // Beside this program, as in a build tree, or where it is installed.
@@ -58,15 +82,6 @@ std::optional<std::string> prepare_counts_file(command_line& line) {
   return std::nullopt;
 }
 
-int run(const std::string& path, const std::vector<std::string>& words) {
-  std::vector<char*> arguments;
-  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  execv(path.c_str(), arguments.data());
-  return fail(errno == ENOENT ? status_not_found : status_not_executable,
-              path + ": " + std::strerror(errno) + "; try to run it without sve-run");
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -80,14 +95,14 @@ int main(int argc, char** argv) {
 
   const char* search_path = std::getenv("PATH");
   finding program = find_program(line.program.front(), search_path ? search_path : "/usr/local/bin:/usr/bin:/bin");
-  if (program.status == 0) program = check_program(program.path);
+  if (program.status == 0) program = line.dynamorio ? check_machine(program.path) : check_program(program.path);
   if (program.status != 0) return fail(program.status, program.error);
 
-  // Here a platform other than the embedded one would branch off.
   if (processor_has_sve()) {
     if (!line.quiet) fail(0, "this processor has SVE and runs the program itself, at its own vector length");
     return run(program.path, line.program);
   }
+  if (line.dynamorio) return run_under_dynamorio(line, program.path);
   const auto library = find_library();
   if (!library) {
     return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM

@@ -124,7 +124,7 @@ finding find_program(std::string_view name, std::string_view search_path) {
                 is_path ? "no such program; check the path" : "no such program in PATH; give its path, as in ./NAME");
 }
 
-finding check_program(const std::string& path) {
+finding check_machine(const std::string& path) {
   const File file(path);
   if (!file.is_open()) {
     return refuse(status_not_executable, path, "cannot be read; make it readable: chmod +r " + path);
@@ -146,14 +146,23 @@ finding check_program(const std::string& path) {
   if (header->e_type != ET_EXEC && header->e_type != ET_DYN) {
     return refuse(status_not_executable, path, "an object file or core, not a program; link it first");
   }
+  finding f;
+  f.path = path;
+  return f;
+}
+
+finding check_program(const std::string& path) {
+  if (finding machine = check_machine(path); machine.status != 0) return machine;
+  const File file(path);
+  const auto header = file.record<Elf64_Ehdr>(0);
   std::string loader;
-  for (unsigned i = 0; i < header->e_phnum; ++i) {
+  for (unsigned i = 0; header && i < header->e_phnum; ++i) {
     const auto segment = file.record<Elf64_Phdr>(header->e_phoff + std::uint64_t{i} * header->e_phentsize);
     if (segment && segment->p_type == PT_INTERP) loader = file.read(segment->p_filesz, segment->p_offset).c_str();
   }
   if (loader.empty()) {
     return refuse(status_not_executable, path,
-                  "statically linked, and preloading cannot reach it; link it dynamically (without -static)");
+                  "statically linked, and preloading cannot reach it; link it dynamically (without -static), or give --platform=dynamorio");
   }
   if (loader.find("ld-linux-aarch64") == std::string::npos) {
     return refuse(status_not_executable, path,

@@ -21,6 +21,9 @@ struct finding {
 /// Looks `name` up as the shell does: a name with a '/' is a path, any other is searched for in `search_path`.
 finding find_program(std::string_view name, std::string_view search_path);
 
+/// Checks that the program at `path` is one for AArch64.
+finding check_machine(const std::string& path);
+
 /// Checks that preloading reaches the program at `path`: a dynamically linked AArch64 program for glibc.
 finding check_program(const std::string& path);
 

@@ -1,0 +1,65 @@
+#include "sve/runner/launcher/dynamorio.h"
+
+#include <sstream>
+
+#include "sve/runner/options.h"
+
+namespace sve::runner {
+namespace {
+
+constexpr const char* launcher_of_dynamorio = "bin64/drrun";
+
+finding found(const std::filesystem::path& path) {
+  finding f;
+  f.path = path.lexically_normal().string();
+  return f;
+}
+
+finding missing(std::string text) {
+  finding f;
+  f.status = status_failed;
+  f.error = std::move(text);
+  return f;
+}
+
+}  // namespace
+
+finding find_dynamorio(const std::string& given, const std::function<const char*(const char*)>& variable,
+                       const readable_test& readable) {
+  std::string home = given, source = "--dynamorio";
+  for (const char* name : {"DynamoRIO_DIR", "DYNAMORIO_HOME"}) {
+    if (!home.empty()) break;
+    const char* const value = variable(name);
+    home = value ? value : "";
+    source = name;
+  }
+  if (home.empty()) {
+    return missing(
+        "no DynamoRIO given; install its release and name its directory with --dynamorio DIR or DYNAMORIO_HOME");
+  }
+  const std::filesystem::path base = home;
+  for (const auto& directory : {base, base / ".."})
+    if (readable((directory / launcher_of_dynamorio).string())) return found(directory);
+  return missing(home + ": no " + launcher_of_dynamorio +
+                 " in it; name an installation of DynamoRIO for AArch64 with " + source);
+}
+
+finding find_client(const std::vector<std::filesystem::path>& places, const readable_test& readable) {
+  for (const auto& place : places)
+    if (readable((place / client_name).string())) return found(place / client_name);
+  return missing(std::string("the client ") + client_name + " is not there; build with DynamoRIO_DIR set, and install");
+}
+
+std::vector<std::string> dynamorio_command(const command_line& line, const std::string& home, const std::string& client,
+                                           const std::string& program) {
+  std::vector<std::string> words = {(std::filesystem::path(home) / launcher_of_dynamorio).string(), "-thread_private",
+                                    // A block's code has a limit of 64 KB, and an SVE instruction becomes about 1 KB.
+                                    "-max_bb_instrs", "32"};
+  std::istringstream options(line.dynamorio_options);
+  for (std::string option; options >> option;) words.push_back(option);
+  words.insert(words.end(), {"-c", client, "--", program});
+  words.insert(words.end(), line.program.begin() + 1, line.program.end());
+  return words;
+}
+
+}  // namespace sve::runner
