@@ -1,5 +1,6 @@
-// Every row's word disassembles to the mnemonic that its handler's name means. The expected mnemonic comes from the name of
-// the instruction function of a direct row, and from a table of operations for the rest; the other side is binutils.
+// Every row's word disassembles to the mnemonic that its handler's name means. The expected mnemonic comes from the
+// name of the instruction function of a direct row, and from a table of operations for the rest; the other side is
+// binutils.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -16,8 +17,8 @@
 
 namespace {
 
-// The operation's mnemonic for signed, unsigned (or sign-less) and floating-point types. '#' stands for the letter of the
-// element's size, '$' for that of the memory element, which the digit in the operation's name gives.
+// The operation's mnemonic for signed, unsigned (or sign-less) and floating-point types. '#' stands for the letter of
+// the element's size, '$' for that of the memory element, which the digit in the operation's name gives.
 struct mnemonics {
   const char *is_signed, *is_unsigned, *floating;
 };
@@ -235,7 +236,9 @@ std::string expected_mnemonic(const sve::decode::row& row) {
   for (const auto& [pattern, m] : memory_operations)
     if (!found && std::regex_match(operation, pattern)) found = &m;
   if (!found) return "?";
-  std::string mnemonic = type == 'S' ? found->is_signed : type == 'U' || type == 'P' ? found->is_unsigned : found->floating;
+  std::string mnemonic = type == 'S'                  ? found->is_signed
+                         : type == 'U' || type == 'P' ? found->is_unsigned
+                                                      : found->floating;
   const auto replace = [&](char mark, char letter) {
     if (const std::size_t at = mnemonic.find(mark); at != std::string::npos) mnemonic[at] = letter;
   };
