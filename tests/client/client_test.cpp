@@ -56,15 +56,20 @@ class Client : public testing::Test {
     sve_instr_count = 77;
     aarch64_instr_count = 77;
   }
-  void TearDown() override { fake::clear(list); }
+  void TearDown() override {
+    fake::clear(list);
+    for (fake::thread* started : threads)
+      for (auto* event : now.thread_exit) event(started);
+  }
 
   void start(lines arguments = {"client"}) {
     std::vector<const char*> argv;
     for (const auto& a : arguments) argv.push_back(a.c_str());
     dr_client_main(0, static_cast<int>(argv.size()), argv.data());
   }
-  void start_thread() {
-    for (auto* event : now.thread_init) event(&thread);
+  void start_thread(fake::thread* begun = nullptr) {
+    threads.push_back(begun ? begun : &thread);
+    for (auto* event : now.thread_init) event(threads.back());
     now.calls.clear();
   }
   // What a failure printed, and that it ended the process.
@@ -89,7 +94,8 @@ class Client : public testing::Test {
 
   alignas(4096) static inline unsigned int code[1024];
   module_data_t code_module;
-  fake::thread thread;
+  fake::thread thread, other_thread;
+  std::vector<fake::thread*> threads;
   instrlist_t list;
 };
 
@@ -333,11 +339,10 @@ TEST_F(Client, SharedBlocksLoadTheThreadsOwnState) {
     if (l.starts_with("mov x27")) l = "read x27, field " + std::to_string(tls_idx);
   EXPECT_EQ(fake::texts(list), expected);
 
-  fake::thread other;
-  for (auto* event : now.thread_init) event(&other);
-  now.current = &other;
+  start_thread(&other_thread);
+  now.current = &other_thread;
   fake::machine m;
-  m.run(list, other, [](const std::vector<opnd_t>& o) {
+  m.run(list, other_thread, [](const std::vector<opnd_t>& o) {
     emulate_instruction(static_cast<unsigned int>(o[0].value), reinterpret_cast<unsigned char*>(o[1].value),
                         reinterpret_cast<decode_handler>(o[2].value));
   });

@@ -8,9 +8,11 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <string>
 
 #include "fake/platform.h"
 #include "sve/client/guarded_call.h"
+#include "sve/decode/table.h"
 #include "sve/fault/fault_capture.h"
 #include "sve/stats/stats.h"
 #include "sve/veclib/initialize.h"
@@ -167,6 +169,23 @@ TEST_F(Faults, WithoutFaultTheHandlersResultComesBack) {
   EXPECT_EQ(runs, 1);
   EXPECT_EQ(call([&] { ++runs; }, 0x04210000), AARCH64_DECODE_EXECUTED);
   EXPECT_EQ(runs, 2);
+}
+
+// The try block is for words with the top bit set. Those are the memory instructions, and no others.
+TEST(GuardedCall, TheTopBitTellsMemoryInstructions) {
+  int memory = 0, others = 0;
+  for (const auto* map : sve::decode::maps_in_is_sve_order()) {
+    for (const auto& row : map->rows) {
+      const std::string name = row.name;
+      bool accesses = false;
+      for (const char* part : {"Load", "Store", "Prefetch", "Spill", "Fill"})
+        accesses |= name.find(part) != std::string::npos;
+      EXPECT_EQ(map->word(row.key) >> 31 != 0, accesses) << name;
+      ++(accesses ? memory : others);
+    }
+  }
+  EXPECT_GT(memory, 300);
+  EXPECT_GT(others, 900);
 }
 
 TEST_F(FaultsDeathTest, AnUnguardedFaultEndsTheProcessByItsSignal) {
