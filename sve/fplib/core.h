@@ -213,6 +213,15 @@ constexpr Outcome<T> exact_zero(int mode) {
   return {with_sign<T>((mode & mode_rounding) == FPRounding_NegInf, 0), 0};
 }
 
+/// A small number of halves, from 2 to 7, as a value of the format.
+template <class T>
+constexpr T halves(unsigned n) {
+  using F = Format<T>;
+  const int top = std::bit_width(n) - 1;
+  return static_cast<T>((static_cast<T>(F::bias + top - 1) << F::fraction_bits) |
+                        ((static_cast<T>(n) << (F::fraction_bits - top)) & F::fraction_mask));
+}
+
 /// Puts an outcome's flags into the status word.
 template <class T>
 [[gnu::always_inline]] inline T settle(Outcome<T> outcome, FPSCR& fpscr) {

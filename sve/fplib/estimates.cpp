@@ -81,15 +81,6 @@ Outcome<T> newton_step(T addend, T a, T b, T limit, int scale, int mode) {
   return with_flags(multiply_add_any(addend, a, b, scale, mode), flags);
 }
 
-// A small number of halves, from 2 to 7, as a value of the format.
-template <class T>
-constexpr T halves(unsigned n) {
-  using F = Format<T>;
-  const int top = std::bit_width(n) - 1;
-  return static_cast<T>((static_cast<T>(F::bias + top - 1) << F::fraction_bits) |
-                        ((static_cast<T>(n) << (F::fraction_bits - top)) & F::fraction_mask));
-}
-
 template <class T>
 Outcome<T> reciprocal_exponent(T op, int mode) {
   using F = Format<T>;

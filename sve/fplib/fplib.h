@@ -6,10 +6,11 @@
 // control word and folds the copies' status bits under `sve::fpsr_mask`.
 #pragma once
 
-#include "sve/fplib/arithmetic.h"   // IWYU pragma: export
-#include "sve/fplib/compares.h"     // IWYU pragma: export
-#include "sve/fplib/control.h"      // IWYU pragma: export
-#include "sve/fplib/conversions.h"  // IWYU pragma: export
-#include "sve/fplib/core.h"         // IWYU pragma: export
-#include "sve/fplib/division.h"     // IWYU pragma: export
-#include "sve/fplib/estimates.h"    // IWYU pragma: export
+#include "sve/fplib/arithmetic.h"    // IWYU pragma: export
+#include "sve/fplib/compares.h"      // IWYU pragma: export
+#include "sve/fplib/control.h"       // IWYU pragma: export
+#include "sve/fplib/conversions.h"   // IWYU pragma: export
+#include "sve/fplib/core.h"          // IWYU pragma: export
+#include "sve/fplib/division.h"      // IWYU pragma: export
+#include "sve/fplib/estimates.h"     // IWYU pragma: export
+#include "sve/fplib/normal_lanes.h"  // IWYU pragma: export

@@ -6,18 +6,18 @@ using namespace sve::veclib;
 
 namespace {
 
-constexpr auto sum = [](auto a, auto b, FPSCR& s) { return FPAdd(a, b, s); };
-constexpr auto subtract = [](auto a, auto b, FPSCR& s) { return FPSub(a, b, s); };
-constexpr auto subtract_reversed = [](auto a, auto b, FPSCR& s) { return FPSub(b, a, s); };
-constexpr auto product = [](auto a, auto b, FPSCR& s) { return FPMul(a, b, s); };
-constexpr auto multiply_extended = [](auto a, auto b, FPSCR& s) { return FPMulX(a, b, s); };
+constexpr on_lanes sum([](auto a, auto b, auto& s) { return FPAdd(a, b, s); });
+constexpr on_lanes subtract([](auto a, auto b, auto& s) { return FPSub(a, b, s); });
+constexpr on_lanes subtract_reversed([](auto a, auto b, auto& s) { return FPSub(b, a, s); });
+constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); });
+constexpr on_lanes multiply_extended([](auto a, auto b, auto& s) { return FPMulX(a, b, s); });
 constexpr auto quotient = [](auto a, auto b, FPSCR& s) { return FPDiv(a, b, s); };
 constexpr auto quotient_reversed = [](auto a, auto b, FPSCR& s) { return FPDiv(b, a, s); };
 constexpr auto maximum = [](auto a, auto b, FPSCR& s) { return FPMax(a, b, s); };
 constexpr auto minimum = [](auto a, auto b, FPSCR& s) { return FPMin(a, b, s); };
 constexpr auto maximum_number = [](auto a, auto b, FPSCR& s) { return FPMaxNum(a, b, s); };
 constexpr auto minimum_number = [](auto a, auto b, FPSCR& s) { return FPMinNum(a, b, s); };
-constexpr auto absolute_difference = [](auto a, auto b, FPSCR& s) { return magnitude_of(FPSub(a, b, s)); };
+constexpr on_lanes absolute_difference([](auto a, auto b, auto& s) { return magnitude_of(FPSub(a, b, s)); });
 constexpr auto root = [](auto a, FPSCR& s) { return FPSqrt(a, s); };
 
 constexpr auto scale = [](auto a, auto b, FPSCR& s) {
@@ -31,21 +31,21 @@ constexpr auto scale = [](auto a, auto b, FPSCR& s) {
 
 // Fused forms. A negated operand is negated before the call, also when it is a NaN, whose sign the result then carries.
 // In the first four a is the accumulator, in the other four a is the multiplicand and c the addend.
-constexpr auto fma = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(a, b, c, s); };
-constexpr auto fms = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(a, FPNeg(b), c, s); };
-constexpr auto fnma = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(FPNeg(a), FPNeg(b), c, s); };
-constexpr auto fnms = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(FPNeg(a), b, c, s); };
-constexpr auto fmadd = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(c, a, b, s); };
-constexpr auto fmsub = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(c, FPNeg(a), b, s); };
-constexpr auto fnmadd = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(FPNeg(c), FPNeg(a), b, s); };
-constexpr auto fnmsub = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(FPNeg(c), a, b, s); };
+constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, b, c, s); });
+constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, FPNeg(b), c, s); });
+constexpr on_lanes fnma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(a), FPNeg(b), c, s); });
+constexpr on_lanes fnms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(a), b, c, s); });
+constexpr on_lanes fmadd([](auto a, auto b, auto c, auto& s) { return FPMulAdd(c, a, b, s); });
+constexpr on_lanes fmsub([](auto a, auto b, auto c, auto& s) { return FPMulAdd(c, FPNeg(a), b, s); });
+constexpr on_lanes fnmadd([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(c), FPNeg(a), b, s); });
+constexpr on_lanes fnmsub([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(c), a, b, s); });
 
 constexpr auto reciprocal_estimate = [](auto a, FPSCR& s) { return FPRecipEstimate(a, s); };
 constexpr auto root_estimate = [](auto a, FPSCR& s) { return FPRSqrtEstimate(a, s); };
-constexpr auto reciprocal_step = [](auto a, auto b, FPSCR& s) { return FPRecipStepFused(a, b, s); };
-constexpr auto root_step = [](auto a, auto b, FPSCR& s) { return FPRSqrtStepFused(a, b, s); };
-constexpr auto reciprocal_exponent = [](auto a, FPSCR& s) { return FPRecpX(a, s); };
-constexpr auto trigonometric_square = [](auto a, auto b, FPSCR& s) { return FPTRISMUL(a, b, s); };
+constexpr on_lanes reciprocal_step([](auto a, auto b, auto& s) { return FPRecipStepFused(a, b, s); });
+constexpr on_lanes root_step([](auto a, auto b, auto& s) { return FPRSqrtStepFused(a, b, s); });
+constexpr on_lanes reciprocal_exponent([](auto a, auto& s) { return FPRecpX(a, s); });
+constexpr on_lanes trigonometric_square([](auto a, auto b, auto& s) { return FPTRISMUL(a, b, s); });
 
 // The constants of the one-bit immediates, by what the bit selects.
 struct constant_pair {
@@ -74,13 +74,16 @@ T constant(constant_pair pair, std::uint64_t bit, CpuContext* ctx) {
 template <class T, class Op>
 VectorV with_constant(const VectorV& a, const PredV& p, constant_pair pair, std::uint64_t bit, CpuContext* ctx, Op op) {
   const T value = constant<T>(pair, bit, ctx);
-  return fp_unary<T>(a, p, a, ctx, [op, value](T x, FPSCR& s) { return op(x, value, s); });
+  const auto with_value = [op, value](auto x, auto& s) { return op(x, decltype(x)(value), s); };
+  if constexpr (runs_on_lanes<Op>)
+    return fp_unary<T>(a, p, a, ctx, on_lanes(with_value));
+  else
+    return fp_unary<T>(a, p, a, ctx, with_value);
 }
 
 template <class T>
 VectorV trigonometric_multiply_add(const VectorV& a, const VectorV& b, std::uint64_t index, CpuContext* ctx) {
-  return fp_mapped<T>(
-      ctx, [index](T x, T y, FPSCR& s) { return FPTRIMADD(index, x, y, s); }, a, b);
+  return fp_mapped<T>(ctx, on_lanes([index](auto x, auto y, auto& s) { return FPTRIMADD(index, x, y, s); }), a, b);
 }
 
 }  // namespace
