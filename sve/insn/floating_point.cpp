@@ -1,7 +1,10 @@
 // Floating-point instructions that run on the host, 32 and 64 bits wide. An inactive element executes no operation and
 // raises nothing.
+#include <array>
+
 #include "sve/insn/host_fp.h"
 #include "sve/insn/lanes.h"
+#include "sve/state/predicate_bits.h"
 
 using namespace sve;
 
@@ -18,11 +21,46 @@ aarch64_decode_rc for_fp_size(unsigned int code, Body body) {
   return executed;
 }
 
-// dst[i] = active ? op(host, src[i]...) : old[i].
+constexpr auto all_active = [] {
+  std::array<byte, vector_bytes> predicate{};
+  predicate.fill(1);
+  return predicate;
+}();
+
+// Whether `Op` can be computed on vectors of lanes as well.
+template <class U, class Op, class... Sources>
+constexpr bool has_lanes = requires(Op op, lanes_fp<U>& host, const Sources*... src) {
+  op(host, (static_cast<void>(src), Lanes<U>())...);
+};
+
+// dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
+// the end of a register too: what follows it belongs to the state.
 template <class U, class Op, class... Sources>
 void merge(cpu_state* state, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
+  using Value = fp_value<U>;
   host_fp host(state);
-  merge_lanes_in_order<fp_value<U>, vector_bytes>(
+  if constexpr (has_lanes<U, Op, Sources...>) {
+    if (host.rounds_to_nearest()) {
+      const register_bits bits(predicate);
+      const std::uint64_t words[] = {bits.low, bits.high};
+      alignas(lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
+      PendingElements<U> pending;
+      const LaneOutcome outcome = merge_on_lanes<U>(
+          result, old, ActiveBits(words, vector_bytes), lanes<U>, pending,
+          [op](LaneStatus<U>& status, auto... x) {
+            lanes_fp<U> on_lanes(status);
+            return op(on_lanes, x...);
+          },
+          src...);
+      if (outcome.inexact) host.raise(flag_ixc);
+      if (outcome.pending) [[unlikely]]
+        for (std::size_t i = 0; i < lanes<U>; ++i)
+          if (pending.words[i]) store<Value>(result, i, op(host, load<Value>(src, i)...));
+      std::memcpy(dst, result, vector_bytes);
+      return;
+    }
+  }
+  merge_lanes_in_order<Value, vector_bytes>(
       dst, old, predicate, lanes<U>, [&](auto... x) { return op(host, x...); }, src...);
 }
 
@@ -45,7 +83,11 @@ aarch64_decode_rc with_constant(cpu_state* state, aarch64_z_reg zdn, aarch64_p_r
     const auto value = std::bit_cast<fp_value<U>>(static_cast<Float>(constant));
     byte* dst = z_of(state, zdn);
     merge<U>(
-        state, dst, dst, p_of(state, pg), [&](auto& host, auto a) { return op(host, a, value); }, dst);
+        state, dst, dst, p_of(state, pg),
+        [&](auto& host, auto a) -> decltype(op(host, a, decltype(a)(value))) {
+          return op(host, a, decltype(a)(value));
+        },
+        dst);
   });
 }
 
@@ -69,12 +111,8 @@ aarch64_decode_rc ternary(cpu_state* state, aarch64_z_reg zda, aarch64_p_reg pg,
 template <class Op, class... Sources>
 aarch64_decode_rc unpredicated(cpu_state* state, aarch64_z_reg zd, Op op, Sources... registers) {
   return for_fp_size(zd.size, [&](auto element) {
-    using Value = fp_value<decltype(element)>;
-    host_fp host(state);
-    byte result[vector_bytes];
-    for (std::size_t i = 0; i < lanes<Value>; ++i)
-      store<Value>(result, i, op(host, load<Value>(z_of(state, registers), i)...));
-    std::memcpy(z_of(state, zd), result, vector_bytes);
+    byte* dst = z_of(state, zd);
+    merge<decltype(element)>(state, dst, dst, all_active.data(), op, z_of(state, registers)...);
   });
 }
 
@@ -93,15 +131,18 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
   });
 }
 
-constexpr auto sum = [](auto& host, auto a, auto b) { return host.add(a, b); };
-constexpr auto subtract = [](auto& host, auto a, auto b) { return host.subtract(a, b); };
-constexpr auto subtract_reversed = [](auto& host, auto a, auto b) { return host.subtract(b, a); };
-constexpr auto product = [](auto& host, auto a, auto b) { return host.multiply(a, b); };
-constexpr auto quotient = [](auto& host, auto a, auto b) { return host.divide(a, b); };
-constexpr auto quotient_reversed = [](auto& host, auto a, auto b) { return host.divide(b, a); };
-constexpr auto maximum = [](auto& host, auto a, auto b) { return host.maximum(a, b); };
-constexpr auto maximum_number = [](auto& host, auto a, auto b) { return host.maximum_number(a, b); };
-constexpr auto minimum_number = [](auto& host, auto a, auto b) { return host.minimum_number(a, b); };
+// Callable with those hosts alone that have the operation.
+#define HOST_BINARY(name, call) constexpr auto name = [](auto& host, auto a, auto b) -> decltype(call) { return call; };
+HOST_BINARY(sum, host.add(a, b))
+HOST_BINARY(subtract, host.subtract(a, b))
+HOST_BINARY(subtract_reversed, host.subtract(b, a))
+HOST_BINARY(product, host.multiply(a, b))
+HOST_BINARY(quotient, host.divide(a, b))
+HOST_BINARY(quotient_reversed, host.divide(b, a))
+HOST_BINARY(maximum, host.maximum(a, b))
+HOST_BINARY(maximum_number, host.maximum_number(a, b))
+HOST_BINARY(minimum_number, host.minimum_number(a, b))
+HOST_BINARY(reciprocal_step, host.reciprocal_step(a, b))
 
 }  // namespace
 
@@ -117,9 +158,9 @@ constexpr auto minimum_number = [](auto& host, auto a, auto b) { return host.min
     return with_constant(state, zdn, pg, imm, clear, set, op);                              \
   }
 // f<op> Zd.T, Pg/M, Zn.T
-#define UNARY(name, member)                                                                                    \
-  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) { \
-    return unary(state, zd, pg, zn, [](auto& host, auto a) { return host.member(a); });                        \
+#define UNARY(name, member)                                                                                         \
+  aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {      \
+    return unary(state, zd, pg, zn, [](auto& host, auto a) -> decltype(host.member(a)) { return host.member(a); }); \
   }
 // f<op> Zd.T, Zn.T, Zm.T
 #define UNPREDICATED(name, op)                                                                                 \
@@ -131,13 +172,17 @@ constexpr auto minimum_number = [](auto& host, auto a, auto b) { return host.min
   aarch64_decode_rc sve_##name##_zpzz(cpu_state* state, aarch64_z_reg zda, aarch64_p_reg pg, aarch64_z_reg zn, \
                                       aarch64_z_reg zm) {                                                      \
     return ternary(state, zda, pg, zn, zm,                                                                     \
-                   [](auto& host, auto acc, auto n, auto m) { return host.member(acc, n, m); });               \
+                   [](auto& host, auto acc, auto n, auto m) -> decltype(host.member(acc, n, m)) {              \
+                     return host.member(acc, n, m);                                                            \
+                   });                                                                                         \
   }
 // Multiplicand first: op(Za, Zdn, Zm).
 #define FUSED_MULTIPLICAND(name, member)                                                                               \
   aarch64_decode_rc sve_##name##_zpzz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm,         \
                                       aarch64_z_reg za) {                                                              \
-    return ternary(state, zdn, pg, zm, za, [](auto& host, auto dn, auto m, auto a) { return host.member(a, dn, m); }); \
+    return ternary(                                                                                                    \
+        state, zdn, pg, zm, za,                                                                                        \
+        [](auto& host, auto dn, auto m, auto a) -> decltype(host.member(a, dn, m)) { return host.member(a, dn, m); }); \
   }
 // fcm<cc> Pd.T, Pg/Z, Zn.T, Zm.T
 #define COMPARE(name, member)                                                                                 \
@@ -171,7 +216,7 @@ WITH_CONSTANT(fmul, 0.5f, 2.0f, product)
 UNPREDICATED(fadd, sum)
 UNPREDICATED(fsub, subtract)
 UNPREDICATED(fmul, product)
-UNPREDICATED(frecps, [](auto& host, auto a, auto b) { return host.reciprocal_step(a, b); })
+UNPREDICATED(frecps, reciprocal_step)
 
 UNARY(fsqrt, square_root)
 UNARY(frinta, round_ties_away)
@@ -179,7 +224,8 @@ UNARY(frinta, round_ties_away)
 // frecpe Zd.T, Zn.T
 aarch64_decode_rc sve_frecpe_zz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn) {
   return unpredicated(
-      state, zd, [](auto& host, auto a) { return host.reciprocal_estimate(a); }, zn);
+      state, zd,
+      [](auto& host, auto a) -> decltype(host.reciprocal_estimate(a)) { return host.reciprocal_estimate(a); }, zn);
 }
 
 // fneg Zd.T, Pg/M, Zn.T: the sign alone, no status.

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "sve/fplib/fplib.h"
+#include "sve/fplib/lane_loops.h"
 #include "sve/state/cpu_state.h"
 
 namespace sve {
@@ -149,6 +150,10 @@ class host_fp {
   }
 };
 
+/// The host executes one instruction for each element: it has no operation on vectors of lanes.
+template <class U>
+class lanes_fp {};
+
 #else
 
 template <class U>
@@ -161,6 +166,9 @@ class host_fp {
  public:
   explicit host_fp(cpu_state* state) : state_(state), working_(state->fpcr) {}
   ~host_fp() { state_->fpsr |= working_ & status_bits; }
+
+  bool rounds_to_nearest() const { return rounding() == FPRounding_TiesEven; }
+  void raise(int flags) { working_ |= static_cast<FPSCR>(flags); }
   host_fp(const host_fp&) = delete;
   host_fp& operator=(const host_fp&) = delete;
 
@@ -256,6 +264,26 @@ class host_fp {
 
   cpu_state* state_;
   FPSCR working_;
+};
+
+/// The operations that vectors of lanes have; see `Lanes`.
+template <class U>
+class lanes_fp {
+ public:
+  explicit lanes_fp(LaneStatus<U>& status) : status_(status) {}
+
+  using L = Lanes<U>;
+  L add(L a, L b) const { return FPAdd(a, b, status_); }
+  L subtract(L a, L b) const { return FPSub(a, b, status_); }
+  L multiply(L a, L b) const { return FPMul(a, b, status_); }
+  L reciprocal_step(L a, L b) const { return FPRecipStepFused(a, b, status_); }
+  L multiply_add(L c, L a, L b) const { return FPMulAdd(c, a, b, status_); }
+  L multiply_subtract(L c, L a, L b) const { return FPMulAdd(c, FPNeg(a), b, status_); }
+  L negated_multiply_add(L c, L a, L b) const { return FPMulAdd(FPNeg(c), FPNeg(a), b, status_); }
+  L negated_multiply_subtract(L c, L a, L b) const { return FPMulAdd(FPNeg(c), a, b, status_); }
+
+ private:
+  LaneStatus<U>& status_;
 };
 
 #endif

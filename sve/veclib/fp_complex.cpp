@@ -15,20 +15,29 @@ T at(const VectorV& v, std::size_t i) {
 template <class T>
 constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
 
+constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, b, c, s); });
+constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, FPNeg(b), c, s); });
+constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); });
+constexpr on_lanes sum([](auto a, auto b, auto& s) { return FPAdd(a, b, s); });
+
+// Elements that have a partner.
+template <class T>
+std::size_t paired_count(const CpuContext* ctx) {
+  return count<T>(ctx) / 2 * 2;
+}
+
 // Adds the other operand's pair, turned by 90 degrees (rotation 0) or 270 (rotation 1). The halves of a pair are
 // predicated each by its own element.
 template <class T>
 VectorV complex_add(const VectorV& a, const PredV& p, const VectorV& b, std::uint64_t rotation, CpuContext* ctx) {
-  VectorV r;
-  working_status status(ctx);
-  const std::size_t n = count<T>(ctx) / 2 * 2;
-  for (std::size_t e = 0; e < n; ++e) {
-    const bool real = e % 2 == 0;
-    const T other = at<T>(b, real ? e + 1 : e - 1);
-    const T addend = real == (rotation == 0) ? FPNeg(other) : other;
-    store<T>(r.bytes, e, active<T>(p, e) ? FPAdd(at<T>(a, e), addend, status()) : at<T>(a, e));
+  const std::size_t n = paired_count<T>(ctx);
+  const T real_sign = rotation == 0 ? Format<T>::sign : T{0}, imaginary_sign = real_sign ^ Format<T>::sign;
+  VectorV turned;
+  for (std::size_t e = 0; e < n; e += 2) {
+    store<T>(turned.bytes, e, at<T>(b, e + 1) ^ real_sign);
+    store<T>(turned.bytes, e + 1, at<T>(b, e) ^ imaginary_sign);
   }
-  return r;
+  return fp_merged<T>(n, a, p, ctx, ctx->fpcr, sum, a, turned);
 }
 
 // Which parts of a pair a rotation multiplies, and which products it negates, for the real and the imaginary element.
@@ -42,42 +51,37 @@ constexpr rotated_product rotations[4][2] = {
     {{true, true, false}, {true, false, true}},
 };
 
-// Fused multiply-add of one element of a pair: the parts of n, and of m's pair, that the rotation selects.
-template <class T>
-T complex_multiply_add(T accumulator, const VectorV& n, std::size_t n_pair, const VectorV& m, std::size_t m_pair,
-                       std::uint64_t rotation, bool imaginary, FPSCR& status) {
-  const rotated_product& product = rotations[rotation & 3][imaginary];
-  const T first = at<T>(n, n_pair + product.odd_first), second = at<T>(m, m_pair + product.odd_second);
-  return FPMulAdd(accumulator, first, product.negated ? FPNeg(second) : second, status);
+// Fused multiply-add of pairs: the parts of n's pair, and of the pair of m whose first element `m_pair` names, that the
+// rotation selects.
+template <class T, class Predicate, class MPair>
+VectorV complex_multiply_add(const VectorV& acc, const Predicate& p, const VectorV& n, const VectorV& m, MPair m_pair,
+                             std::uint64_t rotation, CpuContext* ctx) {
+  const std::size_t elements = paired_count<T>(ctx);
+  VectorV first, second;
+  for (std::size_t pair = 0; pair < elements; pair += 2)
+    for (std::size_t part = 0; part < 2; ++part) {
+      const rotated_product& chosen = rotations[rotation & 3][part];
+      const T factor = at<T>(m, m_pair(pair) + chosen.odd_second);
+      store<T>(first.bytes, pair + part, at<T>(n, pair + chosen.odd_first));
+      store<T>(second.bytes, pair + part, chosen.negated ? FPNeg(factor) : factor);
+    }
+  return fp_merged<T>(elements, acc, p, ctx, ctx->fpcr, fma, acc, first, second);
 }
 
 template <class T>
 VectorV complex_mla(const VectorV& acc, const PredV& p, const VectorV& n, const VectorV& m, std::uint64_t rotation,
                     CpuContext* ctx) {
-  VectorV r;
-  working_status status(ctx);
-  const std::size_t elements = count<T>(ctx) / 2 * 2;
-  for (std::size_t e = 0; e < elements; ++e) {
-    const std::size_t pair = e / 2 * 2;
-    store<T>(r.bytes, e,
-             active<T>(p, e) ? complex_multiply_add(at<T>(acc, e), n, pair, m, pair, rotation, e % 2, status())
-                             : at<T>(acc, e));
-  }
-  return r;
+  return complex_multiply_add<T>(
+      acc, p, n, m, [](std::size_t pair) { return pair; }, rotation, ctx);
 }
 
 template <class T>
 VectorV complex_mla_indexed(const VectorV& n, const VectorV& m, const VectorV& acc, std::uint64_t rotation,
                             std::uint64_t index, CpuContext* ctx) {
-  VectorV r;
-  working_status status(ctx);
-  const std::size_t elements = count<T>(ctx) / 2 * 2;
-  for (std::size_t e = 0; e < elements; ++e) {
-    const std::size_t pair = e / 2 * 2, segment = e / lanes_of_segment<T> * lanes_of_segment<T>;
-    store<T>(r.bytes, e,
-             complex_multiply_add(at<T>(acc, e), n, pair, m, segment + 2 * index, rotation, e % 2, status()));
-  }
-  return r;
+  return complex_multiply_add<T>(
+      acc, all_active{}, n, m,
+      [index](std::size_t pair) { return pair / lanes_of_segment<T> * lanes_of_segment<T> + 2 * index; }, rotation,
+      ctx);
 }
 
 // The second source with each segment's element `index` in all of the segment's places.
@@ -94,10 +98,6 @@ template <class T, class Op, class... Sources>
 VectorV indexed(CpuContext* ctx, const VectorV& m, std::uint64_t index, Op op, const Sources&... src) {
   return fp_mapped<T>(ctx, op, src..., segments_filled<T>(m, index, ctx));
 }
-
-constexpr auto fma = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(a, b, c, s); };
-constexpr auto fms = [](auto a, auto b, auto c, FPSCR& s) { return FPMulAdd(a, FPNeg(b), c, s); };
-constexpr auto product = [](auto a, auto b, FPSCR& s) { return FPMul(a, b, s); };
 
 }  // namespace
 
