@@ -20,6 +20,13 @@ target_compile_options(sve_model_flags INTERFACE
 
 if(SVE_HOST_ARCH_FLAGS AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   add_compile_options(-march=x86-64-v3)
+  # GCC copies in 16-byte pieces by default. A 32-byte read of what two such pieces wrote has to wait until both are in
+  # the cache, which costs more than most instructions.
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag("-mmove-max=256 -mstore-max=256" SVE_HAVE_MOVE_MAX)
+  if(SVE_HAVE_MOVE_MAX)
+    add_compile_options(-mmove-max=256 -mstore-max=256)
+  endif()
 endif()
 if(SVE_SANITIZE)
   add_compile_options(-O1 -g -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
