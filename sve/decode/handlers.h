@@ -29,7 +29,7 @@ struct direct<Function, operands<Operands...>> {
   static_assert(
       std::is_same_v<decltype(Function), aarch64_decode_rc (*)(cpu_state*, decltype(Operands::record(0u))...)>,
       "the row's operands are not the parameters of its instruction function");
-  static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
+  [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     state->instr = word;
     return Function(state, Operands::record(word)...);
   }
@@ -38,7 +38,7 @@ struct direct<Function, operands<Operands...>> {
 /// Direct with floating-point status: afterwards `fpsr` takes the host's status register.
 template <auto* Function, class Form>
 struct direct_fp : direct<Function, Form> {
-  static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
+  [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     const aarch64_decode_rc rc = direct<Function, Form>::handle(state, word);
     read_host_status(state);
     return rc;
@@ -63,11 +63,13 @@ inline void enter(CpuContext& context, const cpu_state* state) {
   predicate_in<bits<0>>::to_bits(context.ffr, state->ffr);
 }
 
-inline void leave(const CpuContext& context, cpu_state* state) {
+inline void leave(const CpuContext& context, const PredV& entered_ffr, cpu_state* state) {
   state->nzcv = context.nzcv;
   state->fpsr = context.fpsr;
   state->fpcr = context.fpcr;  // from here on any bits of fpcr_extra stand in fpcr
-  unpack_register(context.ffr.words, state->ffr);
+  // Few routines change the register. Not to write it back then keeps one handler from waiting for the one before.
+  if (register_bits(context.ffr.words) != register_bits(entered_ffr.words) || !is_canonical(state->ffr)) [[unlikely]]
+    unpack_register(context.ffr.words, state->ffr);
 }
 
 template <class Signature>
@@ -89,16 +91,17 @@ struct library<Routine, routine_form<Result, Operands...>> {
   using signature = routine_parameters<decltype(Routine)>;
   static_assert(signature::template match<Operands...>(), "the row's operands are not the parameters of its routine");
 
-  static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
+  [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     CpuContext context;
     enter(context, state);
+    const PredV ffr = context.ffr;
     if constexpr (std::is_void_v<typename signature::result>) {
       static_assert(std::is_same_v<Result, nothing>);
       Routine(fetched<Operands>(state, word).value..., &context);
     } else {
       Result::store(state, word, Routine(fetched<Operands>(state, word).value..., &context));
     }
-    leave(context, state);
+    leave(context, ffr, state);
     return AARCH64_DECODE_EXECUTED;
   }
 };

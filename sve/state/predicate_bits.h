@@ -103,11 +103,23 @@ namespace sve {
   unpack_word(words[1], bytes + 64, vector_bytes - 64);
 }
 
+/// Whether each byte of a predicate register is 0 or 1.
+[[gnu::always_inline]] inline bool is_canonical(const std::uint8_t* bytes) {
+  std::uint64_t all = 0;
+  for (std::size_t i = 0; i < vector_bytes; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes + i, 8);
+    all |= word;
+  }
+  return (all & ~std::uint64_t{0x0101010101010101u}) == 0;
+}
+
 /// The bits of a whole predicate register, as two words.
 struct register_bits {
   std::uint64_t low, high;
 
   register_bits(std::uint64_t l, std::uint64_t h) : low(l), high(h) {}
+  explicit register_bits(const std::uint64_t* words) : low(words[0]), high(words[1]) {}
   explicit register_bits(const std::uint8_t* bytes)
       : low(pack_word(bytes, 64)), high(pack_word(bytes + 64, vector_bytes - 64)) {}
   /// The bits that decide over elements of `size` bytes: every size-th one.
@@ -124,6 +136,7 @@ struct register_bits {
   }
 
   friend register_bits operator&(register_bits a, register_bits b) { return {a.low & b.low, a.high & b.high}; }
+  friend bool operator==(register_bits, register_bits) = default;
   friend register_bits operator~(register_bits a) { return {~a.low, ~a.high}; }
   explicit operator bool() const { return (low | high) != 0; }
   bool test(int i) const { return (i < 64 ? low >> i : high >> (i - 64)) & 1; }
