@@ -27,6 +27,7 @@
 #pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace sve {
+namespace normal_lanes {
 
 /// Bytes of the vectors that lanes are computed in: those of the host, as far as they are used.
 inline constexpr std::size_t lane_vector_bytes = __BIGGEST_ALIGNMENT__ >= 32 ? 32 : 16;
@@ -90,8 +91,6 @@ struct LaneStatus {
   typename Lanes<T>::Vector inexact{};  ///< not 0 where the result was rounded; holds for the lanes that are done
   typename Lanes<T>::Vector pending{};  ///< all ones where the operation on one element has to do it, otherwise 0
 };
-
-namespace normal_lanes {
 
 template <class T>
 using Vector = typename Lanes<T>::Vector;
@@ -303,7 +302,7 @@ template <class T>
     const Vector<T> swap = less<T>(distance, Vector<T>{});
     const Vector<T> larger = select<T>(swap, term, addend);
     const Vector<T> smaller = addend ^ term ^ larger;
-    const Vector<T> aligned = normal_lanes::shift_right_sticky<T>(smaller, (distance ^ swap) - swap);
+    const Vector<T> aligned = shift_right_sticky<T>(smaller, (distance ^ swap) - swap);
     Vector<T> sum = add_or_subtract<T>(larger, aligned, differ);
     const Vector<T> negative = less<T>(sum, Vector<T>{});
     sum = (sum ^ negative) - negative;
@@ -352,27 +351,24 @@ template <class T>
   }
 }
 
-}  // namespace normal_lanes
-
 template <class T>
 [[gnu::always_inline]] inline Lanes<T> magnitude_of(Lanes<T> op) {
-  return Lanes<T>(op.bits & normal_lanes::Word<T>{Format<T>::magnitude_mask});
+  return Lanes<T>(op.bits & Word<T>{Format<T>::magnitude_mask});
 }
 
-}  // namespace sve
+// The operations, found by their arguments: none of these names hides that of the operation on one element.
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPNeg(sve::Lanes<T> op) {
-  return sve::Lanes<T>(op.bits ^ sve::normal_lanes::Word<T>{sve::Format<T>::sign});
+[[gnu::always_inline]] inline Lanes<T> FPNeg(Lanes<T> op) {
+  return Lanes<T>(op.bits ^ Word<T>{Format<T>::sign});
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPAdd(sve::Lanes<T> a, sve::Lanes<T> b, sve::LaneStatus<T>& status) {
-  using namespace sve::normal_lanes;
-  using F = sve::Format<T>;
-  constexpr int lift = sve::Lanes<T>::word_bits - 3 - F::fraction_bits;  // one free bit for the carry, one for a sign
+[[gnu::always_inline]] inline Lanes<T> FPAdd(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  using F = Format<T>;
+  constexpr int lift = Lanes<T>::word_bits - 3 - F::fraction_bits;  // one free bit for the carry, one for a sign
   constexpr Word<T> sign = F::sign;
-  const Vector<T> swap = less<T>(sve::magnitude_of(a).bits, sve::magnitude_of(b).bits);
+  const Vector<T> swap = less<T>(magnitude_of(a).bits, magnitude_of(b).bits);
   const Vector<T> larger = select<T>(swap, b.bits, a.bits);
   const Vector<T> smaller = a.bits ^ b.bits ^ larger;
   Parts<T> x(larger), y(smaller);
@@ -389,14 +385,13 @@ template <class T>
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPSub(sve::Lanes<T> a, sve::Lanes<T> b, sve::LaneStatus<T>& status) {
+[[gnu::always_inline]] inline Lanes<T> FPSub(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
   return FPAdd(a, FPNeg(b), status);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPMul(sve::Lanes<T> a, sve::Lanes<T> b, sve::LaneStatus<T>& status) {
-  using namespace sve::normal_lanes;
-  using F = sve::Format<T>;
+[[gnu::always_inline]] inline Lanes<T> FPMul(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  using F = Format<T>;
   Parts<T> x(a.bits), y(b.bits);
   settle_operands<T>(status, x, y);
   Vector<T> significand = product<T>(x.significand, y.significand);
@@ -407,54 +402,54 @@ template <class T>
 
 /// Infinity times zero, where it differs from FPMul, is never done here.
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPMulX(sve::Lanes<T> a, sve::Lanes<T> b, sve::LaneStatus<T>& status) {
+[[gnu::always_inline]] inline Lanes<T> FPMulX(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
   return FPMul(a, b, status);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPMulAdd(sve::Lanes<T> a, sve::Lanes<T> b, sve::Lanes<T> c,
-                                                     sve::LaneStatus<T>& status) {
-  return sve::normal_lanes::multiply_add<T>(a, b, c, 0, status);
+[[gnu::always_inline]] inline Lanes<T> FPMulAdd(Lanes<T> a, Lanes<T> b, Lanes<T> c, LaneStatus<T>& status) {
+  return multiply_add<T>(a, b, c, 0, status);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPRecipStepFused(sve::Lanes<T> a, sve::Lanes<T> b,
-                                                             sve::LaneStatus<T>& status) {
-  return sve::normal_lanes::multiply_add<T>(sve::halves<T>(4), FPNeg(a), b, 0, status);
+[[gnu::always_inline]] inline Lanes<T> FPRecipStepFused(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  return multiply_add<T>(halves<T>(4), FPNeg(a), b, 0, status);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPRSqrtStepFused(sve::Lanes<T> a, sve::Lanes<T> b,
-                                                             sve::LaneStatus<T>& status) {
-  return sve::normal_lanes::multiply_add<T>(sve::halves<T>(6), FPNeg(a), b, -1, status);
+[[gnu::always_inline]] inline Lanes<T> FPRSqrtStepFused(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  return multiply_add<T>(halves<T>(6), FPNeg(a), b, -1, status);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPRecpX(sve::Lanes<T> op, sve::LaneStatus<T>& status) {
-  using F = sve::Format<T>;
-  sve::normal_lanes::Parts<T> x(op.bits);
-  sve::normal_lanes::settle_operands<T>(status, x);
-  const sve::normal_lanes::Vector<T> largest = x.zero & sve::normal_lanes::Word<T>{F::infinity - F::hidden};
-  return sve::Lanes<T>((op.bits & sve::normal_lanes::Word<T>{F::sign}) |
-                       (~op.bits & ~x.zero & sve::normal_lanes::Word<T>{F::infinity}) | largest);
+[[gnu::always_inline]] inline Lanes<T> FPRecpX(Lanes<T> op, LaneStatus<T>& status) {
+  using F = Format<T>;
+  Parts<T> x(op.bits);
+  settle_operands<T>(status, x);
+  const Vector<T> largest = x.zero & Word<T>{F::infinity - F::hidden};
+  return Lanes<T>((op.bits & Word<T>{F::sign}) | (~op.bits & ~x.zero & Word<T>{F::infinity}) | largest);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPTRIMADD(unsigned long index, sve::Lanes<T> op1, sve::Lanes<T> op2,
-                                                      sve::LaneStatus<T>& status) {
-  using namespace sve::normal_lanes;
+[[gnu::always_inline]] inline Lanes<T> FPTRIMADD(unsigned long index, Lanes<T> op1, Lanes<T> op2,
+                                                 LaneStatus<T>& status) {
   const Vector<T> cosine = sign_mask<T>(op2.bits);
-  const Vector<T> coefficient =
-      select<T>(cosine, sve::Lanes<T>(sve::trigonometric_coefficients<T>[(index & 7) + 8]).bits,
-                sve::Lanes<T>(sve::trigonometric_coefficients<T>[index & 7]).bits);
-  return multiply_add<T>(sve::Lanes<T>(coefficient), op1, sve::magnitude_of(op2), 0, status);
+  const Vector<T> coefficient = select<T>(cosine, Lanes<T>(trigonometric_coefficients<T>[(index & 7) + 8]).bits,
+                                          Lanes<T>(trigonometric_coefficients<T>[index & 7]).bits);
+  return multiply_add<T>(Lanes<T>(coefficient), op1, magnitude_of(op2), 0, status);
 }
 
 template <class T>
-[[gnu::always_inline]] inline sve::Lanes<T> FPTRISMUL(sve::Lanes<T> op1, sve::Lanes<T> op2,
-                                                      sve::LaneStatus<T>& status) {
-  const sve::Lanes<T> square = FPMul(op1, op1, status);
-  return sve::Lanes<T>(square.bits | (op2.bits & 1) << (sve::Format<T>::width - 1));
+[[gnu::always_inline]] inline Lanes<T> FPTRISMUL(Lanes<T> op1, Lanes<T> op2, LaneStatus<T>& status) {
+  const Lanes<T> square = FPMul(op1, op1, status);
+  return Lanes<T>(square.bits | (op2.bits & 1) << (Format<T>::width - 1));
 }
+
+}  // namespace normal_lanes
+
+using normal_lanes::Lanes;
+using normal_lanes::LaneStatus;
+
+}  // namespace sve
 
 #pragma GCC diagnostic pop

@@ -35,15 +35,14 @@ constexpr bool has_lanes = requires(Op op, lanes_fp<U>& host, const Sources*... 
 
 // dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
 // the end of a register too: what follows it belongs to the state.
-template <class U, class Op, class... Sources>
-void merge(cpu_state* state, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
+template <class U, class Host, class Op, class... Sources>
+void merge_on(Host& host, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
   using Value = fp_value<U>;
-  host_fp host(state);
   if constexpr (has_lanes<U, Op, Sources...>) {
     if (host.rounds_to_nearest()) {
       const register_bits bits(predicate);
       const std::uint64_t words[] = {bits.low, bits.high};
-      alignas(lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
+      alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
       PendingElements<U> pending;
       const LaneOutcome outcome = merge_on_lanes<U>(
           result, old, ActiveBits(words, vector_bytes), lanes<U>, pending,
@@ -62,6 +61,11 @@ void merge(cpu_state* state, byte* dst, const byte* old, const byte* predicate, 
   }
   merge_lanes_in_order<Value, vector_bytes>(
       dst, old, predicate, lanes<U>, [&](auto... x) { return op(host, x...); }, src...);
+}
+template <class U, class Op, class... Sources>
+void merge(cpu_state* state, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
+  host_fp host(state);
+  merge_on<U>(host, dst, old, predicate, op, src...);
 }
 
 template <class Op>

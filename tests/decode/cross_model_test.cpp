@@ -179,12 +179,13 @@ aarch64_decode_rc structures(cpu_state* state, unsigned int word) {
   structure_operands<N, Second> o(state, word);
   CpuContext context;
   enter(context, state);
+  const PredV ffr = context.ffr;
   [&]<std::size_t... K>(std::index_sequence<K...>) {
     Routine(o.predicate.value, o.base.value, o.second.value, o.z[K]..., &context);
   }
   (std::make_index_sequence<N>{});
   for (std::size_t k = 0; k < N; ++k) std::memcpy(state->z[o.number[k]], o.z[k].bytes, vector_bytes);
-  leave(context, state);
+  leave(context, ffr, state);
   return AARCH64_DECODE_EXECUTED;
 }
 #define STRUCTURES(shape, N, Second)                               \
