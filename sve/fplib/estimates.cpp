@@ -147,14 +147,6 @@ T FPTRISMUL(T op1, T op2, FPSCR& fpscr) {
   return sve::settle(sve::signed_square(op1, op2, sve::mode_of(fpscr)), fpscr);
 }
 
-template <class T>
-T FPEXPA(T op) {
-  using F = sve::Format<T>;
-  constexpr unsigned index_bits = sizeof(T) == 2 ? 5 : 6;
-  const T fraction = sve::exponential_fractions<T>[op & ((1u << index_bits) - 1)];
-  return static_cast<T>(((op >> index_bits & F::exponent_max) << F::fraction_bits) | fraction);
-}
-
 double recip_estimate(double a) {
   const double q = std::trunc(a * 512.0);
   const double r = 1.0 / ((q + 0.5) / 512.0);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sve/fplib/arithmetic.h"
+#include "sve/fplib/tables.h"
 
 /// An estimate of 1 / op, good to 8 bits; raises no IXC where the result is normal.
 template <class T>
@@ -44,7 +45,12 @@ constexpr T FPTRISSEL(T op1, T op2) {
 /// 2 to the power of op's low bits: exponent field, and below it a fraction in 32nds (half precision) or 64ths. Higher
 /// bits are ignored; raises nothing.
 template <class T>
-T FPEXPA(T op);
+[[gnu::always_inline]] inline T FPEXPA(T op) {
+  using F = sve::Format<T>;
+  constexpr unsigned index_bits = sizeof(T) == 2 ? 5 : 6;
+  const T fraction = sve::exponential_fractions<T>[op & ((1u << index_bits) - 1)];
+  return static_cast<T>(((op >> index_bits & F::exponent_max) << F::fraction_bits) | fraction);
+}
 
 /// The published estimates for scalars in [0.5, 1) and [0.25, 1). They compute in the host's double arithmetic.
 double recip_estimate(double a);
@@ -61,8 +67,7 @@ unsigned long UnsignedRSqrtEstimate(unsigned long op, int ignored);
   extern template T FPRSqrtStepFused(T, T, FPSCR&);         \
   extern template T FPRecpX(T, FPSCR&);                     \
   extern template T FPTRIMADD(unsigned long, T, T, FPSCR&); \
-  extern template T FPTRISMUL(T, T, FPSCR&);                \
-  extern template T FPEXPA(T);
+  extern template T FPTRISMUL(T, T, FPSCR&);
 SVE_FPLIB_DECLARE(unsigned short)
 SVE_FPLIB_DECLARE(unsigned int)
 SVE_FPLIB_DECLARE(unsigned long)

@@ -2,6 +2,7 @@
 #include "sve/state/patterns.h"
 #include "sve/veclib/define.h"
 #include "sve/veclib/predicates.h"
+#include "sve/veclib/saturating.h"
 #include "sve/veclib/toolkit.h"
 
 using namespace sve;
@@ -41,30 +42,20 @@ std::uint64_t saturating_minus(std::uint64_t x, std::uint64_t n) {
   return extended<T>(SatSub(x, n, Width, is_unsigned<T>).value, Width);
 }
 
-// Saturating sum or difference of each element and a count, which is below 4096 and counts as positive.
+// Saturating sum or difference of each element and a count, which is below 4096 and so fits every element of 16 bits.
 template <class T>
 VectorV saturating_plus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
+  static_assert(sizeof(T) > 1);
+  const T value = static_cast<T>(n);
   return mapped<T>(
-      ctx,
-      [n](T x) {
-        return static_cast<T>(
-            SatQ(Int(static_cast<std::uint64_t>(x), 8 * sizeof(T), is_unsigned<T>) + static_cast<wide>(n),
-                 8 * sizeof(T), is_unsigned<T>)
-                .value);
-      },
-      a);
+      ctx, [value](T x) { return saturating_sum(x, value); }, a);
 }
 template <class T>
 VectorV saturating_minus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
+  static_assert(sizeof(T) > 1);
+  const T value = static_cast<T>(n);
   return mapped<T>(
-      ctx,
-      [n](T x) {
-        return static_cast<T>(
-            SatQ(Int(static_cast<std::uint64_t>(x), 8 * sizeof(T), is_unsigned<T>) - static_cast<wide>(n),
-                 8 * sizeof(T), is_unsigned<T>)
-                .value);
-      },
-      a);
+      ctx, [value](T x) { return saturating_difference(x, value); }, a);
 }
 
 // The length queries read the word whole: bits above the length would count here and nowhere else.

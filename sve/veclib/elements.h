@@ -119,8 +119,21 @@ inline VectorV mapped(const CpuContext* context, Op op, const Sources&... src) {
 template <class T, class Test, class... Sources>
 inline PredV compared(const PredV& p, const CpuContext* context, Test test, const Sources&... src) {
   alignas(32) byte r[256];
-  compare_lanes<T>(r, byte_predicate(p, context), covering_count<T>(context), test, src.bytes...);
-  return packed(r, context);
+  map_lanes<T>(
+      r, covering_count<T>(context), [test](auto... x) { return test(x...) ? 1 : 0; }, src.bytes...);
+  PredV result = packed(r, context);
+  for (int w = 0; w < 4; ++w) result.words[w] &= p.words[w];
+  return result;
+}
+
+/// The low element of T of a 64-bit unit in all the unit's places.
+template <class T>
+constexpr std::uint64_t replicated(std::uint64_t unit) {
+  if constexpr (sizeof(T) < 8) {
+    unit &= static_cast<unsigned_of<T>>(~unsigned_of<T>{0});
+    for (unsigned shift = 8 * sizeof(T); shift < 64; shift *= 2) unit |= unit << shift;
+  }
+  return unit;
 }
 
 }  // namespace sve::veclib

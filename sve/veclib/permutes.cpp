@@ -95,13 +95,33 @@ PredV zip(const PredV& a, const PredV& b, const CpuContext* ctx, bool high) {
   return generated_predicate<T>(ctx, [&](std::size_t i) { return group<T>(i % 2 ? b : a, from + i / 2); });
 }
 
+// The even groups of Width bits of a word, moved together at its low end.
+template <unsigned Width>
+std::uint64_t even_groups(std::uint64_t word) {
+  word &= ~std::uint64_t{0} / ((std::uint64_t{1} << Width) + 1);  // Width ones, Width zeros, and so on
+#pragma GCC unroll 8
+  for (unsigned width = Width; width < 32; width *= 2)
+    word = (word | word >> width) & ~std::uint64_t{0} / ((std::uint64_t{1} << 2 * width) + 1);
+  return word;
+}
+
+// Group k is group 2k + odd of both operands one after the other.
 template <class T>
 PredV unzip(const PredV& a, const PredV& b, const CpuContext* ctx, std::size_t odd) {
-  const std::size_t n = count<T>(ctx);
-  return generated_predicate<T>(ctx, [&](std::size_t k) -> std::uint64_t {
-    const std::size_t from = 2 * k + odd;
-    return from < n ? group<T>(a, from) : from - n < n ? group<T>(b, from - n) : 0;
-  });
+  const auto same = [](std::uint64_t word) { return word; };
+  const PredV first = combined(ctx, same, a), second = combined(ctx, same, b);
+  const std::size_t length = length_bytes(ctx), whole = length / 64, rest = length % 64;
+  std::uint64_t both[9] = {};
+  for (std::size_t w = 0; w < 4; ++w) both[w] = first.words[w];
+  for (std::size_t w = 0; w < 4; ++w) {
+    both[whole + w] |= second.words[w] << rest;
+    if (rest != 0) both[whole + w + 1] |= second.words[w] >> (64 - rest);
+  }
+  PredV r;
+  for (std::size_t w = 0; w < 4; ++w)
+    r.words[w] = even_groups<sizeof(T)>(both[2 * w] >> odd * sizeof(T)) |
+                 even_groups<sizeof(T)>(both[2 * w + 1] >> odd * sizeof(T)) << 32;
+  return r;
 }
 
 // The even or the odd groups of both, side by side: word by word, since no pair of groups straddles a word.
@@ -157,16 +177,11 @@ VectorV looked_up(const VectorV& table, const VectorV& indices, const CpuContext
 template <class T>
 VectorV spliced(const PredV& p, const VectorV& a, const VectorV& b, CpuContext* ctx) {
   VectorV r;
-  const std::size_t n = count<T>(ctx);
-  const int last = FindLastActive(p, 8 * sizeof(T), ctx);
-  std::size_t k = 0;
-  bool seen = false;
-  for (int i = 0; i <= last; ++i) {
-    const auto e = static_cast<std::size_t>(i);
-    seen = seen || active<T>(p, e);
-    if (seen) put<T>(r, k++, at<T>(a, e));
-  }
-  for (std::size_t i = 0; k < n; ++i) put<T>(r, k++, at<T>(b, i));
+  const PredV elements = elements_of<T>(p, ctx);
+  const int first = lowest_bit(elements), last = highest_bit(elements);
+  const std::size_t taken = first < 0 ? 0 : static_cast<std::size_t>(last - first) + sizeof(T);
+  if (taken != 0) std::memcpy(r.bytes, a.bytes + first, taken);
+  std::memcpy(r.bytes + taken, b.bytes, length_bytes(ctx) - taken);
   return r;
 }
 
@@ -203,7 +218,12 @@ VectorV widened(const VectorV& a, const CpuContext* ctx, bool high) {
 
 template <class T>
 VectorV inserted(const VectorV& a, std::uint64_t scalar, const CpuContext* ctx) {
-  return generated<T>(ctx, [&](std::size_t e) { return e == 0 ? static_cast<T>(scalar) : at<T>(a, e - 1); });
+  VectorV r;
+  const std::size_t length = length_bytes(ctx);
+  if (length == 0) return r;
+  std::memcpy(r.bytes + sizeof(T), a.bytes, length - sizeof(T));
+  put<T>(r, 0, static_cast<T>(scalar));
+  return r;
 }
 
 // ---- Extracts: A is the element after the last active one, B the last active one ----

@@ -14,8 +14,9 @@ namespace {
 constexpr std::uint32_t flag_n_bit = 0x80000000u, flag_z_bit = 0x40000000u, flag_c_bit = 0x20000000u,
                         flag_v_bit = 0x10000000u;
 
-void set_flag(CpuContext* ctx, std::uint32_t flag, bool value) {
-  ctx->nzcv = value ? ctx->nzcv | flag : ctx->nzcv & ~flag;
+// Replaces the flags `which` by those that `value` has.
+void write_flags(CpuContext* ctx, std::uint32_t which, std::uint32_t value) {
+  ctx->nzcv = (ctx->nzcv & ~which) | value;
 }
 
 std::size_t element_bytes(int element_bits) { return static_cast<std::size_t>(element_bits) / 8; }
@@ -36,12 +37,12 @@ PredV groups(const PredV& elements, int element_bits) {
 }
 
 // N and C from the first and the last active element. `active` is not empty.
-void set_n_and_c(const PredV& active, const PredV& result, int element_bits, CpuContext* ctx) {
+std::uint32_t n_and_c(const PredV& active, const PredV& result, int element_bits) {
   const std::size_t first = static_cast<std::size_t>(lowest_bit(active)),
                     last = static_cast<std::size_t>(highest_bit(active));
   const std::uint64_t group = (std::uint64_t{1} << element_bytes(element_bits)) - 1;
-  set_flag(ctx, flag_n_bit, bit(result, first));
-  set_flag(ctx, flag_c_bit, (result.words[last / 64] >> (last % 64) & group) == 0);
+  return (bit(result, first) ? flag_n_bit : 0) |
+         ((result.words[last / 64] >> (last % 64) & group) == 0 ? flag_c_bit : 0);
 }
 
 // Whether any active element has any bit of its group set in the result.
@@ -54,38 +55,32 @@ bool any_result(const PredV& active, const PredV& result, int element_bits) {
 
 }  // namespace
 
-void PredSetNZC(const PredV& mask, const PredV& result, int element_bits, CpuContext* ctx) {
+namespace {
+
+// N, Z and C.
+std::uint32_t n_z_and_c(const PredV& mask, const PredV& result, int element_bits, const CpuContext* ctx) {
   const PredV active = active_elements(mask, element_bits, ctx);
-  if (!any_result(active, result, element_bits)) {
-    set_flag(ctx, flag_n_bit, false);
-    set_flag(ctx, flag_z_bit, true);
-    set_flag(ctx, flag_c_bit, true);
-    return;
-  }
-  set_flag(ctx, flag_z_bit, false);
-  set_n_and_c(active, result, element_bits, ctx);
+  return any_result(active, result, element_bits) ? n_and_c(active, result, element_bits) : flag_z_bit | flag_c_bit;
+}
+
+}  // namespace
+
+void PredSetNZC(const PredV& mask, const PredV& result, int element_bits, CpuContext* ctx) {
+  write_flags(ctx, flag_n_bit | flag_z_bit | flag_c_bit, n_z_and_c(mask, result, element_bits, ctx));
 }
 
 void PredSetNZCV(const PredV& mask, const PredV& result, int element_bits, CpuContext* ctx) {
-  PredSetNZC(mask, result, element_bits, ctx);
-  set_flag(ctx, flag_v_bit, false);
+  write_flags(ctx, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit, n_z_and_c(mask, result, element_bits, ctx));
 }
 
 void PredSetNCV(const PredV& mask, const PredV& result, int element_bits, CpuContext* ctx) {
-  const PredV active = active_elements(mask, element_bits, ctx);
-  if (any_result(active, result, element_bits)) {
-    set_n_and_c(active, result, element_bits, ctx);
-  } else {
-    set_flag(ctx, flag_n_bit, false);
-    set_flag(ctx, flag_c_bit, true);
-  }
-  set_flag(ctx, flag_v_bit, false);
+  write_flags(ctx, flag_n_bit | flag_c_bit | flag_v_bit, n_z_and_c(mask, result, element_bits, ctx) & ~flag_z_bit);
 }
 
 void PredSetNC(const PredV& mask, const PredV& result, int element_bits, CpuContext* ctx) {
   // Unlike its sisters it leaves the old flags where no element is active; deliberate.
   const PredV active = active_elements(mask, element_bits, ctx);
-  if (lowest_bit(active) >= 0) set_n_and_c(active, result, element_bits, ctx);
+  if (lowest_bit(active) >= 0) write_flags(ctx, flag_n_bit | flag_c_bit, n_and_c(active, result, element_bits));
 }
 
 int FindFirstActive(const PredV& p, int element_bits, CpuContext* ctx) {
@@ -216,8 +211,8 @@ PredV while_true(Operand first, Operand limit, CpuContext* ctx, bool or_equal) {
 
 // Writes N and V alone: a terminating comparison gives N set and V clear, else N is clear and V the inverse of C.
 void terminate(bool condition, CpuContext* ctx) {
-  set_flag(ctx, flag_n_bit, condition);
-  set_flag(ctx, flag_v_bit, !condition && !(ctx->nzcv & flag_c_bit));
+  const bool carry = (ctx->nzcv & flag_c_bit) != 0;
+  write_flags(ctx, flag_n_bit | flag_v_bit, condition ? flag_n_bit : carry ? 0 : flag_v_bit);
 }
 
 template <class T>

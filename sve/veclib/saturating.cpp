@@ -1,6 +1,5 @@
-// Saturating addition and subtraction, unpredicated. Equal to SatAdd and SatSub of the toolkit, in arithmetic at widths
-// that the host vectorises. Saturation has no sticky flag.
-#include <limits>
+// Saturating addition and subtraction, unpredicated. Saturation has no sticky flag.
+#include "sve/veclib/saturating.h"
 
 #include "sve/veclib/define.h"
 
@@ -8,34 +7,6 @@ using namespace sve;
 using namespace sve::veclib;
 
 namespace {
-
-template <class T>
-inline constexpr T highest = std::numeric_limits<T>::max();
-template <class T>
-inline constexpr T lowest = std::numeric_limits<T>::min();
-
-// The limit that an overflow of a signed operation passed: the one on the side of the first operand.
-template <class T>
-constexpr T limit_beside(T a) {
-  return static_cast<T>((a >> (8 * sizeof(T) - 1)) ^ highest<T>);
-}
-
-constexpr auto sum = [](auto a, auto b) {
-  using T = decltype(a);
-  using U = unsigned_of<T>;
-  const U x = static_cast<U>(a), y = static_cast<U>(b), wrapped = static_cast<U>(x + y);
-  if constexpr (std::is_unsigned_v<T>) return wrapped < x ? highest<T> : wrapped;
-  const bool overflow = static_cast<signed_of<U>>((x ^ wrapped) & (y ^ wrapped)) < 0;
-  return overflow ? limit_beside(a) : static_cast<T>(wrapped);
-};
-constexpr auto difference = [](auto a, auto b) {
-  using T = decltype(a);
-  using U = unsigned_of<T>;
-  const U x = static_cast<U>(a), y = static_cast<U>(b), wrapped = static_cast<U>(x - y);
-  if constexpr (std::is_unsigned_v<T>) return x < y ? T{0} : wrapped;
-  const bool overflow = static_cast<signed_of<U>>((x ^ y) & (x ^ wrapped)) < 0;
-  return overflow ? limit_beside(a) : static_cast<T>(wrapped);
-};
 
 // The immediate is unsigned also in the signed forms, where at 8 and 16 bits it may lie above the largest element:
 // there the exact result is formed at twice the width.
@@ -58,7 +29,7 @@ VectorV add_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx
   } else {
     const T value = static_cast<T>(imm);
     return mapped<T>(
-        ctx, [value](T x) { return sum(x, value); }, a);
+        ctx, [value](T x) { return saturating_sum(x, value); }, a);
   }
 }
 
@@ -76,7 +47,7 @@ VectorV subtract_immediate(const VectorV& a, std::uint64_t imm, const CpuContext
   } else {
     const T value = static_cast<T>(imm);
     return mapped<T>(
-        ctx, [value](T x) { return difference(x, value); }, a);
+        ctx, [value](T x) { return saturating_difference(x, value); }, a);
   }
 }
 
@@ -84,7 +55,7 @@ VectorV subtract_immediate(const VectorV& a, std::uint64_t imm, const CpuContext
 
 #define INTEGER_TYPES U8, U16, U32, U64, S8, S16, S32, S64
 
-SVE_DEFINE_VV(QAddVVX, mapped<T>(ctx, sum, a, b), INTEGER_TYPES)
-SVE_DEFINE_VV(QSubVVX, mapped<T>(ctx, difference, a, b), INTEGER_TYPES)
+SVE_DEFINE_VV(QAddVVX, mapped<T>(ctx, saturating_sum, a, b), INTEGER_TYPES)
+SVE_DEFINE_VV(QSubVVX, mapped<T>(ctx, saturating_difference, a, b), INTEGER_TYPES)
 SVE_DEFINE_VI(QAddVIX, add_immediate<T>(a, imm, ctx), INTEGER_TYPES)
 SVE_DEFINE_VI(QSubVIX, subtract_immediate<T>(a, imm, ctx), INTEGER_TYPES)

@@ -51,15 +51,10 @@ VectorV immediate_mapped(const VectorV& a, std::uint64_t imm, const CpuContext* 
 // An amount above the width shifts as the width does, so that it fits the narrow element.
 template <class T>
 VectorV narrowed_amounts(const VectorV& wide_amounts, const CpuContext* ctx) {
-  VectorV amounts;
-  constexpr std::size_t per_unit = 8 / sizeof(T);
-  const std::size_t units = granules(ctx);
-  for (std::size_t u = 0; u < units; ++u) {
-    const std::uint64_t amount = load<std::uint64_t>(wide_amounts.bytes, u);
-    const T narrow = static_cast<T>(amount < static_cast<unsigned>(width<T>) ? amount : width<T>);
-    for (std::size_t i = 0; i < per_unit; ++i) store<T>(amounts.bytes, u * per_unit + i, narrow);
-  }
-  return amounts;
+  return mapped<std::uint64_t>(
+      ctx,
+      [](std::uint64_t amount) { return replicated<T>(amount < static_cast<unsigned>(width<T>) ? amount : width<T>); },
+      wide_amounts);
 }
 
 // Division by a power of two, rounded towards zero.
