@@ -18,6 +18,13 @@ namespace sve {
 
 // Each 64-bit word is formed in a register and stored whole: a later read of the word must not wait for smaller stores.
 
+/// A predicate word that stays in a general register: the words of a predicate were stored one by one, and a vector
+/// read of several would wait for all of them.
+[[gnu::always_inline]] inline std::uint64_t scalar_word(std::uint64_t word) {
+  asm("" : "+r"(word));
+  return word;
+}
+
 /// Packs bit 0 of each of `count` bytes (a multiple of 8, up to 64) into the low bits of a word.
 [[gnu::always_inline]] inline std::uint64_t pack_word(const std::uint8_t* bytes, std::size_t count) {
   std::uint64_t word = 0;

@@ -122,7 +122,7 @@ inline PredV compared(const PredV& p, const CpuContext* context, Test test, cons
   map_lanes<T>(
       r, covering_count<T>(context), [test](auto... x) { return test(x...) ? 1 : 0; }, src.bytes...);
   PredV result = packed(r, context);
-  for (int w = 0; w < 4; ++w) result.words[w] &= p.words[w];
+  for (int w = 0; w < 4; ++w) result.words[w] = scalar_word(result.words[w]) & scalar_word(p.words[w]);
   return result;
 }
 

@@ -32,7 +32,7 @@ PredV active_elements(const PredV& mask, int element_bits, const CpuContext* ctx
 PredV groups(const PredV& elements, int element_bits) {
   PredV r;
   const std::uint64_t group = (std::uint64_t{1} << element_bytes(element_bits)) - 1;
-  for (int w = 0; w < 4; ++w) r.words[w] = elements.words[w] * group;
+  for (int w = 0; w < 4; ++w) r.words[w] = scalar_word(elements.words[w]) * group;
   return r;
 }
 
@@ -49,7 +49,7 @@ std::uint32_t n_and_c(const PredV& active, const PredV& result, int element_bits
 bool any_result(const PredV& active, const PredV& result, int element_bits) {
   const PredV covered = groups(active, element_bits);
   std::uint64_t any = 0;
-  for (int w = 0; w < 4; ++w) any |= covered.words[w] & result.words[w];
+  for (int w = 0; w < 4; ++w) any |= scalar_word(covered.words[w]) & scalar_word(result.words[w]);
   return any != 0;
 }
 

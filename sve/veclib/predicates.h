@@ -47,8 +47,8 @@ template <class Op, class... Sources>
 inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
   PredV r{};
   const std::size_t bits = length_bytes(context), whole = bits / 64;
-  for (std::size_t w = 0; w < whole; ++w) r.words[w] = op(src.words[w]...);
-  if (bits % 64) r.words[whole] = op(src.words[whole]...) & bits_below(bits, whole);
+  for (std::size_t w = 0; w < whole; ++w) r.words[w] = op(scalar_word(src.words[w])...);
+  if (bits % 64) r.words[whole] = op(scalar_word(src.words[whole])...) & bits_below(bits, whole);
   return r;
 }
 
