@@ -1,5 +1,5 @@
 // Time of every row's handler, by name, with the decode searches, the fixed cost of a library handler, and a plain
-// 112-byte load-load-store beside them.
+// 112-byte load-load-store and plain copies beside them.
 #include <benchmark/benchmark.h>
 
 #include "bench/row_case.h"
@@ -37,6 +37,32 @@ void load_load_store(benchmark::State& bench_state) {
   }
 }
 
+// One vector read, one written: in line, and as a handler, called through a pointer as all of them are.
+void copy(benchmark::State& bench_state) {
+  cpu_state state{};
+  cpu_state* escaped = &state;
+  benchmark::DoNotOptimize(escaped);
+  for (auto _ : bench_state) {
+    std::memcpy(state.z[0], state.z[1], sizeof state.z[0]);
+    benchmark::ClobberMemory();
+  }
+}
+
+aarch64_decode_rc copying_handler(cpu_state* state, unsigned int) {
+  std::memcpy(state->z[0], state->z[1], sizeof state->z[0]);
+  return AARCH64_DECODE_EXECUTED;
+}
+
+void copy_handler(benchmark::State& bench_state) {
+  cpu_state state{};
+  sve::decode::handler handle = copying_handler;
+  benchmark::DoNotOptimize(handle);
+  for (auto _ : bench_state) {
+    benchmark::DoNotOptimize(handle(&state, 0));
+    benchmark::ClobberMemory();
+  }
+}
+
 // The marshalling alone: a library handler whose routine does nothing.
 [[gnu::noinline]] void nothing(CpuContext* context) { benchmark::DoNotOptimize(context); }
 
@@ -70,6 +96,8 @@ void execute(benchmark::State& bench_state) {
 int main(int argc, char** argv) {
   bench::map_window();
   benchmark::RegisterBenchmark("load_load_store", load_load_store);
+  benchmark::RegisterBenchmark("copy", copy);
+  benchmark::RegisterBenchmark("copy_handler", copy_handler);
   benchmark::RegisterBenchmark("marshalling", marshalling);
   benchmark::RegisterBenchmark("decode_hit", decode_hit);
   benchmark::RegisterBenchmark("decode_miss", decode_miss);

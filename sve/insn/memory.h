@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sve/insn/lanes.h"
+#include "sve/state/predicate_bits.h"
 
 namespace sve {
 
@@ -20,11 +21,8 @@ template <class M>
 /// Whether every element of T is active.
 template <class T>
 inline bool all_active(const byte* predicate) {
-  // Bit 0 of each element's first byte, in every 64-bit word at once.
   constexpr std::uint64_t first_bits = ~std::uint64_t{0} / static_cast<T>(~T{0});
-  std::uint64_t all = first_bits;
-  for (std::size_t i = 0; i < lanes<std::uint64_t>; ++i) all &= load<std::uint64_t>(predicate, i);
-  return all == first_bits;
+  return every_word_has(first_bits, predicate);
 }
 
 /// Whether `bytes` bytes from an address lie in one page of any size in use.

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "sve/state/operands.h"
 #include "sve/state/vector_length.h"
@@ -60,7 +61,10 @@ inline void write(cpu_state* state, aarch64_i_reg r, std::uint64_t value) {
 
 /// Reads a general register or, for 31, the stack pointer.
 inline std::uint64_t read(const cpu_state* state, aarch64_i_rsp_reg r) {
-  return r.number < 31 ? state->x[r.number] : state->sp;
+  // Register 31 of the file is the stack pointer, by the layout.
+  std::uint64_t value;
+  std::memcpy(&value, reinterpret_cast<const unsigned char*>(state) + offsetof(cpu_state, x) + 8 * r.number, 8);
+  return value;
 }
 
 /// Writes a general register or, for 31, the stack pointer.

@@ -121,6 +121,27 @@ namespace sve {
   return (all & ~std::uint64_t{0x0101010101010101u}) == 0;
 }
 
+/// Whether every 64-bit word of a predicate register has all bits of `mask`.
+[[gnu::always_inline]] inline bool every_word_has(std::uint64_t mask, const std::uint8_t* bytes) {
+#if defined(__AVX2__)
+  static_assert(vector_bytes % 32 == 16);
+  const auto whole = [&](std::size_t i) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i)); };
+  __m256i all = whole(0);
+  for (std::size_t i = 32; i + 32 <= vector_bytes; i += 32) all = _mm256_and_si256(all, whole(i));
+  const __m128i rest = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + vector_bytes - 16));
+  const __m128i both = _mm_and_si128(_mm256_castsi256_si128(all), _mm256_extracti128_si256(all, 1));
+  return _mm_testc_si128(_mm_and_si128(both, rest), _mm_set1_epi64x(static_cast<long long>(mask)));
+#else
+  std::uint64_t all = mask;
+  for (std::size_t i = 0; i < vector_bytes; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes + i, 8);
+    all &= word;
+  }
+  return all == mask;
+#endif
+}
+
 /// The bits of a whole predicate register, as two words.
 struct register_bits {
   std::uint64_t low, high;
