@@ -47,7 +47,8 @@ constexpr T FPTRISSEL(T op1, T op2) {
 template <class T>
 [[gnu::always_inline]] inline T FPEXPA(T op) {
   using F = sve::Format<T>;
-  constexpr unsigned index_bits = sizeof(T) == 2 ? 5 : 6;
+  if constexpr (sizeof(T) == 2) return sve::half_exponentials[op & 0x3ffu];
+  constexpr unsigned index_bits = 6;
   const T fraction = sve::exponential_fractions<T>[op & ((1u << index_bits) - 1)];
   return static_cast<T>(((op >> index_bits & F::exponent_max) << F::fraction_bits) | fraction);
 }

@@ -73,4 +73,12 @@ inline constexpr unsigned long exponential_fractions<unsigned long>[64] = {
     0xcb720dcef9069, 0xd072d4a07897c, 0xd5818dcfba487, 0xda9e603db3285, 0xdfc97337b9b5f, 0xe502ee78b3ff6,
     0xea4afa2a490da, 0xefa1bee615a27, 0xf50765b6e4540, 0xfa7c1819e90d8};
 
+/// FPEXPA of half precision whole, by its ten bits of operand.
+inline constexpr auto half_exponentials = [] {
+  std::array<std::uint16_t, 1024> table{};
+  for (unsigned i = 0; i < table.size(); ++i)
+    table[i] = static_cast<std::uint16_t>(i >> 5 << 10 | exponential_fractions<unsigned short>[i & 31]);
+  return table;
+}();
+
 }  // namespace sve
