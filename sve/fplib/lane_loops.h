@@ -71,6 +71,26 @@ template <class T, class Op, class... Sources>
   return {normal_lanes::any<T>(any_active), normal_lanes::any<T>(inexact), normal_lanes::any<T>(any_pending)};
 }
 
+/// dst[e] = active and test(status, src[e]...), as 1 or 0, for n elements; pending ones are left undefined.
+template <class T, class Test, class... Sources>
+[[gnu::always_inline]] inline LaneOutcome compare_on_lanes(std::uint8_t* dst, const ActiveBits& active, std::size_t n,
+                                                           PendingElements<T>& pending, Test test,
+                                                           const Sources*... src) {
+  using Vector = typename Lanes<T>::Vector;
+  Vector any_active{}, any_pending{};
+  for (std::size_t e = 0; e < n; e += Lanes<T>::count) {
+    LaneStatus<T> status;
+    const auto truth = test(status, Lanes<T>::load(src + e * sizeof(T))...);
+    const Vector mask = active.mask<T>(e);
+    Lanes<T>(truth.bits & mask & 1).store(dst + e * sizeof(T));
+    status.pending &= mask;
+    std::memcpy(pending.words + e, &status.pending, sizeof status.pending);
+    any_active |= mask;
+    any_pending |= status.pending;
+  }
+  return {normal_lanes::any<T>(any_active), false, normal_lanes::any<T>(any_pending)};
+}
+
 }  // namespace sve
 
 #pragma GCC diagnostic pop

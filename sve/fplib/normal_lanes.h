@@ -445,6 +445,57 @@ template <class T>
   return Lanes<T>(square.bits | (op2.bits & 1) << (Format<T>::width - 1));
 }
 
+/// What a compare of lanes gives: all ones where it holds, otherwise 0.
+template <class T>
+struct LaneTruth {
+  Vector<T> bits;
+
+  LaneTruth operator!() const { return {~bits}; }
+};
+
+/// Operands of a compare as signed words that order as the values do; both zeros are 0. NaNs, and denormals, which a
+/// control may flush, make their lanes pending. The rounding mode does not matter.
+template <class T>
+struct OrderedLanes {
+  Vector<T> a, b;
+
+  [[gnu::always_inline]] OrderedLanes(Lanes<T> x, Lanes<T> y, LaneStatus<T>& status)
+      : a(key(x, status)), b(key(y, status)) {}
+
+ private:
+  [[gnu::always_inline]] static Vector<T> key(Lanes<T> op, LaneStatus<T>& status) {
+    using F = Format<T>;
+    const Vector<T> magnitude = magnitude_of(op).bits, sign = sign_mask<T>(op.bits);
+    status.pending |= less<T>(Vector<T>{} + Word<T>{F::infinity}, magnitude) |
+                      (less<T>(magnitude, Vector<T>{} + Word<T>{F::hidden}) & ~is_zero<T>(magnitude));
+    return (magnitude ^ sign) - sign;
+  }
+};
+
+template <class T>
+[[gnu::always_inline]] inline LaneTruth<T> FPCompareEQ(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  const OrderedLanes<T> keys(a, b, status);
+  return {is_zero<T>(keys.a ^ keys.b)};
+}
+
+template <class T>
+[[gnu::always_inline]] inline LaneTruth<T> FPCompareGE(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  const OrderedLanes<T> keys(a, b, status);
+  return {~less<T>(keys.a, keys.b)};
+}
+
+template <class T>
+[[gnu::always_inline]] inline LaneTruth<T> FPCompareGT(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  const OrderedLanes<T> keys(a, b, status);
+  return {less<T>(keys.b, keys.a)};
+}
+
+template <class T>
+[[gnu::always_inline]] inline LaneTruth<T> FPCompareUN(Lanes<T> a, Lanes<T> b, LaneStatus<T>& status) {
+  static_cast<void>(OrderedLanes<T>(a, b, status));
+  return {Vector<T>{}};
+}
+
 }  // namespace normal_lanes
 
 using normal_lanes::Lanes;

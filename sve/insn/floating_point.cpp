@@ -33,6 +33,21 @@ constexpr bool has_lanes = requires(Op op, lanes_fp<U>& host, const Sources*... 
   op(host, (static_cast<void>(src), Lanes<U>())...);
 };
 
+// The operation as the loops over lanes call it.
+template <class U, class Op>
+auto on_lanes_of(Op op) {
+  return [op](LaneStatus<U>& status, auto... x) {
+    lanes_fp<U> host(status);
+    return op(host, x...);
+  };
+}
+
+[[maybe_unused]] ActiveBits active_bytes(const byte* predicate) {
+  const register_bits bits(predicate);
+  const std::uint64_t words[] = {bits.low, bits.high};
+  return {words, vector_bytes};
+}
+
 // dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
 // the end of a register too: what follows it belongs to the state.
 template <class U, class Host, class Op, class... Sources>
@@ -40,17 +55,10 @@ void merge_on(Host& host, byte* dst, const byte* old, const byte* predicate, Op 
   using Value = fp_value<U>;
   if constexpr (has_lanes<U, Op, Sources...>) {
     if (host.rounds_to_nearest()) {
-      const register_bits bits(predicate);
-      const std::uint64_t words[] = {bits.low, bits.high};
       alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
       PendingElements<U> pending;
-      const LaneOutcome outcome = merge_on_lanes<U>(
-          result, old, ActiveBits(words, vector_bytes), lanes<U>, pending,
-          [op](LaneStatus<U>& status, auto... x) {
-            lanes_fp<U> on_lanes(status);
-            return op(on_lanes, x...);
-          },
-          src...);
+      const LaneOutcome outcome =
+          merge_on_lanes<U>(result, old, active_bytes(predicate), lanes<U>, pending, on_lanes_of<U>(op), src...);
       if (outcome.inexact) host.raise(flag_ixc);
       if (outcome.pending) [[unlikely]]
         for (std::size_t i = 0; i < lanes<U>; ++i)
@@ -127,10 +135,25 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
     using U = decltype(element);
     using Value = fp_value<U>;
     host_fp host(state);
-    byte result[vector_bytes];
+    alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
     const byte* predicate = p_of(state, pg);
-    for (std::size_t i = 0; i < lanes<U>; ++i)
-      store<U>(result, i, active<U>(predicate, i) && test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
+    const auto one = [&](std::size_t i) {
+      store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
+    };
+    if constexpr (has_lanes<U, Test, Sources...>) {
+      PendingElements<U> pending;
+      const LaneOutcome outcome = compare_on_lanes<U>(result, active_bytes(predicate), lanes<U>, pending,
+                                                      on_lanes_of<U>(test), z_of(state, registers)...);
+      if (outcome.pending) [[unlikely]]
+        for (std::size_t i = 0; i < lanes<U>; ++i)
+          if (pending.words[i]) one(i);
+    } else {
+      for (std::size_t i = 0; i < lanes<U>; ++i)
+        if (active<U>(predicate, i))
+          one(i);
+        else
+          store<U>(result, i, 0);
+    }
     std::memcpy(p_of(state, pd), result, vector_bytes);
   });
 }
@@ -189,17 +212,19 @@ HOST_BINARY(reciprocal_step, host.reciprocal_step(a, b))
         [](auto& host, auto dn, auto m, auto a) -> decltype(host.member(a, dn, m)) { return host.member(a, dn, m); }); \
   }
 // fcm<cc> Pd.T, Pg/Z, Zn.T, Zm.T
-#define COMPARE(name, member)                                                                                 \
-  aarch64_decode_rc sve_##name##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, \
-                                      aarch64_z_reg zm) {                                                     \
-    return compare(                                                                                           \
-        state, pd, pg, [](auto& host, auto a, auto b) { return host.member(a, b); }, zn, zm);                 \
+#define COMPARE(name, member)                                                                                       \
+  aarch64_decode_rc sve_##name##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,       \
+                                      aarch64_z_reg zm) {                                                           \
+    return compare(                                                                                                 \
+        state, pd, pg, [](auto& host, auto a, auto b) -> decltype(host.member(a, b)) { return host.member(a, b); }, \
+        zn, zm);                                                                                                    \
   }
 // fcm<cc> Pd.T, Pg/Z, Zn.T, #0.0
 #define COMPARE_ZERO(name, member)                                                                             \
   aarch64_decode_rc sve_##name##_ppz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn) { \
     return compare(                                                                                            \
-        state, pd, pg, [](auto& host, auto a) { return host.member(a, decltype(a){0}); }, zn);                 \
+        state, pd, pg,                                                                                         \
+        [](auto& host, auto a) -> decltype(host.member(a, a)) { return host.member(a, decltype(a){0}); }, zn); \
   }
 
 BINARY(fadd, sum)

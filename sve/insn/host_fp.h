@@ -281,6 +281,13 @@ class lanes_fp {
   L multiply_subtract(L c, L a, L b) const { return FPMulAdd(c, FPNeg(a), b, status_); }
   L negated_multiply_add(L c, L a, L b) const { return FPMulAdd(FPNeg(c), FPNeg(a), b, status_); }
   L negated_multiply_subtract(L c, L a, L b) const { return FPMulAdd(FPNeg(c), a, b, status_); }
+  auto equal(L a, L b) const { return FPCompareEQ(a, b, status_); }
+  auto not_equal(L a, L b) const { return !FPCompareEQ(a, b, status_); }
+  auto unordered(L a, L b) const { return FPCompareUN(a, b, status_); }
+  auto greater_or_equal(L a, L b) const { return FPCompareGE(a, b, status_); }
+  auto greater(L a, L b) const { return FPCompareGT(a, b, status_); }
+  auto less_or_equal(L a, L b) const { return FPCompareGE(b, a, status_); }
+  auto less(L a, L b) const { return FPCompareGT(b, a, status_); }
 
  private:
   LaneStatus<U>& status_;

@@ -11,37 +11,38 @@ namespace {
 
 template <class T, class Test, class... Sources>
 PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
-  PredV r{};
   working_status status(ctx);
   const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e) {
-    if (!active<T>(p, e)) continue;
-    const std::size_t bit = e * sizeof(T);
-    r.words[bit / 64] |= std::uint64_t{test(load<T>(src.bytes, e)..., status())} << (bit % 64);
-  }
-  return r;
+  alignas(32) byte truth[256];
+  PendingElements<T> pending;
+  const LaneOutcome outcome = compare_on_lanes<T>(
+      truth, active_bits(p, n * sizeof(T)), n, pending,
+      [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src.bytes...);
+  if (outcome.active) status();
+  if (outcome.pending) [[unlikely]]
+    for (std::size_t e = 0; e < n; ++e)
+      if (pending.words[e]) store<T>(truth, e, test(load<T>(src.bytes, e)..., status()) ? 1 : 0);
+  return packed(truth, ctx);
 }
 
-constexpr auto eq = [](auto a, auto b, FPSCR& s) { return FPCompareEQ(a, b, s); };
-constexpr auto ne = [](auto a, auto b, FPSCR& s) { return !FPCompareEQ(a, b, s); };
-constexpr auto ge = [](auto a, auto b, FPSCR& s) { return FPCompareGE(a, b, s); };
-constexpr auto gt = [](auto a, auto b, FPSCR& s) { return FPCompareGT(a, b, s); };
-constexpr auto un = [](auto a, auto b, FPSCR& s) { return FPCompareUN(a, b, s); };
-constexpr auto acge = [](auto a, auto b, FPSCR& s) { return FPCompareGE(magnitude_of(a), magnitude_of(b), s); };
-constexpr auto acgt = [](auto a, auto b, FPSCR& s) { return FPCompareGT(magnitude_of(a), magnitude_of(b), s); };
+constexpr auto eq = [](auto a, auto b, auto& s) { return FPCompareEQ(a, b, s); };
+constexpr auto ne = [](auto a, auto b, auto& s) { return !FPCompareEQ(a, b, s); };
+constexpr auto ge = [](auto a, auto b, auto& s) { return FPCompareGE(a, b, s); };
+constexpr auto gt = [](auto a, auto b, auto& s) { return FPCompareGT(a, b, s); };
+constexpr auto un = [](auto a, auto b, auto& s) { return FPCompareUN(a, b, s); };
+constexpr auto acge = [](auto a, auto b, auto& s) { return FPCompareGE(magnitude_of(a), magnitude_of(b), s); };
+constexpr auto acgt = [](auto a, auto b, auto& s) { return FPCompareGT(magnitude_of(a), magnitude_of(b), s); };
 
-template <class T>
-constexpr T zero{0};
 // Against zero.
-constexpr auto eq0 = [](auto a, FPSCR& s) { return FPCompareEQ(a, zero<decltype(a)>, s); };
-constexpr auto ne0 = [](auto a, FPSCR& s) { return !FPCompareEQ(a, zero<decltype(a)>, s); };
-constexpr auto ge0 = [](auto a, FPSCR& s) { return FPCompareGE(a, zero<decltype(a)>, s); };
-constexpr auto gt0 = [](auto a, FPSCR& s) { return FPCompareGT(a, zero<decltype(a)>, s); };
-constexpr auto le0 = [](auto a, FPSCR& s) { return FPCompareGE(zero<decltype(a)>, a, s); };
-constexpr auto lt0 = [](auto a, FPSCR& s) { return FPCompareGT(zero<decltype(a)>, a, s); };
+constexpr auto eq0 = [](auto a, auto& s) { return FPCompareEQ(a, decltype(a)(0), s); };
+constexpr auto ne0 = [](auto a, auto& s) { return !FPCompareEQ(a, decltype(a)(0), s); };
+constexpr auto ge0 = [](auto a, auto& s) { return FPCompareGE(a, decltype(a)(0), s); };
+constexpr auto gt0 = [](auto a, auto& s) { return FPCompareGT(a, decltype(a)(0), s); };
+constexpr auto le0 = [](auto a, auto& s) { return FPCompareGE(decltype(a)(0), a, s); };
+constexpr auto lt0 = [](auto a, auto& s) { return FPCompareGT(decltype(a)(0), a, s); };
 // The 32-bit and 64-bit forms that no row reaches negate the opposite compare, so that a NaN compares true; kept so.
-constexpr auto le0_unreached = [](auto a, FPSCR& s) { return !FPCompareGT(a, zero<decltype(a)>, s); };
-constexpr auto lt0_unreached = [](auto a, FPSCR& s) { return !FPCompareGE(a, zero<decltype(a)>, s); };
+constexpr auto le0_unreached = [](auto a, auto& s) { return !FPCompareGT(a, decltype(a)(0), s); };
+constexpr auto lt0_unreached = [](auto a, auto& s) { return !FPCompareGE(a, decltype(a)(0), s); };
 
 // ---- Rounding to integral ----
 

@@ -59,6 +59,28 @@ void check(Failures& failures, Tally& tally, const char* name, FPSCR fpscr, Oper
   }
 }
 
+// The same for a compare.
+template <class T, class Compare>
+void check_truth(Failures& failures, Tally& tally, const char* name, FPSCR fpscr, Compare compare, const Block<T>& as,
+                 const Block<T>& bs) {
+  LaneStatus<T> status;
+  const auto truth = compare(Lanes<T>::load(as.data()), Lanes<T>::load(bs.data()), status);
+  for (std::size_t i = 0; i < as.size(); ++i) {
+    if (status.pending[i]) {
+      ++tally.pending;
+      continue;
+    }
+    ++tally.done;
+    FPSCR working = fpscr;
+    const bool expected = compare(as[i], bs[i], working);
+    if ((truth.bits[i] != 0) == expected && working == fpscr) continue;
+    failures.add(std::string(name) + "(" + hex(as[i]) + " " + hex(bs[i]) + ") under " + hex(fpscr) + " is not " +
+                 (expected ? "true" : "false") + " or raises " + hex(working & ~fpscr));
+    if (failures.enough()) return;
+  }
+}
+
+#define COMPARE_LANES(call) [](auto a, auto b, auto& s) { return call; }
 #define ON_LANES(call) [&](auto a, auto b, auto c, auto& s) { return (void)a, (void)b, (void)c, call; }
 
 template <class T>
@@ -75,6 +97,13 @@ void check_all(Failures& failures, Tally& tally, FPSCR fpscr, const Block<T>& as
   check<T>(failures, tally, "FPRecpX", fpscr, ON_LANES(FPRecpX(a, s)), as, bs, cs);
   check<T>(failures, tally, "FPTRISMUL", fpscr, ON_LANES(FPTRISMUL(a, b, s)), as, bs, cs);
   check<T>(failures, tally, "FPTRIMADD", fpscr, ON_LANES(FPTRIMADD(index, a, b, s)), as, bs, cs);
+  check_truth<T>(failures, tally, "FPCompareEQ", fpscr, COMPARE_LANES(FPCompareEQ(a, b, s)), as, bs);
+  check_truth<T>(failures, tally, "not FPCompareEQ", fpscr, COMPARE_LANES(!FPCompareEQ(a, b, s)), as, bs);
+  check_truth<T>(failures, tally, "FPCompareGE", fpscr, COMPARE_LANES(FPCompareGE(a, b, s)), as, bs);
+  check_truth<T>(failures, tally, "FPCompareGT", fpscr, COMPARE_LANES(FPCompareGT(a, b, s)), as, bs);
+  check_truth<T>(failures, tally, "FPCompareUN", fpscr, COMPARE_LANES(FPCompareUN(a, b, s)), as, bs);
+  check_truth<T>(failures, tally, "FPCompareGT of magnitudes", fpscr,
+                 COMPARE_LANES(FPCompareGT(magnitude_of(a), magnitude_of(b), s)), as, bs);
   check<T>(failures, tally, "magnitude of FPSub", fpscr, ON_LANES(magnitude_of(FPSub(a, b, s))), as, bs, cs);
 }
 
@@ -123,7 +152,7 @@ TYPED_TEST(LanesTest, RandomOperands) {
   Failures failures;
   Tally tally;
   Random random(23 + sizeof(T));
-  const std::uint64_t blocks = operands::cases(20'000'000) / 12 / Lanes<T>::count;
+  const std::uint64_t blocks = operands::cases(20'000'000) / 18 / Lanes<T>::count;
   for (std::uint64_t n = 0; n < blocks && !failures.enough(); ++n) {
     Block<T> as, bs, cs;
     for (std::size_t i = 0; i < as.size(); ++i) {
@@ -177,6 +206,24 @@ TYPED_TEST(LanesTest, NaNsInfinitiesAndDenormalsArePending) {
         for (std::size_t i = 0; i < Lanes<T>::count; ++i)
           EXPECT_EQ(status.pending[i] != 0, i == lane) << hex(special) << " as operand " << operand;
       }
+}
+
+// Infinities are ordinary to a compare; NaNs and denormals are not.
+TYPED_TEST(LanesTest, ComparesLeaveNaNsAndDenormals) {
+  using T = TypeParam;
+  using F = sve::Format<T>;
+  const T one = static_cast<T>(T{F::bias} << F::fraction_bits);
+  const auto pending = [&](T a, T b) {
+    LaneStatus<T> status;
+    static_cast<void>(FPCompareGE(Lanes<T>(a), Lanes<T>(b), status));
+    return status.pending[0] != 0;
+  };
+  for (const T special : {F::default_nan, static_cast<T>(F::infinity | 1), T{1}, F::fraction_mask, FPNeg(T{1})}) {
+    EXPECT_TRUE(pending(special, one)) << hex(special);
+    EXPECT_TRUE(pending(one, special)) << hex(special);
+  }
+  for (const T ordinary : {F::infinity, FPNeg(F::infinity), T{0}, F::sign, F::hidden, F::largest_normal})
+    EXPECT_FALSE(pending(ordinary, one)) << hex(ordinary);
 }
 
 TYPED_TEST(LanesTest, SignsAreInvertedInEveryLane) {
