@@ -29,7 +29,7 @@ if(SVE_HOST_ARCH_FLAGS AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   endif()
 endif()
 if(SVE_SANITIZE)
-  add_compile_options(-O1 -g -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_compile_options(-O1 -g1 -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
