@@ -79,7 +79,7 @@ aarch64_decode_rc sve_eor_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg
 
 // bic Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_bic_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return merging(state, zdn.tied_dst_size, zdn, pg, zm, [](auto a, auto b) { return a & ~b; });
+  return merging(state, zdn.tied_dst_size, zdn, pg, zm, [](auto a, auto b) { return a & static_cast<decltype(b)>(~b); });
 }
 
 // smax Zdn.T, Pg/M, Zdn.T, Zm.T
@@ -126,7 +126,7 @@ aarch64_decode_rc sve_udivr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_r
 
 // neg Zd.T, Pg/M, Zn.T
 aarch64_decode_rc sve_neg_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {
-  return merging_unary(state, zd.size, zd, pg, zn, [](auto a) { return 0 - a; });
+  return merging_unary(state, zd.size, zd, pg, zn, [](auto a) { return static_cast<decltype(a)>(decltype(a){0} - a); });
 }
 
 // sxtb Zd.T, Pg/M, Zn.T
@@ -213,7 +213,7 @@ aarch64_decode_rc sve_eor_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg 
 
 // bic Zd.D, Zn.D, Zm.D
 aarch64_decode_rc sve_bic_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, aarch64_z_reg zm) {
-  return unpredicated(state, element_d, zd, zn, zm, [](auto a, auto b) { return a & ~b; });
+  return unpredicated(state, element_d, zd, zn, zm, [](auto a, auto b) { return a & static_cast<decltype(b)>(~b); });
 }
 
 // Immediate forms.

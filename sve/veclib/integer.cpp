@@ -61,7 +61,7 @@ constexpr auto high_product = [](auto a, auto b) {
 
 constexpr auto negated = [](auto a) { return 0 - wrapping(a); };
 constexpr auto absolute = [](auto a) { return a < 0 ? 0 - wrapping(a) : wrapping(a); };
-constexpr auto inverted = [](auto a) { return ~a; };
+constexpr auto inverted = [](auto a) { return static_cast<decltype(a)>(~a); };
 constexpr auto is_zero = [](auto a) { return a == 0 ? 1 : 0; };
 
 // a + b*c and the like; in the MADD forms a is the multiplicand and c the addend.

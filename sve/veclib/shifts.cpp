@@ -123,7 +123,7 @@ SVE_DEFINE_VV(XorVVX,
               U64)
 SVE_DEFINE_VV(BicVVX,
               mapped<T>(
-                  ctx, [](T x, T y) { return x & ~y; }, a, b),
+                  ctx, [](T x, T y) { return x & static_cast<T>(~y); }, a, b),
               U64)
 SVE_DEFINE_VI(AndVIX,
               mapped<T>(
@@ -140,4 +140,4 @@ SVE_DEFINE_VI(XorVIX,
 SVE_DEFINE_VVM(AndVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & y; }), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(OrVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x | y; }), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(XorVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x ^ y; }), UNSIGNED_TYPES)
-SVE_DEFINE_VVM(BicVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & ~y; }), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(BicVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & static_cast<T>(~y); }), UNSIGNED_TYPES)
