@@ -2,6 +2,7 @@
 // SVE.
 #include <alloca.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 
 #include <atomic>
 #include <cerrno>
@@ -9,11 +10,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "sve/runner/options.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/process.h"
+#include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/state/vector_length.h"
 
@@ -26,6 +29,7 @@ void find_real_functions() {
   SVE_INTERPOSED(SVE_FIND)
 #undef SVE_FIND
   real.cxa_atexit = reinterpret_cast<decltype(real.cxa_atexit)>(dlsym(RTLD_NEXT, "__cxa_atexit"));
+  real.strerrordesc_np = reinterpret_cast<decltype(real.strerrordesc_np)>(dlsym(RTLD_NEXT, "strerrordesc_np"));
 }
 
 }  // namespace sve::runner
@@ -35,14 +39,6 @@ void find_real_functions() {
 namespace {
 
 using namespace sve::runner;
-
-int (*program_main)(int, char**, char**);
-
-int main_and_exit(int argc, char** argv, char** environment) {
-  const int status = program_main(argc, argv, environment);
-  exit_begins();
-  return status;
-}
 
 [[noreturn]] void end_process(int status) {
   report();
@@ -72,7 +68,7 @@ struct needed_environment {
       if (is_variable(environment[count], preload_variable)) preload_at = count;
       if (is_variable(environment[count], options_variable)) options_at = count;
     }
-    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_path()) != nullptr;
+    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_name) != nullptr;  // of any build
   }
   std::size_t text_size(char* const* environment) const {
     const std::size_t theirs = preload_at >= 0 ? std::strlen(environment[preload_at]) : 0;
@@ -109,13 +105,31 @@ int with_environment(char* const* environment, Function function) {
   return function(entries);
 }
 
+bool is_executable(const char* path) { return system_call(SYS_faccessat, AT_FDCWD, address(path), X_OK) == 0; }
+
+// Whether a program of this name is found as execvp finds one.
+bool is_found(const char* file) {
+  if (std::strchr(file, '/')) return is_executable(file);
+  const char* const path = getenv("PATH");
+  for (std::string_view rest = path ? path : "/bin:/usr/bin";;) {
+    const std::string_view directory = rest.substr(0, rest.find(':'));
+    Text<4096> candidate;
+    if (is_executable((candidate << (directory.empty() ? "." : directory) << "/" << file).c_str())) return true;
+    if (directory.size() == rest.size()) return false;
+    rest.remove_prefix(directory.size() + 1);
+  }
+}
+
+// `likely`: the program can be started as far as one can see. This one then ends here and reports.
 template <class Function>
-int replace_program(char* const* environment, Function function) {
+int replace_program(bool likely, char* const* environment, Function function) {
   if (!is_active()) return function(environment);
+  if (likely) report();
   actions_before_exec();
   const int status = with_environment(environment, function);
   const int error = errno;
   actions_after_failed_exec();
+  if (likely) report_again();
   errno = error;
   return status;
 }
@@ -162,39 +176,23 @@ int vector_length_request(unsigned long argument) {
 
 extern "C" {
 
-int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(), void (*fini)(),
-                      void (*rtld_fini)(), void* stack_end) {
-  need_real_functions();
-  program_main = main;
-  return real.__libc_start_main(main_and_exit, argc, argv, init, fini, rtld_fini, stack_end);
-}
-
-void exit(int status) noexcept {
-  exit_begins();
-  real.exit(status);
-  __builtin_unreachable();
-}
-void quick_exit(int status) noexcept {
-  exit_begins();
-  real.quick_exit(status);
-  __builtin_unreachable();
-}
 void _exit(int status) { end_process(status); }
 void _Exit(int status) noexcept { end_process(status); }
 
 int execve(const char* path, char* const arguments[], char* const environment[]) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.execve(path, arguments, e); });
+  return replace_program(is_executable(path), environment,
+                         [&](char* const* e) { return real.execve(path, arguments, e); });
 }
 int execv(const char* path, char* const arguments[]) noexcept { return execve(path, arguments, environ); }
 int execvpe(const char* file, char* const arguments[], char* const environment[]) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.execvpe(file, arguments, e); });
+  return replace_program(is_found(file), environment, [&](char* const* e) { return real.execvpe(file, arguments, e); });
 }
 int execvp(const char* file, char* const arguments[]) noexcept { return execvpe(file, arguments, environ); }
 int fexecve(int fd, char* const arguments[], char* const environment[]) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.fexecve(fd, arguments, e); });
+  return replace_program(true, environment, [&](char* const* e) { return real.fexecve(fd, arguments, e); });
 }
 int execveat(int directory, const char* path, char* const arguments[], char* const environment[], int flags) noexcept {
-  return replace_program(environment,
+  return replace_program(true, environment,
                          [&](char* const* e) { return real.execveat(directory, path, arguments, e, flags); });
 }
 int execl(const char* path, const char* first, ...) noexcept {
@@ -223,6 +221,20 @@ int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file_actions_t*
                  const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
   return with_environment(
       environment, [&](char* const* e) { return real.posix_spawnp(pid, file, files, attributes, arguments, e); });
+}
+
+// A descriptor that is put in the place of stderr is the new stderr. What a program opens there after it has closed
+// descriptor 2 is a file of its own.
+int dup3(int from, int to, int flags) noexcept {
+  const long result = system_call(SYS_dup3, from, to, flags);
+  if (result == STDERR_FILENO) stderr_changed();
+  if (result >= 0) return static_cast<int>(result);
+  errno = static_cast<int>(-result);
+  return -1;
+}
+int dup2(int from, int to) noexcept {
+  if (from != to) return dup3(from, to, 0);
+  return fcntl(from, F_GETFL) < 0 ? -1 : to;
 }
 
 // A fork that runs no fork handlers, so ours are called here.

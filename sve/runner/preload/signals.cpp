@@ -6,6 +6,7 @@
 
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/process.h"
+#include "sve/runner/preload/report.h"
 #include "sve/runner/preload/thread_block.h"
 
 extern "C" int sve_call_on_stack(void (*function)(void*), void* argument, void* stack_top, void** resume);
