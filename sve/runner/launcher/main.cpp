@@ -24,8 +24,6 @@ namespace {
 
 using namespace sve::runner;
 
-constexpr unsigned long hwcap_sve = 1ul << 22;
-
 // Under another sve-run, getauxval says what programs are to be told.
 bool processor_has_sve() {
   const char* preloaded = std::getenv(preload_variable);

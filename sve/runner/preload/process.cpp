@@ -11,6 +11,9 @@
 #include <cstring>
 
 #include "sve/runner/options.h"
+#include "sve/fault/fault_capture.h"
+#include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
@@ -20,8 +23,6 @@
 
 namespace sve::runner {
 namespace {
-
-constexpr unsigned long hwcap_sve = 1ul << 22;
 
 struct process_options {
   bool quiet = false;
@@ -33,7 +34,6 @@ struct process_options {
 
 process_options options;
 bool active = false;
-int process_id = 0;
 char program_name[256] = "";
 char own_path[4096] = "";
 char all_options[4608] = "";
@@ -58,7 +58,7 @@ void read_options() {
     const std::string_view word = rest.substr(0, rest.find(':'));
     if (word == quiet_word) options.quiet = true;
     if (word == no_announce_word) options.announce = false;
-    if (word.starts_with(begun_word)) options.counts_begun = std::atoi(word.data() + begun_word.size()) == process_id;
+    if (word.starts_with(begun_word)) options.counts_begun = std::atoi(word.data() + begun_word.size()) == kernel_process_id();
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
 }
@@ -66,7 +66,7 @@ void read_options() {
 // Leaves word for a program that this process becomes: its file of counts has been begun.
 void mark_counts_begun() {
   Text<16> id;
-  id.number(static_cast<unsigned>(process_id), 10, begun_width);
+  id.number(static_cast<unsigned>(kernel_process_id()), 10, begun_width);
   for (char* text : {all_options, environment_options}) {
     char* const at = text ? std::strstr(text, begun_word.data()) : nullptr;
     if (at) std::memcpy(at + begun_word.size(), id.data(), begun_width);
@@ -81,7 +81,7 @@ void find_names(const char* argv0) {
   const char* slash = std::strrchr(full, '/');
   *copy(program_name, slash ? slash + 1 : full) = 0;
   Dl_info info;
-  if (dladdr(&process_id, &info) && info.dli_fname) *copy(own_path, info.dli_fname) = 0;
+  if (dladdr(&options, &info) && info.dli_fname) *copy(own_path, info.dli_fname) = 0;
 }
 
 // The processor's features, in the auxiliary vector behind the environment.
@@ -103,7 +103,6 @@ void report_at_exit(void*) { report(); }
 
 bool is_active() { return active; }
 bool announces() { return active && options.announce; }
-bool in_borrowed_memory() { return kernel_process_id() != process_id; }
 const char* library_path() { return own_path; }
 const char* options_text() { return all_options; }
 
@@ -123,7 +122,9 @@ void after_fork_in_parent() {
 
 void after_fork_in_child() {
   if (!active) return;
-  process_id = kernel_process_id();
+  begin_process();
+  keep_own_thread_block();
+  forget_pending();
   sve_instr_count = 0;
   aarch64_instr_count = 0;
   icounts.clear();
@@ -134,6 +135,24 @@ void after_fork_in_child() {
 
 namespace {
 
+// A copy made by a system call of the program's own: it may hold our locks, as far as other threads had them.
+void adopt_copy() {
+  before_fork();
+  after_fork_in_child();
+}
+
+// The signals that the parent ignored, where it could not tell the kernel.
+signal_bits take_ignored(char** environment) {
+  signal_bits ignored = 0;
+  for (char** e = environment; *e; ++e) {
+    if (std::strncmp(*e, ignored_variable, sizeof ignored_variable - 1) != 0) continue;
+    char* digit = *e + sizeof ignored_variable;
+    for (char* c = digit; *c; ++c) ignored = ignored * 10 + static_cast<unsigned>(*c - '0');
+    *digit = 0;
+  }
+  return ignored;
+}
+
 // After the model's own initialisers, and (the library is linked with -z initfirst) before every other library's.
 __attribute__((constructor(2000))) void start(int, char** argv, char** environment) {
   const std::size_t name_size = sizeof options_variable - 1;
@@ -143,14 +162,15 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
       *copy(all_options, environment_options) = 0;
     }
   }
-  process_id = kernel_process_id();
+  begin_process();
   read_options();
   unsigned long* features = hardware_features(environment);
   active = (*features & hwcap_sve) == 0;
   // Traps are served before anything else is asked of libc, which might ask the program's own malloc for memory.
   if (active) {
     start_thread_blocks();
-    start_signals();
+    start_signals({serve_trap, recover_guarded_fault, report_death}, take_ignored(environment));
+    when_copied(adopt_copy);
   }
   find_real_functions();
   find_names(argv[0] ? argv[0] : "");

@@ -9,9 +9,6 @@ bool is_active();
 /// Whether programs that ask are told that there is SVE.
 bool announces();
 
-/// Whether this is a vforked child, which runs in its parent's memory.
-bool in_borrowed_memory();
-
 /// Around fork: the copy has whole tables, and counts from nothing.
 void before_fork();
 void after_fork_in_parent();

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
