@@ -17,16 +17,16 @@
 namespace sve::runner {
 namespace {
 
-constexpr std::uintptr_t default_action = 0;  // SIG_DFL
-constexpr std::uintptr_t ignore_action = 1;   // SIG_IGN
+constexpr std::uintptr_t default_action = 0;          // SIG_DFL
+constexpr std::uintptr_t ignore_action = 1;           // SIG_IGN
 constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kernel, which libc's may exceed
 
 signal_services services;
 bool has_landing_pads = false;
 
-// A handler returns here. By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal frame.
-// They lie in memory that cannot be executed, so that a return to them is a fault and the entry takes over: the frame
-// may hold an SVE record, which a kernel that knows no SVE would refuse.
+// A handler returns here. By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal
+// frame. They lie in memory that cannot be executed, so that a return to them is a fault and the entry takes over: the
+// frame may hold an SVE record, which a kernel that knows no SVE would refuse.
 alignas(8) std::uint32_t handler_return[] = {0xd2801168, 0xd4000001};  // mov x8, #139; svc #0
 
 // The actions as the program set them. Writers hold the lock, with all signals blocked; readers are signal handlers,
@@ -218,13 +218,17 @@ void resume_from_frame(thread_block* block, ucontext_t* context) {
   }
 }
 
-// The kernel's handler of every signal. The kernel has put it on the runner's stack, but for a thread that was made in a
-// way that we do not see, which has none yet.
+// The kernel's handler of every signal. The kernel has put it on the runner's stack, but for a thread that was made in
+// a way that we do not see, which has none yet.
 void signal_entry(int sig, siginfo_t* info, void* raw_context) {
   auto* context = static_cast<ucontext_t*>(raw_context);
+  thread_block* block = this_thread_block;
+  if (block) {
+    if (services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
+    sig = info->si_signo;
+  }
   const auto sp = context->uc_mcontext.sp;
   const bool is_trap = is_owned(sig) && info->si_code > 0;
-  thread_block* block = this_thread_block;
 
   if (block && block->is_runner_stack(sp)) {
     if (!is_trap) return block->late.hold(*info);
@@ -249,7 +253,9 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     return;
   }
   notice_copy();
-  if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
+  if (sig == 0) {
+    // What waited for a run's end is among the late ones.
+  } else if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
     resume_from_frame(block, context);
   } else if (is_trap) {
     if (sig != SIGILL || !services.serve_trap(block, info, context)) deliver(block, *info, context, true, true);

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/runner/sites/site.h"
+
 namespace sve::runner {
 
 thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
@@ -17,7 +19,7 @@ namespace {
 constexpr std::size_t guard_size = 65536;  // one page at the largest page size
 constexpr std::size_t stack_size = 256 * 1024;
 constexpr std::size_t block_offset = guard_size + stack_size;
-constexpr std::size_t mapping_size = block_offset + ((sizeof(thread_block) + 65535) & ~std::size_t{65535});
+constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_sites * sizeof(std::uint64_t);
 
 pthread_key_t key;
 SpinLock list_lock;
@@ -35,6 +37,7 @@ bool is_gone(const thread_block* block) {
   return block->is_ending && system_call(SYS_tgkill, kernel_process_id(), block->thread_id, 0) == -ESRCH;
 }
 
+// Memory for another thread, or none.
 void reset(thread_block* block) {
   std::memset(static_cast<void*>(block), 0, sizeof *block);
   block->program_stack.ss_flags = SS_DISABLE;
@@ -51,6 +54,7 @@ thread_block* take_unused() {
       continue;
     }
     *at = block->next;
+    keep_counts_of(block);
     block->next = unused;
     unused = block;
   }
@@ -106,9 +110,7 @@ thread_block* make_thread_block() {
   return block;
 }
 
-void free_thread_block(thread_block* block) {
-  system_call(SYS_munmap, address(mapping_of(block)), mapping_size);
-}
+void free_thread_block(thread_block* block) { system_call(SYS_munmap, address(mapping_of(block)), mapping_size); }
 
 void begin_thread(thread_block* block) {
   block->thread_id = kernel_thread_id();
@@ -133,6 +135,11 @@ thread_block* need_thread_block() {
   thread_block* block = make_thread_block();
   if (block) begin_thread(block);
   return block;
+}
+
+void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument) {
+  const std::lock_guard guard(list_lock);
+  for (thread_block* block = blocks; block; block = block->next) body(block, argument);
 }
 
 int find_thread_for(int sig) {
