@@ -120,12 +120,14 @@ program_action take_action(int sig) {
 }
 
 // Ends the process by the signal when the program resumes.
-void take_default_action(const siginfo_t& info, bool recurs) {
+void take_default_action(siginfo_t info, bool recurs) {
   services.report_death(info.si_signo);
   const kernel_action action;
   kernel_sigaction(info.si_signo, &action, nullptr);
   // A trap or a fault comes again when the instruction is run again, and then kills with all the right particulars.
   if (recurs) return;
+  // With a fault's code an emulator of system calls would take it for a fault of its own.
+  if (info.si_code > 0) info.si_code = SI_TKILL;
   kernel_mask(SIG_BLOCK, bit(info.si_signo));
   kernel_resend(kernel_thread_id(), info);
 }
