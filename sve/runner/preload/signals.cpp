@@ -62,11 +62,13 @@ void hold_for_process(const siginfo_t& info) {
     const std::lock_guard guard(held_lock);
     process_held.hold(info);
   }
-  // Looked for after it is held: a thread that unblocks the signal meanwhile finds it.
-  const int thread = find_thread_for(info.si_signo);
-  if (thread == 0) return;
+  // After it is held: a thread that unblocks the signal meanwhile finds it.
+  wake_thread_for(info.si_signo);
+}
+
+siginfo_t take_held_for_process(signal_bits set) {
   const std::lock_guard guard(held_lock);
-  if (const siginfo_t held = process_held.take(bit(info.si_signo)); held.si_signo != 0) kernel_resend(thread, held);
+  return process_held.take(set);
 }
 
 // Sends this thread what it holds of `set`. If the signals are blocked in the kernel they come when it unblocks them.
@@ -251,6 +253,11 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     return;
   }
   notice_copy();
+  if (!is_trap && (block->woken & bit(sig))) {
+    block->woken &= ~bit(sig);
+    *info = take_held_for_process(bit(sig));
+    if (info->si_signo == 0) return;
+  }
   if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
     resume_from_frame(block, context);
   } else if (is_trap) {
@@ -363,9 +370,7 @@ siginfo_t take_pending(signal_bits set) {
   const SignalsBlocked signals;
   siginfo_t info{};
   if (this_thread_block) info = this_thread_block->held.take(set);
-  if (info.si_signo != 0) return info;
-  const std::lock_guard guard(held_lock);
-  return process_held.take(set);
+  return info.si_signo != 0 ? info : take_held_for_process(set);
 }
 
 WaitMask::WaitMask(const sigset_t* mask) : block_(need_thread_block()), given_(mask && block_) {
