@@ -118,7 +118,13 @@ int wait_for(const sigset_t* set, siginfo_t* info, const struct timespec* timeou
     if (const siginfo_t held = take_pending(owned); held.si_signo != 0) {
       if (info) *info = held;
       sig = held.si_signo;
-    } else if (sig = real.sigtimedwait(set, info, timeout); sig < 0 && errno == EINTR && (pending_signals() & owned)) {
+      continue;
+    }
+    sig = real.sigtimedwait(set, info, timeout);
+    if (sig > 0 && (block->woken & owned & bit(sig))) {
+      block->woken &= ~bit(sig);
+      sig = 0;
+    } else if (sig < 0 && errno == EINTR && (pending_signals() & owned)) {
       sig = 0;  // it came while the kernel was not waiting for it
     }
   }

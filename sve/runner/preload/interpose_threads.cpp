@@ -34,6 +34,7 @@ Result start_thread(void* record) {
   } else {
     begin_thread(start.block);
   }
+  set_blocked_signals(blocked_signals());  // what waits for a thread that takes it comes now
   return start.function(start.argument);
 }
 

@@ -171,7 +171,8 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   // Traps are served before anything else is asked of libc, which might ask the program's own malloc for memory.
   if (active) {
     start_thread_blocks();
-    start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death}, take_ignored(environment));
+    start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
+                  take_ignored(environment));
     when_copied(adopt_copy);
   }
   find_real_functions();

@@ -62,11 +62,13 @@ void hold_for_process(const siginfo_t& info) {
     const std::lock_guard guard(held_lock);
     process_held.hold(info);
   }
-  // Looked for after it is held: a thread that unblocks the signal meanwhile finds it.
-  const int thread = find_thread_for(info.si_signo);
-  if (thread == 0) return;
+  // After it is held: a thread that unblocks the signal meanwhile finds it.
+  wake_thread_for(info.si_signo);
+}
+
+siginfo_t take_held_for_process(signal_bits set) {
   const std::lock_guard guard(held_lock);
-  if (const siginfo_t held = process_held.take(bit(info.si_signo)); held.si_signo != 0) kernel_resend(thread, held);
+  return process_held.take(set);
 }
 
 // Sends this thread what it holds of `set`. If the signals are blocked in the kernel they come when it unblocks them.
@@ -82,10 +84,17 @@ constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART;
 
 void signal_entry(int sig, siginfo_t* info, void* raw_context);
 
+// Whether the default action of a signal is the process's end, which we want to report.
+bool ends_process(int sig) {
+  constexpr signal_bits lets_live = bit(SIGCHLD) | bit(SIGURG) | bit(SIGWINCH) | bit(SIGCONT) | bit(SIGTSTP) |
+                                    bit(SIGTTIN) | bit(SIGTTOU) | bit(SIGSTOP) | bit(SIGKILL);
+  return services.reports_ends && !(lets_live & bit(sig));
+}
+
 // What the kernel is told for an action of the program.
 kernel_action kernel_form(int sig, const program_action& action) {
   kernel_action form;
-  if (is_owned(sig) || is_handler(action.handler)) {
+  if (is_owned(sig) || is_handler(action.handler) || (action.handler == default_action && ends_process(sig))) {
     form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
     form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
     if (action.handler == ignore_action) form.flags |= SA_RESTART;
@@ -120,12 +129,14 @@ program_action take_action(int sig) {
 }
 
 // Ends the process by the signal when the program resumes.
-void take_default_action(const siginfo_t& info, bool recurs) {
+void take_default_action(siginfo_t info, bool recurs) {
   services.report_death(info.si_signo);
   const kernel_action action;
   kernel_sigaction(info.si_signo, &action, nullptr);
   // A trap or a fault comes again when the instruction is run again, and then kills with all the right particulars.
   if (recurs) return;
+  // With a fault's code an emulator of system calls would take it for a fault of its own.
+  if (info.si_code > 0) info.si_code = SI_TKILL;
   kernel_mask(SIG_BLOCK, bit(info.si_signo));
   kernel_resend(kernel_thread_id(), info);
 }
@@ -159,7 +170,8 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
   const signal_bits before = (saved_mask(context) & ~owned_signals) | block->blocked;
   const signal_bits now = block->waits ? block->wait_mask : before;
   program_action action = read_action(sig);
-  if (!must_come && (action.handler == ignore_action || (!is_owned(sig) && action.handler == default_action))) return;
+  const bool can_end = is_owned(sig) || ends_process(sig);
+  if (!must_come && (action.handler == ignore_action || (!can_end && action.handler == default_action))) return;
   // The kernel does not let a program ignore or block a fault: it ends it.
   if (!is_handler(action.handler) || (must_come && (now & bit(sig)))) return take_default_action(info, recurs);
   action = take_action(sig);
@@ -253,6 +265,11 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     return;
   }
   notice_copy();
+  if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
+    block->woken &= ~bit(sig);
+    *info = take_held_for_process(bit(sig));
+    if (info->si_signo == 0) return;
+  }
   if (sig == 0) {
     // What waited for a run's end is among the late ones.
   } else if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
@@ -286,7 +303,8 @@ void start_signals(const signal_services& given, signal_bits ignored) {
     kernel_action inherited;
     if (kernel_sigaction(sig, nullptr, &inherited) != 0) continue;
     actions[sig] = {inherited.handler, inherited.flags, inherited.mask};
-    if (!is_owned(sig)) continue;
+    if (!is_owned(sig) && (is_handler(inherited.handler) || inherited.handler == ignore_action || !ends_process(sig)))
+      continue;
     if (ignored & bit(sig)) actions[sig].handler = ignore_action;
     const kernel_action form = kernel_form(sig, actions[sig]);
     kernel_sigaction(sig, &form, nullptr);
@@ -367,9 +385,7 @@ siginfo_t take_pending(signal_bits set) {
   const SignalsBlocked signals;
   siginfo_t info{};
   if (this_thread_block) info = this_thread_block->held.take(set);
-  if (info.si_signo != 0) return info;
-  const std::lock_guard guard(held_lock);
-  return process_held.take(set);
+  return info.si_signo != 0 ? info : take_held_for_process(set);
 }
 
 WaitMask::WaitMask(const sigset_t* mask) : block_(need_thread_block()), given_(mask && block_) {

@@ -37,6 +37,8 @@ struct signal_services {
   bool (*answer_fault)(int sig, void* context);
   /// The process is about to die by `sig`.
   void (*report_death)(int sig);
+  /// Whether it is to be called for all signals whose default action is that.
+  bool reports_ends;
 };
 
 /// Takes over the owned signals, which the program finds as they were inherited. Called once at start. `ignored` are

@@ -142,14 +142,14 @@ void for_each_thread_block(void (*body)(thread_block* block, void* argument), vo
   for (thread_block* block = blocks; block; block = block->next) body(block, argument);
 }
 
-int find_thread_for(int sig) {
-  const int self = kernel_thread_id();
+void wake_thread_for(int sig) {
   const std::lock_guard guard(list_lock);
-  for (const thread_block* block = blocks; block; block = block->next) {
-    if (block->thread_id == self || block->is_ending) continue;
-    if ((block->waited_for & bit(sig)) || !(block->blocked & bit(sig))) return block->thread_id;
+  for (thread_block* block = blocks; block; block = block->next) {
+    if (block == this_thread_block || block->is_ending) continue;
+    if (!(block->waited_for & bit(sig)) && (block->blocked & bit(sig))) continue;
+    block->woken |= bit(sig);
+    if (system_call(SYS_tgkill, kernel_process_id(), block->thread_id, sig) == 0) return;
   }
-  return 0;
 }
 
 bool has_other_threads() {

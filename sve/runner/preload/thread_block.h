@@ -50,6 +50,7 @@ struct thread_block {
   bool waits;
   signal_bits wait_mask;
   std::atomic<signal_bits> waited_for;  ///< owned signals that a sigwait of this thread would take
+  std::atomic<signal_bits> woken;       ///< sent to make this thread look for those that are held for the process
 
   held_signals held;  ///< sent to this thread while the program blocks them
   held_signals late;  ///< sent while the runner was at work on this thread
@@ -100,8 +101,9 @@ void begin_thread(thread_block* block);
 /// The runner's stack, as the kernel is told of it.
 stack_t runner_stack(const thread_block* block);
 
-/// For a signal of the whole process that this thread blocks: another thread that does not, or waits for it; 0 if none.
-int find_thread_for(int sig);
+/// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for it,
+/// if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
+void wake_thread_for(int sig);
 
 /// Whether there are threads beside this one, as far as we know.
 bool has_other_threads();
