@@ -48,7 +48,14 @@ char* copy(char (&to)[Size], std::string_view text) {
   return to + text.copy(to, Size - 1);
 }
 
+unsigned long number(std::string_view digits) {
+  unsigned long value = 0;
+  for (const char c : digits) value = value * 10 + static_cast<unsigned long>(c - '0');
+  return value;
+}
+
 void read_options() {
+  const auto process_id = static_cast<unsigned long>(kernel_process_id());
   std::string_view rest = all_options;
   while (!rest.empty()) {
     if (rest.starts_with(counts_word)) {
@@ -61,8 +68,7 @@ void read_options() {
     if (word == quiet_word) options.quiet = true;
     if (word == no_announce_word) options.announce = false;
     if (word == no_patch_word) options.patch = false;
-    if (word.starts_with(begun_word))
-      options.counts_begun = std::atoi(word.data() + begun_word.size()) == kernel_process_id();
+    if (word.starts_with(begun_word)) options.counts_begun = number(word.substr(begun_word.size())) == process_id;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
 }
@@ -149,7 +155,7 @@ signal_bits take_ignored(char** environment) {
   for (char** e = environment; *e; ++e) {
     if (std::strncmp(*e, ignored_variable, sizeof ignored_variable - 1) != 0) continue;
     char* digit = *e + sizeof ignored_variable;
-    for (char* c = digit; *c; ++c) ignored = ignored * 10 + static_cast<unsigned>(*c - '0');
+    ignored = number(digit);
     *digit = 0;
   }
   return ignored;
