@@ -71,6 +71,9 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.add_flag_callback(
       "--no-announce", [&line] { line.announce = false; },
       "Do not tell programs that ask (getauxval, prctl) that there is SVE");
+  app.add_flag_callback(
+      "--no-patch", [&line] { line.patch = false; },
+      "Leave the program's code as it is and serve every run by a trap, for programs that read their own code");
   std::string platform = "embedded";
   app.add_option("--platform", platform,
                  "How instructions are caught: embedded, a preloaded library that handles SIGILL; or dynamorio, the "
@@ -139,6 +142,7 @@ std::string options_value(const command_line& line) {
   };
   if (line.quiet) add(quiet_word);
   if (!line.announce) add(no_announce_word);
+  if (!line.patch) add(no_patch_word);
   if (line.counts_file.find("%p") != std::string::npos) add(std::string(begun_word) + std::string(begun_width, '0'));
   if (line.counts) add(std::string(counts_word) + (line.counts_file.empty() ? "" : "=" + line.counts_file));
   return value;

@@ -9,6 +9,7 @@ namespace sve::runner {
 struct command_line {
   bool quiet = false;
   bool announce = true;
+  bool patch = true;
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
   bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one

@@ -27,8 +27,8 @@ class KeptFile {
   dev_t special_ = 0;
 };
 
-/// Writes all of `text`. A reader that is gone or a limit that is met ends the writing and not the process. Returns 0 or
-/// an error number.
+/// Writes all of `text`. A reader that is gone or a limit that is met ends the writing and not the process. Returns 0
+/// or an error number.
 int write_quietly(int fd, const char* text, std::size_t size);
 
 }  // namespace sve::runner

@@ -5,6 +5,7 @@
 #include "sve/decode/dispatch.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/text.h"
+#include "sve/runner/sites/site.h"
 
 namespace sve::runner {
 namespace {
@@ -29,38 +30,59 @@ bool refuses(std::uint32_t word) {
   return is_logical_immediate && has_no_width;
 }
 
-// One trap serves all instructions of ours that follow each other. A run ends with its page: the next may not be there,
-// or may not be code.
-void run(cpu_state* state) {
+void execute(cpu_state* state, std::uint32_t word, decode_handler handle, site* s) {
+  if (handle(state, word) != AARCH64_DECODE_EXECUTED) {
+    print_failure(word, state->pc);
+    if (s) s->partial[state->pc - s->address].fetch_sub(1);  // it does not count with the run
+  }
+  ++state->pc;
+}
+
+void run(cpu_state* state, site* s) {
   asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(static_cast<std::uint64_t>(state->fpcr)),
                "r"(static_cast<std::uint64_t>(state->fpsr)));
+  if (s) {
+    for (std::size_t i = 0; i < s->count; ++i) execute(state, s->words[i], s->handlers[i], s);
+    return;
+  }
   do {
     const std::uint32_t word = *state->pc;
-    if (!may_be_ours(word) || refuses(word)) return;
-    if (execute_sve_instruction(state) != AARCH64_DECODE_EXECUTED) {
-      if (!is_sve(word)) return;
-      print_failure(word, state->pc);
-      ++state->pc;
-    }
+    const decode_handler handle = handler_of(word);
+    if (!handle) return;
+    execute(state, word, handle, nullptr);
+    count_without_site();
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
 }
 
 }  // namespace
 
+decode_handler handler_of(std::uint32_t word) { return may_be_ours(word) && !refuses(word) ? is_sve(word) : nullptr; }
+
 bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   cpu_state* state = &block->state;
   load_state(state, context);
-  const std::uint32_t* start = state->pc;
-  if (guarded(block, [state] { run(state); })) {
-    if (state->pc == start) return false;
-    block->used_sve = true;
+  std::uint32_t* const start = state->pc;
+  site* const s = need_site(start);
+  // Another thread may have patched it since it trapped here.
+  if (!s && !handler_of(*start)) return is_patched(start);
+  block->used_sve = true;
+  const bool faulted = !guarded(block, [=] { run(state, s); });
+  if (s) {
+    if (faulted) {
+      // Not patched yet: the program's handler may look at the instruction.
+      count_partial(s, static_cast<std::size_t>(state->pc - start));
+    } else {
+      ++counts_of(block)[s->index];
+      patch_site(s);
+    }
+  }
+  if (!faulted) {
     store_state(state, context);
     return true;
   }
   // The program's own data were not there. It hears of it as of a fault of the instruction that is now at `pc`.
   std::memcpy(context->uc_mcontext.__reserved, block->fault_records, sizeof block->fault_records);
   context->uc_mcontext.fault_address = reinterpret_cast<std::uintptr_t>(block->fault.si_addr);
-  block->used_sve = true;
   store_state(state, context);
   *info = block->fault;
   return false;

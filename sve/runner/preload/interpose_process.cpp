@@ -176,8 +176,8 @@ int replace_program(bool likely, char* const* environment, Function function) {
   va_start(list, first);                                                                \
   for (std::size_t i = 1; i <= argument_count; ++i) arguments[i] = va_arg(list, char*);
 
-// The child finds ours as the kernel's actions and an unblocked mask, and would inherit neither what the program ignores
-// nor what it blocks.
+// The child finds ours as the kernel's actions and an unblocked mask, and would inherit neither what the program
+// ignores nor what it blocks.
 int spawn(decltype(&::posix_spawn) function, pid_t* pid, const char* path, const posix_spawn_file_actions_t* files,
           const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
   posix_spawnattr_t own{};
@@ -206,8 +206,8 @@ auto with_command(const char* command, Function function) {
   auto* whole = static_cast<char*>(alloca(size));
   char* at = whole;
   for (char** e = entries; *e; ++e) {
-    const bool is_ours = is_variable(*e, preload_variable) || is_variable(*e, options_variable) ||
-                         is_variable(*e, ignored_variable);
+    const bool is_ours =
+        is_variable(*e, preload_variable) || is_variable(*e, options_variable) || is_variable(*e, ignored_variable);
     if (is_ours && !std::strchr(*e, '\'')) at += std::sprintf(at, "export '%s'; ", *e);
   }
   std::strcpy(at, command);

@@ -90,9 +90,7 @@ signal_bits noted_blocked(const sigset_t* set) {
   return (note & ~owned_signals) == note_mark ? note & owned_signals : 0;
 }
 
-const sigset_t* saved_set(const __jmp_buf_tag* env) {
-  return reinterpret_cast<const sigset_t*>(&env->__saved_mask);
-}
+const sigset_t* saved_set(const __jmp_buf_tag* env) { return reinterpret_cast<const sigset_t*>(&env->__saved_mask); }
 
 void restore_blocked(const __jmp_buf_tag* env) {
   if (env->__mask_was_saved) set_blocked_signals(noted_blocked(saved_set(env)));

@@ -85,8 +85,8 @@ void wrap(sigevent* event) {
   const SignalsBlocked signals;
   const std::lock_guard guard(notifications_lock);
   notification* found = notifications;
-  while (found && (found->function != event->sigev_notify_function ||
-                   found->value.sival_ptr != event->sigev_value.sival_ptr)) {
+  while (found &&
+         (found->function != event->sigev_notify_function || found->value.sival_ptr != event->sigev_value.sival_ptr)) {
     found = found->next;
   }
   if (!found) {

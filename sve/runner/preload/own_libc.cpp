@@ -137,6 +137,28 @@ OWN char* getenv(const char* name) {
   return nullptr;
 }
 
+namespace {
+
+sve::runner::signal_bits* bits_of(const sigset_t* set) {
+  return reinterpret_cast<sve::runner::signal_bits*>(const_cast<sigset_t*>(set));
+}
+
+}  // namespace
+
+OWN int sigemptyset(sigset_t* set) {
+  memset(set, 0, sizeof *set);
+  return 0;
+}
+OWN int sigaddset(sigset_t* set, int sig) {
+  *bits_of(set) |= sve::runner::bit(sig);
+  return 0;
+}
+OWN int sigdelset(sigset_t* set, int sig) {
+  *bits_of(set) &= ~sve::runner::bit(sig);
+  return 0;
+}
+OWN int sigismember(const sigset_t* set, int sig) { return (*bits_of(set) & sve::runner::bit(sig)) != 0; }
+
 OWN [[noreturn]] void abort() {
   using namespace sve::runner;
   const kernel_action action;

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "sve/runner/options.h"
 #include "sve/fault/fault_capture.h"
+#include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/interpose.h"
@@ -19,7 +19,8 @@
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/runner/preload/thread_block.h"
-#include "sve/stats/stats.h"
+#include "sve/runner/sites/interruption.h"
+#include "sve/runner/sites/site.h"
 
 namespace sve::runner {
 namespace {
@@ -27,6 +28,7 @@ namespace {
 struct process_options {
   bool quiet = false;
   bool announce = true;
+  bool patch = true;
   bool counts = false;
   bool counts_begun = false;  ///< this process, before an exec, has begun its file
   char counts_file[4096] = "";
@@ -58,7 +60,9 @@ void read_options() {
     const std::string_view word = rest.substr(0, rest.find(':'));
     if (word == quiet_word) options.quiet = true;
     if (word == no_announce_word) options.announce = false;
-    if (word.starts_with(begun_word)) options.counts_begun = std::atoi(word.data() + begun_word.size()) == kernel_process_id();
+    if (word == no_patch_word) options.patch = false;
+    if (word.starts_with(begun_word))
+      options.counts_begun = std::atoi(word.data() + begun_word.size()) == kernel_process_id();
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
 }
@@ -109,14 +113,14 @@ const char* options_text() { return all_options; }
 void before_fork() {
   if (!active) return;
   mask_before_fork = kernel_mask(SIG_SETMASK, ~signal_bits{0});
-  icounts_mutex.lock();
+  lock_sites();
   lock_actions();
 }
 
 void after_fork_in_parent() {
   if (!active) return;
   unlock_actions();
-  icounts_mutex.unlock();
+  unlock_sites();
   kernel_mask(SIG_SETMASK, mask_before_fork);
 }
 
@@ -125,9 +129,7 @@ void after_fork_in_child() {
   begin_process();
   keep_own_thread_block();
   forget_pending();
-  sve_instr_count = 0;
-  aarch64_instr_count = 0;
-  icounts.clear();
+  sites_after_fork_in_child();
   restart_report();
   mark_counts_begun();
   after_fork_in_parent();
@@ -169,7 +171,8 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   // Traps are served before anything else is asked of libc, which might ask the program's own malloc for memory.
   if (active) {
     start_thread_blocks();
-    start_signals({serve_trap, recover_guarded_fault, report_death}, take_ignored(environment));
+    start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
+                  take_ignored(environment));
     when_copied(adopt_copy);
   }
   find_real_functions();
@@ -177,6 +180,7 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   if (!active) return;
   start_report(program_name, !options.quiet, options.counts, options.counts_file, options.counts_begun);
   mark_counts_begun();
+  start_sites(options.patch);
   // Programs that read the auxiliary vector themselves find SVE there too.
   if (options.announce) *features |= hwcap_sve;
   pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);

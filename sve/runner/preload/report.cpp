@@ -4,14 +4,13 @@
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/process.h"
-#include "sve/stats/stats.h"
+#include "sve/runner/sites/site.h"
 
 namespace sve::runner {
 namespace {
@@ -67,14 +66,18 @@ bool one_file_a_process() { return std::strstr(wanted.counts_file, "%p") != null
 
 // The lines of dump_sve_stats, to any descriptor.
 int write_counts(int fd) {
+  std::size_t size = 0;
+  const counted_word* const words = collect_counts(size);
+  if (!words) {
+    print_line("no memory for the counts; give the program more to have them");
+    return 0;
+  }
   Text<8192> lines;
-  int error = 0;
-  const std::lock_guard lock(icounts_mutex);  // other threads may still run
-  for (const auto& [pc, entry] : icounts) {
-    lines.hex(reinterpret_cast<std::uintptr_t>(pc)) << ": ";
-    lines.hex(entry.first, 8) << " " << entry.second.load() << "\n";
+  for (std::size_t i = 0; i < size; ++i) {
+    lines.hex(reinterpret_cast<std::uintptr_t>(words[i].address)) << ": ";
+    lines.hex(words[i].word, 8) << " " << words[i].count << "\n";
     if (lines.room() >= 64) continue;
-    if ((error = write_quietly(fd, lines.data(), lines.size())) != 0) return error;
+    if (const int error = write_quietly(fd, lines.data(), lines.size()); error != 0) return error;
     lines.clear();
   }
   return write_quietly(fd, lines.data(), lines.size());
@@ -115,7 +118,7 @@ void report() {
   const SignalsBlocked signals;
   if (const int fd = report_target(); wanted.totals && fd >= 0) {
     Text<320> line;
-    line << wanted.program_name << ": " << sve_instr_count.load() << " SVE instructions executed\n";
+    line << wanted.program_name << ": " << count_executions() << " SVE instructions executed\n";
     write_quietly(fd, line.data(), line.size());
   }
   if (wanted.counts) report_counts();

@@ -17,16 +17,16 @@
 namespace sve::runner {
 namespace {
 
-constexpr std::uintptr_t default_action = 0;  // SIG_DFL
-constexpr std::uintptr_t ignore_action = 1;   // SIG_IGN
+constexpr std::uintptr_t default_action = 0;          // SIG_DFL
+constexpr std::uintptr_t ignore_action = 1;           // SIG_IGN
 constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kernel, which libc's may exceed
 
 signal_services services;
 bool has_landing_pads = false;
 
-// A handler returns here. By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal frame.
-// They lie in memory that cannot be executed, so that a return to them is a fault and the entry takes over: the frame
-// may hold an SVE record, which a kernel that knows no SVE would refuse.
+// A handler returns here. By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal
+// frame. They lie in memory that cannot be executed, so that a return to them is a fault and the entry takes over: the
+// frame may hold an SVE record, which a kernel that knows no SVE would refuse.
 alignas(8) std::uint32_t handler_return[] = {0xd2801168, 0xd4000001};  // mov x8, #139; svc #0
 
 // The actions as the program set them. Writers hold the lock, with all signals blocked; readers are signal handlers,
@@ -84,10 +84,17 @@ constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART;
 
 void signal_entry(int sig, siginfo_t* info, void* raw_context);
 
+// Whether the default action of a signal is the process's end, which we want to report.
+bool ends_process(int sig) {
+  constexpr signal_bits lets_live = bit(SIGCHLD) | bit(SIGURG) | bit(SIGWINCH) | bit(SIGCONT) | bit(SIGTSTP) |
+                                    bit(SIGTTIN) | bit(SIGTTOU) | bit(SIGSTOP) | bit(SIGKILL);
+  return services.reports_ends && !(lets_live & bit(sig));
+}
+
 // What the kernel is told for an action of the program.
 kernel_action kernel_form(int sig, const program_action& action) {
   kernel_action form;
-  if (is_owned(sig) || is_handler(action.handler)) {
+  if (is_owned(sig) || is_handler(action.handler) || (action.handler == default_action && ends_process(sig))) {
     form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
     form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
     if (action.handler == ignore_action) form.flags |= SA_RESTART;
@@ -163,7 +170,8 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
   const signal_bits before = (saved_mask(context) & ~owned_signals) | block->blocked;
   const signal_bits now = block->waits ? block->wait_mask : before;
   program_action action = read_action(sig);
-  if (!must_come && (action.handler == ignore_action || (!is_owned(sig) && action.handler == default_action))) return;
+  const bool can_end = is_owned(sig) || ends_process(sig);
+  if (!must_come && (action.handler == ignore_action || (!can_end && action.handler == default_action))) return;
   // The kernel does not let a program ignore or block a fault: it ends it.
   if (!is_handler(action.handler) || (must_come && (now & bit(sig)))) return take_default_action(info, recurs);
   action = take_action(sig);
@@ -222,13 +230,17 @@ void resume_from_frame(thread_block* block, ucontext_t* context) {
   }
 }
 
-// The kernel's handler of every signal. The kernel has put it on the runner's stack, but for a thread that was made in a
-// way that we do not see, which has none yet.
+// The kernel's handler of every signal. The kernel has put it on the runner's stack, but for a thread that was made in
+// a way that we do not see, which has none yet.
 void signal_entry(int sig, siginfo_t* info, void* raw_context) {
   auto* context = static_cast<ucontext_t*>(raw_context);
+  thread_block* block = this_thread_block;
+  if (block) {
+    if (services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
+    sig = info->si_signo;
+  }
   const auto sp = context->uc_mcontext.sp;
   const bool is_trap = is_owned(sig) && info->si_code > 0;
-  thread_block* block = this_thread_block;
 
   if (block && block->is_runner_stack(sp)) {
     if (!is_trap) return block->late.hold(*info);
@@ -253,12 +265,14 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     return;
   }
   notice_copy();
-  if (!is_trap && (block->woken & bit(sig))) {
+  if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
     block->woken &= ~bit(sig);
     *info = take_held_for_process(bit(sig));
     if (info->si_signo == 0) return;
   }
-  if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
+  if (sig == 0) {
+    // What waited for a run's end is among the late ones.
+  } else if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
     resume_from_frame(block, context);
   } else if (is_trap) {
     if (sig != SIGILL || !services.serve_trap(block, info, context)) deliver(block, *info, context, true, true);
@@ -289,7 +303,8 @@ void start_signals(const signal_services& given, signal_bits ignored) {
     kernel_action inherited;
     if (kernel_sigaction(sig, nullptr, &inherited) != 0) continue;
     actions[sig] = {inherited.handler, inherited.flags, inherited.mask};
-    if (!is_owned(sig)) continue;
+    if (!is_owned(sig) && (is_handler(inherited.handler) || inherited.handler == ignore_action || !ends_process(sig)))
+      continue;
     if (ignored & bit(sig)) actions[sig].handler = ignore_action;
     const kernel_action form = kernel_form(sig, actions[sig]);
     kernel_sigaction(sig, &form, nullptr);

@@ -5,8 +5,8 @@
 // that the kernel resumes the program in its handler, and returns. So nothing of ours is on a stack while a handler
 // runs, which it may leave as it likes. When it returns, it returns into the entry again.
 //
-// For the owned signals ours stays the kernel's handler whatever the program sets, and the kernel never has them blocked;
-// whether the program thinks them blocked is kept here.
+// For the owned signals ours stays the kernel's handler whatever the program sets, and the kernel never has them
+// blocked; whether the program thinks them blocked is kept here.
 #pragma once
 
 #include <signal.h>
@@ -14,6 +14,7 @@
 
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/thread_block.h"
+#include "sve/runner/sites/interruption.h"
 
 namespace sve::runner {
 
@@ -26,13 +27,18 @@ struct program_action {
 
 /// What the entry calls, all on the runner's stack with every signal blocked but the owned ones.
 struct signal_services {
-  /// Serves an illegal instruction. Returns true if the program goes on at `context`; otherwise `*info` tells the signal
-  /// that it gets there.
+  /// Asked first of all: whether the signal meets a run. See sites/interruption.h.
+  interruption (*interrupt_run)(thread_block* block, siginfo_t* info, ucontext_t* context,
+                                bool (*answer)(int sig, void* context));
+  /// Serves an illegal instruction. Returns true if the program goes on at `context`; otherwise `*info` tells the
+  /// signal that it gets there.
   bool (*serve_trap)(thread_block* block, siginfo_t* info, ucontext_t* context);
   /// Whether a fault at `context` is the model's own question about memory; if so, the answer is in `context`.
   bool (*answer_fault)(int sig, void* context);
   /// The process is about to die by `sig`.
   void (*report_death)(int sig);
+  /// Whether it is to be called for all signals whose default action is that.
+  bool reports_ends;
 };
 
 /// Takes over the owned signals, which the program finds as they were inherited. Called once at start. `ignored` are

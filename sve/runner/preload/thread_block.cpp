@@ -7,6 +7,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/runner/sites/site.h"
+
 namespace sve::runner {
 
 thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
@@ -17,7 +19,7 @@ namespace {
 constexpr std::size_t guard_size = 65536;  // one page at the largest page size
 constexpr std::size_t stack_size = 256 * 1024;
 constexpr std::size_t block_offset = guard_size + stack_size;
-constexpr std::size_t mapping_size = block_offset + ((sizeof(thread_block) + 65535) & ~std::size_t{65535});
+constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_sites * sizeof(std::uint64_t);
 
 pthread_key_t key;
 SpinLock list_lock;
@@ -48,6 +50,7 @@ thread_block* take_unused() {
       continue;
     }
     *at = block->next;
+    keep_counts_of(block);
     block->next = unused;
     unused = block;
   }
@@ -139,6 +142,11 @@ thread_block* need_thread_block() {
   thread_block* block = make_thread_block();
   if (block) begin_thread(block);
   return block;
+}
+
+void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument) {
+  const std::lock_guard guard(list_lock);
+  for (thread_block* block = blocks; block; block = block->next) body(block, argument);
 }
 
 void wake_thread_for(int sig) {

@@ -37,8 +37,14 @@ struct thread_block {
   unsigned long is_vforked;
 
   cpu_state state;
-  bool used_sve;          ///< whether `state` holds more than zeroes above the V registers
-  stack_t program_stack;  ///< as the program set it; SS_DISABLE if it has none
+  // These are written by entries of sites: see sites/offsets.h.
+  std::uint64_t running;   ///< an entry's address if it executes a run now; `state` is whole between two instructions
+  std::uint32_t pending;   ///< whether something waits for the run's end
+  std::uint32_t used_sve;  ///< whether `state` holds more than zeroes above the V registers
+
+  siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
+  signal_bits deferred_mask;  ///< the program's mask, while everything waits
+  stack_t program_stack;      ///< as the program set it; SS_DISABLE if it has none
 
   // A wait with a mask of its own, as in sigsuspend. A signal's arrival ends it.
   bool waits;
@@ -65,14 +71,27 @@ struct thread_block {
   bool is_runner_stack(std::uintptr_t sp) const;
 };
 
+/// A thread's executions of each site, by the site's index, lie behind its block, so that entries need no lock to
+/// count.
+inline constexpr std::size_t thread_counts_offset = 65536;
+static_assert(sizeof(thread_block) <= thread_counts_offset);
+inline std::uint64_t* counts_of(thread_block* block) {
+  return reinterpret_cast<std::uint64_t*>(reinterpret_cast<std::byte*>(block) + thread_counts_offset);
+}
+
+/// Calls `body` with each thread's block, of those too that have ended and not been reused. Call with all signals
+/// blocked.
+void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument);
+
 /// This thread's block, or null. Initial-exec, so that a signal handler reads it without a call.
 extern thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec")));
 
-/// The block of this thread, made if need be; null when memory has run out. The kernel's mask loses the owned signals to
-/// the program's view.
+/// The block of this thread, made if need be; null when memory has run out. The kernel's mask loses the owned signals
+/// to the program's view.
 thread_block* need_thread_block();
 
-/// A block for a thread to come, and its return if none comes. Memory of threads that have ended is reused or given back.
+/// A block for a thread to come, and its return if none comes. Memory of threads that have ended is reused or given
+/// back.
 thread_block* make_thread_block();
 void free_thread_block(thread_block* block);
 
