@@ -37,11 +37,7 @@ bool is_gone(const thread_block* block) {
   return block->is_ending && system_call(SYS_tgkill, kernel_process_id(), block->thread_id, 0) == -ESRCH;
 }
 
-// Memory for another thread, or none.
-void reset(thread_block* block) {
-  std::memset(static_cast<void*>(block), 0, sizeof *block);
-  block->program_stack.ss_flags = SS_DISABLE;
-}
+void unmap(thread_block* block) { system_call(SYS_munmap, address(mapping_of(block)), mapping_size); }
 
 // Takes the blocks of threads that are gone off the list.
 thread_block* take_unused() {
@@ -93,24 +89,38 @@ stack_t runner_stack(const thread_block* block) {
 
 thread_block* make_thread_block() {
   const SignalsBlocked signals;
-  if (thread_block* unused = take_unused()) {
-    while (thread_block* more = unused->next) {
-      unused->next = more->next;
-      free_thread_block(more);
+  thread_block* block = take_unused();
+  if (block) {
+    while (thread_block* more = block->next) {
+      block->next = more->next;
+      unmap(more);
     }
-    reset(unused);
-    return unused;
+    std::memset(static_cast<void*>(block), 0, sizeof *block);
+  } else {
+    const long mapping = system_call(SYS_mmap, 0, mapping_size, PROT_READ | PROT_WRITE,
+                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapping < 0 && mapping > -4096) return nullptr;
+    system_call(SYS_mprotect, mapping, guard_size, PROT_NONE);
+    block = reinterpret_cast<thread_block*>(mapping + static_cast<long>(block_offset));  // the pages come zeroed
   }
-  const long mapping = system_call(SYS_mmap, 0, mapping_size, PROT_READ | PROT_WRITE,
-                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (mapping < 0 && mapping > -4096) return nullptr;
-  system_call(SYS_mprotect, mapping, guard_size, PROT_NONE);
-  auto* block = reinterpret_cast<thread_block*>(mapping + static_cast<long>(block_offset));  // the pages come zeroed
   block->program_stack.ss_flags = SS_DISABLE;
+  // Known before its thread begins, so that no thread is ever missed.
+  const std::lock_guard guard(list_lock);
+  block->next = blocks;
+  blocks = block;
   return block;
 }
 
-void free_thread_block(thread_block* block) { system_call(SYS_munmap, address(mapping_of(block)), mapping_size); }
+void free_thread_block(thread_block* block) {
+  const SignalsBlocked signals;
+  {
+    const std::lock_guard guard(list_lock);
+    thread_block** at = &blocks;
+    while (*at != block) at = &(*at)->next;
+    *at = block->next;
+  }
+  unmap(block);
+}
 
 void begin_thread(thread_block* block) {
   block->thread_id = kernel_thread_id();
@@ -123,9 +133,6 @@ void begin_thread(thread_block* block) {
   this_thread_block = block;
   // The key is one of the first, whose values lie in the thread's descriptor: this neither allocates nor locks.
   pthread_setspecific(key, block);
-  const std::lock_guard guard(list_lock);
-  block->next = blocks;
-  blocks = block;
 }
 
 thread_block* need_thread_block() {
@@ -145,7 +152,7 @@ void for_each_thread_block(void (*body)(thread_block* block, void* argument), vo
 void wake_thread_for(int sig) {
   const std::lock_guard guard(list_lock);
   for (thread_block* block = blocks; block; block = block->next) {
-    if (block == this_thread_block || block->is_ending) continue;
+    if (block == this_thread_block || block->is_ending || block->thread_id == 0) continue;
     if (!(block->waited_for & bit(sig)) && (block->blocked & bit(sig))) continue;
     block->woken |= bit(sig);
     if (system_call(SYS_tgkill, kernel_process_id(), block->thread_id, sig) == 0) return;
