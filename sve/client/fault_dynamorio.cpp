@@ -15,7 +15,7 @@
 #include "sve/fault/fault_capture.h"
 
 // The C library's own answer is not there yet when the platform's private loader initialises the client.
-[[gnu::init_priority(1002)]] static const struct page_size_reader {
+[[gnu::init_priority(1020)]] static const struct page_size_reader {
   page_size_reader() { page_size = static_cast<unsigned int>(dr_page_size()); }
 } page_size_is_read;
 unsigned int page_size;

@@ -12,7 +12,7 @@
 
 #include "sve/fault/fault_capture.h"
 
-[[gnu::init_priority(1002)]] static const struct page_size_reader {
+[[gnu::init_priority(1020)]] static const struct page_size_reader {
   page_size_reader() { page_size = static_cast<unsigned int>(sysconf(_SC_PAGESIZE)); }
 } page_size_is_read;
 unsigned int page_size;

@@ -6,10 +6,12 @@
 #include <cstring>
 
 #include "sve/decode/dispatch.h"
+#include "sve/decode/unallocated.h"
 #include "sve/fault/fault_capture.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/runner/preload/thread_block.h"
+#include "sve/stats/stats.h"
 
 extern "C" {
 int sve_call_on_stack(void (*function)(void*), void* argument, void* stack_top, void** resume);
@@ -31,6 +33,14 @@ void print_failure(std::uint32_t word, const void* pc) {
   kernel_write(STDERR_FILENO, text, static_cast<std::size_t>(size));
 }
 
+[[maybe_unused]] const bool counts_may_end = [] {
+  on_no_memory_for_counts = [] {
+    static constexpr char text[] = "sve-run: no memory for more counts; from here on the total alone is counted\n";
+    kernel_write(STDERR_FILENO, text, sizeof text - 1);
+  };
+  return true;
+}();
+
 // Runs on the model's stack. One trap serves all instructions of ours that follow each other. A run ends with its page:
 // the next may not be there, or may not be code.
 void run(void* argument) {
@@ -39,7 +49,7 @@ void run(void* argument) {
                "r"(static_cast<std::uint64_t>(state->fpsr)));
   do {
     const std::uint32_t word = *state->pc;
-    if (!may_be_ours(word)) return;
+    if (!may_be_ours(word) || decode::is_unallocated(word)) return;
     if (execute_sve_instruction(state) != AARCH64_DECODE_EXECUTED) {
       if (!is_sve(word)) return;
       print_failure(word, state->pc);
