@@ -461,6 +461,40 @@ TEST_F(Loads, WholeRegisters) {
   }
 }
 
+// Names of forms that no encoding produces: each does what the form of the same sizes does.
+TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
+  using function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
+  const struct {
+    const char* name;
+    function call, plain;
+  } forms[] = {{"ld1sb", sve_ld1sb_zpri, sve_ld1b_zpri},       {"ld1sh", sve_ld1sh_zpri, sve_ld1h_zpri},
+               {"ld1sw", sve_ld1sw_zpri, sve_ld1w_zpri},       {"ld1sd", sve_ld1sd_zpri, sve_ld1d_zpri},
+               {"st1sb", sve_st1sb_zpri, sve_st1b_zpri},       {"st1sb_h", sve_st1sb_h_zpri, sve_st1b_h_zpri},
+               {"st1sb_s", sve_st1sb_s_zpri, sve_st1b_s_zpri}, {"st1sb_d", sve_st1sb_d_zpri, sve_st1b_d_zpri},
+               {"st1sh", sve_st1sh_zpri, sve_st1h_zpri},       {"st1sh_s", sve_st1sh_s_zpri, sve_st1h_s_zpri},
+               {"st1sh_d", sve_st1sh_d_zpri, sve_st1h_d_zpri}, {"st1sw", sve_st1sw_zpri, sve_st1w_zpri},
+               {"st1sw_d", sve_st1sw_d_zpri, sve_st1w_d_zpri}, {"st1sd", sve_st1sd_zpri, sve_st1d_zpri}};
+  const guarded_memory memory;
+  std::mt19937 random(11);
+  for (const auto& f : forms)
+    for (const int imm : {-8, 0, 7})
+      for (int round = 0; round < 4; ++round) {
+        for (auto& byte : state.p[1]) byte = round == 0 ? 1 : static_cast<std::uint8_t>(random());
+        for (auto& byte : state.z[4]) byte = static_cast<std::uint8_t>(random());
+        state.x[2] = memory.address(1800);
+        const cpu_state before = state;
+        memory.fill_counting();
+        ASSERT_EQ(f.plain(&state, Z(4, 0), governing, base, imm), AARCH64_DECODE_EXECUTED);
+        const cpu_state expected = state;
+        const std::vector<std::uint8_t> stored(memory.begin(), memory.end());
+        state = before;
+        memory.fill_counting();
+        ASSERT_EQ(f.call(&state, Z(4, 0), governing, base, imm), AARCH64_DECODE_EXECUTED);
+        ASSERT_EQ(std::memcmp(&state, &expected, sizeof state), 0) << f.name;
+        ASSERT_EQ(std::memcmp(memory.begin(), stored.data(), stored.size()), 0) << f.name;
+      }
+}
+
 // ---- Structures ----
 
 TEST_F(Loads, StructureGroupsWrapAtZ31) {

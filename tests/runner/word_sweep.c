@@ -1,6 +1,6 @@
 // Executes random words of the vector extension's major opcode and tells of each whether the processor has such an
-// instruction. Run on a processor that has the extension it records the answers; run on one that has not, under the runner,
-// it compares its own with them.
+// instruction. Run on a processor that has the extension it records the answers; run on one that has not, under the
+// runner, it compares its own with them.
 //
 //   word_sweep --write FILE COUNT SEED
 //   word_sweep --compare FILE
@@ -32,7 +32,15 @@ static uint64_t next_random(void) {
   z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
   return z ^ (z >> 31);
 }
-static uint32_t next_word(void) { return ((uint32_t)next_random() & ~(15u << 25)) | 2u << 25; }
+static uint32_t next_word(void) {
+  uint32_t word = ((uint32_t)next_random() & ~(15u << 25)) | 2u << 25;
+  // addvl and addpl into the stack pointer from x30, which holds the word's own address: from the stack pointer
+  // instead.
+  if ((word & 0xffbff81f) == 0x043e501f) word |= 1u << 16;
+  // A store on the stack, below the stack pointer too, where the runner's signal frame lies: elsewhere instead.
+  if (word >> 29 == 7 && (word >> 5 & 31) == 31) word &= ~(1u << 5);
+  return word;
+}
 
 // The word is no instruction if it raises SIGILL itself. A memory fault is that of an instruction.
 static void on_signal(int sig, siginfo_t* info, void* context) {
@@ -46,18 +54,20 @@ static void on_signal(int sig, siginfo_t* info, void* context) {
   siglongjmp(back, 1);
 }
 
-// All general registers point into the scratch memory, the stack pointer too, so that handlers run there; vectors are zero as far as the host knows.
+// All general registers point into the scratch memory, and so does the stack pointer, into another part of it, where
+// the handlers run; vectors are zero as far as the host knows.
 static void jump(const uint32_t* at) {
   __asm__ volatile(
       "mov x30, %0\n"
       "mov sp, %1\n"
+      "mov x29, %2\n"
       ".irp n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29\n"
-      "mov x\\n, sp\n"
+      "mov x\\n, x29\n"
       "movi v\\n\\().2d, #0\n"
       ".endr\n"
       "br x30\n" ::"r"(at),
-      "r"(scratch + scratch_bytes / 2)
-      : "memory");
+      "r"(scratch + scratch_bytes / 4 * 3), "r"(scratch + scratch_bytes / 4)
+      : "memory", "x29", "x30");
   __builtin_unreachable();
 }
 
@@ -73,7 +83,8 @@ static struct {
   const char* reason;
   unsigned long fired;
 } exceptions[] = {
-    {0xff20c000, 0x4420c000, "the emulated processor has indexed multiplications of SVE2 although it is one without", 0},
+    {0xff20c000, 0x4420c000, "the emulated processor has indexed multiplications of SVE2 although it is one without",
+     0},
 };
 
 static int is_excepted(uint32_t word) {
