@@ -27,137 +27,9 @@ std::vector<twin>& twins() {
   return all;
 }
 
-// ---- From the operands of an instruction function to those of a routine, by the routine's shape and the row's form
-// ----
-
-// An unsigned field for a routine whose immediate is signed.
-template <class Immediate>
-struct as_signed {
-  using type = std::int64_t;
-  static void load(std::int64_t& value, const cpu_state*, word_t w) {
-    value = static_cast<std::int64_t>(Immediate::cut(w));
-  }
-};
-// A scalar of element size E into a vector register. The library hands signed extrema on sign-extended; the instruction
-// functions write the element alone.
-template <unsigned E>
-struct to_v_element {
-  static void store(cpu_state* state, word_t w, std::uint64_t x) {
-    byte* z = state->z[bits<4, 0>::cut(w)];
-    std::memset(z, 0, vector_bytes);
-    std::memcpy(z, &x, std::size_t{1} << E);
-  }
-};
-struct to_x_or_sp {
-  static void store(cpu_state* state, word_t w, std::uint64_t x) {
-    write(state, aarch64_i_rsp_reg(bits<4, 0>::cut(w), element_d), x);
-  }
-};
-
-template <class Shape, class Form>
-struct form_of;
-#define FORM(shape, form, ...)           \
-  template <>                            \
-  struct form_of<routine::shape, form> { \
-    using type = __VA_ARGS__;            \
-  };
-#define SIZED_FORM(shape, form, ...)        \
-  template <unsigned E>                     \
-  struct form_of<routine::shape, form<E>> { \
-    using type = __VA_ARGS__;               \
-  };
-#define SIZED_FORM_2(shape, form, ...)         \
-  template <unsigned E, unsigned F>            \
-  struct form_of<routine::shape, form<E, F>> { \
-    using type = __VA_ARGS__;                  \
-  };
-using G_copy = predicate_in<bits<19, 16>>;
-using Xn_signed = signed_register_in<bits<9, 5>>;
-using Xm_signed = signed_register_in<bits<20, 16>>;
-
-SIZED_FORM(vvm, zpz_tied, lib::vvm)
-SIZED_FORM(vvm, zpz, lib::vvm)
-SIZED_FORM_2(vvm, zpz_from, lib::vvm)
-SIZED_FORM(vz, zpz_zeroing, routine_form<to_z, G, Vn>)
-SIZED_FORM(vvvm, zpzz_mla, lib::vvvm)
-SIZED_FORM(vvvm, zpzz_mad, lib::vvvm_mad)
-SIZED_FORM(pvv, zpzz_sel, routine_form<to_z, G4, Vn, Vm>)
-SIZED_FORM(vvx, zzz, lib::vvx)
-SIZED_FORM(v, zz, lib::v)
-SIZED_FORM_2(v, zz_from, lib::v)
-FORM(v, zz_bare, lib::v)
-SIZED_FORM(vix, zi_shifted, lib::vix_shifted<E>)
-SIZED_FORM(vix_signed, zi_signed, lib::vix_signed)
-SIZED_FORM(i_signed, zi_dup, routine_form<to_z, SignedShifted8>)
-FORM(vix, zi_logical, routine_form<to_z, Vdn, LogicalImmediate>)
-FORM(i, zi_dup_logical, routine_form<to_z, LogicalImmediate>)
-SIZED_FORM(i, zi_fp_dup, routine_form<to_z, FpImmediateBits<E>>)
-SIZED_FORM_2(vim_signed, zpi_copy, routine_form<to_z, Vdn, G_copy, SignedShifted8>)
-SIZED_FORM_2(iz, zpi_copy, routine_form<to_z, G_copy, SignedShifted8>)
-SIZED_FORM(vim, zpi_left, routine_form<to_z, Vdn, G, LeftShift<E, true>>)
-SIZED_FORM(vim, zpi_right, routine_form<to_z, Vdn, G, RightShift<E, true>>)
-SIZED_FORM(vim, zpi_fp, lib::vim_fp)
-SIZED_FORM(vix, zzi_left, routine_form<to_z, Vn, LeftShift<E, false>>)
-SIZED_FORM(vix_signed, zzi_right, routine_form<to_z, Vn, as_signed<RightShift<E, false>>>)
-SIZED_FORM(vix, zzi_dup, routine_form<to_z, Vn, DupIndex<E>>)
-FORM(vvix, zzi_ext, routine_form<to_z, Vdn, Vn, Ujoined<bits<20, 16>, bits<12, 10>>>)
-SIZED_FORM(i, zr_dup, routine_form<to_z, Base>)
-SIZED_FORM(vim, zpr_copy, routine_form<to_z, Vdn, G, Base>)
-SIZED_FORM(vim, zpz, routine_form<to_z, Vdn, G, element_in<bits<9, 5>, E>>)  // cpy from a vector register's element
-SIZED_FORM(pv_scalar, vpz, routine_form<to_v_element<E>, G, Vn>)
-SIZED_FORM(pv_scalar, rpz, lib::last_x)
-SIZED_FORM(psv_scalar, rpz_tied, lib::cond_x)
-SIZED_FORM(ii_signed, zii_index, routine_form<to_z, S<9, 5>, S<20, 16>>)
-SIZED_FORM(ii_signed, zir_index, routine_form<to_z, S<9, 5>, Xm_signed>)
-SIZED_FORM(ii_signed, zri_index, routine_form<to_z, Xn_signed, S<20, 16>>)
-SIZED_FORM(ii_signed, zrr_index, routine_form<to_z, Xn_signed, Xm_signed>)
-SIZED_FORM(cmp_vv, ppzz, lib::cmp_vv)
-SIZED_FORM(cmp_v0, ppz, lib::cmp_v0)
-SIZED_FORM(cmp_vi_signed, ppzi_signed, lib::cmp_vi_signed)
-SIZED_FORM(cmp_vi, ppzi_unsigned, lib::cmp_vi_unsigned)
-FORM(pppp, pppp, lib::pppp)
-FORM(pppp, pppp_sel, lib::pppp)
-FORM(ppp, ppp_break<zeroing>, lib::ppp_break)
-FORM(pppp, ppp_break<merging>, routine_form<to_p, Qd, G4, Qn>)
-FORM(pppp, ppp_brkn, routine_form<to_p, G4, Qn, Qd>)
-SIZED_FORM(ppp, ppp_permute, lib::ppp_permute)
-SIZED_FORM_2(pp, pp, routine_form<to_p, Qn>)
-SIZED_FORM(ppp, pp_pnext, routine_form<to_p, Qn, Qd>)
-FORM(test, pp_test, routine_form<nothing, G4, Qn>)
-FORM(pp, pp_rdffr, routine_form<to_p, Qn>)
-FORM(p, p_dst, routine_form<to_p>)
-FORM(write_ffr, p_src, routine_form<nothing, Qn>)
-FORM(set_ffr, no_operands, routine_form<nothing>)
-SIZED_FORM(pattern_p, pi_pattern, lib::pattern)
-SIZED_FORM_2(while_signed, prr_while, lib::while_signed)
-SIZED_FORM_2(while_unsigned, prr_while, routine_form<to_p, Xn, Xm>)
-SIZED_FORM(count_p, rpp_count, routine_form<to_x, G4, Qn>)
-SIZED_FORM(count_p_scalar, rp_count, lib::count_p_x)
-SIZED_FORM(count_scalar, rii_count, lib::count_x)
-SIZED_FORM(count_vector, zii_count, lib::count_v)
-FORM(add_length, rri_length, routine_form<to_x_or_sp, base_in<bits<20, 16>>, S<10, 5>>)
-FORM(length, ri_length, routine_form<to_x, S<10, 5>>)
-SIZED_FORM(load_si, zpri_load, lib::load_q_si)
-SIZED_FORM(load_ss, zprr_load, lib::load_ss)
-SIZED_FORM(load_si, zpri_replicate, routine_form<to_z, G, Base, as_signed<U<21, 16>>>)
-SIZED_FORM(store_si, zpri_store, routine_form<nothing, G, Base, S<19, 16>, Vdn>)
-SIZED_FORM(store_ss, zprr_store, routine_form<nothing, G, Base, Xm, Vdn>)
-FORM(fill_v, zri_fill, routine_form<to_z, Base, vl_offset>)
-FORM(spill_v, zri_fill, routine_form<nothing, Base, vl_offset, Vdn>)
-FORM(fill_p, pri_fill, routine_form<to_p, Base, vl_offset>)
-FORM(spill_p, pri_fill, routine_form<nothing, Base, vl_offset, Qd>)
-SIZED_FORM(gather_vs, zpzi_gather, lib::gather_vi)
-SIZED_FORM(gather_vs, zpzr_gather, lib::gather_vs)
-SIZED_FORM(gather_sv, zprz_gather, lib::gather_sv)
-SIZED_FORM(scatter_vs, zpzi_scatter, lib::scatter_vi)
-SIZED_FORM(scatter_vs, zpzr_scatter, lib::scatter_vs)
-SIZED_FORM(scatter_sv, zprz_scatter, lib::scatter_sv)
-
+/// The library handler of a direct row: what the table makes of a row that goes to the library.
 template <auto* Routine, auto* Function, class Form>
-struct library_of : library<Routine, typename form_of<std::remove_pointer_t<decltype(Routine)>, Form>::type> {};
-// The sum is 64 bits wide whatever the element.
-template <auto* Routine, class Form>
-struct library_of<Routine, sve_uaddv_vpz, Form> : library<Routine, lib::last_v> {};
+struct library_of : library<Routine, Function, Form> {};
 
 // Structure forms move several registers: the one shape that the table's marshalling does not know.
 template <std::size_t N, class Second>
@@ -168,7 +40,7 @@ struct structure_operands {
       std::memcpy(z[k].bytes, state->z[number[k]], vector_bytes);
     }
   }
-  fetched<G> predicate;
+  fetched<Pg<bare>> predicate;
   fetched<Base> base;
   fetched<Second> second;
   VectorV z[N];
@@ -193,16 +65,15 @@ aarch64_decode_rc structures(cpu_state* state, unsigned int word) {
   struct library_of<Routine, Function, Form> {                     \
     static constexpr auto handle = structures<Routine, N, Second>; \
   };
-using Offset = S<19, 16>;
-STRUCTURES(load2_si, 2, Offset)
-STRUCTURES(load3_si, 3, Offset)
-STRUCTURES(load4_si, 4, Offset)
+STRUCTURES(load2_si, 2, Imm_vl)
+STRUCTURES(load3_si, 3, Imm_vl)
+STRUCTURES(load4_si, 4, Imm_vl)
 STRUCTURES(load2_ss, 2, Xm)
 STRUCTURES(load3_ss, 3, Xm)
 STRUCTURES(load4_ss, 4, Xm)
-STRUCTURES(store2_si, 2, Offset)
-STRUCTURES(store3_si, 3, Offset)
-STRUCTURES(store4_si, 4, Offset)
+STRUCTURES(store2_si, 2, Imm_vl)
+STRUCTURES(store3_si, 3, Imm_vl)
+STRUCTURES(store4_si, 4, Imm_vl)
 STRUCTURES(store2_ss, 2, Xm)
 STRUCTURES(store3_ss, 3, Xm)
 STRUCTURES(store4_ss, 4, Xm)
@@ -220,9 +91,9 @@ STRUCTURES(store4_ss, 4, Xm)
   twin { #name, direct < function, __VA_ARGS__> ::handle, library_of < name, function, __VA_ARGS__> ::handle }
 #define DIRECT_FP(key, name, function, ...) \
   twin { #name, direct_fp < function, __VA_ARGS__> ::handle, library_of < name, function, __VA_ARGS__> ::handle }
-#define LIBRARY(key, name, ...) \
+#define LIBRARY(key, name, function, ...) \
   twin { #name, nullptr, nullptr }
-#define PREFETCH(key, name) \
+#define PREFETCH(key, name, function, ...) \
   twin { #name, nullptr, nullptr }
 #define SVE_ROWS(name, ...)                                       \
   namespace {                                                     \
