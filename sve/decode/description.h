@@ -50,6 +50,7 @@ enum class spelling : std::uint8_t {
   shifted,         ///< eight bits that bit 13 of the word shifts left by 8
   logical,         ///< a mask, at the smallest element size that repeats
   floating,        ///< the bits of a floating-point constant at the row's element size
+  choice,          ///< likewise, one of 0.0, 0.5, 1.0 and 2.0
   vector_multiple  ///< an offset in units of what the instruction transfers at a full predicate
 };
 
@@ -64,7 +65,7 @@ struct operand {
   std::uint8_t size = no_size;  ///< element-size code; for general registers 2 is W, 3 is X
   std::uint8_t low = 0;         ///< lowest bit of a register's field
   std::uint8_t width = 0;       ///< bits of a register's field; 0 where the operand is no register
-  std::uint8_t registers = 1;   ///< consecutive registers, modulo 32
+  std::uint8_t registers = 0;   ///< of a list of consecutive ones, modulo 32; 0 where it is none
   predication inactive = predication::none;
   repetition repeated = repetition::none;
   std::uint8_t repeated_size = no_size;

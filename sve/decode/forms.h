@@ -41,6 +41,7 @@ template <unsigned E> using zpzz_sel = form<Z_tied<E, destination, repetition::n
 template <unsigned E> using zpzz_rotated = form<Zda<E>, Pg<merging>, Zn<E>, Zm<E>, Rotation<14, 13>>;
 template <unsigned E> using zpz_rotated = form<Zdn<E>, Pg<merging>, Zn<E>, Rotation<16>>;
 template <unsigned E, unsigned Second = E> using zzz = form<Zd<E>, Zn<E>, Zm<Second>>;
+template <unsigned E> using zzz_table = form<Zd<E>, Z_list<bits<9, 5>, E, source, 1>, Zm<E>>;
 template <unsigned E> using zz = form<Zd<E>, Zn<E>>;
 template <unsigned E, unsigned Source> using zz_from = form<Zd<E>, Zn<Source>>;
 using zz_bare = form<Z_bare<bits<4, 0>, destination>, Z_bare<bits<9, 5>, source>>;
@@ -81,9 +82,9 @@ template <unsigned E, unsigned Q> using zpi_copy = form<Zd<E>, Pg_copy<Q>, Signe
 template <unsigned E> using zpi_left = form<Zdn<E>, Pg<merging>, LeftShift<E, true>>;
 template <unsigned E> using zpi_right = form<Zdn<E>, Pg<merging>, RightShift<E, true>>;
 // Floating-point arithmetic with one of two constants.
-template <unsigned E> using zpi_half_one = form<Zdn<E>, Pg<merging>, FpChoice<E, 0x60, 0x70>>;
-template <unsigned E> using zpi_half_two = form<Zdn<E>, Pg<merging>, FpChoice<E, 0x60, 0x00>>;
-template <unsigned E> using zpi_zero_one = form<Zdn<E>, Pg<merging>, FpChoice<E, 0x00, 0x70>>;
+template <unsigned E> using zpi_half_one = form<Zdn<E>, Pg<merging>, FpChoice<E, fp_half, fp_one>>;
+template <unsigned E> using zpi_half_two = form<Zdn<E>, Pg<merging>, FpChoice<E, fp_half, fp_two>>;
+template <unsigned E> using zpi_zero_one = form<Zdn<E>, Pg<merging>, FpChoice<E, fp_zero, fp_one>>;
 template <unsigned E> using zzi_left = form<Zd<E>, Zn<E>, LeftShift<E, false>>;
 template <unsigned E> using zzi_right = form<Zd<E>, Zn<E>, RightShift<E, false>>;
 template <unsigned E> using zzi_dup = form<Zd<E>, Zn<E>, DupIndex<E>>;
@@ -150,6 +151,7 @@ using Imm_unsigned = offset_of<U<20, 16>>;
 using vl_offset = vl_offset_of<Sjoined<bits<21, 16>, bits<12, 10>>>;
 using Xm = R<bits<20, 16>, d, offset>;
 template <unsigned E> using Z_base = Z<bits<9, 5>, E, base>;
+template <unsigned E, operand_role Role, unsigned Registers = 1> using Zt = Z_list<bits<4, 0>, E, Role, Registers>;
 
 template <unsigned E, unsigned Registers = 1>
 using zpri_load = form<Zt<E, destination, Registers>, Pg<zeroing>, Base, Imm_vl>;

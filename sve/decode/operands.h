@@ -116,11 +116,11 @@ struct Z_tied : vector_value<bits<4, 0>> {
   static constexpr operand about = repeated(register_operand<bits<4, 0>>(operand_kind::z, Role, E), Repeated, E);
   static aarch64_z_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_z_reg::none, E, E}; }
 };
-/// The registers in bits 4 to 0 that a load fills or a store empties, `Count` of them.
-template <unsigned E, operand_role Role, unsigned Count = 1>
-struct Zt : Z<bits<4, 0>, E, Role> {
+/// A list of `Count` registers: what a load fills or a store empties, or the table of a lookup.
+template <class Field, unsigned E, operand_role Role, unsigned Count>
+struct Z_list : Z<Field, E, Role> {
   static constexpr operand about = [] {
-    operand o = register_operand<bits<4, 0>>(operand_kind::z, Role, E);
+    operand o = register_operand<Field>(operand_kind::z, Role, E);
     o.registers = Count;
     return o;
   }();
@@ -350,7 +350,8 @@ struct FpImmediate {
       immediate_operand([](word_t w) { return static_cast<std::int64_t>(cut(w)); }, spelling::floating);
 };
 /// The single bit of the floating-point arithmetic immediates, which chooses between two constants. These are given as
-/// their 8-bit encodings; zero has none and is given as 0.
+/// their 8-bit encodings, of which zero has none.
+inline constexpr std::uint32_t fp_zero = 0x100, fp_half = 0x60, fp_one = 0x70, fp_two = 0x00;
 template <unsigned E, std::uint32_t Clear, std::uint32_t Set>
 struct FpChoice {
   static aarch64_sve_fp_arith_imm record(word_t w) { return {static_cast<std::uint8_t>(bits<5>::cut(w))}; }
@@ -359,9 +360,9 @@ struct FpChoice {
   static constexpr operand about = immediate_operand(
       [](word_t w) {
         const std::uint32_t chosen = bits<5>::cut(w) ? Set : Clear;
-        return chosen == 0 ? 0 : static_cast<std::int64_t>(FpImmediate<E>::cut(bits<12, 5>::place(chosen)));
+        return chosen == fp_zero ? 0 : static_cast<std::int64_t>(FpImmediate<E>::cut(bits<12, 5>::place(chosen)));
       },
-      spelling::floating);
+      spelling::choice);
 };
 /// An element index as the instruction functions of some indexed forms take it.
 template <class Immediate>
