@@ -78,10 +78,10 @@ constexpr std::string_view read_flags[] = {"ctermeq", "ctermne"};
 constexpr std::string_view read_ffr[] = {"rdffr", "rdffrs"};
 constexpr std::string_view write_ffr[] = {"setffr", "wrffr"};
 constexpr std::string_view raise_no_exception[] = {"fabs", "fneg", "fcpy", "fdup", "fexpa", "ftssel"};
+constexpr std::string_view always_exact[] = {"scvtf_s2d_zpz", "ucvtf_s2d_zpz"};
 
 constexpr instruction_function describe(const listed& entry, family of) {
-  std::string_view mnemonic = std::string_view(entry.name).substr(4);
-  mnemonic = mnemonic.substr(0, mnemonic.find('_'));
+  const std::string_view name = std::string_view(entry.name).substr(4), mnemonic = name.substr(0, name.find('_'));
   instruction_function f{entry.name, static_cast<std::uint8_t>(mnemonic.size()), of, 0, 0, false, entry.body};
   describe_access(mnemonic, f);
   f.floating_point = !f.memory_bytes && (mnemonic[0] == 'f' || mnemonic == "scvtf" || mnemonic == "ucvtf");
@@ -89,7 +89,7 @@ constexpr instruction_function describe(const listed& entry, family of) {
   if (one_of(mnemonic, read_flags)) f.reads |= flag_nzcv;
   if (f.speculative() || one_of(mnemonic, read_ffr)) f.reads |= flag_ffr;
   if (f.speculative() || one_of(mnemonic, write_ffr)) f.writes |= flag_ffr;
-  if (f.floating_point && !one_of(mnemonic, raise_no_exception)) f.reads |= flag_fpsr, f.writes |= flag_fpsr;
+  if (f.floating_point && !one_of(mnemonic, raise_no_exception) && !one_of(name, always_exact)) f.writes |= flag_fpsr;
   return f;
 }
 

@@ -1,11 +1,12 @@
-// The two models against each other: every row that runs in an instruction function also runs through the vector
-// library's routine of the same name, on the same states, and both must leave the same state. The pairs come from the
-// table itself: its row files are read once more here, with macros that build both handlers of a row.
+// Every row on random states. It changes what its description says and nothing else; and a row that runs in an
+// instruction function also runs through the vector library's routine of the same name, which must leave the same
+// state. The row files are read once more here, with macros that build the other handler.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <random>
 #include <string>
 #include <string_view>
@@ -16,14 +17,9 @@
 namespace sve::decode {
 namespace {
 
-struct twin {
-  const char* name;
-  handler direct_handle;
-  handler library_handle;
-};
-
-std::vector<twin>& twins() {
-  static std::vector<twin> all;
+/// The library handlers of the direct rows, by name.
+std::map<std::string_view, handler>& other_homes() {
+  static std::map<std::string_view, handler> all;
   return all;
 }
 
@@ -88,20 +84,18 @@ STRUCTURES(store4_ss, 4, Xm)
 #undef PREFETCH
 #undef SVE_ROWS
 #define DIRECT(key, name, function, ...) \
-  twin { #name, direct < function, __VA_ARGS__> ::handle, library_of < name, function, __VA_ARGS__> ::handle }
-#define DIRECT_FP(key, name, function, ...) \
-  twin { #name, direct_fp < function, __VA_ARGS__> ::handle, library_of < name, function, __VA_ARGS__> ::handle }
+  { #name, library_of < name, function, __VA_ARGS__> ::handle }
+#define DIRECT_FP DIRECT
 #define LIBRARY(key, name, function, ...) \
-  twin { #name, nullptr, nullptr }
-#define PREFETCH(key, name, function, ...) \
-  twin { #name, nullptr, nullptr }
-#define SVE_ROWS(name, ...)                                       \
-  namespace {                                                     \
-  [[maybe_unused]] const bool added_##name = [] {                 \
-    for (const twin& t : std::initializer_list<twin> __VA_ARGS__) \
-      if (t.direct_handle) twins().push_back(t);                  \
-    return true;                                                  \
-  }();                                                            \
+  { #name, nullptr }
+#define PREFETCH LIBRARY
+#define SVE_ROWS(name, ...)                                                                              \
+  namespace {                                                                                            \
+  [[maybe_unused]] const bool added_##name = [] {                                                        \
+    for (const auto& [row, handle] : std::initializer_list<std::pair<const char*, handler>> __VA_ARGS__) \
+      if (handle) other_homes()[row] = handle;                                                           \
+    return true;                                                                                         \
+  }();                                                                                                   \
   }
 #include "sve/decode/table_31_13.cpp"        // NOLINT(bugprone-suspicious-include)
 #include "sve/decode/table_31_20.cpp"        // NOLINT(bugprone-suspicious-include)
@@ -129,29 +123,10 @@ struct memory_window {
   byte* bytes() const { return reinterpret_cast<byte*>(window); }
 };
 
-struct description {
-  const sve::decode::map* map;
-  const sve::decode::row* row;
-  char type;       // the element type's letter
-  unsigned bytes;  // the element's size, 1 for predicate operations
-  bool memory, floating_point, flags;
-};
-
-bool has(std::string_view name, std::string_view part) { return name.find(part) != name.npos; }
-
-description describe(const sve::decode::map* map, const sve::decode::row* row) {
-  const std::string_view name = row->name;
-  const unsigned width = name[4] >= '0' && name[4] <= '9' ? static_cast<unsigned>(std::atoi(row->name + 4)) : 8;
-  description d{map,
-                row,
-                name[3],
-                width / 8,
-                has(name, "Load") || has(name, "Store") || has(name, "Fill") || has(name, "Spill"),
-                row->model == sve::decode::kind::direct_fp,
-                false};
-  d.flags = has(name, "Flg") || has(name, "GenNext") || has(name, "TestPZ");
-  return d;
-}
+using sve::decode::address_form;
+using sve::decode::operand;
+using sve::decode::operand_role;
+using sve::decode::row;
 
 constexpr std::uint64_t edge_words[] = {0,
                                         1,
@@ -180,7 +155,7 @@ void fill(byte* bytes, std::size_t count, Random& random) {
 }
 
 template <class Random>
-cpu_state make_state(const description& d, Random& random) {
+cpu_state make_state(const row& r, Random& random) {
   cpu_state state{};
   for (auto& z : state.z) fill(z, vector_bytes, random);
   for (std::uint64_t& x : state.x)
@@ -193,56 +168,55 @@ cpu_state make_state(const description& d, Random& random) {
   // writers of the two models differ there, which has its own test.
   const auto predicate = [&](byte* p) {
     const unsigned density = static_cast<unsigned>(random() % 5);
+    const std::size_t step = r.function->writes & sve::decode::flag_nzcv && r.element_bytes() ? r.element_bytes() : 1;
     for (std::size_t i = 0; i < vector_bytes; ++i) {
       const bool set = density == 0 ? false : density == 4 ? true : random() % 4 < density;
-      p[i] = set && (!d.flags || i % d.bytes == 0);
+      p[i] = set && i % step == 0;
     }
   };
   for (auto& p : state.p) predicate(p);
   predicate(state.ffr);
-  if (d.memory) {
+  if (r.function->is_memory()) {
     // Registers 0 to 15 and SP are bases in the middle of the window, the others small indices; vectors hold offsets,
     // or addresses where they are bases.
     for (unsigned i = 0; i < 31; ++i) state.x[i] = i < 16 ? window + window_bytes / 2 + random() % 64 : random() % 16;
     state.sp = window + window_bytes / 2;
-    const bool addresses = has(d.row->name, "VIZ");
-    const std::size_t size = d.bytes == 4 ? 4 : 8;
-    if (!has(d.row->name, "CLoad") && !has(d.row->name, "CStore") && !has(d.row->name, "E2") &&
-        !has(d.row->name, "E3") && !has(d.row->name, "E4"))
+    const bool addresses = r.form->address == address_form::vector_immediate;
+    const operand* offset = r.find(operand_role::offset);
+    if (addresses || r.form->address == address_form::base_vector)
       for (auto& z : state.z)
-        for (std::size_t i = 0; i < vector_bytes; i += size) {
+        for (std::size_t i = 0; i < vector_bytes; i += r.element_bytes()) {
           std::uint64_t value = addresses ? window + 1024 + random() % 4096 : random() % 128;
-          if (!addresses && random() % 4 == 0 && (has(d.row->name, "XVSZ") || has(d.row->name, "XSVZ")))
+          if (offset->extends == sve::decode::extension::sxtw && random() % 4 == 0)
             value = static_cast<std::uint32_t>(-static_cast<std::int32_t>(random() % 128));
-          std::memcpy(z + i, &value, size);
+          std::memcpy(z + i, &value, r.element_bytes());
         }
   }
-  if (d.floating_point && (has(d.row->name, "CmpLEV0Z") || has(d.row->name, "CmpLTV0Z"))) {
+  if (r.model == sve::decode::kind::direct_fp && (r.mnemonic() == "fcmle" || r.mnemonic() == "fcmlt")) {
     // On a NaN the library's unreached forms differ, deliberately; that has a test of its own.
     for (auto& z : state.z)
-      for (std::size_t i = 0; i < vector_bytes; i += d.bytes) z[i + d.bytes - 1] &= 0xbf;
+      for (std::size_t i = 0; i < vector_bytes; i += r.element_bytes()) z[i + r.element_bytes() - 1] &= 0xbf;
   }
   return state;
 }
 
 template <class Random>
-std::uint32_t make_word(const description& d, Random& random) {
-  std::uint32_t word = d.map->word(d.row->key) | (static_cast<std::uint32_t>(random()) & ~d.map->fixed_bits);
-  const auto set = [&](unsigned high, unsigned low, std::uint32_t value) {
-    const std::uint32_t mask = ((1u << (high - low + 1)) - 1) << low;
-    if ((d.map->fixed_bits & mask) == 0) word = (word & ~mask) | (value << low & mask);
+std::uint32_t make_word(const sve::decode::map& map, const row& r, Random& random) {
+  std::uint32_t word = map.word(r.key) | (static_cast<std::uint32_t>(random()) & ~map.fixed_bits);
+  const auto set = [&](std::uint32_t mask, std::uint32_t bits) {
+    if ((map.fixed_bits & mask) == 0) word = (word & ~mask) | (bits & mask);
   };
-  if (d.memory) {
-    if (!has(d.row->name, "VIZ")) set(9, 5, random() % 4 == 0 ? 31 : random() % 16);         // a base
-    if (has(d.row->name, "LSSZ")) set(20, 16, random() % 4 == 0 ? 31 : 16 + random() % 15);  // an index
-    if (has(d.row->name, "Fill") || has(d.row->name, "Spill")) {
-      set(21, 16, random() % 2 ? 0 : 0x3f);
-    }
-  }
   // Register overlaps are where mistakes show.
-  if (random() % 3 == 0 && !d.memory) set(9, 5, word & 31);
-  if (has(d.row->name, "DupMaskI") || has(d.row->name, "U64AndVIX") || has(d.row->name, "rVIX"))
-    set(5, 5, 0);  // never the immediate whose expansion does not return
+  if (random() % 3 == 0 && !r.function->is_memory()) set(0x1fu << 5, word << 5);
+  for (const operand& o : r.operands()) {
+    const bool general = o.kind == sve::decode::operand_kind::x || o.kind == sve::decode::operand_kind::x_or_sp;
+    if (r.function->is_memory() && general)
+      word = o.with(word, random() % 4 == 0 ? 31 : o.role == operand_role::base ? random() % 16 : 16 + random() % 15);
+    if (o.spelled == sve::decode::spelling::logical) set(1u << 5, 0);  // never the one whose expansion does not return
+  }
+  // A register's length of offset stays in the window.
+  if (r.function->access == sve::decode::access_kind::fill || r.function->access == sve::decode::access_kind::spill)
+    set(0x3fu << 16, random() % 2 ? 0 : ~0u);
   return word;
 }
 
@@ -266,8 +240,7 @@ std::string difference(const cpu_state& a, const cpu_state& b) {
   const auto first = [](const byte* x, const byte* y) {
     std::size_t i = 0;
     while (x[i] == y[i]) ++i;
-    return " at byte " + std::to_string(i) + ": " + std::to_string(x[i]) + " in the function, " + std::to_string(y[i]) +
-           " in the library";
+    return " at byte " + std::to_string(i) + ": " + std::to_string(x[i]) + " and " + std::to_string(y[i]);
   };
   for (int n = 0; n < 32; ++n)
     if (std::memcmp(a.z[n], b.z[n], vector_bytes) != 0) return "Z" + std::to_string(n) + first(a.z[n], b.z[n]);
@@ -278,53 +251,87 @@ std::string difference(const cpu_state& a, const cpu_state& b) {
     if (a.x[n] != b.x[n]) return "X" + std::to_string(n);
   if (a.sp != b.sp) return "SP";
   if (a.nzcv != b.nzcv) return "NZCV";
-  if (a.fpsr != b.fpsr) return "FPSR " + std::to_string(a.fpsr) + " in the function, " + std::to_string(b.fpsr);
+  if (a.fpsr != b.fpsr) return "FPSR " + std::to_string(a.fpsr) + " and " + std::to_string(b.fpsr);
   if (a.fpcr != b.fpcr) return "FPCR";
   return "";
 }
 
-TEST(CrossModel, EveryRowWithTwoHomesAgrees) {
+/// Takes back from `after` what the row says that the word writes; returns which flags had changed.
+sve::decode::flags take_back(const row& r, std::uint32_t word, const cpu_state& before, cpu_state& after) {
+  using enum sve::decode::operand_kind;
+  for (const operand& o : r.operands()) {
+    if (!o.is_written()) continue;
+    const std::uint32_t n = o.number(word);
+    if (o.kind == p) std::memcpy(after.p[n], before.p[n], vector_bytes);
+    if (o.kind == z || o.kind == v)
+      for (unsigned k = 0; k < std::max<unsigned>(o.registers, 1); ++k)
+        std::memcpy(after.z[(n + k) % 32], before.z[(n + k) % 32], vector_bytes);
+    if (n < 31 && (o.kind == x || o.kind == x_or_sp)) after.x[n] = before.x[n];
+    if (n == 31 && o.kind == x_or_sp) after.sp = before.sp;
+  }
+  sve::decode::flags changed = 0;
+  if (after.nzcv != before.nzcv) changed |= sve::decode::flag_nzcv;
+  if (after.fpsr != before.fpsr) changed |= sve::decode::flag_fpsr;
+  if (std::memcmp(after.ffr, before.ffr, vector_bytes) != 0) changed |= sve::decode::flag_ffr;
+  if (r.function->writes & sve::decode::flag_nzcv) after.nzcv = before.nzcv;
+  if (r.function->writes & sve::decode::flag_fpsr) after.fpsr = before.fpsr;
+  if (r.function->writes & sve::decode::flag_ffr) std::memcpy(after.ffr, before.ffr, vector_bytes);
+  return changed;
+}
+
+TEST(EveryRow, ChangesWhatItSaysAndAgreesWithItsOtherHome) {
   constexpr int cases = 80;
   const memory_window memory;
   std::vector<byte> before(window_bytes), after(window_bytes);
+  const auto& homes = sve::decode::other_homes();
   std::size_t pairs = 0;
-  for (const sve::decode::twin& t : sve::decode::twins()) {
-    ++pairs;
-    const sve::decode::map* map = nullptr;
-    const sve::decode::row* row = nullptr;
-    for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
-      for (const sve::decode::row& r : m->rows)
-        if (std::string_view(r.name) == t.name) map = m, row = &r;
-    ASSERT_NE(row, nullptr) << t.name;
-    const description d = describe(map, row);
-    std::mt19937_64 random(std::hash<std::string_view>{}(t.name));
-    for (int i = 0; i < cases; ++i) {
-      const std::uint32_t word = make_word(d, random);
-      const cpu_state start = make_state(d, random);
-      if (d.memory) {
-        fill(before.data(), window_bytes, random);
-        std::memcpy(memory.bytes(), before.data(), window_bytes);
+  std::map<std::string_view, sve::decode::flags> changed;
+  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
+    for (const row& r : map->rows) {
+      const auto other = homes.find(r.name);
+      EXPECT_EQ(other != homes.end(), r.is_direct());
+      pairs += other != homes.end();
+      std::mt19937_64 random(std::hash<std::string_view>{}(r.name));
+      for (int i = 0; i < cases; ++i) {
+        const std::uint32_t word = make_word(*map, r, random);
+        const cpu_state start = make_state(r, random);
+        if (r.function->is_memory()) {
+          fill(before.data(), window_bytes, random);
+          std::memcpy(memory.bytes(), before.data(), window_bytes);
+        }
+        cpu_state result = start;
+        {
+          const live_control control(start);
+          ASSERT_EQ(r.handle(&result, word), AARCH64_DECODE_EXECUTED);
+        }
+        if (r.function->is_memory()) {
+          std::memcpy(after.data(), memory.bytes(), window_bytes);
+          std::memcpy(memory.bytes(), before.data(), window_bytes);
+          if (!r.function->stores()) {
+            EXPECT_EQ(after, before) << r.name;
+          }
+        }
+        EXPECT_EQ(result.instr, r.is_direct() ? word : start.instr) << r.name << ": only direct rows store their word";
+        cpu_state taken_back = result;
+        changed[r.function->name] |= take_back(r, word, start, taken_back);
+        ASSERT_EQ(difference(start, taken_back), "") << r.name << " word " << std::hex << word << " case " << i;
+        if (other == homes.end()) continue;
+        cpu_state by_library = start;
+        ASSERT_EQ(other->second(&by_library, word), AARCH64_DECODE_EXECUTED);
+        ASSERT_EQ(difference(result, by_library), "")
+            << r.name << " word " << std::hex << word << " case " << i << ": function and library";
+        if (r.function->is_memory()) {
+          EXPECT_EQ(std::memcmp(after.data(), memory.bytes(), window_bytes), 0) << r.name << " memory, case " << i;
+        }
+        EXPECT_EQ(by_library.instr, start.instr) << r.name;
       }
-      cpu_state by_function = start, by_library = start;
-      {
-        const live_control control(start);
-        ASSERT_EQ(t.direct_handle(&by_function, word), AARCH64_DECODE_EXECUTED);
-      }
-      if (d.memory) {
-        std::memcpy(after.data(), memory.bytes(), window_bytes);
-        std::memcpy(memory.bytes(), before.data(), window_bytes);
-      }
-      ASSERT_EQ(t.library_handle(&by_library, word), AARCH64_DECODE_EXECUTED);
-      EXPECT_EQ(difference(by_function, by_library), "") << t.name << " word " << std::hex << word << " case " << i;
-      if (d.memory) {
-        EXPECT_EQ(std::memcmp(after.data(), memory.bytes(), window_bytes), 0) << t.name << " memory, case " << i;
-      }
-      EXPECT_EQ(by_function.instr, word);
-      EXPECT_EQ(by_library.instr, start.instr) << t.name << ": a library handler leaves the last direct word";
-      if (!difference(by_function, by_library).empty()) break;
     }
-  }
-  EXPECT_EQ(pairs, 730u);
+  EXPECT_EQ(pairs, homes.size());
+  // What no case changed is not there to be said. No load faults here, so that none marks the first-fault register.
+  for (const auto& f : sve::decode::functions.of)
+    if (const auto found = changed.find(f.name); found != changed.end() && !f.speculative()) {
+      EXPECT_EQ(found->second, f.writes) << f.name;
+    }
 }
 
 }  // namespace
