@@ -1,6 +1,7 @@
 // The 44 decode maps, their construction, and the two searches.
 #include "sve/decode/dispatch.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -137,8 +138,8 @@ decode_handler find_in_execute_order(std::uint32_t word) { return search(execute
 const row* find_row(std::uint32_t word) {
   for (const map* m : maps_in_is_sve_order()) {
     const int key = m->key(word);
-    for (const row& r : m->rows)
-      if (r.key == key) return &r;
+    const auto found = std::ranges::lower_bound(m->rows, key, {}, &row::key);
+    if (found != m->rows.end() && found->key == key) return &*found;
   }
   return nullptr;
 }
