@@ -70,13 +70,19 @@ bool find_code_mapping(std::uintptr_t address, mapping& m) {
     m = known[i];
     if (address >= m.begin && address < m.end) return true;
   }
-  if (!find_mapping(address, m) || m.writable || !m.executable || !m.is_private) return false;
+  if (!find_mapping(address, m) || !m.executable || !m.is_private) return false;
   if (known_count == std::size(known)) known_count = 0;
   known[known_count++] = m;
   return true;
 }
 
 void forget_code_mappings() { known_count = 0; }
+
+bool knows_code_mapping(std::uintptr_t from, std::uintptr_t to) {
+  for (std::size_t i = 0; i < known_count; ++i)
+    if (from < known[i].end && known[i].begin < to) return true;
+  return false;
+}
 
 // The upper end of a gap is taken, next to the mapping above: heaps grow upwards into the lower ends.
 std::uintptr_t find_gap(std::uintptr_t address, std::size_t size, std::size_t reach) {

@@ -34,9 +34,11 @@ class MappingReader {
 /// The mapping that holds `address`; false if there is none.
 bool find_mapping(std::uintptr_t address, mapping& m);
 
-/// The same for private mappings that can be executed and not written, which are remembered. Not for two threads at once.
+/// The same for private mappings that can be executed, which are remembered. Not for two threads at once.
 bool find_code_mapping(std::uintptr_t address, mapping& m);
 void forget_code_mappings();
+/// Whether one that is remembered has a byte between the two addresses.
+bool knows_code_mapping(std::uintptr_t from, std::uintptr_t to);
 
 /// A place for `size` bytes of which every byte is less than `reach` from `address`, in a gap between mappings, as near
 /// as can be; 0 if there is none.

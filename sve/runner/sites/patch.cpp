@@ -27,14 +27,16 @@ bool write_through_file(std::uint32_t* at, std::uint32_t word) {
 
 // The page that write_through_mapping changes now, 0 if none.
 std::atomic<std::uintptr_t> page_in_work{0};
+std::atomic<unsigned> works{0};  // how often there was one
 
 // For the moment of writing the page cannot be executed; a thread that meets that tries again.
 bool write_through_mapping(std::uint32_t* at, std::uint32_t word) {
   mapping m;
   const auto place = reinterpret_cast<std::uintptr_t>(at);
-  if (!find_code_mapping(place, m) && (!find_mapping(place, m) || !m.is_private)) return false;
+  if (!find_code_mapping(place, m)) return false;
   const long page = static_cast<long>(place & ~page_mask);
   page_in_work.store(place & ~page_mask);
+  ++works;
   const long size = page_mask + 1;
   if (!m.writable && system_call(SYS_mprotect, page, size, PROT_READ | PROT_WRITE) != 0) {
     page_in_work.store(0);
@@ -82,9 +84,15 @@ void start_patching() {
 
 bool was_in_work(std::uintptr_t pc) {
   if (file_is_seen) return false;
-  while (page_in_work.load() == (pc & ~page_mask)) system_call(SYS_sched_yield);
-  mapping m;
-  return find_mapping(pc, m) && m.executable;
+  for (;;) {
+    const unsigned before = works.load();
+    mapping m;
+    if (page_in_work.load() != (pc & ~page_mask)) {
+      if (find_mapping(pc, m) && m.executable) return true;
+      if (works.load() == before) return false;
+    }
+    system_call(SYS_sched_yield);
+  }
 }
 
 bool patch_word(std::uint32_t* at, std::uint32_t from, std::uint32_t to) {

@@ -101,7 +101,7 @@ site* make(std::uint32_t* address) {
   // In code that the program can write a run is one instruction long, so that no part of one can change behind its
   // entry's back.
   mapping m;
-  const bool is_steady = !patching || find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m);
+  const bool is_steady = !patching || (find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m) && !m.writable);
   const std::size_t most = is_steady ? longest_run : 1;
   do {
     const std::uint32_t word = own_word(address + n);
@@ -282,9 +282,14 @@ bool branch_to_entry(site* s) {
 }  // namespace
 
 void patch_site(site* s) {
-  if (!patching || s->patch.load(std::memory_order_relaxed) != 0 || s->gave_up.load(std::memory_order_relaxed)) return;
+  // A patch may be noted that is gone: the program has mapped the same code there once more.
+  const auto is_done = [s] {
+    return s->gave_up.load(std::memory_order_relaxed) ||
+           read_word(s->address) == s->patch.load(std::memory_order_relaxed);
+  };
+  if (!patching || is_done()) return;
   const std::lock_guard guard(lock);
-  if (s->patch.load(std::memory_order_relaxed) != 0 || s->gave_up.load(std::memory_order_relaxed)) return;
+  if (is_done()) return;
   if (branch_to_entry(s)) return;
   s->gave_up = true;
   ++count_of_unpatched;
@@ -295,11 +300,12 @@ bool is_patched(const std::uint32_t* address) {
   return own_word(address) != word;
 }
 
-void unpatch_sites(std::uintptr_t from, std::uintptr_t to) {
+void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) {
+  if (!knows_code_mapping(from, to)) return;
   const SignalsBlocked signals;
   const std::lock_guard guard(lock);
   forget_code_mappings();
-  for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); i < n; ++i) {
+  for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); become_writable && i < n; ++i) {
     site* s = by_index[i];
     const auto at = reinterpret_cast<std::uintptr_t>(s->address);
     const std::uint32_t patch = s->patch.load(std::memory_order_relaxed);

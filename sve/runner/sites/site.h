@@ -78,8 +78,9 @@ void start_sites(bool patches);
 /// Gives the site an entry and patches the program to branch there, if that can be.
 void patch_site(site* s);
 
-/// Puts back the program's own words between two addresses, since they are about to be written to.
-void unpatch_sites(std::uintptr_t from, std::uintptr_t to);
+/// The program changes its mappings between two addresses. Where they become writable its own words are put back, which it
+/// may be about to write to or to read.
+void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable);
 
 /// Sites that go on trapping since no entry fits within reach, or writing is refused.
 std::size_t unpatched_sites();
