@@ -71,8 +71,8 @@ difference_rule rules[rule_count] = {
      "it must fault",
      0},
     {"emulator-unzip-predicate",
-     "the emulated processor misplaces the elements of UZP1 and UZP2 of predicates when the vector length is no power of "
-     "two; expected is what the definition gives",
+     "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits too low at "
+     "this vector length; expected is its answer with that put right, and the 8 bits that are lost so as defined",
      0},
 };
 
@@ -329,8 +329,17 @@ void expect_unzip(const test_case& c, unsigned part, outcome& expected) {
     for (unsigned i = 0; i < group; ++i)
       set_bit(defined.p[c.word & 15], e * group + i, element_active(sources[from / n], from % n * group + i));
   }
-  if (!same_state(defined, expected.state)) fire(unzip_predicate);
-  expected.state = defined;
+  if (same_state(defined, expected.state)) return;
+  // Of what each source gives, bits 32 to 55 are laid 4 bits too low, over bits 28 to 31. Those 8 are as defined; the
+  // others are the processor's own.
+  fire(unzip_predicate);
+  const std::uint8_t* const right = defined.p[c.word & 15];
+  std::uint8_t* const result = expected.state.p[c.word & 15];
+  constexpr unsigned half = sve::vector_bytes / 2, shift = 4, laid_over = 32 - shift;
+  for (unsigned from = 0; from < sve::vector_bytes; from += half)
+    for (unsigned i = half; i-- > 32 + shift;) set_bit(result, from + i, element_active(result, from + i - shift));
+  for (unsigned from = 0; from < sve::vector_bytes; from += half)
+    for (unsigned i = laid_over; i < 32 + shift; ++i) set_bit(result, from + i, element_active(right, from + i));
 }
 
 }  // namespace
