@@ -23,7 +23,7 @@ struct run_case {
   std::uint32_t words[native_longest];
   unsigned length = 0, spare = 0;
   bool whole_bytes = false;  ///< a row that looks at more of a predicate byte than bit 0
-  bool marshals = false;  ///< a row of the vector library, which keeps the low half of `nzcv` alone
+  bool marshals = false;     ///< a row of the vector library, which keeps the low half of `nzcv` alone
   model_start start;
   const row_info* last = nullptr;
 

@@ -16,13 +16,14 @@ namespace {
 std::atomic<bool> no_memory{false};
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: GCC takes a `free` that it sees beside a `new` for a mistake.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   void* p = no_memory ? nullptr : std::malloc(size);
   if (!p) throw std::bad_alloc();
   return p;
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
