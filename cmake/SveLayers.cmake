@@ -84,7 +84,7 @@ function(sve_merge_layers)
   add_custom_target(sve_merged_model DEPENDS ${sve_merged_object})
 endfunction()
 
-# Every routine and instruction function is part of the result, reached or not: link the model whole. What links all of
+# Every routine, instruction function and name table is part of the result, reached or not: link the model whole. What links all of
 # it takes the merged object, which leaves the archives nothing to add.
 function(sve_link_whole_model name)
   get_target_property(libraries ${name} LINK_LIBRARIES)
@@ -92,9 +92,9 @@ function(sve_link_whole_model name)
     set_source_files_properties(${sve_merged_object} PROPERTIES GENERATED TRUE EXTERNAL_OBJECT TRUE)
     target_sources(${name} PRIVATE ${sve_merged_object})
     add_dependencies(${name} sve_merged_model)
-    set(whole sve_stats)
+    set(whole sve_stats sve_state)
   else()
-    set(whole ${sve_merged_layers} sve_stats)
+    set(whole ${sve_merged_layers} sve_stats sve_state)
   endif()
   list(JOIN whole "," whole)
   set_target_properties(${name} PROPERTIES LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,${whole}")

@@ -200,9 +200,18 @@ std::uint64_t offset_by(cpu_state* state, aarch64_i_rsp_reg rn, int imm, std::si
 
 }  // namespace
 
-// ldr Zt, [Xn|SP, #imm, mul vl]
+// ldr Zt, [Xn|SP, #imm, mul vl]: rising 16-byte pieces, so that a fault leaves the pieces below it loaded.
 aarch64_decode_rc sve_ldr_zri(cpu_state* state, aarch64_z_reg zt, aarch64_i_rsp_reg rn, int imm) {
-  std::memcpy(z_of(state, zt), reinterpret_cast<const void*>(offset_by(state, rn, imm, vector_bytes)), vector_bytes);
+  const std::uint64_t address = offset_by(state, rn, imm, vector_bytes);
+  byte* dst = z_of(state, zt);
+  if (within_page(address, vector_bytes)) {
+    std::memcpy(dst, reinterpret_cast<const void*>(address), vector_bytes);
+    return executed;
+  }
+  for (std::size_t i = 0; i < vector_bytes; i += 16) {
+    std::memcpy(dst + i, reinterpret_cast<const void*>(address + i), 16);
+    keep_order();
+  }
   return executed;
 }
 

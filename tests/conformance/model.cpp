@@ -1,6 +1,8 @@
 // The model's side.
 #include "tests/conformance/model.h"
 
+#include <vector>
+
 #include "sve/decode/dispatch.h"
 #include "tests/conformance/native.h"
 
@@ -41,6 +43,31 @@ void run_model(const test_case& c, model_outcome& result) {
   result.stray_bytes = !from_model(state, result.state);
   result.instr_stored = state.instr == c.word;
   if (c.row->memory.stores()) window::save(result.memory);
+}
+
+unsigned run_sequence(const model_start& start, std::span<const std::uint32_t> words, model_end& end) {
+  static cpu_state state;
+  to_model(start.state, state);
+  state.nzcv |= start.nzcv_beside_flags;
+  state.fpcr |= start.fpcr_beside_modes;
+  const auto stray = [&start](std::uint8_t* predicate) {
+    for (std::size_t i = 0; i < sve::vector_bytes; ++i) predicate[i] |= start.stray_predicate_bits[i];
+  };
+  for (auto& p : state.p) stray(p);
+  stray(state.ffr);
+  std::vector<std::uint32_t> code(words.begin(), words.end());
+  state.pc = code.data();
+  const std::uint64_t control = read_control();
+  write_floating_point(state.fpcr, state.fpsr);
+  unsigned executed = 0;
+  while (executed < words.size() && execute_sve_instruction(&state) == AARCH64_DECODE_EXECUTED) ++executed;
+  write_floating_point(control, 0);
+  from_model(state, end.state);
+  end.nzcv = state.nzcv;
+  end.fpcr = state.fpcr;
+  end.state.nzcv &= 0xf0000000;
+  end.state.fpcr = start.state.fpcr;
+  return executed;
 }
 
 }  // namespace conformance

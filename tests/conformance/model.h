@@ -1,6 +1,8 @@
 // Execution of one case by the model.
 #pragma once
 
+#include <span>
+
 #include "tests/conformance/rules.h"
 
 namespace conformance {
@@ -14,5 +16,22 @@ struct model_outcome : outcome {
 /// Runs the row's handler on the case's state, the floating-point registers of the host set as the program's would be.
 /// The window holds the memory, and is saved afterwards for a row that stores.
 void run_model(const test_case& c, model_outcome& result);
+
+/// A start of the model with what the processor has no place for.
+struct model_start {
+  machine state;
+  std::uint64_t nzcv_beside_flags;
+  std::uint32_t fpcr_beside_modes;
+  std::uint8_t stray_predicate_bits[sve::vector_bytes];  ///< in every predicate byte, above bit 0
+};
+struct model_end {
+  machine state;       ///< flags and modes alone in `nzcv` and `fpcr`
+  std::uint64_t nzcv;  ///< all of it
+  std::uint32_t fpcr;
+};
+
+/// Runs the words through `execute_sve_instruction`, the floating-point registers of the host set once, at the start.
+/// Returns how many were executed.
+unsigned run_sequence(const model_start& start, std::span<const std::uint32_t> words, model_end& end);
 
 }  // namespace conformance

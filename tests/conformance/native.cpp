@@ -24,6 +24,7 @@ sigjmp_buf model_fault;
 std::uint64_t fault_address;
 #if defined(__aarch64__)
 native_result* running;
+std::uintptr_t after_words;
 #endif
 
 void keep_default(int sig) {
@@ -41,12 +42,12 @@ void on_fault(int sig, siginfo_t* info, void* context) {
   }
 #if defined(__aarch64__)
   if (running) {
-    // The word stands alone; what follows it stores the state of the fault.
+    // What follows the words stores the state of the fault.
     running->faulted = sig != SIGILL;
     running->undefined = sig == SIGILL;
     running->address = address;
     running = nullptr;
-    static_cast<ucontext_t*>(context)->uc_mcontext.pc += 4;
+    static_cast<ucontext_t*>(context)->uc_mcontext.pc = after_words;
     return;
   }
 #endif
@@ -80,6 +81,21 @@ bool catches_fault(void (*body)(void*), void* argument, std::uint64_t* address) 
   return false;
 }
 
+namespace {
+
+constexpr unsigned first_spare = 25, spares = 4;
+
+}  // namespace
+
+unsigned native_spare_register(std::span<const std::uint32_t> words) {
+  for (unsigned n = first_spare; n < first_spare + spares; ++n) {
+    bool named = false;
+    for (const std::uint32_t word : words) named |= (word & 31) == n || (word >> 5 & 31) == n || (word >> 16 & 31) == n;
+    if (!named) return n;
+  }
+  return 0;
+}
+
 #if defined(__aarch64__)
 
 struct block : machine {
@@ -103,17 +119,17 @@ namespace {
 
 block the_block;
 
-// A place is the word, `ldr xN, literal` and a branch to the trampoline of xN. Static, to be within reach of a branch.
+// A place holds the words, `ldr xN, literal` and a branch to the trampoline of xN. Static, to be within reach of a branch.
 struct place {
-  std::uint32_t word, load_block, leave, unused;
+  std::uint32_t code[native_longest + 2];
 };
 struct alignas(65536) code {
   place places[native_places];
   block* literal;
 } the_code;
+unsigned words_at[native_places];
 unsigned next_place;
 
-constexpr unsigned first_spare = 25, spares = 4;
 constexpr void (*enter[spares])(block*) = {conformance_enter_25, conformance_enter_26, conformance_enter_27,
                                            conformance_enter_28};
 void (*const leave[spares])() = {conformance_leave_25, conformance_leave_26, conformance_leave_27,
@@ -147,30 +163,25 @@ void native_set_up() {
   }
 }
 
-unsigned native_spare_register(std::uint32_t word) {
-  unsigned n = first_spare;
-  while ((word & 31) == n || (word >> 5 & 31) == n || (word >> 16 & 31) == n) ++n;
-  return n;
-}
-
-unsigned native_place(std::uint32_t word) {
+unsigned native_place(std::span<const std::uint32_t> words, unsigned spare) {
   const unsigned n = next_place++ % native_places;
-  place& p = the_code.places[n];
-  const unsigned spare = native_spare_register(word);
-  p.word = word;
-  p.load_block = 0x58000000u | (offset_words(&the_code.literal, &p.load_block) & 0x7ffff) << 5 | spare;
-  p.leave = 0x14000000u |
-            (offset_words(reinterpret_cast<const void*>(leave[spare - first_spare]), &p.leave) & 0x3ffffff);
-  __builtin___clear_cache(reinterpret_cast<char*>(&p), reinterpret_cast<char*>(&p + 1));
+  std::uint32_t* at = the_code.places[n].code;
+  for (const std::uint32_t word : words) *at++ = word;
+  words_at[n] = static_cast<unsigned>(words.size());
+  *at = 0x58000000u | (offset_words(&the_code.literal, at) & 0x7ffff) << 5 | spare;
+  ++at;
+  *at = 0x14000000u | (offset_words(reinterpret_cast<const void*>(leave[spare - first_spare]), at) & 0x3ffffff);
+  __builtin___clear_cache(reinterpret_cast<char*>(&the_code.places[n]), reinterpret_cast<char*>(&the_code.places[n + 1]));
   return n;
 }
 
-native_result native_run(unsigned n, std::uint32_t word, machine& state) {
+native_result native_run(unsigned n, unsigned spare, machine& state) {
   native_result result;
   std::memcpy(static_cast<machine*>(&the_block), &state, sizeof state);
   the_block.unused = reinterpret_cast<std::uintptr_t>(&the_code.places[n]);
+  after_words = reinterpret_cast<std::uintptr_t>(&the_code.places[n].code[words_at[n]]);
   running = &result;
-  enter[native_spare_register(word) - first_spare](&the_block);
+  enter[spare - first_spare](&the_block);
   running = nullptr;
   std::memcpy(&state, static_cast<machine*>(&the_block), sizeof state);
   state.unused = 0;
@@ -184,13 +195,8 @@ bool native_available(const char** why) {
   return false;
 }
 void native_set_up() { install_handlers(); }
-unsigned native_place(std::uint32_t) { return 0; }
-unsigned native_spare_register(std::uint32_t word) {
-  unsigned n = 25;
-  while ((word & 31) == n || (word >> 5 & 31) == n || (word >> 16 & 31) == n) ++n;
-  return n;
-}
-native_result native_run(unsigned, std::uint32_t, machine&) { return {}; }
+unsigned native_place(std::span<const std::uint32_t>, unsigned) { return 0; }
+native_result native_run(unsigned, unsigned, machine&) { return {}; }
 
 #endif
 

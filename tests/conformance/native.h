@@ -1,7 +1,8 @@
-// Execution of one instruction word by the processor itself.
+// Execution of one instruction word, or of a few in one go, by the processor itself.
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "tests/conformance/machine.h"
 
@@ -19,16 +20,19 @@ bool native_available(const char** why);
 /// Handlers, alternate stack and the buffer of code. Call once.
 void native_set_up();
 
-/// Puts the word into the code buffer and returns its place. The buffer is a ring: a place stays valid for the next
+/// Puts the words into the code buffer and returns their place. The trampoline behind them holds its own address in
+/// register `spare`. The buffer is a ring: a place stays valid for the next
 /// `native_places - 1` calls, so that a batch of words is written before the first one runs.
 inline constexpr unsigned native_places = 4096;
-unsigned native_place(std::uint32_t word);
+inline constexpr unsigned native_longest = 8;  ///< words
+unsigned native_place(std::span<const std::uint32_t> words, unsigned spare);
 
-/// A register that the word does not name; the trampoline holds its own address in it, so it keeps its value.
-unsigned native_spare_register(std::uint32_t word);
+/// A register that no word names, so that it keeps its value; 0 where there is none.
+unsigned native_spare_register(std::span<const std::uint32_t> words);
 
-/// Loads every register from `state`, executes the word at `place`, and stores every register back.
-native_result native_run(unsigned place, std::uint32_t word, machine& state);
+/// Loads every register from `state`, executes the words at `place`, and stores every register back. A word that faults
+/// or is none ends it.
+native_result native_run(unsigned place, unsigned spare, machine& state);
 
 /// Runs `body`; a memory fault in it that no guarded read recovers makes this return true, with the address.
 bool catches_fault(void (*body)(void*), void* argument, std::uint64_t* address);

@@ -25,7 +25,7 @@ struct outcome {
   window::contents memory;
   bool faulted = false;
   std::uint64_t fault_address = 0;
-  bool state_unspecified = false;  ///< of an expected fault: the result registers and, for whole registers, the memory
+  std::uint64_t unspecified_begin = 0, unspecified_end = 0;  ///< memory of which nothing is said
 };
 
 struct difference_rule {

@@ -129,6 +129,23 @@ TEST(Trap, FlagsCrossBothWays) {
   EXPECT_EQ(carry, 1u);
 }
 
+// Instructions of one run that compute in different ways: none loses what another has raised.
+TEST(Trap, StatusAddsUpOverARun) {
+  std::uint64_t status = 0;
+  asm volatile(SVE_ASM("ptrue p0.b\n"
+                       "mov w0, #0x7f000000\n"  // 2^127
+                       "dup z1.s, w0\n"
+                       "mov w0, #0x3f800000\n"
+                       "dup z2.s, w0\n"
+                       "msr fpsr, xzr\n"
+                       "fmla z3.s, p0/m, z1.s, z1.s\n"  // overflows
+                       "fadd z2.s, z2.s, z2.s\n"        // is exact
+                       "mrs %0, fpsr\n"
+                       "msr fpsr, xzr\n")
+               : "=r"(status)::"x0", "v1", "v2", "v3");
+  EXPECT_EQ(status, 0x14u);
+}
+
 TEST(Trap, ErrnoStays) {
   errno = 77;
   cntb();
@@ -182,6 +199,56 @@ TEST_F(GeneratedCode, TheLastInstructionOfAllMayBeOurs) {
     reinterpret_cast<std::uint64_t (*)()>(at)();
   });
   EXPECT_TRUE(result.exited_with(42)) << result.status;
+}
+
+// Words that no processor has, although our rows take them: among them the logical immediate that has no width, of
+// which the expansion does not return.
+TEST_F(GeneratedCode, UnallocatedWordsAreIllegal) {
+  const std::uint32_t words[] = {0x05c007c0, 0x050007e0, 0x058005e0, 0x2520e020,
+                                 0x2538e020, 0x05102020, 0xa41f4000, 0xe41f6000};
+  for (const std::uint32_t word : words) {
+    const auto result = in_child([&] {
+      struct sigaction action = {};
+      action.sa_flags = SA_SIGINFO;
+      static const void* at = code + 1;
+      action.sa_sigaction = [](int, siginfo_t* info, void*) { _exit(info->si_addr == at ? 42 : 1); };
+      sigaction(SIGILL, &action, nullptr);
+      call(code, {cntb_x0, word, ret});  // in the middle of a run
+    });
+    EXPECT_TRUE(result.exited_with(42)) << std::hex << word << " " << result.status;
+  }
+}
+
+// A load into its own addresses, over pages that a handler brings: what it has loaded so far is no address.
+TEST(Faults, AListIsFollowedOverPagesThatComeOnDemand) {
+  constexpr std::size_t page = 4096, count = 14;
+  static int faults;
+  auto* const memory = static_cast<std::uint8_t*>(
+      mmap(nullptr, count * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(memory, MAP_FAILED);
+  std::uint64_t nodes[count], expected[count];
+  for (std::size_t e = 0; e < count; ++e) {
+    nodes[e] = reinterpret_cast<std::uint64_t>(memory + (e * 5 % count) * page + 8 * e);
+    expected[e] = reinterpret_cast<std::uint64_t>(memory + e);
+    std::memcpy(reinterpret_cast<void*>(nodes[e]), &expected[e], 8);
+  }
+  mprotect(memory, count * page, PROT_NONE);
+  struct sigaction action = {}, before;
+  action.sa_flags = SA_SIGINFO;
+  action.sa_sigaction = [](int, siginfo_t* info, void*) {
+    ++faults;
+    mprotect(reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(info->si_addr) & ~(page - 1)), page, PROT_READ);
+  };
+  sigaction(SIGSEGV, &action, &before);
+  asm volatile(SVE_ASM("ptrue p0.b\n"
+                       "ld1d {z7.d}, p0/z, [%0]\n"
+                       "ld1d {z7.d}, p0/z, [z7.d]\n"
+                       "st1d {z7.d}, p0, [%0]\n")::"r"(nodes)
+               : "v7", "memory");
+  sigaction(SIGSEGV, &before, nullptr);
+  EXPECT_EQ(faults, static_cast<int>(count));
+  EXPECT_EQ(std::memcmp(nodes, expected, sizeof nodes), 0);
+  munmap(memory, count * page);
 }
 
 TEST(Libraries, OpenedAtRunTime) {
