@@ -1,6 +1,6 @@
 // Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated
-// one, that has SVE at the model's vector length. Prints "NAME NANOSECONDS" lines; arguments are regular expressions of
-// names.
+// one, that has SVE at the model's vector length. Prints "NAME FAMILY NANOSECONDS" lines; arguments are regular
+// expressions of names.
 #include <time.h>
 
 #include <regex>
@@ -110,7 +110,8 @@ int main(int argc, char** argv) {
       bool wanted = filters.empty();
       for (const std::regex& filter : filters) wanted = wanted || std::regex_search(row.name, filter);
       if (!wanted) continue;
-      std::printf("%s %.3f\n", row.name, measure(code, bench::make_case(*map, row)));
+      std::printf("%s %s%s %.3f\n", row.name, name_of(row.function->of), row.is_direct() ? "" : "/library",
+                  measure(code, bench::make_case(*map, row)));
       std::fflush(stdout);
     }
 }
