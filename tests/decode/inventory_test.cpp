@@ -10,6 +10,13 @@
 
 namespace {
 
+/// How much there is of everything. It stands here and nowhere else.
+constexpr struct {
+  std::size_t direct, direct_fp, library, prefetch;  // rows by kind
+  std::size_t reached_functions, unreached_functions, stubs;
+  std::size_t routines;
+} count = {657, 73, 717, 36, 410, 48, 339, 1447};
+
 using address = void (*)();
 
 struct entry {
@@ -66,32 +73,35 @@ std::set<std::string> names(const entry (&entries)[N]) {
   return result;
 }
 
-TEST(Inventory, InstructionFunctions) {
-  EXPECT_EQ(names(reached_functions).size(), 410u);
-  EXPECT_EQ(names(unreached_functions).size(), 48u);
-  EXPECT_EQ(names(stubs).size(), 339u);
-  EXPECT_EQ(std::size(reached_functions) + std::size(unreached_functions) + std::size(stubs), 797u);
+TEST(Inventory, Counts) {
+  EXPECT_EQ(names(reached_functions).size(), count.reached_functions);
+  EXPECT_EQ(names(unreached_functions).size(), count.unreached_functions);
+  EXPECT_EQ(names(stubs).size(), count.stubs);
+  EXPECT_EQ(names(routines).size(), count.routines);
+  std::size_t rows[4] = {};
+  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& r : m->rows) ++rows[static_cast<int>(r.model)];
+  using enum sve::decode::kind;
+  EXPECT_EQ(rows[static_cast<int>(direct)], count.direct);
+  EXPECT_EQ(rows[static_cast<int>(direct_fp)], count.direct_fp);
+  EXPECT_EQ(rows[static_cast<int>(library)], count.library);
+  EXPECT_EQ(rows[static_cast<int>(prefetch)], count.prefetch);
 }
-
-TEST(Inventory, Routines) { EXPECT_EQ(names(routines).size(), 1447u); }
 
 TEST(Inventory, RowsReachWhatTheListsSay) {
   const std::set<std::string> functions = names(reached_functions), library = names(routines);
   std::set<std::string> called;
-  std::size_t reached_routines = 0;
   for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
     for (const sve::decode::row& r : m->rows) {
       if (r.is_direct()) {
         EXPECT_TRUE(functions.count(r.function->name)) << r.name;
         called.insert(r.function->name);
       }
-      if (r.model == sve::decode::kind::library) {
+      if (r.model != sve::decode::kind::prefetch) {
         EXPECT_TRUE(library.count(r.name)) << r.name;
-        ++reached_routines;
       }
     }
   EXPECT_EQ(called, functions);
-  EXPECT_EQ(reached_routines, 717u);
 }
 
 TEST(Stubs, AnswerWithTheirMessageAndCode) {
