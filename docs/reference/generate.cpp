@@ -22,11 +22,8 @@ using sve::decode::row;
 
 /// The operations of the routines, by the routine's name.
 const std::map<std::string, std::string> operations = {
-#define ROUTINE(shape_and_op, type) ROUTINE_1(type, SVE_REFERENCE_UNWRAP shape_and_op)
-#define SVE_REFERENCE_UNWRAP(...) __VA_ARGS__
-#define ROUTINE_1(...) ROUTINE_2(__VA_ARGS__)
-#define ROUTINE_2(type, shape, op) {"Vec" #type #op, #op},
-#define SVE_ROUTINES(shape, op, ...) SVE_FOR_EACH_WITH(ROUTINE, (shape, op), __VA_ARGS__)
+#define ROUTINE(shape, type, op) {"Vec" #type #op, #op},
+#define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ROUTINE, shape, types, __VA_ARGS__)
 #include "sve/veclib/routines.inc"
 };
 

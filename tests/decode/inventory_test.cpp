@@ -1,6 +1,7 @@
 // Every name of the two models exists: the routines of the vector library, the instruction functions and the stubs.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -53,15 +54,25 @@ const entry stubs[] = {
 };
 
 #undef ENTRY
-#define ENTRY(shape_and_op, type) ROUTINE(type, SVE_UNWRAP shape_and_op)
-#define ROUTINE(...) ROUTINE_1(__VA_ARGS__)
-#define ROUTINE_1(type, shape, op) \
+#define ENTRY(shape, type, op) \
   {"Vec" #type #op, reinterpret_cast<address>(static_cast<sve::routine::shape*>(Vec##type##op))},
 
 const entry routines[] = {
-#define SVE_ROUTINES(shape, op, ...) SVE_FOR_EACH_WITH(ENTRY, (shape, op), __VA_ARGS__)
+#define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ENTRY, shape, types, __VA_ARGS__)
 #include "sve/veclib/routines.inc"
+#undef SVE_ROUTINES
 };
+
+/// The routines' families, as their list has them.
+std::map<std::string, sve::decode::family> routine_families() {
+  std::map<std::string, sve::decode::family> families;
+  sve::decode::family current{};
+#define SVE_FAMILY(name) current = sve::decode::family::name;
+#define PLACE(shape, type, op) families["Vec" #type #op] = current;
+#define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(PLACE, shape, types, __VA_ARGS__)
+#include "sve/veclib/routines.inc"
+  return families;
+}
 
 template <std::size_t N>
 std::set<std::string> names(const entry (&entries)[N]) {
@@ -102,6 +113,15 @@ TEST(Inventory, RowsReachWhatTheListsSay) {
       }
     }
   EXPECT_EQ(called, functions);
+}
+
+TEST(Inventory, BothModelsNameOneFamily) {
+  const auto families = routine_families();
+  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& r : m->rows)
+      if (r.model != sve::decode::kind::prefetch) {
+        EXPECT_EQ(families.at(r.name), r.function->of) << r.name;
+      }
 }
 
 TEST(Stubs, AnswerWithTheirMessageAndCode) {
