@@ -1,11 +1,13 @@
 // Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated
 // one, that has SVE at the model's vector length. Prints "NAME FAMILY NANOSECONDS" lines; arguments are regular
-// expressions of names.
+// expressions of names. With --count first it runs each word a known number of times between marks (see bench/count) and
+// prints "MARK NAME TIMES" lines.
 #include <time.h>
 
 #include <regex>
 #include <vector>
 
+#include "bench/count_mark.h"
 #include "bench/row_case.h"
 
 extern "C" {
@@ -63,18 +65,23 @@ double now() {
 
 constexpr int unrolled = 16;
 
-// A loop of the word, `unrolled` times a round, counted in x19. Floating-point cases restore Z0 before each word.
-double measure(std::uint32_t* code, const bench::row_case& c) {
+// A loop of the word, `unrolled` times a round, counted in x19. Floating-point cases restore Z0 before each word. With
+// the word 0 there is all but the word.
+void make_loop(std::uint32_t* code, const bench::row_case& c) {
   std::size_t n = 0;
   for (int i = 0; i < unrolled; ++i) {
     if (c.floating_point) code[n++] = 0x04633060;  // mov z0.d, z3.d
-    code[n++] = c.word;
+    if (c.word != 0) code[n++] = c.word;
   }
   code[n++] = 0xf1000673;                                                                      // subs x19, x19, #1
   code[n] = 0x54000001 | ((static_cast<std::uint32_t>(-static_cast<int>(n)) & 0x7ffff) << 5);  // b.ne to the start
   ++n;
   code[n++] = 0xd65f03c0;  // ret
   __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + n));
+}
+
+double measure(std::uint32_t* code, const bench::row_case& c) {
+  make_loop(code, c);
   double best = 1e30;
   std::uint64_t rounds = 64;
   for (int sample = 0; sample < 5; ++sample) {
@@ -93,6 +100,18 @@ double measure(std::uint32_t* code, const bench::row_case& c) {
   return best;
 }
 
+// The first run of the loop is an emulator's to translate it.
+void count(std::uint32_t* code, const bench::row_case& c, std::uint32_t id) {
+  constexpr std::uint64_t rounds = 8;
+  make_loop(code, c);
+  run_native(&c.values, code, 2);
+  bench::mark(id);
+  run_native(&c.values, code, rounds);
+  bench::mark(id + 1);
+  run_native(&c.values, code, 2 * rounds);
+  bench::mark(id + 2);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -103,15 +122,30 @@ int main(int argc, char** argv) {
     std::perror("cannot map memory for code");
     return 1;
   }
+  const bool counts = argc > 1 && std::string_view(argv[1]) == "--count";
+  std::uint32_t id = 0;
   std::vector<std::regex> filters;
-  for (int i = 1; i < argc; ++i) filters.emplace_back(argv[i]);
+  for (int i = 1 + counts; i < argc; ++i) filters.emplace_back(argv[i]);
   for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
     for (const sve::decode::row& row : map->rows) {
       bool wanted = filters.empty();
       for (const std::regex& filter : filters) wanted = wanted || std::regex_search(row.name, filter);
       if (!wanted) continue;
-      std::printf("%s %s%s %.3f\n", row.name, name_of(row.function->of), row.is_direct() ? "" : "/library",
-                  measure(code, bench::make_case(*map, row)));
+      bench::row_case c = bench::make_case(*map, row);
+      if (!counts) {
+        std::printf("%s %s%s %.3f\n", row.name, name_of(row.function->of), row.is_direct() ? "" : "/library",
+                    measure(code, c));
+      } else {
+        count(code, c, id);
+        std::printf("%u %s %d\n", id, row.name, 8 * unrolled);
+        id += 3;
+        if (c.floating_point) {
+          c.word = 0;
+          count(code, c, id);
+          std::printf("%u %s %d\n", id, "restore", 8 * unrolled);
+          id += 3;
+        }
+      }
       std::fflush(stdout);
     }
 }

@@ -59,6 +59,8 @@ inline void enter(CpuContext& context, const cpu_state* state) {
 
 inline void leave(const CpuContext& context, const PredV& entered_ffr, cpu_state* state) {
   state->nzcv = context.nzcv;
+  if (const std::uint32_t raised = context.fpsr & ~state->fpsr) [[unlikely]]
+    raise_host_status(raised);
   state->fpsr = context.fpsr;
   state->fpcr = context.fpcr;  // from here on any bits of fpcr_extra stand in fpcr
   // Few routines change the register. Not to write it back then keeps one handler from waiting for the one before.

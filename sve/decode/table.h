@@ -60,6 +60,9 @@ std::span<const map* const> maps_in_execute_order();
 decode_handler find_in_is_sve_order(std::uint32_t word);
 decode_handler find_in_execute_order(std::uint32_t word);
 
+/// What `execute_sve_instruction` does with a word once it has its handler: runs it, and on success counts and moves on.
+aarch64_decode_rc execute_with(decode_handler handle, cpu_state* state, std::uint32_t word);
+
 /// The row of a word, or null. Calls nothing outside of this library.
 const row* find_row(std::uint32_t word);
 

@@ -7,12 +7,23 @@ namespace sve::runner {
 
 inline constexpr char options_variable[] = "SVE_RUN_OPTIONS";
 inline constexpr char preload_variable[] = "LD_PRELOAD";
+/// The signals that a new program is to find ignored and could not be given so by the kernel: a number, bit n-1 for
+/// signal n. The library empties it when it has read it.
+inline constexpr char ignored_variable[] = "SVE_RUN_IGNORED";
 inline constexpr char library_name[] = "libsve_run.so";
 inline constexpr char client_name[] = "libsve_stats_896.so";
 
 inline constexpr std::string_view quiet_word = "quiet";
 inline constexpr std::string_view no_announce_word = "no-announce";
+inline constexpr std::string_view no_patch_word = "no-patch";
+/// Followed by the id of the process that has begun its file of counts, in `begun_width` digits that it fills in itself:
+/// after an exec it goes on with that file. There when the file's name holds a %p.
+inline constexpr std::string_view begun_word = "begun=";
+inline constexpr unsigned begun_width = 10;
 /// Alone, counts go to stderr; followed by '=' and a path, there. Always the last word, as a path may hold a ':'.
 inline constexpr std::string_view counts_word = "counts";
+
+/// The bit of AT_HWCAP that tells programs of SVE.
+inline constexpr unsigned long hwcap_sve = 1ul << 22;
 
 }  // namespace sve::runner

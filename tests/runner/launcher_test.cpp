@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,7 @@ TEST(CommandLine, OptionsForTheLibrary) {
   EXPECT_EQ(value({"--quiet", "p"}), "quiet");
   EXPECT_EQ(value({"--counts", "p"}), "counts");
   EXPECT_EQ(value({"--counts=f", "--no-announce", "-q", "p"}), "quiet:no-announce:counts=f");
+  EXPECT_EQ(value({"--counts=f.%p", "p"}), "begun=0000000000:counts=f.%p");
 }
 
 TEST(CommandLine, ErrorsAreOneLine) {
@@ -82,9 +84,29 @@ TEST(CommandLine, HelpAndVersion) {
     EXPECT_EQ(parsed.status, 0);
     EXPECT_NE(parsed.text.find("sve-run"), std::string::npos);
   }
-  for (const char* option : {"--quiet", "--counts", "--no-announce", "--platform", "PROGRAM", "125"}) {
-    EXPECT_NE(parse_command_line({"--help"}).text.find(option), std::string::npos) << option;
+  const std::string help = parse_command_line({"--help"}).text;
+  for (const char* option : {"--quiet", "--counts[=FILE]", "--no-announce", "--platform NAME", "PROGRAM", "125"}) {
+    EXPECT_NE(help.find(option), std::string::npos) << option;
   }
+  std::istringstream lines(help);
+  for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
+}
+
+TEST(CommandLine, ValuesStandBehindOptionsAsTheHelpShows) {
+  const auto parsed = parse_command_line({"--platform", "embedded", "--dynamorio-options", "-a -b", "prog", "-q"});
+  EXPECT_TRUE(parsed.run) << parsed.text;
+  EXPECT_EQ(parsed.line.dynamorio_options, "-a -b");
+  EXPECT_EQ(parsed.line.program, (words{"prog", "-q"}));
+  EXPECT_EQ(parse_command_line({"--platform"}).status, 125);
+  EXPECT_EQ(parse_command_line({"--platform", "nonesuch", "prog"}).status, 125);
+}
+
+TEST(CommandLine, AnOuterRunnersCountsAreKept) {
+  EXPECT_EQ(with_outer_counts("", nullptr), "");
+  EXPECT_EQ(with_outer_counts("quiet", "no-announce"), "quiet");
+  EXPECT_EQ(with_outer_counts("", "quiet:counts"), "counts");
+  EXPECT_EQ(with_outer_counts("quiet", "no-announce:counts=/a:b"), "quiet:counts=/a:b");
+  EXPECT_EQ(with_outer_counts("", "quiet:begun=0000000007:counts=/%p"), "begun=0000000007:counts=/%p");
 }
 
 TEST(DynamoRio, TheDirectoryIsOneWordOrTwo) {
@@ -130,8 +152,8 @@ TEST(DynamoRio, IsFoundWhereItIsSaidToBe) {
 TEST(DynamoRio, TheCommandPassesTheClientAndWhatFollows) {
   const auto parsed = parse_command_line({"--platform=dynamorio", "--dynamorio-options=-a  b", "prog", "--", "-x"});
   EXPECT_EQ(dynamorio_command(parsed.line, "/dr", "/lib/client.so", "/bin/prog"),
-            (words{"/dr/bin64/drrun", "-thread_private", "-max_bb_instrs", "32", "-a", "b", "-c", "/lib/client.so", "--",
-                   "/bin/prog", "--", "-x"}));
+            (words{"/dr/bin64/drrun", "-thread_private", "-max_bb_instrs", "32", "-a", "b", "-c", "/lib/client.so",
+                   "--", "/bin/prog", "--", "-x"}));
 }
 
 class Programs : public testing::Test {
@@ -197,6 +219,15 @@ TEST_F(Programs, AreFoundAsTheShellFindsThem) {
 TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
   std::string relocatable = elf(EM_AARCH64, loader);
   relocatable[16] = ET_REL;
+  Elf64_Phdr segment;
+  std::string absurd = elf(EM_AARCH64, loader), library = elf(EM_AARCH64, "");
+  std::memcpy(&segment, absurd.data() + sizeof(Elf64_Ehdr), sizeof segment);
+  segment.p_filesz = std::uint64_t{1} << 60;
+  segment.p_offset = std::uint64_t{1} << 61;
+  std::memcpy(absurd.data() + sizeof(Elf64_Ehdr), &segment, sizeof segment);
+  segment = {};
+  segment.p_type = PT_DYNAMIC;
+  std::memcpy(library.data() + sizeof(Elf64_Ehdr), &segment, sizeof segment);
   const struct {
     const char* name;
     std::string content;
@@ -212,6 +243,8 @@ TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
       {"static", elf(EM_AARCH64, ""), "statically linked"},
       {"musl", elf(EM_AARCH64, "/lib/ld-musl-aarch64.so.1"), "ld-musl"},
       {"object", relocatable, "link it first"},
+      {"absurd", absurd, "damaged"},
+      {"library", library, "shared library"},
   };
   for (const auto& c : cases) {
     const std::string path = file(c.name, c.content);
@@ -222,6 +255,14 @@ TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
     EXPECT_EQ(f.error.find('\n'), std::string::npos) << f.error;
   }
   EXPECT_EQ(check_program(directory + "/nonesuch").status, 126);
+}
+
+TEST_F(Programs, LoopsOfLinksAreToldApart) {
+  const std::string link = directory + "/loop";
+  ASSERT_EQ(symlink("loop", link.c_str()), 0);
+  const finding f = find_program(link, "");
+  EXPECT_EQ(f.status, 126);
+  EXPECT_NE(f.error.find("symbolic links"), std::string::npos) << f.error;
 }
 
 TEST_F(Programs, DynamicPrograms) {

@@ -1,17 +1,28 @@
 // The trap, seen from the program: registers, threads, code from anywhere, processes. Runs under sve-run itself.
+#include <aio.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <mqueue.h>
+#include <netdb.h>
 #include <pthread.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <threads.h>
+#include <ucontext.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -247,6 +258,131 @@ TEST(Threads, MayUseSveInTheLastDestructor) {
   pthread_key_delete(key);
 }
 
+TEST(Threads, GiveTheirMemoryBackAfterTheLastDestructor) {
+  static pthread_key_t keys[40];
+  static std::atomic<int> used;
+  used = 0;
+  // Each asks to be called again, as long as there are rounds.
+  for (auto& key : keys) {
+    const auto destroy = [](void* own) {
+      used += cntb() == 112;
+      pthread_setspecific(*static_cast<pthread_key_t*>(own), own);
+    };
+    ASSERT_EQ(pthread_key_create(&key, destroy), 0);
+  }
+  const auto run = [] {
+    std::thread([] {
+      for (auto& key : keys) pthread_setspecific(key, &key);
+    }).join();
+  };
+  for (int i = 0; i < 5; ++i) run();
+  const int before = count_mappings();
+  for (int i = 0; i < 60; ++i) run();
+  EXPECT_LT(count_mappings(), before + 20);
+  EXPECT_EQ(used, 65 * 40 * 4);
+  for (auto& key : keys) pthread_key_delete(key);
+}
+
+TEST(Threads, OfTheC11Kind) {
+  thrd_t thread;
+  ASSERT_EQ(thrd_create(&thread, [](void*) { return static_cast<int>(cntb()); }, nullptr), thrd_success);
+  int result = 0;
+  thrd_join(thread, &result);
+  EXPECT_EQ(result, 112);
+}
+
+// libc's own threads have all signals blocked.
+struct Notified {
+  static inline std::atomic<int> calls;
+  static inline std::atomic<bool> blocked;
+  static void note(sigval value) {
+    sigset_t now;
+    pthread_sigmask(SIG_BLOCK, nullptr, &now);
+    blocked = sigismember(&now, SIGILL) == sigismember(&now, SIGUSR1);
+    if (cntb() == 112 && value.sival_int == 7) ++calls;
+  }
+  static sigevent event() {
+    calls = 0;
+    blocked = false;
+    sigevent e = {};
+    e.sigev_notify = SIGEV_THREAD;
+    e.sigev_notify_function = note;
+    e.sigev_value.sival_int = 7;
+    return e;
+  }
+  static bool came(int count) {
+    for (int i = 0; i < 3000 && calls < count; ++i) usleep(1000);
+    return calls >= count && blocked;
+  }
+};
+
+TEST(Notifications, OfTimers) {
+  sigevent event = Notified::event();
+  timer_t timer;
+  ASSERT_EQ(timer_create(CLOCK_MONOTONIC, &event, &timer), 0);
+  const itimerspec often = {{0, 5000000}, {0, 5000000}};
+  timer_settime(timer, 0, &often, nullptr);
+  EXPECT_TRUE(Notified::came(3));
+  timer_delete(timer);
+}
+
+TEST(Notifications, OfFiles) {
+  char name[] = "/tmp/trap_test_XXXXXX", data[8] = "1234567";
+  const int fd = mkstemp(name);
+  unlink(name);
+  aiocb block = {};
+  block.aio_fildes = fd;
+  block.aio_buf = data;
+  block.aio_nbytes = sizeof data;
+  block.aio_sigevent = Notified::event();
+  ASSERT_EQ(aio_write(&block), 0);
+  EXPECT_TRUE(Notified::came(1));
+  block.aio_sigevent = Notified::event();
+  ASSERT_EQ(aio_fsync(O_SYNC, &block), 0);
+  EXPECT_TRUE(Notified::came(1));
+  block.aio_sigevent = Notified::event();
+  ASSERT_EQ(aio_read(&block), 0);
+  EXPECT_TRUE(Notified::came(1));
+  block.aio_sigevent = Notified::event();
+  block.aio_lio_opcode = LIO_READ;
+  aiocb* list[] = {&block};
+  sigevent all = Notified::event();
+  ASSERT_EQ(lio_listio(LIO_NOWAIT, list, 1, &all), 0);
+  EXPECT_TRUE(Notified::came(2));
+  close(fd);
+}
+
+TEST(Notifications, OfNames) {
+  addrinfo hints = {};
+  hints.ai_flags = AI_NUMERICHOST;
+  gaicb request = {};
+  request.ar_name = "127.0.0.1";
+  request.ar_request = &hints;
+  gaicb* list[] = {&request};
+  sigevent event = Notified::event();
+  ASSERT_EQ(getaddrinfo_a(GAI_NOWAIT, list, 1, &event), 0);
+  EXPECT_TRUE(Notified::came(1));
+  freeaddrinfo(request.ar_result);
+}
+
+TEST(Notifications, OfQueues) {
+  const std::string name = "/trap_test_" + std::to_string(getpid());
+  mq_attr attributes = {};
+  attributes.mq_maxmsg = 1;
+  attributes.mq_msgsize = 8;
+  const mqd_t queue = mq_open(name.c_str(), O_CREAT | O_RDWR, 0600, &attributes);
+  if (queue < 0) GTEST_SKIP() << "SKIPPED: no message queues here: " << std::strerror(errno);
+  mq_unlink(name.c_str());
+  sigevent event = Notified::event();
+  if (mq_notify(queue, &event) != 0) {
+    mq_close(queue);
+    GTEST_SKIP() << "SKIPPED: no notifications of message queues here (qemu-user has none): " << std::strerror(errno);
+  }
+  mq_send(queue, "x", 1, 0);
+  EXPECT_TRUE(Notified::came(1));
+  mq_close(queue);
+}
+
 TEST(Threads, NeedLittleStack) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -323,6 +459,38 @@ TEST(Processes, AVforkedChildIsSilentAndLeavesTheParentAlone) {
   EXPECT_EQ(result.error_output, report_of(1));
 }
 
+// A copy made by a system call of the program's own: no vforked child.
+TEST(Processes, RawCopiesAreProcessesOfTheirOwn) {
+  all_true_p0();
+  fill_z7(0x31);
+  const auto result = in_child([] {
+    cntb();
+    cntb();
+    const long child = syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0);
+    if (child == 0) {
+      if (read_z7() != filled(0x31)) _exit(1);
+      static volatile int calls = 0;
+      struct sigaction action = {};
+      action.sa_flags = SA_SIGINFO;
+      action.sa_sigaction = [](int, siginfo_t*, void* raw) {
+        calls = calls + 1;
+        static_cast<ucontext_t*>(raw)->uc_mcontext.pc += 4;
+      };
+      sigaction(SIGILL, &action, nullptr);
+      undefined_instruction();
+      action.sa_sigaction = [](int, siginfo_t*, void*) { calls = calls + cntb(); };
+      sigaction(SIGUSR1, &action, nullptr);
+      raise(SIGUSR1);
+      _exit(calls == 113 ? 6 : 7);
+    }
+    int status = 0;
+    waitpid(static_cast<pid_t>(child), &status, 0);
+    _exit(WEXITSTATUS(status));
+  });
+  EXPECT_TRUE(result.exited_with(6)) << result.status;
+  EXPECT_EQ(result.error_output, report_of(2) + report_of(2));
+}
+
 TEST(Processes, ManyCopiesWhileThreadsTrap) {
   std::atomic<bool> stop{false};
   std::thread busy([&] {
@@ -358,6 +526,98 @@ TEST(NewPrograms, AreEmulatedEvenWithABareEnvironment) {
   EXPECT_NE(result.error_output.find(report_of(1)), std::string::npos) << result.error_output;
 }
 
+class ShellCommands : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    preload = getenv("LD_PRELOAD");
+    unsetenv("LD_PRELOAD");
+    char path[4096];
+    self.assign(path, static_cast<std::size_t>(readlink("/proc/self/exe", path, sizeof path)));
+    can_start = WEXITSTATUS(std::system((self + " --succeed").c_str())) == 0;
+  }
+  static void TearDownTestSuite() { setenv("LD_PRELOAD", preload.c_str(), 1); }
+  void SetUp() override {
+    if (!can_start) GTEST_SKIP() << "SKIPPED: AArch64 programs cannot be executed directly here";
+  }
+  static std::string first_line(const std::string& command) {
+    FILE* stream = popen(command.c_str(), "r");
+    char line[256] = "";
+    if (!std::fgets(line, sizeof line, stream)) line[0] = 0;
+    pclose(stream);
+    return line;
+  }
+  static std::string spawned(const posix_spawnattr_t* attributes = nullptr) {
+    int ends[2];
+    if (pipe(ends) != 0) return "";
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
+    char* arguments[] = {self.data(), const_cast<char*>("--show-signals"), nullptr};
+    pid_t child;
+    if (posix_spawn(&child, self.c_str(), &files, attributes, arguments, environ) != 0) return "";
+    close(ends[1]);
+    waitpid(child, nullptr, 0);
+    char line[256] = "";
+    if (read(ends[0], line, sizeof line - 1) < 0) line[0] = 0;
+    close(ends[0]);
+    posix_spawn_file_actions_destroy(&files);
+    return line;
+  }
+  static inline std::string self, preload;
+  static inline bool can_start;
+};
+class NewProgramsOfShells : public ShellCommands {};
+
+TEST_F(NewProgramsOfShells, AreEmulatedWithoutPreloadInTheEnvironment) {
+  EXPECT_EQ(WEXITSTATUS(std::system((self + " --count-bytes").c_str())), 112);
+  EXPECT_EQ(WEXITSTATUS(std::system(("exec " + self + " --count-bytes").c_str())), 112);
+  EXPECT_EQ(first_line(self + " --show-announcement"), "announced 1, length 112\n");
+  EXPECT_NE(std::system(nullptr), 0);
+}
+
+TEST_F(NewProgramsOfShells, FindSignalsIgnoredAndBlocked) {
+  EXPECT_EQ(spawned(), "ignored -, blocked -\n");
+  signal(SIGILL, SIG_IGN);
+  signal(SIGUSR1, SIG_IGN);
+  EXPECT_EQ(spawned(), "ignored 4 10, blocked -\n");
+  EXPECT_EQ(first_line(self + " --show-signals"), "ignored 4 10, blocked -\n");
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t set;
+  sigfillset(&set);
+  posix_spawnattr_setsigdefault(&attributes, &set);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  EXPECT_EQ(spawned(&attributes), "ignored -, blocked -\n");
+  posix_spawnattr_destroy(&attributes);
+  signal(SIGILL, SIG_DFL);
+  signal(SIGUSR1, SIG_DFL);
+  sigemptyset(&set);
+  sigaddset(&set, SIGILL);
+  sigaddset(&set, SIGUSR1);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  EXPECT_EQ(spawned(), "ignored -, blocked 4 10\n");
+  sigprocmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+// With the signals that traps arrive as ignored or blocked an exec that fails must harm nobody.
+TEST(Processes, AFailedExecLeavesOtherThreadsAlone) {
+  const auto result = in_child([] {
+    signal(SIGILL, SIG_IGN);
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0};
+    std::thread busy([&] {
+      while (!stop) wrong += cntb() != 112;
+    });
+    for (int i = 0; i < 300; ++i) execl("/nonesuch/program", "program", nullptr);
+    stop = true;
+    busy.join();
+    sigset_t now;
+    sigprocmask(SIG_BLOCK, nullptr, &now);
+    _exit(wrong == 0 && signal(SIGILL, SIG_DFL) == SIG_IGN && !sigismember(&now, SIGILL) ? 42 : 1);
+  });
+  EXPECT_TRUE(result.exited_with(42)) << result.status;
+}
+
 TEST(Announcement, ProgramsThatAskFindSve) {
   EXPECT_TRUE(getauxval(AT_HWCAP) & (1 << 22));
   EXPECT_EQ(prctl(PR_SVE_GET_VL), 112);
@@ -369,11 +629,16 @@ TEST(Announcement, ProgramsThatAskFindSve) {
   EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
 }
 
-TEST(Announcement, TheAuxiliaryVectorOnTheStackAgrees) {
+// Behind the environment, as long as that is whole.
+unsigned long* const auxiliary_vector = [] {
   char** entry = environ;
   while (*entry) ++entry;
+  return reinterpret_cast<unsigned long*>(entry + 1);
+}();
+
+TEST(Announcement, TheAuxiliaryVectorOnTheStackAgrees) {
   bool seen = false;
-  for (auto* aux = reinterpret_cast<unsigned long*>(entry + 1); aux[0] != AT_NULL; aux += 2) {
+  for (const unsigned long* aux = auxiliary_vector; aux[0] != AT_NULL; aux += 2) {
     if (aux[0] == AT_HWCAP) seen = (aux[1] & (1 << 22)) != 0;
   }
   EXPECT_TRUE(seen);
@@ -385,6 +650,20 @@ int main(int argc, char** argv) {
   if (argc > 1 && std::strcmp(argv[1], "--count-bytes") == 0) return static_cast<int>(sve_instructions::cntb());
   if (argc > 1 && std::strcmp(argv[1], "--show-announcement") == 0) {
     return std::printf("announced %d, length %d\n", (getauxval(AT_HWCAP) >> 22 & 1) != 0, prctl(PR_SVE_GET_VL)) < 0;
+  }
+  if (argc > 1 && std::strcmp(argv[1], "--succeed") == 0) return 0;
+  if (argc > 1 && std::strcmp(argv[1], "--show-signals") == 0) {
+    std::string ignored, blocked;
+    sigset_t now;
+    sigprocmask(SIG_BLOCK, nullptr, &now);
+    for (int sig = 1; sig < 32; ++sig) {
+      struct sigaction action = {};
+      if (sigaction(sig, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) ignored += " " + std::to_string(sig);
+      if (sigismember(&now, sig)) blocked += " " + std::to_string(sig);
+    }
+    sve_instructions::cntb();
+    return std::printf("ignored%s, blocked%s\n", ignored.empty() ? " -" : ignored.c_str(),
+                       blocked.empty() ? " -" : blocked.c_str()) < 0;
   }
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <sstream>
+#include <utility>
 
 #include "sve/runner/launcher/program.h"
 #include "sve/runner/options.h"
@@ -10,13 +12,41 @@ namespace sve::runner {
 
 namespace {
 
+constexpr std::size_t help_width = 80, help_indent = 28;
+
+// `text` in lines that begin at `indent` and end before help_width, but for the first, which stands behind `head`.
+std::string wrapped(std::string head, std::size_t indent, const std::string& text) {
+  std::string lines;
+  if (head.size() >= indent) lines = std::exchange(head, "") + "\n";
+  head.resize(indent, ' ');
+  std::istringstream words(text);
+  for (std::string word; words >> word; head += (head.size() > indent ? " " : "") + word) {
+    if (head.size() + 1 + word.size() < help_width) continue;
+    lines += head + "\n";
+    head.assign(indent, ' ');
+  }
+  return lines + head + "\n";
+}
+
 // CLI11 sees the options only; the program's words are cut off before it.
-class UsageFormatter : public CLI::Formatter {
+class HelpFormatter : public CLI::Formatter {
  public:
+  std::string make_description(const CLI::App* app) const override { return wrapped("", 0, app->get_description()); }
   std::string make_usage(const CLI::App*, std::string) const override {
     return "Usage: sve-run [OPTIONS] PROGRAM [ARGS...]\n";
   }
+  std::string make_option(const CLI::Option* option, bool) const override {
+    const std::string value = option->get_type_size() == 0 ? "" : option->get_type_name();
+    return wrapped("  " + option->get_name(false, true) + (value.empty() || value[0] == '[' ? "" : " ") + value,
+                   help_indent, option->get_description());
+  }
+  std::string make_footer(const CLI::App* app) const override { return "\n" + wrapped("", 0, app->get_footer()); }
 };
+
+// The options whose value may be the word behind them. That of --counts may be left away, so it stands behind a '='.
+bool takes_next_word(std::string_view option) {
+  return option == "--platform" || option == "--dynamorio" || option == "--dynamorio-options";
+}
 
 }  // namespace
 
@@ -24,32 +54,35 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   parse_result result;
   command_line& line = result.line;
 
-  // Every option is one word but for --dynamorio, which may have its value behind it, so the program begins at the first
-  // other word that does not look like one.
+  // The program begins at the first word that is neither an option nor an option's value.
   auto program = arguments.begin();
   while (program != arguments.end() && program->starts_with('-') && *program != "--" && *program != "-")
-    program += *program == "--dynamorio" && program + 1 != arguments.end() ? 2 : 1;
+    program += takes_next_word(*program) && program + 1 != arguments.end() ? 2 : 1;
   std::vector<std::string> own(arguments.begin(), program);
   if (program != arguments.end() && *program == "--") ++program;
   line.program.assign(program, arguments.end());
 
   CLI::App app("Runs an AArch64 program that uses SVE on a processor without it, at a vector length of 896 bits.",
                "sve-run");
-  app.formatter(std::make_shared<UsageFormatter>());
+  app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.add_flag("-q,--quiet", line.quiet, "Do not print the totals at exit");
   app.add_flag_callback(
       "--no-announce", [&line] { line.announce = false; },
       "Do not tell programs that ask (getauxval, prctl) that there is SVE");
+  app.add_flag_callback(
+      "--no-patch", [&line] { line.patch = false; },
+      "Leave the program's code as it is and serve every run by a trap, for programs that read their own code");
   std::string platform = "embedded";
   app.add_option("--platform", platform,
                  "How instructions are caught: embedded, a preloaded library that handles SIGILL; or dynamorio, the "
                  "instrumentation platform, for statically linked programs too")
       ->type_name("NAME")
       ->check([](const std::string& name) {
-        return name == "embedded" || name == "dynamorio" ? std::string()
-                                                         : "there is no platform " + name + ", only embedded and dynamorio";
+        return name == "embedded" || name == "dynamorio"
+                   ? std::string()
+                   : "there is no platform " + name + ", only embedded and dynamorio";
       });
   app.add_option("--dynamorio", line.dynamorio_home,
                  "Where DynamoRIO is installed; otherwise the variables DynamoRIO_DIR and DYNAMORIO_HOME say it")
@@ -60,7 +93,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   auto* counts_option = app.add_option("--counts", counts,
                                        "Print each instruction's address, word and count at exit, to stderr or FILE; "
                                        "%p in FILE is the process id")
-                            ->type_name("[FILE]")
+                            ->type_name("[=FILE]")
                             ->expected(0, 1)
                             ->default_str("");
   app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
@@ -109,8 +142,18 @@ std::string options_value(const command_line& line) {
   };
   if (line.quiet) add(quiet_word);
   if (!line.announce) add(no_announce_word);
+  if (!line.patch) add(no_patch_word);
+  if (line.counts_file.find("%p") != std::string::npos) add(std::string(begun_word) + std::string(begun_width, '0'));
   if (line.counts) add(std::string(counts_word) + (line.counts_file.empty() ? "" : "=" + line.counts_file));
   return value;
+}
+
+std::string with_outer_counts(std::string options, const char* outer) {
+  std::string_view rest = outer ? outer : "";
+  while (!rest.empty() && !rest.starts_with(begun_word) && !rest.starts_with(counts_word))
+    rest.remove_prefix(std::min(rest.size(), rest.find(':') + (rest.find(':') < rest.size())));
+  if (!rest.empty()) options.append(options.empty() ? "" : ":").append(rest);
+  return options;
 }
 
 }  // namespace sve::runner

@@ -9,6 +9,7 @@ namespace sve::runner {
 struct command_line {
   bool quiet = false;
   bool announce = true;
+  bool patch = true;
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
   bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one
@@ -30,5 +31,8 @@ parse_result parse_command_line(const std::vector<std::string>& arguments);
 
 /// The value of the variable that carries the options to the preloaded library; see options.h.
 std::string options_value(const command_line& line);
+
+/// `options` with the counts that an outer sve-run asked for by its own options; null if it passed none.
+std::string with_outer_counts(std::string options, const char* outer);
 
 }  // namespace sve::runner

@@ -1,14 +1,17 @@
 // sve-run: looks at the program, then becomes it, with the library preloaded.
 #include <fcntl.h>
 #include <sys/auxv.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,8 +23,6 @@
 namespace {
 
 using namespace sve::runner;
-
-constexpr unsigned long hwcap_sve = 1ul << 22;
 
 // Under another sve-run, getauxval says what programs are to be told.
 bool processor_has_sve() {
@@ -39,7 +40,9 @@ int run(const std::string& path, const std::vector<std::string>& words) {
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
-  execv(path.c_str(), arguments.data());
+  // Not by way of libc: under another sve-run its library would report for this process, which runs nothing of its own,
+  // and add itself again.
+  syscall(SYS_execve, path.c_str(), arguments.data(), environ);
   return fail(errno == ENOENT ? status_not_found : status_not_executable,
               path + ": " + std::strerror(errno) + "; try to run it without sve-run");
 }
@@ -48,7 +51,8 @@ int run_under_dynamorio(const command_line& line, const std::string& program) {
   std::error_code error;
   const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
   const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
-  const finding home = find_dynamorio(line.dynamorio_home, [](const char* name) { return std::getenv(name); }, readable);
+  const finding home = find_dynamorio(
+      line.dynamorio_home, [](const char* name) { return std::getenv(name); }, readable);
   if (home.status != 0) return fail(home.status, home.error);
   std::vector<std::filesystem::path> places;
   for (const char* place : {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM}) places.push_back(here / place);
@@ -67,6 +71,19 @@ std::optional<std::string> find_library() {
     if (access(path.c_str(), R_OK) == 0) return path.string();
   }
   return std::nullopt;
+}
+
+// What to preload before the program's own wishes. Of two copies of the library in one process none would know what the
+// other does, so one from another place goes.
+std::string preload_list(const std::string& library, const std::string& program, const char* wished) {
+  std::string list = library;
+  if (const std::string sanitizer = sanitizer_of(program); !sanitizer.empty()) list = sanitizer + ":" + list;
+  std::string entries = wished ? wished : "";
+  std::replace(entries.begin(), entries.end(), ' ', ':');
+  std::istringstream words(entries);
+  for (std::string entry; std::getline(words, entry, ':');)
+    if (!entry.empty() && entry.substr(entry.rfind('/') + 1) != library_name) list += ":" + entry;
+  return list;
 }
 
 // The file gets what each process of the tree appends, so it begins empty and its path is whole.
@@ -108,14 +125,18 @@ int main(int argc, char** argv) {
     return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM
                                                            "; install it again");
   }
-  if (library->find_first_of(" :") != std::string::npos) {
-    return fail(status_failed, *library + ": the loader takes no path with a space or colon; install it elsewhere");
+  if (library->find_first_of(" :$") != std::string::npos) {
+    return fail(status_failed,
+                *library + ": the loader takes no path with a space, colon or dollar; install it elsewhere");
   }
   if (const auto error = prepare_counts_file(line)) return fail(status_failed, *error);
 
   const char* preloaded = std::getenv(preload_variable);
-  setenv(preload_variable, (*library + (preloaded && *preloaded ? ":" + std::string(preloaded) : "")).c_str(), 1);
-  if (const std::string options = options_value(line); options.empty()) {
+  const bool nested = preloaded && std::strstr(preloaded, library_name);
+  setenv(preload_variable, preload_list(*library, program.path, preloaded).c_str(), 1);
+  std::string options = options_value(line);
+  if (nested && !line.counts) options = with_outer_counts(options, std::getenv(options_variable));
+  if (options.empty()) {
     unsetenv(options_variable);
   } else {
     setenv(options_variable, options.c_str(), 1);

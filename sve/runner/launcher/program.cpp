@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <optional>
 #include <vector>
@@ -58,6 +60,58 @@ class File {
   int fd_;
 };
 
+// The segments that an ELF file's headers tell of. A damaged file may tell anything.
+class program_headers {
+ public:
+  explicit program_headers(const File& file) {
+    const auto header = file.record<Elf64_Ehdr>(0);
+    for (unsigned i = 0; header && i < header->e_phnum; ++i) {
+      const auto segment = file.record<Elf64_Phdr>(header->e_phoff + std::uint64_t{i} * header->e_phentsize);
+      if (!segment) return;
+      segments_.push_back(*segment);
+    }
+  }
+  std::optional<Elf64_Phdr> find(unsigned type) const {
+    for (const Elf64_Phdr& segment : segments_)
+      if (segment.p_type == type) return segment;
+    return std::nullopt;
+  }
+  /// The entries of the dynamic section with this tag.
+  std::vector<std::uint64_t> dynamic(const File& file, std::int64_t tag) const {
+    std::vector<std::uint64_t> values;
+    const auto segment = find(PT_DYNAMIC);
+    const std::uint64_t count = segment ? std::min<std::uint64_t>(segment->p_filesz / sizeof(Elf64_Dyn), 4096) : 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+      const auto entry = file.record<Elf64_Dyn>(segment->p_offset + i * sizeof(Elf64_Dyn));
+      if (!entry || entry->d_tag == DT_NULL) break;
+      if (entry->d_tag == tag) values.push_back(entry->d_un.d_val);
+    }
+    return values;
+  }
+  /// A dynamic section, and no mark of a position-independent program.
+  bool is_library(const File& file) const {
+    if (!find(PT_DYNAMIC)) return false;
+    const auto flags = dynamic(file, DT_FLAGS_1);
+    return flags.empty() || !(flags.front() & DF_1_PIE);
+  }
+  /// The names of the libraries that the program was linked with.
+  std::vector<std::string> needed(const File& file) const {
+    std::vector<std::string> names;
+    const auto strings = dynamic(file, DT_STRTAB);
+    if (strings.empty()) return names;
+    for (const Elf64_Phdr& segment : segments_) {
+      if (segment.p_type != PT_LOAD || strings.front() - segment.p_vaddr >= segment.p_filesz) continue;
+      const std::uint64_t table = strings.front() - segment.p_vaddr + segment.p_offset;
+      for (const std::uint64_t name : dynamic(file, DT_NEEDED)) names.push_back(file.read(256, table + name).c_str());
+      break;
+    }
+    return names;
+  }
+
+ private:
+  std::vector<Elf64_Phdr> segments_;
+};
+
 std::string machine_name(unsigned machine) {
   switch (machine) {
     case EM_X86_64:
@@ -103,9 +157,11 @@ finding find_program(std::string_view name, std::string_view search_path) {
   std::optional<finding> unusable;
   for (const std::string& path : candidates) {
     if (access(path.c_str(), F_OK) != 0) {
-      if (errno == EACCES && !unusable) {
+      if (errno == EACCES && !unusable)
         unusable = refuse(status_not_executable, path, "permission denied; make its directories searchable (chmod +x)");
-      }
+      if (errno == ELOOP && !unusable)
+        unusable =
+            refuse(status_not_executable, path, "a loop of symbolic links; mend the link that leads back (ls -l)");
       continue;
     }
     if (is_directory(path)) {
@@ -154,15 +210,19 @@ finding check_machine(const std::string& path) {
 finding check_program(const std::string& path) {
   if (finding machine = check_machine(path); machine.status != 0) return machine;
   const File file(path);
-  const auto header = file.record<Elf64_Ehdr>(0);
+  const program_headers segments(file);
   std::string loader;
-  for (unsigned i = 0; header && i < header->e_phnum; ++i) {
-    const auto segment = file.record<Elf64_Phdr>(header->e_phoff + std::uint64_t{i} * header->e_phentsize);
-    if (segment && segment->p_type == PT_INTERP) loader = file.read(segment->p_filesz, segment->p_offset).c_str();
+  if (const auto segment = segments.find(PT_INTERP)) {
+    loader = file.read(std::min<std::uint64_t>(segment->p_filesz, PATH_MAX), segment->p_offset).c_str();
+    if (loader.empty()) return refuse(status_not_executable, path, "its ELF headers are damaged; link it again");
+  }
+  if (loader.empty() && segments.is_library(file)) {
+    return refuse(status_not_executable, path, "a shared library, not a program; run a program that loads it");
   }
   if (loader.empty()) {
     return refuse(status_not_executable, path,
-                  "statically linked, and preloading cannot reach it; link it dynamically (without -static), or give --platform=dynamorio");
+                  "statically linked, and preloading cannot reach it; link it dynamically (without -static), or give "
+                  "--platform=dynamorio");
   }
   if (loader.find("ld-linux-aarch64") == std::string::npos) {
     return refuse(status_not_executable, path,
@@ -177,6 +237,14 @@ finding check_program(const std::string& path) {
   finding f;
   f.path = path;
   return f;
+}
+
+std::string sanitizer_of(const std::string& path) {
+  const File file(path);
+  for (const std::string& name : program_headers(file).needed(file))
+    for (const char* prefix : {"libasan.so.", "libhwasan.so.", "libtsan.so."})
+      if (name.starts_with(prefix)) return name;
+  return "";
 }
 
 }  // namespace sve::runner

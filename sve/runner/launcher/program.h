@@ -27,4 +27,7 @@ finding check_machine(const std::string& path);
 /// Checks that preloading reaches the program at `path`: a dynamically linked AArch64 program for glibc.
 finding check_program(const std::string& path);
 
+/// The sanitizer's library that the program at `path` was linked with, which must come first of all; empty if none.
+std::string sanitizer_of(const std::string& path);
+
 }  // namespace sve::runner

@@ -2,19 +2,19 @@
 #pragma once
 
 #include <signal.h>
+#include <ucontext.h>
 
-#include "sve/runner/preload/kernel.h"
+#include "sve/decode/dispatch.h"
+#include "sve/runner/preload/thread_block.h"
 
 namespace sve::runner {
 
-/// The kernel's handler of SIGILL.
-void illegal_instruction_entry(int sig, siginfo_t* info, void* context);
+/// Executes what stands at the program's `pc`, and all instructions of ours that follow it directly. Returns true if
+/// the program goes on at `context`. Otherwise `context` is where it is, and `*info` the signal that it gets there:
+/// that of a fault of its memory, or the illegal instruction if it is not ours.
+bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context);
 
-/// The kernel's handler of SIGSEGV and SIGBUS.
-void fault_entry(int sig, siginfo_t* info, void* context);
-
-/// What is blocked while an instruction is emulated, so that no signal comes in the middle of one: all but the faults
-/// of its own memory accesses.
-inline constexpr signal_bits emulation_mask = ~(bit(SIGSEGV) | bit(SIGBUS));
+/// The handler of a word that the runner serves, or null.
+decode_handler handler_of(std::uint32_t word);
 
 }  // namespace sve::runner

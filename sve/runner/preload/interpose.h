@@ -1,6 +1,9 @@
 // The functions that ours stand in front of.
 #pragma once
 
+#include <aio.h>
+#include <mqueue.h>
+#include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
 #include <setjmp.h>
@@ -11,22 +14,25 @@
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/select.h>
+#include <threads.h>
+#include <time.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 extern "C" {
-int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(), void (*fini)(),
-                      void (*rtld_fini)(), void* stack_end);
 [[noreturn]] void __longjmp_chk(jmp_buf env, int value) noexcept(false);
 int __ppoll_chk(struct pollfd* fds, nfds_t count, const struct timespec* timeout, const sigset_t* mask, size_t size);
 int __cxa_at_quick_exit(void (*function)(void*), void* dso);
 }
 
-#define SVE_INTERPOSED(X)                                                                                           \
-  X(pthread_sigmask)                                                                                                \
-  X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait) X(epoll_pwait2)                     \
-      X(pthread_attr_setsigmask_np) X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(exit) \
-          X(quick_exit) X(execve) X(execvpe) X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval)     \
-              X(prctl) X(__libc_start_main) X(__cxa_at_quick_exit)
+#define SVE_INTERPOSED(X)                                                                                              \
+  X(pthread_sigmask)                                                                                                   \
+  X(__sigsetjmp)                                                                                                       \
+  X(getcontext) X(setcontext) X(swapcontext) X(sigtimedwait) X(thrd_create) X(timer_create) X(mq_notify)               \
+      X(getaddrinfo_a) X(aio_read) X(aio_write) X(aio_fsync) X(lio_listio) X(sysconf) X(system) X(popen) X(sigpending) \
+          X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait) X(epoll_pwait2) X(longjmp) X(_longjmp)       \
+              X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(execve) X(execvpe) X(fexecve) X(execveat)             \
+                  X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl) X(__cxa_at_quick_exit)
 
 namespace sve::runner {
 
@@ -35,7 +41,9 @@ struct real_functions {
 #define SVE_DECLARE(name) decltype(&::name) name;
   SVE_INTERPOSED(SVE_DECLARE)
 #undef SVE_DECLARE
+  // These have no counterpart of ours.
   int (*cxa_atexit)(void (*function)(void*), void* argument, void* dso);
+  const char* (*strerrordesc_np)(int error);
 };
 
 extern real_functions real;

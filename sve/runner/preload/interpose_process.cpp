@@ -2,18 +2,25 @@
 // SVE.
 #include <alloca.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 #include "sve/runner/options.h"
+#include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/process.h"
+#include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/state/vector_length.h"
 
@@ -26,23 +33,20 @@ void find_real_functions() {
   SVE_INTERPOSED(SVE_FIND)
 #undef SVE_FIND
   real.cxa_atexit = reinterpret_cast<decltype(real.cxa_atexit)>(dlsym(RTLD_NEXT, "__cxa_atexit"));
+  real.strerrordesc_np = reinterpret_cast<decltype(real.strerrordesc_np)>(dlsym(RTLD_NEXT, "strerrordesc_np"));
 }
 
 }  // namespace sve::runner
+
+#ifndef AT_MINSIGSTKSZ
+#define AT_MINSIGSTKSZ 51
+#endif
 
 #pragma GCC visibility push(default)
 
 namespace {
 
 using namespace sve::runner;
-
-int (*program_main)(int, char**, char**);
-
-int main_and_exit(int argc, char** argv, char** environment) {
-  const int status = program_main(argc, argv, environment);
-  exit_begins();
-  return status;
-}
 
 [[noreturn]] void end_process(int status) {
   report();
@@ -52,6 +56,13 @@ int main_and_exit(int argc, char** argv, char** environment) {
 // Tells libc's functions that ours have begun before our start has run.
 void need_real_functions() {
   if (!real.getauxval) find_real_functions();
+}
+
+// Puts the parts one behind the other and a 0 behind the last; returns the place of the 0.
+char* join(char* to, std::initializer_list<std::string_view> parts) {
+  for (const std::string_view part : parts) to += part.copy(to, part.size());
+  *to = 0;
+  return to;
 }
 
 bool is_variable(const char* entry, const char* name) {
@@ -64,58 +75,99 @@ bool is_variable(const char* entry, const char* name) {
 struct needed_environment {
   int preload_at = -1;
   int options_at = -1;
+  int ignored_at = -1;
   int count = 0;
-  bool complete = false;
+  bool has_library = false;
+  signal_bits ignored;
 
-  explicit needed_environment(char* const* environment) {
+  needed_environment(char* const* environment, signal_bits ignored_signals) : ignored(ignored_signals) {
     for (; environment && environment[count]; ++count) {
       if (is_variable(environment[count], preload_variable)) preload_at = count;
       if (is_variable(environment[count], options_variable)) options_at = count;
+      if (is_variable(environment[count], ignored_variable)) ignored_at = count;
     }
-    complete = preload_at >= 0 && std::strstr(environment[preload_at], library_path()) != nullptr;
+    has_library = preload_at >= 0 && std::strstr(environment[preload_at], library_name) != nullptr;  // of any build
   }
+  bool is_complete() const { return has_library && ignored == 0 && ignored_at < 0; }
   std::size_t text_size(char* const* environment) const {
     const std::size_t theirs = preload_at >= 0 ? std::strlen(environment[preload_at]) : 0;
     return sizeof preload_variable + std::strlen(library_path()) + theirs + sizeof options_variable +
-           std::strlen(options_text()) + 8;
+           std::strlen(options_text()) + sizeof ignored_variable + 20 + 8;
   }
-  // `entries` has room for count + 3, `text` for text_size().
+  // `entries` has room for count + 4, `text` for text_size().
   void fill(char* const* environment, char** entries, char* text) const {
     int n = 0;
     for (int i = 0; i < count; ++i) {
-      if (i != preload_at && i != options_at) entries[n++] = environment[i];
+      if (i != ignored_at && (has_library || (i != preload_at && i != options_at))) entries[n++] = environment[i];
     }
-    const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : "";
-    entries[n++] = text;
-    text += std::sprintf(text, "%s=%s%s%s", preload_variable, library_path(), *theirs ? ":" : "", theirs) + 1;
-    if (options_at >= 0) {
-      entries[n++] = environment[options_at];
-    } else if (options_text()[0]) {
+    if (!has_library) {
+      const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : "";
       entries[n++] = text;
-      std::sprintf(text, "%s=%s", options_variable, options_text());
+      text = join(text, {preload_variable, "=", library_path(), *theirs ? ":" : "", theirs}) + 1;
+      if (options_at >= 0) {
+        entries[n++] = environment[options_at];
+      } else if (options_text()[0]) {
+        entries[n++] = text;
+        text = join(text, {options_variable, "=", options_text()}) + 1;
+      }
+    }
+    if (ignored != 0) {
+      entries[n++] = text;
+      join(text, {ignored_variable, "=", (Text<20>() << ignored).c_str()});
     }
     entries[n] = nullptr;
   }
 };
 
+// Whether a new program would find the library. Not so when the root directory has been changed: there it runs without
+// emulation, and that is said.
+bool library_is_reachable() {
+  static std::atomic<bool> said{false};
+  if (system_call(SYS_faccessat, AT_FDCWD, address(library_path()), R_OK) == 0) return true;
+  if (!said.exchange(true)) {
+    Text<4096 + 160> line;
+    line << library_path() << ": not to be reached any more; what is started from here runs without emulation";
+    print_line(line.c_str());
+  }
+  return false;
+}
+
 // Calls `function` with an environment that has what is needed. On the stack: the caller may be a vforked child.
 template <class Function>
-int with_environment(char* const* environment, Function function) {
-  const needed_environment needed(environment);
-  if (!is_active() || needed.complete) return function(environment);
-  auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 3)));
+int with_environment(char* const* environment, signal_bits ignored, Function function) {
+  const needed_environment needed(environment, ignored);
+  if (!is_active() || needed.is_complete() || !library_is_reachable()) return function(environment);
+  auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 4)));
   auto* text = static_cast<char*>(alloca(needed.text_size(environment)));
   needed.fill(environment, entries, text);
   return function(entries);
 }
 
+bool is_executable(const char* path) { return system_call(SYS_faccessat, AT_FDCWD, address(path), X_OK) == 0; }
+
+// Whether a program of this name is found as execvp finds one.
+bool is_found(const char* file) {
+  if (std::strchr(file, '/')) return is_executable(file);
+  const char* const path = getenv("PATH");
+  for (std::string_view rest = path ? path : "/bin:/usr/bin";;) {
+    const std::string_view directory = rest.substr(0, rest.find(':'));
+    Text<4096> candidate;
+    if (is_executable((candidate << (directory.empty() ? "." : directory) << "/" << file).c_str())) return true;
+    if (directory.size() == rest.size()) return false;
+    rest.remove_prefix(directory.size() + 1);
+  }
+}
+
+// `likely`: the program can be started as far as one can see. This one then ends here and reports.
 template <class Function>
-int replace_program(char* const* environment, Function function) {
+int replace_program(bool likely, char* const* environment, Function function) {
   if (!is_active()) return function(environment);
-  actions_before_exec();
-  const int status = with_environment(environment, function);
+  if (likely) report();
+  const signal_bits ignored = actions_before_exec();
+  const int status = with_environment(environment, ignored, function);
   const int error = errno;
   actions_after_failed_exec();
+  if (likely) report_again();
   errno = error;
   return status;
 }
@@ -132,19 +184,43 @@ int replace_program(char* const* environment, Function function) {
   va_start(list, first);                                                                \
   for (std::size_t i = 1; i <= argument_count; ++i) arguments[i] = va_arg(list, char*);
 
-struct thread_start {
-  void* (*function)(void*);
-  void* argument;
-};
-
-void* start_with_sigill_blocked(void* record) {
-  const thread_start start = *static_cast<thread_start*>(record);
-  std::free(record);
-  set_sigill_blocked(true);
-  return start.function(start.argument);
+// The child finds ours as the kernel's actions and an unblocked mask, and would inherit neither what the program
+// ignores nor what it blocks.
+int spawn(decltype(&::posix_spawn) function, pid_t* pid, const char* path, const posix_spawn_file_actions_t* files,
+          const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
+  posix_spawnattr_t own{};
+  if (attributes) own = *attributes;
+  if (const signal_bits blocked = blocked_signals(); blocked != 0 && !(own.__flags & POSIX_SPAWN_SETSIGMASK)) {
+    own.__flags |= POSIX_SPAWN_SETSIGMASK;
+    own.__ss = to_set(kernel_mask(SIG_BLOCK, 0) | blocked);
+  }
+  signal_bits ignored = ignored_signals();
+  if (own.__flags & POSIX_SPAWN_SETSIGDEF) ignored &= ~to_bits(own.__sd);
+  return with_environment(environment, ignored, [&](char* const* e) {
+    return function(pid, path, files, own.__flags ? &own : attributes, arguments, e);
+  });
 }
 
-constexpr unsigned long hwcap_sve = 1ul << 22;
+// Calls `function` with a command for the shell that puts what is needed into its environment first.
+template <class Function>
+auto with_command(const char* command, Function function) {
+  const needed_environment needed(environ, ignored_signals());
+  if (!command || !is_active() || needed.is_complete() || !library_is_reachable()) return function(command);
+  auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 4)));
+  auto* text = static_cast<char*>(alloca(needed.text_size(environ)));
+  needed.fill(environ, entries, text);
+  std::size_t size = std::strlen(command) + 1;
+  for (char** e = entries; *e; ++e) size += std::strlen(*e) + sizeof "export ''; ";
+  auto* whole = static_cast<char*>(alloca(size));
+  char* at = whole;
+  for (char** e = entries; *e; ++e) {
+    const bool is_ours =
+        is_variable(*e, preload_variable) || is_variable(*e, options_variable) || is_variable(*e, ignored_variable);
+    if (is_ours && !std::strchr(*e, '\'')) at = join(at, {"export '", *e, "'; "});
+  }
+  join(at, {command});
+  return function(whole);
+}
 
 int vector_length_request(unsigned long argument) {
   const unsigned long length = argument & PR_SVE_VL_LEN_MASK;
@@ -162,39 +238,29 @@ int vector_length_request(unsigned long argument) {
 
 extern "C" {
 
-int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv, void (*init)(), void (*fini)(),
-                      void (*rtld_fini)(), void* stack_end) {
-  need_real_functions();
-  program_main = main;
-  return real.__libc_start_main(main_and_exit, argc, argv, init, fini, rtld_fini, stack_end);
+// What a failed system call comes to.
+__attribute__((visibility("hidden"))) long sve_fail(long result) {
+  errno = static_cast<int>(-result);
+  return -1;
 }
 
-void exit(int status) noexcept {
-  exit_begins();
-  real.exit(status);
-  __builtin_unreachable();
-}
-void quick_exit(int status) noexcept {
-  exit_begins();
-  real.quick_exit(status);
-  __builtin_unreachable();
-}
 void _exit(int status) { end_process(status); }
 void _Exit(int status) noexcept { end_process(status); }
 
 int execve(const char* path, char* const arguments[], char* const environment[]) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.execve(path, arguments, e); });
+  return replace_program(is_executable(path), environment,
+                         [&](char* const* e) { return real.execve(path, arguments, e); });
 }
 int execv(const char* path, char* const arguments[]) noexcept { return execve(path, arguments, environ); }
 int execvpe(const char* file, char* const arguments[], char* const environment[]) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.execvpe(file, arguments, e); });
+  return replace_program(is_found(file), environment, [&](char* const* e) { return real.execvpe(file, arguments, e); });
 }
 int execvp(const char* file, char* const arguments[]) noexcept { return execvpe(file, arguments, environ); }
 int fexecve(int fd, char* const arguments[], char* const environment[]) noexcept {
-  return replace_program(environment, [&](char* const* e) { return real.fexecve(fd, arguments, e); });
+  return replace_program(true, environment, [&](char* const* e) { return real.fexecve(fd, arguments, e); });
 }
 int execveat(int directory, const char* path, char* const arguments[], char* const environment[], int flags) noexcept {
-  return replace_program(environment,
+  return replace_program(true, environment,
                          [&](char* const* e) { return real.execveat(directory, path, arguments, e, flags); });
 }
 int execl(const char* path, const char* first, ...) noexcept {
@@ -216,13 +282,34 @@ int execle(const char* path, const char* first, ...) noexcept {
 
 int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* files,
                 const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
-  return with_environment(environment,
-                          [&](char* const* e) { return real.posix_spawn(pid, path, files, attributes, arguments, e); });
+  return spawn(real.posix_spawn, pid, path, files, attributes, arguments, environment);
 }
 int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file_actions_t* files,
                  const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
-  return with_environment(
-      environment, [&](char* const* e) { return real.posix_spawnp(pid, file, files, attributes, arguments, e); });
+  return spawn(real.posix_spawnp, pid, file, files, attributes, arguments, environment);
+}
+
+// libc starts the shell with the program's environment as it is.
+int system(const char* command) {
+  return with_command(command, [](const char* c) { return real.system(c); });
+}
+FILE* popen(const char* command, const char* mode) {
+  return with_command(command, [mode](const char* c) { return real.popen(c, mode); });
+}
+
+// A descriptor that is put in the place of stderr is the new stderr. What a program opens there after it has closed
+// descriptor 2 is a file of its own.
+int dup3(int from, int to, int flags) noexcept {
+  const long result = system_call(SYS_dup3, from, to, flags);
+  if (result == STDERR_FILENO) stderr_changed();
+  return static_cast<int>(result < 0 ? sve_fail(result) : result);
+}
+int dup2(int from, int to) noexcept {
+  if (from != to) return dup3(from, to, 0);
+  const long flags = system_call(SYS_fcntl, from, F_GETFL);
+  if (flags >= 0) return to;
+  errno = static_cast<int>(-flags);
+  return -1;
 }
 
 // A fork that runs no fork handlers, so ours are called here.
@@ -234,26 +321,24 @@ pid_t _Fork() noexcept {
   } else {
     after_fork_in_parent();
   }
-  if (child >= 0) return static_cast<pid_t>(child);
-  errno = static_cast<int>(-child);
-  return -1;
+  return static_cast<pid_t>(child < 0 ? sve_fail(child) : child);
 }
 
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*function)(void*),
-                   void* argument) noexcept {
-  // The kernel's mask is inherited; SIGILL, which is not in it, is handed over.
-  if (!sigill_blocked()) return real.pthread_create(thread, attributes, function, argument);
-  auto* start = static_cast<thread_start*>(std::malloc(sizeof(thread_start)));
-  if (!start) return EAGAIN;
-  *start = {function, argument};
-  const int error = real.pthread_create(thread, attributes, start_with_sigill_blocked, start);
-  if (error != 0) std::free(start);
-  return error;
+// The kernel's figure for the largest signal frame is that of a processor without SVE.
+long sysconf(int name) noexcept {
+  need_real_functions();
+  const long value = real.sysconf(name);
+  if (!is_active()) return value;
+  const auto least = static_cast<long>(least_signal_stack);
+  if (name == _SC_MINSIGSTKSZ) return std::max(value, least);
+  if (name == _SC_SIGSTKSZ) return std::max(value, 4 * least);
+  return value;
 }
 
 unsigned long getauxval(unsigned long type) noexcept {
   need_real_functions();
   const unsigned long value = real.getauxval(type);
+  if (type == AT_MINSIGSTKSZ && is_active()) return std::max<unsigned long>(value, least_signal_stack);
   return type == AT_HWCAP && announces() ? value | hwcap_sve : value;
 }
 

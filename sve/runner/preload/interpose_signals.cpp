@@ -18,34 +18,6 @@ using simple_handler = void (*)(int);
 // Signals made interrupting by siginterrupt, for the `signal` calls to come.
 std::atomic<signal_bits> interrupting{0};
 
-signal_bits to_bits(const sigset_t& set) {
-  signal_bits bits;
-  std::memcpy(&bits, &set, sizeof bits);
-  return bits;
-}
-
-sigset_t to_set(signal_bits bits) {
-  sigset_t set;
-  sigemptyset(&set);
-  std::memcpy(&set, &bits, sizeof bits);
-  return set;
-}
-
-// A copy of a mask for the kernel, which never sees SIGILL blocked. Null stays null.
-class KernelMask {
- public:
-  explicit KernelMask(const sigset_t* set) : given_(set != nullptr) {
-    if (!set) return;
-    copy_ = *set;
-    sigdelset(&copy_, SIGILL);
-  }
-  const sigset_t* get() const { return given_ ? &copy_ : nullptr; }
-
- private:
-  bool given_;
-  sigset_t copy_;
-};
-
 int result(int error) {
   if (error == 0) return 0;
   errno = error;
@@ -72,13 +44,16 @@ simple_handler change_or_error(int sig, simple_handler handler, unsigned long fl
 }
 
 int change_mask(int how, const sigset_t* set, sigset_t* old) {
-  const bool was_blocked = sigill_blocked();
-  const bool names_sigill = set && sigismember(set, SIGILL) == 1;
-  const KernelMask mask(set);
-  const int error = real.pthread_sigmask(how, mask.get(), old);
+  const signal_bits before = blocked_signals();
+  const signal_bits given = set ? to_bits(*set) : 0;
+  const sigset_t mask = to_set(given & ~owned_signals);
+  const int error = real.pthread_sigmask(how, set ? &mask : nullptr, old);
   if (error != 0) return error;
-  if (old && was_blocked) sigaddset(old, SIGILL);
-  if (set && (names_sigill || how == SIG_SETMASK)) set_sigill_blocked(names_sigill && how != SIG_UNBLOCK);
+  if (old) *old = to_set(to_bits(*old) | before);
+  if (!set) return 0;
+  const signal_bits owned = given & owned_signals;
+  const signal_bits now = how == SIG_BLOCK ? before | owned : how == SIG_UNBLOCK ? before & ~owned : owned;
+  if (now != before) set_blocked_signals(now);
   return 0;
 }
 
@@ -99,7 +74,83 @@ int change_one(int how, int sig, bool* was_blocked = nullptr) {
   return result(error);
 }
 
+// libc saves the kernel's mask in jump buffers and contexts. Of their sets of 1024 signals the kernel writes the first
+// word; the last one notes what it does not know.
+constexpr signal_bits note_mark = 0x5356455f4d415300;  // has no owned signal's bit
+static_assert((note_mark & owned_signals) == 0);
+
+unsigned long& note_of(const sigset_t* set) {
+  return const_cast<sigset_t*>(set)->__val[sizeof set->__val / sizeof set->__val[0] - 1];
+}
+
+void note_blocked(sigset_t* set) { note_of(set) = note_mark | blocked_signals(); }
+
+signal_bits noted_blocked(const sigset_t* set) {
+  const signal_bits note = note_of(set);
+  return (note & ~owned_signals) == note_mark ? note & owned_signals : 0;
+}
+
+const sigset_t* saved_set(const __jmp_buf_tag* env) { return reinterpret_cast<const sigset_t*>(&env->__saved_mask); }
+
+void restore_blocked(const __jmp_buf_tag* env) {
+  if (env->__mask_was_saved) set_blocked_signals(noted_blocked(saved_set(env)));
+}
+
+// What the kernel may be given of a context, whose mask may hold owned signals; they become the program's view.
+const ucontext_t* prepare_context(const ucontext_t* context) {
+  const signal_bits mask = to_bits(context->uc_sigmask);
+  set_blocked_signals((mask & owned_signals) | noted_blocked(&context->uc_sigmask));
+  if (!(mask & owned_signals) || !this_thread_block) return context;
+  ucontext_t* copy = &this_thread_block->context_copy;
+  *copy = *context;
+  copy->uc_sigmask = to_set(mask & ~owned_signals);
+  // The copy's vectors are read where the copy lies, but nothing in it points into itself.
+  return copy;
+}
+
+int wait_for(const sigset_t* set, siginfo_t* info, const struct timespec* timeout) {
+  const signal_bits owned = to_bits(*set) & owned_signals;
+  thread_block* block = owned ? need_thread_block() : nullptr;
+  if (!block) return real.sigtimedwait(set, info, timeout);
+  block->waited_for = owned;
+  int sig = 0;
+  while (sig == 0) {
+    if (const siginfo_t held = take_pending(owned); held.si_signo != 0) {
+      if (info) *info = held;
+      sig = held.si_signo;
+      continue;
+    }
+    sig = real.sigtimedwait(set, info, timeout);
+    if (sig > 0 && (block->woken & owned & bit(sig))) {
+      block->woken &= ~bit(sig);
+      sig = 0;
+    } else if (sig < 0 && errno == EINTR && (pending_signals() & owned)) {
+      sig = 0;  // it came while the kernel was not waiting for it
+    }
+  }
+  block->waited_for = 0;
+  return sig;
+}
+
 }  // namespace
+
+// What is done before a function that returns twice, which is then jumped to: the stubs in returns_twice.S call these.
+// Each returns that function's address. `arguments` are its own, and may be changed.
+extern "C" {
+__attribute__((visibility("hidden"))) void* sve_before_sigsetjmp(void** arguments) {
+  if (arguments[1]) note_blocked(const_cast<sigset_t*>(saved_set(static_cast<__jmp_buf_tag*>(arguments[0]))));
+  return reinterpret_cast<void*>(real.__sigsetjmp);
+}
+__attribute__((visibility("hidden"))) void* sve_before_getcontext(void** arguments) {
+  note_blocked(&static_cast<ucontext_t*>(arguments[0])->uc_sigmask);
+  return reinterpret_cast<void*>(real.getcontext);
+}
+__attribute__((visibility("hidden"))) void* sve_before_swapcontext(void** arguments) {
+  note_blocked(&static_cast<ucontext_t*>(arguments[0])->uc_sigmask);
+  arguments[1] = const_cast<ucontext_t*>(prepare_context(static_cast<const ucontext_t*>(arguments[1])));
+  return reinterpret_cast<void*>(real.swapcontext);
+}
+}
 
 extern "C" {
 
@@ -179,20 +230,39 @@ int sigsetmask(int mask) noexcept {
 }
 int siggetmask() noexcept { return sigblock(0); }
 
+int sigaltstack(const stack_t* stack, stack_t* old) noexcept {
+  thread_block* block = need_thread_block();
+  if (!block) return result(ENOMEM);
+  return result(change_stack(block, stack, old, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))));
+}
+
 int sigpending(sigset_t* set) noexcept {
   const int status = real.sigpending(set);
-  if (status == 0 && sigill_pending()) sigaddset(set, SIGILL);
+  if (status == 0) *set = to_set(to_bits(*set) | (pending_signals() & blocked_signals()));
   return status;
 }
 
-// While these wait with a mask of their own, handlers run under that mask, and may trap.
+int sigtimedwait(const sigset_t* set, siginfo_t* info, const struct timespec* timeout) {
+  return wait_for(set, info, timeout);
+}
+int sigwaitinfo(const sigset_t* set, siginfo_t* info) { return wait_for(set, info, nullptr); }
+int sigwait(const sigset_t* set, int* sig) {
+  int got;
+  do {
+    got = wait_for(set, nullptr, nullptr);
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) return errno;
+  *sig = got;
+  return 0;
+}
+
+// While these wait with a mask of their own, handlers run under that mask, and may trap. A signal that the mask blocks
+// and the kernel does not may interrupt the wait; sigsuspend then waits on.
 int sigsuspend(const sigset_t* set) {
-  if (!sigill_blocked() || sigismember(set, SIGILL) == 1) return real.sigsuspend(KernelMask(set).get());
-  // It waits for a SIGILL too, and one may have come already.
-  const bool came = sigill_pending();
-  set_sigill_blocked(false);
-  if (!came) real.sigsuspend(KernelMask(set).get());
-  set_sigill_blocked(true);
+  WaitMask mask(set);
+  do {
+    real.sigsuspend(mask.kernel_mask());
+  } while (!mask.is_over());
   errno = EINTR;
   return -1;
 }
@@ -205,48 +275,52 @@ int __xpg_sigpause(int sig) {
   sigdelset(&set, sig);
   return sigsuspend(&set);
 }
+int __sigpause(int sig_or_mask, int is_sig) {
+  if (is_sig) return __xpg_sigpause(sig_or_mask);
+  const sigset_t set = to_set(static_cast<unsigned>(sig_or_mask));
+  return sigsuspend(&set);
+}
+int bsd_sigpause(int mask) asm("sigpause");  // the headers give that name to the other one
+int bsd_sigpause(int mask) { return __sigpause(mask, 0); }
 
 int pselect(int count, fd_set* reads, fd_set* writes, fd_set* excepts, const struct timespec* timeout,
             const sigset_t* set) {
-  return real.pselect(count, reads, writes, excepts, timeout, KernelMask(set).get());
+  return real.pselect(count, reads, writes, excepts, timeout, WaitMask(set).kernel_mask());
 }
 int ppoll(struct pollfd* fds, nfds_t count, const struct timespec* timeout, const sigset_t* set) {
-  return real.ppoll(fds, count, timeout, KernelMask(set).get());
+  return real.ppoll(fds, count, timeout, WaitMask(set).kernel_mask());
 }
 int __ppoll_chk(struct pollfd* fds, nfds_t count, const struct timespec* timeout, const sigset_t* set, size_t size) {
-  return real.__ppoll_chk(fds, count, timeout, KernelMask(set).get(), size);
+  return real.__ppoll_chk(fds, count, timeout, WaitMask(set).kernel_mask(), size);
 }
 int epoll_pwait(int epfd, struct epoll_event* events, int count, int timeout, const sigset_t* set) {
-  return real.epoll_pwait(epfd, events, count, timeout, KernelMask(set).get());
+  return real.epoll_pwait(epfd, events, count, timeout, WaitMask(set).kernel_mask());
 }
 int epoll_pwait2(int epfd, struct epoll_event* events, int count, const struct timespec* timeout, const sigset_t* set) {
-  return real.epoll_pwait2(epfd, events, count, timeout, KernelMask(set).get());
+  return real.epoll_pwait2(epfd, events, count, timeout, WaitMask(set).kernel_mask());
 }
-int pthread_attr_setsigmask_np(pthread_attr_t* attr, const sigset_t* set) {
-  return real.pthread_attr_setsigmask_np(attr, KernelMask(set).get());
-}
-
-// A jump that restores the mask restores one without SIGILL, since no other was there to be saved.
 void longjmp(jmp_buf env, int value) noexcept {
-  if (env[0].__mask_was_saved) set_sigill_blocked(false);
+  restore_blocked(env);
   real.longjmp(env, value);
   __builtin_unreachable();
 }
 void _longjmp(jmp_buf env, int value) noexcept {
-  if (env[0].__mask_was_saved) set_sigill_blocked(false);
+  restore_blocked(env);
   real._longjmp(env, value);
   __builtin_unreachable();
 }
 void siglongjmp(sigjmp_buf env, int value) noexcept {
-  if (env[0].__mask_was_saved) set_sigill_blocked(false);
+  restore_blocked(env);
   real.siglongjmp(env, value);
   __builtin_unreachable();
 }
 void __longjmp_chk(jmp_buf env, int value) {
-  if (env[0].__mask_was_saved) set_sigill_blocked(false);
+  restore_blocked(env);
   real.__longjmp_chk(env, value);
   __builtin_unreachable();
 }
+
+int setcontext(const ucontext_t* context) noexcept { return real.setcontext(prepare_context(context)); }
 
 }  // extern "C"
 #pragma GCC visibility pop

@@ -16,6 +16,22 @@ using signal_bits = std::uint64_t;
 inline constexpr int signal_count = 64;
 constexpr signal_bits bit(int sig) { return signal_bits{1} << (sig - 1); }
 
+/// What traps and faults arrive as. One that comes while the kernel has it blocked is death, so the kernel never has.
+inline constexpr signal_bits owned_signals = bit(SIGILL) | bit(SIGSEGV) | bit(SIGBUS);
+constexpr bool is_owned(int sig) { return (owned_signals & bit(sig)) != 0; }
+
+/// The kernel's part of libc's set, and back.
+inline signal_bits to_bits(const sigset_t& set) {
+  signal_bits bits;
+  __builtin_memcpy(&bits, &set, sizeof bits);
+  return bits;
+}
+inline sigset_t to_set(signal_bits bits) {
+  sigset_t set{};
+  __builtin_memcpy(&set, &bits, sizeof bits);
+  return set;
+}
+
 /// The kernel's form of an action.
 struct kernel_action {
   std::uintptr_t handler = 0;
@@ -65,9 +81,11 @@ inline void kernel_write(int fd, const char* text, std::size_t size) {
   }
 }
 
-/// Sends this thread a signal that looks like `info`.
-inline void kernel_resend(int sig, siginfo_t* info) {
-  system_call(SYS_rt_tgsigqueueinfo, kernel_process_id(), system_call(SYS_gettid), sig, address(info));
+inline int kernel_thread_id() { return static_cast<int>(system_call(SYS_gettid)); }
+
+/// Sends a thread of this process a signal that looks like `info`.
+inline void kernel_resend(int thread, siginfo_t info) {
+  system_call(SYS_rt_tgsigqueueinfo, kernel_process_id(), thread, info.si_signo, address(&info));
 }
 
 /// All signals blocked for as long as this lives. With it held no handler of the program runs on this thread, so locks
@@ -81,6 +99,18 @@ class SignalsBlocked {
 
  private:
   signal_bits before_;
+};
+
+/// A lock for a few instructions. Its holder has all signals blocked or is a signal handler of ours.
+class SpinLock {
+ public:
+  void lock() {
+    while (__atomic_test_and_set(&taken_, __ATOMIC_ACQUIRE)) system_call(SYS_sched_yield);
+  }
+  void unlock() { __atomic_clear(&taken_, __ATOMIC_RELEASE); }
+
+ private:
+  bool taken_ = false;
 };
 
 }  // namespace sve::runner

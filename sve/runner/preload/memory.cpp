@@ -1,9 +1,9 @@
 // Memory for the library's own containers. The trap may come from the program's malloc itself, so none of ours is used.
 #include <sys/mman.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <mutex>
 #include <new>
 
 #include "sve/runner/preload/kernel.h"
@@ -21,7 +21,7 @@ struct free_block {
   free_block* next;
 };
 
-std::atomic_flag lock = ATOMIC_FLAG_INIT;
+sve::runner::SpinLock lock;
 free_block* free_lists[largest_small / unit + 1];
 std::byte* chunk = nullptr;
 std::size_t chunk_left = 0;
@@ -32,19 +32,12 @@ void* map(std::size_t size) {
   return mapping < 0 && mapping > -4096 ? nullptr : reinterpret_cast<void*>(mapping);
 }
 
-struct Locked {
-  Locked() {
-    while (lock.test_and_set(std::memory_order_acquire)) system_call(SYS_sched_yield);
-  }
-  ~Locked() { lock.clear(std::memory_order_release); }
-};
-
 std::size_t rounded(std::size_t size) { return (size + unit - 1) & ~(unit - 1); }
 
 void* allocate(std::size_t size) {
   size = rounded(size ? size : 1);
   if (size > largest_small) return map(size);
-  const Locked guard;
+  const std::lock_guard guard(lock);
   if (free_block* block = free_lists[size / unit]) {
     free_lists[size / unit] = block->next;
     return block;
@@ -68,7 +61,7 @@ void release(void* p, std::size_t size) {
     system_call(SYS_munmap, address(p), static_cast<long>(size));
     return;
   }
-  const Locked guard;
+  const std::lock_guard guard(lock);
   auto* block = static_cast<free_block*>(p);
   block->next = free_lists[size / unit];
   free_lists[size / unit] = block;
@@ -86,6 +79,10 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return al
 void operator delete(void* p, std::size_t size) noexcept { release(p, size); }
 // Without its size a block cannot be returned. Containers give the size; what else there is, is small and rare.
 void operator delete(void*) noexcept {}
+
+// The C++ runtime's own: a reserve for exceptions that it makes at the start.
+extern "C" void* malloc(std::size_t size) { return allocate(size); }
+extern "C" void free(void*) {}
 
 // The library's objects live as long as the process: other libraries' destructors, which run after ours, may still
 // execute SVE instructions. So the registrations that the compiler makes for our statics end here.

@@ -1,29 +1,39 @@
 #include "sve/runner/preload/signals.h"
 
+#include <sys/auxv.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 
-#include "sve/runner/preload/emulate.h"
-#include "sve/runner/preload/process.h"
-#include "sve/runner/preload/thread_block.h"
+#include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/frame.h"
 
-extern "C" int sve_call_on_stack(void (*function)(void*), void* argument, void* stack_top, void** resume);
+#ifndef SS_AUTODISARM
+#define SS_AUTODISARM (1u << 31)
+#endif
 
 namespace sve::runner {
 namespace {
 
-using handler_function = void (*)(int, siginfo_t*, void*);
+constexpr std::uintptr_t default_action = 0;          // SIG_DFL
+constexpr std::uintptr_t ignore_action = 1;           // SIG_IGN
+constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kernel, which libc's may exceed
 
-constexpr std::uintptr_t default_action = 0;  // SIG_DFL
-constexpr std::uintptr_t ignore_action = 1;   // SIG_IGN
-constexpr signal_bits sigill = bit(SIGILL);
+signal_services services;
+bool has_landing_pads = false;
+
+// A handler returns here. By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal
+// frame. They lie in memory that cannot be executed, so that a return to them is a fault and the entry takes over: the
+// frame may hold an SVE record, which a kernel that knows no SVE would refuse.
+alignas(8) std::uint32_t handler_return[] = {0xd2801168, 0xd4000001};  // mov x8, #139; svc #0
 
 // The actions as the program set them. Writers hold the lock, with all signals blocked; readers are signal handlers,
 // take no lock, and read again when a writer came between.
 program_action actions[signal_count + 1];
 std::atomic<unsigned> version{0};
-std::atomic_flag lock = ATOMIC_FLAG_INIT;
+SpinLock action_lock;
 
 program_action read_action(int sig) {
   for (;;) {
@@ -34,162 +44,268 @@ program_action read_action(int sig) {
   }
 }
 
-// Call with all signals blocked and `lock` held.
+// Call with the lock held.
 void write_action(int sig, const program_action& action) {
   version.fetch_add(1, std::memory_order_acq_rel);
   actions[sig] = action;
   version.fetch_add(1, std::memory_order_acq_rel);
 }
 
-class ActionLock {
- public:
-  ActionLock() {
-    while (lock.test_and_set(std::memory_order_acquire)) system_call(SYS_sched_yield);
+bool is_handler(std::uintptr_t handler) { return handler != default_action && handler != ignore_action; }
+
+// Owned signals sent to the process while every thread that could take them blocks them.
+held_signals process_held;
+SpinLock held_lock;
+
+void hold_for_process(const siginfo_t& info) {
+  {
+    const std::lock_guard guard(held_lock);
+    process_held.hold(info);
   }
-  ~ActionLock() { lock.clear(std::memory_order_release); }
-  ActionLock(const ActionLock&) = delete;
-  ActionLock& operator=(const ActionLock&) = delete;
-
- private:
-  SignalsBlocked signals_;  // first in, last out
-};
-
-// Who blocks SIGILL on this thread, in the program's view. A handler may be left by a jump that tells us nothing, so
-// only a block that the program asked for is taken to make a trap fatal.
-enum class block : unsigned char { none, by_handler, by_request };
-thread_local block blocked __attribute__((tls_model("initial-exec"))) = block::none;
-// SIGILLs that wait while the program blocks them: one sent to this thread, one sent to the process.
-thread_local siginfo_t held_by_thread __attribute__((tls_model("initial-exec")));
-siginfo_t held_by_process;
-std::atomic<int> process_holds{0};  // 0 nothing, 1 being changed, 2 a signal
-
-signal_bits saved_mask(const ucontext_t* context) {
-  signal_bits mask;
-  std::memcpy(&mask, &context->uc_sigmask, sizeof mask);
-  return mask;
+  // After it is held: a thread that unblocks the signal meanwhile finds it.
+  wake_thread_for(info.si_signo);
 }
 
-void set_saved_mask(ucontext_t* context, signal_bits mask) { std::memcpy(&context->uc_sigmask, &mask, sizeof mask); }
-
-// A call of a handler of the program.
-struct handler_call {
-  std::uintptr_t handler;
-  int sig;
-  siginfo_t* info;
-  ucontext_t* context;
-};
-
-void call_plainly(void* argument) {
-  const auto* call = static_cast<handler_call*>(argument);
-  reinterpret_cast<handler_function>(call->handler)(call->sig, call->info, call->context);
+siginfo_t take_held_for_process(signal_bits set) {
+  const std::lock_guard guard(held_lock);
+  return process_held.take(set);
 }
 
-// The interrupted code's vectors, predicates and FFR outlive a handler that uses SVE, as they would in a signal frame
-// of a processor with SVE; and like there they lie on the stack of the handler, which it may leave by a jump.
-__attribute__((noinline)) void call_keeping_vectors(handler_call* call, thread_block* vectors) {
-  struct {
-    alignas(16) std::uint8_t z[32][vector_bytes - 16];
-    std::uint8_t p[16][vector_bytes];
-    std::uint8_t ffr[vector_bytes];
-  } kept;
-  cpu_state* state = &vectors->state;
-  for (int n = 0; n < 32; ++n) std::memcpy(kept.z[n], state->z[n] + 16, sizeof kept.z[n]);
-  std::memcpy(kept.p, state->p, sizeof kept.p);
-  std::memcpy(kept.ffr, state->ffr, sizeof kept.ffr);
-  call_plainly(call);
-  for (int n = 0; n < 32; ++n) std::memcpy(state->z[n] + 16, kept.z[n], sizeof kept.z[n]);
-  std::memcpy(state->p, kept.p, sizeof kept.p);
-  std::memcpy(state->ffr, kept.ffr, sizeof kept.ffr);
-}
-
-// Calls the handler in the program's view of the mask. `blocks_sigill` tells whether it runs with SIGILL blocked.
-void call_handler(handler_call* call, bool blocks_sigill) {
-  const block before = blocked;
-  if (before != block::none) set_saved_mask(call->context, saved_mask(call->context) | sigill);
-  if (blocks_sigill && before == block::none) blocked = block::by_handler;
-  if (thread_block* vectors = this_thread_block) {
-    call_keeping_vectors(call, vectors);
-  } else {
-    call_plainly(call);
+// Sends this thread what it holds of `set`. If the signals are blocked in the kernel they come when it unblocks them.
+void resend_held(thread_block* block, signal_bits set) {
+  for (;;) {
+    const siginfo_t info = take_pending(set);
+    if (info.si_signo == 0) return;
+    kernel_resend(block->thread_id, info);
   }
-  const signal_bits after = saved_mask(call->context);
-  set_saved_mask(call->context, after & ~sigill);
-  set_sigill_blocked((after & sigill) != 0);
-  if (blocked != block::none && before != block::none) blocked = before;
 }
 
-void call_handler_with_sigill_free(void* call) { call_handler(static_cast<handler_call*>(call), false); }
-void call_handler_with_sigill_blocked(void* call) { call_handler(static_cast<handler_call*>(call), true); }
+constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART;
 
-// The kernel's handler of every signal but the owned ones: the kernel has set the mask and the stack.
-void program_signal_entry(int sig, siginfo_t* info, void* context) {
-  program_action action = read_action(sig);
-  if (action.handler == default_action || action.handler == ignore_action) return;  // changed while on its way
-  handler_call call{action.handler, sig, info, static_cast<ucontext_t*>(context)};
-  call_handler(&call, (action.mask & sigill) != 0);
+void signal_entry(int sig, siginfo_t* info, void* raw_context);
+
+// Whether the default action of a signal is the process's end, which we want to report.
+bool ends_process(int sig) {
+  constexpr signal_bits lets_live = bit(SIGCHLD) | bit(SIGURG) | bit(SIGWINCH) | bit(SIGCONT) | bit(SIGTSTP) |
+                                    bit(SIGTTIN) | bit(SIGTTOU) | bit(SIGSTOP) | bit(SIGKILL);
+  return services.reports_ends && !(lets_live & bit(sig));
 }
-
-constexpr unsigned long kernel_flags =
-    SA_NOCLDSTOP | SA_NOCLDWAIT | SA_ONSTACK | SA_RESTART | SA_NODEFER | SA_RESETHAND;
 
 // What the kernel is told for an action of the program.
 kernel_action kernel_form(int sig, const program_action& action) {
   kernel_action form;
-  form.mask = action.mask & ~sigill;
-  if (is_owned(sig)) {
-    form.handler = reinterpret_cast<std::uintptr_t>(sig == SIGILL ? illegal_instruction_entry : fault_entry);
-    form.flags = SA_SIGINFO | (action.flags & (SA_ONSTACK | SA_RESTART));
+  if (is_owned(sig) || is_handler(action.handler) || (action.handler == default_action && ends_process(sig))) {
+    form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
+    form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
     if (action.handler == ignore_action) form.flags |= SA_RESTART;
-    if (sig == SIGILL) form.mask = emulation_mask;
-  } else if (action.handler == default_action || action.handler == ignore_action) {
+    form.mask = ~owned_signals;
+  } else {
     form.handler = action.handler;
     form.flags = action.flags;
-  } else {
-    form.handler = reinterpret_cast<std::uintptr_t>(program_signal_entry);
-    form.flags = SA_SIGINFO | (action.flags & kernel_flags);
+    form.mask = action.mask;
   }
   return form;
 }
 
 // What a kernel action means to the program.
 program_action program_form(int sig, const kernel_action& form) {
-  const program_action known = read_action(sig);
-  if (is_owned(sig)) return known;
-  program_action action{form.handler, form.flags, form.mask | (known.mask & sigill)};
-  if (form.handler == reinterpret_cast<std::uintptr_t>(program_signal_entry)) {
-    action.handler = known.handler;
-    action.flags = (form.flags & ~static_cast<unsigned long>(SA_SIGINFO)) | (known.flags & SA_SIGINFO);
-  }
+  if (is_owned(sig) || form.handler == reinterpret_cast<std::uintptr_t>(signal_entry)) return read_action(sig);
+  return {form.handler, form.flags, form.mask};
+}
+
+// The action for a signal that is about to be delivered; it is taken once if the program wants that.
+program_action take_action(int sig) {
+  program_action action = read_action(sig);
+  if (!(action.flags & SA_RESETHAND)) return action;
+  const std::lock_guard guard(action_lock);
+  action = read_action(sig);
+  if (!is_handler(action.handler)) return action;
+  program_action reset = action;
+  reset.handler = default_action;
+  write_action(sig, reset);
+  const kernel_action form = kernel_form(sig, reset);
+  kernel_sigaction(sig, &form, nullptr);
   return action;
 }
 
-// Ends the process by `sig`, or makes the kernel do so when the program resumes.
-void take_default_action(int sig, const siginfo_t* info) {
-  report_death(sig);
+// Ends the process by the signal when the program resumes.
+void take_default_action(siginfo_t info, bool recurs) {
+  services.report_death(info.si_signo);
   const kernel_action action;
-  kernel_sigaction(sig, &action, nullptr);
+  kernel_sigaction(info.si_signo, &action, nullptr);
   // A trap or a fault comes again when the instruction is run again, and then kills with all the right particulars.
-  if (info->si_code > 0) return;
-  siginfo_t again = *info;
-  kernel_mask(SIG_BLOCK, bit(sig));
-  kernel_resend(sig, &again);
+  if (recurs) return;
+  // With a fault's code an emulator of system calls would take it for a fault of its own.
+  if (info.si_code > 0) info.si_code = SI_TKILL;
+  kernel_mask(SIG_BLOCK, bit(info.si_signo));
+  kernel_resend(kernel_thread_id(), info);
 }
 
-bool on_alternate_stack(stack_t* stack) {
-  system_call(SYS_sigaltstack, 0, address(stack));
-  return (stack->ss_flags & (SS_ONSTACK | SS_DISABLE)) != 0;
+// What the kernel does where a program cannot be told of a signal: it gets this one, blocked or not.
+siginfo_t forced(int sig, int code, std::uintptr_t fault_address) {
+  siginfo_t info{};
+  info.si_signo = sig;
+  info.si_code = code;
+  info.si_addr = reinterpret_cast<void*>(fault_address);
+  return info;
+}
+
+bool is_on(const stack_t& stack, std::uintptr_t sp) {
+  if (static_cast<unsigned>(stack.ss_flags) & SS_AUTODISARM) return false;
+  const auto bottom = reinterpret_cast<std::uintptr_t>(stack.ss_sp);
+  return sp > bottom && sp - bottom <= stack.ss_size;
+}
+
+int stack_flags(const stack_t& stack, std::uintptr_t sp) {
+  return stack.ss_size == 0 ? SS_DISABLE : is_on(stack, sp) ? SS_ONSTACK : 0;
+}
+
+constexpr unsigned long btype = 3ul << 10, btype_call = 2ul << 10;  // what the next instruction may have to be
+constexpr unsigned long unchecked_tags = 1ul << 25;
+
+// The one place where a signal becomes the program's. `context` is the interrupted program, and changes so that it
+// resumes in the handler; `recurs` says that it meets the signal again if it resumes as it is.
+void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bool must_come, bool recurs) {
+  const int sig = info.si_signo;
+  const signal_bits before = (saved_mask(context) & ~owned_signals) | block->blocked;
+  const signal_bits now = block->waits ? block->wait_mask : before;
+  program_action action = read_action(sig);
+  const bool can_end = is_owned(sig) || ends_process(sig);
+  if (!must_come && (action.handler == ignore_action || (!can_end && action.handler == default_action))) return;
+  // The kernel does not let a program ignore or block a fault: it ends it.
+  if (!is_handler(action.handler) || (must_come && (now & bit(sig)))) return take_default_action(info, recurs);
+  action = take_action(sig);
+  if (!is_handler(action.handler)) return take_default_action(info, recurs);
+
+  mcontext_t& machine = context->uc_mcontext;
+  const stack_t& stack = block->program_stack;
+  const bool switches = (action.flags & SA_ONSTACK) && stack_flags(stack, machine.sp) == 0;
+  const auto top = switches ? reinterpret_cast<std::uintptr_t>(stack.ss_sp) + stack.ss_size : machine.sp;
+  const frame_place place = place_frame(block, context, top);
+  if (!guarded(block, [&] { write_frame(place, block, info, context, before); })) {
+    if (sig == SIGSEGV) return take_default_action(forced(SIGSEGV, SI_KERNEL, 0), false);
+    return deliver(block, forced(SIGSEGV, SI_KERNEL, 0), context, true, false);
+  }
+  signal_bits mask = now | action.mask;
+  if (!(action.flags & SA_NODEFER)) mask |= bit(sig);
+  block->waits = false;
+  block->blocked = mask & owned_signals;
+  if (static_cast<unsigned>(stack.ss_flags) & SS_AUTODISARM) block->program_stack = {nullptr, SS_DISABLE, 0};
+
+  set_saved_mask(context, mask & ~owned_signals);
+  machine.regs[0] = static_cast<unsigned>(sig);
+  if (action.flags & SA_SIGINFO) {
+    machine.regs[1] = reinterpret_cast<std::uintptr_t>(&place.frame->info);
+    machine.regs[2] = reinterpret_cast<std::uintptr_t>(&place.frame->context);
+  }
+  machine.regs[29] = reinterpret_cast<std::uintptr_t>(place.frame_record);
+  machine.regs[30] = reinterpret_cast<std::uintptr_t>(handler_return);
+  machine.sp = reinterpret_cast<std::uintptr_t>(place.frame);
+  machine.pc = action.handler;
+  // The kernel's call of a handler is an indirect one.
+  machine.pstate = (machine.pstate & ~(btype | unchecked_tags)) | (has_landing_pads ? btype_call : 0);
+}
+
+// A handler has returned: the program resumes from its frame.
+void resume_from_frame(thread_block* block, ucontext_t* context) {
+  const auto sp = context->uc_mcontext.sp;
+  const auto* frame = reinterpret_cast<const signal_frame*>(sp);
+  bool accepted = false;
+  stack_t stack{};
+  const bool readable = sp % 16 == 0 && guarded(block, [&] {
+                          accepted = read_frame(block, frame, context);
+                          stack = frame->context.uc_stack;
+                        });
+  const signal_bits mask = saved_mask(context);
+  block->blocked = mask & owned_signals;
+  set_saved_mask(context, mask & ~owned_signals);
+  if (!readable || !accepted) {
+    const auto at = context->uc_mcontext.sp;
+    return deliver(block, forced(SIGSEGV, SEGV_ACCERR, at), context, true, false);
+  }
+  change_stack(block, &stack, nullptr, context->uc_mcontext.sp);  // the kernel, too, takes no notice if that fails
+  if (const signal_bits free = owned_signals & ~mask & pending_signals()) {
+    kernel_mask(SIG_BLOCK, free);
+    resend_held(block, free);
+  }
+}
+
+// The kernel's handler of every signal. The kernel has put it on the runner's stack, but for a thread that was made in
+// a way that we do not see, which has none yet.
+void signal_entry(int sig, siginfo_t* info, void* raw_context) {
+  auto* context = static_cast<ucontext_t*>(raw_context);
+  thread_block* block = this_thread_block;
+  if (block) {
+    if (services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
+    sig = info->si_signo;
+  }
+  const auto sp = context->uc_mcontext.sp;
+  const bool is_trap = is_owned(sig) && info->si_code > 0;
+
+  if (block && block->is_runner_stack(sp)) {
+    if (!is_trap) return block->late.hold(*info);
+    if (services.answer_fault(sig, raw_context)) return;
+    if (!block->is_guarded) return take_default_action(*info, true);
+    block->fault = *info;
+    std::memcpy(block->fault_records, context->uc_mcontext.__reserved, sizeof block->fault_records);
+    leave_guarded(block);
+  }
+  const int saved_errno = errno;
+  if (!block || !block->is_runner_stack(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)))) {
+    block = need_thread_block();
+    if (!block) return take_default_action(*info, is_trap);
+    if (!(context->uc_stack.ss_flags & SS_DISABLE)) block->program_stack = context->uc_stack;
+    context->uc_stack = runner_stack(block);
+    // It comes again, on the runner's stack.
+    if (!is_trap) {
+      kernel_mask(SIG_BLOCK, bit(sig));
+      kernel_resend(block->thread_id, *info);
+    }
+    errno = saved_errno;
+    return;
+  }
+  notice_copy();
+  if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
+    block->woken &= ~bit(sig);
+    *info = take_held_for_process(bit(sig));
+    if (info->si_signo == 0) return;
+  }
+  if (sig == 0) {
+    // What waited for a run's end is among the late ones.
+  } else if (is_trap && sig == SIGSEGV && context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(handler_return)) {
+    resume_from_frame(block, context);
+  } else if (is_trap) {
+    if (sig != SIGILL || !services.serve_trap(block, info, context)) deliver(block, *info, context, true, true);
+  } else if (is_owned(sig) && ((block->waits ? block->wait_mask : block->blocked.load()) & bit(sig))) {
+    if (info->si_code == SI_TKILL) {
+      block->held.hold(*info);
+    } else {
+      hold_for_process(*info);
+    }
+  } else {
+    deliver(block, *info, context, false, false);
+  }
+  // What came meanwhile comes again when the program runs.
+  while (block->late.present) {
+    const siginfo_t late = block->late.take(owned_signals);
+    kernel_mask(SIG_BLOCK, bit(late.si_signo));
+    kernel_resend(block->thread_id, late);
+  }
+  errno = saved_errno;
 }
 
 }  // namespace
 
-void start_signals() {
+void start_signals(const signal_services& given, signal_bits ignored) {
+  services = given;
+  has_landing_pads = (getauxval(AT_HWCAP2) & (1ul << 17)) != 0;  // HWCAP2_BTI
   for (int sig = 1; sig <= signal_count; ++sig) {
     kernel_action inherited;
     if (kernel_sigaction(sig, nullptr, &inherited) != 0) continue;
-    actions[sig].handler = inherited.handler;
-  }
-  if (kernel_mask(SIG_UNBLOCK, sigill) & sigill) blocked = block::by_request;
-  for (int sig : {SIGILL, SIGSEGV, SIGBUS}) {
+    actions[sig] = {inherited.handler, inherited.flags, inherited.mask};
+    if (!is_owned(sig) && (is_handler(inherited.handler) || inherited.handler == ignore_action || !ends_process(sig)))
+      continue;
+    if (ignored & bit(sig)) actions[sig].handler = ignore_action;
     const kernel_action form = kernel_form(sig, actions[sig]);
     kernel_sigaction(sig, &form, nullptr);
   }
@@ -208,7 +324,8 @@ int change_action(int sig, const program_action* action, program_action* old) {
     }
     return 0;
   }
-  const ActionLock guard;
+  const SignalsBlocked signals;
+  const std::lock_guard guard(action_lock);
   kernel_action before;
   if (const long error = kernel_sigaction(sig, nullptr, &before); error != 0) return static_cast<int>(-error);
   const program_action was = program_form(sig, before);
@@ -221,76 +338,95 @@ int change_action(int sig, const program_action* action, program_action* old) {
   return 0;
 }
 
-void deliver(int sig, siginfo_t* info, ucontext_t* context) {
-  program_action action = read_action(sig);
-  if (action.handler == ignore_action && info->si_code <= 0) return;
-  const signal_bits interrupted = saved_mask(context);
-  // The kernel does not let a program ignore or block a fault: it ends it.
-  const bool blocks_it = sig == SIGILL ? blocked == block::by_request : (interrupted & bit(sig)) != 0;
-  const bool fatal = info->si_code > 0 && blocks_it;
-  if (action.handler == default_action || action.handler == ignore_action || fatal) {
-    return take_default_action(sig, info);
+int change_stack(thread_block* block, const stack_t* stack, stack_t* old, std::uintptr_t sp) {
+  stack_t& own = block->program_stack;
+  const stack_t before = own;
+  if (stack) {
+    if (is_on(own, sp)) return EPERM;
+    stack_t wanted{};
+    wanted.ss_flags = stack->ss_flags;
+    const unsigned mode = static_cast<unsigned>(stack->ss_flags) & ~SS_AUTODISARM;
+    if (mode != SS_DISABLE && mode != SS_ONSTACK && mode != 0) return EINVAL;
+    if (mode != SS_DISABLE) {
+      if (stack->ss_size < kernel_minimum_stack) return ENOMEM;
+      wanted.ss_sp = stack->ss_sp;
+      wanted.ss_size = stack->ss_size;
+    }
+    own = wanted;
   }
-  if (action.flags & SA_RESETHAND) {
-    const ActionLock guard;
-    program_action reset = action;
-    reset.handler = default_action;
-    write_action(sig, reset);
+  if (old) {
+    *old = before;
+    old->ss_flags = static_cast<int>(static_cast<unsigned>(stack_flags(before, sp)) |
+                                     (static_cast<unsigned>(before.ss_flags) & SS_AUTODISARM));
   }
-  signal_bits mask = interrupted | action.mask;
-  if (!(action.flags & SA_NODEFER)) mask |= bit(sig);
-  kernel_mask(SIG_SETMASK, mask & ~sigill);
-  handler_call call{action.handler, sig, info, context};
-  const auto function = (mask & sigill) ? call_handler_with_sigill_blocked : call_handler_with_sigill_free;
-  stack_t stack{};
-  if ((action.flags & SA_ONSTACK) && !on_alternate_stack(&stack)) {
-    void* unused;
-    auto top = reinterpret_cast<std::uintptr_t>(stack.ss_sp) + stack.ss_size;
-    sve_call_on_stack(function, &call, reinterpret_cast<void*>(top & ~std::uintptr_t{15}), &unused);
-  } else {
-    function(&call);
+  return 0;
+}
+
+signal_bits blocked_signals() {
+  const thread_block* block = need_thread_block();
+  return block ? block->blocked.load() : 0;
+}
+
+void set_blocked_signals(signal_bits blocked) {
+  thread_block* block = need_thread_block();
+  if (!block) return;
+  block->blocked = blocked & owned_signals;
+  const signal_bits free = owned_signals & ~blocked & pending_signals();
+  if (!free) return;
+  const SignalsBlocked signals;
+  resend_held(block, free);
+}
+
+signal_bits pending_signals() {
+  return process_held.present | (this_thread_block ? this_thread_block->held.present.load() : 0);
+}
+
+siginfo_t take_pending(signal_bits set) {
+  const SignalsBlocked signals;
+  siginfo_t info{};
+  if (this_thread_block) info = this_thread_block->held.take(set);
+  return info.si_signo != 0 ? info : take_held_for_process(set);
+}
+
+WaitMask::WaitMask(const sigset_t* mask) : block_(need_thread_block()), given_(mask && block_) {
+  if (!given_) return;
+  const signal_bits wanted = to_bits(*mask);
+  kernel_mask_ = to_set(wanted & ~owned_signals);
+  block_->wait_mask = wanted;
+  block_->waits = true;
+  // What is held and now free comes as soon as the wait begins.
+  if (const signal_bits free = owned_signals & ~wanted & pending_signals()) {
+    runner::kernel_mask(SIG_BLOCK, free);
+    resend_held(block_, free);
   }
 }
 
-bool sigill_blocked() { return blocked != block::none; }
-
-bool sigill_pending() { return held_by_thread.si_signo != 0 || process_holds.load(std::memory_order_acquire) == 2; }
-
-void set_sigill_blocked(bool now_blocked) {
-  blocked = now_blocked ? block::by_request : block::none;
-  if (now_blocked || !sigill_pending()) return;
-  siginfo_t info;
-  if (held_by_thread.si_signo != 0) {
-    info = held_by_thread;
-    held_by_thread.si_signo = 0;
-    kernel_resend(SIGILL, &info);
-  }
-  int held = 2;
-  if (process_holds.compare_exchange_strong(held, 1, std::memory_order_acq_rel)) {
-    info = held_by_process;
-    process_holds.store(0, std::memory_order_release);
-    kernel_resend(SIGILL, &info);
-  }
+WaitMask::~WaitMask() {
+  if (!given_) return;
+  block_->waits = false;
+  runner::kernel_mask(SIG_UNBLOCK, owned_signals);
 }
 
-void hold_sigill(const siginfo_t* info) {
-  if (info->si_code == SI_TKILL) {
-    held_by_thread = *info;
-    return;
-  }
-  int none = 0;  // like any pending signal it is held once
-  if (!process_holds.compare_exchange_strong(none, 1, std::memory_order_acq_rel)) return;
-  held_by_process = *info;
-  process_holds.store(2, std::memory_order_release);
-}
+bool WaitMask::is_over() const { return !given_ || !block_->waits; }
 
-void actions_before_exec() {
+signal_bits ignored_signals() {
+  signal_bits ignored = 0;
   for (int sig : {SIGILL, SIGSEGV, SIGBUS}) {
-    if (read_action(sig).handler != ignore_action) continue;
-    const kernel_action ignore{ignore_action, 0, 0, 0};
-    kernel_sigaction(sig, &ignore, nullptr);
+    if (read_action(sig).handler == ignore_action) ignored |= bit(sig);
   }
-  if (sigill_blocked()) kernel_mask(SIG_BLOCK, sigill);
+  return ignored;
+}
+
+signal_bits actions_before_exec() {
+  kernel_mask(SIG_BLOCK, blocked_signals());
+  const signal_bits ignored = ignored_signals();
+  // A vforked child has actions of its own.
+  if (ignored == 0 || (has_other_threads() && !in_borrowed_memory())) return ignored;
+  for (int sig : {SIGILL, SIGSEGV, SIGBUS}) {
+    const kernel_action ignore{ignore_action, 0, 0, 0};
+    if (ignored & bit(sig)) kernel_sigaction(sig, &ignore, nullptr);
+  }
+  return 0;
 }
 
 void actions_after_failed_exec() {
@@ -300,13 +436,13 @@ void actions_after_failed_exec() {
     const kernel_action form = kernel_form(sig, action);
     kernel_sigaction(sig, &form, nullptr);
   }
-  if (sigill_blocked()) kernel_mask(SIG_UNBLOCK, sigill);
+  kernel_mask(SIG_UNBLOCK, owned_signals);
 }
 
-void lock_actions() {
-  while (lock.test_and_set(std::memory_order_acquire)) system_call(SYS_sched_yield);
-}
+void lock_actions() { action_lock.lock(); }
 
-void unlock_actions() { lock.clear(std::memory_order_release); }
+void unlock_actions() { action_lock.unlock(); }
+
+void forget_pending() { process_held.present = 0; }
 
 }  // namespace sve::runner

@@ -1,15 +1,20 @@
 // The program's view of signals, kept apart from the kernel's.
 //
-// Every handler of the program is entered through one of ours. For SIGILL, SIGSEGV and SIGBUS ours stays installed
-// whatever the program sets; for the others it is there so that a handler that uses SVE leaves the interrupted code's
-// vectors and predicates as they were. SIGILL is never blocked in the kernel, since a trap on a blocked SIGILL is
-// death; whether the program thinks it blocked is kept here.
+// Every signal that the program handles enters through one function of ours, on the runner's own stack. What is the
+// program's is delivered: the entry builds the frame that a processor with SVE would have, changes the kernel's own so
+// that the kernel resumes the program in its handler, and returns. So nothing of ours is on a stack while a handler
+// runs, which it may leave as it likes. When it returns, it returns into the entry again.
+//
+// For the owned signals ours stays the kernel's handler whatever the program sets, and the kernel never has them
+// blocked; whether the program thinks them blocked is kept here.
 #pragma once
 
 #include <signal.h>
 #include <ucontext.h>
 
 #include "sve/runner/preload/kernel.h"
+#include "sve/runner/preload/thread_block.h"
+#include "sve/runner/sites/interruption.h"
 
 namespace sve::runner {
 
@@ -20,37 +25,73 @@ struct program_action {
   signal_bits mask = 0;
 };
 
-/// Signals of which ours is always the handler in the kernel.
-constexpr bool is_owned(int sig) { return sig == SIGILL || sig == SIGSEGV || sig == SIGBUS; }
+/// What the entry calls, all on the runner's stack with every signal blocked but the owned ones.
+struct signal_services {
+  /// Asked first of all: whether the signal meets a run. See sites/interruption.h.
+  interruption (*interrupt_run)(thread_block* block, siginfo_t* info, ucontext_t* context,
+                                bool (*answer)(int sig, void* context));
+  /// Serves an illegal instruction. Returns true if the program goes on at `context`; otherwise `*info` tells the
+  /// signal that it gets there.
+  bool (*serve_trap)(thread_block* block, siginfo_t* info, ucontext_t* context);
+  /// Whether a fault at `context` is the model's own question about memory; if so, the answer is in `context`.
+  bool (*answer_fault)(int sig, void* context);
+  /// The process is about to die by `sig`.
+  void (*report_death)(int sig);
+  /// Whether it is to be called for all signals whose default action is that.
+  bool reports_ends;
+};
 
-/// Takes over the owned signals. Called once at start.
-void start_signals();
+/// Takes over the owned signals, which the program finds as they were inherited. Called once at start. `ignored` are
+/// those that the parent could not have ignored in the kernel.
+void start_signals(const signal_services& services, signal_bits ignored);
 
 /// What sigaction does, in the program's view. Returns 0 or an error number.
 int change_action(int sig, const program_action* action, program_action* old);
 
-/// Calls the program's handler of an owned signal, or takes the default action. `context` is the interrupted program.
-/// Returns to resume the program from `context`.
-void deliver(int sig, siginfo_t* info, ucontext_t* context);
+/// What sigaltstack does for a caller whose stack pointer is `sp`. Returns 0 or an error number.
+int change_stack(thread_block* block, const stack_t* stack, stack_t* old, std::uintptr_t sp);
 
-/// Whether the program thinks SIGILL blocked on this thread.
-bool sigill_blocked();
+/// The owned signals that the program thinks blocked on this thread.
+signal_bits blocked_signals();
 
-/// Sets that, and delivers a SIGILL that was waiting for it.
-void set_sigill_blocked(bool blocked);
+/// Sets that, and delivers those that waited for it.
+void set_blocked_signals(signal_bits blocked);
 
-/// Whether a SIGILL waits to be unblocked.
-bool sigill_pending();
+/// The owned signals that wait to be unblocked on this thread.
+signal_bits pending_signals();
 
-/// A SIGILL that came from a sender while the program blocks it: keeps it for later.
-void hold_sigill(const siginfo_t* info);
+/// Takes one of those that is in `set`; si_signo is 0 if there is none.
+siginfo_t take_pending(signal_bits set);
 
-/// Puts into the kernel what a new program inherits across exec, and takes it out again when exec has failed.
-void actions_before_exec();
+/// For as long as this lives, the thread waits with a mask of its own. The wait itself is to be given `kernel_mask`.
+class WaitMask {
+ public:
+  explicit WaitMask(const sigset_t* mask);
+  ~WaitMask();
+  WaitMask(const WaitMask&) = delete;
+  WaitMask& operator=(const WaitMask&) = delete;
+  const sigset_t* kernel_mask() const { return given_ ? &kernel_mask_ : nullptr; }
+  /// Whether a handler of the program has run since.
+  bool is_over() const;
+
+ private:
+  thread_block* block_;
+  bool given_;
+  sigset_t kernel_mask_;
+};
+
+/// The owned signals that the program ignores.
+signal_bits ignored_signals();
+
+/// Puts into the kernel what a new program inherits across exec, and takes it out again when exec has failed. Ignored
+/// signals are put there only if no other thread can trap meanwhile; the return value is those that were not.
+signal_bits actions_before_exec();
 void actions_after_failed_exec();
 
 /// Around fork: no action is half written in the child.
 void lock_actions();
 void unlock_actions();
+/// In the child: nothing waits that was sent to the parent.
+void forget_pending();
 
 }  // namespace sve::runner

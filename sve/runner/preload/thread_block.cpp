@@ -3,49 +3,189 @@
 #include <pthread.h>
 #include <sys/mman.h>
 
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+
+#include "sve/runner/sites/site.h"
+
 namespace sve::runner {
 
 thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
 
 namespace {
 
-// One mapping a thread: a guard page, the model's stack, the block. The model's stack is ours because the program's may
-// have no room to spare: an SVE instruction takes none.
+// One mapping a thread: a guard page, the runner's stack, the block.
 constexpr std::size_t guard_size = 65536;  // one page at the largest page size
 constexpr std::size_t stack_size = 256 * 1024;
-constexpr std::size_t mapping_size = guard_size + stack_size + ((sizeof(thread_block) + 65535) & ~std::size_t{65535});
+constexpr std::size_t block_offset = guard_size + stack_size;
+constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_sites * sizeof(std::uint64_t);
 
 pthread_key_t key;
-thread_local int exit_rounds __attribute__((tls_model("initial-exec"))) = 0;
+SpinLock list_lock;
+thread_block* blocks = nullptr;
+thread_block* main_block = nullptr;
 
-// Runs as the key's destructor. The other keys' destructors may still use SVE, so the block is kept until the last
-// round.
-void thread_ends(void* value) {
-  if (++exit_rounds < 4) {  // PTHREAD_DESTRUCTOR_ITERATIONS
-    pthread_setspecific(key, value);
-    return;
+std::byte* mapping_of(const thread_block* block) {
+  return reinterpret_cast<std::byte*>(const_cast<thread_block*>(block)) - block_offset;
+}
+
+// The key's destructor, in the first round. Other destructors may still use SVE, so the block stays.
+void thread_ends(void* value) { static_cast<thread_block*>(value)->is_ending = true; }
+
+bool is_gone(const thread_block* block) {
+  return block->is_ending && system_call(SYS_tgkill, kernel_process_id(), block->thread_id, 0) == -ESRCH;
+}
+
+void unmap(thread_block* block) { system_call(SYS_munmap, address(mapping_of(block)), mapping_size); }
+
+// Takes the blocks of threads that are gone off the list.
+thread_block* take_unused() {
+  const std::lock_guard guard(list_lock);
+  thread_block* unused = nullptr;
+  for (thread_block** at = &blocks; *at;) {
+    thread_block* block = *at;
+    if (!is_gone(block)) {
+      at = &block->next;
+      continue;
+    }
+    *at = block->next;
+    keep_counts_of(block);
+    block->next = unused;
+    unused = block;
   }
-  const SignalsBlocked guard;
-  this_thread_block = nullptr;
-  auto* mapping = static_cast<std::byte*>(value) - stack_size - guard_size;
-  system_call(SYS_munmap, address(mapping), mapping_size);
+  return unused;
 }
 
 }  // namespace
 
-thread_block* need_thread_block() {
-  if (this_thread_block) return this_thread_block;
-  const long mapping = system_call(SYS_mmap, 0, mapping_size, PROT_READ | PROT_WRITE,
-                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (mapping < 0 && mapping > -4096) return nullptr;
-  auto* bytes = reinterpret_cast<std::byte*>(mapping);
-  system_call(SYS_mprotect, mapping, guard_size, PROT_NONE);
-  this_thread_block = reinterpret_cast<thread_block*>(bytes + guard_size + stack_size);  // the pages come zeroed
-  // The key is one of the first, whose values lie in the thread's descriptor: this neither allocates nor locks.
-  pthread_setspecific(key, this_thread_block);
-  return this_thread_block;
+void held_signals::hold(const siginfo_t& held) {
+  const signal_bits own = bit(held.si_signo);
+  if (present & own) return;
+  info[place(held.si_signo)] = held;
+  present |= own;
 }
 
-void start_thread_blocks() { pthread_key_create(&key, thread_ends); }
+siginfo_t held_signals::take(signal_bits set) {
+  for (int sig : {SIGILL, SIGBUS, SIGSEGV}) {
+    if (!(present & set & bit(sig))) continue;
+    present &= ~bit(sig);
+    return info[place(sig)];
+  }
+  return {};
+}
+
+bool thread_block::is_runner_stack(std::uintptr_t sp) const {
+  const auto top = reinterpret_cast<std::uintptr_t>(this);
+  return sp <= top && sp > top - stack_size;
+}
+
+stack_t runner_stack(const thread_block* block) {
+  stack_t stack{};
+  stack.ss_sp = mapping_of(block) + guard_size;
+  stack.ss_size = stack_size;
+  return stack;
+}
+
+thread_block* make_thread_block() {
+  const SignalsBlocked signals;
+  thread_block* block = take_unused();
+  if (block) {
+    while (thread_block* more = block->next) {
+      block->next = more->next;
+      unmap(more);
+    }
+    std::memset(static_cast<void*>(block), 0, sizeof *block);
+  } else {
+    const long mapping = system_call(SYS_mmap, 0, mapping_size, PROT_READ | PROT_WRITE,
+                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapping < 0 && mapping > -4096) return nullptr;
+    system_call(SYS_mprotect, mapping, guard_size, PROT_NONE);
+    block = reinterpret_cast<thread_block*>(mapping + static_cast<long>(block_offset));  // the pages come zeroed
+  }
+  block->program_stack.ss_flags = SS_DISABLE;
+  // Known before its thread begins, so that no thread is ever missed.
+  const std::lock_guard guard(list_lock);
+  block->next = blocks;
+  blocks = block;
+  return block;
+}
+
+void free_thread_block(thread_block* block) {
+  const SignalsBlocked signals;
+  {
+    const std::lock_guard guard(list_lock);
+    thread_block** at = &blocks;
+    while (*at != block) at = &(*at)->next;
+    *at = block->next;
+  }
+  unmap(block);
+}
+
+void begin_thread(thread_block* block) {
+  block->thread_id = kernel_thread_id();
+  block->blocked |= kernel_mask(SIG_UNBLOCK, owned_signals) & owned_signals;
+  const SignalsBlocked signals;
+  const stack_t ours = runner_stack(block);
+  stack_t before{};
+  system_call(SYS_sigaltstack, address(&ours), address(&before));
+  if (!(before.ss_flags & SS_DISABLE)) block->program_stack = before;
+  this_thread_block = block;
+  // The key is one of the first, whose values lie in the thread's descriptor: this neither allocates nor locks.
+  pthread_setspecific(key, block);
+}
+
+thread_block* need_thread_block() {
+  if (this_thread_block) return this_thread_block;
+  // At the very start the loader lays out the main thread's variables once more.
+  if (main_block && main_block->thread_id == kernel_thread_id()) return this_thread_block = main_block;
+  thread_block* block = make_thread_block();
+  if (block) begin_thread(block);
+  return block;
+}
+
+void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument) {
+  const std::lock_guard guard(list_lock);
+  for (thread_block* block = blocks; block; block = block->next) body(block, argument);
+}
+
+void wake_thread_for(int sig) {
+  const std::lock_guard guard(list_lock);
+  for (thread_block* block = blocks; block; block = block->next) {
+    if (block == this_thread_block || block->is_ending || block->thread_id == 0) continue;
+    if (!(block->waited_for & bit(sig)) && (block->blocked & bit(sig))) continue;
+    block->woken |= bit(sig);
+    if (system_call(SYS_tgkill, kernel_process_id(), block->thread_id, sig) == 0) return;
+  }
+}
+
+bool has_other_threads() {
+  const SignalsBlocked signals;
+  const std::lock_guard guard(list_lock);
+  for (const thread_block* block = blocks; block; block = block->next) {
+    if (block != this_thread_block && !block->is_ending) return true;
+  }
+  return false;
+}
+
+void leave_guarded(thread_block* block) {
+  block->is_guarded = false;
+  __builtin_longjmp(block->resume, 1);
+}
+
+void start_thread_blocks() {
+  pthread_key_create(&key, thread_ends);
+  main_block = make_thread_block();
+  if (main_block) begin_thread(main_block);
+}
+
+void keep_own_thread_block() {
+  thread_block* own = this_thread_block;
+  for (thread_block* block = blocks; block; block = block->next) block->is_ending = block != own;
+  main_block = own;
+  if (!own) return;
+  own->thread_id = kernel_thread_id();
+  own->held.present = 0;
+}
 
 }  // namespace sve::runner

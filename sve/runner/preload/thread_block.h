@@ -1,9 +1,14 @@
-// What the runner keeps for each thread: its emulated machine, and the stack on which the model runs.
+// What the runner keeps for each thread: its emulated machine, its view of signals, and the stack on which the runner
+// serves its signals.
+//
+// The kernel's alternate stack of every thread is the runner's, always, so that a trap takes nothing from the stack of
+// the program, which may have nothing to spare. The program's alternate stack is kept here and served by the runner.
 #pragma once
 
 #include <signal.h>
 #include <ucontext.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -12,28 +17,115 @@
 
 namespace sve::runner {
 
-/// A thread's block. It is made when the thread first needs it, all zero, and freed when the thread ends.
-struct thread_block {
-  cpu_state state;
-  bool emulating;     ///< a trap is being served: `state` is not the program's to change
-  void* resume;       ///< where a fault of the model's own memory access leaves to
-  siginfo_t fault;    ///< that fault
-  siginfo_t late[2];  ///< SIGSEGV and SIGBUS sent by someone while the model ran; si_signo 0 if none
-  std::uint8_t fault_records[sizeof(mcontext_t::__reserved)];  ///< the fault frame's records
+/// Signals that were sent while the program blocks them, of those that the kernel must not block: one of each kind, as
+/// the kernel holds them.
+struct held_signals {
+  siginfo_t info[3];
+  std::atomic<signal_bits> present;
+
+  static int place(int sig) { return sig == SIGILL ? 0 : sig == SIGSEGV ? 1 : 2; }
+  void hold(const siginfo_t& held);
+  /// Takes out the first one that is in `set`; si_signo is 0 if there is none.
+  siginfo_t take(signal_bits set);
 };
+
+/// A thread's block. It is all zero at first but for the program's stack, which is none.
+struct thread_block {
+  /// The owned signals that the program thinks blocked. First, for vfork's sake.
+  std::atomic<signal_bits> blocked;
+  /// Whether this thread runs as a vforked child: `blocked` is the child's, and the parent puts its own back.
+  unsigned long is_vforked;
+
+  cpu_state state;
+  // These are written by entries of sites: see sites/offsets.h.
+  std::uint64_t running;   ///< an entry's address if it executes a run now; `state` is whole between two instructions
+  std::uint32_t pending;   ///< whether something waits for the run's end
+  std::uint32_t used_sve;  ///< whether `state` holds more than zeroes above the V registers
+
+  siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
+  signal_bits deferred_mask;  ///< the program's mask, while everything waits
+  stack_t program_stack;      ///< as the program set it; SS_DISABLE if it has none
+
+  // A wait with a mask of its own, as in sigsuspend. A signal's arrival ends it.
+  bool waits;
+  signal_bits wait_mask;
+  std::atomic<signal_bits> waited_for;  ///< owned signals that a sigwait of this thread would take
+  std::atomic<signal_bits> woken;       ///< sent to make this thread look for those that are held for the process
+
+  held_signals held;  ///< sent to this thread while the program blocks them
+  held_signals late;  ///< sent while the runner was at work on this thread
+
+  // A piece of our code that touches the program's memory.
+  bool is_guarded;
+  void* resume[5];
+  siginfo_t fault;
+  std::uint8_t fault_records[sizeof(mcontext_t::__reserved)];
+
+  ucontext_t context_copy;  ///< of a context on its way to the kernel, if its mask is not for the kernel
+
+  int thread_id;
+  bool is_ending;  ///< the thread is among its last destructors, and the block is free when it is gone
+  thread_block* next;
+
+  /// Whether a stack pointer is in the runner's stack, which ends where the block begins.
+  bool is_runner_stack(std::uintptr_t sp) const;
+};
+
+/// A thread's executions of each site, by the site's index, lie behind its block, so that entries need no lock to
+/// count.
+inline constexpr std::size_t thread_counts_offset = 65536;
+static_assert(sizeof(thread_block) <= thread_counts_offset);
+inline std::uint64_t* counts_of(thread_block* block) {
+  return reinterpret_cast<std::uint64_t*>(reinterpret_cast<std::byte*>(block) + thread_counts_offset);
+}
+
+/// Calls `body` with each thread's block, of those too that have ended and not been reused. Call with all signals
+/// blocked.
+void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument);
 
 /// This thread's block, or null. Initial-exec, so that a signal handler reads it without a call.
 extern thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec")));
 
-/// The block of this thread, made if need be; null when memory has run out. Callable from a signal handler, with all
-/// signals blocked.
+/// The block of this thread, made if need be; null when memory has run out. The kernel's mask loses the owned signals
+/// to the program's view.
 thread_block* need_thread_block();
 
-/// The top of the stack on which the model runs. Nothing else ever runs there: signals of the program wait until the
-/// model is done, and a fault of the program's data leaves the stack before the program hears of it.
-inline void* model_stack_top(thread_block* block) { return block; }
+/// A block for a thread to come, and its return if none comes. Memory of threads that have ended is reused or given
+/// back.
+thread_block* make_thread_block();
+void free_thread_block(thread_block* block);
 
-/// Called once at start, before any thread is made.
+/// Makes `block` this thread's.
+void begin_thread(thread_block* block);
+
+/// The runner's stack, as the kernel is told of it.
+stack_t runner_stack(const thread_block* block);
+
+/// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for it,
+/// if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
+void wake_thread_for(int sig);
+
+/// Whether there are threads beside this one, as far as we know.
+bool has_other_threads();
+
+/// Runs `body`, which touches memory that is the program's. Returns false if a fault ended it, which `block->fault`
+/// tells of.
+template <class Body>
+[[gnu::noinline]] bool guarded(thread_block* block, Body body) {
+  if (__builtin_setjmp(block->resume)) return false;
+  block->is_guarded = true;
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  body();
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  block->is_guarded = false;
+  return true;
+}
+
+/// From the handler of a fault: makes `guarded` return false.
+[[noreturn]] void leave_guarded(thread_block* block);
+
+/// Called once at start, before any thread is made; and in a copy of the process, which has this thread alone.
 void start_thread_blocks();
+void keep_own_thread_block();
 
 }  // namespace sve::runner

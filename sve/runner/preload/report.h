@@ -1,0 +1,30 @@
+// The totals and counts that a process prints when it ends.
+#pragma once
+
+#include "sve/runner/preload/text.h"
+
+namespace sve::runner {
+
+/// What the options say of it, and the program's name. Opens what will be written to, since later the program may have
+/// closed its stderr, changed its root directory or given up its rights.
+void start_report(const char* program_name, bool totals, bool counts, const char* counts_file, bool counts_file_begun);
+
+/// In a forked child: it counts from nothing and has a file of its own if the name holds a %p.
+void restart_report();
+
+/// The program has put another file in the place of its stderr.
+void stderr_changed();
+
+/// Prints totals and counts, once a process.
+void report();
+
+/// The same before death by `sig`, with the words for a fault of the program.
+void report_death(int sig);
+
+/// Exec has failed after the report was printed: there will be another one.
+void report_again();
+
+/// One line of the runner's own, "sve-run: " and `text`, on the stderr that the process began with.
+void print_line(const char* text);
+
+}  // namespace sve::runner

@@ -1,0 +1,100 @@
+#include "sve/runner/sites/memory_map.h"
+
+#include <fcntl.h>
+
+#include <initializer_list>
+#include <iterator>
+
+#include "sve/runner/preload/kernel.h"
+
+namespace sve::runner {
+namespace {
+
+std::uintptr_t distance(std::uintptr_t a, std::uintptr_t b) { return a < b ? b - a : a - b; }
+
+mapping known[64];
+std::size_t known_count = 0;
+
+}  // namespace
+
+MappingReader::MappingReader()
+    : fd_(static_cast<int>(system_call(SYS_openat, AT_FDCWD, address("/proc/self/maps"), O_RDONLY | O_CLOEXEC))) {}
+
+MappingReader::~MappingReader() {
+  if (fd_ >= 0) system_call(SYS_close, fd_);
+}
+
+int MappingReader::get() {
+  if (at_ == size_) {
+    const long n = fd_ >= 0 ? system_call(SYS_read, fd_, address(text_), sizeof text_) : 0;
+    if (n <= 0) return -1;
+    at_ = 0;
+    size_ = static_cast<std::size_t>(n);
+  }
+  return static_cast<unsigned char>(text_[at_++]);
+}
+
+// A line is "begin-end rwxp offset device inode   name".
+bool MappingReader::next(mapping& m) {
+  m = {};
+  int c = get();
+  for (std::uintptr_t* number : {&m.begin, &m.end}) {
+    for (; c >= 0 && c != '-' && c != ' '; c = get())
+      *number = *number << 4 | static_cast<unsigned>(c <= '9' ? c - '0' : c - 'a' + 10);
+    if (c < 0) return false;
+    c = get();
+  }
+  m.readable = c == 'r';
+  m.writable = get() == 'w';
+  m.executable = get() == 'x';
+  m.is_private = get() == 'p';
+  bool named = false;
+  constexpr char stack[] = "[stack]";
+  for (std::size_t matched = 0; (c = get()) >= 0 && c != '\n';) {
+    if (c == '[') named = true;
+    if (named && matched < sizeof stack - 1) matched = c == stack[matched] ? matched + 1 : sizeof stack;
+    if (matched == sizeof stack - 1) m.is_stack = true;
+  }
+  return m.end > m.begin;
+}
+
+bool find_mapping(std::uintptr_t address, mapping& m) {
+  MappingReader reader;
+  while (reader.next(m))
+    if (address >= m.begin && address < m.end) return true;
+  return false;
+}
+
+bool find_code_mapping(std::uintptr_t address, mapping& m) {
+  for (std::size_t i = 0; i < known_count; ++i) {
+    m = known[i];
+    if (address >= m.begin && address < m.end) return true;
+  }
+  if (!find_mapping(address, m) || m.writable || !m.executable || !m.is_private) return false;
+  if (known_count == std::size(known)) known_count = 0;
+  known[known_count++] = m;
+  return true;
+}
+
+void forget_code_mappings() { known_count = 0; }
+
+// The upper end of a gap is taken, next to the mapping above: heaps grow upwards into the lower ends.
+std::uintptr_t find_gap(std::uintptr_t address, std::size_t size, std::size_t reach) {
+  constexpr std::uintptr_t lowest = 0x10000, alignment = 0x10000;
+  std::uintptr_t best = 0, gap_begin = lowest;
+  const auto consider = [&](std::uintptr_t place) {
+    const std::uintptr_t farthest = place > address ? place + size : place;
+    if (distance(farthest, address) >= reach) return;
+    if (best == 0 || distance(place, address) < distance(best, address)) best = place;
+  };
+  MappingReader reader;
+  for (mapping m; reader.next(m); gap_begin = m.end) {
+    if (m.begin < gap_begin + size + 2 * alignment || m.is_stack) continue;
+    consider((m.begin - size) & ~(alignment - 1));
+    // A large gap's upper end may be out of reach.
+    if (m.begin > address && gap_begin >= address) consider((gap_begin + reach / 4) & ~(alignment - 1));
+  }
+  return best;
+}
+
+}  // namespace sve::runner

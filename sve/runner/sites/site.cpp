@@ -1,0 +1,323 @@
+#include "sve/runner/sites/site.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "sve/runner/preload/emulate.h"
+#include "sve/runner/preload/kernel.h"
+#include "sve/runner/preload/thread_block.h"
+#include "sve/runner/sites/code_memory.h"
+#include "sve/runner/sites/entry.h"
+#include "sve/runner/sites/memory_map.h"
+#include "sve/runner/sites/patch.h"
+
+namespace sve::runner {
+namespace {
+
+constexpr std::uintptr_t page_mask = 4095;
+constexpr std::size_t bucket_count = 1 << 14;
+
+// Writers hold the lock, with all signals blocked; readers take none, and what they find stays for ever.
+SpinLock lock;
+std::atomic<site*> buckets[bucket_count];
+std::atomic<std::size_t> count_of_sites{0};
+std::atomic<std::size_t> count_of_unpatched{0};
+std::atomic<std::uint64_t> executions_without_site{0};
+site** by_index = nullptr;
+bool patching = false;
+
+// The code of each entry, in the order in which they were made.
+struct entry_place {
+  std::uint64_t begin, tail, end;
+  site* owner;
+};
+entry_place* entries = nullptr;
+std::atomic<std::size_t> entry_count{0};
+
+void* map(std::size_t size) {
+  const long mapping = system_call(SYS_mmap, 0, static_cast<long>(size), PROT_READ | PROT_WRITE,
+                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  return mapping < 0 && mapping > -4096 ? nullptr : reinterpret_cast<void*>(mapping);
+}
+
+// Memory that is never given back, all zero.
+void* allocate(std::size_t size) {
+  constexpr std::size_t chunk_size = 256 * 1024;
+  static std::byte* chunk = nullptr;
+  static std::size_t left = 0;
+  size = (size + 15) & ~std::size_t{15};
+  if (size > left) {
+    chunk = static_cast<std::byte*>(map(chunk_size));
+    left = chunk ? chunk_size : 0;
+    if (!chunk) return nullptr;
+  }
+  void* const result = chunk;
+  chunk += size;
+  left -= size;
+  return result;
+}
+
+std::atomic<site*>& bucket_of(const std::uint32_t* address) {
+  return buckets[(reinterpret_cast<std::uintptr_t>(address) >> 2) * 0x9e3779b97f4a7c15u >> 50];
+}
+
+std::uint32_t read_word(const std::uint32_t* at) {
+  return std::atomic_ref(*const_cast<std::uint32_t*>(at)).load(std::memory_order_relaxed);
+}
+
+// The word at an address as the program wrote it, where a patch of ours may stand.
+std::uint32_t own_word(const std::uint32_t* at) {
+  const std::uint32_t word = read_word(at);
+  for (const site* s = bucket_of(at).load(std::memory_order_acquire); s; s = s->next)
+    if (s->address == at && s->patch.load(std::memory_order_relaxed) == word && word != 0) return s->words[0];
+  return word;
+}
+
+bool is_of(const site* s, const std::uint32_t* address) {
+  if (s->address != address) return false;
+  for (std::size_t i = 0; i < s->count; ++i)
+    if (own_word(address + i) != s->words[i]) return false;
+  return true;
+}
+
+site* find(const std::uint32_t* address) {
+  for (site* s = bucket_of(address).load(std::memory_order_acquire); s; s = s->next)
+    if (is_of(s, address)) return s;
+  return nullptr;
+}
+
+template <class T>
+T* allocate_array(std::size_t n) {
+  return static_cast<T*>(allocate(n * sizeof(T)));
+}
+
+site* make(std::uint32_t* address) {
+  std::uint32_t words[longest_run];
+  decode_handler handlers[longest_run];
+  std::size_t n = 0;
+  // In code that the program can write a run is one instruction long, so that no part of one can change behind its
+  // entry's back.
+  mapping m;
+  const bool is_steady = !patching || find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m);
+  const std::size_t most = is_steady ? longest_run : 1;
+  do {
+    const std::uint32_t word = own_word(address + n);
+    const decode_handler handle = handler_of(word);
+    if (!handle) break;
+    words[n] = word;
+    handlers[n] = handle;
+    ++n;
+  } while (n < most && (reinterpret_cast<std::uintptr_t>(address + n) & page_mask) != 0);
+  const std::size_t index = count_of_sites.load(std::memory_order_relaxed);
+  if (n == 0 || index == most_sites) return nullptr;
+  if (!by_index) by_index = static_cast<site**>(map(most_sites * sizeof(site*)));
+  auto* s = allocate_array<site>(1);
+  auto* own_words = allocate_array<std::uint32_t>(n);
+  auto* own_handlers = allocate_array<decode_handler>(n);
+  auto* partial = allocate_array<std::atomic<std::int64_t>>(n);
+  if (!by_index || !s || !own_words || !own_handlers || !partial) return nullptr;
+  std::memcpy(own_words, words, n * sizeof words[0]);
+  std::memcpy(own_handlers, handlers, n * sizeof handlers[0]);
+  s->address = address;
+  s->count = static_cast<std::uint32_t>(n);
+  s->index = static_cast<std::uint32_t>(index);
+  s->words = own_words;
+  s->handlers = own_handlers;
+  s->partial = partial;
+  std::atomic<site*>& bucket = bucket_of(address);
+  s->next = bucket.load(std::memory_order_relaxed);
+  by_index[index] = s;
+  count_of_sites.store(index + 1, std::memory_order_release);
+  bucket.store(s, std::memory_order_release);
+  return s;
+}
+
+}  // namespace
+
+site* need_site(std::uint32_t* address) {
+  if (site* s = find(address)) return s;
+  const std::lock_guard guard(lock);
+  if (site* s = find(address)) return s;
+  return make(address);
+}
+
+std::size_t unpatched_sites() { return count_of_unpatched; }
+
+void keep_counts_of(thread_block* block) {
+  std::uint64_t* counts = counts_of(block);
+  for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_acquire); i < n; ++i) {
+    if (counts[i] == 0) continue;
+    by_index[i]->ended += counts[i];
+    counts[i] = 0;
+  }
+}
+
+void count_partial(site* s, std::size_t done) {
+  for (std::size_t i = 0; i < done; ++i) s->partial[i].fetch_add(1, std::memory_order_relaxed);
+}
+
+void count_without_site() { executions_without_site.fetch_add(1, std::memory_order_relaxed); }
+
+std::uint64_t count_executions() {
+  std::uint64_t total = executions_without_site;
+  const std::size_t n = count_of_sites.load(std::memory_order_acquire);
+  for (std::size_t i = 0; i < n; ++i) {
+    const site* s = by_index[i];
+    total += s->ended * s->count;
+    for (std::size_t k = 0; k < s->count; ++k) total += s->partial[k];
+  }
+  struct sum {
+    std::size_t n;
+    std::uint64_t total;
+  } running{n, 0};
+  for_each_thread_block(
+      [](thread_block* block, void* argument) {
+        auto* to = static_cast<sum*>(argument);
+        const std::uint64_t* counts = counts_of(block);
+        for (std::size_t i = 0; i < to->n; ++i) to->total += counts[i] * by_index[i]->count;
+      },
+      &running);
+  return total + running.total;
+}
+
+counted_word* collect_counts(std::size_t& size) {
+  const std::size_t n = count_of_sites.load(std::memory_order_acquire);
+  std::size_t most = 1;
+  for (std::size_t i = 0; i < n; ++i) most += by_index[i]->count;
+  auto* const all = static_cast<counted_word*>(map(most * sizeof(counted_word)));
+  struct totals {
+    std::size_t n;
+    std::uint64_t* of;
+  } runs{n, static_cast<std::uint64_t*>(map((n + 1) * sizeof(std::uint64_t)))};
+  size = 0;
+  if (!all || !runs.of) return nullptr;
+  for_each_thread_block(
+      [](thread_block* block, void* argument) {
+        auto* to = static_cast<totals*>(argument);
+        const std::uint64_t* counts = counts_of(block);
+        for (std::size_t i = 0; i < to->n; ++i) to->of[i] += counts[i];
+      },
+      &runs);
+  for (std::size_t i = 0; i < n; ++i) {
+    const site* s = by_index[i];
+    for (std::size_t k = 0; k < s->count; ++k) {
+      const std::uint64_t count = runs.of[i] + s->ended + static_cast<std::uint64_t>(s->partial[k].load());
+      if (count != 0) all[size++] = {s->address + k, s->words[k], count};
+    }
+  }
+  system_call(SYS_munmap, address(runs.of), static_cast<long>((n + 1) * sizeof(std::uint64_t)));
+  // What is met in the middle of another run has sites of both runs.
+  std::sort(all, all + size, [](const counted_word& a, const counted_word& b) {
+    return a.address != b.address ? a.address < b.address : a.word < b.word;
+  });
+  std::size_t kept = 0;
+  for (std::size_t i = 1; i < size; ++i) {
+    if (all[i].address == all[kept].address && all[i].word == all[kept].word)
+      all[kept].count += all[i].count;
+    else
+      all[++kept] = all[i];
+  }
+  if (size > 0) size = kept + 1;
+  return all;
+}
+
+void lock_sites() { lock.lock(); }
+void unlock_sites() { lock.unlock(); }
+
+void sites_after_fork_in_child() {
+  executions_without_site = 0;
+  const std::size_t n = count_of_sites.load(std::memory_order_relaxed);
+  for (std::size_t i = 0; i < n; ++i) {
+    site* s = by_index[i];
+    s->ended = 0;
+    for (std::size_t k = 0; k < s->count; ++k) s->partial[k] = 0;
+  }
+  for_each_thread_block(
+      [](thread_block* block, void* argument) {
+        std::fill_n(counts_of(block), *static_cast<const std::size_t*>(argument), 0);
+      },
+      const_cast<std::size_t*>(&n));
+  leave_code_to_parent();
+  if (patching) start_patching();
+}
+
+void start_sites(bool patches) {
+  patching = patches;
+  if (patching) start_patching();
+}
+
+namespace {
+
+// The address of the site's code, made if need be; 0 if it cannot be.
+std::uint64_t need_entry(site* s) {
+  if (const std::uint64_t made = s->entry.load(std::memory_order_relaxed)) return made;
+  if (!entries) entries = static_cast<entry_place*>(map(most_sites * sizeof(entry_place)));
+  const code_space space =
+      entries ? reserve_code(reinterpret_cast<std::uintptr_t>(s->address), most_entry_words) : code_space{};
+  entry_code code;
+  if (space.address == 0 || !make_entry(*s, space.address, code)) return 0;
+  commit_code(space, code.words, code.size);
+  const std::uint64_t entry = space.address + 4 * code.begin;
+  const std::size_t n = entry_count.load(std::memory_order_relaxed);
+  entries[n] = {entry, space.address + 4 * code.tail, space.address + 4 * code.size, s};
+  entry_count.store(n + 1, std::memory_order_release);
+  s->entry.store(entry, std::memory_order_release);
+  return entry;
+}
+
+// To be noted before it is done: another thread that meets the branch is to know it for ours.
+bool branch_to_entry(site* s) {
+  const std::uint64_t entry = need_entry(s);
+  const std::uint32_t branch = entry ? branch_to(reinterpret_cast<std::uint64_t>(s->address), entry) : 0;
+  if (branch == 0) return false;
+  s->patch.store(branch, std::memory_order_release);
+  if (patch_word(s->address, s->words[0], branch)) return true;
+  s->patch.store(0, std::memory_order_release);
+  return false;
+}
+
+}  // namespace
+
+void patch_site(site* s) {
+  if (!patching || s->patch.load(std::memory_order_relaxed) != 0 || s->gave_up.load(std::memory_order_relaxed)) return;
+  const std::lock_guard guard(lock);
+  if (s->patch.load(std::memory_order_relaxed) != 0 || s->gave_up.load(std::memory_order_relaxed)) return;
+  if (branch_to_entry(s)) return;
+  s->gave_up = true;
+  ++count_of_unpatched;
+}
+
+bool is_patched(const std::uint32_t* address) {
+  const std::uint32_t word = read_word(address);
+  return own_word(address) != word;
+}
+
+void unpatch_sites(std::uintptr_t from, std::uintptr_t to) {
+  const SignalsBlocked signals;
+  const std::lock_guard guard(lock);
+  forget_code_mappings();
+  for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); i < n; ++i) {
+    site* s = by_index[i];
+    const auto at = reinterpret_cast<std::uintptr_t>(s->address);
+    const std::uint32_t patch = s->patch.load(std::memory_order_relaxed);
+    if (at < from || at >= to || patch == 0) continue;
+    patch_word(s->address, patch, s->words[0]);
+    s->patch.store(0, std::memory_order_release);
+  }
+}
+
+site* site_of_entry(std::uintptr_t pc, bool& is_tail) {
+  if (!is_own_code(pc)) return nullptr;
+  for (std::size_t i = entry_count.load(std::memory_order_acquire); i > 0; --i) {
+    const entry_place& e = entries[i - 1];
+    if (pc < e.begin || pc >= e.end) continue;
+    is_tail = pc >= e.tail;
+    return e.owner;
+  }
+  return nullptr;
+}
+
+}  // namespace sve::runner

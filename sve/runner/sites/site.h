@@ -1,0 +1,87 @@
+// A site: a place of the program where a run of SVE instructions begins, met once by a trap. From then on the program
+// branches there to an entry, code of ours that executes the run and branches back.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "sve/decode/dispatch.h"
+
+namespace sve::runner {
+
+/// A run ends here even if more of our words follow.
+inline constexpr std::size_t longest_run = 128;
+inline constexpr std::size_t most_sites = 1 << 17;
+
+struct site {
+  std::uint32_t* address;
+  std::uint32_t count;                 ///< instructions in the run
+  std::uint32_t index;                 ///< of the site's count in each thread's counts
+  site* next;                          ///< with the same hash
+  std::atomic<bool> gave_up;           ///< no entry fits within reach, or writing is refused
+  std::atomic<std::uint64_t> entry;    ///< the address of its code, 0 if it has none
+  std::atomic<std::uint32_t> patch;    ///< the word that stands at the address instead of the first one, 0 if none
+  std::atomic<std::uint64_t> ended;    ///< executions of the whole run by threads that are gone
+  std::atomic<std::int64_t>* partial;  ///< by instruction: executions in runs that did not come to their end
+  decode_handler* handlers;
+  std::uint32_t* words;
+
+  std::uint32_t* end() const { return address + count; }
+};
+
+/// The site of the run that begins at `address`, where one of our words stands or stood before it was patched; null if
+/// none does, or memory has run out. Callable from a signal handler, with all signals blocked.
+site* need_site(std::uint32_t* address);
+
+/// The site whose entry holds `pc`; null if there is none. `is_tail` tells of its end, behind the restoring of the
+/// program's registers.
+site* site_of_entry(std::uintptr_t pc, bool& is_tail);
+
+/// Whether a branch of ours stands at the address in place of the program's own word.
+bool is_patched(const std::uint32_t* address);
+
+struct thread_block;
+
+/// A thread has ended: its counts go to the sites, and its own become 0.
+void keep_counts_of(thread_block* block);
+
+/// The run has not come to its end: `done` of its instructions were executed.
+void count_partial(site* s, std::size_t done);
+
+/// One line of the report: the executions of a word at an address.
+struct counted_word {
+  const std::uint32_t* address;
+  std::uint32_t word;
+  std::uint64_t count;
+};
+
+/// Executions of all instructions, by all threads. Exact but for what other threads execute meanwhile.
+std::uint64_t count_executions();
+
+/// The same by address and word, in their order, into memory that is the caller's to unmap; `size` tells how many. Null
+/// if memory has run out.
+counted_word* collect_counts(std::size_t& size);
+
+/// Called in a forked child, which counts from nothing and has no share in what its parent makes from now on.
+void sites_after_fork_in_child();
+/// Around fork: no site is half made in the child.
+void lock_sites();
+void unlock_sites();
+
+/// A word of ours was executed that has no site, since there is no room for one.
+void count_without_site();
+
+/// Whether sites are patched. Once, at start.
+void start_sites(bool patches);
+
+/// Gives the site an entry and patches the program to branch there, if that can be.
+void patch_site(site* s);
+
+/// Puts back the program's own words between two addresses, since they are about to be written to.
+void unpatch_sites(std::uintptr_t from, std::uintptr_t to);
+
+/// Sites that go on trapping since no entry fits within reach, or writing is refused.
+std::size_t unpatched_sites();
+
+}  // namespace sve::runner

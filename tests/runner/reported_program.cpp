@@ -1,0 +1,46 @@
+// A program that executes SVE instructions and then ends in the way that its first argument names; see report_test.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/runner/sve_instructions.h"
+
+int main(int argc, char** argv) {
+  const auto mode = [&](const char* name) { return argc > 1 && std::strcmp(argv[1], name) == 0; };
+  const char* const operand = argc > 2 ? argv[2] : "";
+  if (sve_instructions::cntb() != 112) return 1;
+  if (mode("show-preload")) return std::puts(std::getenv("LD_PRELOAD")) < 0;
+  if (mode("file-in-place-of-stderr")) {
+    close(STDERR_FILENO);
+    return open(operand, O_WRONLY | O_CREAT, 0666) == STDERR_FILENO ? 7 : 1;
+  }
+  if (mode("close-all")) {
+    for (int fd = 2; fd < 1024; ++fd) close(fd);
+    for (int fd = 2; fd < 1024; ++fd) dup2(open("/dev/null", O_WRONLY), fd);
+    return 7;
+  }
+  if (mode("change-root")) return chroot(operand) == 0 && chdir("/") == 0 ? 7 : 1;
+  if (mode("exec")) {
+    execv("/nonesuch", argv);
+    argv[1] = const_cast<char*>("return");
+    execv("/proc/self/exe", argv);
+    return 1;
+  }
+  if (mode("fork")) return fork() < 0;
+  if (mode("signal")) {
+    raise(std::atoi(operand));
+    return 1;
+  }
+  if (mode("abort")) std::abort();
+  if (mode("pause")) {
+    std::puts("ready");
+    std::fflush(stdout);
+    pause();
+  }
+  return 7;
+}
