@@ -46,7 +46,7 @@ int main() {
       c = bench::make_case(*map, row);
       decode_handler volatile handle = row.handle;
       count(id += 2, c, [&] { handle(&state, c.word); });
-      std::printf("%u handler %s\n", id, row.name);
+      std::printf("%u handler %s %s\n", id, row.name, name_of(row.function->of));
     }
   c.word = 0x04000020;  // add z0.b, p0/m, z0.b, z1.b
   count(id += 2, c, [&] {

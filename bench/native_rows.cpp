@@ -1,7 +1,7 @@
 // Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated
-// one, that has SVE at the model's vector length. Prints "NAME NANOSECONDS" lines; arguments are regular expressions of
-// names. With --count first it runs each word a known number of times between marks (see bench/count) and prints
-// "MARK NAME TIMES" lines.
+// one, that has SVE at the model's vector length. Prints "NAME FAMILY NANOSECONDS" lines; arguments are regular
+// expressions of names. With --count first it runs each word a known number of times between marks (see bench/count) and
+// prints "MARK NAME TIMES" lines.
 #include <time.h>
 
 #include <regex>
@@ -133,7 +133,8 @@ int main(int argc, char** argv) {
       if (!wanted) continue;
       bench::row_case c = bench::make_case(*map, row);
       if (!counts) {
-        std::printf("%s %.3f\n", row.name, measure(code, c));
+        std::printf("%s %s%s %.3f\n", row.name, name_of(row.function->of), row.is_direct() ? "" : "/library",
+                    measure(code, c));
       } else {
         count(code, c, id);
         std::printf("%u %s %d\n", id, row.name, 8 * unrolled);

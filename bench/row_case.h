@@ -10,8 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <random>
-#include <string>
-#include <string_view>
 
 #include "sve/decode/table.h"
 
@@ -44,10 +42,6 @@ struct row_case {
   bool floating_point;  ///< destructive operations on real numbers would run away: Z0 is restored after each word
 };
 
-inline bool ends_with(std::string_view s, std::string_view end) {
-  return s.size() >= end.size() && s.substr(s.size() - end.size()) == end;
-}
-
 template <class T, class Next>
 void fill(std::uint8_t* z, Next next) {
   for (std::size_t i = 0; i < 112 / sizeof(T); ++i) {
@@ -57,37 +51,36 @@ void fill(std::uint8_t* z, Next next) {
 }
 
 inline row_case make_case(const sve::decode::map& map, const sve::decode::row& row) {
-  const std::string_view name = row.name;
+  using namespace sve::decode;
   row_case c{};
-  // Operands by the usual places of their fields; the row's fixed bits win.
+  // Registers 1 and 2 as sources, by the usual places of their fields; no offset, or index 0; the pattern ALL; a mask
+  // of eight ones in 64. The row's fixed bits win.
   std::uint32_t operands = 1u << 5 | 1u << 10 | 2u << 16;
-  if (ends_with(name, "LSSZ") || ends_with(name, "SSZ")) operands |= 0;             // the index register holds 0
-  if (ends_with(name, "SIZ") || ends_with(name, "SI")) operands &= ~(0x3fu << 16);  // no offset
-  if (name.find("VL") != name.npos || name.find("True") != name.npos) operands = 31u << 5;  // the pattern ALL
-  if (name.find("U64AndVIX") != name.npos || name.find("OrVIX") != name.npos || name.find("MaskI") != name.npos)
-    operands = 1u << 17 | 7u << 5;  // eight ones of 64
+  for (const operand& o : row.operands()) {
+    if (o.role == operand_role::offset && !o.is_register()) operands &= ~(0x3fu << 16);
+    if (o.kind == operand_kind::pattern) operands = 31u << 5;
+    if (o.spelled == spelling::logical) operands = 1u << 17 | 7u << 5;
+  }
   c.word = map.word(row.key) | (operands & ~map.fixed_bits);
 
   std::mt19937_64 random(row.key);
   const auto any = [&] { return random(); };
   for (auto& z : c.values.z) fill<std::uint64_t>(z, any);
-  const char letter = name[3];
-  const unsigned width = static_cast<unsigned>(std::strtoul(row.name + 4, nullptr, 10));
-  c.floating_point = letter == 'F' || letter == 'D' || letter == 'H' || name.find("From") != name.npos;
-  const bool memory = name.find("Load") != name.npos || name.find("Store") != name.npos;
-  if (c.floating_point && !memory) {
+  c.floating_point = row.function->floating_point;
+  const unsigned bytes = row.element_bytes();
+  if (c.floating_point) {
     // Numbers near 1 at the width of the type.
     for (int k = 0; k < 3; ++k) {
-      if (width == 16) fill<std::uint16_t>(c.values.z[k], [&] { return 0x3c00u | (random() & 0x3ff); });
-      if (width == 32) fill<std::uint32_t>(c.values.z[k], [&] { return 0x3f800000u | (random() & 0x7fffff); });
-      if (width == 64)
+      if (bytes == 2) fill<std::uint16_t>(c.values.z[k], [&] { return 0x3c00u | (random() & 0x3ff); });
+      if (bytes == 4) fill<std::uint32_t>(c.values.z[k], [&] { return 0x3f800000u | (random() & 0x7fffff); });
+      if (bytes == 8)
         fill<std::uint64_t>(c.values.z[k], [&] { return 0x3ff0000000000000u | (random() & 0xfffffffffffffu); });
     }
   }
-  if (memory) {
+  if (row.function->is_memory()) {
     const auto offset = [&] { return random() % 64; };
     const auto address = [&] { return window_address + 4096 + random() % 2048; };
-    if (width == 32) {
+    if (bytes == 4) {
       fill<std::uint32_t>(c.values.z[1], address);
       fill<std::uint32_t>(c.values.z[2], offset);
     } else {

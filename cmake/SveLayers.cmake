@@ -1,4 +1,4 @@
-# One library a folder of sve/. A layer links only what lies below it, so a wrong include fails to link.
+# One library a folder of sve/. A layer links only what lies below it; tests/layering holds what it includes.
 
 option(SVE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(SVE_HOST_ARCH_FLAGS "On x86-64 build for AVX2 and its companions (x86-64-v3)" OFF)

@@ -79,7 +79,8 @@ aarch64_decode_rc sve_eor_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg
 
 // bic Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_bic_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return merging(state, zdn.tied_dst_size, zdn, pg, zm, [](auto a, auto b) { return a & static_cast<decltype(b)>(~b); });
+  return merging(state, zdn.tied_dst_size, zdn, pg, zm,
+                 [](auto a, auto b) { return a & static_cast<decltype(b)>(~b); });
 }
 
 // smax Zdn.T, Pg/M, Zdn.T, Zm.T
@@ -246,4 +247,12 @@ aarch64_decode_rc sve_orr_zi(cpu_state* state, aarch64_z_reg zdn, aarch64_sve_lo
 // eor Zdn.D, Zdn.D, #imm
 aarch64_decode_rc sve_eor_zi(cpu_state* state, aarch64_z_reg zdn, aarch64_sve_logical64_imm imm) {
   return with_immediate(state, element_d, zdn, imm.value, [](auto a, auto b) { return a ^ b; });
+}
+
+// adr Zd.T, [Zn.T, Zm.T, lsl #amount]. The amount and the element size come from the instruction word.
+aarch64_decode_rc sve_adr_scaled_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, aarch64_z_reg zm) {
+  const unsigned int shift = state->instr >> 10 & 3;
+  const bool doubleword = state->instr >> 22 & 1;
+  return unpredicated(state, doubleword ? element_d : element_s, zd, zn, zm,
+                      [shift](auto base, auto offset) { return base + (offset << shift); });
 }

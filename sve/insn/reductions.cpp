@@ -1,4 +1,4 @@
-// Integer reductions of the active elements to a scalar in a vector register, and address computation.
+// Integer reductions of the active elements to a scalar in a vector register.
 #include <limits>
 
 #include "sve/insn/lanes.h"
@@ -69,11 +69,3 @@ REDUCTION(uminv, unsigned_, all_ones, a < b ? a : b)
 REDUCTION(andv, unsigned_, all_ones, a& b)
 REDUCTION(orv, unsigned_, zero, a | b)
 REDUCTION(eorv, unsigned_, zero, a ^ b)
-
-// adr Zd.T, [Zn.T, Zm.T, lsl #amount]. The amount and the element size come from the instruction word.
-aarch64_decode_rc sve_adr_scaled_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, aarch64_z_reg zm) {
-  const unsigned int shift = state->instr >> 10 & 3;
-  const bool doubleword = state->instr >> 22 & 1;
-  return unpredicated(state, doubleword ? element_d : element_s, zd, zn, zm,
-                      [shift](auto base, auto offset) { return base + (offset << shift); });
-}

@@ -1,4 +1,5 @@
-// SVE_FOR_EACH(M, a, b, ...) expands to M(a) M(b) ...; SVE_FOR_EACH_WITH(M, x, a, b, ...) to M(x, a) M(x, b) ...
+// SVE_FOR_EACH(M, a, b, ...) expands to M(a) M(b) ...; SVE_FOR_EACH_WITH(M, x, a, b, ...) to M(x, a) M(x, b) ...;
+// SVE_FOR_EACH_PAIR(M, x, (t, u, ...), a, b, ...) to M(x, t, a) M(x, u, a) ... M(x, t, b) M(x, u, b) ...
 // Used to stamp names over a list of element types; logic lives in templates, not in macros.
 #pragma once
 
@@ -17,3 +18,14 @@
 #define SVE_FOR_EACH_WITH_STEP(macro, with, first, ...) \
   macro(with, first) __VA_OPT__(SVE_FOR_EACH_WITH_AGAIN SVE_PARENTHESES(macro, with, __VA_ARGS__))
 #define SVE_FOR_EACH_WITH_AGAIN() SVE_FOR_EACH_WITH_STEP
+
+#define SVE_UNWRAP(...) __VA_ARGS__
+#define SVE_FOR_EACH_PAIR(macro, with, list, ...) \
+  __VA_OPT__(SVE_EXPAND(SVE_FOR_EACH_PAIR_STEP(macro, with, list, __VA_ARGS__)))
+#define SVE_FOR_EACH_PAIR_STEP(macro, with, list, first, ...)   \
+  SVE_PAIR SVE_PARENTHESES(macro, with, first, SVE_UNWRAP list) \
+      __VA_OPT__(SVE_FOR_EACH_PAIR_AGAIN SVE_PARENTHESES(macro, with, list, __VA_ARGS__))
+#define SVE_FOR_EACH_PAIR_AGAIN() SVE_FOR_EACH_PAIR_STEP
+#define SVE_PAIR() SVE_PAIR_STEP
+#define SVE_PAIR_STEP(macro, with, second, first, ...) \
+  macro(with, first, second) __VA_OPT__(SVE_PAIR SVE_PARENTHESES(macro, with, second, __VA_ARGS__))

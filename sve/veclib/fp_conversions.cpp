@@ -1,48 +1,11 @@
-// Floating-point compares, rounding to integral values, and conversions between formats and integers. An element lives
-// in the wider of the two widths, at the low end of that slot.
+// Rounding to integral values, and conversions between formats and integers. An element lives in the wider of the two
+// widths, at the low end of that slot.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;
 using namespace sve::veclib;
 
 namespace {
-
-// ---- Compares: the first bit of each active element that compares true ----
-
-template <class T, class Test, class... Sources>
-PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
-  working_status status(ctx);
-  const std::size_t n = count<T>(ctx);
-  alignas(32) byte truth[256];
-  PendingElements<T> pending;
-  const LaneOutcome outcome = compare_on_lanes<T>(
-      truth, active_bits(p, n * sizeof(T)), n, pending,
-      [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src.bytes...);
-  if (outcome.active) status();
-  if (outcome.pending) [[unlikely]]
-    for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e]) store<T>(truth, e, test(load<T>(src.bytes, e)..., status()) ? 1 : 0);
-  return packed(truth, ctx);
-}
-
-constexpr auto eq = [](auto a, auto b, auto& s) { return FPCompareEQ(a, b, s); };
-constexpr auto ne = [](auto a, auto b, auto& s) { return !FPCompareEQ(a, b, s); };
-constexpr auto ge = [](auto a, auto b, auto& s) { return FPCompareGE(a, b, s); };
-constexpr auto gt = [](auto a, auto b, auto& s) { return FPCompareGT(a, b, s); };
-constexpr auto un = [](auto a, auto b, auto& s) { return FPCompareUN(a, b, s); };
-constexpr auto acge = [](auto a, auto b, auto& s) { return FPCompareGE(magnitude_of(a), magnitude_of(b), s); };
-constexpr auto acgt = [](auto a, auto b, auto& s) { return FPCompareGT(magnitude_of(a), magnitude_of(b), s); };
-
-// Against zero.
-constexpr auto eq0 = [](auto a, auto& s) { return FPCompareEQ(a, decltype(a)(0), s); };
-constexpr auto ne0 = [](auto a, auto& s) { return !FPCompareEQ(a, decltype(a)(0), s); };
-constexpr auto ge0 = [](auto a, auto& s) { return FPCompareGE(a, decltype(a)(0), s); };
-constexpr auto gt0 = [](auto a, auto& s) { return FPCompareGT(a, decltype(a)(0), s); };
-constexpr auto le0 = [](auto a, auto& s) { return FPCompareGE(decltype(a)(0), a, s); };
-constexpr auto lt0 = [](auto a, auto& s) { return FPCompareGT(decltype(a)(0), a, s); };
-// The 32-bit and 64-bit forms that no row reaches negate the opposite compare, so that a NaN compares true; kept so.
-constexpr auto le0_unreached = [](auto a, auto& s) { return !FPCompareGT(a, decltype(a)(0), s); };
-constexpr auto lt0_unreached = [](auto a, auto& s) { return !FPCompareGE(a, decltype(a)(0), s); };
 
 // ---- Rounding to integral ----
 
@@ -90,22 +53,6 @@ using double_ = unsigned long;
 }  // namespace
 
 #define FP_TYPES F16, F32, D64
-
-SVE_DEFINE_CMP_VV(CmpEQVVZ, compare<T>(p, ctx, eq, a, b), FP_TYPES)
-SVE_DEFINE_CMP_VV(CmpNEVVZ, compare<T>(p, ctx, ne, a, b), FP_TYPES)
-SVE_DEFINE_CMP_VV(CmpGEVVZ, compare<T>(p, ctx, ge, a, b), FP_TYPES)
-SVE_DEFINE_CMP_VV(CmpGTVVZ, compare<T>(p, ctx, gt, a, b), FP_TYPES)
-SVE_DEFINE_CMP_VV(CmpUNVVZ, compare<T>(p, ctx, un, a, b), FP_TYPES)
-SVE_DEFINE_CMP_VV(AcGEVVZ, compare<T>(p, ctx, acge, a, b), FP_TYPES)
-SVE_DEFINE_CMP_VV(AcGTVVZ, compare<T>(p, ctx, acgt, a, b), FP_TYPES)
-SVE_DEFINE_CMP_V0(CmpEQV0Z, compare<T>(p, ctx, eq0, a), FP_TYPES)
-SVE_DEFINE_CMP_V0(CmpNEV0Z, compare<T>(p, ctx, ne0, a), FP_TYPES)
-SVE_DEFINE_CMP_V0(CmpGEV0Z, compare<T>(p, ctx, ge0, a), FP_TYPES)
-SVE_DEFINE_CMP_V0(CmpGTV0Z, compare<T>(p, ctx, gt0, a), FP_TYPES)
-SVE_DEFINE_CMP_V0(CmpLEV0Z, compare<T>(p, ctx, le0, a), F16)
-SVE_DEFINE_CMP_V0(CmpLTV0Z, compare<T>(p, ctx, lt0, a), F16)
-SVE_DEFINE_CMP_V0(CmpLEV0Z, compare<T>(p, ctx, le0_unreached, a), F32, D64)
-SVE_DEFINE_CMP_V0(CmpLTV0Z, compare<T>(p, ctx, lt0_unreached, a), F32, D64)
 
 SVE_DEFINE_VVM(FRIntNVM, rounded<T>(a, p, b, ctx, FPRounding_TiesEven, false), FP_TYPES)
 SVE_DEFINE_VVM(FRIntPVM, rounded<T>(a, p, b, ctx, FPRounding_PosInf, false), FP_TYPES)

@@ -27,6 +27,19 @@ constexpr auto difference = [](auto a, auto b) { return wrapping(a) - wrapping(b
 constexpr auto reversed_difference = [](auto a, auto b) { return wrapping(b) - wrapping(a); };
 constexpr auto product = [](auto a, auto b) { return wrapping(a) * wrapping(b); };
 
+constexpr auto conjunction = [](auto a, auto b) { return a & b; };
+constexpr auto disjunction = [](auto a, auto b) { return a | b; };
+constexpr auto exclusive_disjunction = [](auto a, auto b) { return a ^ b; };
+constexpr auto without = [](auto a, auto b) { return a & static_cast<decltype(b)>(~b); };
+
+// The low `Bytes` bytes, extended by the signedness of the element.
+template <class T, unsigned Bytes>
+constexpr auto extended = [](T a) {
+  using Low =
+      std::conditional_t<Bytes == 1, std::uint8_t, std::conditional_t<Bytes == 2, std::uint16_t, std::uint32_t>>;
+  return static_cast<std::conditional_t<std::is_signed_v<T>, signed_of<Low>, Low>>(a);
+};
+
 // Division never traps: by 0 it gives 0, and the smallest value by -1 gives the smallest value.
 constexpr auto quotient = [](auto a, auto b) {
   using T = decltype(a);
@@ -140,3 +153,22 @@ SVE_DEFINE_VV(LEA1YVV, mapped<T>(ctx, address_uxtw<1>, a, b), U64)
 SVE_DEFINE_VV(LEA2YVV, mapped<T>(ctx, address_uxtw<2>, a, b), U64)
 SVE_DEFINE_VV(LEA4YVV, mapped<T>(ctx, address_uxtw<4>, a, b), U64)
 SVE_DEFINE_VV(LEA8YVV, mapped<T>(ctx, address_uxtw<8>, a, b), U64)
+
+SVE_DEFINE_VVM(AndVVM, merging<T>(a, p, b, ctx, conjunction), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(OrVVM, merging<T>(a, p, b, ctx, disjunction), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(XorVVM, merging<T>(a, p, b, ctx, exclusive_disjunction), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(BicVVM, merging<T>(a, p, b, ctx, without), UNSIGNED_TYPES)
+SVE_DEFINE_VV(AndVVX, mapped<T>(ctx, conjunction, a, b), U64)
+SVE_DEFINE_VV(OrVVX, mapped<T>(ctx, disjunction, a, b), U64)
+SVE_DEFINE_VV(XorVVX, mapped<T>(ctx, exclusive_disjunction, a, b), U64)
+SVE_DEFINE_VV(BicVVX, mapped<T>(ctx, without, a, b), U64)
+SVE_DEFINE_VI(AndVIX, with_immediate<T>(a, imm, ctx, conjunction), U64)
+SVE_DEFINE_VI(OrVIX, with_immediate<T>(a, imm, ctx, disjunction), U64)
+SVE_DEFINE_VI(XorVIX, with_immediate<T>(a, imm, ctx, exclusive_disjunction), U64)
+
+SVE_DEFINE_VVM(Extnd12VM, (merging_unary<T>(a, p, b, ctx, extended<T, 1>)), U16, S16)
+SVE_DEFINE_VVM(Extnd14VM, (merging_unary<T>(a, p, b, ctx, extended<T, 1>)), U32, S32)
+SVE_DEFINE_VVM(Extnd18VM, (merging_unary<T>(a, p, b, ctx, extended<T, 1>)), U64, S64)
+SVE_DEFINE_VVM(Extnd24VM, (merging_unary<T>(a, p, b, ctx, extended<T, 2>)), U32, S32)
+SVE_DEFINE_VVM(Extnd28VM, (merging_unary<T>(a, p, b, ctx, extended<T, 2>)), U64, S64)
+SVE_DEFINE_VVM(Extnd48VM, (merging_unary<T>(a, p, b, ctx, extended<T, 4>)), U64, S64)

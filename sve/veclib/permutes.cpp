@@ -278,11 +278,6 @@ VectorV indexed(std::int64_t start, std::int64_t step, const CpuContext* ctx) {
   return generated<T>(ctx, [&](std::size_t e) { return first + static_cast<Wide>(e) * by; });
 }
 
-template <class From>
-constexpr auto extended = [](auto a) { return static_cast<From>(a); };
-template <class T, int Bytes>
-constexpr auto containers_reversed = [](T a) { return Reverse(a, 8 * sizeof(T), Bytes); };
-
 }  // namespace
 
 #define UNSIGNED_TYPES U8, U16, U32, U64
@@ -315,24 +310,6 @@ SVE_DEFINE_VV(TblVV, looked_up<T>(a, b, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PVV(SpliceVV, spliced<T>(p, a, b, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PV(CompressVV, compressed<T>(p, a, ctx), U32, U64)
 SVE_DEFINE_VVI(SlideVI, slid<T>(a, b, imm, ctx), U8)
-
-SVE_DEFINE_VVM(Rev1V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 1>)), U16, U32, U64)
-SVE_DEFINE_VVM(Rev2V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 2>)), U32, U64)
-SVE_DEFINE_VVM(Rev4V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 4>)), U64)
-
-// Extends from the low bytes: 1, 2 or 4 bytes to the element's width.
-SVE_DEFINE_VVM(Extnd12VM, merging_unary<T>(a, p, b, ctx, extended<std::uint8_t>), U16)
-SVE_DEFINE_VVM(Extnd14VM, merging_unary<T>(a, p, b, ctx, extended<std::uint8_t>), U32)
-SVE_DEFINE_VVM(Extnd18VM, merging_unary<T>(a, p, b, ctx, extended<std::uint8_t>), U64)
-SVE_DEFINE_VVM(Extnd24VM, merging_unary<T>(a, p, b, ctx, extended<std::uint16_t>), U32)
-SVE_DEFINE_VVM(Extnd28VM, merging_unary<T>(a, p, b, ctx, extended<std::uint16_t>), U64)
-SVE_DEFINE_VVM(Extnd48VM, merging_unary<T>(a, p, b, ctx, extended<std::uint32_t>), U64)
-SVE_DEFINE_VVM(Extnd12VM, merging_unary<T>(a, p, b, ctx, extended<std::int8_t>), S16)
-SVE_DEFINE_VVM(Extnd14VM, merging_unary<T>(a, p, b, ctx, extended<std::int8_t>), S32)
-SVE_DEFINE_VVM(Extnd18VM, merging_unary<T>(a, p, b, ctx, extended<std::int8_t>), S64)
-SVE_DEFINE_VVM(Extnd24VM, merging_unary<T>(a, p, b, ctx, extended<std::int16_t>), S32)
-SVE_DEFINE_VVM(Extnd28VM, merging_unary<T>(a, p, b, ctx, extended<std::int16_t>), S64)
-SVE_DEFINE_VVM(Extnd48VM, merging_unary<T>(a, p, b, ctx, extended<std::int32_t>), S64)
 
 SVE_DEFINE_V(UnpackLoV, widened<T>(a, ctx, false), U16, U32, U64, S16, S32, S64)
 SVE_DEFINE_V(UnpackHiV, widened<T>(a, ctx, true), U16, U32, U64, S16, S32, S64)

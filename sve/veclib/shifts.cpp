@@ -77,6 +77,8 @@ template <class T>
 constexpr auto count_bits = [](T a) { return BitCount(a, width<T>); };
 template <class T>
 constexpr auto reverse_bits = [](T a) { return BitReverse(a, width<T>); };
+template <class T, int Bytes>
+constexpr auto containers_reversed = [](T a) { return Reverse(a, 8 * sizeof(T), Bytes); };
 
 }  // namespace
 
@@ -105,37 +107,6 @@ SVE_DEFINE_VVM(ClzVM, merging_unary<T>(a, p, b, ctx, count_leading_zeros<T>), UN
 SVE_DEFINE_VVM(ClsVM, merging_unary<T>(a, p, b, ctx, count_leading_signs<T>), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(CntVM, merging_unary<T>(a, p, b, ctx, count_bits<T>), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(RBitVM, merging_unary<T>(a, p, b, ctx, reverse_bits<T>), UNSIGNED_TYPES)
-
-// Whole-vector logic.
-SVE_DEFINE_VV(AndVVX,
-              mapped<T>(
-                  ctx, [](T x, T y) { return x & y; }, a, b),
-              U64)
-SVE_DEFINE_VV(OrVVX,
-              mapped<T>(
-                  ctx, [](T x, T y) { return x | y; }, a, b),
-              U64)
-SVE_DEFINE_VV(XorVVX,
-              mapped<T>(
-                  ctx, [](T x, T y) { return x ^ y; }, a, b),
-              U64)
-SVE_DEFINE_VV(BicVVX,
-              mapped<T>(
-                  ctx, [](T x, T y) { return x & static_cast<T>(~y); }, a, b),
-              U64)
-SVE_DEFINE_VI(AndVIX,
-              mapped<T>(
-                  ctx, [imm](T x) { return x & imm; }, a),
-              U64)
-SVE_DEFINE_VI(OrVIX,
-              mapped<T>(
-                  ctx, [imm](T x) { return x | imm; }, a),
-              U64)
-SVE_DEFINE_VI(XorVIX,
-              mapped<T>(
-                  ctx, [imm](T x) { return x ^ imm; }, a),
-              U64)
-SVE_DEFINE_VVM(AndVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & y; }), UNSIGNED_TYPES)
-SVE_DEFINE_VVM(OrVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x | y; }), UNSIGNED_TYPES)
-SVE_DEFINE_VVM(XorVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x ^ y; }), UNSIGNED_TYPES)
-SVE_DEFINE_VVM(BicVVM, merging<T>(a, p, b, ctx, [](T x, T y) { return x & static_cast<T>(~y); }), UNSIGNED_TYPES)
+SVE_DEFINE_VVM(Rev1V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 1>)), U16, U32, U64)
+SVE_DEFINE_VVM(Rev2V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 2>)), U32, U64)
+SVE_DEFINE_VVM(Rev4V, (merging_unary<T>(a, p, b, ctx, containers_reversed<T, 4>)), U64)

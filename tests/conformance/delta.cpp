@@ -164,7 +164,7 @@ std::string describe_inputs(const test_case& c) {
   for (const operand& o : c.row->operands) {
     const unsigned n = o.number(c.word);
     const auto once = [n](std::uint64_t& shown) { return !(shown >> n & 1) && (shown |= std::uint64_t{1} << n); };
-    if (o.kind == role::z && once(shown_z)) {
+    if ((o.kind == role::z || o.kind == role::v) && once(shown_z)) {
       const unsigned element = shown_bytes(*c.row);
       std::snprintf(line, sizeof line, "  z%u", n);
       add();

@@ -11,26 +11,9 @@
 
 namespace conformance {
 
-enum class role : std::uint8_t {
-  z,        ///< vector register
-  p,        ///< predicate register
-  x,        ///< general register, 31 the zero register
-  x_or_sp,  ///< general register, 31 the stack pointer
-  immediate
-};
-
-struct operand {
-  role kind;
-  std::uint8_t low;    ///< lowest bit of the field
-  std::uint8_t width;  ///< bits of the field; 0 where it is no register
-  bool is_result;
-
-  std::uint32_t number(std::uint32_t word) const { return word >> low & ((1u << width) - 1); }
-  std::uint32_t with(std::uint32_t word, std::uint32_t n) const {
-    const std::uint32_t mask = ((1u << width) - 1) << low;
-    return (word & ~mask) | (n << low & mask);
-  }
-};
+using sve::decode::access_kind;
+using sve::decode::operand;
+using role = sve::decode::operand_kind;
 
 /// How a memory row names its addresses.
 enum class address_form : std::uint8_t {
@@ -41,7 +24,6 @@ enum class address_form : std::uint8_t {
   base_vector,        ///< offsets in bytes
   base_vector_scaled  ///< offsets times the memory size
 };
-using sve::decode::access_kind;
 enum class offset_extension : std::uint8_t { none, sign_32, zero_32 };
 
 struct memory_form {
@@ -66,7 +48,7 @@ struct row_info {
   const sve::decode::map* map;
   const sve::decode::row* row;
   int index;  ///< place in the order of `is_sve`'s search
-  std::vector<operand> operands;
+  std::span<const operand> operands;
   unsigned element_bits;  ///< 0 without a size
   memory_form memory;
 

@@ -424,6 +424,7 @@ void make_state(const row_info& row, std::uint32_t word, unsigned number, bool f
     const std::uint32_t n = o.number(word);
     switch (o.kind) {
       case role::z:
+      case role::v:
         for (unsigned k = 0; k < row.memory.registers; ++k) fill_vector(row, random, state.z[(n + k) % 32]);
         if (first && random.chance(25)) relate(row, random, state.z[first->number(word)], state.z[n]);
         first = &o;
@@ -437,7 +438,7 @@ void make_state(const row_info& row, std::uint32_t word, unsigned number, bool f
       case role::x_or_sp:
         (n == register_31 ? state.sp : state.x[n]) = general_value(random);
         break;
-      case role::immediate:
+      default:
         break;
     }
   }

@@ -39,13 +39,13 @@ void extremes(const row_info& row, random_source& random, std::uint32_t& word) {
   for (const operand& o : row.operands) {
     const bool general = o.kind == role::x || o.kind == role::x_or_sp;
     if (general && random.chance(8)) word = o.with(word, 31);
-    if (o.kind == role::z && random.chance(6)) word = o.with(word, 29 + random.below(3));
+    if ((o.kind == role::z || o.kind == role::v) && random.chance(6)) word = o.with(word, 29 + random.below(3));
   }
   // All bits that are no register, set or clear: the ends of every immediate.
   if (random.chance(10)) {
     std::uint32_t registers = 0;
     for (const operand& o : row.operands)
-      if (o.kind != role::immediate) registers |= o.with(0, 31);
+      registers |= o.with(0, 31);
     const std::uint32_t immediate = row.operand_bits() & ~registers;
     word = random.chance(50) ? word | immediate : word & ~immediate;
   }
@@ -59,7 +59,7 @@ std::uint32_t make_word(const row_info& row, random_source& random) {
   for (;;) {
     std::uint32_t word = row.fixed() | (static_cast<std::uint32_t>(random.next()) & row.operand_bits());
     extremes(row, random, word);
-    overlap(row, role::z, role::z, 45, random, word);
+    overlap(row, role::z, role::v, 45, random, word);
     overlap(row, role::p, role::p, 45, random, word);
     overlap(row, role::x, role::x_or_sp, 30, random, word);
     // An 8-bit element has no shifted immediate; a few words have one all the same.

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sve/decode/rows.h"
+#include "tests/edge_words.h"
 
 namespace sve::decode {
 namespace {
@@ -128,23 +129,7 @@ using sve::decode::operand;
 using sve::decode::operand_role;
 using sve::decode::row;
 
-constexpr std::uint64_t edge_words[] = {0,
-                                        1,
-                                        ~std::uint64_t{0},
-                                        0x8000000000000000,
-                                        0x7fffffffffffffff,
-                                        0x80000000'7fffffff,
-                                        0x8000'7fff'0001'ffff,
-                                        0x80'7f'01'ff'00'fe'81'7e,
-                                        0x7ff0000000000000,
-                                        0xfff8000000000001,
-                                        0x7ff0000000000001,
-                                        0x7f800000'ffc00001,
-                                        0x7f800001'00000001,
-                                        0x3ff0000000000000,
-                                        0x3f800000'bf800000,
-                                        0x000fffffffffffff,
-                                        0x007fffff'80000001};
+using test::edge_words;
 
 template <class Random>
 void fill(byte* bytes, std::size_t count, Random& random) {

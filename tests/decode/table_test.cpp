@@ -1,9 +1,11 @@
-// The instruction table as data: counts, disjoint rows, agreement of the two searches.
+// The instruction table as data: disjoint rows, agreement of the two searches.
 #include "sve/decode/table.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <random>
 #include <set>
 #include <string>
@@ -11,62 +13,65 @@
 
 namespace {
 
-using sve::decode::kind;
 using sve::decode::map;
 using sve::decode::row;
 
-struct expected_map {
-  const char* name;
-  std::uint32_t fixed_bits;
-  std::size_t rows;
-};
+// The bit ranges of the maps' keys, in the order of is_sve's search.
+constexpr const char* expected[] = {"31_0",
+                                    "31_9__4_0",
+                                    "31_4",
+                                    "31_9__4_4",
+                                    "31_14__9_9__4_0",
+                                    "31_10__4_4",
+                                    "31_9",
+                                    "31_13__9_6",
+                                    "31_21__15_10__4_0",
+                                    "31_10",
+                                    "31_13__9_8",
+                                    "31_11",
+                                    "31_14__9_9__4_4",
+                                    "31_13__9_9",
+                                    "31_20__15_9__4_4",
+                                    "31_13__4_4",
+                                    "31_24__21_10",
+                                    "31_24__21_21__19_10",
+                                    "31_19__15_10",
+                                    "31_13",
+                                    "31_14__9_9",
+                                    "31_20__15_10",
+                                    "31_14",
+                                    "31_23__21_13",
+                                    "31_21__15_10__4_4",
+                                    "31_24__21_21__18_10",
+                                    "31_17__15_13",
+                                    "31_24__21_21__17_10",
+                                    "31_21__15_10",
+                                    "31_23__21_21__15_10",
+                                    "31_21__15_11",
+                                    "31_24__21_21__16_10",
+                                    "31_20__15_14__9_9__4_4",
+                                    "31_21__15_13__4_4",
+                                    "31_21__15_12",
+                                    "31_20__15_13",
+                                    "31_21__15_13",
+                                    "31_20__15_14",
+                                    "31_18",
+                                    "31_22__15_13__4_4",
+                                    "31_22__15_13",
+                                    "31_21__15_14",
+                                    "31_21__13_13__4_4",
+                                    "31_21__15_15"};
 
-// In the order of is_sve's search.
-constexpr expected_map expected[] = {
-    {"decode_map__31_0", 0xffffffff, 1},
-    {"decode_map__31_9__4_0", 0xfffffe1f, 1},
-    {"decode_map__31_4", 0xfffffff0, 2},
-    {"decode_map__31_9__4_4", 0xfffffe10, 13},
-    {"decode_map__31_14__9_9__4_0", 0xffffc21f, 1},
-    {"decode_map__31_10__4_4", 0xfffffc10, 8},
-    {"decode_map__31_9", 0xfffffe00, 58},
-    {"decode_map__31_13__9_6", 0xffffe3c0, 24},
-    {"decode_map__31_21__15_10__4_0", 0xffe0fc1f, 4},
-    {"decode_map__31_10", 0xfffffc00, 38},
-    {"decode_map__31_13__9_8", 0xffffe300, 4},
-    {"decode_map__31_11", 0xfffff800, 1},
-    {"decode_map__31_14__9_9__4_4", 0xffffc210, 8},
-    {"decode_map__31_13__9_9", 0xffffe200, 4},
-    {"decode_map__31_20__15_9__4_4", 0xfff0fe10, 24},
-    {"decode_map__31_13__4_4", 0xffffe010, 18},
-    {"decode_map__31_24__21_10", 0xff3ffc00, 1},
-    {"decode_map__31_24__21_21__19_10", 0xff2ffc00, 1},
-    {"decode_map__31_19__15_10", 0xfff8fc00, 6},
-    {"decode_map__31_13", 0xffffe000, 403},
-    {"decode_map__31_14__9_9", 0xffffc200, 4},
-    {"decode_map__31_20__15_10", 0xfff0fc00, 65},
-    {"decode_map__31_14", 0xffffc000, 32},
-    {"decode_map__31_23__21_13", 0xffbfe000, 4},
-    {"decode_map__31_21__15_10__4_4", 0xffe0fc10, 32},
-    {"decode_map__31_24__21_21__18_10", 0xff27fc00, 1},
-    {"decode_map__31_17__15_13", 0xfffee000, 3},
-    {"decode_map__31_24__21_21__17_10", 0xff23fc00, 1},
-    {"decode_map__31_21__15_10", 0xffe0fc00, 135},
-    {"decode_map__31_23__21_21__15_10", 0xffa0fc00, 6},
-    {"decode_map__31_21__15_11", 0xffe0f800, 2},
-    {"decode_map__31_24__21_21__16_10", 0xff21fc00, 1},
-    {"decode_map__31_20__15_14__9_9__4_4", 0xfff0c210, 19},
-    {"decode_map__31_21__15_13__4_4", 0xffe0e010, 131},
-    {"decode_map__31_21__15_12", 0xffe0f000, 2},
-    {"decode_map__31_20__15_13", 0xfff0e000, 81},
-    {"decode_map__31_21__15_13", 0xffe0e000, 285},
-    {"decode_map__31_20__15_14", 0xfff0c000, 8},
-    {"decode_map__31_18", 0xfffc0000, 4},
-    {"decode_map__31_22__15_13__4_4", 0xffc0e010, 6},
-    {"decode_map__31_22__15_13", 0xffc0e000, 18},
-    {"decode_map__31_21__15_14", 0xffe0c000, 4},
-    {"decode_map__31_21__13_13__4_4", 0xffe02010, 16},
-    {"decode_map__31_21__15_15", 0xffe08000, 3}};
+/// The bits of "31_21__15_10": ranges from the highest to the lowest bit.
+std::uint32_t bits_of(const char* ranges) {
+  std::uint32_t bits = 0;
+  unsigned high, low;
+  for (int length; std::sscanf(ranges, "%u_%u%n", &high, &low, &length) == 2; ranges += std::strspn(ranges, "_")) {
+    bits |= (~0u >> (31 - high)) & (~0u << low);
+    ranges += length;
+  }
+  return bits;
+}
 
 template <class Visit>
 void for_each_row(Visit visit) {
@@ -74,17 +79,14 @@ void for_each_row(Visit visit) {
     for (const row& r : m->rows) visit(*m, r);
 }
 
-TEST(Table, MapsHaveTheirBitsAndCounts) {
+TEST(Table, MapsHaveTheirBits) {
   const auto maps = sve::decode::maps_in_is_sve_order();
   ASSERT_EQ(maps.size(), std::size(expected));
-  std::size_t total = 0;
   for (std::size_t i = 0; i < maps.size(); ++i) {
-    EXPECT_STREQ(maps[i]->name, expected[i].name);
-    EXPECT_EQ(maps[i]->fixed_bits, expected[i].fixed_bits) << maps[i]->name;
-    EXPECT_EQ(maps[i]->rows.size(), expected[i].rows) << maps[i]->name;
-    total += maps[i]->rows.size();
+    EXPECT_EQ(maps[i]->name, std::string("decode_map__") + expected[i]);
+    EXPECT_EQ(maps[i]->fixed_bits, bits_of(expected[i])) << maps[i]->name;
+    EXPECT_FALSE(maps[i]->rows.empty()) << maps[i]->name;
   }
-  EXPECT_EQ(total, 1483u);
 }
 
 TEST(Table, BothOrdersHoldTheSameMaps) {
@@ -95,15 +97,6 @@ TEST(Table, BothOrdersHoldTheSameMaps) {
   std::size_t different = 0;
   for (std::size_t i = 0; i < is_sve_order.size(); ++i) different += is_sve_order[i] != execute_order[i];
   EXPECT_EQ(different, 18u);
-}
-
-TEST(Table, KindsHaveTheirCounts) {
-  std::size_t count[4] = {};
-  for_each_row([&](const map&, const row& r) { ++count[static_cast<int>(r.model)]; });
-  EXPECT_EQ(count[static_cast<int>(kind::direct)], 657u);
-  EXPECT_EQ(count[static_cast<int>(kind::direct_fp)], 73u);
-  EXPECT_EQ(count[static_cast<int>(kind::library)], 717u);
-  EXPECT_EQ(count[static_cast<int>(kind::prefetch)], 36u);
 }
 
 TEST(Table, NamesAndHandlersStandOnce) {
@@ -168,8 +161,7 @@ TEST(Table, BothSearchesAgreeOnRandomWords) {
 TEST(Table, KnownWords) {
   EXPECT_STREQ(sve::decode::find_row(0x252c9000)->name, "VecPClearFFSR");
   EXPECT_STREQ(sve::decode::maps_in_is_sve_order()[0]->name, "decode_map__31_0");
-  for (std::uint32_t low = 0; low < 16; ++low)
-    EXPECT_STREQ(sve::decode::find_row(0x2518e400 | low)->name, "VecPFalse");
+  for (std::uint32_t low = 0; low < 16; ++low) EXPECT_STREQ(sve::decode::find_row(0x2518e400 | low)->name, "VecPFalse");
   EXPECT_EQ(is_sve(0xd503201f), nullptr);  // nop
   EXPECT_EQ(is_sve(0x8b000000), nullptr);  // add x0, x0, x0
   // Bit 31 set makes the key of the first map negative and no other; such a word must still be found.

@@ -15,16 +15,13 @@
 #include "sve/insn/functions.h"
 #include "sve/insn/predicates.h"
 #include "sve/state/lanes.h"
+#include "tests/edge_words.h"
 
 namespace insn_test {
 
 using sve::byte;
 using sve::vector_bytes;
-using Random = std::mt19937_64;
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
+using namespace test;
 
 template <class T>
 using vector_of = std::array<T, vector_bytes / sizeof(T)>;
@@ -85,22 +82,10 @@ void random_predicate(byte* bytes, Rng& random, bool only_bits = false) {
   }
 }
 
-inline constexpr u64 edge_words[] = {0,
-                                     1,
-                                     ~u64{0},
-                                     0x8000000000000000,
-                                     0x7fffffffffffffff,
-                                     0x80000000'7fffffff,
-                                     0x8000'7fff'0001'ffff,
-                                     0x80'7f'01'ff'00'fe'81'7e,
-                                     0x0000000500000040,
-                                     0x0020'0010'000f'0100,
-                                     0x08'07'09'40'3f'00'01'02};
-
 template <class Rng>
 void random_vector(byte* bytes, Rng& random) {
   for (std::size_t i = 0; i < vector_bytes; i += 8) {
-    const u64 word = random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random();
+    const u64 word = random_word(random);
     std::memcpy(bytes + i, &word, 8);
   }
 }

@@ -6,7 +6,7 @@
 namespace {
 
 using namespace sve;
-using veclib_test::edge_words;
+using test::edge_words;
 using veclib_test::Random;
 using veclib_test::random_word;
 

@@ -14,15 +14,12 @@
 #include "sve/state/lanes.h"
 #include "sve/veclib/predicates.h"
 #include "sve/veclib/routines.h"
+#include "tests/edge_words.h"
 
 namespace veclib_test {
 
 using sve::byte;
-using Random = std::mt19937_64;
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
+using namespace test;
 using s8 = std::int8_t;
 using s16 = std::int16_t;
 using s32 = std::int32_t;
@@ -33,23 +30,6 @@ using wide = __int128;
 /// largest.
 inline constexpr u32 lengths[] = {1, 2, 6, 14, 32};
 inline constexpr u32 lengths_and_zero[] = {0, 1, 2, 6, 14, 32};
-
-inline constexpr u64 edge_words[] = {0,
-                                     1,
-                                     ~u64{0},
-                                     0x8000000000000000,
-                                     0x7fffffffffffffff,
-                                     0x80000000'7fffffff,
-                                     0x8000'7fff'0001'ffff,
-                                     0x80'7f'01'ff'00'fe'81'7e,
-                                     0x0000000500000040,
-                                     0x0020'0010'000f'0100,
-                                     0x08'07'09'40'3f'00'01'02};
-
-template <class Rng>
-u64 random_word(Rng& random) {
-  return random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random();
-}
 
 /// All 256 bytes, so that elements beyond the length are there to be taken by mistake.
 template <class Rng>

@@ -1,0 +1,186 @@
+// usage: generate SOURCES DIRECTORY. Writes the operation reference, a page a family, from the descriptions of the rows
+// and from what the sources of both models say about their lanes.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "sve/decode/table.h"
+#include "sve/decode/text.h"
+#include "sve/state/repeat.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using sve::decode::access_kind;
+using sve::decode::map;
+using sve::decode::operand;
+using sve::decode::row;
+
+/// The operations of the routines, by the routine's name.
+const std::map<std::string, std::string> operations = {
+#define ROUTINE(shape, type, op) {"Vec" #type #op, #op},
+#define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ROUTINE, shape, types, __VA_ARGS__)
+#include "sve/veclib/routines.inc"
+};
+
+/// What stands in the sources: the comment at an instruction function, and the line that defines a routine's lanes.
+struct said {
+  std::map<std::string, std::string> at_function, at_operation;
+};
+
+void read_source(const fs::path& path, said& known) {
+  std::ifstream source(path);
+  std::string comment;
+  for (std::string line; std::getline(source, line);) {
+    if (line.starts_with("// ")) {
+      comment += (comment.empty() ? "" : " ") + line.substr(3);
+      continue;
+    }
+    if (const std::size_t at = line.find(" sve_"); at != line.npos && !comment.empty() && line[0] != ' ')
+      known.at_function[line.substr(at + 1, line.find('(', at) - at - 1)] = comment;
+    if (line.starts_with("SVE_DEFINE")) {
+      const auto depth = [&] {
+        return std::count(line.begin(), line.end(), '(') - std::count(line.begin(), line.end(), ')');
+      };
+      for (std::string more; depth() > 0 && std::getline(source, more);)
+        line += more.substr(more.find_first_not_of(' ') - 1);
+      const std::size_t open = line.find('('), comma = line.find(',', open);
+      if (comma != line.npos) known.at_operation[line.substr(open + 1, comma - open - 1)] = line;
+    }
+    comment.clear();
+  }
+}
+
+said read_sources(const fs::path& root) {
+  said known;
+  for (const char* folder : {"sve/insn", "sve/veclib"})
+    for (const auto& file : fs::directory_iterator(root / folder))
+      if (file.path().extension() == ".cpp") read_source(file.path(), known);
+  return known;
+}
+
+/// The row's syntax: the text of a word whose registers are told apart and whose immediates are small.
+std::string syntax(const map& m, const row& r) {
+  std::uint32_t word = m.word(r.key), n = 0;
+  for (const operand& o : r.operands())
+    if (o.is_register()) word = o.with(word, n++) | m.word(r.key);
+  char buffer[sve::decode::max_text];
+  return std::string(sve::decode::text_of(word, buffer));
+}
+
+std::string flags(sve::decode::flags f) {
+  std::string text;
+  for (const auto& [bit, name] : {std::pair(sve::decode::flag_nzcv, "NZCV"), std::pair(sve::decode::flag_fpsr, "FPSR"),
+                                  std::pair(sve::decode::flag_ffr, "FFR")})
+    if (f & bit) text += (text.empty() ? "" : ", ") + std::string(name);
+  return text.empty() ? "none" : text;
+}
+
+const char* engine(const row& r) {
+  switch (r.model) {
+    case sve::decode::kind::direct:
+      return "function";
+    case sve::decode::kind::direct_fp:
+      return "function, host's floating point";
+    case sve::decode::kind::library:
+      return "routine";
+    default:
+      return "nothing to do";
+  }
+}
+
+/// Where results differ from the architecture's.
+std::vector<std::string> differences(const row& r) {
+  std::vector<std::string> found;
+  const access_kind access = r.function->access;
+  if (access == access_kind::first_fault && r.is_direct())
+    found.push_back(
+        "The first element, active or not, and the end of the span are probed by page; elements beyond an "
+        "unreadable page are marked and keep their old value.");
+  else if (access == access_kind::first_fault)
+    found.push_back(
+        "Every active element is read under guard, the first one too: none faults; from the first that is "
+        "not readable, elements are 0 and marked.");
+  if (access == access_kind::non_fault)
+    found.push_back(
+        "Readability is asked once a page, at the first active element there; marked elements keep their "
+        "old value.");
+  for (const operand& o : r.operands()) {
+    if (o.role == sve::decode::operand_role::offset && o.kind == sve::decode::operand_kind::x &&
+        access != access_kind::first_fault)
+      found.push_back("Index register 31, which is reserved, reads as 0.");
+    if (o.spelled == sve::decode::spelling::shifted && r.element_bytes() == 1)
+      found.push_back("A shifted immediate, which is reserved, is cut to the element: 0.");
+    if (o.spelled == sve::decode::spelling::logical)
+      found.push_back(
+          "A mask whose ones fill its element, which is reserved, gives 0 at 64 bits; with N clear and imms "
+          "all ones its expansion does not return.");
+  }
+  return found;
+}
+
+struct placed {
+  const map* in;
+  const row* of;
+};
+
+void write_page(std::ostream& out, const std::string& family,
+                const std::map<std::string, std::vector<placed>>& mnemonics, const said& known) {
+  out << "# " << family << "\n\nMnemonics: ";
+  for (const auto& [mnemonic, rows] : mnemonics) out << "[" << mnemonic << "](#" << mnemonic << ") ";
+  out << "\n";
+  for (const auto& [mnemonic, rows] : mnemonics) {
+    out << "\n## " << mnemonic << "\n\n";
+    out << "| Syntax | Element bytes | Row and routine | Runs in | Instruction function | Flags read | Flags written "
+           "|\n"
+           "|---|---|---|---|---|---|---|\n";
+    std::map<std::string, int> notes;
+    for (const auto& [m, r] : rows) {
+      out << "| `" << syntax(*m, *r) << "` | " << (r->element_bytes() ? std::to_string(r->element_bytes()) : "-")
+          << " | `" << r->name << "` | " << engine(*r) << " | `" << r->function->name
+          << (r->function->body ? "`" : "` (stub)") << " | " << flags(r->function->reads) << " | "
+          << flags(r->function->writes) << " |\n";
+      if (const auto at = known.at_function.find(r->function->name); at != known.at_function.end())
+        notes["Function: " + at->second];
+      if (const auto op = operations.find(r->name); op != operations.end())
+        if (const auto at = known.at_operation.find(op->second); at != known.at_operation.end())
+          notes["Routine: `" + at->second + "`"];
+      for (const std::string& difference : differences(*r)) notes["Differs from the architecture: " + difference];
+    }
+    if (!notes.empty()) out << "\n";
+    for (const auto& [note, unused] : notes) out << "- " << note << "\n";
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: generate SOURCES DIRECTORY\n";
+    return 2;
+  }
+  const said known = read_sources(argv[1]);
+  std::map<std::string, std::map<std::string, std::vector<placed>>> families;
+  for (const map* m : sve::decode::maps_in_is_sve_order())
+    for (const row& r : m->rows) families[name_of(r.function->of)][std::string(r.mnemonic())].push_back({m, &r});
+  const fs::path directory = argv[2];
+  fs::create_directories(directory);
+  std::ofstream index(directory / "index.md");
+  index << "# Operations by family\n\n";
+  for (const auto& [family, mnemonics] : families) {
+    std::ofstream page(directory / (family + ".md"));
+    write_page(page, family, mnemonics, known);
+    index << "- [" << family << "](" << family << ".md):";
+    for (const auto& [mnemonic, rows] : mnemonics) index << ' ' << mnemonic;
+    index << "\n";
+    if (!page) {
+      std::cerr << "generate: cannot write to " << directory << "\n";
+      return 1;
+    }
+  }
+  return 0;
+}

@@ -1,0 +1,66 @@
+// Floating-point compares on the host.
+#include "sve/insn/fp_lanes.h"
+
+using namespace sve;
+using namespace sve::fp;
+
+namespace {
+
+// A canonical predicate; the flags stay.
+template <class Test, class... Sources>
+aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test test, Sources... registers) {
+  return for_fp_size(pd.size, [&](auto element) {
+    using U = decltype(element);
+    using Value = fp_value<U>;
+    host_fp host(state);
+    alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
+    const byte* predicate = p_of(state, pg);
+    const auto one = [&](std::size_t i) {
+      store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
+    };
+    if constexpr (has_lanes<U, Test, Sources...>) {
+      PendingElements<U> pending;
+      const LaneOutcome outcome = compare_on_lanes<U>(result, active_bytes(predicate), lanes<U>, pending,
+                                                      on_lanes_of<U>(test), z_of(state, registers)...);
+      if (outcome.pending) [[unlikely]]
+        for (std::size_t i = 0; i < lanes<U>; ++i)
+          if (pending.words[i]) one(i);
+    } else {
+      for (std::size_t i = 0; i < lanes<U>; ++i)
+        if (active<U>(predicate, i))
+          one(i);
+        else
+          store<U>(result, i, 0);
+    }
+    std::memcpy(p_of(state, pd), result, vector_bytes);
+  });
+}
+
+}  // namespace
+
+// fcm<cc> Pd.T, Pg/Z, Zn.T, Zm.T
+#define COMPARE(name, member)                                                                                       \
+  aarch64_decode_rc sve_##name##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,       \
+                                      aarch64_z_reg zm) {                                                           \
+    return compare(                                                                                                 \
+        state, pd, pg, [](auto& host, auto a, auto b) -> decltype(host.member(a, b)) { return host.member(a, b); }, \
+        zn, zm);                                                                                                    \
+  }
+// fcm<cc> Pd.T, Pg/Z, Zn.T, #0.0
+#define COMPARE_ZERO(name, member)                                                                             \
+  aarch64_decode_rc sve_##name##_ppz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn) { \
+    return compare(                                                                                            \
+        state, pd, pg,                                                                                         \
+        [](auto& host, auto a) -> decltype(host.member(a, a)) { return host.member(a, decltype(a){0}); }, zn); \
+  }
+
+COMPARE(fcmeq, equal)
+COMPARE(fcmne, not_equal)
+COMPARE(fcmge, greater_or_equal)
+COMPARE(fcmgt, greater)
+COMPARE(fcmuo, unordered)
+COMPARE_ZERO(fcmeq, equal)
+COMPARE_ZERO(fcmge, greater_or_equal)
+COMPARE_ZERO(fcmgt, greater)
+COMPARE_ZERO(fcmle, less_or_equal)
+COMPARE_ZERO(fcmlt, less)

@@ -1,0 +1,36 @@
+// The operation reference, generated anew: every row stands in it once, on the page of its family.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "sve/decode/table.h"
+
+namespace {
+
+TEST(Reference, HoldsEveryRowOnce) {
+  const std::filesystem::path directory = std::filesystem::path(SVE_REFERENCE_OUTPUT);
+  std::filesystem::remove_all(directory);
+  ASSERT_EQ(std::system(SVE_REFERENCE_COMMAND), 0);
+  std::map<std::string, std::string> pages;
+  for (const auto& file : std::filesystem::directory_iterator(directory)) {
+    std::stringstream text;
+    text << std::ifstream(file.path()).rdbuf();
+    pages[file.path().stem().string()] = text.str();
+  }
+  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& r : m->rows) {
+      const std::string name = "| `" + std::string(r.name) + "` |";
+      for (const auto& [page, text] : pages) {
+        std::size_t found = 0;
+        for (std::size_t at = text.find(name); at != text.npos; at = text.find(name, at + 1)) ++found;
+        EXPECT_EQ(found, page == name_of(r.function->of)) << name << " on page " << page;
+      }
+    }
+}
+
+}  // namespace
