@@ -15,6 +15,7 @@
 
 #include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/early.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
@@ -315,6 +316,7 @@ pid_t _Fork() noexcept {
 
 // The kernel's figure for the largest signal frame is that of a processor without SVE.
 long sysconf(int name) noexcept {
+  if (!real.sysconf && name == _SC_PAGESIZE) return static_cast<long>(early_auxiliary_value(AT_PAGESZ));
   need_real_functions();
   const long value = real.sysconf(name);
   if (!is_active()) return value;
@@ -325,8 +327,7 @@ long sysconf(int name) noexcept {
 }
 
 unsigned long getauxval(unsigned long type) noexcept {
-  need_real_functions();
-  const unsigned long value = real.getauxval(type);
+  const unsigned long value = real.getauxval ? real.getauxval(type) : early_auxiliary_value(type);
   if (type == AT_MINSIGSTKSZ && is_active()) return std::max<unsigned long>(value, least_signal_stack);
   return type == AT_HWCAP && announces() ? value | hwcap_sve : value;
 }

@@ -155,8 +155,12 @@ signal_bits take_ignored(char** environment) {
   return ignored;
 }
 
-// After the model's own initialisers, and (the library is linked with -z initfirst) before every other library's.
-__attribute__((constructor(2000))) void start(int, char** argv, char** environment) {
+unsigned long* features;
+
+}  // namespace
+
+void serve_traps(char** environment) {
+  if (features) return;
   const std::size_t name_size = sizeof options_variable - 1;
   for (char** e = environment; *e; ++e) {
     if (std::strncmp(*e, options_variable, name_size) == 0 && (*e)[name_size] == '=') {
@@ -166,15 +170,21 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   }
   begin_process();
   read_options();
-  unsigned long* features = hardware_features(environment);
+  features = hardware_features(environment);
   active = (*features & hwcap_sve) == 0;
+  if (!active) return;
+  start_thread_blocks();
+  start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
+                take_ignored(environment));
+  when_copied(adopt_copy);
+}
+
+namespace {
+
+// After the model's own initialisers.
+__attribute__((constructor(2000))) void start(int, char** argv, char** environment) {
   // Traps are served before anything else is asked of libc, which might ask the program's own malloc for memory.
-  if (active) {
-    start_thread_blocks();
-    start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
-                  take_ignored(environment));
-    when_copied(adopt_copy);
-  }
+  serve_traps(environment);
   find_real_functions();
   find_names(argv[0] ? argv[0] : "");
   if (!active) return;
