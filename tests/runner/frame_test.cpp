@@ -193,7 +193,8 @@ TEST_F(Frames, OfAThreadWithoutSveHoldAHeadAlone) {
       &thread, nullptr,
       [](void*) -> void* {
         raise(SIGUSR1);
-        asm volatile(SVE_ASM("movi v7.16b, #0\n ptrue p0.b\n cmpne p1.b, p0/z, z7.b, #0\n cntp %0, p0, p1.b\n") : "=r"(active)::"cc", "v7");
+        asm volatile(SVE_ASM("movi v7.16b, #0\n ptrue p0.b\n cmpne p1.b, p0/z, z7.b, #0\n cntp %0, p0, p1.b\n")
+                     : "=r"(active)::"cc", "v7");
         return nullptr;
       },
       nullptr);
@@ -206,14 +207,14 @@ TEST_F(Frames, OfAThreadWithoutSveHoldAHeadAlone) {
 TEST_F(Frames, ThatAreForgedAreRefused) {
   static void (*forge)(void* raw);
   static void (*const forgeries[])(void*) = {
-      [](void* raw) { sve_record(raw)[8] = 128; },                                          // another length
-      [](void* raw) { sve_record(raw)[10] = SVE_SIG_FLAG_SM; },                             // streaming mode
-      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\x20\0\0\0", 4); },                 // too short
-      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\0\0\1\0", 4); },                   // beyond the end
-      [](void* raw) { std::memcpy(records(raw)[1].at + 8, "\x08\0\0\0", 4); },              // elsewhere
-      [](void* raw) { std::memcpy(records(raw)[0].at, "none", 4); },                        // no V registers
-      [](void* raw) { std::memcpy(records(raw)[3].at, "more", 4); },                        // a kind that there is not
-      [](void* raw) { std::memcpy(records(raw)[1].at, records(raw)[0].at, 8); },            // twice the same
+      [](void* raw) { sve_record(raw)[8] = 128; },                                // another length
+      [](void* raw) { sve_record(raw)[10] = SVE_SIG_FLAG_SM; },                   // streaming mode
+      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\x20\0\0\0", 4); },       // too short
+      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\0\0\1\0", 4); },         // beyond the end
+      [](void* raw) { std::memcpy(records(raw)[1].at + 8, "\x08\0\0\0", 4); },    // elsewhere
+      [](void* raw) { std::memcpy(records(raw)[0].at, "none", 4); },              // no V registers
+      [](void* raw) { std::memcpy(records(raw)[3].at, "more", 4); },              // a kind that there is not
+      [](void* raw) { std::memcpy(records(raw)[1].at, records(raw)[0].at, 8); },  // twice the same
   };
   install(SIGUSR1, [](int, siginfo_t*, void* raw) { forge(raw); });
   for (std::size_t n = 0; n < std::size(forgeries); ++n) {
@@ -425,7 +426,8 @@ TEST_F(Frames, AStackThatIsUsedUpIsAFault) {
   const auto hears = in_child([] {
     const Stack stack(16384);
     stack.use();
-    install(SIGSEGV, [](int, siginfo_t* info, void*) { _exit(info->si_code > 0 ? 42 : 2); }, SA_ONSTACK);
+    install(
+        SIGSEGV, [](int, siginfo_t* info, void*) { _exit(info->si_code > 0 ? 42 : 2); }, SA_ONSTACK);
     use_up();
   });
   EXPECT_TRUE(hears.exited_with(42)) << hears.status;
@@ -463,7 +465,8 @@ TEST_F(Frames, ATrapTakesNothingFromTheStack) {
 
 TEST_F(Frames, ExceptionsPassThroughHandlers) {
   for (int sig : {SIGSEGV, SIGILL}) {
-    install(sig, [](int s, siginfo_t*, void*) { throw std::runtime_error(s == SIGILL ? "illegal" : "fault"); }, SA_NODEFER);
+    install(
+        sig, [](int s, siginfo_t*, void*) { throw std::runtime_error(s == SIGILL ? "illegal" : "fault"); }, SA_NODEFER);
     for (int i = 0; i < 3; ++i) {
       std::string caught;
       try {
@@ -526,7 +529,8 @@ TEST_F(Frames, AHandlerSeesAndChangesRegisters) {
   });
   std::uint64_t value = 0, zero = 0;
   asm volatile(
-      "mov x9, #37\n mov x0, %2\n mov x1, %3\n mov x2, %4\n mov x8, #131\n cmp x8, #0\n svc #0\n cset %1, eq\n mov %0, x9\n"
+      "mov x9, #37\n mov x0, %2\n mov x1, %3\n mov x2, %4\n mov x8, #131\n cmp x8, #0\n svc #0\n cset %1, eq\n mov %0, "
+      "x9\n"
       : "=&r"(value), "=&r"(zero)
       : "r"(static_cast<long>(getpid())), "r"(static_cast<long>(gettid())), "r"(static_cast<long>(SIGUSR1))
       : "x0", "x1", "x2", "x8", "x9", "cc", "memory");

@@ -285,7 +285,9 @@ TEST(Threads, GiveTheirMemoryBackAfterTheLastDestructor) {
 
 TEST(Threads, OfTheC11Kind) {
   thrd_t thread;
-  ASSERT_EQ(thrd_create(&thread, [](void*) { return static_cast<int>(cntb()); }, nullptr), thrd_success);
+  ASSERT_EQ(thrd_create(
+                &thread, [](void*) { return static_cast<int>(cntb()); }, nullptr),
+            thrd_success);
   int result = 0;
   thrd_join(thread, &result);
   EXPECT_EQ(result, 112);

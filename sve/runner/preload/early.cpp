@@ -41,8 +41,8 @@ initial_stack read_initial_stack() {
 
 void nothing(int, char**, char**) {}
 
-// The last of the initialisers that serving a trap takes: those of the model have smaller numbers. It calls the function
-// that the loader asks for, since without a call there would be nothing to ask.
+// The last of the initialisers that serving a trap takes: those of the model have smaller numbers. It calls the
+// function that the loader asks for, since without a call there would be nothing to ask.
 __attribute__((constructor(1999))) void model_is_initialised(int count, char** arguments, char** environment) {
   sve_started_early(count, arguments, environment);
 }

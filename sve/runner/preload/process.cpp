@@ -48,6 +48,13 @@ char* copy(char (&to)[Size], std::string_view text) {
   return to + text.copy(to, Size - 1);
 }
 
+// libc's own need its locale, which is not there yet.
+std::uint64_t number(std::string_view digits) {
+  std::uint64_t value = 0;
+  for (char c : digits) value = value * 10 + static_cast<unsigned>(c - '0');
+  return value;
+}
+
 void read_options() {
   std::string_view rest = all_options;
   while (!rest.empty()) {
@@ -62,7 +69,7 @@ void read_options() {
     if (word == no_announce_word) options.announce = false;
     if (word == no_patch_word) options.patch = false;
     if (word.starts_with(begun_word))
-      options.counts_begun = std::atoi(word.data() + begun_word.size()) == kernel_process_id();
+      options.counts_begun = number(word.substr(begun_word.size())) == static_cast<unsigned>(kernel_process_id());
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
 }
@@ -149,7 +156,7 @@ signal_bits take_ignored(char** environment) {
   for (char** e = environment; *e; ++e) {
     if (std::strncmp(*e, ignored_variable, sizeof ignored_variable - 1) != 0) continue;
     char* digit = *e + sizeof ignored_variable;
-    for (char* c = digit; *c; ++c) ignored = ignored * 10 + static_cast<unsigned>(*c - '0');
+    ignored = number(digit);
     *digit = 0;
   }
   return ignored;

@@ -101,8 +101,8 @@ void begin_thread(thread_block* block);
 /// The runner's stack, as the kernel is told of it.
 stack_t runner_stack(const thread_block* block);
 
-/// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for it,
-/// if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
+/// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for
+/// it, if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
 void wake_thread_for(int sig);
 
 /// Whether there are threads beside this one, as far as we know.
