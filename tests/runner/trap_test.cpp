@@ -658,7 +658,7 @@ int main(int argc, char** argv) {
     std::string ignored, blocked;
     sigset_t now;
     sigprocmask(SIG_BLOCK, nullptr, &now);
-    for (int sig = 1; sig < 32; ++sig) {
+    for (int sig : {SIGILL, SIGBUS, SIGUSR1, SIGSEGV}) {
       struct sigaction action = {};
       if (sigaction(sig, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) ignored += " " + std::to_string(sig);
       if (sigismember(&now, sig)) blocked += " " + std::to_string(sig);
