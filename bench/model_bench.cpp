@@ -70,7 +70,7 @@ void marshalling(benchmark::State& bench_state) {
   cpu_state state{};
   for (auto _ : bench_state) {
     benchmark::DoNotOptimize(
-        sve::decode::library<nothing, sve::decode::routine_form<sve::decode::nothing>>::handle(&state, 0));
+        sve::decode::library_call<nothing, sve::decode::routine_form<sve::decode::nothing>>::handle(&state, 0));
     benchmark::ClobberMemory();
   }
 }

@@ -15,7 +15,7 @@
 #include "sve/fault/fault_capture.h"
 
 // The C library's own answer is not there yet when the platform's private loader initialises the client.
-[[gnu::init_priority(1002)]] static const struct page_size_reader {
+[[gnu::init_priority(1020)]] static const struct page_size_reader {
   page_size_reader() { page_size = static_cast<unsigned int>(dr_page_size()); }
 } page_size_is_read;
 unsigned int page_size;
@@ -23,11 +23,6 @@ unsigned int page_size;
 namespace {
 
 constexpr int captured_flags = SA_SIGINFO | SA_RESTART | SA_NODEFER;
-
-bool read_byte(const volatile void* at) {
-  char byte;
-  return dr_safe_read(const_cast<const void*>(at), 1, &byte, nullptr);
-}
 
 struct signal_actions {
   struct sigaction segv, bus;
@@ -66,9 +61,9 @@ void on_repeated_fault(int sig, siginfo_t* info, void* context) {
   SVESigHandler(sig, info, context);
 }
 
-// Only now is it known that an access faulted, not by which signal nor where. Instructions do all their loads before
-// they write a register, and stores can be repeated, so the handler can run once more, this time without the platform
-// between the fault and the system's own handler.
+// Only now is it known that an access faulted, not by which signal nor where. No instruction that faults has changed
+// what it reads, so the handler can run once more, this time without the platform between the fault and the system's
+// own handler.
 aarch64_decode_rc repeat(decode_handler handler, cpu_state* state, unsigned int word) {
   const std::lock_guard<std::mutex> lock(repeating);
   repeating_thread = syscall(SYS_gettid);
@@ -87,7 +82,23 @@ constexpr bool accesses_memory(unsigned int word) { return word >> 31 != 0; }
 
 namespace sve {
 
-bool guarded_touch(std::uint64_t address) { return read_byte(reinterpret_cast<const void*>(address)); }
+template <class M>
+bool guarded_read(std::uint64_t address, M& value) {
+  if (guarded_copy(&value, address, sizeof value)) return true;
+  value = 0;
+  return false;
+}
+template bool guarded_read(std::uint64_t, std::uint8_t&);
+template bool guarded_read(std::uint64_t, std::uint16_t&);
+template bool guarded_read(std::uint64_t, std::uint32_t&);
+template bool guarded_read(std::uint64_t, std::uint64_t&);
+
+bool guarded_copy(void* to, std::uint64_t address, std::size_t bytes) {
+  return dr_safe_read(reinterpret_cast<const void*>(address), bytes, to, nullptr);
+}
+
+guarded_reads::guarded_reads() : borrowed_(false) {}
+guarded_reads::~guarded_reads() = default;
 
 void install_fault_capture() {}
 
@@ -107,7 +118,8 @@ aarch64_decode_rc client::call_handler(void* drcontext, decode_handler handler, 
 
 template <>
 bool addr_is_readable<char>(char volatile* p) {
-  if (read_byte(p)) return true;
+  std::uint8_t element;
+  if (sve::guarded_read(reinterpret_cast<std::uint64_t>(p), element)) return true;
   // A safe read survives a bus error too, which this probe does not cover. Where the page allows reading that is what
   // it was, and the plain access takes it the way of every unguarded fault.
   dr_mem_info_t info;

@@ -62,6 +62,9 @@ extern "C" DR_EXPORT void dr_client_main(client_id_t, int argc, const char* argv
   tls_idx = drmgr_register_tls_field();
   sve::client::start_calls();
 
+  sve::on_no_memory_for_counts = [] {
+    dr_fprintf(our_stderr, "no memory for more counts; from here on the total alone is counted\n");
+  };
   sve_instr_count.store(0, std::memory_order_release);
   aarch64_instr_count = 0;
   dr_log(nullptr, log_mask, log_level, "SVE client initializing\n");

@@ -1,6 +1,7 @@
 // The 44 decode maps, their construction, and the two searches.
 #include "sve/decode/dispatch.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -27,14 +28,14 @@ decode_map build(const sve::decode::map& table) {
 }
 
 #define SVE_MAP(name, ...) \
-  [[gnu::init_priority(1003)]] const decode_map decode_map__##name = build(sve::decode::map_##name);
+  [[gnu::init_priority(1030)]] const decode_map decode_map__##name = build(sve::decode::map_##name);
 #include "sve/decode/maps.inc"
 #undef SVE_MAP
 
 struct library_set_up {
   library_set_up() { SVEInitialize(); }
 };
-[[gnu::init_priority(1004), maybe_unused]] const library_set_up set_up;
+[[gnu::init_priority(1040), maybe_unused]] const library_set_up set_up;
 
 struct searched {
   const decode_map* rows;
@@ -110,19 +111,23 @@ constexpr const sve::decode::map* tables_in_execute_order[] = {
 decode_handler is_sve(unsigned int word) { return find(is_sve_order, word); }
 
 aarch64_decode_rc execute_sve_instruction(cpu_state* state) {
-  std::uint32_t* const pc = state->pc;
   std::uint32_t word;
-  std::memcpy(&word, pc, sizeof word);
+  std::memcpy(&word, state->pc, sizeof word);
   const decode_handler handle = find(execute_order, word);
   if (!handle) return AARCH64_DECODE_UNDECODED;
+  return sve::decode::execute_with(handle, state, word);
+}
+
+namespace sve::decode {
+
+aarch64_decode_rc execute_with(decode_handler handle, cpu_state* state, std::uint32_t word) {
+  std::uint32_t* const pc = state->pc;
   const aarch64_decode_rc rc = handle(state, word);
   if (rc != AARCH64_DECODE_EXECUTED) return rc;
   update_sve_stats(pc, word);
   ++state->pc;
   return AARCH64_DECODE_EXECUTED;
 }
-
-namespace sve::decode {
 
 std::span<const map* const> maps_in_is_sve_order() { return tables_in_is_sve_order; }
 std::span<const map* const> maps_in_execute_order() { return tables_in_execute_order; }
@@ -133,8 +138,8 @@ decode_handler find_in_execute_order(std::uint32_t word) { return search(execute
 const row* find_row(std::uint32_t word) {
   for (const map* m : maps_in_is_sve_order()) {
     const int key = m->key(word);
-    for (const row& r : m->rows)
-      if (r.key == key) return &r;
+    const auto found = std::ranges::lower_bound(m->rows, key, {}, &row::key);
+    if (found != m->rows.end() && found->key == key) return &*found;
   }
   return nullptr;
 }

@@ -4,7 +4,7 @@
 
 #include <type_traits>
 
-#include "sve/decode/operands.h"
+#include "sve/decode/form.h"
 #include "sve/insn/host_fp.h"
 #include "sve/veclib/routines.h"
 
@@ -12,28 +12,22 @@ namespace sve::decode {
 
 using handler = aarch64_decode_rc (*)(cpu_state*, unsigned int);
 
-/// The operands of an instruction function, in the order of its parameters.
-template <class... Operands>
-struct operands {};
-
-/// The result of a routine and its operands, in the order of its parameters.
-template <class Result, class... Operands>
-struct routine_form {};
-
 // ---- Direct: store the word, cut the operands, call the instruction function ----
 
 template <auto* Function, class Form>
 struct direct;
 template <auto* Function, class... Operands>
-struct direct<Function, operands<Operands...>> {
-  static_assert(
-      std::is_same_v<decltype(Function), aarch64_decode_rc (*)(cpu_state*, decltype(Operands::record(0u))...)>,
-      "the row's operands are not the parameters of its instruction function");
+struct direct<Function, form<Operands...>> {
+  static_assert(std::is_same_v<decltype(Function), typename form<Operands...>::function*>,
+                "the row's operands are not the parameters of its instruction function");
   [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     state->instr = word;
     return Function(state, Operands::record(word)...);
   }
 };
+
+template <auto* Function, class Form, std::size_t... I>
+struct direct<Function, routine_takes<Form, I...>> : direct<Function, Form> {};
 
 /// Direct with floating-point status: afterwards `fpsr` takes the host's status register.
 template <auto* Function, class Form>
@@ -60,11 +54,13 @@ inline void enter(CpuContext& context, const cpu_state* state) {
   context.fpsr = state->fpsr;
   context.fpcr = state->fpcr | state->fpcr_extra;
   context.vl_word = vector_granules;
-  predicate_in<bits<0>>::to_bits(context.ffr, state->ffr);
+  predicate_value<bits<0>>::to_bits(context.ffr, state->ffr);
 }
 
 inline void leave(const CpuContext& context, const PredV& entered_ffr, cpu_state* state) {
   state->nzcv = context.nzcv;
+  if (const std::uint32_t raised = context.fpsr & ~state->fpsr) [[unlikely]]
+    raise_host_status(raised);
   state->fpsr = context.fpsr;
   state->fpcr = context.fpcr;  // from here on any bits of fpcr_extra stand in fpcr
   // Few routines change the register. Not to write it back then keeps one handler from waiting for the one before.
@@ -72,24 +68,28 @@ inline void leave(const CpuContext& context, const PredV& entered_ffr, cpu_state
     unpack_register(context.ffr.words, state->ffr);
 }
 
+// Scalars travel as 64 bits, which the routine takes as signed or unsigned.
+template <class Parameter>
+using as_fetched = std::conditional_t<std::is_same_v<std::remove_cvref_t<Parameter>, std::int64_t>, std::uint64_t,
+                                      std::remove_cvref_t<Parameter>>;
+template <class... Fetched>
+struct parameters {};
+
 template <class Signature>
-struct routine_parameters;
+struct signature_of;
 template <class Result, class... Parameters>
-struct routine_parameters<Result (*)(Parameters...)> {
+struct signature_of<Result (*)(Parameters...)> {
   using result = Result;
-  template <class... Operands>
-  static constexpr bool match() {
-    return std::is_same_v<routine_parameters<void (*)(std::remove_cvref_t<Parameters>...)>,
-                          routine_parameters<void (*)(typename Operands::type..., CpuContext*)>>;
-  }
+  using fetched = parameters<as_fetched<Parameters>...>;
 };
 
-template <auto* Routine, class Form>
-struct library;
+template <auto* Routine, class RoutineForm>
+struct library_call;
 template <auto* Routine, class Result, class... Operands>
-struct library<Routine, routine_form<Result, Operands...>> {
-  using signature = routine_parameters<decltype(Routine)>;
-  static_assert(signature::template match<Operands...>(), "the row's operands are not the parameters of its routine");
+struct library_call<Routine, routine_form<Result, Operands...>> {
+  using signature = signature_of<decltype(Routine)>;
+  static_assert(std::is_same_v<typename signature::fetched, parameters<typename Operands::type..., CpuContext*>>,
+                "the row's operands are not the parameters of its routine");
 
   [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     CpuContext context;
@@ -104,6 +104,12 @@ struct library<Routine, routine_form<Result, Operands...>> {
     leave(context, ffr, state);
     return AARCH64_DECODE_EXECUTED;
   }
+};
+/// Both homes of the instruction take the form's operands, though the row reaches one.
+template <auto* Routine, auto* Function, class Form>
+struct library : library_call<Routine, typename routine_of<Form>::type> {
+  static_assert(std::is_same_v<decltype(Function), typename Form::function*>,
+                "the row's operands are not the parameters of its instruction function");
 };
 
 /// Prefetches touch nothing at all, not even `instr`.

@@ -1,11 +1,13 @@
-// The operand vocabulary: each entry names a field of the word and what it becomes. `record(word)` gives the operand of
-// an instruction function. For a library routine `type` is the operand's value and `load(value, state, word)` fetches
-// it, and a result entry stores what the routine returned.
+// The operand vocabulary. An entry names a field of the word and has two faces: `record(word)` is the operand of an
+// instruction function; `load(value, state, word)` fetches it for a library routine, whose parameter it is as a `type`,
+// and `store(state, word, result)` takes the routine's result. `about` describes it to readers at run time.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
+#include "sve/decode/description.h"
 #include "sve/decode/shapes.h"
 #include "sve/insn/functions.h"
 #include "sve/state/predicate_bits.h"
@@ -34,134 +36,199 @@ struct joined {
   static constexpr std::uint32_t cut(word_t word) { return static_cast<std::uint32_t>(shape<Ranges...>::key(word)); }
 };
 
-// ---- Registers as operands of instruction functions ----
+// ---- Registers ----
 
-/// Z register with the element size E. The field is five bits from `Low`, or fewer in the indexed forms.
-template <unsigned Low, unsigned E>
-struct Z {
-  static aarch64_z_reg record(word_t w) { return {bits<Low + 4, Low>::cut(w), E}; }
-};
-/// Destructive Z register in bits 4 to 0.
-template <unsigned E>
-struct Zdn {
-  static aarch64_z_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_z_reg::none, E, E}; }
-};
-/// Number of a vector register that receives a scalar.
-struct Vd {
-  static unsigned int record(word_t w) { return bits<4, 0>::cut(w); }
-};
-/// Predicate register in `Width` bits from `Low`, with a size code or a qualifier.
-template <unsigned Low, unsigned Width, unsigned Qualifier>
-struct P {
-  static aarch64_p_reg record(word_t w) { return {bits<Low + Width - 1, Low>::cut(w), Qualifier}; }
-};
-template <unsigned E>
-struct Pdn {
-  static aarch64_p_reg record(word_t w) { return {bits<3, 0>::cut(w), aarch64_p_reg::none, E, E}; }
-};
-/// General register, 31 the zero register, read at width code E.
-template <unsigned Low, unsigned E>
-struct R {
-  static aarch64_i_reg record(word_t w) { return {bits<Low + 4, Low>::cut(w), E}; }
-};
-/// General register that is read and written, in bits 4 to 0.
-template <unsigned E>
-struct Rdn {
-  static aarch64_i_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_i_reg::none, E, E}; }
-};
-/// General register, 31 the stack pointer.
-template <unsigned Low, unsigned E = element_d>
-struct Rsp {
-  static aarch64_i_rsp_reg record(word_t w) { return {bits<Low + 4, Low>::cut(w), E}; }
-};
-
-// ---- Operands and results of library routines ----
-
-/// Vector operand.
+/// What routines take and give by value: a vector, a predicate, a scalar of 64 bits.
 template <class Field>
-struct vector_in {
+struct vector_value {
   using type = VectorV;
   static void load(VectorV& v, const cpu_state* state, word_t w) {
     std::memcpy(v.bytes, state->z[Field::cut(w)], vector_bytes);
   }
+  static void store(cpu_state* state, word_t w, const VectorV& v) {
+    std::memcpy(state->z[Field::cut(w)], v.bytes, vector_bytes);
+  }
 };
-/// Predicate operand.
 template <class Field>
-struct predicate_in {
+struct predicate_value {
   using type = PredV;
   static void load(PredV& p, const cpu_state* state, word_t w) { to_bits(p, state->p[Field::cut(w)]); }
   static void to_bits(PredV& p, const byte* bytes) {
     pack_register(bytes, p.words);
     p.words[2] = p.words[3] = 0;
   }
+  static void store(cpu_state* state, word_t w, const PredV& p) { unpack_register(p.words, state->p[Field::cut(w)]); }
 };
-/// General register operand, 31 the zero register.
-template <class Field>
-struct register_in {
-  using type = std::uint64_t;
-  static void load(std::uint64_t& x, const cpu_state* state, word_t w) {
-    x = read(state, aarch64_i_reg(Field::cut(w), element_d));
-  }
-};
-template <class Field>
-struct signed_register_in {
-  using type = std::int64_t;
-  static void load(std::int64_t& x, const cpu_state* state, word_t w) {
-    x = static_cast<std::int64_t>(read(state, aarch64_i_reg(Field::cut(w), element_d)));
-  }
-};
-/// Base register operand, 31 the stack pointer.
-template <class Field>
-struct base_in {
-  using type = std::uint64_t;
-  static void load(std::uint64_t& x, const cpu_state* state, word_t w) {
-    x = read(state, aarch64_i_rsp_reg(Field::cut(w), element_d));
-  }
-};
-/// The low element, of size code E, of a vector register, as a scalar.
+/// The low element, of size code E, of a vector register; storing it clears the register's other bytes.
 template <class Field, unsigned E>
-struct element_in {
+struct element_value {
   using type = std::uint64_t;
   static void load(std::uint64_t& x, const cpu_state* state, word_t w) {
     x = 0;
     std::memcpy(&x, state->z[Field::cut(w)], std::size_t{1} << E);
   }
-};
-
-struct to_z {
-  static void store(cpu_state* state, word_t w, const VectorV& v) {
-    std::memcpy(state->z[bits<4, 0>::cut(w)], v.bytes, vector_bytes);
-  }
-};
-struct to_p {
-  static void store(cpu_state* state, word_t w, const PredV& p) {
-    unpack_register(p.words, state->p[bits<3, 0>::cut(w)]);
-  }
-};
-/// A scalar into a general register; dropped for 31.
-struct to_x {
   static void store(cpu_state* state, word_t w, std::uint64_t x) {
-    write(state, aarch64_i_reg(bits<4, 0>::cut(w), element_d), x);
-  }
-};
-/// A scalar into the low bytes of a vector register, whose other bytes are cleared.
-struct to_v {
-  static void store(cpu_state* state, word_t w, std::uint64_t x) {
-    byte* z = state->z[bits<4, 0>::cut(w)];
+    byte* z = state->z[Field::cut(w)];
     std::memset(z, 0, vector_bytes);
-    std::memcpy(z, &x, sizeof x);
+    std::memcpy(z, &x, std::size_t{1} << E);
   }
 };
-struct nothing {};
+/// A general register through the operand record that reads and writes it.
+template <class Field, class Record>
+struct scalar_value {
+  using type = std::uint64_t;
+  static void load(std::uint64_t& x, const cpu_state* state, word_t w) {
+    x = read(state, Record(Field::cut(w), element_d));
+  }
+  static void store(cpu_state* state, word_t w, std::uint64_t x) { write(state, Record(Field::cut(w), element_d), x); }
+};
 
-// ---- Immediates, for both models: `cut` gives the value, `record` and `load` pass it on ----
+template <class Field>
+constexpr operand register_operand(operand_kind kind, operand_role role, unsigned size) {
+  operand o{kind, role};
+  o.size = static_cast<std::uint8_t>(size);
+  o.low = Field::low;
+  o.width = Field::width;
+  return o;
+}
+constexpr operand repeated(operand o, repetition where, unsigned size) {
+  o.repeated = where;
+  o.repeated_size = static_cast<std::uint8_t>(size);
+  return o;
+}
+constexpr unsigned no_size = operand::no_size;
+using enum operand_role;
 
-template <class Immediate, class Record>
+/// Z register with the element size E.
+template <class Field, unsigned E, operand_role Role>
+struct Z : vector_value<Field> {
+  static constexpr operand about = register_operand<Field>(operand_kind::z, Role, E);
+  static aarch64_z_reg record(word_t w) { return {Field::cut(w), E}; }
+};
+/// Z register without an element size.
+template <class Field, operand_role Role>
+struct Z_bare : Z<Field, aarch64_z_reg::none, Role> {
+  static constexpr operand about = register_operand<Field>(operand_kind::z, Role, no_size);
+};
+/// Z register in bits 4 to 0 that its record marks as destructive; written twice in the assembler's syntax or not.
+template <unsigned E, operand_role Role, repetition Repeated>
+struct Z_tied : vector_value<bits<4, 0>> {
+  static constexpr operand about = repeated(register_operand<bits<4, 0>>(operand_kind::z, Role, E), Repeated, E);
+  static aarch64_z_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_z_reg::none, E, E}; }
+};
+/// A list of `Count` registers: what a load fills or a store empties, or the table of a lookup.
+template <class Field, unsigned E, operand_role Role, unsigned Count>
+struct Z_list : Z<Field, E, Role> {
+  static constexpr operand about = [] {
+    operand o = register_operand<Field>(operand_kind::z, Role, E);
+    o.registers = Count;
+    return o;
+  }();
+};
+/// Vector of offsets, extended from 32 bits or not and shifted.
+template <unsigned E, extension Extends, unsigned Shift>
+struct Z_offset : Z<bits<20, 16>, E, offset> {
+  static constexpr operand about = [] {
+    operand o = register_operand<bits<20, 16>>(operand_kind::z, offset, E);
+    o.extends = Extends;
+    o.shift = Shift;
+    return o;
+  }();
+};
+
+/// Vector register that holds a scalar of size code E: receives it, does both, or gives it.
+template <unsigned E>
+struct Vd : element_value<bits<4, 0>, E> {
+  static constexpr operand about = register_operand<bits<4, 0>>(operand_kind::v, destination, E);
+  static unsigned int record(word_t w) { return bits<4, 0>::cut(w); }
+};
+template <unsigned E>
+struct Vdn : Vd<E> {
+  static constexpr operand about =
+      repeated(register_operand<bits<4, 0>>(operand_kind::v, both, E), repetition::next, E);
+};
+template <unsigned E>
+struct Vn : element_value<bits<9, 5>, E> {
+  static constexpr operand about = register_operand<bits<9, 5>>(operand_kind::v, source, E);
+  static aarch64_z_reg record(word_t w) { return {bits<9, 5>::cut(w), E}; }
+};
+
+/// Predicate register with a size code or a qualifier.
+template <class Field, unsigned Qualifier, operand_role Role>
+struct P : predicate_value<Field> {
+  static constexpr operand about = [] {
+    operand o = register_operand<Field>(operand_kind::p, Role, Qualifier <= element_d ? Qualifier : no_size);
+    o.inactive = Qualifier == merging   ? predication::merging
+                 : Qualifier == zeroing ? predication::zeroing
+                                        : predication::none;
+    return o;
+  }();
+  static aarch64_p_reg record(word_t w) { return {Field::cut(w), Qualifier}; }
+};
+/// Destructive predicate register in bits 3 to 0.
+template <unsigned E, repetition Repeated>
+struct Pdn : predicate_value<bits<3, 0>> {
+  static constexpr operand about = repeated(register_operand<bits<3, 0>>(operand_kind::p, both, E), Repeated, E);
+  static aarch64_p_reg record(word_t w) { return {bits<3, 0>::cut(w), aarch64_p_reg::none, E, E}; }
+};
+
+/// General register, 31 the zero register, read at width code E.
+template <class Field, unsigned E, operand_role Role>
+struct R : scalar_value<Field, aarch64_i_reg> {
+  static constexpr operand about = [] {
+    operand o = register_operand<Field>(operand_kind::x, Role, E == element_d ? element_d : element_s);
+    if (Role == offset) o.extends = extension::lsl, o.shift = operand::by_access;
+    return o;
+  }();
+  static aarch64_i_reg record(word_t w) { return {Field::cut(w), E}; }
+};
+/// General register in bits 4 to 0 that is read and written, with another mention of width code `Repeats` or without.
+template <unsigned E, repetition Repeated = repetition::none, unsigned Repeats = E>
+struct Rdn : scalar_value<bits<4, 0>, aarch64_i_reg> {
+  static constexpr operand about =
+      repeated(register_operand<bits<4, 0>>(operand_kind::x, both, E == element_d ? element_d : element_s), Repeated,
+               Repeats == element_d ? element_d : element_s);
+  static aarch64_i_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_i_reg::none, E, E}; }
+};
+/// General register, 31 the stack pointer.
+template <class Field, operand_role Role, unsigned E = element_d>
+struct Rsp : scalar_value<Field, aarch64_i_rsp_reg> {
+  static constexpr operand about =
+      register_operand<Field>(operand_kind::x_or_sp, Role, E == element_d ? element_d : element_s);
+  static aarch64_i_rsp_reg record(word_t w) { return {Field::cut(w), E}; }
+};
+
+// ---- Immediates: `cut` gives the value, `record` and `load` pass it on ----
+
+constexpr operand immediate_operand(std::int64_t (*value)(word_t), spelling spelled = spelling::decimal,
+                                    operand_role role = source, operand_kind kind = operand_kind::immediate) {
+  operand o{kind, role};
+  o.spelled = spelled;
+  o.value = value;
+  return o;
+}
+
+template <class Immediate, class Record, spelling Spelled = spelling::decimal>
 struct immediate {
   static Record record(word_t w) { return static_cast<Record>(Immediate::cut(w)); }
-  using type = std::conditional_t<std::is_signed_v<Record>, std::int64_t, std::uint64_t>;
-  static void load(type& value, const cpu_state*, word_t w) { value = static_cast<type>(Immediate::cut(w)); }
+  using type = std::uint64_t;
+  static void load(type& value, const cpu_state*, word_t w) {
+    value = static_cast<type>(static_cast<std::int64_t>(Immediate::cut(w)));
+  }
+  static constexpr operand about =
+      immediate_operand([](word_t w) { return static_cast<std::int64_t>(Immediate::cut(w)); }, Spelled);
 };
+/// The same in another spelling, role or kind.
+template <class Immediate, spelling Spelled, operand_role Role = source, operand_kind Kind = operand_kind::immediate>
+struct spelled : Immediate {
+  static constexpr operand about = immediate_operand(Immediate::about.value, Spelled, Role, Kind);
+};
+template <class Immediate>
+using offset_of = spelled<Immediate, spelling::decimal, offset>;
+template <class Immediate>
+using vl_offset_of = spelled<Immediate, spelling::vector_multiple, offset>;
+template <class Immediate>
+using index = spelled<Immediate, spelling::index>;
 
 /// Unsigned and signed field.
 template <unsigned High, unsigned Low = High>
@@ -183,21 +250,39 @@ struct Sjoined : immediate<Sjoined<Ranges...>, int> {
     return sign_extend(joined<Ranges...>::cut(w), joined<Ranges...>::width);
   }
 };
-/// The multiplier of a counted instruction, one more than its field.
-struct Multiplier : immediate<Multiplier, unsigned int> {
-  static constexpr std::uint32_t cut(word_t w) { return bits<19, 16>::cut(w) + 1; }
+/// A predicate pattern.
+using Pattern = spelled<U<9, 5>, spelling::decimal, source, operand_kind::pattern>;
+/// The multiplier of a counted instruction, one more than its field; routines add the one themselves.
+struct Multiplier {
+  static unsigned int record(word_t w) { return bits<19, 16>::cut(w) + 1; }
+  using type = std::uint64_t;
+  static void load(type& value, const cpu_state*, word_t w) { value = bits<19, 16>::cut(w); }
+  static constexpr operand about = immediate_operand([](word_t w) { return std::int64_t{record(w)}; },
+                                                     spelling::decimal, source, operand_kind::multiplier);
+};
+/// A prefetch operation.
+using PrefetchOperation = spelled<U<3, 0>, spelling::decimal, source, operand_kind::prefetch>;
+/// A rotation of complex numbers in two bits, in units of 90 degrees, and in one, where it is 90 or 270 degrees.
+template <unsigned High, unsigned Low = High>
+struct Rotation : U<High, Low> {
+  static constexpr operand about = immediate_operand(
+      [](word_t w) {
+        const std::uint32_t field = bits<High, Low>::cut(w);
+        return std::int64_t{90} * (High == Low ? 1 + 2 * field : field);
+      },
+      spelling::rotation);
 };
 /// Eight unsigned bits, shifted left by 8 if bit 13 is set. At 8 bits the architecture reserves the shift; nothing
 /// rejects it, and the value is then 0.
 template <unsigned E>
-struct Shifted8 : immediate<Shifted8<E>, unsigned int> {
+struct Shifted8 : immediate<Shifted8<E>, unsigned int, spelling::shifted> {
   static constexpr std::uint32_t cut(word_t w) {
     const std::uint32_t imm = bits<12, 5>::cut(w);
     return bits<13>::cut(w) == 0 ? imm : E == element_b ? 0 : imm << 8;
   }
 };
 /// Eight signed bits, shifted left by 8 if bit 13 is set.
-struct SignedShifted8 : immediate<SignedShifted8, int> {
+struct SignedShifted8 : immediate<SignedShifted8, int, spelling::shifted> {
   static constexpr std::int32_t cut(word_t w) {
     const std::int32_t imm = sign_extend(bits<12, 5>::cut(w), 8);
     return bits<13>::cut(w) ? imm * 256 : imm;
@@ -224,7 +309,7 @@ struct RightShift : immediate<RightShift<E, Predicated>, unsigned int> {
 
 /// The index of `dup` (indexed): bits 23 to 22 above the bits of 20 to 16 that lie over the size marker.
 template <unsigned E>
-struct DupIndex : immediate<DupIndex<E>, unsigned int> {
+struct DupIndex : immediate<DupIndex<E>, unsigned int, spelling::index> {
   static constexpr std::uint32_t cut(word_t w) {
     if constexpr (E == element_q)
       return bits<23, 22>::cut(w);
@@ -239,30 +324,50 @@ struct DupIndex : immediate<DupIndex<E>, unsigned int> {
 std::uint64_t expand_logical_immediate(std::uint32_t field);
 
 struct LogicalImmediate {
-  static aarch64_sve_logical64_imm record(word_t w) { return {expand_logical_immediate(bits<17, 5>::cut(w))}; }
+  static std::uint64_t cut(word_t w) { return expand_logical_immediate(bits<17, 5>::cut(w)); }
+  static aarch64_sve_logical64_imm record(word_t w) { return {cut(w)}; }
   using type = std::uint64_t;
-  static void load(type& value, const cpu_state*, word_t w) { value = expand_logical_immediate(bits<17, 5>::cut(w)); }
+  static void load(type& value, const cpu_state*, word_t w) { value = cut(w); }
+  /// What describes a word does return: 0 where the expansion would not.
+  static constexpr bool is_reserved(word_t w) { return bits<17>::cut(w) == 0 && bits<10, 5>::cut(w) == 63; }
+  static constexpr operand about = immediate_operand(
+      [](word_t w) { return is_reserved(w) ? 0 : static_cast<std::int64_t>(cut(w)); }, spelling::logical);
 };
 
 /// An 8-bit floating-point constant at all three widths.
 aarch64_sve_fp_dup_imm expand_fp_immediate(std::uint32_t imm8);
 
+template <unsigned E>
 struct FpImmediate {
   static aarch64_sve_fp_dup_imm record(word_t w) { return expand_fp_immediate(bits<12, 5>::cut(w)); }
-};
-template <unsigned E>
-struct FpImmediateBits {
   using type = std::uint64_t;
-  static void load(type& value, const cpu_state*, word_t w) {
-    const aarch64_sve_fp_dup_imm imm = expand_fp_immediate(bits<12, 5>::cut(w));
-    value = E == element_h ? imm.half : E == element_s ? imm.single : imm.double_;
+  static type cut(word_t w) {
+    const aarch64_sve_fp_dup_imm imm = record(w);
+    return E == element_h ? imm.half : E == element_s ? imm.single : imm.double_;
   }
+  static void load(type& value, const cpu_state*, word_t w) { value = cut(w); }
+  static constexpr operand about =
+      immediate_operand([](word_t w) { return static_cast<std::int64_t>(cut(w)); }, spelling::floating);
 };
-/// The single bit of the floating-point arithmetic immediates.
-struct FpArithmeticImmediate {
+/// The single bit of the floating-point arithmetic immediates, which chooses between two constants. These are given as
+/// their 8-bit encodings, of which zero has none.
+inline constexpr std::uint32_t fp_zero = 0x100, fp_half = 0x60, fp_one = 0x70, fp_two = 0x00;
+template <unsigned E, std::uint32_t Clear, std::uint32_t Set>
+struct FpChoice {
   static aarch64_sve_fp_arith_imm record(word_t w) { return {static_cast<std::uint8_t>(bits<5>::cut(w))}; }
   using type = std::uint64_t;
   static void load(type& value, const cpu_state*, word_t w) { value = bits<5>::cut(w); }
+  static constexpr operand about = immediate_operand(
+      [](word_t w) {
+        const std::uint32_t chosen = bits<5>::cut(w) ? Set : Clear;
+        return chosen == fp_zero ? 0 : static_cast<std::int64_t>(FpImmediate<E>::cut(bits<12, 5>::place(chosen)));
+      },
+      spelling::choice);
+};
+/// An element index as the instruction functions of some indexed forms take it.
+template <class Immediate>
+struct IndexByte : index<Immediate> {
+  static aarch64_sve_fp_arith_imm record(word_t w) { return {static_cast<std::uint8_t>(Immediate::cut(w))}; }
 };
 
 }  // namespace sve::decode

@@ -2,17 +2,22 @@
 #pragma once
 
 #include "sve/decode/forms.h"
+#include "sve/decode/handlers.h"
 #include "sve/decode/map_shapes.h"
 #include "sve/decode/table.h"
 
+#define SVE_ROW(key, model, name, function, handle, ...)                                                          \
+  row {                                                                                                           \
+    key, kind::model, #name, &functions.of[static_cast<std::size_t>(function_id::function)], &__VA_ARGS__::about, \
+        handle                                                                                                    \
+  }
 #define DIRECT(key, name, function, ...) \
-  row { key, kind::direct, #name, #function, direct<function, __VA_ARGS__>::handle }
+  SVE_ROW(key, direct, name, function, (direct<function, __VA_ARGS__>::handle), __VA_ARGS__)
 #define DIRECT_FP(key, name, function, ...) \
-  row { key, kind::direct_fp, #name, #function, direct_fp<function, __VA_ARGS__>::handle }
-#define LIBRARY(key, name, ...) \
-  row { key, kind::library, #name, nullptr, library<name, __VA_ARGS__>::handle }
-#define PREFETCH(key, name) \
-  row { key, kind::prefetch, #name, nullptr, prefetch::handle }
+  SVE_ROW(key, direct_fp, name, function, (direct_fp<function, __VA_ARGS__>::handle), __VA_ARGS__)
+#define LIBRARY(key, name, function, ...) \
+  SVE_ROW(key, library, name, function, (library<name, function, __VA_ARGS__>::handle), __VA_ARGS__)
+#define PREFETCH(key, name, function, ...) SVE_ROW(key, prefetch, name, function, prefetch::handle, __VA_ARGS__)
 
 #define SVE_ROWS(name, ...)                  \
   namespace {                                \

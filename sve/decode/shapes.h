@@ -8,6 +8,7 @@ namespace sve::decode {
 /// The bits `High` down to `Low` of a word.
 template <unsigned High, unsigned Low = High>
 struct bits {
+  static constexpr unsigned low = Low;
   static constexpr unsigned width = High - Low + 1;
   static constexpr std::uint32_t mask = static_cast<std::uint32_t>(((std::uint64_t{1} << width) - 1) << Low);
   static constexpr std::uint32_t cut(std::uint32_t word) { return (word & mask) >> Low; }

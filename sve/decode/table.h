@@ -1,24 +1,46 @@
-// The instruction table: 1483 rows in 44 maps.
+// The instruction table: rows in 44 maps.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "sve/decode/description.h"
 #include "sve/decode/dispatch.h"
 
 namespace sve::decode {
 
 enum class kind : std::uint8_t { direct, direct_fp, library, prefetch };
 
-/// One instruction form: the key of its fixed bits, its handler's name, and the handler.
+/// One instruction form: the key of its fixed bits, its handler's name, what it is, and the handler.
 struct row {
   int key;
   kind model;
-  const char* name;      ///< the handler's name, and the name of the library routine
-  const char* function;  ///< the instruction function that a direct row calls, otherwise null
+  const char* name;                      ///< the handler's name, and the name of the library routine
+  const instruction_function* function;  ///< of the instruction, whether the row calls it or not
+  const operand_form* form;
   decode_handler handle;
+
+  constexpr bool is_direct() const { return model == kind::direct || model == kind::direct_fp; }
+  constexpr std::string_view mnemonic() const { return function->mnemonic(); }
+  constexpr std::span<const operand> operands() const { return form->operands(); }
+  /// Of the elements that it works on; 0 where it has none.
+  constexpr unsigned element_bytes() const {
+    return form->element_size == operand::no_size ? 0 : 1u << form->element_size;
+  }
+  constexpr const operand* find(operand_role role) const {
+    for (const operand& o : operands())
+      if (o.role == role) return &o;
+    return nullptr;
+  }
+  /// How many elements a register has in memory, or the quadword that is replicated.
+  unsigned memory_elements() const;
+  /// Bytes that an immediate offset of 1 stands for.
+  unsigned offset_unit() const;
 };
+
+/// The operands of a word of the row, in the order of the assembler's syntax; returns how many.
+std::size_t operands_of(const row& r, std::uint32_t word, operand_value (&values)[max_operands]);
 
 /// One map: its name, how its key is cut, and its rows in ascending order of key.
 struct map {
@@ -38,7 +60,10 @@ std::span<const map* const> maps_in_execute_order();
 decode_handler find_in_is_sve_order(std::uint32_t word);
 decode_handler find_in_execute_order(std::uint32_t word);
 
-/// The row of a word, or null.
+/// What `execute_sve_instruction` does with a word once it has its handler: runs it, and on success counts and moves on.
+aarch64_decode_rc execute_with(decode_handler handle, cpu_state* state, std::uint32_t word);
+
+/// The row of a word, or null. Calls nothing outside of this library.
 const row* find_row(std::uint32_t word);
 
 }  // namespace sve::decode

@@ -1,10 +1,11 @@
 // Capture of faults on emulated memory accesses. An application address is a host pointer, and most accesses are plain:
-// a fault there ends the process. First-fault and non-fault loads ask first whether memory can be read. One interface;
-// which implementation stands behind it is chosen when linking: POSIX signals, or the instrumentation platform's own
-// means where that owns the signals.
+// a fault there ends the process. First-fault and non-fault loads ask whether memory can be read, and read guarded. One
+// interface; which implementation stands behind it is chosen when linking: POSIX signals, or the instrumentation
+// platform's own means where that owns the signals.
 #pragma once
 
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 
 /// The host's page size, a power of two. Taken once when the library is loaded, before any instruction runs.
@@ -24,8 +25,28 @@ void SVESigHandler(int sig, siginfo_t* info, void* context);
 
 namespace sve {
 
-/// Reads the byte at `address`, guarded: false if that raised SIGSEGV or SIGBUS. Safe in any number of threads at once.
-bool guarded_touch(std::uint64_t address);
+/// Reads the element at `address` by one access, guarded: false if that raised SIGSEGV or SIGBUS, and `value` is then
+/// 0. The answer and the value come from the same access, so that nothing other threads do to the mapping can come
+/// between them. Safe in any number of threads at once. For elements of 1, 2, 4 and 8 bytes, unsigned.
+template <class M>
+bool guarded_read(std::uint64_t address, M& value);
+
+/// Copies `bytes` bytes from `address`, at least 8, guarded: false if one of them raised SIGSEGV or SIGBUS, and what
+/// lies at `to` is then unspecified.
+bool guarded_copy(void* to, std::uint64_t address, std::size_t bytes);
+
+/// Around guarded reads: sees to it that their faults come to this library. A program may have set actions of its own
+/// for the two signals; then ours stand in their place while one of these lives, and pass on what is not ours.
+class guarded_reads {
+ public:
+  guarded_reads();
+  ~guarded_reads();
+  guarded_reads(const guarded_reads&) = delete;
+  guarded_reads& operator=(const guarded_reads&) = delete;
+
+ private:
+  bool borrowed_;
+};
 
 /// Makes guarded reads work: installs SVESigHandler for SIGSEGV and SIGBUS, where signals are the means.
 void install_fault_capture();

@@ -12,8 +12,8 @@ template <class T, class M>
 aarch64_decode_rc load_from(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
   byte* dst = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
-  if (all_active<T>(predicate)) {
-    // Nothing can tell a wide access from element accesses here: the bytes are the same, and a fault ends the process.
+  // A load that faults has written the elements below: a wide access may stand in only where no fault can split it.
+  if (all_active<T>(predicate) && within_page(start, lanes<T> * sizeof(M))) {
     const byte* src = reinterpret_cast<const byte*>(start);
     if constexpr (sizeof(T) == sizeof(M)) {
       std::memcpy(dst, src, vector_bytes);
@@ -23,8 +23,10 @@ aarch64_decode_rc load_from(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg
     }
     return executed;
   }
-  for (std::size_t e = 0; e < lanes<T>; ++e)
+  for (std::size_t e = 0; e < lanes<T>; ++e) {
     store<T>(dst, e, active<T>(predicate, e) ? static_cast<T>(read_memory<M>(start + e * sizeof(M))) : T{0});
+    keep_order();
+  }
   return executed;
 }
 
@@ -214,7 +216,7 @@ aarch64_decode_rc sve_str_zri(cpu_state* state, aarch64_z_reg zt, aarch64_i_rsp_
   }
   for (std::size_t i = 0; i < vector_bytes; i += 16) {
     std::memcpy(reinterpret_cast<void*>(address + i), src + i, 16);
-    asm volatile("" ::: "memory");
+    keep_order();
   }
   return executed;
 }
@@ -235,7 +237,6 @@ aarch64_decode_rc sve_str_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
   const register_bits packed(p_of(state, pt));
   write_memory(address, packed.low);
-  asm volatile("" ::: "memory");
   write_memory(address + 6, packed.high << 16 | packed.low >> 48);
   return executed;
 }

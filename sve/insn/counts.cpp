@@ -22,7 +22,7 @@ inline constexpr pattern_counts<T> patterns;
 // The amount of a counted instruction, 32 bits wide.
 template <class T>
 unsigned amount(unsigned int pattern, unsigned int multiplier) {
-  return patterns<T>.count[pattern & 31] * multiplier;
+  return pattern < 32 ? patterns<T>.count[pattern] * multiplier : 0;
 }
 
 template <class T>

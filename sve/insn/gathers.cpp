@@ -18,16 +18,20 @@ constexpr auto whole = [](auto offset) { return u64{offset}; };
 constexpr auto sxtw = [](auto offset) { return static_cast<u64>(static_cast<std::int64_t>(static_cast<s32>(offset))); };
 constexpr auto uxtw = [](auto offset) { return u64{static_cast<u32>(offset)}; };
 
-// Element T of the register from element M of memory at address(vector element), in rising order and in place: the
-// destination may be the vector of offsets, since each element writes only itself. An inactive element forms no
-// address.
+// Element T of the register from element M of memory at address(vector element), in rising order. An inactive element
+// forms no address. A load that faults has written the elements below, unless its destination is the vector of
+// addresses: that one stays whole, so that a program that mends the fault can run the instruction again.
 template <class T, class M, class Address>
 aarch64_decode_rc gather(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_z_reg vector, Address address) {
-  byte* dst = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
   const byte* addresses = z_of(state, vector);
-  for (std::size_t e = 0; e < lanes<T>; ++e)
+  alignas(16) byte whole_result[vector_bytes];
+  byte* dst = zt.number == vector.number ? whole_result : z_of(state, zt);
+  for (std::size_t e = 0; e < lanes<T>; ++e) {
     store<T>(dst, e, active<T>(predicate, e) ? static_cast<T>(read_memory<M>(address(load<T>(addresses, e)))) : T{0});
+    keep_order();
+  }
+  if (dst == whole_result) std::memcpy(z_of(state, zt), whole_result, vector_bytes);
   return executed;
 }
 

@@ -27,6 +27,13 @@ inline void read_host_status(cpu_state* state) {
   state->fpsr = static_cast<std::uint32_t>(fpsr);
 }
 
+/// Raises status flags in the host's FPSR. What the vector library raised stands there too from then on, as if the host
+/// had computed it, so that the next `read_host_status` does not lose it.
+inline void raise_host_status(std::uint32_t flags) {
+  std::uint64_t fpsr;
+  asm volatile("mrs %0, fpsr\n\torr %0, %0, %1\n\tmsr fpsr, %0" : "=&r"(fpsr) : "r"(std::uint64_t{flags}) : "memory");
+}
+
 class host_fp {
  public:
   explicit host_fp(cpu_state*) {}
@@ -161,10 +168,11 @@ using fp_value = U;
 
 /// The functions below accumulate into `fpsr` themselves.
 inline void read_host_status(cpu_state*) {}
+inline void raise_host_status(std::uint32_t) {}
 
 class host_fp {
  public:
-  explicit host_fp(cpu_state* state) : state_(state), working_(state->fpcr) {}
+  explicit host_fp(cpu_state* state) : state_(state), working_(state->fpcr & ~status_bits) {}
   ~host_fp() { state_->fpsr |= working_ & status_bits; }
 
   bool rounds_to_nearest() const { return rounding() == FPRounding_TiesEven; }

@@ -6,6 +6,10 @@
 
 namespace sve {
 
+/// Between two accesses of which the second may fault: what was written for the first stands by then. Without it the
+/// compiler makes one wide access of several.
+[[gnu::always_inline]] inline void keep_order() { asm volatile("" ::: "memory"); }
+
 /// One host access of the size of M at an application address.
 template <class M>
 [[gnu::always_inline]] inline M read_memory(std::uint64_t address) {
@@ -16,6 +20,7 @@ template <class M>
 template <class M>
 [[gnu::always_inline]] inline void write_memory(std::uint64_t address, M value) {
   std::memcpy(reinterpret_cast<void*>(address), &value, sizeof value);
+  keep_order();
 }
 
 /// Whether every element of T is active.

@@ -168,7 +168,8 @@ aarch64_decode_rc sve_pfalse_p(cpu_state* state, aarch64_p_reg pd) {
 // ptrue Pd.T, pattern
 aarch64_decode_rc sve_ptrue_pi(cpu_state* state, aarch64_p_reg pd, unsigned int pattern) {
   return for_size(pd.size, [&](auto element) {
-    set_leading<decltype(element)>(p_of(state, pd), patterns.count[std::countr_zero(sizeof element)][pattern & 31]);
+    const auto& counts = patterns.count[std::countr_zero(sizeof element)];
+    set_leading<decltype(element)>(p_of(state, pd), pattern < std::size(counts) ? counts[pattern] : 0);
   });
 }
 

@@ -18,6 +18,36 @@ using s32 = std::int32_t;
 
 bool is_readable(u64 address) { return addr_is_readable(reinterpret_cast<char volatile*>(address)); }
 
+// One element, guarded.
+template <class M>
+bool read_guarded(u64 address, M& element) {
+  std::make_unsigned_t<M> bits;
+  const bool readable = guarded_read(address, bits);
+  element = static_cast<M>(bits);
+  return readable;
+}
+
+// Elements 0 to n-1 into `to`, an inactive one as 0. Returns how many were read: an element that another thread takes
+// away meanwhile ends the walk. The first active one of the first page is read plainly, since it may fault.
+template <class T, class M>
+std::size_t read_elements(byte* to, const byte* predicate, u64 start, std::size_t n) {
+  const u64 first_page_end = start | (page_size - 1);
+  bool first = true;
+  for (std::size_t e = 0; e < n; ++e) {
+    M element{0};
+    if (active<T>(predicate, e)) {
+      const u64 address = start + e * sizeof(M);
+      if (first && address <= first_page_end)
+        element = read_memory<M>(address);
+      else if (!read_guarded(address, element))
+        return e;
+      first = false;
+    }
+    store<T>(to, e, static_cast<T>(element));
+  }
+  return n;
+}
+
 // First-fault, scalar plus scalar: one probe of the next page, and that only when the span of a whole vector crosses a
 // page end. The first page is never tested: a load that starts in unreadable memory ends the process.
 template <class T, class M>
@@ -26,18 +56,33 @@ aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p
   const u64 start = read(state, rn) + read(state, rm) * sizeof(M);
   byte* dst = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
+  alignas(16) byte span[vector_bytes];
   // The span is that of a whole vector whatever the load covers.
   const int offset = static_cast<int>(start & (page_size - 1));
   const int end = static_cast<int>((start + vector_bytes) & (page_size - 1));
-  std::size_t readable = lanes<T>;
-  if (offset > end && !is_readable(start + page_size)) {
-    // Elements that lie wholly below the page end if memory elements were as wide as the register's: an under-count for
-    // the widening forms, and required.
-    const std::size_t below = page_size - static_cast<unsigned>(offset);
-    readable = (below < vector_bytes ? below : vector_bytes) / sizeof(T);
+  if (offset <= end && guarded_copy(span, start, lanes<T> * sizeof(M))) {
+    if constexpr (sizeof(T) == sizeof(M)) {
+      zero_lanes<T>(
+          dst, predicate, lanes<T>, [](T a) { return a; }, span);
+    } else {
+#pragma GCC ivdep
+      for (std::size_t e = 0; e < lanes<T>; ++e)
+        store<T>(dst, e, static_cast<T>(static_cast<T>(load<M>(span, e)) & active_mask<T>(predicate, e)));
+    }
+    return executed;
   }
-  for (std::size_t e = 0; e < readable; ++e)
-    store<T>(dst, e, active<T>(predicate, e) ? static_cast<T>(read_memory<M>(start + e * sizeof(M))) : T{0});
+  // Elements that lie wholly below the page end if memory elements were as wide as the register's: an under-count for
+  // the widening forms, and required.
+  const std::size_t below = page_size - static_cast<unsigned>(offset);
+  const std::size_t in_first_page = (below < vector_bytes ? below : vector_bytes) / sizeof(T);
+  std::size_t readable = lanes<T>;
+  if (offset > end && !is_readable(start + page_size)) readable = in_first_page;
+  {
+    const guarded_reads guard;
+    const std::size_t n = read_elements<T, M>(span, predicate, start, readable);
+    if (n < readable) readable = n < in_first_page ? n : in_first_page;
+  }
+  std::memcpy(dst, span, readable * sizeof(T));
   // The elements above keep their old values; their bytes of the first-fault register are cleared, active or not.
   if (readable < lanes<T>) std::memset(state->ffr + readable * sizeof(T), 0, vector_bytes - readable * sizeof(T));
   return executed;
@@ -50,6 +95,7 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
   const u64 start = read(state, rn) + static_cast<u64>(static_cast<std::int64_t>(imm)) * (lanes<T> * sizeof(M));
   byte* dst = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
+  const guarded_reads guard;
   bool readable = is_readable(start);  // also when no element is active
   auto last = static_cast<std::int64_t>(start & (page_size - 1));
   for (std::size_t e = 0; e < lanes<T>; ++e) {
@@ -63,8 +109,14 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
       readable = is_readable(address);
       last = offset;
     }
-    if (readable)
-      store<T>(dst, e, static_cast<T>(read_memory<M>(address)));
+    M element;
+    bool loaded = readable && read_guarded(address, element);
+    if (readable && !loaded && static_cast<u64>(offset) + sizeof(M) > page_size) {
+      element = read_memory<M>(address);  // it runs into an unreadable page: fatal
+      loaded = true;
+    }
+    if (loaded)
+      store<T>(dst, e, static_cast<T>(element));
     else
       std::memset(state->ffr + e * sizeof(T), 0, sizeof(T));  // the destination element keeps its old value
   }

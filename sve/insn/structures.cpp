@@ -24,15 +24,18 @@ template <class T, unsigned N>
 aarch64_decode_rc load_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
   const group<N> to(state, zt);
   const byte* predicate = p_of(state, pg);
-  if (all_active<T>(predicate)) {
+  // A load that faults has written the fields below.
+  if (all_active<T>(predicate) && within_page(start, N * vector_bytes)) {
     for (std::size_t e = 0; e < lanes<T>; ++e)
       for (unsigned k = 0; k < N; ++k) store<T>(to.z[k], e, read_memory<T>(start + (e * N + k) * sizeof(T)));
     return executed;
   }
   for (std::size_t e = 0; e < lanes<T>; ++e) {
     const bool is_active = active<T>(predicate, e);
-    for (unsigned k = 0; k < N; ++k)
+    for (unsigned k = 0; k < N; ++k) {
       store<T>(to.z[k], e, is_active ? read_memory<T>(start + (e * N + k) * sizeof(T)) : T{0});
+      keep_order();
+    }
   }
   return executed;
 }

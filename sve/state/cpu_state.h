@@ -36,6 +36,8 @@ struct alignas(16) cpu_state {
 static_assert(offsetof(cpu_state, sp) == offsetof(cpu_state, x) + 31 * sizeof(std::uint64_t),
               "index 31 of x must land on sp");
 static_assert(offsetof(cpu_state, z) % 16 == 0, "z[0] lies at a 16-byte boundary");
+static_assert(offsetof(cpu_state, pc) == 256 && offsetof(cpu_state, nzcv) == 264 && offsetof(cpu_state, fpsr) == 272 &&
+              offsetof(cpu_state, fpcr) == 276 && offsetof(cpu_state, fpcr_extra) == 280);
 
 namespace sve {
 

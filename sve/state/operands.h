@@ -1,6 +1,7 @@
 // Operand records: the small values through which handlers name registers and immediates.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "sve/state/register_names.h"
@@ -84,3 +85,17 @@ struct aarch64_sve_fp_dup_imm {
 struct aarch64_sve_fp_arith_imm {
   std::uint8_t value;
 };
+
+// The layout of the records is part of the interface.
+#define SVE_REGISTER_LAYOUT(record)                                                                     \
+  static_assert(sizeof(record) == 16 && offsetof(record, number) == 0 && offsetof(record, size) == 4 && \
+                offsetof(record, tied_dst_size) == 8 && offsetof(record, tied_src_size) == 12)
+SVE_REGISTER_LAYOUT(aarch64_z_reg);
+SVE_REGISTER_LAYOUT(aarch64_p_reg);
+SVE_REGISTER_LAYOUT(aarch64_i_reg);
+#undef SVE_REGISTER_LAYOUT
+static_assert(sizeof(aarch64_i_rsp_reg) == 8 && offsetof(aarch64_i_rsp_reg, number) == 0 &&
+              offsetof(aarch64_i_rsp_reg, size) == 4);
+static_assert(sizeof(aarch64_sve_logical64_imm) == 8 && sizeof(aarch64_sve_fp_arith_imm) == 1);
+static_assert(sizeof(aarch64_sve_fp_dup_imm) == 16 && offsetof(aarch64_sve_fp_dup_imm, half) == 0 &&
+              offsetof(aarch64_sve_fp_dup_imm, single) == 4 && offsetof(aarch64_sve_fp_dup_imm, double_) == 8);

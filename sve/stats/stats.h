@@ -16,8 +16,16 @@ extern std::map<unsigned int*, std::pair<unsigned int, std::atomic<unsigned long
 extern std::mutex icounts_mutex;
 
 /// Records one successful execution of `word` at `pc`. Throws `std::system_error` if the lock fails and
-/// `std::bad_alloc` if a new entry finds no memory.
+/// `std::bad_alloc` if a new entry finds no memory, unless a platform has said what is to happen then.
 void update_sve_stats(unsigned int* pc, unsigned int word);
 
 /// Prints the table to stderr in address order; nothing when it is empty. Takes no lock.
 void dump_sve_stats();
+
+namespace sve {
+
+/// What a platform does when a new entry of `icounts` finds no memory. Where it is set it is called once, with the lock
+/// held; the table then stays as it is, the total goes on, and nothing is thrown.
+extern void (*on_no_memory_for_counts)();
+
+}  // namespace sve

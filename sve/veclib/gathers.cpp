@@ -54,6 +54,7 @@ void scatter(const PredV& p, const VectorV& v, const CpuContext* ctx, Address ad
 template <class T, class M, class Address>
 VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address address) {
   VectorV r;
+  const guarded_reads guard;
   const std::size_t n = count<T>(ctx);
   bool fault = false, first = true;
   for (std::size_t e = 0; e < n; ++e) {
@@ -76,13 +77,14 @@ VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address ad
 
 namespace {
 
-// The same for a contiguous span. Where its first and its last byte can be read and no page lies between theirs, all of
-// it can, and the elements need no guard of their own.
+// The same for a contiguous span. Where all of it can be copied, the elements need no guard of their own.
 template <class T, class M>
 VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 start) {
+  const guarded_reads guard;
   const std::size_t bytes = count<T>(ctx) * sizeof(M);
-  if (bytes != 0 && bytes <= page_size && guarded_touch(start) && guarded_touch(start + bytes - 1))
-    return gather<T, M>(p, ctx, contiguous<M>(start));
+  byte span[sizeof(VectorV)];
+  if (bytes >= 8 && guarded_copy(span, start, bytes))
+    return gather<T, M>(p, ctx, contiguous<M>(reinterpret_cast<u64>(span)));
   return load_guarded<T, M>(p, ctx, non_fault, contiguous<M>(start));
 }
 

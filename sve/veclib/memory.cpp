@@ -9,10 +9,10 @@ namespace {
 
 template <class M>
 std::uint64_t read(std::uint64_t addr, bool* fault) {
-  // Both ends of the element, and so both pages of one that straddles a boundary.
-  if (fault && !(guarded_touch(addr) && guarded_touch(addr + sizeof(M) - 1))) {
-    *fault = true;
-    return 0;
+  if (fault) {
+    M value;
+    if (!guarded_read(addr, value)) *fault = true;
+    return value;
   }
   return read_plain<M>(addr);
 }

@@ -7,9 +7,9 @@
 #include "sve/veclib/elements.h"
 
 /// Reads 1, 2, 4 or 8 bytes at `addr`, zero-extended. With a null `fault` one plain access: a fault ends the process.
-/// With a flag the first and the last byte are touched first, guarded; if that faults the flag is set and the result is
-/// 0. The flag is never cleared. `not_first` is 0 for a plain load and for the first active element of a first-fault
-/// load, and has no effect.
+/// With a flag the access is guarded; if it faults the flag is set and the result is 0. The flag is never cleared.
+/// Where the program may have its own action for the signals, callers hold a `guarded_reads`. `not_first` is 0 for a
+/// plain load and for the first active element of a first-fault load, and has no effect.
 std::uint64_t ReadMemLib1(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
 std::uint64_t ReadMemLib2(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
 std::uint64_t ReadMemLib4(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
@@ -39,6 +39,7 @@ inline M read_plain(std::uint64_t addr) {
 template <class M>
 inline void write_plain(std::uint64_t addr, M value) {
   std::memcpy(reinterpret_cast<void*>(addr), &value, sizeof value);
+  asm volatile("" ::: "memory");  // a store that faults has stored the elements below: none waits for the next
 }
 template <class M>
 inline M read_guarded(std::uint64_t addr, int not_first, bool* fault, CpuContext* context) {

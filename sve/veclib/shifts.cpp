@@ -34,15 +34,18 @@ constexpr auto right_by = [](auto a, auto b) { return right(a, static_cast<unsig
 constexpr auto left_reversed = [](auto a, auto b) { return left_by(b, a); };
 constexpr auto right_reversed = [](auto a, auto b) { return right_by(b, a); };
 
+// An amount of 64 or more shifts everything out, whatever it is.
+unsigned whole_amount(std::uint64_t imm) { return imm < 64 ? static_cast<unsigned>(imm) : 64; }
+
 template <class T, class Op>
 VectorV immediate_merging(const VectorV& a, const PredV& p, std::uint64_t imm, const CpuContext* ctx, Op op) {
-  const unsigned n = static_cast<unsigned>(imm);
+  const unsigned n = whole_amount(imm);
   return merging_unary<T>(a, p, a, ctx, [op, n](T x) { return op(x, n); });
 }
 
 template <class T, class Op>
 VectorV immediate_mapped(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
-  const unsigned n = static_cast<unsigned>(imm);
+  const unsigned n = whole_amount(imm);
   return mapped<T>(
       ctx, [op, n](T x) { return op(x, n); }, a);
 }
@@ -60,15 +63,10 @@ VectorV narrowed_amounts(const VectorV& wide_amounts, const CpuContext* ctx) {
 // Division by a power of two, rounded towards zero.
 constexpr auto divided = [](auto a, unsigned n) {
   using T = decltype(a);
-  const std::int64_t bias =
-      a < 0 ? static_cast<std::int64_t>(n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1) : 0;
-  if constexpr (sizeof(T) == 8) {
-    // The biased sum needs 65 bits only for a non-negative element, which has no bias; n of 64 leaves 0.
-    const std::uint64_t sum = static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(bias);
-    return n >= 64 ? T{0} : static_cast<T>(static_cast<std::int64_t>(sum) >> n);
-  } else {
-    return static_cast<T>((static_cast<std::int64_t>(a) + bias) >> n);
-  }
+  if (n >= 64) return T{0};
+  // The biased sum needs 65 bits only for a non-negative element, which has no bias.
+  const std::int64_t bias = a < 0 ? static_cast<std::int64_t>((std::uint64_t{1} << n) - 1) : 0;
+  return static_cast<T>((static_cast<std::int64_t>(a) + bias) >> n);
 };
 
 template <class T>

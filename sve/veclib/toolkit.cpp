@@ -13,6 +13,14 @@ constexpr unsigned_wide low_mask(int n) {
 // The low word of the smallest value at the width: the negation of 2 to the width - 1, taken at 64 bits.
 constexpr std::uint64_t smallest(int width) { return 0 - static_cast<std::uint64_t>(low_mask(width - 1) + 1); }
 
+// As Int, for widths above 64 too: then the bits that x does not have are clear.
+constexpr wide widened(std::uint64_t x, int width, int is_unsigned) {
+  return width > 64 ? static_cast<wide>(x) : Int(x, width, is_unsigned);
+}
+
+// Whether no bit of x is set from bit n upward.
+constexpr bool is_clear_from(std::uint64_t x, int n) { return n >= 64 || x >> n == 0; }
+
 constexpr unsigned_wide shift_left(wide x, int n) { return n > 127 ? 0 : static_cast<unsigned_wide>(x) << n; }
 
 }  // namespace
@@ -58,22 +66,25 @@ saturated ShiftQLeftInt(wide x, wide n, int width, int is_unsigned) {
 }
 
 std::uint64_t SatShiftLeft(std::uint64_t x, std::uint64_t n, int width, int is_unsigned) {
-  const wide amount = Int(n, width, is_unsigned), value = Int(x, width, is_unsigned);
-  // A negative amount stands, and only its low 32 bits go on.
-  const int shift = static_cast<int>(amount < width ? amount : width);
-  const wide shifted = static_cast<wide>(static_cast<unsigned_wide>(value) << (static_cast<unsigned>(shift) & 127u));
-  if (!SatQ(shifted, width, is_unsigned).flag) return bits(shifted);
+  const wide amount = widened(n, width, is_unsigned), value = widened(x, width, is_unsigned);
+  // A negative amount stands; of it only the low 32 bits go on, and of these the shift takes the low seven.
+  const auto shift = static_cast<unsigned>(amount < width ? amount : width);
+  const wide shifted = static_cast<wide>(static_cast<unsigned_wide>(value) << (shift & 127u));
+  // The test of SatQ, for widths above 64 too.
+  const wide max = static_cast<wide>(low_mask(is_unsigned == 1 ? width : width - 1));
+  const wide min = is_unsigned == 1 ? 0 : -max - 1;
+  if (width >= 128 ? is_unsigned != 1 || shifted >= 0 : shifted >= min && shifted <= max) return bits(shifted);
   if (is_unsigned == 1) return width >= 64 ? ~std::uint64_t{0} : ones(width);
   const std::uint64_t base = width > 64 ? 0 : std::uint64_t{1} << (width - 1);
-  return (x >> (width - 1)) == 0 ? base - 1 : base;
+  return is_clear_from(x, width - 1) ? base - 1 : base;
 }
 
 saturated SatShiftLeftU(std::uint64_t x, std::uint64_t n, int width) {
-  const wide amount = UInt(n, width), value = Int(x, width, 0);
+  const wide amount = widened(n, width, 1), value = widened(x, width, 0);
   const int shift = static_cast<int>(amount < width ? amount : width);
   const unsigned_wide shifted = shift_left(value, shift);
-  if ((shifted >> width) == 0) return {static_cast<std::uint64_t>(shifted), 0};
-  return (x >> (width - 1)) == 0 ? saturated{ones(width), 1} : saturated{0, 1};
+  if (shifted <= low_mask(width)) return {static_cast<std::uint64_t>(shifted), 0};
+  return is_clear_from(x, width - 1) ? saturated{ones(width), 1} : saturated{0, 1};
 }
 
 BigInt toBigInt(wide x) {

@@ -1,6 +1,7 @@
 // The vector library's values: one vector, one predicate, and the machine state that a routine can see.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// One vector value: 256 bytes, of which those below the vector length in use mean anything. Element 0 lies lowest.
@@ -22,6 +23,10 @@ struct CpuContext {
   std::uint32_t vl_word;  ///< vector length as a count of 64-bit granules, in the low 26 bits
   PredV ffr;              ///< first-fault register
 };
+
+static_assert(sizeof(VectorV) == 256 && sizeof(PredV) == 32);
+static_assert(offsetof(CpuContext, nzcv) == 0 && offsetof(CpuContext, fpsr) == 4 && offsetof(CpuContext, fpcr) == 8 &&
+              offsetof(CpuContext, vl_word) == 12 && offsetof(CpuContext, ffr) == 16 && sizeof(CpuContext) == 48);
 
 /// A record that `SVEInitialize` sets to a length of 2 granules; no instruction runs on it.
 extern CpuContext cpu_ctxt;

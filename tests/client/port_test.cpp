@@ -148,13 +148,25 @@ TEST_F(Faults, NoHandlerIsInstalled) {
   EXPECT_FALSE(sve::recover_guarded_fault(SIGSEGV, nullptr));
 }
 
-TEST_F(Faults, GuardedReadsAnswer) {
-  EXPECT_TRUE(sve::guarded_touch(number(page)));
-  EXPECT_TRUE(sve::guarded_touch(number(page + page_size - 1)));
-  EXPECT_FALSE(sve::guarded_touch(number(closed)));
-  EXPECT_FALSE(sve::guarded_touch(number(unmapped)));
-  EXPECT_FALSE(sve::guarded_touch(number(beyond_end)));
-  EXPECT_FALSE(sve::guarded_touch(0));
+TEST_F(Faults, GuardedReadsAnswerAndGiveTheElement) {
+  const sve::guarded_reads guard;
+  page[page_size - 1] = 0x5a;
+  const auto readable = [](std::uint64_t address, std::uint8_t expected) {
+    std::uint8_t byte = 0xff;
+    const bool answer = sve::guarded_read(address, byte);
+    EXPECT_EQ(byte, expected);
+    return answer;
+  };
+  EXPECT_TRUE(readable(number(page), 0));
+  EXPECT_TRUE(readable(number(page + page_size - 1), 0x5a));
+  EXPECT_FALSE(readable(number(closed), 0));
+  EXPECT_FALSE(readable(number(unmapped), 0));
+  EXPECT_FALSE(readable(number(beyond_end), 0));
+  EXPECT_FALSE(readable(0, 0));
+  char copy[16];
+  EXPECT_TRUE(sve::guarded_copy(copy, number(page + page_size - 16), 16));
+  EXPECT_EQ(copy[15], 0x5a);
+  EXPECT_FALSE(sve::guarded_copy(copy, number(closed), 16));
 }
 
 TEST_F(Faults, TheProbeAnswers) {

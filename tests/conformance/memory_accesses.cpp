@@ -29,20 +29,7 @@ memory_operands operands_of(const row_info& row, std::uint32_t word) {
   return o;
 }
 
-unsigned immediate_unit(const memory_form& m) {
-  switch (m.access) {
-    case access_kind::fill:
-    case access_kind::spill:
-      return static_cast<unsigned>(m.predicate_register ? sve::predicate_bytes : sve::vector_bytes);
-    case access_kind::replicate:
-      return m.memory_bytes;
-    case access_kind::replicate_quadword:
-      return 16;
-    default:
-      if (m.address == address_form::vector_immediate) return m.memory_bytes;
-      return m.registers > 1 ? m.registers * static_cast<unsigned>(sve::vector_bytes) : m.elements() * m.memory_bytes;
-  }
-}
+unsigned immediate_unit(const memory_form& m) { return m.row->offset_unit(); }
 
 memory_plan plan_accesses(const row_info& row, std::uint32_t word, const machine& state) {
   const memory_form& m = row.memory;

@@ -1,150 +1,87 @@
-// Collects the rows with their operands, and reads element type and memory form from their names.
+// The rows' descriptions in the terms of the generators.
 #include "tests/conformance/row_info.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <map>
-
-#include "sve/state/vector_length.h"
-#include "tests/conformance/row_operands.h"
+#include <algorithm>
 
 namespace conformance {
 namespace {
 
-/// Takes `prefix` off the front of `text` if it stands there.
-bool take(std::string_view& text, std::string_view prefix) {
-  if (!text.starts_with(prefix)) return false;
-  text.remove_prefix(prefix.size());
-  return true;
-}
+using sve::decode::extension;
+using sve::decode::operand_kind;
+using sve::decode::operand_role;
+using sve::decode::spelling;
 
-unsigned take_number(std::string_view& text) {
-  unsigned n = 0;
-  while (!text.empty() && text[0] >= '0' && text[0] <= '9') {
-    n = n * 10 + static_cast<unsigned>(text[0] - '0');
-    text.remove_prefix(1);
+role role_of(operand_kind kind) {
+  switch (kind) {
+    case operand_kind::z:
+    case operand_kind::v:
+      return role::z;
+    case operand_kind::p:
+      return role::p;
+    case operand_kind::x:
+      return role::x;
+    case operand_kind::x_or_sp:
+      return role::x_or_sp;
+    default:
+      return role::immediate;
   }
-  return n;
 }
 
-/// Vec, type, [C | E2..E4], Load or Store, [Dup | FF | NF | NT], memory bytes, [Q], form.
-memory_form parse_memory(std::string_view rest, char type, unsigned element_bits) {
+memory_form memory_of(const sve::decode::row& row) {
   memory_form m;
-  m.element_bytes = static_cast<std::uint8_t>(element_bits / 8);
-  m.sign_extends = type == 'S';
-  if (rest == "FillSI" || rest == "SpillSI") {
-    m.address = address_form::base_immediate;
-    m.access = rest == "FillSI" ? access_kind::fill : access_kind::spill;
-    m.predicate_register = type == 'P';
-    m.memory_bytes = m.element_bytes = 1;
-    return m;
+  const sve::decode::instruction_function& f = *row.function;
+  if (!f.is_memory()) return m;
+  m.row = &row;
+  m.access = f.access;
+  m.sign_extends = f.sign_extends;
+  m.predicate_register = row.operands()[0].kind == operand_kind::p;
+  m.registers = f.registers;
+  m.memory_bytes = f.memory_bytes;
+  m.element_bytes = static_cast<std::uint8_t>(row.element_bytes() ? row.element_bytes() : 1);
+  m.address = static_cast<address_form>(row.form->address);
+  const sve::decode::operand* offset = row.find(operand_role::offset);
+  if (row.form->address == sve::decode::address_form::vector_immediate) {
+    m.extension = m.element_bytes == 4 ? offset_extension::zero_32 : offset_extension::none;
+  } else if (row.form->address == sve::decode::address_form::base_vector) {
+    if (offset->shift != 0) m.address = address_form::base_vector_scaled;
+    m.extension = offset->extends == extension::sxtw   ? offset_extension::sign_32
+                  : offset->extends == extension::uxtw ? offset_extension::zero_32
+                                                       : offset_extension::none;
   }
-  take(rest, "C");
-  if (rest.size() > 2 && rest[0] == 'E' && rest[1] >= '2' && rest[1] <= '4') {
-    m.registers = static_cast<std::uint8_t>(rest[1] - '0');
-    rest.remove_prefix(2);
-  }
-  if (take(rest, "Load"))
-    m.access = take(rest, "Dup") ? access_kind::replicate
-               : take(rest, "FF") ? access_kind::first_fault
-               : take(rest, "NF") ? access_kind::non_fault
-                                  : access_kind::load;
-  else if (take(rest, "Store"))
-    m.access = access_kind::store;
-  else
-    return {};
-  take(rest, "NT");
-  m.memory_bytes = static_cast<std::uint8_t>(take_number(rest));
-  if (take(rest, "Q")) m.access = access_kind::replicate_quadword;
-  const bool wide = element_bits == 64;
-  const offset_extension unsigned_32 = wide ? offset_extension::none : offset_extension::zero_32;
-  struct form {
-    std::string_view letters;
-    address_form address;
-    offset_extension extension;
-  };
-  const form forms[] = {
-      {"SIZ", address_form::base_immediate, offset_extension::none},
-      {"LSSZ", address_form::base_index, offset_extension::none},
-      {"SSZ", address_form::base_index, offset_extension::none},
-      {"VIZ", address_form::vector_immediate, unsigned_32},
-      {"VSZ", address_form::base_vector, unsigned_32},
-      {"XVSZ", address_form::base_vector, offset_extension::sign_32},
-      {"YVSZ", address_form::base_vector, offset_extension::zero_32},
-      {"SVZ", address_form::base_vector_scaled, unsigned_32},
-      {"XSVZ", address_form::base_vector_scaled, offset_extension::sign_32},
-      {"YSVZ", address_form::base_vector_scaled, offset_extension::zero_32},
-  };
-  for (const form& f : forms)
-    if (rest == f.letters) {
-      m.address = f.address;
-      m.extension = f.extension;
-      return m;
-    }
-  return {};
+  return m;
 }
 
 std::vector<row_info> collect() {
-  std::map<std::string_view, std::span<const operand>> operands;
-  for (const auto& table : described_tables())
-    for (const described_row& r : table) operands[r.name] = r.operands;
   std::vector<row_info> rows;
   for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
     for (const sve::decode::row& row : map->rows) {
-      std::string_view rest = row.name;
-      take(rest, "Vec");
-      const char type = rest[0];
-      rest.remove_prefix(1);
-      const unsigned bits = take_number(rest);
-      const auto found = operands.find(row.name);
-      if (found == operands.end()) {
-        std::fprintf(stderr, "row %s has no operand list\n", row.name);
-        std::abort();
-      }
-      rows.push_back({map, &row, static_cast<int>(rows.size()), found->second, type, bits,
-                      parse_memory(rest, type, bits)});
+      std::vector<operand> operands;
+      for (const sve::decode::operand& o : row.operands())
+        operands.push_back({role_of(o.kind), o.low, o.width, o.is_written()});
+      rows.push_back({map, &row, static_cast<int>(rows.size()), operands, row.element_bytes() * 8, memory_of(row)});
     }
   return rows;
 }
 
+bool has_immediate(const row_info& row, spelling spelled) {
+  return std::ranges::any_of(row.row->operands(), [=](const sve::decode::operand& o) { return o.spelled == spelled; });
+}
+
 }  // namespace
 
-unsigned memory_form::elements() const {
-  if (access == access_kind::replicate_quadword) return 16u / memory_bytes;
-  if (predicate_register) return sve::predicate_bytes;
-  return static_cast<unsigned>(sve::vector_bytes) / element_bytes;
-}
-
 int memory_form::imm(std::uint32_t word) const {
-  const auto field = [word](unsigned low, unsigned width) { return word >> low & ((1u << width) - 1); };
-  const auto as_signed = [](std::uint32_t v, unsigned width) {
-    return static_cast<int>(v << (32 - width)) >> (32 - width);
-  };
-  if (access == access_kind::fill || access == access_kind::spill)
-    return as_signed(field(16, 6) << 3 | field(10, 3), 9);
-  if (access == access_kind::replicate) return static_cast<int>(field(16, 6));
-  if (address == address_form::vector_immediate) return static_cast<int>(field(16, 5));
-  return as_signed(field(16, 4), 4);
-}
-
-bool row_info::floating_point() const {
-  return row->model == sve::decode::kind::direct_fp || element_type == 'F' || element_type == 'D' ||
-         element_type == 'H' || name_has("FromD") || name_has("FromF") || name_has("FromH");
+  const sve::decode::operand* offset = row->find(operand_role::offset);
+  return offset && !offset->is_register() ? static_cast<int>(offset->value(word)) : 0;
 }
 
 const operand* row_info::find(role kind, unsigned low) const {
   for (const operand& o : operands)
-    if (o.kind == kind && o.low == low) return &o;
+    if (o.kind == kind && o.low == low && o.width != 0) return &o;
   return nullptr;
 }
 
-bool has_shifted_immediate(const row_info& row) {
-  const std::string_view name = row.row->name;
-  return name.ends_with("DupI") || (name.ends_with("DupIM") && row.element_type == 'S') || name.ends_with("DupIZ") ||
-         (name.ends_with("VIX") && (row.name_has("Add") || row.name_has("Sub")));
-}
-
-bool is_logical_immediate(const row_info& row) { return std::string_view(row.map->name) == "decode_map__31_18"; }
+bool has_shifted_immediate(const row_info& row) { return has_immediate(row, spelling::shifted); }
+bool is_logical_immediate(const row_info& row) { return has_immediate(row, spelling::logical); }
 
 std::span<const row_info> all_rows() {
   static const std::vector<row_info> rows = collect();

@@ -1,5 +1,5 @@
-// What the generators know of a row: its operands by role, and for a memory row how addresses are formed. The operands are
-// read off the table's own rows; nothing here decides what a result must be.
+// What the generators know of a row: its operands by role, and for a memory row how addresses are formed. All of it is
+// the row's own description, in the terms of the generators; nothing here decides what a result must be.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +12,18 @@
 namespace conformance {
 
 enum class role : std::uint8_t {
-  z,         ///< vector register
-  p,         ///< predicate register
-  x,         ///< general register, 31 the zero register
-  x_or_sp,   ///< general register, 31 the stack pointer
+  z,        ///< vector register
+  p,        ///< predicate register
+  x,        ///< general register, 31 the zero register
+  x_or_sp,  ///< general register, 31 the stack pointer
   immediate
 };
 
 struct operand {
   role kind;
   std::uint8_t low;    ///< lowest bit of the field
-  std::uint8_t width;  ///< bits of the field; 0 where an immediate is no single field
-  std::uint8_t size;   ///< element-size code, qualifier, or the operand record's `none`
+  std::uint8_t width;  ///< bits of the field; 0 where it is no register
   bool is_result;
-  bool is_source;
 
   std::uint32_t number(std::uint32_t word) const { return word >> low & ((1u << width) - 1); }
   std::uint32_t with(std::uint32_t word, std::uint32_t n) const {
@@ -37,18 +35,18 @@ struct operand {
 /// How a memory row names its addresses.
 enum class address_form : std::uint8_t {
   none,
-  base_immediate,     ///< SIZ
-  base_index,         ///< LSSZ, SSZ: index times the memory size
-  vector_immediate,   ///< VIZ
-  base_vector,        ///< VSZ, XVSZ, YVSZ: offsets in bytes
-  base_vector_scaled  ///< SVZ, XSVZ, YSVZ: offsets times the memory size
+  base_immediate,
+  base_index,  ///< index times the memory size
+  vector_immediate,
+  base_vector,        ///< offsets in bytes
+  base_vector_scaled  ///< offsets times the memory size
 };
-enum class access_kind : std::uint8_t { load, first_fault, non_fault, replicate, replicate_quadword, store, fill, spill };
+using sve::decode::access_kind;
 enum class offset_extension : std::uint8_t { none, sign_32, zero_32 };
 
 struct memory_form {
   address_form address = address_form::none;
-  access_kind access = access_kind::load;
+  access_kind access = access_kind::none;
   offset_extension extension = offset_extension::none;
   bool sign_extends = false;
   bool predicate_register = false;  ///< fill and spill of a predicate
@@ -59,21 +57,23 @@ struct memory_form {
   bool is_memory() const { return address != address_form::none; }
   bool stores() const { return access == access_kind::store || access == access_kind::spill; }
   /// Elements of a register, or of the quadword that is replicated.
-  unsigned elements() const;
+  unsigned elements() const { return row->memory_elements(); }
   int imm(std::uint32_t word) const;
+  const sve::decode::row* row = nullptr;
 };
 
 struct row_info {
   const sve::decode::map* map;
   const sve::decode::row* row;
   int index;  ///< place in the order of `is_sve`'s search
-  std::span<const operand> operands;
-  char element_type;      ///< letter of the name: U, S, F, D, H, B, P
-  unsigned element_bits;  ///< width of the name, 0 without one
+  std::vector<operand> operands;
+  unsigned element_bits;  ///< 0 without a size
   memory_form memory;
 
-  bool floating_point() const;
-  bool name_has(std::string_view part) const { return std::string_view(row->name).find(part) != std::string_view::npos; }
+  bool floating_point() const { return row->function->floating_point; }
+  bool name_has(std::string_view part) const {
+    return std::string_view(row->name).find(part) != std::string_view::npos;
+  }
   std::uint32_t fixed() const { return map->word(row->key); }
   std::uint32_t operand_bits() const { return ~map->fixed_bits; }
   const operand* find(role kind, unsigned low) const;

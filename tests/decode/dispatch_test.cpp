@@ -38,6 +38,61 @@ TEST_F(Dispatch, ASuccessMovesOnAndCounts) {
   for (const std::uint8_t byte : state.z[0]) EXPECT_EQ(byte, 5);
 }
 
+TEST_F(Dispatch, ASuccessCountsAtItsAddress) {
+  ASSERT_EQ(execute(add_z0_z1), AARCH64_DECODE_EXECUTED);
+  ASSERT_EQ(icounts.count(&text), 1u);
+  EXPECT_EQ(icounts.at(&text).first, add_z0_z1);
+  const unsigned long before = icounts.at(&text).second;
+  ASSERT_EQ(execute(add_z0_z1), AARCH64_DECODE_EXECUTED);
+  EXPECT_EQ(icounts.at(&text).second, before + 1);
+  EXPECT_EQ(icounts.count(&text + 1), 0u);
+}
+
+TEST_F(Dispatch, AFailureCountsNothingAndStays) {
+  const unsigned long before = sve_instr_count;
+  const std::size_t entries = icounts.size();
+  std::uint32_t untouched = 0;
+  state.pc = &untouched;
+  const auto failing = [](cpu_state*, unsigned int) { return AARCH64_DECODE_UNDECODED; };
+  EXPECT_EQ(sve::decode::execute_with(failing, &state, add_z0_z1), AARCH64_DECODE_UNDECODED);
+  EXPECT_EQ(state.pc, &untouched);
+  EXPECT_EQ(sve_instr_count, before);
+  EXPECT_EQ(icounts.size(), entries);
+}
+
+// The flags of a run, whichever model computes each of its instructions, and nothing but flags.
+TEST_F(Dispatch, FlagsOfARunAddUp) {
+  constexpr std::uint32_t fmla = 0x65a20020, fadd = 0x65820023;  // fmla z0.s, p0/m, z1.s, z2.s; fadd z3.s, z1.s, z2.s
+  ASSERT_EQ(sve::decode::find_row(fmla)->model, sve::decode::kind::library);
+  ASSERT_EQ(sve::decode::find_row(fadd)->model, sve::decode::kind::direct_fp);
+  std::memset(state.p[0], 1, sizeof state.p[0]);
+  const auto fill = [](std::uint8_t* z, float value) {
+    for (std::size_t i = 0; i < sve::vector_bytes; i += sizeof value) std::memcpy(z + i, &value, sizeof value);
+  };
+  fill(state.z[1], 0x1p127f);
+  fill(state.z[2], 0x1p127f);
+#if defined(__aarch64__)
+  asm volatile("msr fpsr, xzr");
+#endif
+  ASSERT_EQ(execute(fmla), AARCH64_DECODE_EXECUTED);
+  EXPECT_EQ(state.fpsr, 0x14u) << "overflow and inexact";
+  fill(state.z[1], 1.0f);
+  fill(state.z[2], 2.0f);
+  ASSERT_EQ(execute(fadd), AARCH64_DECODE_EXECUTED);  // exact
+  EXPECT_EQ(state.fpsr, 0x14u);
+}
+
+// The low bits of FPCR stand where FPSR has its flags.
+TEST_F(Dispatch, ControlBitsAreNoFlags) {
+  constexpr std::uint32_t fadd = 0x65820023;
+  state.fpcr = 0x9f1f;
+#if defined(__aarch64__)
+  asm volatile("msr fpsr, xzr");
+#endif
+  ASSERT_EQ(execute(fadd), AARCH64_DECODE_EXECUTED);  // of zeros
+  EXPECT_EQ(state.fpsr, 0u);
+}
+
 TEST_F(Dispatch, AWordThatIsNotOursChangesNothing) {
   const unsigned long before = sve_instr_count;
   EXPECT_EQ(is_sve(nop), nullptr);

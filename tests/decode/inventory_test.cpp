@@ -1,6 +1,7 @@
 // Every name of the two models exists: the routines of the vector library, the instruction functions and the stubs.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -81,9 +82,9 @@ TEST(Inventory, RowsReachWhatTheListsSay) {
   std::size_t reached_routines = 0;
   for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
     for (const sve::decode::row& r : m->rows) {
-      if (r.function) {
-        EXPECT_TRUE(functions.count(r.function)) << r.name;
-        called.insert(r.function);
+      if (r.is_direct()) {
+        EXPECT_TRUE(functions.count(r.function->name)) << r.name;
+        called.insert(r.function->name);
       }
       if (r.model == sve::decode::kind::library) {
         EXPECT_TRUE(library.count(r.name)) << r.name;
@@ -94,14 +95,39 @@ TEST(Inventory, RowsReachWhatTheListsSay) {
   EXPECT_EQ(reached_routines, 717u);
 }
 
-TEST(Stubs, AnswerWithTheirMessageAndCode) {
-  cpu_state state{};
+template <class... Operands>
+aarch64_decode_rc call(aarch64_decode_rc (*stub)(cpu_state*, Operands...), cpu_state* state) {
+  return stub(state, Operands{}...);
+}
+
+const struct {
+  const char* name;
+  aarch64_decode_rc (*run)(cpu_state*);
+} stub_calls[] = {
+#define STUB(shape, stub) \
+  {"sve_" #stub, [](cpu_state* state) { return call(static_cast<sve::insn::shape*>(sve_##stub), state); }},
+#define SVE_STUBS(shape, ...) SVE_FOR_EACH_WITH(STUB, shape, __VA_ARGS__)
+#include "sve/insn/stubs.inc"
+#undef SVE_STUBS
+};
+
+TEST(Stubs, EachAnswersWithItsMessageAndCodeAndChangesNothing) {
+  cpu_state state;
+  for (std::size_t i = 0; i < sizeof state; ++i)
+    reinterpret_cast<unsigned char*>(&state)[i] = static_cast<unsigned char>(i * 29);
   state.pc = reinterpret_cast<std::uint32_t*>(0x12340);
   state.instr = 0x2e1f0a05;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(sve_subr_zpz(&state, {0, 0}, {0, 4}, {0, 0}), AARCH64_DECODE_UNDECODED);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Unimplemented instruction: [  12340:\t 2e1f0a05\t sve_subr_zpz  ]\n");
+  const cpu_state before = state;
+  int called = 0;
+  for (const auto& stub : stub_calls) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(stub.run(&state), AARCH64_DECODE_UNDECODED) << stub.name;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              std::string("Unimplemented instruction: [  12340:\t 2e1f0a05\t ") + stub.name + "  ]\n");
+    EXPECT_EQ(std::memcmp(&state, &before, sizeof state), 0) << stub.name;
+    ++called;
+  }
+  EXPECT_EQ(called, 339);
 }
 
 }  // namespace

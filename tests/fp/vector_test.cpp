@@ -1,6 +1,7 @@
 // Floating-point vector instructions: edge cases of both engines, the shape of the reductions, status and NaNs.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -217,6 +218,144 @@ TEST_F(HostFp, AbsoluteValueThatNoRowReachesKeepsWhatIsNotBelowZero) {
     run([&] { sve_fabs_zpz(&state, {0, element_s}, pg, {1, element_s}); });
     EXPECT_EQ(lane<single>(0, 9), out[i]) << i;
   }
+}
+
+// The functions that no row reaches beside the routines of the same meaning, status included.
+class Unreached : public HostFp {
+ protected:
+  using function_zpz = sve::insn::zpz*;
+  using function_zpzz = sve::insn::zpzz*;
+
+  static constexpr unsigned d = 3, a = 4, b = 5;
+
+  template <class T>
+  T random_value() {
+    static constexpr double specials[] = {0.0,  -0.0,   1.0,          -1.5,          0.5, 2.5,
+                                          1e30, -1e-30, 2147483647.0, -2147483648.5, 1e19};
+    const std::uint64_t r = random();
+    const unsigned kind = static_cast<unsigned>(random() % 8);
+    if (kind == 0) return static_cast<T>(sizeof(T) == 4 ? 0x7f800000u : 0x7ff0000000000000u);
+    if (kind == 1)
+      return static_cast<T>(sizeof(T) == 4 ? 0x7f800001u | (r & 0x803fffffu) : 0x7ff0000000000001u | (r >> 13));
+    if (kind == 2) return static_cast<T>(r >> (sizeof(T) == 4 ? 42 : 14));  // subnormal
+    if (kind < 6) {
+      const double x = specials[r % std::size(specials)];
+      if constexpr (sizeof(T) == 4) return bits(static_cast<float>(x));
+      return static_cast<T>(bits(x));
+    }
+    return static_cast<T>(r);
+  }
+
+  // `call` on a random state against `routine` on the same values; both give the whole of Zd.
+  template <class T, class Call, class Routine>
+  void compare(const char* name, Call call, Routine routine) {
+    for (int round = 0; round < 400; ++round) {
+      for (const unsigned z : {d, a, b})
+        for (std::size_t i = 0; i < 112 / sizeof(T); ++i) {
+          const T x = random_value<T>();
+          std::memcpy(state.z[z] + i * sizeof(T), &x, sizeof x);
+        }
+      PredV p{};
+      for (std::size_t i = 0; i < 112; ++i) {
+        state.p[1][i] = static_cast<std::uint8_t>(round == 0 ? 1 : random());
+        p.words[i / 64] |= std::uint64_t{state.p[1][i] & 1u} << (i % 64);
+      }
+      state.fpsr = 0;
+      state.fpcr = std::array{0u, 1u << 22, 2u << 22, 3u << 22, 1u << 25, 1u << 24}[random() % 6];
+      CpuContext c = context_with(state.fpcr);
+      VectorV operands[3];
+      for (const unsigned z : {d, a, b}) std::memcpy(operands[z - d].bytes, state.z[z], 112);
+      const VectorV expected = routine(operands, p, &c);
+      run([&] { ASSERT_EQ(call(), AARCH64_DECODE_EXECUTED); });
+      ASSERT_EQ(std::memcmp(state.z[d], expected.bytes, 112), 0) << name << " round " << round;
+      ASSERT_EQ(state.fpsr & 0x9f, c.fpsr) << name << " round " << round;
+    }
+  }
+
+  template <class T>
+  void fused(const char* name, function_zpzz function, sve::routine::vvvm* routine) {
+    const unsigned e = sizeof(T) == 4 ? element_s : element_d;
+    compare<T>(
+        name,
+        [&] {
+          return function(&state, tied(d, e), pg, {a, e}, {b, e});
+        },
+        [&](const VectorV(&o)[3], const PredV& p, CpuContext* c) { return routine(o[0], p, o[1], o[2], c); });
+  }
+
+  template <class T>
+  void convert(const char* name, function_zpz function, sve::routine::vvm* routine) {
+    const unsigned e = sizeof(T) == 4 ? element_s : element_d;
+    compare<T>(
+        name,
+        [&] {
+          return function(&state, {d, e}, pg, {a, e});
+        },
+        [&](const VectorV(&o)[3], const PredV& p, CpuContext* c) { return routine(o[0], p, o[1], c); });
+  }
+
+  // A scalar result lies in the lowest element, above zeros.
+  template <class T>
+  void reduce(const char* name, sve::insn::vpz* function, sve::routine::pv_scalar* routine) {
+    compare<T>(
+        name,
+        [&] {
+          return function(&state, d, pg, {a, sizeof(T) == 4 ? element_s : element_d});
+        },
+        [&](const VectorV(&o)[3], const PredV& p, CpuContext* c) {
+          VectorV r{};
+          put(r, 0, static_cast<T>(routine(p, o[1], c)));
+          return r;
+        });
+  }
+
+  std::mt19937_64 random{3};
+};
+
+TEST_F(Unreached, FusedForms) {
+#define FUSED(function, op)                                               \
+  fused<single>(#function ".s", sve_##function##_zpzz, VecF32##op##VVVM); \
+  fused<real>(#function ".d", sve_##function##_zpzz, VecD64##op##VVVM);
+  FUSED(fmla, FMA)
+  FUSED(fmls, FMS)
+  FUSED(fnmls, FNMS)
+  FUSED(fmad, FMADD)
+  FUSED(fmsb, FMSUB)
+  FUSED(fnmad, FNMADD)
+  FUSED(fnmsb, FNMSUB)
+#undef FUSED
+}
+
+TEST_F(Unreached, Conversions) {
+  convert<single>("fcvtzs_s2s", sve_fcvtzs_s2s_zpz, VecS32_4FromFVM);
+  convert<real>("fcvtzs_s2d", sve_fcvtzs_s2d_zpz, VecS64_8FromFVM);
+  convert<real>("fcvtzs_d2s", sve_fcvtzs_d2s_zpz, VecS64_4FromDVM);
+  convert<real>("fcvtzs_d2d", sve_fcvtzs_d2d_zpz, VecS64_8FromDVM);
+  convert<single>("fcvtzu_s2s", sve_fcvtzu_s2s_zpz, VecU32_4FromFVM);
+  convert<real>("fcvtzu_s2d", sve_fcvtzu_s2d_zpz, VecU64_8FromFVM);
+  convert<real>("fcvtzu_d2s", sve_fcvtzu_d2s_zpz, VecU64_4FromDVM);
+  convert<real>("fcvtzu_d2d", sve_fcvtzu_d2d_zpz, VecU64_8FromDVM);
+  convert<real>("fcvt_d2s", sve_fcvt_d2s_zpz, VecF64TruncDVM);
+  convert<real>("fcvt_s2d", sve_fcvt_s2d_zpz, VecD64ExtndFVM);
+}
+
+TEST_F(Unreached, Sums) {
+  reduce<single>("faddv.s", sve_faddv_vpz, VecF32AddReduceFV);
+  reduce<real>("faddv.d", sve_faddv_vpz, VecD64AddReduceFV);
+  const auto in_order = [&]<class T>(const char* name, auto routine) {
+    compare<T>(
+        name,
+        [&] {
+          return sve_fadda_vpz(&state, d, pg, {a, sizeof(T) == 4 ? element_s : element_d});
+        },
+        [&](const VectorV(&o)[3], const PredV& p, CpuContext* c) {
+          VectorV r{};
+          put(r, 0, static_cast<T>(routine(p, at<T>(o[0], 0), o[1], c)));
+          return r;
+        });
+  };
+  in_order.operator()<single>("fadda.s", VecF32AddReduceAV);
+  in_order.operator()<real>("fadda.d", VecD64AddReduceAV);
 }
 
 // ---- Reductions ----

@@ -30,7 +30,8 @@ const counted by_size[] = {
 
 template <class Body>
 void for_each_pattern(Body body) {
-  for (unsigned pattern = 0; pattern < 32; ++pattern)
+  // Beyond the field's range too, where no pattern is.
+  for (unsigned pattern = 0; pattern < 64; ++pattern)
     for (unsigned multiplier = 1; multiplier <= 16; ++multiplier) body(pattern, multiplier);
 }
 

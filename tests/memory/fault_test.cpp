@@ -1,11 +1,14 @@
 // Fault capture: the library's element access, the readability probe, and what an unguarded fault comes to.
+#include <atomic>
 #include <csignal>
 #include <thread>
 #include <vector>
 
 #include "sve/fault/fault_capture.h"
+#include "sve/insn/functions.h"
 #include "sve/veclib/initialize.h"
 #include "sve/veclib/memory.h"
+#include "sve/veclib/routines.h"
 #include "tests/memory/guarded_memory.h"
 
 namespace {
@@ -127,6 +130,111 @@ TEST_F(Fault, SixteenThreadsProbeAtOnce) {
   struct sigaction action;
   ASSERT_EQ(sigaction(SIGSEGV, nullptr, &action), 0);
   EXPECT_EQ(action.sa_sigaction, SVESigHandler);
+}
+
+// A program may set its own actions after the library is loaded: guarded reads answer, and its handlers get what is
+// theirs.
+class ForeignAction : public Fault {
+ protected:
+  static void handler(int, siginfo_t* info, void*) {
+    ++handled;
+    last = reinterpret_cast<std::uint64_t>(info->si_addr);
+    mprotect(reinterpret_cast<void*>(last & ~(test::page - 1)), test::page, PROT_READ);
+  }
+  void SetUp() override {
+    Fault::SetUp();
+    handled = 0;
+    struct sigaction action = {};
+    action.sa_sigaction = handler;
+    sigemptyset(&action.sa_mask);
+    sigaddset(&action.sa_mask, SIGUSR1);
+    action.sa_flags = SA_SIGINFO | SA_NODEFER;
+    for (const int sig : {SIGSEGV, SIGBUS}) sigaction(sig, &action, &before[sig == SIGBUS]);
+  }
+  void TearDown() override {
+    for (const int sig : {SIGSEGV, SIGBUS}) {
+      struct sigaction action;
+      ASSERT_EQ(sigaction(sig, &before[sig == SIGBUS], &action), 0);
+      EXPECT_EQ(action.sa_sigaction, handler) << "the program's action is gone";
+      EXPECT_TRUE(sigismember(&action.sa_mask, SIGUSR1));
+      EXPECT_TRUE(action.sa_flags & SA_SIGINFO);
+    }
+  }
+  static inline std::atomic<int> handled;
+  static inline std::atomic<std::uint64_t> last;
+  struct sigaction before[2];
+};
+
+TEST_F(ForeignAction, TheProbeAnswers) {
+  const guarded_memory memory;
+  EXPECT_TRUE(addr_is_readable(reinterpret_cast<char volatile*>(memory.begin())));
+  EXPECT_FALSE(addr_is_readable(reinterpret_cast<char volatile*>(memory.end())));
+  EXPECT_EQ(handled, 0);
+}
+
+TEST_F(ForeignAction, FirstFaultAndNonFaultLoadsMark) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  static cpu_state state;
+  std::memset(state.p[1], 1, sizeof state.p[1]);
+  std::memset(state.ffr, 1, sizeof state.ffr);
+  state.x[2] = memory.end_address(40);
+  const aarch64_p_reg pg(1, aarch64_p_reg::zeroing);
+  sve_ldff1b_scaled_zprr(&state, {4, 0}, pg, {2, 3}, {31, 3});
+  EXPECT_EQ(state.ffr[39], 1);
+  EXPECT_EQ(state.ffr[40], 0);
+  std::memset(state.ffr, 1, sizeof state.ffr);
+  sve_ldnf1b_zpri(&state, {5, 0}, pg, {2, 3}, 0);
+  EXPECT_EQ(state.ffr[39], 1);
+  EXPECT_EQ(state.ffr[40], 0);
+  context.vl_word = 14;
+  context.ffr = PredV{{~0ul, ~0ul, 0, 0}};
+  VecU8CLoadFF1LSSZ(PredV{{~0ul, ~0ul, 0, 0}}, state.x[2], 0, &context);
+  EXPECT_EQ(context.ffr.words[0], (1ul << 40) - 1);
+  EXPECT_EQ(handled, 0);
+}
+
+TEST_F(ForeignAction, PlainFaultsAreThePrograms) {
+  const guarded_memory memory;
+  mprotect(memory.begin(), test::page, PROT_NONE);
+  EXPECT_EQ(ReadMemLib1(memory.address(5), 0, nullptr, &context), 0u);
+  EXPECT_EQ(handled, 1);
+  EXPECT_EQ(last, memory.address(5));
+}
+
+// While one thread reads guarded, another one's own fault still comes to the program's handler.
+TEST_F(ForeignAction, FaultsOfOtherThreadsArePassedOn) {
+  const guarded_memory memory(2);
+  std::atomic<bool> stop{false};
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> probing;
+  for (int t = 0; t < 3; ++t)
+    probing.emplace_back([&] {
+      while (!stop) wrong += addr_is_readable(reinterpret_cast<char volatile*>(memory.end())) ? 1 : 0;
+    });
+  constexpr int faults = 2000;
+  for (int i = 0; i < faults; ++i) {
+    mprotect(memory.begin(), test::page, PROT_NONE);
+    static_cast<void>(*static_cast<volatile std::uint8_t*>(memory.begin() + i % 4096));
+  }
+  stop = true;
+  for (std::thread& t : probing) t.join();
+  EXPECT_EQ(handled, faults);
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(ForeignAction, TheDefaultActionIsAnActionOfTheProgramToo) {
+  const guarded_memory memory;
+  const auto result = in_child([&] {
+    std::signal(SIGSEGV, SIG_DFL);
+    if (addr_is_readable(reinterpret_cast<char volatile*>(memory.end()))) _exit(1);
+    struct sigaction action;
+    sigaction(SIGSEGV, nullptr, &action);
+    if (action.sa_handler != SIG_DFL) _exit(2);
+    ReadMemLib1(memory.end_address(), 0, nullptr, &context);
+  });
+  EXPECT_EQ(result.signal, SIGSEGV);
+  EXPECT_EQ(result.stderr_text, "");
 }
 
 TEST_F(Fault, TheSimulatedMemoryIsInert) {

@@ -2,6 +2,9 @@
 // inactive elements over unmapped memory, and the three ways in which first-fault and non-fault loads meet unreadable
 // memory.
 #include <array>
+#include <atomic>
+#include <chrono>
+#include <csetjmp>
 #include <csignal>
 #include <functional>
 #include <random>
@@ -183,6 +186,257 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
   }
 }
 
+// A state that a child process shares with its parent.
+struct shared_state {
+  shared_state()
+      : at(static_cast<cpu_state*>(
+            mmap(nullptr, sizeof(cpu_state), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+    if (at == MAP_FAILED) std::abort();
+  }
+  ~shared_state() { munmap(at, sizeof(cpu_state)); }
+  shared_state(const shared_state&) = delete;
+  shared_state& operator=(const shared_state&) = delete;
+  cpu_state* const at;
+};
+
+// The elements below the fault are in the register when the process dies, whether all elements are active or some.
+TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  const shared_state shared;
+  for (const contiguous_form& f : load_forms)
+    for (const bool sparse : {false, true}) {
+      SetUp();
+      const unsigned fitting = 5;
+      if (sparse) state.p[1][(vector_bytes / f.element - 1) * f.element] = 0;
+      state.x[2] = memory.end_address(fitting * f.memory + f.memory / 2);  // the next one lies across the end
+      *shared.at = state;
+      EXPECT_EQ(in_child([&] { f.immediate(shared.at, Z(4, 0), governing, base, 0); }).signal, SIGSEGV) << f.name;
+      for (unsigned e = 0; e < fitting; ++e) {
+        std::uint64_t got = 0;
+        std::memcpy(&got, shared.at->z[4] + e * f.element, f.element);
+        EXPECT_EQ(got, extended(f, memory.end() - fitting * f.memory - f.memory / 2 + e * f.memory))
+            << f.name << " sparse " << sparse << " element " << e;
+      }
+      EXPECT_EQ(shared.at->z[4][fitting * f.element], 0xa5) << f.name << ": the element that faulted";
+    }
+}
+
+TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  const shared_state shared;
+  struct {
+    aarch64_decode_rc (*load)(cpu_state*, Z, P, SP, int);
+    unsigned n, bytes;
+  } const forms[] = {{sve_ld2b_zpri, 2, 1}, {sve_ld3b_zpri, 3, 1}, {sve_ld4b_zpri, 4, 1}, {sve_ld2h_zpri, 2, 2},
+                     {sve_ld3h_zpri, 3, 2}, {sve_ld4h_zpri, 4, 2}, {sve_ld2w_zpri, 2, 4}, {sve_ld3w_zpri, 3, 4},
+                     {sve_ld4w_zpri, 4, 4}, {sve_ld2d_zpri, 2, 8}, {sve_ld3d_zpri, 3, 8}, {sve_ld4d_zpri, 4, 8}};
+  for (const auto& f : forms)
+    for (const bool sparse : {false, true}) {
+      SetUp();
+      if (sparse) state.p[1][vector_bytes - f.bytes] = 0;
+      const unsigned fitting = 3 * f.n + 1;  // fields: three structures, and one field of the fourth
+      state.x[2] = memory.end_address(fitting * f.bytes);
+      *shared.at = state;
+      EXPECT_EQ(in_child([&] { f.load(shared.at, Z(30, 0), governing, base, 0); }).signal, SIGSEGV);
+      for (unsigned i = 0; i < fitting; ++i)
+        EXPECT_EQ(std::memcmp(shared.at->z[(30 + i % f.n) % 32] + i / f.n * f.bytes,
+                              memory.end() - (fitting - i) * f.bytes, f.bytes),
+                  0)
+            << f.n << " of " << f.bytes << " sparse " << sparse << " field " << i;
+      EXPECT_EQ(shared.at->z[31][3 * f.bytes], 0xa5) << "the field that faulted";
+    }
+}
+
+TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
+  const guarded_memory memory;
+  memory.fill_counting();
+  const shared_state shared;
+  for (const bool into_addresses : {false, true}) {
+    SetUp();
+    for (std::size_t e = 0; e < 14; ++e) {
+      const std::uint64_t address = e < 9 ? memory.address(static_cast<std::ptrdiff_t>(8 * e)) : memory.end_address();
+      std::memcpy(state.z[8] + 8 * e, &address, 8);
+    }
+    *shared.at = state;
+    const Z to(into_addresses ? 8 : 9, 3);
+    EXPECT_EQ(in_child([&] { sve_ld1d_zpzi(shared.at, to, governing, Z(8, 3), 0); }).signal, SIGSEGV);
+    if (into_addresses)
+      EXPECT_EQ(std::memcmp(shared.at->z[8], state.z[8], vector_bytes), 0) << "the addresses stay whole";
+    else
+      EXPECT_EQ(std::memcmp(shared.at->z[9], memory.begin(), 9 * 8), 0);
+  }
+}
+
+// What is stored in pieces is stored in those pieces: bytes by the library's routine, 16 bytes by the instruction
+// function.
+TEST_F(Loads, ASpillThatFaultsHasStoredThePiecesBelow) {
+  const guarded_memory memory;
+  VectorV v{};
+  for (std::size_t i = 0; i < vector_bytes; ++i) v.bytes[i] = state.z[7][i] = static_cast<std::uint8_t>(i + 1);
+  for (std::size_t fitting = 1; fitting < vector_bytes; ++fitting) {
+    const auto stored = [&] {
+      std::size_t n = 0;
+      while (n < fitting && memory.end()[n - fitting] == v.bytes[n]) ++n;
+      return n;
+    };
+    std::memset(memory.begin(), 0, test::page);
+    CpuContext context{};
+    context.vl_word = 14;
+    const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(fitting));
+    EXPECT_EQ(in_child([&] { VecU64SpillSI(start, 0, v, &context); }).signal, SIGSEGV);
+    ASSERT_EQ(stored(), fitting);
+    std::memset(memory.begin(), 0, test::page);
+    state.x[2] = start;
+    EXPECT_EQ(in_child([&] { sve_str_zri(&state, Z(7, 5), base, 0); }).signal, SIGSEGV);
+    ASSERT_EQ(stored() / 16, fitting / 16);
+    std::memset(memory.begin(), 0, test::page);
+    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(PredV{{~0ul, ~0ul, 0, 0}}, start, 0, v, &context); }).signal, SIGSEGV);
+    ASSERT_EQ(stored(), fitting);
+  }
+}
+
+// ---- Faults that the program mends ----
+
+sigjmp_buf mending;
+std::uint64_t to_mend;
+
+void leave_for_mending(int, siginfo_t* info, void*) {
+  to_mend = reinterpret_cast<std::uint64_t>(info->si_addr) & ~(test::page - 1);
+  siglongjmp(mending, 1);
+}
+
+// Runs `instruction` until it no longer faults; each fault maps one page more. Returns how often it faulted.
+int run_mending(const std::function<void()>& instruction) {
+  struct sigaction action = {}, before[2];
+  action.sa_sigaction = leave_for_mending;
+  action.sa_flags = SA_SIGINFO | SA_NODEFER;
+  sigaction(SIGSEGV, &action, &before[0]);
+  sigaction(SIGBUS, &action, &before[1]);
+  volatile int faults = 0;
+  if (sigsetjmp(mending, 1) != 0) {
+    faults = faults + 1;
+    mprotect(reinterpret_cast<void*>(to_mend), test::page, PROT_READ | PROT_WRITE);
+  }
+  instruction();
+  sigaction(SIGSEGV, &before[0], nullptr);
+  sigaction(SIGBUS, &before[1], nullptr);
+  return faults;
+}
+
+TEST_F(Loads, AListIsFollowedOverPagesThatComeOnDemand) {
+  constexpr std::size_t pages = 14;
+  const guarded_memory memory(pages);
+  // i = next[i], one element a page.
+  for (std::size_t e = 0; e < pages; ++e) {
+    const std::uint64_t next = memory.address(static_cast<std::ptrdiff_t>(((e + 5) % pages) * test::page + 8 * e));
+    std::memcpy(memory.begin() + e * test::page + 8 * ((e + pages - 5) % pages), &next, 8);
+  }
+  for (const bool indexed : {false, true}) {
+    for (std::size_t e = 0; e < pages; ++e) {
+      const std::uint64_t first = e * test::page + 8 * ((e + pages - 5) % pages) + (indexed ? 0 : memory.address());
+      std::memcpy(state.z[8] + 8 * e, &first, 8);
+    }
+    state.x[2] = memory.address();
+    mprotect(memory.begin(), pages * test::page, PROT_NONE);
+    const int faults = run_mending([&] {
+      if (indexed)
+        sve_ld1d_zpzr(&state, Z(8, 3), governing, Z(8, 3), base);
+      else
+        sve_ld1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
+    });
+    EXPECT_EQ(faults, static_cast<int>(pages));
+    for (std::size_t e = 0; e < pages; ++e) {
+      std::uint64_t got;
+      std::memcpy(&got, state.z[8] + 8 * e, 8);
+      EXPECT_EQ(got, memory.address(static_cast<std::ptrdiff_t>(((e + 5) % pages) * test::page + 8 * e))) << e;
+    }
+  }
+}
+
+// ---- Memory that other threads take away ----
+
+// Half of the time the second page of `memory` cannot be read, or is not there.
+class restless_page {
+ public:
+  explicit restless_page(std::uint8_t* at)
+      : thread_([this, at] {
+          for (unsigned i = 0; !stop_; ++i) {
+            if (i % 2 == 0) {
+              mprotect(at, test::page, PROT_NONE);
+              mprotect(at, test::page, PROT_READ | PROT_WRITE);
+            } else {
+              munmap(at, test::page);
+              mmap(at, test::page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+            }
+          }
+        }) {}
+  ~restless_page() {
+    stop_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
+  const guarded_memory memory(2);
+  std::memset(memory.begin(), 0, 2 * test::page);
+  const std::uint64_t end = memory.address(test::page);  // of the page that stays
+  struct speculative {
+    bool faults_at_first;
+    std::function<void(std::uint64_t start)> load;
+  };
+  CpuContext context{};
+  context.vl_word = 14;
+  VectorV offsets{};
+  for (std::uint32_t e = 0; e < 28; ++e) {
+    const std::uint32_t offset = 4 * e;
+    std::memcpy(offsets.bytes + offset, &offset, 4);
+  }
+  const PredV all{{~0ul, ~0ul, 0, 0}};
+  const auto first_fault = [&](auto function, unsigned size) {
+    return [this, function, size](std::uint64_t start) {
+      state.x[2] = start;
+      function(&state, Z(4, size), governing, base, zero_register);
+    };
+  };
+  const auto non_fault = [&](auto function, unsigned size) {
+    return [this, function, size](std::uint64_t start) {
+      state.x[2] = start;
+      function(&state, Z(4, size), governing, base, 0);
+    };
+  };
+  const speculative forms[] = {{true, first_fault(sve_ldff1b_scaled_zprr, 0)},
+                               {true, first_fault(sve_ldff1w_scaled_zprr, 2)},
+                               {true, first_fault(sve_ldff1d_scaled_zprr, 3)},
+                               {false, non_fault(sve_ldnf1b_zpri, 0)},
+                               {false, non_fault(sve_ldnf1d_zpri, 3)},
+                               {false, [&](std::uint64_t s) { VecU16CLoadFF2LSSZ(all, s, 0, &context); }},
+                               {false, [&](std::uint64_t s) { VecU32LoadFF4VSZ(all, offsets, s, &context); }}};
+  // In a child: who is killed would take the other tests along.
+  const auto result = in_child([&] {
+    const restless_page restless(reinterpret_cast<std::uint8_t*>(end));
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+    while (std::chrono::steady_clock::now() < until)
+      for (const speculative& f : forms)
+        for (std::uint64_t below = 8; below <= 104; below += 8) {
+          std::memset(state.ffr, 1, vector_bytes);
+          f.load(end - below);
+          // What lies on the page that stays is loaded, whatever happens.
+          for (std::uint64_t i = 0; i < below; ++i)
+            if (state.ffr[i] != 1) _exit(1);
+          // A first-fault load that begins on unreadable memory may fault.
+          if (!f.faults_at_first) f.load(end + 64);
+        }
+  });
+  EXPECT_EQ(result.signal, 0) << result.stderr_text;
+  EXPECT_EQ(result.status, 0);
+}
+
 TEST_F(Loads, WholeRegisters) {
   const guarded_memory memory;
   memory.fill_counting();
@@ -205,6 +459,40 @@ TEST_F(Loads, WholeRegisters) {
     sve_str_pri(&state, P(5, P::bare), base, -1);
     EXPECT_EQ(std::memcmp(memory.begin(), whole.data(), whole.size()), 0) << "nothing beside the 14 bytes";
   }
+}
+
+// Names of forms that no encoding produces: each does what the form of the same sizes does.
+TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
+  using function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
+  const struct {
+    const char* name;
+    function call, plain;
+  } forms[] = {{"ld1sb", sve_ld1sb_zpri, sve_ld1b_zpri},       {"ld1sh", sve_ld1sh_zpri, sve_ld1h_zpri},
+               {"ld1sw", sve_ld1sw_zpri, sve_ld1w_zpri},       {"ld1sd", sve_ld1sd_zpri, sve_ld1d_zpri},
+               {"st1sb", sve_st1sb_zpri, sve_st1b_zpri},       {"st1sb_h", sve_st1sb_h_zpri, sve_st1b_h_zpri},
+               {"st1sb_s", sve_st1sb_s_zpri, sve_st1b_s_zpri}, {"st1sb_d", sve_st1sb_d_zpri, sve_st1b_d_zpri},
+               {"st1sh", sve_st1sh_zpri, sve_st1h_zpri},       {"st1sh_s", sve_st1sh_s_zpri, sve_st1h_s_zpri},
+               {"st1sh_d", sve_st1sh_d_zpri, sve_st1h_d_zpri}, {"st1sw", sve_st1sw_zpri, sve_st1w_zpri},
+               {"st1sw_d", sve_st1sw_d_zpri, sve_st1w_d_zpri}, {"st1sd", sve_st1sd_zpri, sve_st1d_zpri}};
+  const guarded_memory memory;
+  std::mt19937 random(11);
+  for (const auto& f : forms)
+    for (const int imm : {-8, 0, 7})
+      for (int round = 0; round < 4; ++round) {
+        for (auto& byte : state.p[1]) byte = round == 0 ? 1 : static_cast<std::uint8_t>(random());
+        for (auto& byte : state.z[4]) byte = static_cast<std::uint8_t>(random());
+        state.x[2] = memory.address(1800);
+        const cpu_state before = state;
+        memory.fill_counting();
+        ASSERT_EQ(f.plain(&state, Z(4, 0), governing, base, imm), AARCH64_DECODE_EXECUTED);
+        const cpu_state expected = state;
+        const std::vector<std::uint8_t> stored(memory.begin(), memory.end());
+        state = before;
+        memory.fill_counting();
+        ASSERT_EQ(f.call(&state, Z(4, 0), governing, base, imm), AARCH64_DECODE_EXECUTED);
+        ASSERT_EQ(std::memcmp(&state, &expected, sizeof state), 0) << f.name;
+        ASSERT_EQ(std::memcmp(memory.begin(), stored.data(), stored.size()), 0) << f.name;
+      }
 }
 
 // ---- Structures ----

@@ -5,9 +5,23 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
+
+namespace {
+std::atomic<bool> no_memory{false};
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* p = no_memory ? nullptr : std::malloc(size);
+  if (!p) throw std::bad_alloc();
+  return p;
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -52,6 +66,37 @@ TEST_F(Stats, DumpIsInAddressOrder) {
   std::snprintf(expected, sizeof expected, "%p: 0x04e0e3e0 1\n%p: 0x00000005 2\n", static_cast<void*>(&code[1]),
                 static_cast<void*>(&code[5]));
   EXPECT_EQ(dump(), expected);
+}
+
+// Without memory for an entry the total is exact all the same.
+TEST_F(Stats, NoMemoryForAnEntryIsToldByTheAllocatorsException) {
+  update_sve_stats(&code[0], 1);
+  no_memory = true;
+  EXPECT_THROW(update_sve_stats(&code[1], 2), std::bad_alloc);
+  update_sve_stats(&code[0], 1);  // needs none
+  no_memory = false;
+  EXPECT_EQ(sve_instr_count, 3u);
+  EXPECT_EQ(icounts.size(), 1u);
+  update_sve_stats(&code[1], 2);  // the lock is free again
+  EXPECT_EQ(icounts.at(&code[1]).second, 1u);
+}
+
+TEST_F(Stats, APlatformMayGoOnWithoutTheTable) {
+  // In a process of its own, since the table stands from then on.
+  EXPECT_EXIT(
+      {
+        static int told = 0;
+        sve::on_no_memory_for_counts = [] { ++told; };
+        update_sve_stats(&code[0], 1);
+        no_memory = true;
+        for (int i = 0; i < 5; ++i) update_sve_stats(&code[1], 2);
+        no_memory = false;
+        update_sve_stats(&code[0], 1);
+        update_sve_stats(&code[2], 3);
+        std::_Exit(told == 1 && sve_instr_count == 8 && icounts.size() == 1 && icounts.at(&code[0]).second == 1 ? 0
+                                                                                                                : 1);
+      },
+      testing::ExitedWithCode(0), "^$");
 }
 
 TEST_F(Stats, ThreadsLoseNoCount) {

@@ -227,7 +227,8 @@ TEST(Shift, ByVectorAndReversed) {
 TEST(Shift, ByWideElements) {
 #define CHECK(Type, T) wide_shift<T>("lsl w " #Type, Vec##Type##ShlVWM, Vec##Type##ShlVWX, left);
   CHECK(U8, u8)
-  CHECK(U16, u16) CHECK(U32, u32)
+  CHECK(U16, u16)
+  CHECK(U32, u32)
 #undef CHECK
 #define CHECK(Type, T) wide_shift<T>("shr w " #Type, Vec##Type##ShrVWM, Vec##Type##ShrVWX, right);
       CHECK(U8, u8) CHECK(U16, u16) CHECK(U32, u32) CHECK(S8, s8) CHECK(S16, s16) CHECK(S32, s32)
@@ -255,6 +256,31 @@ TEST(Shift, ByEveryImmediate) {
   EXPECT_EQ(asrd(-1, 1), 0);
   EXPECT_EQ(asrd(-3, 1), -1);
   for (const s8 a : {s8{-128}, s8{-1}, s8{0}, s8{127}}) EXPECT_EQ(asrd(a, 8), 0);
+}
+
+// No encoding has such an amount; it shifts everything out.
+TEST(Shift, ByImmediatesBeyondTheWidth) {
+  sve::routine::vix* const none = nullptr;
+  const auto nothing = [](wide, u64) { return wide{0}; };
+  for (const int low : {64, 65, 127, 128, 129, 1 << 20}) {
+#define CHECK(Type, T) shift_immediate<T>("asrd far " #Type, Vec##Type##ShrDVIM, none, low, nothing);
+    FOR_SIGNED(CHECK)
+#undef CHECK
+#define CHECK(Type, T) shift_immediate<T>("lsl far " #Type, Vec##Type##ShlVIM, Vec##Type##ShlVIX, low, nothing);
+    FOR_UNSIGNED(CHECK)
+#undef CHECK
+#define CHECK(Type, T)                                                            \
+  shift_immediate<T>("shr far " #Type, Vec##Type##ShrVIM, Vec##Type##ShrVIX, low, \
+                     [](wide a, u64) { return wide{a < 0 ? -1 : 0}; });
+    FOR_INTEGERS(CHECK)
+#undef CHECK
+  }
+  const u64 wraps = u64{1} << 32;
+  EXPECT_EQ(first<u8>(u8{3}, 0,
+                      [&](const VectorV& v, const PredV& p, const VectorV&, CpuContext* c) {
+                        return VecU8ShlVIM(v, p, wraps, c);
+                      }),
+            0);
 }
 
 TEST(Bits, CountsAndReversal) {
@@ -308,7 +334,8 @@ u64 extremum(wide r) {
 TEST(Reduce, EveryOperation) {
 #define CHECK(Type, T) reduce<T>("add " #Type, Vec##Type##AddReduceV, 0, add, whole);
   FOR_UNSIGNED(CHECK)
-  CHECK(S8, s8) CHECK(S16, s16) CHECK(S32, s32)
+  CHECK(S8, s8)
+  CHECK(S16, s16) CHECK(S32, s32)
 #undef CHECK
 #define CHECK(Type, T)                                                                                \
   reduce<T>("max " #Type, Vec##Type##MaxReduceV, std::numeric_limits<T>::min(), larger, extremum<T>); \

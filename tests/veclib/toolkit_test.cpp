@@ -227,6 +227,10 @@ TEST(Saturation, ShiftQLeftInt) {
     EXPECT_EQ(ShiftQLeftInt(3, n, 8, 0), (saturated{127, 1}));
     EXPECT_EQ(ShiftQLeftInt(-3, n, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 1}));
   }
+  // At its width already nothing is shifted: what 128 bits would lose saturates too.
+  EXPECT_EQ(ShiftQLeftInt(power(121), 8, 8, 0), (saturated{127, 1}));
+  EXPECT_EQ(ShiftQLeftInt(power(121), 8, 8, 1), (saturated{255, 1}));
+  EXPECT_EQ(ShiftQLeftInt(-power(121), 8, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 1}));
   EXPECT_EQ(ShiftQLeftInt(3, 5, 8, 0), (saturated{96, 0}));
   EXPECT_EQ(ShiftQLeftInt(3, 6, 8, 0), (saturated{127, 1}));
   EXPECT_EQ(ShiftQLeftInt(-1, 7, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 0}));
@@ -247,6 +251,30 @@ TEST(Saturation, SatShiftLeft) {
   EXPECT_EQ(SatShiftLeft(3, 63, 64, 1), all_ones);
   EXPECT_EQ(SatShiftLeft(3, 62, 64, 0), 0x7fffffffffffffffu);
   EXPECT_EQ(SatShiftLeft(static_cast<std::uint64_t>(-3), 62, 64, 0), 0x8000000000000000u);
+}
+
+TEST(Saturation, SatShiftLeftByANegativeAmount) {
+  // It stands, and 128 bits take it modulo 128: by -1 is by 127.
+  EXPECT_EQ(SatShiftLeft(1, 0xff, 8, 0), 127u);
+  EXPECT_EQ(SatShiftLeft(2, 0xff, 8, 0), 0u);
+  EXPECT_EQ(SatShiftLeft(0x81, 0xff, 8, 0), 0x80u);
+  EXPECT_EQ(SatShiftLeft(3, 0x80, 8, 0), 3u) << "by -128: not at all";
+  EXPECT_EQ(SatShiftLeft(1, 0xff, 8, 1), 255u) << "as unsigned it is large";
+}
+
+TEST(Saturation, ShiftsOfWidthsAbove64) {
+  const std::uint64_t negative = static_cast<std::uint64_t>(-3);  // at these widths all of x is magnitude
+  EXPECT_EQ(SatShiftLeft(negative, 1, 65, 1), static_cast<std::uint64_t>(-6));
+  EXPECT_EQ(SatShiftLeft(negative, 2, 65, 1), all_ones);
+  EXPECT_EQ(SatShiftLeft(negative, 0, 65, 1), negative);
+  EXPECT_EQ(SatShiftLeft(3, 2, 100, 0), 12u);
+  EXPECT_EQ(SatShiftLeft(3, 90, 100, 0), 0u) << "in range, and above the low word";
+  EXPECT_EQ(SatShiftLeft(3, 99, 100, 0), all_ones) << "the base value 0, less 1";
+  EXPECT_EQ(SatShiftLeft(1, 500, 100, 0), all_ones);
+  EXPECT_EQ(SatShiftLeftU(3, 2, 100), (saturated{12, 0}));
+  EXPECT_EQ(SatShiftLeftU(3, 99, 100).flag, 1u);
+  EXPECT_EQ(SatShiftLeftU(negative, 1, 65).flag, 0u);
+  EXPECT_EQ(SatShiftLeftU(negative, 2, 65).flag, 1u);
 }
 
 TEST(Saturation, SatShiftLeftU) {
@@ -287,6 +315,15 @@ TEST(BigIntTest, SaturatesAsSatQ) {
   EXPECT_EQ(SatQBigInt({{5, 0, 0, 0x8000000000000000}}, 8, 0), (saturated{0x80, 1}));
   EXPECT_EQ(SatQBigInt({{all_ones, all_ones, 0, all_ones}}, 8, 0), (saturated{0x80, 1}));
   EXPECT_EQ(SatQBigInt({{5, 0, 0, 0x8000000000000000}}, 8, 1), (saturated{0, 1}));
+}
+
+TEST(BigIntTest, OneBitIsItsSign) {
+  // The limit has no bits, and of no bits there are 64 ones.
+  EXPECT_EQ(SatQBigInt(toBigInt(0), 1, 0), (saturated{0, 0}));
+  EXPECT_EQ(SatQBigInt(toBigInt(1), 1, 0), (saturated{all_ones, 1}));
+  EXPECT_EQ(SatQBigInt(toBigInt(-1), 1, 0), (saturated{1, 0}));
+  EXPECT_EQ(SatQBigInt(toBigInt(-2), 1, 0), (saturated{1, 1}));
+  EXPECT_EQ(SatQBigInt(toBigInt(1), 1, 1), (saturated{1, 0}));
 }
 
 TEST(BigIntTest, ShiftsRightUpTo127) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "sve/decode/dispatch.h"
+#include "sve/decode/unallocated.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/text.h"
 #include "sve/runner/sites/site.h"
@@ -20,14 +21,6 @@ void print_failure(std::uint32_t word, const void* pc) {
   (line << "Error: failed to emulate SVE instruction ").hex(word, 8) << " at PC ";
   line.hex(reinterpret_cast<std::uintptr_t>(pc)) << "\n";
   kernel_write(STDERR_FILENO, line.data(), line.size());
-}
-
-// Words that the model accepts, or never answers, and that no processor executes: the logical immediates whose element
-// has no width.
-bool refuses(std::uint32_t word) {
-  const bool is_logical_immediate = (word & 0xff3c0000) == 0x05000000;
-  const bool has_no_width = (word >> 17 & 1) == 0 && (word >> 5 & 0x3f) == 0x3f;
-  return is_logical_immediate && has_no_width;
 }
 
 void execute(cpu_state* state, std::uint32_t word, decode_handler handle, site* s) {
@@ -56,7 +49,9 @@ void run(cpu_state* state, site* s) {
 
 }  // namespace
 
-decode_handler handler_of(std::uint32_t word) { return may_be_ours(word) && !refuses(word) ? is_sve(word) : nullptr; }
+decode_handler handler_of(std::uint32_t word) {
+  return may_be_ours(word) && !decode::is_unallocated(word) ? is_sve(word) : nullptr;
+}
 
 bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   cpu_state* state = &block->state;

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string_view>
 
 #include "sve/runner/options.h"
@@ -58,6 +59,13 @@ void need_real_functions() {
   if (!real.getauxval) find_real_functions();
 }
 
+// Puts the parts one behind the other and a 0 behind the last; returns the place of the 0.
+char* join(char* to, std::initializer_list<std::string_view> parts) {
+  for (const std::string_view part : parts) to += part.copy(to, part.size());
+  *to = 0;
+  return to;
+}
+
 bool is_variable(const char* entry, const char* name) {
   const std::size_t size = std::strlen(name);
   return std::strncmp(entry, name, size) == 0 && entry[size] == '=';
@@ -96,17 +104,17 @@ struct needed_environment {
     if (!has_library) {
       const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : "";
       entries[n++] = text;
-      text += std::sprintf(text, "%s=%s%s%s", preload_variable, library_path(), *theirs ? ":" : "", theirs) + 1;
+      text = join(text, {preload_variable, "=", library_path(), *theirs ? ":" : "", theirs}) + 1;
       if (options_at >= 0) {
         entries[n++] = environment[options_at];
       } else if (options_text()[0]) {
         entries[n++] = text;
-        text += std::sprintf(text, "%s=%s", options_variable, options_text()) + 1;
+        text = join(text, {options_variable, "=", options_text()}) + 1;
       }
     }
     if (ignored != 0) {
       entries[n++] = text;
-      std::sprintf(text, "%s=%lu", ignored_variable, ignored);
+      join(text, {ignored_variable, "=", (Text<20>() << ignored).c_str()});
     }
     entries[n] = nullptr;
   }
@@ -209,9 +217,9 @@ auto with_command(const char* command, Function function) {
   for (char** e = entries; *e; ++e) {
     const bool is_ours =
         is_variable(*e, preload_variable) || is_variable(*e, options_variable) || is_variable(*e, ignored_variable);
-    if (is_ours && !std::strchr(*e, '\'')) at += std::sprintf(at, "export '%s'; ", *e);
+    if (is_ours && !std::strchr(*e, '\'')) at = join(at, {"export '", *e, "'; "});
   }
-  std::strcpy(at, command);
+  join(at, {command});
   return function(whole);
 }
 
@@ -299,7 +307,10 @@ int dup3(int from, int to, int flags) noexcept {
 }
 int dup2(int from, int to) noexcept {
   if (from != to) return dup3(from, to, 0);
-  return fcntl(from, F_GETFL) < 0 ? -1 : to;
+  const long flags = system_call(SYS_fcntl, from, F_GETFL);
+  if (flags >= 0) return to;
+  errno = static_cast<int>(-flags);
+  return -1;
 }
 
 // A fork that runs no fork handlers, so ours are called here.

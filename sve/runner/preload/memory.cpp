@@ -80,6 +80,10 @@ void operator delete(void* p, std::size_t size) noexcept { release(p, size); }
 // Without its size a block cannot be returned. Containers give the size; what else there is, is small and rare.
 void operator delete(void*) noexcept {}
 
+// The C++ runtime's own: a reserve for exceptions that it makes at the start.
+extern "C" void* malloc(std::size_t size) { return allocate(size); }
+extern "C" void free(void*) {}
+
 // The library's objects live as long as the process: other libraries' destructors, which run after ours, may still
 // execute SVE instructions. So the registrations that the compiler makes for our statics end here.
 extern "C" __attribute__((visibility("hidden"))) int __cxa_atexit(void (*)(void*), void*, void*) { return 0; }

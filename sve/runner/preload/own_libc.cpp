@@ -3,15 +3,19 @@
 // one. What is left to import stands, with its reasons, in the test of imports.
 //
 // Compiled so that no loop here is turned into a call of itself.
+#include <pthread.h>
 #include <signal.h>
-#include <sys/mman.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
+#include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/kernel.h"
 
-#define OWN extern "C" __attribute__((visibility("hidden")))
+// Not exported, as exports.map has it.
+#define OWN extern "C"
 
 namespace {
 
@@ -168,13 +172,34 @@ OWN [[noreturn]] void abort() {
   for (;;) system_call(SYS_exit_group, 127);
 }
 
+// The words of parts of the model that are never reached here, without their numbers.
+OWN int fprintf(FILE*, const char* format, ...) {
+  sve::runner::write_quietly(STDERR_FILENO, format, strlen(format));
+  return 0;
+}
+OWN int fflush(FILE*) { return 0; }
+#undef stderr
+OWN FILE* stderr;
+FILE* stderr = nullptr;
+
+// Of the model's own mutexes, which all guard a few instructions.
+OWN int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  std::atomic_ref<int> taken(*reinterpret_cast<int*>(mutex));
+  while (taken.exchange(1, std::memory_order_acquire) != 0) sve::runner::system_call(SYS_sched_yield);
+  return 0;
+}
+OWN int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+  std::atomic_ref<int>(*reinterpret_cast<int*>(mutex)).store(0, std::memory_order_release);
+  return 0;
+}
+
 // What the C++ runtime does when no exception of ours is caught, or none can be made. It would print by stdio.
 namespace __gnu_cxx {
-[[noreturn]] __attribute__((visibility("hidden"))) void __verbose_terminate_handler() { abort(); }
+void __verbose_terminate_handler() { abort(); }
 }  // namespace __gnu_cxx
 namespace std {
-[[noreturn]] __attribute__((visibility("hidden"))) void __throw_system_error(int) { abort(); }
-[[noreturn]] __attribute__((visibility("hidden"))) void __throw_length_error(const char*) { abort(); }
-[[noreturn]] __attribute__((visibility("hidden"))) void __throw_logic_error(const char*) { abort(); }
-[[noreturn]] __attribute__((visibility("hidden"))) void __throw_out_of_range_fmt(const char*, ...) { abort(); }
+void __throw_system_error(int) { abort(); }
+void __throw_length_error(const char*) { abort(); }
+void __throw_logic_error(const char*) { abort(); }
+void __throw_out_of_range_fmt(const char*, ...) { abort(); }
 }  // namespace std

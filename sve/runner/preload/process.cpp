@@ -49,13 +49,14 @@ char* copy(char (&to)[Size], std::string_view text) {
 }
 
 // libc's own need its locale, which is not there yet.
-std::uint64_t number(std::string_view digits) {
-  std::uint64_t value = 0;
-  for (char c : digits) value = value * 10 + static_cast<unsigned>(c - '0');
+unsigned long number(std::string_view digits) {
+  unsigned long value = 0;
+  for (const char c : digits) value = value * 10 + static_cast<unsigned long>(c - '0');
   return value;
 }
 
 void read_options() {
+  const auto process_id = static_cast<unsigned long>(kernel_process_id());
   std::string_view rest = all_options;
   while (!rest.empty()) {
     if (rest.starts_with(counts_word)) {
@@ -68,8 +69,7 @@ void read_options() {
     if (word == quiet_word) options.quiet = true;
     if (word == no_announce_word) options.announce = false;
     if (word == no_patch_word) options.patch = false;
-    if (word.starts_with(begun_word))
-      options.counts_begun = number(word.substr(begun_word.size())) == static_cast<unsigned>(kernel_process_id());
+    if (word.starts_with(begun_word)) options.counts_begun = number(word.substr(begun_word.size())) == process_id;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
 }

@@ -1,0 +1,96 @@
+// The words that rows take and the architecture has not: that the list says so of them, of all operands and of no
+// others. What a processor answers is compared by the sweep of random words in tests/runner.
+#include "sve/decode/unallocated.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <random>
+#include <string_view>
+
+#include "sve/decode/table.h"
+
+namespace {
+
+using sve::decode::find_row;
+using sve::decode::is_unallocated;
+
+TEST(Unallocated, EveryFormIsThatOfRows) {
+  for (const auto& form : sve::decode::unallocated_forms()) {
+    EXPECT_EQ(form.value & ~form.mask, 0u);
+    bool reached = false;
+    for (const auto* map : sve::decode::maps_in_is_sve_order())
+      for (const auto& row : map->rows)
+        reached |= ((map->word(row.key) ^ form.value) & map->fixed_bits & form.mask) == 0;
+    EXPECT_TRUE(reached) << std::hex << form.value << ": " << form.reason;
+  }
+}
+
+// N and imms: the run of ones is as long as the element.
+TEST(Unallocated, LogicalImmediatesOfAllOnes) {
+  for (std::uint32_t base : {0x05000000u, 0x05400000u, 0x05800000u, 0x05c00000u})
+    for (std::uint32_t n = 0; n < 2; ++n)
+      for (std::uint32_t imms = 0; imms < 64; ++imms)
+        for (std::uint32_t immr : {0u, 21u, 63u}) {
+          const std::uint32_t word = base | n << 17 | immr << 11 | imms << 5 | 9;
+          ASSERT_NE(find_row(word), nullptr);
+          const std::uint32_t selector = n << 6 | (~imms & 63);
+          const std::uint32_t width = selector == 0 ? 0 : 1u << (std::bit_width(selector) - 1);
+          const bool reserved = width < 2 || (imms & (width - 1)) == width - 1;
+          EXPECT_EQ(is_unallocated(word), reserved) << std::hex << word;
+        }
+}
+
+TEST(Unallocated, ShiftedImmediatesOfBytes) {
+  for (std::uint32_t size = 0; size < 4; ++size)
+    for (std::uint32_t shifted : {0u, 1u << 13}) {
+      const bool expected = size == 0 && shifted;
+      for (std::uint32_t word : {0x2520c000u, 0x2521c000u, 0x2523c000u, 0x2524c000u, 0x2525c000u, 0x2526c000u,
+                                 0x2527c000u, 0x2538c000u, 0x05100000u, 0x05104000u}) {
+        word |= size << 22 | shifted | 0x1ff;
+        ASSERT_NE(find_row(word), nullptr) << std::hex << word;
+        EXPECT_EQ(is_unallocated(word), expected) << std::hex << word;
+      }
+    }
+}
+
+TEST(Unallocated, TheZeroRegisterAsIndex) {
+  int reserved = 0, allowed = 0;
+  for (const auto* map : sve::decode::maps_in_is_sve_order())
+    for (const auto& row : map->rows) {
+      const std::string_view name = row.name;
+      if (name.find("SSZ") == name.npos && name.find("LSS") == name.npos) continue;
+      const bool first_fault = name.find("LoadFF") != name.npos;
+      const std::uint32_t word = map->word(row.key) & ~(31u << 16);
+      EXPECT_EQ(is_unallocated(word | 31u << 16), !first_fault) << name;
+      EXPECT_FALSE(is_unallocated(word | 30u << 16)) << name;
+      ++(first_fault ? allowed : reserved);
+    }
+  EXPECT_EQ(allowed, 16);
+  EXPECT_EQ(reserved, 16 + 10 + 8 + 24 + 4 + 4);
+}
+
+// Rows of other kinds hold no such word.
+TEST(Unallocated, NoOtherRow) {
+  std::mt19937 random(1);
+  int rows = 0;
+  for (const auto* map : sve::decode::maps_in_is_sve_order())
+    for (const auto& row : map->rows) {
+      const std::string_view name = row.name;
+      const bool listed = [&] {
+        for (const char* part : {"SSZ", "LSS", "U64AndVIX", "U64OrVIX", "U64XorVIX", "DupMaskI", "S8DupI", "U8AddVIX",
+                                 "U8SubVIX", "U8SubRVIX", "8QAddVIX", "8QSubVIX"})
+          if (name.find(part) != name.npos) return true;
+        return false;
+      }();
+      if (listed) continue;
+      ++rows;
+      for (int i = 0; i < 2000; ++i) {
+        const std::uint32_t word = map->word(row.key) | (random() & ~map->fixed_bits);
+        ASSERT_FALSE(is_unallocated(word)) << name << std::hex << " " << word;
+      }
+    }
+  EXPECT_GT(rows, 1300);
+}
+
+}  // namespace
