@@ -642,6 +642,9 @@ TEST(Announcement, TheAuxiliaryVectorOnTheStackAgrees) {
   bool seen = false;
   for (const unsigned long* aux = auxiliary_vector; aux[0] != AT_NULL; aux += 2) {
     if (aux[0] == AT_HWCAP) seen = (aux[1] & (1 << 22)) != 0;
+    if (aux[0] == 51) {  // AT_MINSIGSTKSZ, if the kernel tells it
+      EXPECT_EQ(aux[1], 5072u);
+    }
   }
   EXPECT_TRUE(seen);
 }

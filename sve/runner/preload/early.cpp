@@ -78,13 +78,13 @@ __attribute__((visibility("hidden"))) void (*sve_start_early())(int, char**, cha
 
 namespace sve::runner {
 
-unsigned long early_auxiliary_value(unsigned long type) {
+unsigned long* auxiliary_value(unsigned long type) {
   char** entry = read_initial_stack().environment;
   while (*entry) ++entry;
   for (auto* pair = reinterpret_cast<unsigned long*>(entry + 1); pair[0] != AT_NULL; pair += 2) {
-    if (pair[0] == type) return pair[1];
+    if (pair[0] == type) return pair + 1;
   }
-  return 0;
+  return nullptr;
 }
 
 }  // namespace sve::runner

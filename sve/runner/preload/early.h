@@ -3,7 +3,7 @@
 
 namespace sve::runner {
 
-/// A value of the auxiliary vector, before libc tells it; 0 if it is not there.
-unsigned long early_auxiliary_value(unsigned long type);
+/// A value of the auxiliary vector where the kernel has put it, for programs and libc to read; null if it is not there.
+unsigned long* auxiliary_value(unsigned long type);
 
 }  // namespace sve::runner

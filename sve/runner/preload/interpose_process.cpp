@@ -39,10 +39,6 @@ void find_real_functions() {
 
 }  // namespace sve::runner
 
-#ifndef AT_MINSIGSTKSZ
-#define AT_MINSIGSTKSZ 51
-#endif
-
 #pragma GCC visibility push(default)
 
 namespace {
@@ -327,7 +323,7 @@ pid_t _Fork() noexcept {
 
 // The kernel's figure for the largest signal frame is that of a processor without SVE.
 long sysconf(int name) noexcept {
-  if (!real.sysconf && name == _SC_PAGESIZE) return static_cast<long>(early_auxiliary_value(AT_PAGESZ));
+  if (!real.sysconf && name == _SC_PAGESIZE) return static_cast<long>(*auxiliary_value(AT_PAGESZ));
   need_real_functions();
   const long value = real.sysconf(name);
   if (!is_active()) return value;
@@ -338,7 +334,8 @@ long sysconf(int name) noexcept {
 }
 
 unsigned long getauxval(unsigned long type) noexcept {
-  const unsigned long value = real.getauxval ? real.getauxval(type) : early_auxiliary_value(type);
+  const unsigned long* early = real.getauxval ? nullptr : auxiliary_value(type);
+  const unsigned long value = real.getauxval ? real.getauxval(type) : early ? *early : 0;
   if (type == AT_MINSIGSTKSZ && is_active()) return std::max<unsigned long>(value, least_signal_stack);
   return type == AT_HWCAP && announces() ? value | hwcap_sve : value;
 }

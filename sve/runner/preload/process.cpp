@@ -6,6 +6,7 @@
 #include <sys/auxv.h>
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +14,9 @@
 #include "sve/fault/fault_capture.h"
 #include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/early.h"
 #include "sve/runner/preload/emulate.h"
+#include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
@@ -95,19 +98,6 @@ void find_names(const char* argv0) {
   if (dladdr(&options, &info) && info.dli_fname) *copy(own_path, info.dli_fname) = 0;
 }
 
-// The processor's features, in the auxiliary vector behind the environment.
-unsigned long* hardware_features(char** environment) {
-  while (*environment) ++environment;
-  struct entry {
-    unsigned long type, value;
-  };
-  static unsigned long none = 0;
-  for (auto* e = reinterpret_cast<entry*>(environment + 1); e->type != AT_NULL; ++e) {
-    if (e->type == AT_HWCAP) return &e->value;
-  }
-  return &none;
-}
-
 void report_at_exit(void*) { report(); }
 
 }  // namespace
@@ -162,7 +152,7 @@ signal_bits take_ignored(char** environment) {
   return ignored;
 }
 
-unsigned long* features;
+unsigned long* features = nullptr;  // of the processor, in the auxiliary vector
 
 }  // namespace
 
@@ -177,7 +167,7 @@ void serve_traps(char** environment) {
   }
   begin_process();
   read_options();
-  features = hardware_features(environment);
+  features = auxiliary_value(AT_HWCAP);
   active = (*features & hwcap_sve) == 0;
   if (!active) return;
   start_thread_blocks();
@@ -200,6 +190,7 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   start_sites(options.patch);
   // Programs that read the auxiliary vector themselves find SVE there too.
   if (options.announce) *features |= hwcap_sve;
+  if (unsigned long* room = auxiliary_value(AT_MINSIGSTKSZ)) *room = std::max(*room, least_signal_stack);
   pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
   // First registered, last run: other exit handlers and destructors may use SVE too. They belong to no library, so that
   // the end of ours does not run them.
