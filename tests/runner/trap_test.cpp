@@ -528,6 +528,23 @@ TEST(NewPrograms, AreEmulatedEvenWithABareEnvironment) {
   EXPECT_NE(result.error_output.find(report_of(1)), std::string::npos) << result.error_output;
 }
 
+// Where a new program would not find the library it runs without, and that is said.
+TEST(Processes, AfterAChangeOfRootNothingIsPreloaded) {
+  char directory[] = "/tmp/trap_test_XXXXXX";
+  ASSERT_TRUE(mkdtemp(directory));
+  const auto result = in_child([&] {
+    if (chroot(directory) != 0) _exit(99);
+    for (int i = 0; i < 2; ++i) execl("/program", "program", nullptr);
+    _exit(errno == ENOENT && cntb() == 112 ? 42 : 1);
+  });
+  rmdir(directory);
+  if (result.exited_with(99)) GTEST_SKIP() << "SKIPPED: only root may change the root directory";
+  EXPECT_TRUE(result.exited_with(42)) << result.status;
+  const auto said = result.error_output.find("libsve_run.so: not to be reached any more");
+  EXPECT_NE(said, std::string::npos) << result.error_output;
+  EXPECT_EQ(result.error_output.find("not to be reached", said + 50), std::string::npos) << result.error_output;
+}
+
 class ShellCommands : public testing::Test {
  protected:
   static void SetUpTestSuite() {
