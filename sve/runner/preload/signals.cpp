@@ -439,9 +439,17 @@ void actions_after_failed_exec() {
   kernel_mask(SIG_UNBLOCK, owned_signals);
 }
 
-void lock_actions() { action_lock.lock(); }
+void lock_actions() {
+  action_lock.lock();
+  held_lock.lock();
+  lock_thread_blocks();
+}
 
-void unlock_actions() { action_lock.unlock(); }
+void unlock_actions() {
+  unlock_thread_blocks();
+  held_lock.unlock();
+  action_lock.unlock();
+}
 
 void forget_pending() { process_held.present = 0; }
 
