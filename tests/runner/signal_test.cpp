@@ -6,8 +6,8 @@
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/time.h>
 #include <sys/select.h>
+#include <sys/time.h>
 #include <ucontext.h>
 
 #include <atomic>
@@ -545,8 +545,8 @@ TEST_F(Signals, AContextWithAFullMaskMayTrap) {
   }
 }
 
-// In a wait with a mask of its own, what that mask blocks waits on, and the handler's frame has the mask from before. With
-// SIGILL, since qemu's sigsuspend does not wake up for a blocked SIGSEGV.
+// In a wait with a mask of its own, what that mask blocks waits on, and the handler's frame has the mask from before.
+// With SIGILL, since qemu's sigsuspend does not wake up for a blocked SIGSEGV.
 TEST_F(Signals, WaitsWithAMaskOfTheirOwn) {
   static bool kept;
   install(SIGILL, [](int, siginfo_t*, void* raw) {

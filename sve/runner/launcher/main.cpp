@@ -24,12 +24,10 @@ namespace {
 
 using namespace sve::runner;
 
-// Under another sve-run, getauxval says what programs are to be told.
-bool processor_has_sve() {
-  const char* preloaded = std::getenv(preload_variable);
-  if (preloaded && std::strstr(preloaded, library_name)) return false;
-  return (getauxval(AT_HWCAP) & hwcap_sve) != 0;
-}
+bool processor_has_sve() { return (getauxval(AT_HWCAP) & hwcap_sve) != 0; }
+
+// Another sve-run is statically linked, and starts its program under the library itself.
+bool is_sve_run(const std::string& path) { return std::filesystem::path(path).filename() == "sve-run"; }
 
 int fail(int status, const std::string& text) {
   std::fprintf(stderr, "sve-run: %s\n", text.c_str());
@@ -112,7 +110,8 @@ int main(int argc, char** argv) {
 
   const char* search_path = std::getenv("PATH");
   finding program = find_program(line.program.front(), search_path ? search_path : "/usr/local/bin:/usr/bin:/bin");
-  if (program.status == 0) program = line.dynamorio ? check_machine(program.path) : check_program(program.path);
+  if (program.status == 0)
+    program = line.dynamorio || is_sve_run(program.path) ? check_machine(program.path) : check_program(program.path);
   if (program.status != 0) return fail(program.status, program.error);
 
   if (processor_has_sve()) {

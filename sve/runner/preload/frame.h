@@ -3,6 +3,7 @@
 #pragma once
 
 #include <signal.h>
+#include <sys/auxv.h>
 #include <ucontext.h>
 
 #include <cstddef>
@@ -10,6 +11,10 @@
 
 #include "sve/runner/preload/thread_block.h"
 #include "sve/state/cpu_state.h"
+
+#ifndef AT_MINSIGSTKSZ
+#define AT_MINSIGSTKSZ 51
+#endif
 
 namespace sve::runner {
 

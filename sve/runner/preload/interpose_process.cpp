@@ -16,6 +16,7 @@
 
 #include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/early.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
@@ -37,10 +38,6 @@ void find_real_functions() {
 }
 
 }  // namespace sve::runner
-
-#ifndef AT_MINSIGSTKSZ
-#define AT_MINSIGSTKSZ 51
-#endif
 
 #pragma GCC visibility push(default)
 
@@ -70,6 +67,19 @@ bool is_variable(const char* entry, const char* name) {
   return std::strncmp(entry, name, size) == 0 && entry[size] == '=';
 }
 
+// Whether a new program would find the library. Not so when the root directory has been changed: there it runs without
+// emulation, and that is said.
+bool library_is_reachable() {
+  static std::atomic<bool> said{false};
+  if (system_call(SYS_faccessat, AT_FDCWD, address(library_path()), R_OK) == 0) return true;
+  if (!said.exchange(true)) {
+    Text<4096 + 160> line;
+    line << library_path() << ": not to be reached any more; what is started from here runs without emulation";
+    print_line(line.c_str());
+  }
+  return false;
+}
+
 // What a new program needs in its environment to be emulated too. A program may give one that lacks it; one that has
 // the library has the options too, or goes without them by intent.
 struct needed_environment {
@@ -78,6 +88,7 @@ struct needed_environment {
   int ignored_at = -1;
   int count = 0;
   bool has_library = false;
+  bool is_reachable = true;
   signal_bits ignored;
 
   needed_environment(char* const* environment, signal_bits ignored_signals) : ignored(ignored_signals) {
@@ -87,8 +98,9 @@ struct needed_environment {
       if (is_variable(environment[count], ignored_variable)) ignored_at = count;
     }
     has_library = preload_at >= 0 && std::strstr(environment[preload_at], library_name) != nullptr;  // of any build
+    is_reachable = !is_active() || library_is_reachable();
   }
-  bool is_complete() const { return has_library && ignored == 0 && ignored_at < 0; }
+  bool is_complete() const { return is_reachable && has_library && ignored == 0 && ignored_at < 0; }
   std::size_t text_size(char* const* environment) const {
     const std::size_t theirs = preload_at >= 0 ? std::strlen(environment[preload_at]) : 0;
     return sizeof preload_variable + std::strlen(library_path()) + theirs + sizeof options_variable +
@@ -97,10 +109,20 @@ struct needed_environment {
   // `entries` has room for count + 4, `text` for text_size().
   void fill(char* const* environment, char** entries, char* text) const {
     int n = 0;
+    const bool adds_library = is_reachable && !has_library;
     for (int i = 0; i < count; ++i) {
-      if (i != ignored_at && (has_library || (i != preload_at && i != options_at))) entries[n++] = environment[i];
+      if (i == ignored_at || (adds_library && (i == preload_at || i == options_at))) continue;
+      char* entry = environment[i];
+      if (char* const ours = i == preload_at && !is_reachable ? std::strstr(entry, library_path()) : nullptr) {
+        // The loader would complain of it.
+        const char* behind = ours + std::strlen(library_path());
+        const std::string_view before(entry, static_cast<std::size_t>(ours - entry));
+        entry = text;
+        text = join(text, {before, *behind == ':' ? behind + 1 : behind}) + 1;
+      }
+      entries[n++] = entry;
     }
-    if (!has_library) {
+    if (adds_library) {
       const char* theirs = preload_at >= 0 ? environment[preload_at] + sizeof preload_variable : "";
       entries[n++] = text;
       text = join(text, {preload_variable, "=", library_path(), *theirs ? ":" : "", theirs}) + 1;
@@ -119,24 +141,11 @@ struct needed_environment {
   }
 };
 
-// Whether a new program would find the library. Not so when the root directory has been changed: there it runs without
-// emulation, and that is said.
-bool library_is_reachable() {
-  static std::atomic<bool> said{false};
-  if (system_call(SYS_faccessat, AT_FDCWD, address(library_path()), R_OK) == 0) return true;
-  if (!said.exchange(true)) {
-    Text<4096 + 160> line;
-    line << library_path() << ": not to be reached any more; what is started from here runs without emulation";
-    print_line(line.c_str());
-  }
-  return false;
-}
-
 // Calls `function` with an environment that has what is needed. On the stack: the caller may be a vforked child.
 template <class Function>
 int with_environment(char* const* environment, signal_bits ignored, Function function) {
   const needed_environment needed(environment, ignored);
-  if (!is_active() || needed.is_complete() || !library_is_reachable()) return function(environment);
+  if (!is_active() || needed.is_complete()) return function(environment);
   auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 4)));
   auto* text = static_cast<char*>(alloca(needed.text_size(environment)));
   needed.fill(environment, entries, text);
@@ -205,7 +214,7 @@ int spawn(decltype(&::posix_spawn) function, pid_t* pid, const char* path, const
 template <class Function>
 auto with_command(const char* command, Function function) {
   const needed_environment needed(environ, ignored_signals());
-  if (!command || !is_active() || needed.is_complete() || !library_is_reachable()) return function(command);
+  if (!command || !is_active() || needed.is_complete()) return function(command);
   auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 4)));
   auto* text = static_cast<char*>(alloca(needed.text_size(environ)));
   needed.fill(environ, entries, text);
@@ -326,6 +335,7 @@ pid_t _Fork() noexcept {
 
 // The kernel's figure for the largest signal frame is that of a processor without SVE.
 long sysconf(int name) noexcept {
+  if (!real.sysconf && name == _SC_PAGESIZE) return static_cast<long>(*auxiliary_value(AT_PAGESZ));
   need_real_functions();
   const long value = real.sysconf(name);
   if (!is_active()) return value;
@@ -336,8 +346,8 @@ long sysconf(int name) noexcept {
 }
 
 unsigned long getauxval(unsigned long type) noexcept {
-  need_real_functions();
-  const unsigned long value = real.getauxval(type);
+  const unsigned long* early = real.getauxval ? nullptr : auxiliary_value(type);
+  const unsigned long value = real.getauxval ? real.getauxval(type) : early ? *early : 0;
   if (type == AT_MINSIGSTKSZ && is_active()) return std::max<unsigned long>(value, least_signal_stack);
   return type == AT_HWCAP && announces() ? value | hwcap_sve : value;
 }

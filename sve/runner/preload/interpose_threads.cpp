@@ -17,25 +17,19 @@ namespace {
 using namespace sve::runner;
 
 template <class Result>
-struct thread_start {
-  Result (*function)(void*);
-  void* argument;
-  thread_block* block;
-};
-
-template <class Result>
-Result start_thread(void* record) {
-  const auto start = *static_cast<thread_start<Result>*>(record);
-  delete static_cast<thread_start<Result>*>(record);
+Result start_thread(void* given) {
+  auto* block = static_cast<thread_block*>(given);
+  const auto function = reinterpret_cast<Result (*)(void*)>(block->start);
+  void* const argument = block->start_argument;
   if (this_thread_block) {
     // A signal came first.
-    this_thread_block->blocked |= start.block->blocked;
-    free_thread_block(start.block);
+    this_thread_block->blocked |= block->blocked;
+    free_thread_block(block);
   } else {
-    begin_thread(start.block);
+    begin_thread(block);
   }
   set_blocked_signals(blocked_signals());  // what waits for a thread that takes it comes now
-  return start.function(start.argument);
+  return function(argument);
 }
 
 // Calls `create` with the function and the argument of a thread that begins with its block. `without_memory` is what it
@@ -44,17 +38,12 @@ template <class Result, class Create>
 int create_thread(Result (*function)(void*), void* argument, signal_bits blocked, int without_memory, Create create) {
   if (!is_active()) return create(function, argument);
   thread_block* block = make_thread_block();
-  auto* start = new (std::nothrow) thread_start<Result>{function, argument, block};
-  if (!block || !start) {
-    if (block) free_thread_block(block);
-    delete start;
-    return without_memory;
-  }
+  if (!block) return without_memory;
   block->blocked = blocked;
-  const int error = create(start_thread<Result>, start);
-  if (error == 0) return 0;
-  free_thread_block(block);
-  delete start;
+  block->start = reinterpret_cast<void (*)()>(function);
+  block->start_argument = argument;
+  const int error = create(start_thread<Result>, block);
+  if (error != 0) free_thread_block(block);
   return error;
 }
 

@@ -6,6 +6,7 @@
 #include <sys/auxv.h>
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +14,9 @@
 #include "sve/fault/fault_capture.h"
 #include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/early.h"
 #include "sve/runner/preload/emulate.h"
+#include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
@@ -48,6 +51,7 @@ char* copy(char (&to)[Size], std::string_view text) {
   return to + text.copy(to, Size - 1);
 }
 
+// libc's own need its locale, which is not there yet.
 unsigned long number(std::string_view digits) {
   unsigned long value = 0;
   for (const char c : digits) value = value * 10 + static_cast<unsigned long>(c - '0');
@@ -92,19 +96,6 @@ void find_names(const char* argv0) {
   *copy(program_name, slash ? slash + 1 : full) = 0;
   Dl_info info;
   if (dladdr(&options, &info) && info.dli_fname) *copy(own_path, info.dli_fname) = 0;
-}
-
-// The processor's features, in the auxiliary vector behind the environment.
-unsigned long* hardware_features(char** environment) {
-  while (*environment) ++environment;
-  struct entry {
-    unsigned long type, value;
-  };
-  static unsigned long none = 0;
-  for (auto* e = reinterpret_cast<entry*>(environment + 1); e->type != AT_NULL; ++e) {
-    if (e->type == AT_HWCAP) return &e->value;
-  }
-  return &none;
 }
 
 void report_at_exit(void*) { report(); }
@@ -161,8 +152,12 @@ signal_bits take_ignored(char** environment) {
   return ignored;
 }
 
-// After the model's own initialisers, and (the library is linked with -z initfirst) before every other library's.
-__attribute__((constructor(2000))) void start(int, char** argv, char** environment) {
+unsigned long* features = nullptr;  // of the processor, in the auxiliary vector
+
+}  // namespace
+
+void serve_traps(char** environment) {
+  if (features) return;
   const std::size_t name_size = sizeof options_variable - 1;
   for (char** e = environment; *e; ++e) {
     if (std::strncmp(*e, options_variable, name_size) == 0 && (*e)[name_size] == '=') {
@@ -172,15 +167,21 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   }
   begin_process();
   read_options();
-  unsigned long* features = hardware_features(environment);
+  features = auxiliary_value(AT_HWCAP);
   active = (*features & hwcap_sve) == 0;
+  if (!active) return;
+  start_thread_blocks();
+  start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
+                take_ignored(environment));
+  when_copied(adopt_copy);
+}
+
+namespace {
+
+// After the model's own initialisers.
+__attribute__((constructor(2000))) void start(int, char** argv, char** environment) {
   // Traps are served before anything else is asked of libc, which might ask the program's own malloc for memory.
-  if (active) {
-    start_thread_blocks();
-    start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
-                  take_ignored(environment));
-    when_copied(adopt_copy);
-  }
+  serve_traps(environment);
   find_real_functions();
   find_names(argv[0] ? argv[0] : "");
   if (!active) return;
@@ -189,6 +190,7 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   start_sites(options.patch);
   // Programs that read the auxiliary vector themselves find SVE there too.
   if (options.announce) *features |= hwcap_sve;
+  if (unsigned long* room = auxiliary_value(AT_MINSIGSTKSZ)) *room = std::max(*room, least_signal_stack);
   pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
   // First registered, last run: other exit handlers and destructors may use SVE too. They belong to no library, so that
   // the end of ours does not run them.

@@ -3,6 +3,9 @@
 
 namespace sve::runner {
 
+/// Takes over the signals of the process. Called once, as early as can be: nothing of libc is ready.
+void serve_traps(char** environment);
+
 /// Whether this process emulates. Not so on a processor that has SVE itself.
 bool is_active();
 

@@ -54,7 +54,7 @@ void write_action(int sig, const program_action& action) {
 bool is_handler(std::uintptr_t handler) { return handler != default_action && handler != ignore_action; }
 
 // Owned signals sent to the process while every thread that could take them blocks them.
-held_signals process_held;
+constinit held_signals process_held{};
 SpinLock held_lock;
 
 void hold_for_process(const siginfo_t& info) {
@@ -251,9 +251,9 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     leave_guarded(block);
   }
   const int saved_errno = errno;
-  if (!block || !block->is_runner_stack(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)))) {
-    block = need_thread_block();
-    if (!block) return take_default_action(*info, is_trap);
+  if (!block) block = need_thread_block();
+  if (!block) return take_default_action(*info, is_trap);
+  if (!block->is_runner_stack(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)))) {
     if (!(context->uc_stack.ss_flags & SS_DISABLE)) block->program_stack = context->uc_stack;
     context->uc_stack = runner_stack(block);
     // It comes again, on the runner's stack.
@@ -439,9 +439,17 @@ void actions_after_failed_exec() {
   kernel_mask(SIG_UNBLOCK, owned_signals);
 }
 
-void lock_actions() { action_lock.lock(); }
+void lock_actions() {
+  action_lock.lock();
+  held_lock.lock();
+  lock_thread_blocks();
+}
 
-void unlock_actions() { action_lock.unlock(); }
+void unlock_actions() {
+  unlock_thread_blocks();
+  held_lock.unlock();
+  action_lock.unlock();
+}
 
 void forget_pending() { process_held.present = 0; }
 

@@ -88,7 +88,7 @@ signal_bits ignored_signals();
 signal_bits actions_before_exec();
 void actions_after_failed_exec();
 
-/// Around fork: no action is half written in the child.
+/// Around fork: no action, nor what is kept of threads, is half written in the child.
 void lock_actions();
 void unlock_actions();
 /// In the child: nothing waits that was sent to the parent.

@@ -179,7 +179,11 @@ void start_thread_blocks() {
   if (main_block) begin_thread(main_block);
 }
 
+void lock_thread_blocks() { list_lock.lock(); }
+void unlock_thread_blocks() { list_lock.unlock(); }
+
 void keep_own_thread_block() {
+  unlock_thread_blocks();
   thread_block* own = this_thread_block;
   for (thread_block* block = blocks; block; block = block->next) block->is_ending = block != own;
   main_block = own;

@@ -63,6 +63,10 @@ struct thread_block {
 
   ucontext_t context_copy;  ///< of a context on its way to the kernel, if its mask is not for the kernel
 
+  // What the thread begins with: its function, in a type of any kind, and that one's argument.
+  void (*start)();
+  void* start_argument;
+
   int thread_id;
   bool is_ending;  ///< the thread is among its last destructors, and the block is free when it is gone
   thread_block* next;
@@ -101,8 +105,8 @@ void begin_thread(thread_block* block);
 /// The runner's stack, as the kernel is told of it.
 stack_t runner_stack(const thread_block* block);
 
-/// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for it,
-/// if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
+/// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for
+/// it, if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
 void wake_thread_for(int sig);
 
 /// Whether there are threads beside this one, as far as we know.
@@ -127,5 +131,9 @@ template <class Body>
 /// Called once at start, before any thread is made; and in a copy of the process, which has this thread alone.
 void start_thread_blocks();
 void keep_own_thread_block();
+
+/// Around fork: the list of blocks is whole in the child, which unlocks it by keeping its own.
+void lock_thread_blocks();
+void unlock_thread_blocks();
 
 }  // namespace sve::runner
