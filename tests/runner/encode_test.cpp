@@ -1,0 +1,146 @@
+// The encoder of the runner's code beside binutils' disassembler: every form, with random operands.
+#include "sve/runner/arm64/encode.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "sve/runner/arm64/code_buffer.h"
+
+namespace {
+
+using namespace sve::arm64;
+
+const form all_forms[] = {
+#define SVE_ARM64_FORM(name, syntax, base, ...) name,
+#include "sve/runner/arm64/forms.inc"
+#undef SVE_ARM64_FORM
+};
+
+std::string hex(std::uint64_t value) {
+  std::ostringstream text;
+  text << std::hex << value;
+  return text.str();
+}
+
+// The assembler text of a form at an address. "0x%n" is a hexadecimal number, ".%n" what lies so far from the address.
+std::string text_of(const form& f, const std::int64_t (&operands)[4], std::uint64_t address) {
+  std::string text;
+  for (const char* c = f.syntax; *c; ++c) {
+    if (*c != '%') {
+      text += *c;
+      continue;
+    }
+    const std::int64_t value = operands[*++c - '0'];
+    if (text.ends_with("0x"))
+      text += hex(static_cast<std::uint64_t>(value));
+    else if (text.ends_with("."))
+      text.replace(text.size() - 1, 1, "0x" + hex(address + static_cast<std::uint64_t>(value)));
+    else
+      text += std::to_string(value);
+  }
+  return text;
+}
+
+struct sample {
+  word encoded;
+  std::string text;
+};
+
+std::vector<std::string> disassemble(const std::vector<sample>& samples) {
+  const std::string path = testing::TempDir() + "encode_test_words";
+  {
+    std::ofstream file(path, std::ios::binary);
+    for (const sample& s : samples) file.write(reinterpret_cast<const char*>(&s.encoded), 4);
+  }
+  std::vector<std::string> lines;
+  const std::string command = SVE_OBJDUMP " -D -b binary -m aarch64 --no-show-raw-insn " + path;
+  FILE* const pipe = popen(command.c_str(), "r");
+  char buffer[512];
+  while (pipe && std::fgets(buffer, sizeof buffer, pipe)) {
+    std::string line = buffer;
+    const auto colon = line.find(":\t");
+    if (colon == std::string::npos) continue;
+    line = line.substr(colon + 2, line.find_last_not_of(" \n") + 1 - colon - 2);
+    if (const auto tab = line.find('\t'); tab != std::string::npos) line[tab] = ' ';
+    if (const auto note = line.find("  //"); note != std::string::npos) line.resize(note);
+    lines.push_back(line);
+  }
+  if (pipe) pclose(pipe);
+  std::remove(path.c_str());
+  return lines;
+}
+
+TEST(Encode, EveryFormIsWhatTheDisassemblerSays) {
+  std::minstd_rand random(20261121);
+  std::vector<sample> samples;
+  for (const form& f : all_forms) {
+    for (int i = 0; i < 200; ++i) {
+      std::int64_t operands[4] = {};
+      word encoded = f.base;
+      for (int k = 0; k < 4; ++k) {
+        const field& at = f.fields[k];
+        if (at.width == 0) continue;
+        // Register 31 has other names, and an offset of 0 is not written.
+        const std::int64_t limit = std::int64_t{1} << at.width, is_register = at.width == 5 && !at.is_signed;
+        std::int64_t value = 1 + static_cast<std::int64_t>(random() % static_cast<unsigned>(limit - 1 - is_register));
+        if (at.is_signed) value = value < limit / 2 ? value : value - limit;
+        operands[k] = value * (std::int64_t{1} << at.scale);
+        ASSERT_TRUE(fits(at, operands[k]));
+        ASSERT_EQ(encoded & encode_field(at, -1 * (std::int64_t{1} << at.scale)), 0u) << f.syntax << ": fields overlap";
+        encoded |= encode_field(at, operands[k]);
+      }
+      // Registers that are read and written, and pairs that are loaded, must not be the same.
+      samples.push_back({encoded, text_of(f, operands, 4 * samples.size())});
+    }
+  }
+  const auto lines = disassemble(samples);
+  ASSERT_EQ(lines.size(), samples.size());
+  std::size_t compared = 0;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(lines[i], samples[i].text) << hex(samples[i].encoded);
+    compared += lines[i] == samples[i].text;
+  }
+  EXPECT_EQ(compared, std::size(all_forms) * 200);
+}
+
+TEST(Encode, OperandsThatDoNotFitAreSeen) {
+  EXPECT_TRUE(fits(b.fields[0], -(std::int64_t{1} << 27)));
+  EXPECT_FALSE(fits(b.fields[0], std::int64_t{1} << 27));
+  EXPECT_FALSE(fits(b.fields[0], 2));
+  EXPECT_FALSE(fits(str_x.fields[2], -8));
+  EXPECT_FALSE(fits(str_x.fields[2], 8 * 4096));
+  code_buffer<16> code(0x1000);
+  code.put(str_x, 0, 1, 8);
+  EXPECT_TRUE(code.is_good());
+  code.put(str_x, 0, 1, 4);
+  EXPECT_FALSE(code.is_good());
+  code.restart(0x1000);
+  for (int i = 0; i < 17; ++i) code.put(0);
+  EXPECT_FALSE(code.is_good());
+}
+
+TEST(Encode, LiteralsLieBehindTheCodeAndAreShared) {
+  code_buffer<16> code(0x1000);
+  code.load_x(3, 0x123456789abcdef0);
+  code.load_x(4, 7);
+  code.load_x(5, 0x123456789abcdef0);
+  code.branch(0x1000);
+  code.finish();
+  ASSERT_TRUE(code.is_good());
+  ASSERT_EQ(code.size(), 8u);
+  EXPECT_EQ(code.words()[0], 0x58000003u | 4u << 5);
+  EXPECT_EQ(code.words()[1], 0x58000004u | 5u << 5);
+  EXPECT_EQ(code.words()[2], 0x58000005u | 2u << 5);
+  EXPECT_EQ(code.words()[3], 0x17fffffdu);
+  EXPECT_EQ(code.words()[4], 0x9abcdef0u);
+  EXPECT_EQ(code.words()[5], 0x12345678u);
+  EXPECT_EQ(code.words()[6], 7u);
+}
+
+}  // namespace
