@@ -215,12 +215,10 @@ void check_memory(const routine_name& name, R (*routine)(A...), const low_memory
     }
 }
 
-#define CHECK(shape_and_op, type) CHECK_1(type, SVE_UNWRAP shape_and_op)
-#define CHECK_1(...) CHECK_2(__VA_ARGS__)
-#define CHECK_2(type, shape, op) \
+#define CHECK(shape, type, op) \
   SVE_CHECK(routine_name{#type SVE_COMMA #op}, static_cast<sve::routine::shape*>(Vec##type##op));
 #define SVE_COMMA ,
-#define SVE_ROUTINES(shape, op, ...) SVE_FOR_EACH_WITH(CHECK, (shape, op), __VA_ARGS__)
+#define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(CHECK, shape, types, __VA_ARGS__)
 
 TEST(EveryLength, FloatingPoint) {
 #define SVE_CHECK(...) check_floating_point(__VA_ARGS__)
