@@ -77,14 +77,15 @@ constexpr std::string_view set_flags[] = {"ands",    "bics",    "brkas",   "brkb
 constexpr std::string_view read_flags[] = {"ctermeq", "ctermne"};
 constexpr std::string_view read_ffr[] = {"rdffr", "rdffrs"};
 constexpr std::string_view write_ffr[] = {"setffr", "wrffr"};
-constexpr std::string_view raise_no_exception[] = {"fabs", "fneg", "fcpy", "fdup", "fexpa", "ftssel"};
+constexpr std::string_view raise_no_exception[] = {"fabs", "fneg", "fexpa", "ftssel"};
 constexpr std::string_view always_exact[] = {"scvtf_s2d_zpz", "ucvtf_s2d_zpz"};
 
 constexpr instruction_function describe(const listed& entry, family of) {
   const std::string_view name = std::string_view(entry.name).substr(4), mnemonic = name.substr(0, name.find('_'));
   instruction_function f{entry.name, static_cast<std::uint8_t>(mnemonic.size()), of, 0, 0, false, entry.body};
   describe_access(mnemonic, f);
-  f.floating_point = !f.memory_bytes && (mnemonic[0] == 'f' || mnemonic == "scvtf" || mnemonic == "ucvtf");
+  f.floating_point = of == family::fp_arithmetic || of == family::fp_compares || of == family::fp_conversions ||
+                     of == family::fp_reductions || of == family::fp_complex;
   if (mnemonic.starts_with("cmp") || one_of(mnemonic, set_flags)) f.writes |= flag_nzcv;
   if (one_of(mnemonic, read_flags)) f.reads |= flag_nzcv;
   if (f.speculative() || one_of(mnemonic, read_ffr)) f.reads |= flag_ffr;
