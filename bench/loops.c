@@ -102,12 +102,11 @@ LOOP(square_root) {
   return dc[n / 2];
 }
 LOOP(gather) {
-  int64_t sum = 0;
-  for (int i = 0; i < n; ++i) sum += la[ia[i] & (n - 1)];
-  return (double)sum;
+  for (int i = 0; i < n; ++i) fc[i] = fa[ia[i] & (n - 1)];
+  return fc[n / 2];
 }
-LOOP(copy_bytes) {
-  for (int i = 0; i < n; ++i) bb[i] = ba[i];
+LOOP(add_bytes) {
+  for (int i = 0; i < n; ++i) bb[i] = (uint8_t)(bb[i] + ba[i]);
   return bb[n / 2];
 }
 LOOP(logic) {
@@ -128,7 +127,7 @@ static const struct {
     NAMED(clamp),        NAMED(stencil),      NAMED(count_matches), NAMED(conditional_update),
     NAMED(maximum),      NAMED(widening_sum), NAMED(narrowing),     NAMED(complex_multiply),
     NAMED(to_float),     NAMED(to_integer),   NAMED(matrix),        NAMED(shifts),
-    NAMED(square_root),  NAMED(gather),       NAMED(copy_bytes),    NAMED(logic),
+    NAMED(square_root),  NAMED(gather),       NAMED(add_bytes),    NAMED(logic),
     NAMED(absolute_difference),
 };
 
