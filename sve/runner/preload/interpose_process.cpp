@@ -33,6 +33,8 @@ void find_real_functions() {
 #define SVE_FIND(name) real.name = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name));
   SVE_INTERPOSED(SVE_FIND)
 #undef SVE_FIND
+  real.sigaction = reinterpret_cast<decltype(real.sigaction)>(dlsym(RTLD_NEXT, "sigaction"));
+  real.sigaltstack = reinterpret_cast<decltype(real.sigaltstack)>(dlsym(RTLD_NEXT, "sigaltstack"));
   real.cxa_atexit = reinterpret_cast<decltype(real.cxa_atexit)>(dlsym(RTLD_NEXT, "__cxa_atexit"));
   real.strerrordesc_np = reinterpret_cast<decltype(real.strerrordesc_np)>(dlsym(RTLD_NEXT, "strerrordesc_np"));
 }
@@ -46,6 +48,7 @@ namespace {
 using namespace sve::runner;
 
 [[noreturn]] void end_process(int status) {
+  if (!is_active()) next<void(int)>("_exit")(status);
   report();
   for (;;) system_call(SYS_exit_group, status);
 }
@@ -309,6 +312,7 @@ FILE* popen(const char* command, const char* mode) {
 // A descriptor that is put in the place of stderr is the new stderr. What a program opens there after it has closed
 // descriptor 2 is a file of its own.
 int dup3(int from, int to, int flags) noexcept {
+  if (!is_active()) return next<int(int, int, int)>("dup3")(from, to, flags);
   const long result = system_call(SYS_dup3, from, to, flags);
   if (result == STDERR_FILENO) stderr_changed();
   return static_cast<int>(result < 0 ? sve_fail(result) : result);
@@ -323,6 +327,7 @@ int dup2(int from, int to) noexcept {
 
 // A fork that runs no fork handlers, so ours are called here.
 pid_t _Fork() noexcept {
+  if (!is_active()) return next<pid_t()>("_Fork")();
   before_fork();
   const long child = system_call(SYS_clone, SIGCHLD);
   if (child == 0) {

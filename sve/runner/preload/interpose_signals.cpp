@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "sve/runner/preload/interpose.h"
+#include "sve/runner/preload/process.h"
 #include "sve/runner/preload/signals.h"
 
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
@@ -24,11 +25,29 @@ int result(int error) {
   return -1;
 }
 
+// change_action, where the runner is active; otherwise what stands behind it has the actions.
+int change_shown_action(int sig, const program_action* action, program_action* old) {
+  if (is_active()) return change_action(sig, action, old);
+  struct sigaction wanted {
+  }, before{};
+  if (action) {
+    wanted.sa_handler = reinterpret_cast<simple_handler>(action->handler);
+    wanted.sa_flags = static_cast<int>(action->flags);
+    wanted.sa_mask = to_set(action->mask);
+  }
+  if (real.sigaction(sig, action ? &wanted : nullptr, &before) != 0) return errno;
+  if (old) {
+    *old = {reinterpret_cast<std::uintptr_t>(before.sa_handler), static_cast<unsigned>(before.sa_flags),
+            to_bits(before.sa_mask)};
+  }
+  return 0;
+}
+
 int change(int sig, simple_handler handler, unsigned long flags, signal_bits mask, simple_handler* old) {
   if (sig == 32 || sig == 33) return EINVAL;  // libc's own
   const program_action action{reinterpret_cast<std::uintptr_t>(handler), flags, mask};
   program_action before;
-  const int error = change_action(sig, &action, &before);
+  const int error = change_shown_action(sig, &action, &before);
   if (error == 0) *old = reinterpret_cast<simple_handler>(before.handler);
   return error;
 }
@@ -44,6 +63,7 @@ simple_handler change_or_error(int sig, simple_handler handler, unsigned long fl
 }
 
 int change_mask(int how, const sigset_t* set, sigset_t* old) {
+  if (!is_active()) return real.pthread_sigmask(how, set, old);
   const signal_bits before = blocked_signals();
   const signal_bits given = set ? to_bits(*set) : 0;
   const sigset_t mask = to_set(given & ~owned_signals);
@@ -161,7 +181,7 @@ int sigaction(int sig, const struct sigaction* action, struct sigaction* old) no
     wanted = {reinterpret_cast<std::uintptr_t>(action->sa_sigaction), static_cast<unsigned>(action->sa_flags),
               to_bits(action->sa_mask)};
   }
-  const int error = change_action(sig, action ? &wanted : nullptr, &before);
+  const int error = change_shown_action(sig, action ? &wanted : nullptr, &before);
   if (error == 0 && old) {
     old->sa_sigaction = reinterpret_cast<void (*)(int, siginfo_t*, void*)>(before.handler);
     old->sa_flags = static_cast<int>(before.flags);
@@ -191,7 +211,7 @@ simple_handler sigset(int sig, simple_handler handler) noexcept {
     if (change_one(SIG_BLOCK, sig, &was_blocked) != 0) return SIG_ERR;
     if (was_blocked) return SIG_HOLD;
     program_action current;
-    if (result(change_action(sig, nullptr, &current)) != 0) return SIG_ERR;
+    if (result(change_shown_action(sig, nullptr, &current)) != 0) return SIG_ERR;
     return reinterpret_cast<simple_handler>(current.handler);
   }
   const simple_handler old = change_or_error(sig, handler, 0, 0);
@@ -205,7 +225,7 @@ int sigrelse(int sig) noexcept { return change_one(SIG_UNBLOCK, sig); }
 
 int siginterrupt(int sig, int interrupt) noexcept {
   program_action action;
-  if (const int error = change_action(sig, nullptr, &action); error != 0) return result(error);
+  if (const int error = change_shown_action(sig, nullptr, &action); error != 0) return result(error);
   if (interrupt) {
     interrupting |= bit(sig);
     action.flags &= ~static_cast<unsigned long>(SA_RESTART);
@@ -214,7 +234,7 @@ int siginterrupt(int sig, int interrupt) noexcept {
     action.flags |= SA_RESTART;
   }
   program_action before;
-  return result(change_action(sig, &action, &before));
+  return result(change_shown_action(sig, &action, &before));
 }
 
 int pthread_sigmask(int how, const sigset_t* set, sigset_t* old) noexcept { return change_mask(how, set, old); }
@@ -231,6 +251,7 @@ int sigsetmask(int mask) noexcept {
 int siggetmask() noexcept { return sigblock(0); }
 
 int sigaltstack(const stack_t* stack, stack_t* old) noexcept {
+  if (!is_active()) return real.sigaltstack(stack, old);
   thread_block* block = need_thread_block();
   if (!block) return result(ENOMEM);
   return result(change_stack(block, stack, old, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))));

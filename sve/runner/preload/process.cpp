@@ -168,7 +168,12 @@ void serve_traps(char** environment) {
   begin_process();
   read_options();
   features = auxiliary_value(AT_HWCAP);
-  active = (*features & hwcap_sve) == 0;
+  // A new program has no handlers: who has one for SIGILL as early as this is another copy of this library, which
+  // serves the process alone.
+  kernel_action inherited;
+  kernel_sigaction(SIGILL, nullptr, &inherited);
+  const bool is_served = inherited.handler > reinterpret_cast<std::uintptr_t>(SIG_IGN);
+  active = (*features & hwcap_sve) == 0 && !is_served;
   if (!active) return;
   start_thread_blocks();
   start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},

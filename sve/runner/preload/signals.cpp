@@ -388,7 +388,7 @@ siginfo_t take_pending(signal_bits set) {
   return info.si_signo != 0 ? info : take_held_for_process(set);
 }
 
-WaitMask::WaitMask(const sigset_t* mask) : block_(need_thread_block()), given_(mask && block_) {
+WaitMask::WaitMask(const sigset_t* mask) : mask_(mask), block_(need_thread_block()), given_(mask && block_) {
   if (!given_) return;
   const signal_bits wanted = to_bits(*mask);
   kernel_mask_ = to_set(wanted & ~owned_signals);

@@ -70,11 +70,12 @@ class WaitMask {
   ~WaitMask();
   WaitMask(const WaitMask&) = delete;
   WaitMask& operator=(const WaitMask&) = delete;
-  const sigset_t* kernel_mask() const { return given_ ? &kernel_mask_ : nullptr; }
+  const sigset_t* kernel_mask() const { return given_ ? &kernel_mask_ : mask_; }
   /// Whether a handler of the program has run since.
   bool is_over() const;
 
  private:
+  const sigset_t* mask_;
   thread_block* block_;
   bool given_;
   sigset_t kernel_mask_;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/runner/preload/process.h"
 #include "sve/runner/sites/site.h"
 
 namespace sve::runner {
@@ -137,6 +138,7 @@ void begin_thread(thread_block* block) {
 
 thread_block* need_thread_block() {
   if (this_thread_block) return this_thread_block;
+  if (!is_active()) return nullptr;
   // At the very start the loader lays out the main thread's variables once more.
   if (main_block && main_block->thread_id == kernel_thread_id()) return this_thread_block = main_block;
   thread_block* block = make_thread_block();

@@ -90,8 +90,8 @@ void for_each_thread_block(void (*body)(thread_block* block, void* argument), vo
 /// This thread's block, or null. Initial-exec, so that a signal handler reads it without a call.
 extern thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec")));
 
-/// The block of this thread, made if need be; null when memory has run out. The kernel's mask loses the owned signals
-/// to the program's view.
+/// The block of this thread, made if need be; null when memory has run out, or where the runner is not active. The
+/// kernel's mask loses the owned signals to the program's view.
 thread_block* need_thread_block();
 
 /// A block for a thread to come, and its return if none comes. Memory of threads that have ended is reused or given
