@@ -1,6 +1,7 @@
 // A program that executes SVE instructions and then ends in the way that its first argument names; see report_test.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -37,6 +38,18 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (mode("abort")) std::abort();
+  if (mode("many-places")) {  // each is executed once
+    const std::size_t places = std::strtoul(operand, nullptr, 10), size = (8 * places + 4095) & ~std::size_t{4095};
+    auto* code =
+        static_cast<std::uint32_t*>(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    for (std::size_t i = 0; i < places; ++i) {
+      code[2 * i] = 0x0420e3e0;      // cntb x0
+      code[2 * i + 1] = 0xd65f03c0;  // ret
+    }
+    __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code) + size);
+    mprotect(code, size, PROT_READ | PROT_EXEC);
+    for (std::size_t i = 0; i < places; ++i) reinterpret_cast<void (*)()>(code + 2 * i)();
+  }
   if (mode("pause")) {
     std::puts("ready");
     std::fflush(stdout);

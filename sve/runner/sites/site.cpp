@@ -8,6 +8,7 @@
 
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
+#include "sve/runner/preload/report.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/code_memory.h"
 #include "sve/runner/sites/entry.h"
@@ -159,7 +160,10 @@ void count_partial(site* s, std::size_t done) {
   for (std::size_t i = 0; i < done; ++i) s->partial[i].fetch_add(1, std::memory_order_relaxed);
 }
 
-void count_without_site() { executions_without_site.fetch_add(1, std::memory_order_relaxed); }
+void count_without_site() {
+  if (executions_without_site.fetch_add(1, std::memory_order_relaxed) == 0)
+    print_line("no memory for more counts; from here on new places count in the total alone");
+}
 
 std::uint64_t count_executions() {
   std::uint64_t total = executions_without_site;
