@@ -101,16 +101,25 @@ class SignalsBlocked {
   signal_bits before_;
 };
 
-/// A lock for a few instructions. Its holder has all signals blocked or is a signal handler of ours.
+/// A lock for a short while. Its holder has all signals blocked or is a signal handler of ours. Who waits sleeps: many
+/// threads that meet fresh code at once would take the processor from the holder otherwise.
 class SpinLock {
  public:
   void lock() {
-    while (__atomic_test_and_set(&taken_, __ATOMIC_ACQUIRE)) system_call(SYS_sched_yield);
+    int free = 0;
+    if (__atomic_compare_exchange_n(&state_, &free, taken, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) return;
+    while (__atomic_exchange_n(&state_, waited_for, __ATOMIC_ACQUIRE) != 0)
+      system_call(SYS_futex, address(&state_), futex_wait, waited_for);
   }
-  void unlock() { __atomic_clear(&taken_, __ATOMIC_RELEASE); }
+  void unlock() {
+    if (__atomic_exchange_n(&state_, 0, __ATOMIC_RELEASE) == waited_for)
+      system_call(SYS_futex, address(&state_), futex_wake, 1);
+  }
 
  private:
-  bool taken_ = false;
+  static constexpr int taken = 1, waited_for = 2;
+  static constexpr int futex_wait = 128, futex_wake = 129;  // FUTEX_WAIT_PRIVATE, FUTEX_WAKE_PRIVATE
+  int state_ = 0;
 };
 
 }  // namespace sve::runner

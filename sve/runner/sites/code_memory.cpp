@@ -48,24 +48,36 @@ long view_of_file(long memory, std::uintptr_t place) {
   return view;
 }
 
+// Takes the nearest gap. The program's other threads map memory meanwhile, and the kernel likes to put it into the same
+// gap, so it is looked for again if it is taken.
+long take_gap(std::uintptr_t near) {
+  for (int tries = 0; tries < 16; ++tries) {
+    const auto place = static_cast<long>(find_gap(near, region_size, branch_reach));
+    if (place == 0) return -1;
+    const long gap = system_call(SYS_mmap, place, region_size, PROT_NONE,
+                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
+    if (gap == place) return gap;
+    if (!failed(gap)) system_call(SYS_munmap, gap, region_size);
+  }
+  return -1;
+}
+
 // Both views of the same memory, or nothing.
 bool make_region(std::uintptr_t near, region& r) {
-  const std::uintptr_t place = find_gap(near, region_size, branch_reach);
-  if (place == 0) return false;
+  // First the one that lies anywhere, so that it does not take the other's gap.
   const long writable =
       system_call(SYS_mmap, 0, region_size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (failed(writable)) return false;
-  // Takes the gap, which cannot be another mapping's then.
-  const long gap = system_call(SYS_mmap, static_cast<long>(place), region_size, PROT_NONE,
-                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
-  if (gap == static_cast<long>(place)) {
+  const long gap = take_gap(near);
+  if (!failed(gap)) {
+    const auto place = static_cast<std::uintptr_t>(gap);
     const bool seen_twice = !failed(view_again(writable, place)) || !failed(view_of_file(writable, place));
     if (seen_twice && system_call(SYS_mprotect, gap, region_size, PROT_READ | PROT_EXEC) == 0) {
       r = {place, static_cast<std::uintptr_t>(writable), 0};
       return true;
     }
+    system_call(SYS_munmap, gap, region_size);
   }
-  if (!failed(gap)) system_call(SYS_munmap, gap, region_size);
   system_call(SYS_munmap, writable, region_size);
   return false;
 }
