@@ -1,5 +1,4 @@
-// Element-wise floating-point arithmetic, estimates and accelerators in
-// software.
+// Element-wise floating-point arithmetic, estimates and accelerators in software.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;
@@ -7,43 +6,21 @@ using namespace sve::veclib;
 
 namespace {
 
-constexpr on_lanes sum([](auto a, auto b, auto &s) { return FPAdd(a, b, s); });
-constexpr on_lanes subtract([](auto a, auto b, auto &s) {
-  return FPSub(a, b, s);
-});
-constexpr on_lanes subtract_reversed([](auto a, auto b, auto &s) {
-  return FPSub(b, a, s);
-});
-constexpr on_lanes product([](auto a, auto b, auto &s) {
-  return FPMul(a, b, s);
-});
-constexpr on_lanes multiply_extended([](auto a, auto b, auto &s) {
-  return FPMulX(a, b, s);
-});
-constexpr on_processor quotient([](auto a, auto b, auto &s) {
-  return FPDiv(a, b, s);
-});
-constexpr on_processor quotient_reversed([](auto a, auto b, auto &s) {
-  return FPDiv(b, a, s);
-});
-constexpr on_processor maximum([](auto a, auto b, auto &s) {
-  return FPMax(a, b, s);
-});
-constexpr on_processor minimum([](auto a, auto b, auto &s) {
-  return FPMin(a, b, s);
-});
-constexpr on_processor maximum_number([](auto a, auto b, auto &s) {
-  return FPMaxNum(a, b, s);
-});
-constexpr on_processor minimum_number([](auto a, auto b, auto &s) {
-  return FPMinNum(a, b, s);
-});
-constexpr on_lanes absolute_difference([](auto a, auto b, auto &s) {
-  return magnitude_of(FPSub(a, b, s));
-});
-constexpr on_processor root([](auto a, auto &s) { return FPSqrt(a, s); });
+constexpr on_lanes sum([](auto a, auto b, auto& s) { return FPAdd(a, b, s); });
+constexpr on_lanes subtract([](auto a, auto b, auto& s) { return FPSub(a, b, s); });
+constexpr on_lanes subtract_reversed([](auto a, auto b, auto& s) { return FPSub(b, a, s); });
+constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); });
+constexpr on_lanes multiply_extended([](auto a, auto b, auto& s) { return FPMulX(a, b, s); });
+constexpr on_processor quotient([](auto a, auto b, auto& s) { return FPDiv(a, b, s); });
+constexpr on_processor quotient_reversed([](auto a, auto b, auto& s) { return FPDiv(b, a, s); });
+constexpr on_processor maximum([](auto a, auto b, auto& s) { return FPMax(a, b, s); });
+constexpr on_processor minimum([](auto a, auto b, auto& s) { return FPMin(a, b, s); });
+constexpr on_processor maximum_number([](auto a, auto b, auto& s) { return FPMaxNum(a, b, s); });
+constexpr on_processor minimum_number([](auto a, auto b, auto& s) { return FPMinNum(a, b, s); });
+constexpr on_lanes absolute_difference([](auto a, auto b, auto& s) { return magnitude_of(FPSub(a, b, s)); });
+constexpr on_processor root([](auto a, auto& s) { return FPSqrt(a, s); });
 
-constexpr auto scale = [](auto a, auto b, FPSCR &s) {
+constexpr auto scale = [](auto a, auto b, FPSCR& s) {
   if constexpr (sizeof(a) == 2)
     return FPScale16(a, static_cast<short>(b), s);
   else if constexpr (sizeof(a) == 4)
@@ -52,62 +29,32 @@ constexpr auto scale = [](auto a, auto b, FPSCR &s) {
     return FPScale64(a, static_cast<long>(b), s);
 };
 
-// Fused forms. A negated operand is negated before the call, also when it is a
-// NaN, whose sign the result then carries. In the first four a is the
-// accumulator, in the other four a is the multiplicand and c the addend.
-constexpr on_lanes fma([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(a, b, c, s);
-});
-constexpr on_lanes fms([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(a, FPNeg(b), c, s);
-});
-constexpr on_lanes fnma([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(FPNeg(a), FPNeg(b), c, s);
-});
-constexpr on_lanes fnms([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(FPNeg(a), b, c, s);
-});
-constexpr on_lanes fmadd([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(c, a, b, s);
-});
-constexpr on_lanes fmsub([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(c, FPNeg(a), b, s);
-});
-constexpr on_lanes fnmadd([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(FPNeg(c), FPNeg(a), b, s);
-});
-constexpr on_lanes fnmsub([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(FPNeg(c), a, b, s);
-});
+// Fused forms. A negated operand is negated before the call, also when it is a NaN, whose sign the result then carries.
+// In the first four a is the accumulator, in the other four a is the multiplicand and c the addend.
+constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, b, c, s); });
+constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, FPNeg(b), c, s); });
+constexpr on_lanes fnma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(a), FPNeg(b), c, s); });
+constexpr on_lanes fnms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(a), b, c, s); });
+constexpr on_lanes fmadd([](auto a, auto b, auto c, auto& s) { return FPMulAdd(c, a, b, s); });
+constexpr on_lanes fmsub([](auto a, auto b, auto c, auto& s) { return FPMulAdd(c, FPNeg(a), b, s); });
+constexpr on_lanes fnmadd([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(c), FPNeg(a), b, s); });
+constexpr on_lanes fnmsub([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(c), a, b, s); });
 
-constexpr on_processor reciprocal_estimate([](auto a, auto &s) {
-  return FPRecipEstimate(a, s);
-});
-constexpr on_processor root_estimate([](auto a, auto &s) {
-  return FPRSqrtEstimate(a, s);
-});
-constexpr on_lanes reciprocal_step([](auto a, auto b, auto &s) {
-  return FPRecipStepFused(a, b, s);
-});
-constexpr on_lanes root_step([](auto a, auto b, auto &s) {
-  return FPRSqrtStepFused(a, b, s);
-});
-constexpr on_lanes reciprocal_exponent([](auto a, auto &s) {
-  return FPRecpX(a, s);
-});
-constexpr on_lanes trigonometric_square([](auto a, auto b, auto &s) {
-  return FPTRISMUL(a, b, s);
-});
+constexpr on_processor reciprocal_estimate([](auto a, auto& s) { return FPRecipEstimate(a, s); });
+constexpr on_processor root_estimate([](auto a, auto& s) { return FPRSqrtEstimate(a, s); });
+constexpr on_lanes reciprocal_step([](auto a, auto b, auto& s) { return FPRecipStepFused(a, b, s); });
+constexpr on_lanes root_step([](auto a, auto b, auto& s) { return FPRSqrtStepFused(a, b, s); });
+constexpr on_lanes reciprocal_exponent([](auto a, auto& s) { return FPRecpX(a, s); });
+constexpr on_lanes trigonometric_square([](auto a, auto b, auto& s) { return FPTRISMUL(a, b, s); });
 
 // The constants of the one-bit immediates, by what the bit selects.
 struct constant_pair {
   float clear, set;
 };
-constexpr constant_pair half_or_one{0.5f, 1.0f}, half_or_two{0.5f, 2.0f},
-    zero_or_one{0.0f, 1.0f};
+constexpr constant_pair half_or_one{0.5f, 1.0f}, half_or_two{0.5f, 2.0f}, zero_or_one{0.0f, 1.0f};
 
 template <class T>
-T constant(constant_pair pair, std::uint64_t bit, CpuContext *ctx) {
+T constant(constant_pair pair, std::uint64_t bit, CpuContext* ctx) {
   const float value = bit ? pair.set : pair.clear;
   const std::uint32_t single = std::bit_cast<std::uint32_t>(value);
   if constexpr (sizeof(T) == 8) {
@@ -115,89 +62,60 @@ T constant(constant_pair pair, std::uint64_t bit, CpuContext *ctx) {
   } else if constexpr (sizeof(T) == 4) {
     return single;
   } else {
-    // Converted under the IEEE half format for each element; exact, so that
-    // only the fold itself can be seen, and that happens whether or not an
-    // element is active.
+    // Converted under the IEEE half format for each element; exact, so that only the fold itself can be seen, and that
+    // happens whether or not an element is active.
     FPSCR working = without_half_controls(ctx->fpcr);
-    const T half = FPConvert<unsigned int, unsigned short>(
-        single, FPRounding_Zero, working);
-    if (count<T>(ctx) != 0)
-      fold(ctx, working);
+    const T half = FPConvert<unsigned int, unsigned short>(single, FPRounding_Zero, working);
+    if (count<T>(ctx) != 0) fold(ctx, working);
     return half;
   }
 }
 
 template <class T, class Op>
-VectorV with_constant(const VectorV &a, const PredV &p, constant_pair pair,
-                      std::uint64_t bit, CpuContext *ctx, Op op) {
+VectorV with_constant(const VectorV& a, const PredV& p, constant_pair pair, std::uint64_t bit, CpuContext* ctx, Op op) {
   const T value = constant<T>(pair, bit, ctx);
-  return fp_unary<T>(a, p, a, ctx, marked_as<Op>([op, value](auto x, auto &s) {
-                       return op(x, decltype(x)(value), s);
-                     }));
+  return fp_unary<T>(a, p, a, ctx,
+                     marked_as<Op>([op, value](auto x, auto& s) { return op(x, decltype(x)(value), s); }));
 }
 
 template <class T>
-VectorV trigonometric_multiply_add(const VectorV &a, const VectorV &b,
-                                   std::uint64_t index, CpuContext *ctx) {
-  return fp_mapped<T>(ctx, on_lanes([index](auto x, auto y, auto &s) {
-                        return FPTRIMADD(index, x, y, s);
-                      }),
-                      a, b);
+VectorV trigonometric_multiply_add(const VectorV& a, const VectorV& b, std::uint64_t index, CpuContext* ctx) {
+  return fp_mapped<T>(ctx, on_lanes([index](auto x, auto y, auto& s) { return FPTRIMADD(index, x, y, s); }), a, b);
 }
 
-} // namespace
+}  // namespace
 
 #define FP_TYPES F16, F32, D64
 
 SVE_DEFINE_VVM(AddVVM, fp_merging<T>(a, p, b, ctx, sum), FP_TYPES)
 SVE_DEFINE_VVM(SubVVM, fp_merging<T>(a, p, b, ctx, subtract), FP_TYPES)
-SVE_DEFINE_VVM(SubRVVM, fp_merging<T>(a, p, b, ctx, subtract_reversed),
-               FP_TYPES)
+SVE_DEFINE_VVM(SubRVVM, fp_merging<T>(a, p, b, ctx, subtract_reversed), FP_TYPES)
 SVE_DEFINE_VVM(MulVVM, fp_merging<T>(a, p, b, ctx, product), FP_TYPES)
-SVE_DEFINE_VVM(MulXVVM, fp_merging<T>(a, p, b, ctx, multiply_extended),
-               FP_TYPES)
+SVE_DEFINE_VVM(MulXVVM, fp_merging<T>(a, p, b, ctx, multiply_extended), FP_TYPES)
 SVE_DEFINE_VVM(DivVVM, fp_merging<T>(a, p, b, ctx, quotient), FP_TYPES)
-SVE_DEFINE_VVM(DivRVVM, fp_merging<T>(a, p, b, ctx, quotient_reversed),
-               FP_TYPES)
+SVE_DEFINE_VVM(DivRVVM, fp_merging<T>(a, p, b, ctx, quotient_reversed), FP_TYPES)
 SVE_DEFINE_VVM(MaxVVM, fp_merging<T>(a, p, b, ctx, maximum), FP_TYPES)
 SVE_DEFINE_VVM(MinVVM, fp_merging<T>(a, p, b, ctx, minimum), FP_TYPES)
 SVE_DEFINE_VVM(MaxNumVVM, fp_merging<T>(a, p, b, ctx, maximum_number), FP_TYPES)
 SVE_DEFINE_VVM(MinNumVVM, fp_merging<T>(a, p, b, ctx, minimum_number), FP_TYPES)
-SVE_DEFINE_VVM(AbdVVM, fp_merging<T>(a, p, b, ctx, absolute_difference),
-               FP_TYPES)
+SVE_DEFINE_VVM(AbdVVM, fp_merging<T>(a, p, b, ctx, absolute_difference), FP_TYPES)
 SVE_DEFINE_VVM(ScaleVVM, fp_merging<T>(a, p, b, ctx, scale), FP_TYPES)
 SVE_DEFINE_VV(AddVVX, fp_mapped<T>(ctx, sum, a, b), FP_TYPES)
 SVE_DEFINE_VV(SubVVX, fp_mapped<T>(ctx, subtract, a, b), FP_TYPES)
 SVE_DEFINE_VV(MulVVX, fp_mapped<T>(ctx, product, a, b), FP_TYPES)
 
-SVE_DEFINE_VIM(AddVIM, with_constant<T>(a, p, half_or_one, imm, ctx, sum),
-               FP_TYPES)
-SVE_DEFINE_VIM(SubVIM, with_constant<T>(a, p, half_or_one, imm, ctx, subtract),
-               FP_TYPES)
-SVE_DEFINE_VIM(SubRVIM,
-               with_constant<T>(a, p, half_or_one, imm, ctx, subtract_reversed),
-               FP_TYPES)
-SVE_DEFINE_VIM(MulVIM, with_constant<T>(a, p, half_or_two, imm, ctx, product),
-               FP_TYPES)
-SVE_DEFINE_VIM(MaxVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, maximum),
-               FP_TYPES)
-SVE_DEFINE_VIM(MinVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, minimum),
-               FP_TYPES)
-SVE_DEFINE_VIM(MaxNumVIM,
-               with_constant<T>(a, p, zero_or_one, imm, ctx, maximum_number),
-               FP_TYPES)
-SVE_DEFINE_VIM(MinNumVIM,
-               with_constant<T>(a, p, zero_or_one, imm, ctx, minimum_number),
-               FP_TYPES)
+SVE_DEFINE_VIM(AddVIM, with_constant<T>(a, p, half_or_one, imm, ctx, sum), FP_TYPES)
+SVE_DEFINE_VIM(SubVIM, with_constant<T>(a, p, half_or_one, imm, ctx, subtract), FP_TYPES)
+SVE_DEFINE_VIM(SubRVIM, with_constant<T>(a, p, half_or_one, imm, ctx, subtract_reversed), FP_TYPES)
+SVE_DEFINE_VIM(MulVIM, with_constant<T>(a, p, half_or_two, imm, ctx, product), FP_TYPES)
+SVE_DEFINE_VIM(MaxVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, maximum), FP_TYPES)
+SVE_DEFINE_VIM(MinVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, minimum), FP_TYPES)
+SVE_DEFINE_VIM(MaxNumVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, maximum_number), FP_TYPES)
+SVE_DEFINE_VIM(MinNumVIM, with_constant<T>(a, p, zero_or_one, imm, ctx, minimum_number), FP_TYPES)
 
 // Sign operations touch no status.
-SVE_DEFINE_VVM(AbsVM,
-               merging_unary<T>(a, p, b, ctx,
-                                [](T x) { return magnitude_of(x); }),
-               FP_TYPES)
-SVE_DEFINE_VVM(NegVM,
-               merging_unary<T>(a, p, b, ctx, [](T x) { return FPNeg(x); }),
-               FP_TYPES)
+SVE_DEFINE_VVM(AbsVM, merging_unary<T>(a, p, b, ctx, [](T x) { return magnitude_of(x); }), FP_TYPES)
+SVE_DEFINE_VVM(NegVM, merging_unary<T>(a, p, b, ctx, [](T x) { return FPNeg(x); }), FP_TYPES)
 SVE_DEFINE_VVM(SqrtVM, fp_unary<T>(a, p, b, ctx, root), FP_TYPES)
 
 SVE_DEFINE_VVVM(FMAVVVM, fp_ternary<T>(a, p, b, c, ctx, fma), FP_TYPES)
@@ -213,12 +131,9 @@ SVE_DEFINE_V(RecpEV, fp_mapped<T>(ctx, reciprocal_estimate, a), FP_TYPES)
 SVE_DEFINE_V(RSqrtEV, fp_mapped<T>(ctx, root_estimate, a), FP_TYPES)
 SVE_DEFINE_VV(RecpSVV, fp_mapped<T>(ctx, reciprocal_step, a, b), FP_TYPES)
 SVE_DEFINE_VV(RSqrtSVV, fp_mapped<T>(ctx, root_step, a, b), FP_TYPES)
-SVE_DEFINE_VVM(RecpXVM, fp_unary<T>(a, p, b, ctx, reciprocal_exponent),
-               FP_TYPES)
-SVE_DEFINE_VVI(TRIMADDVVI, trigonometric_multiply_add<T>(a, b, imm, ctx),
-               FP_TYPES)
-SVE_DEFINE_VV(TRISMULVV, fp_mapped<T>(ctx, trigonometric_square, a, b),
-              FP_TYPES)
+SVE_DEFINE_VVM(RecpXVM, fp_unary<T>(a, p, b, ctx, reciprocal_exponent), FP_TYPES)
+SVE_DEFINE_VVI(TRIMADDVVI, trigonometric_multiply_add<T>(a, b, imm, ctx), FP_TYPES)
+SVE_DEFINE_VV(TRISMULVV, fp_mapped<T>(ctx, trigonometric_square, a, b), FP_TYPES)
 SVE_DEFINE_VV(TRISSELVV,
               mapped<T>(
                   ctx, [](T x, T y) { return FPTRISSEL(x, y); }, a, b),

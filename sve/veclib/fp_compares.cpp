@@ -8,18 +8,16 @@ namespace {
 
 // The first bit of each active element that compares true.
 template <class T, class Test, class... Sources>
-PredV compare(const PredV &p, CpuContext *ctx, Test test,
-              const Sources &...src) {
+PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
   working_status status(ctx);
   const std::size_t n = count<T>(ctx);
   if constexpr (processor::exists) {
     if (processor::computes<T>()) {
       PredV result;
       const ActiveBits active = active_bits(p, n * sizeof(T));
-      const FPSCR raised = processor::compare_pieces<T>(
-          ctx->fpcr, result.words, active, n * sizeof(T), test, src.bytes...);
-      if (processor::any_active<T>(active))
-        status() |= raised;
+      const FPSCR raised =
+          processor::compare_pieces<T>(ctx->fpcr, result.words, active, n * sizeof(T), test, src.bytes...);
+      if (processor::any_active<T>(active)) status() |= raised;
       return result;
     }
   }
@@ -27,68 +25,34 @@ PredV compare(const PredV &p, CpuContext *ctx, Test test,
   PendingElements<T> pending;
   const LaneOutcome outcome = compare_on_lanes<T>(
       truth, active_bits(p, n * sizeof(T)), n, pending,
-      [test](LaneStatus<T> &lanes, auto... x) { return test(x..., lanes); },
-      src.bytes...);
-  if (outcome.active)
-    status();
+      [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src.bytes...);
+  if (outcome.active) status();
   if (outcome.pending) [[unlikely]]
     for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e])
-        store<T>(truth, e, test(load<T>(src.bytes, e)..., status()) ? 1 : 0);
+      if (pending.words[e]) store<T>(truth, e, test(load<T>(src.bytes, e)..., status()) ? 1 : 0);
   return packed(truth, ctx);
 }
 
-constexpr auto eq = [](auto a, auto b, auto &s) {
-  return FPCompareEQ(a, b, s);
-};
-constexpr auto ne = [](auto a, auto b, auto &s) {
-  return !FPCompareEQ(a, b, s);
-};
-constexpr auto ge = [](auto a, auto b, auto &s) {
-  return FPCompareGE(a, b, s);
-};
-constexpr auto gt = [](auto a, auto b, auto &s) {
-  return FPCompareGT(a, b, s);
-};
-constexpr auto un = [](auto a, auto b, auto &s) {
-  return FPCompareUN(a, b, s);
-};
-constexpr auto acge = [](auto a, auto b, auto &s) {
-  return FPCompareGE(magnitude_of(a), magnitude_of(b), s);
-};
-constexpr auto acgt = [](auto a, auto b, auto &s) {
-  return FPCompareGT(magnitude_of(a), magnitude_of(b), s);
-};
+constexpr auto eq = [](auto a, auto b, auto& s) { return FPCompareEQ(a, b, s); };
+constexpr auto ne = [](auto a, auto b, auto& s) { return !FPCompareEQ(a, b, s); };
+constexpr auto ge = [](auto a, auto b, auto& s) { return FPCompareGE(a, b, s); };
+constexpr auto gt = [](auto a, auto b, auto& s) { return FPCompareGT(a, b, s); };
+constexpr auto un = [](auto a, auto b, auto& s) { return FPCompareUN(a, b, s); };
+constexpr auto acge = [](auto a, auto b, auto& s) { return FPCompareGE(magnitude_of(a), magnitude_of(b), s); };
+constexpr auto acgt = [](auto a, auto b, auto& s) { return FPCompareGT(magnitude_of(a), magnitude_of(b), s); };
 
 // Against zero.
-constexpr auto eq0 = [](auto a, auto &s) {
-  return FPCompareEQ(a, decltype(a)(0), s);
-};
-constexpr auto ne0 = [](auto a, auto &s) {
-  return !FPCompareEQ(a, decltype(a)(0), s);
-};
-constexpr auto ge0 = [](auto a, auto &s) {
-  return FPCompareGE(a, decltype(a)(0), s);
-};
-constexpr auto gt0 = [](auto a, auto &s) {
-  return FPCompareGT(a, decltype(a)(0), s);
-};
-constexpr auto le0 = [](auto a, auto &s) {
-  return FPCompareGE(decltype(a)(0), a, s);
-};
-constexpr auto lt0 = [](auto a, auto &s) {
-  return FPCompareGT(decltype(a)(0), a, s);
-};
-// The 32-bit and 64-bit forms that no row reaches negate the opposite compare,
-// so that a NaN compares true; kept so.
-constexpr auto le0_unreached = [](auto a, auto &s) {
-  return !FPCompareGT(a, decltype(a)(0), s);
-};
-constexpr auto lt0_unreached = [](auto a, auto &s) {
-  return !FPCompareGE(a, decltype(a)(0), s);
-};
+constexpr auto eq0 = [](auto a, auto& s) { return FPCompareEQ(a, decltype(a)(0), s); };
+constexpr auto ne0 = [](auto a, auto& s) { return !FPCompareEQ(a, decltype(a)(0), s); };
+constexpr auto ge0 = [](auto a, auto& s) { return FPCompareGE(a, decltype(a)(0), s); };
+constexpr auto gt0 = [](auto a, auto& s) { return FPCompareGT(a, decltype(a)(0), s); };
+constexpr auto le0 = [](auto a, auto& s) { return FPCompareGE(decltype(a)(0), a, s); };
+constexpr auto lt0 = [](auto a, auto& s) { return FPCompareGT(decltype(a)(0), a, s); };
+// The 32-bit and 64-bit forms that no row reaches negate the opposite compare, so that a NaN compares true; kept so.
+constexpr auto le0_unreached = [](auto a, auto& s) { return !FPCompareGT(a, decltype(a)(0), s); };
+constexpr auto lt0_unreached = [](auto a, auto& s) { return !FPCompareGE(a, decltype(a)(0), s); };
 
-} // namespace
+}  // namespace
 
 #define FP_TYPES F16, F32, D64
 

@@ -1,5 +1,5 @@
-// Rounding to integral values, and conversions between formats and integers. An
-// element lives in the wider of the two widths, at the low end of that slot.
+// Rounding to integral values, and conversions between formats and integers. An element lives in the wider of the two
+// widths, at the low end of that slot.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;
@@ -10,114 +10,90 @@ namespace {
 // ---- Rounding to integral ----
 
 template <class T>
-VectorV rounded(const VectorV &old, const PredV &p, const VectorV &a,
-                CpuContext *ctx, FPRounding rounding) {
-  return fp_unary<T>(old, p, a, ctx, on_processor([rounding](auto x, auto &s) {
-                       return FPRoundInt(x, rounding, false, s);
-                     }));
+VectorV rounded(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, FPRounding rounding) {
+  return fp_unary<T>(old, p, a, ctx,
+                     on_processor([rounding](auto x, auto& s) { return FPRoundInt(x, rounding, false, s); }));
 }
 
 // By the rounding of `fpcr`.
-template <class T> T round_by_control(T x, FPSCR &s) {
+template <class T>
+T round_by_control(T x, FPSCR& s) {
   return FPRoundInt(x, rounding_of(s), false, s);
 }
-template <class T> T round_exactly(T x, FPSCR &s) {
+template <class T>
+T round_exactly(T x, FPSCR& s) {
   return FPRoundInt(x, rounding_of(s), true, s);
 }
-constexpr on_processor by_control([](auto x, auto &s) {
-  return round_by_control(x, s);
-});
-constexpr on_processor exactly([](auto x, auto &s) {
-  return round_exactly(x, s);
-});
+constexpr on_processor by_control([](auto x, auto& s) { return round_by_control(x, s); });
+constexpr on_processor exactly([](auto x, auto& s) { return round_exactly(x, s); });
 
-// ---- Conversions: the low part of each slot, by the sizes of the source and
-// of the result ----
+// ---- Conversions: the low part of each slot, by the sizes of the source and of the result ----
 
-template <class From, class To, class Slot> Slot convert(Slot x, FPSCR &s) {
+template <class From, class To, class Slot>
+Slot convert(Slot x, FPSCR& s) {
   return FPConvert<From, To>(static_cast<From>(x), rounding_of(s), s);
 }
 
 // From an integer type, extended to 64 bits by its signedness.
 template <class Integer, class To, class Slot>
-Slot from_integer(Slot x, FPSCR &s) {
-  const auto value =
-      static_cast<unsigned long>(static_cast<long>(static_cast<Integer>(x)));
-  return fplibFixedToFP<To>(value, 0, std::is_unsigned_v<Integer>,
-                            rounding_of(s), s);
+Slot from_integer(Slot x, FPSCR& s) {
+  const auto value = static_cast<unsigned long>(static_cast<long>(static_cast<Integer>(x)));
+  return fplibFixedToFP<To>(value, 0, std::is_unsigned_v<Integer>, rounding_of(s), s);
 }
 
-// To an integer type, towards zero; the result fills its slot by its
-// signedness.
+// To an integer type, towards zero; the result fills its slot by its signedness.
 template <class From, class Integer, class Slot>
-Slot to_integer(Slot x, FPSCR &s) {
-  const auto result = fplibFPToFixed<From, unsigned_of<Integer>>(
-      static_cast<From>(x), 0, std::is_unsigned_v<Integer>, FPRounding_Zero, s);
+Slot to_integer(Slot x, FPSCR& s) {
+  const auto result = fplibFPToFixed<From, unsigned_of<Integer>>(static_cast<From>(x), 0, std::is_unsigned_v<Integer>,
+                                                                 FPRounding_Zero, s);
   return static_cast<Slot>(static_cast<Integer>(result));
 }
 
 // The processor's, of the same names, are found by the type of their operand.
 
-// Between formats: always the IEEE half format, and half values are never
-// flushed, whatever `fpcr` says.
+// Between formats: always the IEEE half format, and half values are never flushed, whatever `fpcr` says.
 template <class Slot, class From, class To>
-VectorV converted(const VectorV &old, const PredV &p, const VectorV &a,
-                  CpuContext *ctx) {
-  return fp_merging<Slot>(
-      old, p, ctx, without_half_controls(ctx->fpcr),
-      on_processor([](auto x, auto &s) { return convert<From, To>(x, s); }), a);
+VectorV converted(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+  return fp_merging<Slot>(old, p, ctx, without_half_controls(ctx->fpcr),
+                          on_processor([](auto x, auto& s) { return convert<From, To>(x, s); }), a);
 }
 
-// Whether the processor has the conversions between the half format and
-// integers, which not all have.
+// Whether the processor has the conversions between the half format and integers, which not all have.
 template <class Value, class Slot, class Op, class Marked>
-VectorV converted_where(const VectorV &old, const PredV &p, const VectorV &a,
-                        CpuContext *ctx, Op op, Marked marked) {
-  if (processor::computes<Value>())
-    return fp_unary<Slot>(old, p, a, ctx, marked);
+VectorV converted_where(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, Op op, Marked marked) {
+  if (processor::computes<Value>()) return fp_unary<Slot>(old, p, a, ctx, marked);
   return fp_unary<Slot>(old, p, a, ctx, op);
 }
 
 template <class Slot, class Integer, class To>
-VectorV converted_from(const VectorV &old, const PredV &p, const VectorV &a,
-                       CpuContext *ctx) {
-  const auto op = [](auto x, auto &s) {
-    return from_integer<Integer, To>(x, s);
-  };
-  return converted_where<To, Slot>(old, p, a, ctx, op,
-                                   on_processor<decltype(op), true>(op));
+VectorV converted_from(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+  const auto op = [](auto x, auto& s) { return from_integer<Integer, To>(x, s); };
+  return converted_where<To, Slot>(old, p, a, ctx, op, on_processor<decltype(op), true>(op));
 }
 
 template <class Slot, class From, class Integer>
-VectorV converted_to(const VectorV &old, const PredV &p, const VectorV &a,
-                     CpuContext *ctx) {
-  const auto op = [](auto x, auto &s) {
-    return to_integer<From, Integer>(x, s);
-  };
-  return converted_where<From, unsigned_of<Slot>>(old, p, a, ctx, op,
-                                                  on_processor(op));
+VectorV converted_to(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+  const auto op = [](auto x, auto& s) { return to_integer<From, Integer>(x, s); };
+  return converted_where<From, unsigned_of<Slot>>(old, p, a, ctx, op, on_processor(op));
 }
 
 using half = unsigned short;
 using single = unsigned int;
 using double_ = unsigned long;
 
-} // namespace
+}  // namespace
 
 #define FP_TYPES F16, F32, D64
 
-SVE_DEFINE_VVM(FRIntNVM, rounded<T>(a, p, b, ctx, FPRounding_TiesEven),
-               FP_TYPES)
+SVE_DEFINE_VVM(FRIntNVM, rounded<T>(a, p, b, ctx, FPRounding_TiesEven), FP_TYPES)
 SVE_DEFINE_VVM(FRIntPVM, rounded<T>(a, p, b, ctx, FPRounding_PosInf), FP_TYPES)
 SVE_DEFINE_VVM(FRIntMVM, rounded<T>(a, p, b, ctx, FPRounding_NegInf), FP_TYPES)
 SVE_DEFINE_VVM(FRIntZVM, rounded<T>(a, p, b, ctx, FPRounding_Zero), FP_TYPES)
-SVE_DEFINE_VVM(FRIntAVM, rounded<T>(a, p, b, ctx, FPRounding_TiesAway),
-               FP_TYPES)
+SVE_DEFINE_VVM(FRIntAVM, rounded<T>(a, p, b, ctx, FPRounding_TiesAway), FP_TYPES)
 SVE_DEFINE_VVM(FRIntIVM, fp_unary<T>(a, p, b, ctx, by_control), FP_TYPES)
 SVE_DEFINE_VVM(FRIntXVM, fp_unary<T>(a, p, b, ctx, exactly), FP_TYPES)
 
-#define CONVERSION(op, types, ...)                                             \
-  SVE_DEFINE_VVM(op, (__VA_ARGS__(a, p, b, ctx)), types)
+#define CONVERSION(op, types, ...) SVE_DEFINE_VVM(op, (__VA_ARGS__(a, p, b, ctx)), types)
 CONVERSION(ExtndHVM, F32, converted<T, half, single>)
 CONVERSION(ExtndHVM, D64, converted<T, half, double_>)
 CONVERSION(ExtndFVM, D64, converted<T, single, double_>)
@@ -125,12 +101,10 @@ CONVERSION(TruncFVM, H32, converted<T, single, half>)
 CONVERSION(TruncDVM, H64, converted<T, double_, half>)
 CONVERSION(TruncDVM, F64, converted<T, double_, single>)
 
-// The source integer's bytes stand in the name. Half results come in the slot
-// of the wider side.
-#define HALF_FROM(op, slot, integer)                                           \
-  VectorV VecF16##op(const VectorV &a, const PredV &p, const VectorV &b,       \
-                     CpuContext *ctx) {                                        \
-    return converted_from<slot, integer, half>(a, p, b, ctx);                  \
+// The source integer's bytes stand in the name. Half results come in the slot of the wider side.
+#define HALF_FROM(op, slot, integer)                                                        \
+  VectorV VecF16##op(const VectorV& a, const PredV& p, const VectorV& b, CpuContext* ctx) { \
+    return converted_from<slot, integer, half>(a, p, b, ctx);                               \
   }
 HALF_FROM(FromS2VM, std::uint16_t, std::int16_t)
 HALF_FROM(FromU2VM, std::uint16_t, std::uint16_t)
