@@ -11,14 +11,14 @@ constexpr on_lanes subtract([](auto a, auto b, auto& s) { return FPSub(a, b, s);
 constexpr on_lanes subtract_reversed([](auto a, auto b, auto& s) { return FPSub(b, a, s); });
 constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); });
 constexpr on_lanes multiply_extended([](auto a, auto b, auto& s) { return FPMulX(a, b, s); });
-constexpr auto quotient = [](auto a, auto b, FPSCR& s) { return FPDiv(a, b, s); };
-constexpr auto quotient_reversed = [](auto a, auto b, FPSCR& s) { return FPDiv(b, a, s); };
-constexpr auto maximum = [](auto a, auto b, FPSCR& s) { return FPMax(a, b, s); };
-constexpr auto minimum = [](auto a, auto b, FPSCR& s) { return FPMin(a, b, s); };
-constexpr auto maximum_number = [](auto a, auto b, FPSCR& s) { return FPMaxNum(a, b, s); };
-constexpr auto minimum_number = [](auto a, auto b, FPSCR& s) { return FPMinNum(a, b, s); };
+constexpr on_processor quotient([](auto a, auto b, auto& s) { return FPDiv(a, b, s); });
+constexpr on_processor quotient_reversed([](auto a, auto b, auto& s) { return FPDiv(b, a, s); });
+constexpr on_processor maximum([](auto a, auto b, auto& s) { return FPMax(a, b, s); });
+constexpr on_processor minimum([](auto a, auto b, auto& s) { return FPMin(a, b, s); });
+constexpr on_processor maximum_number([](auto a, auto b, auto& s) { return FPMaxNum(a, b, s); });
+constexpr on_processor minimum_number([](auto a, auto b, auto& s) { return FPMinNum(a, b, s); });
 constexpr on_lanes absolute_difference([](auto a, auto b, auto& s) { return magnitude_of(FPSub(a, b, s)); });
-constexpr auto root = [](auto a, FPSCR& s) { return FPSqrt(a, s); };
+constexpr on_processor root([](auto a, auto& s) { return FPSqrt(a, s); });
 
 constexpr auto scale = [](auto a, auto b, FPSCR& s) {
   if constexpr (sizeof(a) == 2)
@@ -40,8 +40,8 @@ constexpr on_lanes fmsub([](auto a, auto b, auto c, auto& s) { return FPMulAdd(c
 constexpr on_lanes fnmadd([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(c), FPNeg(a), b, s); });
 constexpr on_lanes fnmsub([](auto a, auto b, auto c, auto& s) { return FPMulAdd(FPNeg(c), a, b, s); });
 
-constexpr auto reciprocal_estimate = [](auto a, FPSCR& s) { return FPRecipEstimate(a, s); };
-constexpr auto root_estimate = [](auto a, FPSCR& s) { return FPRSqrtEstimate(a, s); };
+constexpr on_processor reciprocal_estimate([](auto a, auto& s) { return FPRecipEstimate(a, s); });
+constexpr on_processor root_estimate([](auto a, auto& s) { return FPRSqrtEstimate(a, s); });
 constexpr on_lanes reciprocal_step([](auto a, auto b, auto& s) { return FPRecipStepFused(a, b, s); });
 constexpr on_lanes root_step([](auto a, auto b, auto& s) { return FPRSqrtStepFused(a, b, s); });
 constexpr on_lanes reciprocal_exponent([](auto a, auto& s) { return FPRecpX(a, s); });
@@ -74,11 +74,8 @@ T constant(constant_pair pair, std::uint64_t bit, CpuContext* ctx) {
 template <class T, class Op>
 VectorV with_constant(const VectorV& a, const PredV& p, constant_pair pair, std::uint64_t bit, CpuContext* ctx, Op op) {
   const T value = constant<T>(pair, bit, ctx);
-  const auto with_value = [op, value](auto x, auto& s) { return op(x, decltype(x)(value), s); };
-  if constexpr (runs_on_lanes<Op>)
-    return fp_unary<T>(a, p, a, ctx, on_lanes(with_value));
-  else
-    return fp_unary<T>(a, p, a, ctx, with_value);
+  return fp_unary<T>(a, p, a, ctx,
+                     marked_as<Op>([op, value](auto x, auto& s) { return op(x, decltype(x)(value), s); }));
 }
 
 template <class T>

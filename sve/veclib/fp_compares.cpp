@@ -11,6 +11,16 @@ template <class T, class Test, class... Sources>
 PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
   working_status status(ctx);
   const std::size_t n = count<T>(ctx);
+  if constexpr (processor::exists) {
+    if (processor::computes<T>()) {
+      PredV result;
+      const ActiveBits active = active_bits(p, n * sizeof(T));
+      const FPSCR raised =
+          processor::compare_pieces<T>(ctx->fpcr, result.words, active, n * sizeof(T), test, src.bytes...);
+      if (processor::any_active<T>(active)) status() |= raised;
+      return result;
+    }
+  }
   alignas(32) byte truth[256];
   PendingElements<T> pending;
   const LaneOutcome outcome = compare_on_lanes<T>(

@@ -10,40 +10,71 @@ namespace {
 // ---- Rounding to integral ----
 
 template <class T>
-VectorV rounded(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, FPRounding rounding,
-                bool exact) {
-  return fp_unary<T>(old, p, a, ctx, [rounding, exact](T x, FPSCR& s) { return FPRoundInt(x, rounding, exact, s); });
+VectorV rounded(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, FPRounding rounding) {
+  return fp_unary<T>(old, p, a, ctx,
+                     on_processor([rounding](auto x, auto& s) { return FPRoundInt(x, rounding, false, s); }));
 }
 
+// By the rounding of `fpcr`.
+template <class T>
+T round_by_control(T x, FPSCR& s) {
+  return FPRoundInt(x, rounding_of(s), false, s);
+}
+template <class T>
+T round_exactly(T x, FPSCR& s) {
+  return FPRoundInt(x, rounding_of(s), true, s);
+}
+constexpr on_processor by_control([](auto x, auto& s) { return round_by_control(x, s); });
+constexpr on_processor exactly([](auto x, auto& s) { return round_exactly(x, s); });
+
 // ---- Conversions: the low part of each slot, by the sizes of the source and of the result ----
+
+template <class From, class To, class Slot>
+Slot convert(Slot x, FPSCR& s) {
+  return FPConvert<From, To>(static_cast<From>(x), rounding_of(s), s);
+}
+
+// From an integer type, extended to 64 bits by its signedness.
+template <class Integer, class To, class Slot>
+Slot from_integer(Slot x, FPSCR& s) {
+  const auto value = static_cast<unsigned long>(static_cast<long>(static_cast<Integer>(x)));
+  return fplibFixedToFP<To>(value, 0, std::is_unsigned_v<Integer>, rounding_of(s), s);
+}
+
+// To an integer type, towards zero; the result fills its slot by its signedness.
+template <class From, class Integer, class Slot>
+Slot to_integer(Slot x, FPSCR& s) {
+  const auto result = fplibFPToFixed<From, unsigned_of<Integer>>(static_cast<From>(x), 0, std::is_unsigned_v<Integer>,
+                                                                 FPRounding_Zero, s);
+  return static_cast<Slot>(static_cast<Integer>(result));
+}
+
+// The processor's, of the same names, are found by the type of their operand.
 
 // Between formats: always the IEEE half format, and half values are never flushed, whatever `fpcr` says.
 template <class Slot, class From, class To>
 VectorV converted(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
-  const FPRounding rounding = rounding_of(ctx->fpcr);
-  return fp_merging<Slot>(
-      old, p, ctx, without_half_controls(ctx->fpcr),
-      [rounding](Slot x, FPSCR& s) { return FPConvert<From, To>(static_cast<From>(x), rounding, s); }, a);
+  return fp_merging<Slot>(old, p, ctx, without_half_controls(ctx->fpcr),
+                          on_processor([](auto x, auto& s) { return convert<From, To>(x, s); }), a);
 }
 
-// From an integer type, extended to 64 bits by its signedness.
+// Whether the processor has the conversions between the half format and integers, which not all have.
+template <class Value, class Slot, class Op, class Marked>
+VectorV converted_where(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, Op op, Marked marked) {
+  if (processor::computes<Value>()) return fp_unary<Slot>(old, p, a, ctx, marked);
+  return fp_unary<Slot>(old, p, a, ctx, op);
+}
+
 template <class Slot, class Integer, class To>
-VectorV from_integer(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
-  const FPRounding rounding = rounding_of(ctx->fpcr);
-  return fp_unary<Slot>(old, p, a, ctx, [rounding](Slot x, FPSCR& s) {
-    const auto value = static_cast<unsigned long>(static_cast<long>(static_cast<Integer>(x)));
-    return fplibFixedToFP<To>(value, 0, std::is_unsigned_v<Integer>, rounding, s);
-  });
+VectorV converted_from(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+  const auto op = [](auto x, auto& s) { return from_integer<Integer, To>(x, s); };
+  return converted_where<To, Slot>(old, p, a, ctx, op, on_processor<decltype(op), true>(op));
 }
 
-// To an integer type, towards zero; the result fills its slot by its signedness.
 template <class Slot, class From, class Integer>
-VectorV to_integer(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
-  return fp_unary<unsigned_of<Slot>>(old, p, a, ctx, [](unsigned_of<Slot> x, FPSCR& s) {
-    const auto result = fplibFPToFixed<From, unsigned_of<Integer>>(static_cast<From>(x), 0, std::is_unsigned_v<Integer>,
-                                                                   FPRounding_Zero, s);
-    return static_cast<unsigned_of<Slot>>(static_cast<Integer>(result));
-  });
+VectorV converted_to(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+  const auto op = [](auto x, auto& s) { return to_integer<From, Integer>(x, s); };
+  return converted_where<From, unsigned_of<Slot>>(old, p, a, ctx, op, on_processor(op));
 }
 
 using half = unsigned short;
@@ -54,13 +85,13 @@ using double_ = unsigned long;
 
 #define FP_TYPES F16, F32, D64
 
-SVE_DEFINE_VVM(FRIntNVM, rounded<T>(a, p, b, ctx, FPRounding_TiesEven, false), FP_TYPES)
-SVE_DEFINE_VVM(FRIntPVM, rounded<T>(a, p, b, ctx, FPRounding_PosInf, false), FP_TYPES)
-SVE_DEFINE_VVM(FRIntMVM, rounded<T>(a, p, b, ctx, FPRounding_NegInf, false), FP_TYPES)
-SVE_DEFINE_VVM(FRIntZVM, rounded<T>(a, p, b, ctx, FPRounding_Zero, false), FP_TYPES)
-SVE_DEFINE_VVM(FRIntAVM, rounded<T>(a, p, b, ctx, FPRounding_TiesAway, false), FP_TYPES)
-SVE_DEFINE_VVM(FRIntIVM, rounded<T>(a, p, b, ctx, rounding_of(ctx->fpcr), false), FP_TYPES)
-SVE_DEFINE_VVM(FRIntXVM, rounded<T>(a, p, b, ctx, rounding_of(ctx->fpcr), true), FP_TYPES)
+SVE_DEFINE_VVM(FRIntNVM, rounded<T>(a, p, b, ctx, FPRounding_TiesEven), FP_TYPES)
+SVE_DEFINE_VVM(FRIntPVM, rounded<T>(a, p, b, ctx, FPRounding_PosInf), FP_TYPES)
+SVE_DEFINE_VVM(FRIntMVM, rounded<T>(a, p, b, ctx, FPRounding_NegInf), FP_TYPES)
+SVE_DEFINE_VVM(FRIntZVM, rounded<T>(a, p, b, ctx, FPRounding_Zero), FP_TYPES)
+SVE_DEFINE_VVM(FRIntAVM, rounded<T>(a, p, b, ctx, FPRounding_TiesAway), FP_TYPES)
+SVE_DEFINE_VVM(FRIntIVM, fp_unary<T>(a, p, b, ctx, by_control), FP_TYPES)
+SVE_DEFINE_VVM(FRIntXVM, fp_unary<T>(a, p, b, ctx, exactly), FP_TYPES)
 
 #define CONVERSION(op, types, ...) SVE_DEFINE_VVM(op, (__VA_ARGS__(a, p, b, ctx)), types)
 CONVERSION(ExtndHVM, F32, converted<T, half, single>)
@@ -73,7 +104,7 @@ CONVERSION(TruncDVM, F64, converted<T, double_, single>)
 // The source integer's bytes stand in the name. Half results come in the slot of the wider side.
 #define HALF_FROM(op, slot, integer)                                                        \
   VectorV VecF16##op(const VectorV& a, const PredV& p, const VectorV& b, CpuContext* ctx) { \
-    return from_integer<slot, integer, half>(a, p, b, ctx);                                 \
+    return converted_from<slot, integer, half>(a, p, b, ctx);                               \
   }
 HALF_FROM(FromS2VM, std::uint16_t, std::int16_t)
 HALF_FROM(FromU2VM, std::uint16_t, std::uint16_t)
@@ -81,26 +112,26 @@ HALF_FROM(FromS4VM, std::uint32_t, std::int32_t)
 HALF_FROM(FromU4VM, std::uint32_t, std::uint32_t)
 HALF_FROM(FromS8VM, std::uint64_t, std::int64_t)
 HALF_FROM(FromU8VM, std::uint64_t, std::uint64_t)
-CONVERSION(FromS4VM, F32, from_integer<T, std::int32_t, single>)
-CONVERSION(FromU4VM, F32, from_integer<T, std::uint32_t, single>)
-CONVERSION(FromS8VM, F64, from_integer<T, std::int64_t, single>)
-CONVERSION(FromU8VM, F64, from_integer<T, std::uint64_t, single>)
-CONVERSION(FromS4VM, D64, from_integer<T, std::int32_t, double_>)
-CONVERSION(FromU4VM, D64, from_integer<T, std::uint32_t, double_>)
-CONVERSION(FromS8VM, D64, from_integer<T, std::int64_t, double_>)
-CONVERSION(FromU8VM, D64, from_integer<T, std::uint64_t, double_>)
+CONVERSION(FromS4VM, F32, converted_from<T, std::int32_t, single>)
+CONVERSION(FromU4VM, F32, converted_from<T, std::uint32_t, single>)
+CONVERSION(FromS8VM, F64, converted_from<T, std::int64_t, single>)
+CONVERSION(FromU8VM, F64, converted_from<T, std::uint64_t, single>)
+CONVERSION(FromS4VM, D64, converted_from<T, std::int32_t, double_>)
+CONVERSION(FromU4VM, D64, converted_from<T, std::uint32_t, double_>)
+CONVERSION(FromS8VM, D64, converted_from<T, std::int64_t, double_>)
+CONVERSION(FromU8VM, D64, converted_from<T, std::uint64_t, double_>)
 
-CONVERSION(_2FromHVM, S16, to_integer<T, half, std::int16_t>)
-CONVERSION(_2FromHVM, U16, to_integer<T, half, std::uint16_t>)
-CONVERSION(_4FromHVM, S32, to_integer<T, half, std::int32_t>)
-CONVERSION(_4FromHVM, U32, to_integer<T, half, std::uint32_t>)
-CONVERSION(_8FromHVM, S64, to_integer<T, half, std::int64_t>)
-CONVERSION(_8FromHVM, U64, to_integer<T, half, std::uint64_t>)
-CONVERSION(_4FromFVM, S32, to_integer<T, single, std::int32_t>)
-CONVERSION(_4FromFVM, U32, to_integer<T, single, std::uint32_t>)
-CONVERSION(_8FromFVM, S64, to_integer<T, single, std::int64_t>)
-CONVERSION(_8FromFVM, U64, to_integer<T, single, std::uint64_t>)
-CONVERSION(_4FromDVM, S64, to_integer<T, double_, std::int32_t>)
-CONVERSION(_4FromDVM, U64, to_integer<T, double_, std::uint32_t>)
-CONVERSION(_8FromDVM, S64, to_integer<T, double_, std::int64_t>)
-CONVERSION(_8FromDVM, U64, to_integer<T, double_, std::uint64_t>)
+CONVERSION(_2FromHVM, S16, converted_to<T, half, std::int16_t>)
+CONVERSION(_2FromHVM, U16, converted_to<T, half, std::uint16_t>)
+CONVERSION(_4FromHVM, S32, converted_to<T, half, std::int32_t>)
+CONVERSION(_4FromHVM, U32, converted_to<T, half, std::uint32_t>)
+CONVERSION(_8FromHVM, S64, converted_to<T, half, std::int64_t>)
+CONVERSION(_8FromHVM, U64, converted_to<T, half, std::uint64_t>)
+CONVERSION(_4FromFVM, S32, converted_to<T, single, std::int32_t>)
+CONVERSION(_4FromFVM, U32, converted_to<T, single, std::uint32_t>)
+CONVERSION(_8FromFVM, S64, converted_to<T, single, std::int64_t>)
+CONVERSION(_8FromFVM, U64, converted_to<T, single, std::uint64_t>)
+CONVERSION(_4FromDVM, S64, converted_to<T, double_, std::int32_t>)
+CONVERSION(_4FromDVM, U64, converted_to<T, double_, std::uint32_t>)
+CONVERSION(_8FromDVM, S64, converted_to<T, double_, std::int64_t>)
+CONVERSION(_8FromDVM, U64, converted_to<T, double_, std::uint64_t>)

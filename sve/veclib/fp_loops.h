@@ -1,9 +1,11 @@
 // The element loops of floating-point routines: software floating point under the context's `fpcr`, whose status bits
-// are folded into its `fpsr`. An inactive element executes no operation and raises nothing.
+// are folded into its `fpsr`. An inactive element executes no operation and raises nothing. Where the host's processor
+// computes an operation, it does, with the same bits.
 #pragma once
 
 #include "sve/fplib/fplib.h"
 #include "sve/fplib/lane_loops.h"
+#include "sve/processor/vectors.h"
 #include "sve/veclib/define.h"
 
 namespace sve::veclib {
@@ -42,18 +44,42 @@ class working_status {
   bool used_ = false;
 };
 
-/// Marks an operation that serves vectors of lanes as well as single elements: op(x..., status) with x an element and
-/// an `FPSCR&`, or with x of `Lanes` and their `LaneStatus`.
-template <class Op>
-struct on_lanes : Op {
-  explicit constexpr on_lanes(Op op) : Op(op) {}
+/// Marks an operation that the host's processor computes as well: op(x..., status) with x an element and an `FPSCR&`,
+/// or with x of `processor::Piece` and their `processor::Control`. Its operands are floating-point values, or integers.
+template <class Op, bool of_integers = false>
+struct on_processor : Op {
+  explicit constexpr on_processor(Op op) : Op(op) {}
   using Op::operator();
+
+  template <class T>
+  static constexpr T inactive = of_integers ? T{0} : processor::harmless<T>;
+};
+
+/// Marks one that serves vectors of lanes, too: with x of `Lanes` and their `LaneStatus`.
+template <class Op>
+struct on_lanes : on_processor<Op> {
+  explicit constexpr on_lanes(Op op) : on_processor<Op>(op) {}
 };
 
 template <class Op>
 inline constexpr bool runs_on_lanes = false;
 template <class Op>
 inline constexpr bool runs_on_lanes<on_lanes<Op>> = true;
+template <class Op>
+inline constexpr bool runs_on_processor = runs_on_lanes<Op>;
+template <class Op, bool of_integers>
+inline constexpr bool runs_on_processor<on_processor<Op, of_integers>> = true;
+
+/// `adapted`, which calls an Op, with the mark of that Op.
+template <class Op, class Adapted>
+constexpr auto marked_as(Adapted adapted) {
+  if constexpr (runs_on_lanes<Op>)
+    return on_lanes(adapted);
+  else if constexpr (runs_on_processor<Op>)
+    return on_processor(adapted);
+  else
+    return adapted;
+}
 
 /// The predicate that lets every element be active.
 struct all_active {};
@@ -76,6 +102,15 @@ inline VectorV fp_merged(std::size_t n, const VectorV& old, const Predicate& p, 
                          Op op, const Sources&... src) {
   VectorV r;
   working_status status(context, control);
+  if constexpr (processor::exists && runs_on_processor<Op>) {
+    if (processor::computes<T>()) {
+      const ActiveBits active = active_bits(p, n * sizeof(T));
+      const FPSCR raised = processor::merge_pieces<T>(control, r.bytes, old.bytes, active, n * sizeof(T),
+                                                      Op::template inactive<T>, op, src.bytes...);
+      if (processor::any_active<T>(active)) status() |= raised;
+      return r;
+    }
+  }
   const auto one = [&](std::size_t e) { return static_cast<T>(op(load<T>(src.bytes, e)..., status())); };
   if constexpr (runs_on_lanes<Op>) {
     PendingElements<T> pending;

@@ -2,10 +2,13 @@
 // so what a routine does at one length is what it does at 14 granules, window by window.
 #include <sys/mman.h>
 
+#include <cfenv>
 #include <utility>
 #include <vector>
 
 #include "sve/fplib/fplib.h"
+#include "sve/processor/vectors.h"
+#include "tests/fplib/operands.h"
 #include "values.h"
 
 namespace {
@@ -150,6 +153,69 @@ void check_floating_point(const routine_name& name, R (*routine)(A...)) {
   }
 }
 
+// ---- The host's processor against the library ----
+
+VectorV random_numbers(operands::Random& random) {
+  VectorV v;
+  const auto fill = [&]<class T>(T near) {
+    for (std::size_t i = 0; i < 256 / sizeof(T); ++i) sve::store<T>(v.bytes, i, operands::random_value(random, near));
+  };
+  const u64 near = random();
+  switch (random.below(3)) {
+    case 0:
+      fill(static_cast<unsigned short>(near));
+      break;
+    case 1:
+      fill(static_cast<unsigned>(near));
+      break;
+    default:
+      fill(static_cast<unsigned long>(near));
+  }
+  return v;
+}
+
+int compared = 0;
+
+template <class R, class... A>
+void compare_engines(const routine_name& name, R (*routine)(A...)) {
+  if (!is_floating_point(name)) return;
+  ++compared;
+  operands::Random random(std::hash<std::string>{}(name.text()));
+  const u64 rounds = operands::cases(1000);
+  for (u64 round = 0; round < rounds; ++round) {
+    const u32 length = lengths[round % std::size(lengths)];
+    if (length == 1 && has(name.op, "VIX")) continue;  // half a segment
+    arguments a;
+    for (VectorV& v : a.v) v = random_numbers(random);
+    a.p = random_predicate(random);
+    a.base = random();
+    a.other = random();
+    if (has(name.op, "VI") || has(name.op, "FC")) a.base &= has(name.op, "FC") ? 3 : 1, a.other &= 1;
+    const u32 fpcr = operands::random_controls(random);
+    std::fesetround(FE_UPWARD);
+    std::feclearexcept(FE_ALL_EXCEPT);
+    std::feraiseexcept(FE_DIVBYZERO);
+    const left by_processor = call(routine, a, length, fpcr);
+    const int mode = std::fegetround(), status = std::fetestexcept(FE_ALL_EXCEPT);
+    std::fesetround(FE_TONEAREST);
+    ASSERT_EQ(mode, FE_UPWARD) << name.text() << " changes the caller's rounding";
+    ASSERT_EQ(status, FE_DIVBYZERO) << name.text() << " changes the caller's status";
+    const unsigned widths = std::exchange(sve::processor::widths, 0u);
+    const left by_library = call(routine, a, length, fpcr);
+    sve::processor::widths = widths;
+    const std::string where = name.text() + ", round " + std::to_string(round) + ", length " + std::to_string(length) +
+                              ", fpcr " + operands::hex(fpcr);
+    const u32 bytes = has(name.op, "FC") ? 8 * length / (2 * name.element_bytes()) * (2 * name.element_bytes())
+                                         : 8 * length;  // an element without a partner has no result
+    for (u32 i = 0; i < bytes; i += name.element_bytes())
+      ASSERT_EQ(std::memcmp(by_processor.v[0].bytes + i, by_library.v[0].bytes + i, name.element_bytes()), 0)
+          << where << ", element " << i / name.element_bytes();
+    ASSERT_EQ(std::memcmp(&by_processor.p, &by_library.p, sizeof(PredV)), 0) << where;
+    ASSERT_EQ(by_processor.scalar, by_library.scalar) << where;
+    ASSERT_EQ(by_processor.fpsr, by_library.fpsr) << where;
+  }
+}
+
 // ---- Memory ----
 
 // Below 4 GB, where vectors of 32-bit addresses reach it.
@@ -226,6 +292,15 @@ TEST(EveryLength, FloatingPoint) {
 #undef SVE_CHECK
   EXPECT_GT(element_wise, 230);
   EXPECT_EQ(reductions, 18);
+}
+
+TEST(EveryLength, TheProcessorGivesWhatTheLibraryGives) {
+  if (!sve::processor::exists) GTEST_SKIP() << "the library alone computes on this host";
+  ASSERT_EQ(sve::processor::widths, 2u | 4u | 8u) << "the processor of the tests has half precision";
+#define SVE_CHECK(...) compare_engines(__VA_ARGS__)
+#include "sve/veclib/routines.inc"
+#undef SVE_CHECK
+  EXPECT_GT(compared, 250);
 }
 
 TEST(EveryLength, Memory) {
