@@ -34,8 +34,11 @@ aarch64_decode_rc with_constant(cpu_state* state, aarch64_z_reg zdn, aarch64_p_r
     byte* dst = z_of(state, zdn);
     merge<U>(
         state, dst, dst, p_of(state, pg),
-        [&](auto& host, auto a) -> decltype(op(host, a, decltype(a)(value))) {
-          return op(host, a, decltype(a)(value));
+        [&](auto& host, auto a) -> decltype(op(host, a, a)) {
+          if constexpr (std::is_same_v<decltype(a), fp_value<U>>)
+            return op(host, a, value);
+          else
+            return op(host, a, decltype(a)(raw<U>(value)));
         },
         dst);
   });

@@ -18,7 +18,14 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
     const auto one = [&](std::size_t i) {
       store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
     };
-    if constexpr (has_lanes<U, Test, Sources...>) {
+    if constexpr (has_vectors<U, Test, Sources...> && processor::exists) {
+      on_pieces<U>(
+          predicate, test,
+          [&result](std::size_t i, auto mask, auto truth) {
+            Piece<U>(truth.bits & mask & Piece<U>(U{1}).bits).store(result + i);
+          },
+          z_of(state, registers)...);
+    } else if constexpr (has_vectors<U, Test, Sources...>) {
       PendingElements<U> pending;
       const LaneOutcome outcome = compare_on_lanes<U>(result, active_bytes(predicate), lanes<U>, pending,
                                                       on_lanes_of<U>(test), z_of(state, registers)...);

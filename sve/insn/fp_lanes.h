@@ -4,6 +4,7 @@
 
 #include "sve/insn/host_fp.h"
 #include "sve/insn/lanes.h"
+#include "sve/processor/vectors.h"
 #include "sve/state/predicate_bits.h"
 
 namespace sve::fp {
@@ -19,17 +20,69 @@ inline aarch64_decode_rc for_fp_size(unsigned int code, Body body) {
   return executed;
 }
 
-// Whether `Op` can be computed on vectors of lanes as well.
-template <class U, class Op, class... Sources>
-constexpr bool has_lanes = requires(Op op, lanes_fp<U>& host, const Sources*... src) {
-  op(host, (static_cast<void>(src), Lanes<U>())...);
+using processor::Piece;
+
+// The host's operations on vectors, where it has them: under the live control, as those on elements.
+template <class U>
+class pieces_fp {
+ public:
+  using P = Piece<U>;
+  auto add(P a, P b) const { return FPAdd(a, b, live); }
+  auto subtract(P a, P b) const { return FPSub(a, b, live); }
+  auto multiply(P a, P b) const { return FPMul(a, b, live); }
+  auto divide(P a, P b) const { return FPDiv(a, b, live); }
+  auto maximum(P a, P b) const { return FPMax(a, b, live); }
+  auto maximum_number(P a, P b) const { return FPMaxNum(a, b, live); }
+  auto minimum_number(P a, P b) const { return FPMinNum(a, b, live); }
+  auto reciprocal_step(P a, P b) const { return FPRecipStepFused(a, b, live); }
+  auto square_root(P a) const { return FPSqrt(a, live); }
+  auto reciprocal_estimate(P a) const { return FPRecipEstimate(a, live); }
+  auto round_ties_away(P a) const { return FPRoundInt(a, FPRounding_TiesAway, false, live); }
+  auto multiply_add(P c, P a, P b) const { return FPMulAdd(c, a, b, live); }
+  auto multiply_subtract(P c, P a, P b) const { return FPMulAdd(c, FPNeg(a), b, live); }
+  auto negated_multiply_add(P c, P a, P b) const { return FPMulAdd(FPNeg(c), FPNeg(a), b, live); }
+  auto negated_multiply_subtract(P c, P a, P b) const { return FPMulAdd(FPNeg(c), a, b, live); }
+  auto equal(P a, P b) const { return FPCompareEQ(a, b, live); }
+  auto not_equal(P a, P b) const { return !FPCompareEQ(a, b, live); }
+  auto unordered(P a, P b) const { return FPCompareUN(a, b, live); }
+  auto greater_or_equal(P a, P b) const { return FPCompareGE(a, b, live); }
+  auto greater(P a, P b) const { return FPCompareGT(a, b, live); }
+  auto less_or_equal(P a, P b) const { return FPCompareGE(b, a, live); }
+  auto less(P a, P b) const { return FPCompareGT(b, a, live); }
+
+ private:
+  static constexpr processor::Live live{};
 };
+
+// Whether `Op` can be computed on the host's vectors as well: by its instructions, or on lanes of integers.
+template <class U>
+using host_vector = std::conditional_t<processor::exists, Piece<U>, Lanes<U>>;
+template <class U>
+using vector_fp = std::conditional_t<processor::exists, pieces_fp<U>, lanes_fp<U>>;
+template <class U, class Op, class... Sources>
+constexpr bool has_vectors = requires(Op op, vector_fp<U>& host, const Sources*... src) {
+  op(host, (static_cast<void>(src), host_vector<U>())...);
+};
+
+// finish(i, mask, op(host, src piece...)) for each piece of a register, with the masks of its active elements. The
+// others compute with 1.0, which raises nothing.
+template <class U, class Op, class Finish, class... Sources>
+inline void on_pieces(const byte* predicate, Op op, Finish finish, const Sources*... src) {
+  static_assert(vector_bytes % 16 == 0);
+  vector_fp<U> host;
+#pragma GCC unroll 7
+  for (std::size_t i = 0; i < vector_bytes; i += 16) {
+    const auto mask = processor::piece_mask<U>(predicate + i);
+    const Piece<U> inactive(processor::harmless<U>);
+    finish(i, mask, op(host, Piece<U>(processor::select<U>(mask, Piece<U>::load(src + i).bits, inactive.bits))...));
+  }
+}
 
 // The operation as the loops over lanes call it.
 template <class U, class Op>
 inline auto on_lanes_of(Op op) {
   return [op](LaneStatus<U>& status, auto... x) {
-    lanes_fp<U> host(status);
+    vector_fp<U> host(status);
     return op(host, x...);
   };
 }
@@ -45,7 +98,15 @@ inline ActiveBits active_bytes(const byte* predicate) {
 template <class U, class Host, class Op, class... Sources>
 inline void merge_on(Host& host, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
   using Value = fp_value<U>;
-  if constexpr (has_lanes<U, Op, Sources...>) {
+  if constexpr (has_vectors<U, Op, Sources...> && processor::exists) {
+    on_pieces<U>(
+        predicate, op,
+        [dst, old](std::size_t i, auto mask, Piece<U> computed) {
+          Piece<U>(processor::select<U>(mask, computed.bits, Piece<U>::load(old + i).bits)).store(dst + i);
+        },
+        src...);
+    return;
+  } else if constexpr (has_vectors<U, Op, Sources...>) {
     if (host.rounds_to_nearest()) {
       alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
       PendingElements<U> pending;

@@ -1,12 +1,10 @@
-// Floating point by the processor, in vectors of sixteen bytes: where the host
-// is AArch64, the operations of the library that one of its instructions
-// computes, under the library's names, so that one expression serves both. No
-// bit of a result and no flag tells which of the two has run. Elsewhere
-// `exists` is false, and nothing here is ever instantiated.
+// Floating point by the processor, in vectors of sixteen bytes: where the host is AArch64, the operations of the
+// library that one of its instructions computes, under the library's names, so that one expression serves both. No bit
+// of a result and no flag tells which of the two has run. Elsewhere `exists` is false, and nothing here is ever
+// instantiated.
 //
-// Each operation is one `asm volatile`: the compiler may neither fold it,
-// contract it with another, nor move it across the accesses to the control and
-// status registers, which are of the same kind.
+// Each operation is one `asm volatile`: the compiler may neither fold it, contract it with another, nor move it across
+// the accesses to the control and status registers, which are of the same kind.
 #pragma once
 
 #include <cstddef>
@@ -54,7 +52,8 @@ struct Piece {
   Piece() = default;
   explicit Piece(Bits b) : bits(b) {}
   /// The same value in each element.
-  Piece(T value) : bits(Bits{} + value) {}
+  template <class Value>
+  requires std::is_integral_v<Value> Piece(Value value) : bits(Bits{} + static_cast<T>(value)) {}
   [[gnu::always_inline]] static Piece load(const std::uint8_t* bytes) {
     Piece r;
     std::memcpy(&r.bits, bytes, 16);
@@ -81,10 +80,12 @@ template <class T>
   return (a & mask) | (b & ~mask);
 }
 
-/// Operations on pieces run during the life of one: FPCR holds the controls
-/// that count of `fpcr`, and no trap enables; FPSR starts clear. Both are the
-/// caller's again afterwards.
-class Control {
+/// Operations on pieces run under the processor's control and status registers as they stand.
+struct Live {};
+
+/// During the life of one the registers are those of an operation under `fpcr`: FPCR holds the controls that count of
+/// `fpcr`, and no trap enables; FPSR starts clear. Both are the caller's again afterwards.
+class Control : public Live {
  public:
   explicit Control(FPSCR fpcr);
   ~Control();
@@ -97,8 +98,7 @@ class Control {
   std::uint64_t control_, callers_control_, callers_status_;
 };
 
-/// Pieces whose adjacent elements are operands of each other: op(a, b) is that
-/// of the pairs of a, then of those of b.
+/// Pieces whose adjacent elements are operands of each other: op(a, b) is that of the pairs of a, then of those of b.
 template <class T>
 struct Pairs {
   Piece<T> elements;
@@ -143,7 +143,7 @@ inline FPSCR Control::raised() const {
   } while (false)
 #define SVE_PIECE_UNARY(name, instruction)                                                                            \
   template <class T>                                                                                                  \
-  [[gnu::always_inline]] inline Piece<T> name(Piece<T> a, Control&) {                                                 \
+  [[gnu::always_inline]] inline Piece<T> name(Piece<T> a, Live) {                                                     \
     Piece<T> r;                                                                                                       \
     SVE_PIECE_ASM(instruction " %0.8h, %1.8h", instruction " %0.4s, %1.4s", instruction " %0.2d, %1.2d", "=w"(r.bits) \
                   : "w"(a.bits));                                                                                     \
@@ -151,7 +151,7 @@ inline FPSCR Control::raised() const {
   }
 #define SVE_PIECE_BINARY_OF(Result, name, instruction)                                    \
   template <class T>                                                                      \
-  [[gnu::always_inline]] inline Result<T> name(Piece<T> a, Piece<T> b, Control&) {        \
+  [[gnu::always_inline]] inline Result<T> name(Piece<T> a, Piece<T> b, Live) {            \
     Result<T> r;                                                                          \
     SVE_PIECE_ASM(instruction " %0.8h, %1.8h, %2.8h", instruction " %0.4s, %1.4s, %2.4s", \
                   instruction " %0.2d, %1.2d, %2.2d", "=w"(r.bits)                        \
@@ -180,13 +180,13 @@ SVE_PIECE_BINARY_OF(Truth, FPCompareGE, "fcmge")
 SVE_PIECE_BINARY_OF(Truth, FPCompareGT, "fcmgt")
 /// A number equals itself, and nothing but a signalling NaN raises invalid.
 template <class T>
-[[gnu::always_inline]] inline Truth<T> FPCompareUN(Piece<T> a, Piece<T> b, Control& control) {
+[[gnu::always_inline]] inline Truth<T> FPCompareUN(Piece<T> a, Piece<T> b, Live control) {
   return {~(FPCompareEQ(a, a, control).bits & FPCompareEQ(b, b, control).bits)};
 }
 
 /// c + a * b, the addend first.
 template <class T>
-[[gnu::always_inline]] inline Piece<T> FPMulAdd(Piece<T> c, Piece<T> a, Piece<T> b, Control&) {
+[[gnu::always_inline]] inline Piece<T> FPMulAdd(Piece<T> c, Piece<T> a, Piece<T> b, Live) {
   SVE_PIECE_ASM("fmla %0.8h, %1.8h, %2.8h", "fmla %0.4s, %1.4s, %2.4s", "fmla %0.2d, %1.2d, %2.2d", "+w"(c.bits)
                 : "w"(a.bits), "w"(b.bits));
   return c;
@@ -194,7 +194,7 @@ template <class T>
 
 #define SVE_PIECE_PAIRS(name, instruction)                                                \
   template <class T>                                                                      \
-  [[gnu::always_inline]] inline Pairs<T> name(Pairs<T> a, Pairs<T> b, Control&) {         \
+  [[gnu::always_inline]] inline Pairs<T> name(Pairs<T> a, Pairs<T> b, Live) {             \
     Pairs<T> r;                                                                           \
     SVE_PIECE_ASM(instruction " %0.8h, %1.8h, %2.8h", instruction " %0.4s, %1.4s, %2.4s", \
                   instruction " %0.2d, %1.2d, %2.2d", "=w"(r.elements.bits)               \
@@ -210,14 +210,13 @@ SVE_PIECE_PAIRS(FPMinNum, "fminnmp")
 
 /// a[0] + b in element 0 alone.
 template <class T>
-[[gnu::always_inline]] inline Piece<T> add_first(Piece<T> a, T b, Control&) {
+[[gnu::always_inline]] inline Piece<T> add_first(Piece<T> a, T b, Live) {
   const Piece<T> addend(typename Piece<T>::Bits{b});
   SVE_PIECE_ASM("fadd %h0, %h0, %h1", "fadd %s0, %s0, %s1", "fadd %d0, %d0, %d1", "+w"(a.bits) : "w"(addend.bits));
   return a;
 }
 
-// ---- Rounding to integral, and conversions of the low parts of slots, whose
-// results fill the slots ----
+// ---- Rounding to integral, and conversions of the low parts of slots, whose results fill the slots ----
 
 SVE_PIECE_UNARY(round_ties_even, "frintn")
 SVE_PIECE_UNARY(round_up, "frintp")
@@ -231,10 +230,9 @@ SVE_PIECE_UNARY(from_unsigned, "ucvtf")
 SVE_PIECE_UNARY(to_signed, "fcvtzs")
 SVE_PIECE_UNARY(to_unsigned, "fcvtzu")
 
-/// As the function for one element; the rounding that FPCR selects is known to
-/// `round_by_control` and `round_exactly`.
+/// As the function for one element; the rounding that FPCR selects is known to `round_by_control` and `round_exactly`.
 template <class T>
-[[gnu::always_inline]] inline Piece<T> FPRoundInt(Piece<T> a, FPRounding rounding, bool, Control& control) {
+[[gnu::always_inline]] inline Piece<T> FPRoundInt(Piece<T> a, FPRounding rounding, bool, Live control) {
   switch (rounding) {
     case FPRounding_PosInf:
       return round_up(a, control);
@@ -251,7 +249,7 @@ template <class T>
 
 /// Between formats. By way of single precision where that is exact.
 template <class From, class To, class Slot>
-[[gnu::always_inline]] inline Piece<Slot> convert(Piece<Slot> a, Control&) {
+[[gnu::always_inline]] inline Piece<Slot> convert(Piece<Slot> a, Live) {
   Piece<Slot> r, other;
   constexpr int from = sizeof(From), to = sizeof(To);
   if constexpr (from == 2 && to == 4)
@@ -287,10 +285,9 @@ template <class T, class One>
 }
 
 template <class T>
-[[gnu::always_inline]] inline Piece<T> FPRecpX(Piece<T> a, Control&) {
+[[gnu::always_inline]] inline Piece<T> FPRecpX(Piece<T> a, Live) {
   return one_by_one(a, [](T x) {
-    // Through a whole register, since raw bits of 16 have no home of their own
-    // among the floating-point ones.
+    // Through a whole register, since raw bits of 16 have no home of their own among the floating-point ones.
     const Piece<T> from(x);
     Piece<T> r;
     SVE_PIECE_ASM("frecpx %h0, %h1", "frecpx %s0, %s1", "frecpx %d0, %d1", "=w"(r.bits) : "w"(from.bits));
@@ -300,7 +297,7 @@ template <class T>
 
 /// From integers, and to them towards zero.
 template <class Integer, class To, class Slot>
-[[gnu::always_inline]] inline Piece<Slot> from_integer(Piece<Slot> a, Control& control) {
+[[gnu::always_inline]] inline Piece<Slot> from_integer(Piece<Slot> a, Live control) {
   constexpr bool is_signed = std::is_signed_v<Integer>;
   if constexpr (sizeof(To) == sizeof(Slot)) {
     for (std::size_t e = 0; e < Piece<Slot>::count; ++e) a.bits[e] = static_cast<Slot>(static_cast<Integer>(a.bits[e]));
@@ -322,7 +319,7 @@ template <class Integer, class To, class Slot>
 }
 
 template <class From, class Integer, class Slot>
-[[gnu::always_inline]] inline Piece<Slot> to_integer(Piece<Slot> a, Control& control) {
+[[gnu::always_inline]] inline Piece<Slot> to_integer(Piece<Slot> a, Live control) {
   constexpr bool is_signed = std::is_signed_v<Integer>;
   if constexpr (sizeof(Integer) == sizeof(Slot) && (sizeof(From) == sizeof(Slot) || sizeof(From) == 4)) {
     if constexpr (sizeof(From) != sizeof(Slot)) a = convert<From, Slot>(a, control);
@@ -365,7 +362,7 @@ template <class T>
 // ---- The accelerators, whose parts are operations above ----
 
 template <class T>
-[[gnu::always_inline]] inline Piece<T> FPTRIMADD(unsigned long index, Piece<T> a, Piece<T> b, Control& control) {
+[[gnu::always_inline]] inline Piece<T> FPTRIMADD(unsigned long index, Piece<T> a, Piece<T> b, Live control) {
   using Bits = typename Piece<T>::Bits;
   const Bits cosine = reinterpret_cast<Bits>((b.bits & Format<T>::sign) != 0);
   const Piece<T> coefficient(select<T>(cosine, Piece<T>(trigonometric_coefficients<T>[(index & 7) + 8]).bits,
@@ -374,7 +371,7 @@ template <class T>
 }
 
 template <class T>
-[[gnu::always_inline]] inline Piece<T> FPTRISMUL(Piece<T> a, Piece<T> b, Control& control) {
+[[gnu::always_inline]] inline Piece<T> FPTRISMUL(Piece<T> a, Piece<T> b, Live control) {
   const Piece<T> square = FPMul(a, a, control);
   using Bits = typename Piece<T>::Bits;
   // A NaN keeps its sign; the square of anything else has none.
@@ -404,6 +401,13 @@ template <class T>
     return reinterpret_cast<Bits>((bits & Bits{1, 0x100}) != 0);
 }
 
+/// The same from the byte form of a predicate.
+template <class T>
+[[gnu::always_inline]] inline typename Piece<T>::Bits piece_mask(const std::uint8_t* predicate) {
+  using Bits = typename Piece<T>::Bits;
+  return reinterpret_cast<Bits>((Piece<T>::load(predicate).bits & Piece<T>(T{1}).bits) != 0);
+}
+
 /// The bits of a predicate word that decide over elements of T.
 template <class T>
 inline constexpr std::uint64_t deciding_bits = ~std::uint64_t{0} / ((std::uint64_t{1} << sizeof(T)) - 1);
@@ -419,8 +423,8 @@ template <class T>
   return (missing & deciding_bits<T>) == 0;
 }
 
-/// A piece of a vector of `bytes` bytes; where only half of it is below the
-/// end, that half twice, which raises the same.
+/// A piece of a vector of `bytes` bytes; where only half of it is below the end, that half twice, which raises the
+/// same.
 template <class T>
 [[gnu::always_inline]] inline Piece<T> piece_of(const std::uint8_t* vector, std::size_t i, std::size_t bytes) {
   Piece<T> r = Piece<T>::load(vector + 16 * i);
@@ -432,14 +436,12 @@ template <class T>
   return r;
 }
 
-/// What an inactive element computes with: 1.0, which no operation raises
-/// anything for, or 0 among integers.
+/// What an inactive element computes with: 1.0, which no operation raises anything for, or 0 among integers.
 template <class T>
 inline constexpr T harmless = static_cast<T>(T{Format<T>::bias} << Format<T>::fraction_bits);
 
-/// finish(i, mask, op(src piece..., control)) for each piece of vectors of
-/// `bytes` bytes, a multiple of 8; returns what was raised. `mask` is that of
-/// the active elements, or `no_mask` where all are.
+/// finish(i, mask, op(src piece..., control)) for each piece of vectors of `bytes` bytes, a multiple of 8; returns what
+/// was raised. `mask` is that of the active elements, or `no_mask` where all are.
 struct no_mask {};
 template <class T, class Op, class Finish, class... Sources>
 [[gnu::always_inline]] inline FPSCR for_each_piece(FPSCR fpcr, const ActiveBits& active, std::size_t bytes, T inactive,
@@ -475,8 +477,7 @@ template <class T, class Op, class... Sources>
       src...);
 }
 
-/// Sets the first bit of each active element that compares true in `words`, and
-/// clears all others.
+/// Sets the first bit of each active element that compares true in `words`, and clears all others.
 template <class T, class Test, class... Sources>
 [[gnu::always_inline]] inline FPSCR compare_pieces(FPSCR fpcr, std::uint64_t* words, const ActiveBits& active,
                                                    std::size_t bytes, Test test, const Sources*... src) {
@@ -488,8 +489,7 @@ template <class T, class Test, class... Sources>
   return raised;
 }
 
-/// The result of a balanced tree of adjacent pairs, `width` elements wide, a
-/// power of two. Inactive ones are `pad`.
+/// The result of a balanced tree of adjacent pairs, `width` elements wide, a power of two. Inactive ones are `pad`.
 template <class T, class Op>
 [[gnu::always_inline]] inline T reduce_pieces(Control& control, const std::uint8_t* vector, const ActiveBits& active,
                                               std::size_t width, T pad, Op op) {

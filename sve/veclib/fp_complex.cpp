@@ -1,6 +1,5 @@
-// Complex operations, an even element the real and the odd one above it the
-// imaginary part, and the indexed forms, whose second source is one element, or
-// one pair, of each 128-bit segment.
+// Complex operations, an even element the real and the odd one above it the imaginary part, and the indexed forms,
+// whose second source is one element, or one pair, of each 128-bit segment.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;
@@ -8,36 +7,31 @@ using namespace sve::veclib;
 
 namespace {
 
-template <class T> T at(const VectorV &v, std::size_t i) {
+template <class T>
+T at(const VectorV& v, std::size_t i) {
   return load<T>(v.bytes, i);
 }
 
-template <class T> constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
+template <class T>
+constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
 
-constexpr on_lanes fma([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(a, b, c, s);
-});
-constexpr on_lanes fms([](auto a, auto b, auto c, auto &s) {
-  return FPMulAdd(a, FPNeg(b), c, s);
-});
-constexpr on_lanes product([](auto a, auto b, auto &s) {
-  return FPMul(a, b, s);
-});
-constexpr on_lanes sum([](auto a, auto b, auto &s) { return FPAdd(a, b, s); });
+constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, b, c, s); });
+constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, FPNeg(b), c, s); });
+constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); });
+constexpr on_lanes sum([](auto a, auto b, auto& s) { return FPAdd(a, b, s); });
 
 // Elements that have a partner.
-template <class T> std::size_t paired_count(const CpuContext *ctx) {
+template <class T>
+std::size_t paired_count(const CpuContext* ctx) {
   return count<T>(ctx) / 2 * 2;
 }
 
-// Adds the other operand's pair, turned by 90 degrees (rotation 0) or 270
-// (rotation 1). The halves of a pair are predicated each by its own element.
+// Adds the other operand's pair, turned by 90 degrees (rotation 0) or 270 (rotation 1). The halves of a pair are
+// predicated each by its own element.
 template <class T>
-VectorV complex_add(const VectorV &a, const PredV &p, const VectorV &b,
-                    std::uint64_t rotation, CpuContext *ctx) {
+VectorV complex_add(const VectorV& a, const PredV& p, const VectorV& b, std::uint64_t rotation, CpuContext* ctx) {
   const std::size_t n = paired_count<T>(ctx);
-  const T real_sign = rotation == 0 ? Format<T>::sign : T{0},
-          imaginary_sign = real_sign ^ Format<T>::sign;
+  const T real_sign = rotation == 0 ? Format<T>::sign : T{0}, imaginary_sign = real_sign ^ Format<T>::sign;
   VectorV turned;
   for (std::size_t e = 0; e < n; e += 2) {
     store<T>(turned.bytes, e, at<T>(b, e + 1) ^ real_sign);
@@ -46,8 +40,7 @@ VectorV complex_add(const VectorV &a, const PredV &p, const VectorV &b,
   return fp_merged<T>(n, a, p, ctx, ctx->fpcr, sum, a, turned);
 }
 
-// Which parts of a pair a rotation multiplies, and which products it negates,
-// for the real and the imaginary element.
+// Which parts of a pair a rotation multiplies, and which products it negates, for the real and the imaginary element.
 struct rotated_product {
   bool odd_first, odd_second, negated;
 };
@@ -58,75 +51,61 @@ constexpr rotated_product rotations[4][2] = {
     {{true, true, false}, {true, false, true}},
 };
 
-// Fused multiply-add of pairs: the parts of n's pair, and of the pair of m
-// whose first element `m_pair` names, that the rotation selects.
+// Fused multiply-add of pairs: the parts of n's pair, and of the pair of m whose first element `m_pair` names, that the
+// rotation selects.
 template <class T, class Predicate, class MPair>
-VectorV complex_multiply_add(const VectorV &acc, const Predicate &p,
-                             const VectorV &n, const VectorV &m, MPair m_pair,
-                             std::uint64_t rotation, CpuContext *ctx) {
+VectorV complex_multiply_add(const VectorV& acc, const Predicate& p, const VectorV& n, const VectorV& m, MPair m_pair,
+                             std::uint64_t rotation, CpuContext* ctx) {
   const std::size_t elements = paired_count<T>(ctx);
   VectorV first, second;
   for (std::size_t pair = 0; pair < elements; pair += 2)
     for (std::size_t part = 0; part < 2; ++part) {
-      const rotated_product &chosen = rotations[rotation & 3][part];
+      const rotated_product& chosen = rotations[rotation & 3][part];
       const T factor = at<T>(m, m_pair(pair) + chosen.odd_second);
       store<T>(first.bytes, pair + part, at<T>(n, pair + chosen.odd_first));
-      store<T>(second.bytes, pair + part,
-               chosen.negated ? FPNeg(factor) : factor);
+      store<T>(second.bytes, pair + part, chosen.negated ? FPNeg(factor) : factor);
     }
-  return fp_merged<T>(elements, acc, p, ctx, ctx->fpcr, fma, acc, first,
-                      second);
+  return fp_merged<T>(elements, acc, p, ctx, ctx->fpcr, fma, acc, first, second);
 }
 
 template <class T>
-VectorV complex_mla(const VectorV &acc, const PredV &p, const VectorV &n,
-                    const VectorV &m, std::uint64_t rotation, CpuContext *ctx) {
+VectorV complex_mla(const VectorV& acc, const PredV& p, const VectorV& n, const VectorV& m, std::uint64_t rotation,
+                    CpuContext* ctx) {
   return complex_multiply_add<T>(
       acc, p, n, m, [](std::size_t pair) { return pair; }, rotation, ctx);
 }
 
 template <class T>
-VectorV complex_mla_indexed(const VectorV &n, const VectorV &m,
-                            const VectorV &acc, std::uint64_t rotation,
-                            std::uint64_t index, CpuContext *ctx) {
+VectorV complex_mla_indexed(const VectorV& n, const VectorV& m, const VectorV& acc, std::uint64_t rotation,
+                            std::uint64_t index, CpuContext* ctx) {
   return complex_multiply_add<T>(
       acc, all_active{}, n, m,
-      [index](std::size_t pair) {
-        return pair / lanes_of_segment<T> * lanes_of_segment<T> + 2 * index;
-      },
-      rotation, ctx);
+      [index](std::size_t pair) { return pair / lanes_of_segment<T> * lanes_of_segment<T> + 2 * index; }, rotation,
+      ctx);
 }
 
-// The second source with each segment's element `index` in all of the segment's
-// places.
+// The second source with each segment's element `index` in all of the segment's places.
 template <class T>
-VectorV segments_filled(const VectorV &m, std::uint64_t index,
-                        const CpuContext *ctx) {
+VectorV segments_filled(const VectorV& m, std::uint64_t index, const CpuContext* ctx) {
   VectorV r;
   const std::size_t n = count<T>(ctx);
   for (std::size_t i = 0; i < n; ++i)
-    store<T>(r.bytes, i,
-             at<T>(m, i / lanes_of_segment<T> * lanes_of_segment<T> + index));
+    store<T>(r.bytes, i, at<T>(m, i / lanes_of_segment<T> * lanes_of_segment<T> + index));
   return r;
 }
 
 template <class T, class Op, class... Sources>
-VectorV indexed(CpuContext *ctx, const VectorV &m, std::uint64_t index, Op op,
-                const Sources &...src) {
+VectorV indexed(CpuContext* ctx, const VectorV& m, std::uint64_t index, Op op, const Sources&... src) {
   return fp_mapped<T>(ctx, op, src..., segments_filled<T>(m, index, ctx));
 }
 
-} // namespace
+}  // namespace
 
 #define FP_TYPES F16, F32, D64
 
-SVE_DEFINE_VVM_ROTATED(FCADDVVM, complex_add<T>(a, p, b, rotation, ctx),
-                       FP_TYPES)
-SVE_DEFINE_VVVM_ROTATED(FCMLAVVVM, complex_mla<T>(a, p, b, c, rotation, ctx),
-                        FP_TYPES)
-SVE_DEFINE_VVVI_ROTATED(FCMLAVVVIX,
-                        complex_mla_indexed<T>(a, b, c, rotation, imm, ctx),
-                        F16, F32)
+SVE_DEFINE_VVM_ROTATED(FCADDVVM, complex_add<T>(a, p, b, rotation, ctx), FP_TYPES)
+SVE_DEFINE_VVVM_ROTATED(FCMLAVVVM, complex_mla<T>(a, p, b, c, rotation, ctx), FP_TYPES)
+SVE_DEFINE_VVVI_ROTATED(FCMLAVVVIX, complex_mla_indexed<T>(a, b, c, rotation, imm, ctx), F16, F32)
 SVE_DEFINE_VVVI(FMAVVVIX, indexed<T>(ctx, c, imm, fma, a, b), FP_TYPES)
 SVE_DEFINE_VVVI(FMSVVVIX, indexed<T>(ctx, c, imm, fms, a, b), FP_TYPES)
 SVE_DEFINE_VVI(MulVVIX, indexed<T>(ctx, b, imm, product, a), FP_TYPES)
