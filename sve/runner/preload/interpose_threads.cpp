@@ -55,7 +55,7 @@ struct notification {
   notification* next;
 };
 notification* notifications = nullptr;
-SpinLock notifications_lock;
+SleepingLock notifications_lock;
 
 void notify(sigval record) {
   const auto* call = static_cast<const notification*>(record.sival_ptr);

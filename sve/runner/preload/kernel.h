@@ -103,7 +103,7 @@ class SignalsBlocked {
 
 /// A lock for a short while. Its holder has all signals blocked or is a signal handler of ours. Who waits sleeps: many
 /// threads that meet fresh code at once would take the processor from the holder otherwise.
-class SpinLock {
+class SleepingLock {
  public:
   void lock() {
     int free = 0;

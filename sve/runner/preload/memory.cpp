@@ -21,7 +21,7 @@ struct free_block {
   free_block* next;
 };
 
-sve::runner::SpinLock lock;
+sve::runner::SleepingLock lock;
 free_block* free_lists[largest_small / unit + 1];
 std::byte* chunk = nullptr;
 std::size_t chunk_left = 0;

@@ -33,7 +33,7 @@ alignas(8) std::uint32_t handler_return[] = {0xd2801168, 0xd4000001};  // mov x8
 // take no lock, and read again when a writer came between.
 program_action actions[signal_count + 1];
 std::atomic<unsigned> version{0};
-SpinLock action_lock;
+SleepingLock action_lock;
 
 program_action read_action(int sig) {
   for (;;) {
@@ -55,7 +55,7 @@ bool is_handler(std::uintptr_t handler) { return handler != default_action && ha
 
 // Owned signals sent to the process while every thread that could take them blocks them.
 constinit held_signals process_held{};
-SpinLock held_lock;
+SleepingLock held_lock;
 
 void hold_for_process(const siginfo_t& info) {
   {

@@ -23,7 +23,7 @@ constexpr std::size_t block_offset = guard_size + stack_size;
 constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_sites * sizeof(std::uint64_t);
 
 pthread_key_t key;
-SpinLock list_lock;
+SleepingLock list_lock;
 thread_block* blocks = nullptr;
 thread_block* main_block = nullptr;
 

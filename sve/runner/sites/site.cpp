@@ -22,10 +22,9 @@ constexpr std::uintptr_t page_mask = 4095;
 constexpr std::size_t bucket_count = 1 << 14;
 
 // Writers hold the lock, with all signals blocked; readers take none, and what they find stays for ever.
-SpinLock lock;
+SleepingLock lock;
 std::atomic<site*> buckets[bucket_count];
 std::atomic<std::size_t> count_of_sites{0};
-std::atomic<std::size_t> count_of_unpatched{0};
 std::atomic<std::uint64_t> executions_without_site{0};
 site** by_index = nullptr;
 bool patching = false;
@@ -144,8 +143,6 @@ site* need_site(std::uint32_t* address) {
   if (site* s = find(address)) return s;
   return make(address);
 }
-
-std::size_t unpatched_sites() { return count_of_unpatched; }
 
 void keep_counts_of(thread_block* block) {
   std::uint64_t* counts = counts_of(block);
@@ -296,7 +293,6 @@ void patch_site(site* s) {
   if (is_done()) return;
   if (branch_to_entry(s)) return;
   s->gave_up = true;
-  ++count_of_unpatched;
 }
 
 bool is_patched(const std::uint32_t* address) {

@@ -78,11 +78,8 @@ void start_sites(bool patches);
 /// Gives the site an entry and patches the program to branch there, if that can be.
 void patch_site(site* s);
 
-/// The program changes its mappings between two addresses. Where they become writable its own words are put back, which it
-/// may be about to write to or to read.
+/// The program changes its mappings between two addresses. Where they become writable its own words are put back, which
+/// it may be about to write to or to read.
 void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable);
-
-/// Sites that go on trapping since no entry fits within reach, or writing is refused.
-std::size_t unpatched_sites();
 
 }  // namespace sve::runner
