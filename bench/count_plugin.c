@@ -22,8 +22,8 @@ size_t qemu_plugin_tb_n_insns(const struct qemu_plugin_tb* block);
 struct qemu_plugin_insn* qemu_plugin_tb_get_insn(const struct qemu_plugin_tb* block, size_t i);
 void qemu_plugin_register_vcpu_insn_exec_inline(struct qemu_plugin_insn* insn, int op, void* counter, uint64_t amount);
 void qemu_plugin_register_vcpu_syscall_cb(plugin_id id,
-                                          void (*f)(plugin_id, unsigned, int64_t, uint64_t, uint64_t, uint64_t, uint64_t,
-                                                    uint64_t, uint64_t, uint64_t, uint64_t));
+                                          void (*f)(plugin_id, unsigned, int64_t, uint64_t, uint64_t, uint64_t,
+                                                    uint64_t, uint64_t, uint64_t, uint64_t, uint64_t));
 void qemu_plugin_register_atexit_cb(plugin_id id, void (*f)(plugin_id, void*), void* argument);
 
 EXPORT int qemu_plugin_version = 1;

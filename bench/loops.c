@@ -122,12 +122,28 @@ static const struct {
   const char* name;
   double (*run)(void);
 } loops[] = {
-#define NAMED(name) {#name, name}
-    NAMED(axpy),         NAMED(triad),        NAMED(dot),           NAMED(dot_integer),
-    NAMED(clamp),        NAMED(stencil),      NAMED(count_matches), NAMED(conditional_update),
-    NAMED(maximum),      NAMED(widening_sum), NAMED(narrowing),     NAMED(complex_multiply),
-    NAMED(to_float),     NAMED(to_integer),   NAMED(matrix),        NAMED(shifts),
-    NAMED(square_root),  NAMED(gather),       NAMED(add_bytes),    NAMED(logic),
+#define NAMED(name) \
+  { #name, name }
+    NAMED(axpy),
+    NAMED(triad),
+    NAMED(dot),
+    NAMED(dot_integer),
+    NAMED(clamp),
+    NAMED(stencil),
+    NAMED(count_matches),
+    NAMED(conditional_update),
+    NAMED(maximum),
+    NAMED(widening_sum),
+    NAMED(narrowing),
+    NAMED(complex_multiply),
+    NAMED(to_float),
+    NAMED(to_integer),
+    NAMED(matrix),
+    NAMED(shifts),
+    NAMED(square_root),
+    NAMED(gather),
+    NAMED(add_bytes),
+    NAMED(logic),
     NAMED(absolute_difference),
 };
 

@@ -1,7 +1,7 @@
 // Runs the words of the benchmark's cases natively and prints the nanoseconds of each: for a processor, or an emulated
 // one, that has SVE at the model's vector length. Prints "NAME FAMILY NANOSECONDS" lines; arguments are regular
-// expressions of names. With --count first it runs each word a known number of times between marks (see bench/count) and
-// prints "MARK NAME TIMES" lines.
+// expressions of names. With --count first it runs each word a known number of times between marks (see bench/count)
+// and prints "MARK NAME TIMES" lines.
 #include <time.h>
 
 #include <regex>
