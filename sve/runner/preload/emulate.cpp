@@ -4,6 +4,7 @@
 
 #include "sve/decode/dispatch.h"
 #include "sve/decode/unallocated.h"
+#include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/text.h"
 #include "sve/runner/sites/site.h"
@@ -43,7 +44,7 @@ void run(cpu_state* state, site* s) {
     const decode_handler handle = handler_of(word);
     if (!handle) return;
     execute(state, word, handle, nullptr);
-    count_without_site();
+    count_without_site(!in_borrowed_memory());
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
 }
 
@@ -57,7 +58,8 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   cpu_state* state = &block->state;
   load_state(state, context);
   std::uint32_t* const start = state->pc;
-  site* const s = need_site(start);
+  // A vforked child makes none: the lock may be held by a thread that the child has not, where it is a copy after all.
+  site* const s = in_borrowed_memory() ? nullptr : need_site(start);
   // Another thread may have patched it since it trapped here.
   if (!s && !handler_of(*start)) return is_patched(start);
   block->used_sve = true;

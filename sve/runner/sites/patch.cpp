@@ -28,6 +28,7 @@ bool write_through_file(std::uint32_t* at, std::uint32_t word) {
 // The page that write_through_mapping changes now, 0 if none.
 std::atomic<std::uintptr_t> page_in_work{0};
 std::atomic<unsigned> works{0};  // how often there was one
+int worker = 0;                  // the process that does it
 
 // For the moment of writing the page cannot be executed; a thread that meets that tries again.
 bool write_through_mapping(std::uint32_t* at, std::uint32_t word) {
@@ -35,6 +36,7 @@ bool write_through_mapping(std::uint32_t* at, std::uint32_t word) {
   const auto place = reinterpret_cast<std::uintptr_t>(at);
   if (!find_code_mapping(place, m)) return false;
   const long page = static_cast<long>(place & ~page_mask);
+  worker = kernel_process_id();
   page_in_work.store(place & ~page_mask);
   ++works;
   const long size = page_mask + 1;
@@ -84,12 +86,18 @@ void start_patching() {
 
 bool was_in_work(std::uintptr_t pc) {
   if (file_is_seen) return false;
-  for (;;) {
+  const std::uintptr_t page = pc & ~page_mask;
+  for (unsigned waits = 0;; ++waits) {
     const unsigned before = works.load();
     mapping m;
-    if (page_in_work.load() != (pc & ~page_mask)) {
+    if (page_in_work.load() != page) {
       if (find_mapping(pc, m) && m.executable) return true;
       if (works.load() == before) return false;
+    } else if (waits > 1000 && worker != kernel_process_id()) {
+      // A copy of the process that no handler of ours told of, made in that very moment (emulators make one for vfork):
+      // nobody will finish here.
+      system_call(SYS_mprotect, static_cast<long>(page), page_mask + 1, PROT_READ | PROT_EXEC);
+      page_in_work.store(0);
     }
     system_call(SYS_sched_yield);
   }

@@ -157,8 +157,10 @@ void count_partial(site* s, std::size_t done) {
   for (std::size_t i = 0; i < done; ++i) s->partial[i].fetch_add(1, std::memory_order_relaxed);
 }
 
-void count_without_site() {
-  if (executions_without_site.fetch_add(1, std::memory_order_relaxed) == 0)
+void count_without_site(bool for_lack_of_room) {
+  static std::atomic<bool> told{false};
+  executions_without_site.fetch_add(1, std::memory_order_relaxed);
+  if (for_lack_of_room && !told.exchange(true, std::memory_order_relaxed))
     print_line("no memory for more counts; from here on new places count in the total alone");
 }
 

@@ -69,8 +69,8 @@ void sites_after_fork_in_child();
 void lock_sites();
 void unlock_sites();
 
-/// A word of ours was executed that has no site, since there is no room for one.
-void count_without_site();
+/// A word of ours was executed that has no site. That there is no room for one is told once.
+void count_without_site(bool for_lack_of_room);
 
 /// Whether sites are patched. Once, at start.
 void start_sites(bool patches);
