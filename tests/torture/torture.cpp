@@ -257,18 +257,17 @@ void racing_loads() {
       &both);
   while (!done) {
     unsigned char out[2 * vector_bytes];
-    uint64_t active;
+    uint8_t loaded[14 + 2];
     asm volatile(SVE("ptrue p0.b\n setffr\n"
                      "ldnf1b {z0.b}, p0/z, [%1]\n"
-                     "rdffr p1.b, p0/z\n"
-                     "cntp %2, p0, p1.b\n"
-                     "str z0, [%0]\n")
+                     "rdffr p1.b\n"
+                     "str z0, [%0]\n str p1, [%2]\n")
                  :
-                 : "r"(out), "r"(memory), "r"(0)
+                 : "r"(out), "r"(memory), "r"(loaded)
                  : "v0", "memory");
-    asm volatile(SVE("rdffr p1.b\n ptrue p0.b\n cntp %0, p0, p1.b\n") : "=r"(active)::"memory");
-    for (uint64_t i = 0; i < active; ++i)
-      if (out[i] != 'r') fail("a non-fault load found what was never there");
+    // Memory may come back in the middle of the load, and then it goes on loading.
+    for (size_t i = 0; i < vector_bytes; ++i)
+      if ((loaded[i / 8] >> (i % 8) & 1) && out[i] != 'r') fail("a non-fault load found what was never there");
   }
   pthread_join(other, nullptr);
   munmap(memory, page);
