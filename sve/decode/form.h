@@ -45,17 +45,25 @@ struct routine_order {
   }
 };
 
+// By values: GCC's undefined-behaviour sanitizer takes no test of a pointer into a constant for a constant.
 constexpr address_form address_of(std::span<const operand> operands) {
-  const operand *base = nullptr, *offset = nullptr;
+  bool has_base = false, has_register_offset = false;
+  operand_kind base{}, offset{};
   for (const operand& o : operands) {
-    if (o.role == operand_role::base) base = &o;
-    if (o.role == operand_role::offset) offset = &o;
+    if (o.role == operand_role::base) {
+      has_base = true;
+      base = o.kind;
+    }
+    if (o.role == operand_role::offset && o.is_register()) {
+      has_register_offset = true;
+      offset = o.kind;
+    }
   }
-  if (!base) return address_form::none;
-  if (base->kind == operand_kind::z) return address_form::vector_immediate;
-  return !offset || !offset->is_register() ? address_form::base_immediate
-         : offset->kind == operand_kind::z ? address_form::base_vector
-                                           : address_form::base_index;
+  if (!has_base) return address_form::none;
+  if (base == operand_kind::z) return address_form::vector_immediate;
+  return !has_register_offset        ? address_form::base_immediate
+         : offset == operand_kind::z ? address_form::base_vector
+                                     : address_form::base_index;
 }
 
 /// The size of the first vector or predicate that has one. A conversion works on the wider of its two sizes.
