@@ -36,6 +36,14 @@ class code_buffer {
   void put(const form& f, Operands... operands) {
     put(encoded(f, static_cast<std::int64_t>(operands)...));
   }
+  /// Goes back to where the buffer had `size` words. Not across a load of a constant.
+  void truncate(std::size_t size) { size_ = size; }
+  /// Lets the branch at word `at`, of this form, whose offset is its field `i`, go to what comes next.
+  void aim(std::size_t at, const form& f, int i) {
+    const auto distance = static_cast<std::int64_t>(4 * (size_ - at));
+    good_ = good_ && fits(f.fields[i], distance);
+    if (good_) words_[at] |= encode_field(f.fields[i], distance);
+  }
   void branch(std::uint64_t target) { put(b, static_cast<std::int64_t>(target - here())); }
 
   /// Loads a 64-bit or a 32-bit constant from behind the code; equal ones share a place.

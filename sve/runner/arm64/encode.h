@@ -42,6 +42,56 @@ constexpr word encode_field(const field& f, std::int64_t operand) {
   return (static_cast<word>(operand >> f.scale) & ((word{1} << f.width) - 1)) << f.low;
 }
 
+// ---- Vector instructions of several element sizes ----
+
+enum class vector_kind : std::uint8_t {
+  three,         ///< v, v, v
+  two,           ///< v, v
+  two_and_zero,  ///< v, v, #0
+  across,        ///< a scalar of the element's size, v
+  narrow,        ///< elements of twice the size to the low half
+  left,          ///< v, v, number
+  right,
+  wide,       ///< elements of the low half to twice the size
+  wide_high,  ///< of the high half
+  fp_three,   ///< as `three`, half precision encoded apart
+  fp_two
+};
+
+struct vector_form {
+  const char* name;
+  vector_kind kind;
+  std::uint8_t sizes;  ///< which exist, bit 0 bytes
+  word base;
+};
+
+/// The word for elements of `size`, 0 bytes to 3 doublewords; `m` is the second source or the number of a shift.
+constexpr word encode(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
+  word w = f.base | d | n << 5;
+  switch (f.kind) {
+    case vector_kind::three:
+      return w | size << 22 | m << 16;
+    case vector_kind::left:
+      return w | ((8u << size) + m) << 16;
+    case vector_kind::right:
+      return w | ((16u << size) - m) << 16;
+    case vector_kind::wide:
+    case vector_kind::wide_high:
+      return w | 8u << size << 16;
+    case vector_kind::fp_three:
+      return size == 1 ? (w ^ 0x0060c000) | m << 16 : w | (size == 3 ? 1u << 22 : 0) | m << 16;
+    case vector_kind::fp_two:
+      return size == 1 ? w ^ 0x00580000 : w | (size == 3 ? 1u << 22 : 0);
+    default:
+      return w | size << 22;
+  }
+}
+
+#define SVE_ARM64_VECTOR(name, kind, sizes, base) \
+  inline constexpr vector_form v_##name{#name, vector_kind::kind, sizes, base};
+#include "sve/runner/arm64/vector_forms.inc"
+#undef SVE_ARM64_VECTOR
+
 #define SVE_ARM64_FORM(name, syntax, base, ...) inline constexpr form name{syntax, base, {__VA_ARGS__}};
 #include "sve/runner/arm64/forms.inc"
 #undef SVE_ARM64_FORM
