@@ -23,6 +23,7 @@ class code_buffer {
   bool is_good() const { return good_; }
   std::size_t size() const { return size_; }
   const word* words() const { return words_; }
+  void spoil() { good_ = false; }
   /// Where the next word will lie.
   std::uint64_t here() const { return address_ + 4 * size_; }
 

@@ -36,11 +36,14 @@ struct thread_block {
   /// Whether this thread runs as a vforked child: `blocked` is the child's, and the parent puts its own back.
   unsigned long is_vforked;
 
-  cpu_state state;
   // These are written by entries of sites: see sites/offsets.h.
-  std::uint64_t running;   ///< an entry's address if it executes a run now; `state` is whole between two instructions
-  std::uint32_t pending;   ///< whether something waits for the run's end
-  std::uint32_t used_sve;  ///< whether `state` holds more than zeroes above the V registers
+  alignas(16) std::uint8_t borrowed_v[16][16];  ///< the program's values of registers that native code borrows
+  cpu_state state;
+  std::uint64_t running;     ///< an entry's address if it executes a run now; `state` is whole between two instructions
+  std::uint32_t pending;     ///< whether something waits for the run's end
+  std::uint64_t used_sve;    ///< whether `state` holds more than zeroes above the V registers
+  std::uint32_t full[16];    ///< by predicate, for which sizes, a bit each, all elements are known to be active
+  std::uint64_t borrowed_x[8];
 
   siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
   signal_bits deferred_mask;  ///< the program's mask, while everything waits

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "sve/runner/arm64/code_buffer.h"
+#include "sve/decode/table.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/offsets.h"
 
@@ -26,9 +26,9 @@ static_assert(offsetof(thread_block, used_sve) == SVE_STATE_IN_BLOCK + SVE_ENTRY
 static_assert(offsetof(thread_block, running) == SVE_STATE_IN_BLOCK + SVE_ENTRY_RUNNING);
 static_assert(offsetof(thread_block, pending) == SVE_STATE_IN_BLOCK + SVE_ENTRY_PENDING);
 
-using buffer = code_buffer<most_entry_words>;
+using buffer = entry_buffer;
 
-constexpr unsigned sp = 31, state = 19, pc = 20;
+constexpr unsigned sp = 31, zero = 31, state = 19, pc = 20;
 
 void call(buffer& code, const void* function) {
   code.load_x(1, reinterpret_cast<std::uint64_t>(function));
@@ -44,19 +44,22 @@ void count(buffer& code, const site& s) {
   code.put(str_x, 0, 1, offset % 4096);
 }
 
-}  // namespace
+// What handlers write is not known to be full any more.
+void forget_predicates(buffer& code, std::uint32_t word) {
+  const decode::row* row = decode::find_row(word);
+  for (const decode::operand& o : row->operands())
+    if (o.kind == decode::operand_kind::p && o.is_written())
+      code.put(str_w, zero, state, SVE_ENTRY_FULL + 4 * o.number(word));
+}
 
-bool make_entry(const site& s, std::uint64_t address, entry_code& made) {
-  static buffer code(0);
-  code.restart(address);
-  code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s)));
-  code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s) >> 32));
-  made.begin = code.size();
+void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end, bool is_last) {
+  log.add(code.size(), code_event::heavy_begin, 0, first);
   code.put(stp_x_pre, 0, 1, sp, -SVE_ENTRY_PUSHED);
   code.put(str_x, 30, sp, 16);
   call(code, sve_entry_save);
-  code.load_x(pc, reinterpret_cast<std::uint64_t>(s.address));
-  for (std::size_t i = 0; i < s.count; ++i) {
+  code.load_x(pc, reinterpret_cast<std::uint64_t>(s.address + first));
+  for (std::size_t i = first; i < end; ++i) {
+    forget_predicates(code, s.words[i]);
     code.load_x(1, s.words[i]);
     code.put(str_x, pc, state, SVE_STATE_PC);
     code.put(mov_x, 0, state);
@@ -65,16 +68,105 @@ bool make_entry(const site& s, std::uint64_t address, entry_code& made) {
     code.put(add_x_imm, pc, pc, 4);
   }
   code.put(str_x, pc, state, SVE_STATE_PC);
-  count(code, s);
+  if (is_last) count(code, s);
   call(code, sve_entry_restore);
-  made.tail = code.size();
+  log.add(code.size(), code_event::heavy_tail, is_last, end);
   code.put(ldr_x, 30, sp, 16);
   code.put(ldp_x_post, 0, 1, sp, SVE_ENTRY_PUSHED);
-  code.branch(reinterpret_cast<std::uint64_t>(s.end()));
-  code.finish();
-  made.words = code.words();
-  made.size = code.size();
-  return code.is_good();
+  if (is_last) code.branch(reinterpret_cast<std::uint64_t>(s.end()));
+}
+
+}  // namespace
+
+bool make_entry(const site& s, std::uint64_t address, translation how, entry_code& made) {
+  static buffer code(0);
+  static event_log log;
+  for (const bool is_native : {true, false}) {
+    if (is_native ? how != translation::native : s.has_scalars) continue;
+    code.restart(address);
+    log.restart();
+    code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s)));
+    code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s) >> 32));
+    made.begin = code.size();
+    if (is_native)
+      put_native(code, log, s, put_handlers);
+    else
+      put_handlers(code, log, s, 0, s.count, true);
+    code.finish();
+    if (!code.is_good() || !log.is_good()) continue;
+    made.words = code.words();
+    made.size = code.size();
+    made.events = log.data();
+    made.event_count = log.size();
+    return true;
+  }
+  return false;
+}
+
+entry_position locate(const site& s, std::uintptr_t at) {
+  entry_position p;
+  const std::size_t place = (at - s.code) / 4;
+  const code_event* events = s.events.load(std::memory_order_acquire);
+  for (std::size_t k = 0; k < s.event_count && events[k].at <= place; ++k) {
+    const code_event& e = events[k];
+    switch (e.what) {
+      case code_event::light_begin:
+      case code_event::heavy_begin:
+        p = {};
+        p.is_light = e.what == code_event::light_begin;
+        p.is_begin = e.at == place;
+        p.instruction = e.value;
+        break;
+      case code_event::borrowed_low:
+        p.is_pushed = true;
+        p.is_begin = false;
+        p.low[e.value] = e.reg;
+        break;
+      case code_event::borrowed_x:
+        p.x |= 1u << e.reg;
+        p.x_slot[e.reg] = static_cast<std::uint8_t>(e.value);
+        break;
+      case code_event::borrowed_v:
+        p.v |= 1u << e.reg;
+        p.v_slot[e.reg] = static_cast<std::uint8_t>(e.value);
+        break;
+      case code_event::lent_z:
+        p.z |= 1u << e.reg;
+        break;
+      case code_event::returned_z:
+        p.z = 0;
+        break;
+      case code_event::instruction:
+        p.instruction = e.value;
+        break;
+      case code_event::leaving:
+        p.is_leaving = true;
+        p.is_last = e.reg;
+        p.x = p.v = p.z = 0;
+        break;
+      case code_event::counted:
+        p.is_counted = true;
+        break;
+      case code_event::popped:
+        p.is_pushed = false;
+        p.instruction = e.value;
+        break;
+      case code_event::waited:
+        p.waited = true;
+        p.without_block = false;
+        break;
+      case code_event::without_block:
+        p.without_block = true;
+        p.instruction = e.value;
+        break;
+      case code_event::heavy_tail:
+        p.is_leaving = true;
+        p.is_last = e.reg;
+        p.instruction = e.value;
+        break;
+    }
+  }
+  return p;
 }
 
 std::uint32_t branch_to(std::uint64_t from, std::uint64_t to) {

@@ -1,0 +1,1584 @@
+#include "sve/runner/native/translator.h"
+
+#include <sys/auxv.h>
+
+#include <algorithm>
+#include <bit>
+#include <span>
+#include <string_view>
+
+#include "sve/decode/table.h"
+#include "sve/runner/native/tables.h"
+#include "sve/runner/preload/thread_block.h"
+#include "sve/runner/sites/offsets.h"
+#include "sve/state/patterns.h"
+
+namespace sve::runner {
+namespace {
+
+using namespace arm64;
+using decode::access_kind;
+using decode::operand;
+using decode::operand_kind;
+using decode::operand_role;
+using decode::predication;
+
+// ---- The table of native forms ----
+
+enum class action : std::uint8_t {
+  none,
+  binary,
+  reversed,
+  fp_binary,
+  fp_reversed,
+  fp_divide,
+  fp_divide_reversed,
+  fused,
+  fp_fused,
+  fp_fused_negated,  // the addend is negated, too
+  complex_fused,
+  unary,
+  fp_unary,
+  reverse,
+  extend_signed,
+  extend_unsigned,
+  shift_left,
+  shift_right,
+  shift_right_signed,
+  move,
+  select,
+  copy,
+  load,
+  // From here on each stands alone.
+  store,
+  compare,
+  compare_reversed,
+  compare_not,
+  fp_compare,
+  unpack_low,
+  unpack_high,
+  sum,
+  fp_sum,
+  reduce,
+  while_unsigned,
+  while_unsigned_equal,
+  while_signed,
+  while_signed_equal,
+  set_pattern,
+  logic,  // of predicates
+  gather,
+  count,
+  count_up,
+  count_down,
+  add_length,
+  read_length,
+  scalar
+};
+
+struct native_form {
+  std::string_view mnemonic;
+  action how;
+  const vector_form* form;
+};
+
+constexpr native_form native_forms[] = {
+#define SVE_NATIVE(mnemonic, how, form) {#mnemonic, action::how, &form},
+#include "sve/runner/native/operations.inc"
+#undef SVE_NATIVE
+};
+static_assert(std::ranges::is_sorted(native_forms, {}, &native_form::mnemonic));
+
+const native_form* find_native(std::string_view mnemonic) {
+  const native_form* found = std::ranges::lower_bound(native_forms, mnemonic, {}, &native_form::mnemonic);
+  return found != std::end(native_forms) && found->mnemonic == mnemonic ? found : nullptr;
+}
+
+// ---- What the code finds through the base register ----
+
+constexpr unsigned pieces = vector_bytes / 16;
+constexpr unsigned sp = 31, zero = 31;
+// The base register points into the thread's block, so that pairs of V registers are in reach.
+constexpr int base_in_block = 816;
+constexpr int state_offset = SVE_STATE_IN_BLOCK - base_in_block;
+constexpr int z_offset(unsigned n, unsigned byte) {
+  return state_offset + SVE_STATE_Z + static_cast<int>(vector_bytes * n + byte);
+}
+constexpr int p_offset(unsigned n, unsigned byte) { return z_offset(32 + n, byte); }
+constexpr int borrowed_v_offset = 16 - base_in_block;
+static_assert(offsetof(cpu_state, z) == SVE_STATE_Z && sizeof(cpu_state::z) == 32 * vector_bytes);
+static_assert(offsetof(cpu_state, p) == SVE_STATE_Z + 32 * vector_bytes);
+static_assert(offsetof(thread_block, borrowed_v) == 16);
+static_assert(offsetof(thread_block, full) == SVE_STATE_IN_BLOCK + SVE_ENTRY_FULL);
+static_assert(offsetof(thread_block, borrowed_x) == SVE_STATE_IN_BLOCK + SVE_ENTRY_BORROWED_X);
+static_assert(z_offset(0, 0) >= -256 && borrowed_v_offset >= -1008);
+
+constexpr unsigned no_register = 0xff;
+constexpr std::uint8_t all_sizes = 15;
+// Full at one size, a vector of predicate bytes is so at all larger ones.
+constexpr std::uint8_t full_from(unsigned size) { return static_cast<std::uint8_t>(all_sizes << size & all_sizes); }
+
+// ---- One instruction of the run ----
+
+struct insn {
+  std::uint32_t word = 0;
+  const decode::row* row = nullptr;
+  action how = action::none;
+  const vector_form* form = nullptr;
+  std::uint8_t size = 0;  // of its elements
+  std::uint8_t d = no_register, sources[3] = {}, source_count = 0;
+  std::uint8_t pd = no_register, pn = no_register, pm = no_register;
+  std::uint8_t pg = no_register;
+  predication inactive = predication::none;
+  bool tied = false;  // the first source is the destination
+  bool accumulates = false;  // the destination is an addend
+  bool has_immediate = false;
+  std::int64_t immediate = 0, second_immediate = 0;
+  std::uint8_t xd = no_register, xn = no_register, xm = no_register;
+  bool is_w = false;
+  std::uint32_t x_used = 0, z_used = 0;  // a bit for each register
+  std::uint16_t p_written = 0;
+  bool writes_x = false;
+};
+
+bool has_half_precision() {
+  static const bool has = (getauxval(AT_HWCAP) & (1ul << 9 | 1ul << 10)) == (1ul << 9 | 1ul << 10);
+  return has;
+}
+
+constexpr bool is_standalone(action how) { return how >= action::store; }
+constexpr bool is_floating(action how) {
+  return (how >= action::fp_binary && how <= action::complex_fused && how != action::fused) ||
+         how == action::fp_unary || how == action::fp_compare || how == action::fp_sum;
+}
+
+void note_operand(insn& i, const operand& o) {
+  const auto n = static_cast<std::uint8_t>(o.is_register() ? o.number(i.word) : 0);
+  switch (o.kind) {
+    case operand_kind::z:
+    case operand_kind::v:
+      for (unsigned k = 0; k < std::max<unsigned>(o.registers, 1); ++k) i.z_used |= 1u << (n + k) % 32;
+      if (o.role == operand_role::source || o.role == operand_role::stored || o.role == operand_role::offset ||
+          o.role == operand_role::base) {
+        if (i.source_count < 3) i.sources[i.source_count++] = n;
+      } else {
+        i.d = n;
+        i.tied = o.role == operand_role::both && o.repeated != decode::repetition::none;
+        i.accumulates = o.role == operand_role::both && !i.tied;
+        if (o.role == operand_role::both) i.sources[i.source_count++] = n;
+      }
+      break;
+    case operand_kind::p:
+      if (o.role == operand_role::governing) {
+        i.pg = n;
+        i.inactive = o.inactive;
+      } else if (o.is_written()) {
+        i.pd = n;
+        i.p_written |= static_cast<std::uint16_t>(1u << n);
+      } else {
+        (i.pn == no_register ? i.pn : i.pm) = n;
+      }
+      break;
+    case operand_kind::x:
+    case operand_kind::x_or_sp:
+      i.x_used |= 1u << n;
+      if (o.is_written()) {
+        i.xd = n;
+        i.writes_x = true;
+      } else {
+        (i.xn == no_register ? i.xn : i.xm) = n;
+      }
+      i.is_w = o.size == 2;
+      break;
+    default:
+      if (i.has_immediate)
+        i.second_immediate = o.value(i.word);
+      else
+        i.immediate = o.value(i.word);
+      i.has_immediate = true;
+  }
+}
+
+// Whether all vector operands have elements of the row's size.
+bool has_one_size(const decode::row& row) {
+  for (const operand& o : row.operands())
+    if ((o.kind == operand_kind::z || o.kind == operand_kind::p) && o.size != operand::no_size &&
+        o.size != row.form->element_size && o.role != operand_role::governing)
+      return false;
+  return true;
+}
+
+std::uint8_t count_size(std::string_view mnemonic) {
+  return static_cast<std::uint8_t>(std::string_view("bhwd").find(mnemonic.back()));
+}
+
+// What of the table's lines the emitters know.
+bool is_known_form(insn& i) {
+  const decode::row& row = *i.row;
+  const bool z_to_z = i.d != no_register && i.x_used == 0;
+  const bool exists = i.form->sizes >> i.size & 1;
+  switch (i.how) {
+    case action::binary:
+    case action::reversed: {
+      const bool is_logic = i.form == &v_and_v || i.form == &v_orr_v || i.form == &v_eor_v || i.form == &v_bic_v;
+      if (!z_to_z || !has_one_size(row)) return false;
+      return (exists || is_logic) && i.source_count + i.has_immediate == 2;
+    }
+    case action::fp_binary:
+    case action::fp_reversed:
+    case action::fp_divide:
+    case action::fp_divide_reversed:
+      return z_to_z && exists && has_one_size(row) && i.source_count + i.has_immediate == 2;
+    case action::fused:
+    case action::fp_fused:
+    case action::fp_fused_negated:
+      return z_to_z && exists && has_one_size(row) && i.source_count == 3 && !i.has_immediate;
+    case action::complex_fused:
+      return z_to_z && i.size >= element_s && has_one_size(row) && i.source_count == 3 && i.pg != no_register;
+    case action::unary: {
+      const bool is_bytes = i.form == &v_cnt_v || i.form == &v_rbit_v;
+      return z_to_z && (exists || i.form == &v_mvn_v) && !(is_bytes && i.size != element_b) && i.source_count == 1 &&
+             !i.has_immediate;
+    }
+    case action::fp_unary:
+      return z_to_z && exists && has_one_size(row) && i.source_count == 1 && !i.has_immediate;
+    case action::reverse:
+      return z_to_z && i.source_count == 1;
+    case action::extend_signed:
+    case action::extend_unsigned:
+      return z_to_z && i.source_count == 1;
+    case action::shift_left:
+    case action::shift_right:
+    case action::shift_right_signed:
+      return z_to_z && i.has_immediate && i.source_count == 1;
+    case action::move:
+      return z_to_z && i.source_count == 1;
+    case action::select:
+      return z_to_z && i.source_count == 2;
+    case action::copy:
+      return i.d != no_register && i.source_count == 0 && (i.has_immediate || (i.xn != no_register && i.xn != sp));
+    case action::load:
+    case action::store: {
+      const auto address = row.form->address;
+      if (row.function->access == access_kind::fill || row.function->access == access_kind::spill)
+        return row.operands()[0].kind == operand_kind::z;
+      if (row.function->access != access_kind::load && row.function->access != access_kind::store) return false;
+      if (row.function->registers != 1) return false;
+      return address == decode::address_form::base_immediate || address == decode::address_form::base_index;
+    }
+    case action::compare:
+    case action::compare_reversed:
+    case action::compare_not:
+    case action::fp_compare:
+      return exists && i.pd != no_register && has_one_size(row) && i.source_count + i.has_immediate == 2;
+    case action::unpack_low:
+    case action::unpack_high:
+      return z_to_z && i.source_count == 1;
+    case action::sum:
+      return i.d != no_register && i.source_count == 1;
+    case action::reduce:
+      return exists && i.d != no_register && i.source_count == 1;
+    case action::fp_sum:
+      return i.d != no_register && i.size >= element_s && i.source_count == 1;
+    case action::while_unsigned:
+    case action::while_unsigned_equal:
+    case action::while_signed:
+    case action::while_signed_equal:
+    case action::set_pattern:
+      return i.pd != no_register;
+    case action::count:
+    case action::count_up:
+    case action::count_down:
+      i.size = count_size(row.mnemonic());
+      return i.xd != no_register && i.d == no_register;
+    case action::add_length:
+      return i.xd != sp;
+    case action::read_length:
+      return true;
+    default:
+      return false;
+  }
+}
+
+insn decode_insn(std::uint32_t word, decode_handler handle) {
+  insn i;
+  i.word = word;
+  if (!handle) {
+    i.how = action::scalar;
+    i.x_used = 1u << (word & 31) | 1u << (word >> 5 & 31) | 1u << (word >> 10 & 31) | 1u << (word >> 16 & 31);
+    i.writes_x = true;
+    return i;
+  }
+  i.row = decode::find_row(word);
+  if (!i.row) return i;
+  const std::uint8_t size = i.row->form->element_size;
+  if (size != operand::no_size) i.size = size;
+  for (const operand& o : i.row->operands()) note_operand(i, o);
+  const native_form* found = find_native(i.row->mnemonic());
+  if (!found) return i;
+  i.how = found->how;
+  i.form = found->form;
+  // mad and its kin overwrite a factor; the addend is their last operand.
+  if (i.row->mnemonic().ends_with("mad") || i.row->mnemonic().ends_with("msb")) i.accumulates = false;
+  if (i.d == no_register && i.pd != no_register && i.pm != no_register && i.pg != no_register) {
+    i.how = action::logic;
+    const bool known = i.form == &v_and_v || i.form == &v_orr_v || i.form == &v_eor_v || i.form == &v_bic_v;
+    if (!known || i.inactive != predication::zeroing) i.how = action::none;
+    return i;
+  }
+  const bool exists = is_known_form(i);
+  if (!exists || i.size > element_d || (is_floating(i.how) && i.size == element_h && !has_half_precision()))
+    i.how = action::none;
+  return i;
+}
+
+// ---- The translator ----
+
+class translator {
+ public:
+  translator(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers)
+      : code_(code), log_(log), site_(s), put_handlers_(put_handlers), count_(s.count) {
+    for (std::size_t i = 0; i < count_; ++i) insns_[i] = decode_insn(s.words[i], s.handlers[i]);
+  }
+
+  void put_run() { put_range(0, count_, true); }
+
+ private:
+  // ---- Runs in parts ----
+
+  struct knowledge {
+    std::uint8_t full[16] = {};  // by predicate: for which sizes all elements are known to be active
+  };
+
+  // Whether the instruction has a native form where its governing predicate is full, or where it may not be.
+  static bool has_form(const insn& i, bool full) {
+    if (i.how == action::none) return false;
+    if (i.pg == no_register || full) return true;
+    switch (i.how) {
+      case action::compare:
+      case action::compare_reversed:
+      case action::compare_not:
+        return false;  // the flags
+      case action::store:
+        return i.size >= element_s;
+      default:
+        return true;
+    }
+  }
+
+  bool is_full(const insn& i, const knowledge& k) const {
+    return i.pg == no_register || (k.full[i.pg] >> i.size & 1);
+  }
+
+  static void learn(const insn& i, knowledge& k) {
+    const std::uint8_t moved = is_predicate_move(i) ? k.full[i.pn] : 0;
+    for (unsigned n = 0; n < 16; ++n)
+      if (i.p_written >> n & 1) k.full[n] = 0;
+    if (i.how == action::set_pattern && active_elements(i) == elements(i.size)) k.full[i.pd] = full_from(i.size);
+    if (is_predicate_move(i)) k.full[i.pd] = moved;
+  }
+
+  static unsigned elements(unsigned size) { return static_cast<unsigned>(vector_bytes) >> size; }
+  static unsigned active_elements(const insn& i) {
+    return static_cast<unsigned>(
+        VecTrueILength(static_cast<unsigned long>(i.immediate), static_cast<int>(elements(i.size))));
+  }
+  static bool is_predicate_move(const insn& i) {
+    return i.how == action::logic && i.form == &v_orr_v && i.pg == i.pn && i.pn == i.pm;
+  }
+
+  // The instructions from `first` on that one piece of native code can hold. Those whose predicates come from before
+  // it are told by `tests`, if it is allowed to assume that they are full.
+  std::size_t light_end(std::size_t first, std::size_t end, bool may_assume, knowledge& tests) const {
+    knowledge known;
+    std::uint16_t written = 0;
+    std::size_t i = first;
+    std::uint32_t x_used = 0;
+    for (; i < end; ++i) {
+      const insn& in = insns_[i];
+      bool full = is_full(in, known);
+      const bool can_assume = may_assume && !full && in.pg != no_register && !(written >> in.pg & 1);
+      if (!has_form(in, full || can_assume)) break;
+      if (std::popcount(x_used | in.x_used) > 20) break;
+      x_used |= in.x_used;
+      if (can_assume && in.how != action::logic) {
+        known.full[in.pg] |= full_from(in.size);
+        tests.full[in.pg] |= full_from(in.size);
+      }
+      written |= in.p_written;
+      learn(in, known);
+    }
+    return i;
+  }
+
+  void put_range(std::size_t first, std::size_t end, bool may_assume) {
+    while (first < end) {
+      knowledge tests;
+      std::size_t next = light_end(first, end, may_assume, tests);
+      if (next == first) {
+        next = heavy_end(first, end, may_assume);
+        put_handlers_(code_, log_, site_, first, next, next == count_);
+      } else {
+        put_light(first, next, tests);
+      }
+      first = next;
+    }
+  }
+
+  std::size_t heavy_end(std::size_t first, std::size_t end, bool may_assume) const {
+    std::size_t i = first;
+    for (; i < end; ++i) {
+      knowledge tests;
+      if (insns_[i].how == action::scalar || (i > first && light_end(i, end, may_assume, tests) > i)) break;
+    }
+    return i;
+  }
+
+  // ---- A piece of native code ----
+
+  void put_light(std::size_t first, std::size_t end, const knowledge& tests) {
+    choose_registers(first, end);
+    log_.add(code_.size(), code_event::light_begin, first == 0);
+    log_.add(code_.size(), code_event::instruction, 0, first);
+    code_.put(stp_x_pre, base_, temp_[0], sp, -SVE_ENTRY_PUSHED);
+    code_.put(stp_x, temp_[1], temp_[2], sp, 16);
+    log_.add(code_.size(), code_event::borrowed_low, base_, 0);
+    log_.add(code_.size(), code_event::borrowed_low, temp_[0], 1);
+    log_.add(code_.size(), code_event::borrowed_low, temp_[1], 2);
+    log_.add(code_.size(), code_event::borrowed_low, temp_[2], 3);
+    code_.put(mrs_thread, base_);
+    const auto place = reinterpret_cast<std::uintptr_t>(&this_thread_block) -
+                       reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
+    if (fits(ldr_x.fields[2], static_cast<std::int64_t>(place))) {
+      code_.put(ldr_x, base_, base_, place);
+    } else {
+      code_.load_x(temp_[0], place);
+      code_.put(ldr_x_index, base_, base_, temp_[0]);
+    }
+    const std::size_t without_block = code_.size();
+    code_.put(cbz_x, base_, 0);
+    code_.put(add_x_imm, base_, base_, base_in_block);
+    // Where a predicate is not full the other code is taken.
+    std::size_t slow[64];
+    std::size_t slow_count = 0;
+    for (unsigned n = 0; n < 16; ++n) {
+      if (tests.full[n] == 0) continue;
+      code_.put(ldr_w, temp_[0], base_, full_offset(n));
+      slow[slow_count++] = code_.size();
+      code_.put(tbz_w, temp_[0], std::countr_zero(tests.full[n]), 0);
+    }
+    const std::size_t waits_fast = put_body(first, end, tests);
+    std::size_t over_slow = 0, waits_slow = 0;
+    if (slow_count) {
+      const bool is_last = end == count_;
+      if (!is_last) {
+        over_slow = code_.size();
+        code_.put(b, 0);
+      }
+      for (std::size_t i = 0; i < slow_count; ++i) code_.aim(slow[i], tbz_w, 2);
+      // As at the branches.
+      log_.add(code_.size(), code_event::light_begin);
+      log_.add(code_.size(), code_event::instruction, 0, first);
+      log_pushed();
+      knowledge none;
+      if (light_end(first, end, false, none) == end) {
+        waits_slow = put_body(first, end, {});
+      } else {
+        log_.add(code_.size(), code_event::leaving);
+        code_.put(ldp_x, temp_[1], temp_[2], sp, 16);
+        code_.put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
+        log_.add(code_.size(), code_event::popped, 0, first);
+        const registers kept = save_registers();
+        put_range(first, end, false);
+        restore_registers(kept);
+      }
+    }
+    // Traps.
+    if (end != count_) {
+      const std::size_t over = code_.size();
+      code_.put(b, 0);
+      put_traps(first, without_block, 0, 0);
+      code_.aim(over, b, 0);
+    } else {
+      put_traps(first, without_block, waits_fast, waits_slow);
+    }
+    if (over_slow) code_.aim(over_slow, b, 0);
+  }
+
+  void put_traps(std::size_t first, std::size_t without_block, std::size_t waits, std::size_t other_waits) {
+    log_.add(code_.size(), code_event::light_begin);
+    log_pushed();
+    log_.add(code_.size(), code_event::without_block, 0, first);
+    code_.aim(without_block, cbz_x, 1);
+    code_.put(word{0});
+    if (!waits && !other_waits) return;
+    log_.add(code_.size(), code_event::waited);
+    if (waits) code_.aim(waits, cbnz_w, 1);
+    if (other_waits) code_.aim(other_waits, cbnz_w, 1);
+    code_.put(word{0});
+  }
+
+  void log_pushed() {
+    log_.add(code_.size(), code_event::borrowed_low, base_, 0);
+    for (unsigned k = 0; k < 3; ++k) log_.add(code_.size(), code_event::borrowed_low, temp_[k], k + 1);
+  }
+
+  static int full_offset(unsigned n) { return state_offset + SVE_ENTRY_FULL + 4 * static_cast<int>(n); }
+
+  // ---- Registers that are borrowed ----
+
+  struct registers {
+    unsigned base, temp[7], temp_count, spare_v[32], spare_v_count;
+  };
+  registers save_registers() const {
+    registers r{base_, {}, temp_count_, {}, spare_count_};
+    std::copy_n(temp_, 7, r.temp);
+    std::copy_n(spare_, 32, r.spare_v);
+    return r;
+  }
+  void restore_registers(const registers& r) {
+    base_ = r.base;
+    temp_count_ = r.temp_count;
+    spare_count_ = r.spare_v_count;
+    std::copy_n(r.temp, 7, temp_);
+    std::copy_n(r.spare_v, 32, spare_);
+  }
+
+  void choose_registers(std::size_t first, std::size_t end) {
+    std::uint32_t x = 1u << 18 | 1u << 29 | 1u << 30 | 1u << 31, z = 0;
+    for (std::size_t i = first; i < end; ++i) {
+      x |= insns_[i].x_used;
+      z |= insns_[i].z_used;
+    }
+    unsigned chosen[8] = {};
+    unsigned n = 0;
+    for (int r = 28; r >= 0 && n < 8; --r)
+      if (!(x >> r & 1)) chosen[n++] = static_cast<unsigned>(r);
+    base_ = chosen[0];
+    std::copy_n(chosen + 1, 7, temp_);
+    temp_count_ = n - 1;
+    spare_count_ = 0;
+    for (int r = 31; r >= 0; --r)
+      if (!(z >> r & 1)) spare_[spare_count_++] = static_cast<unsigned>(r);
+  }
+
+  // The k-th borrowed general register; those behind the third are borrowed when they are first asked for.
+  unsigned temp(unsigned k) {
+    if (k >= temp_count_) {
+      code_.spoil();
+      return 0;
+    }
+    while (k >= borrowed_x_) {
+      const unsigned slot = borrowed_x_ - 3;
+      code_.put(str_x, temp_[borrowed_x_], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(slot));
+      log_.add(code_.size(), code_event::borrowed_x, temp_[borrowed_x_], slot);
+      ++borrowed_x_;
+    }
+    return temp_[k];
+  }
+
+  unsigned usable_spares() const { return std::min(spare_count_ & ~1u, 16u); }  // they are borrowed in pairs
+  // Lets the first `n` spare V registers be used.
+  void borrow_vectors(unsigned n) {
+    if (n > usable_spares()) return code_.spoil();
+    while (borrowed_v_ < n) {
+      const unsigned a = spare_[borrowed_v_], b2 = spare_[borrowed_v_ + 1];
+      code_.put(stp_q, a, b2, base_, borrowed_v_offset + 16 * static_cast<int>(borrowed_v_));
+      log_.add(code_.size(), code_event::borrowed_v, a, borrowed_v_);
+      log_.add(code_.size(), code_event::borrowed_v, b2, borrowed_v_ + 1);
+      borrowed_v_ += 2;
+    }
+  }
+  unsigned spare(unsigned k) {
+    borrow_vectors(k + 1);
+    return spare_[k];
+  }
+
+  // ---- The body ----
+
+  // Returns where the branch of a run that signals wait for is, or 0.
+  std::size_t put_body(std::size_t first, std::size_t end, const knowledge& assumed) {
+    borrowed_x_ = 3;
+    borrowed_v_ = 0;
+    known_ = assumed;
+    for (std::size_t i = first; i < end;) {
+      const std::size_t next = is_standalone(insns_[i].how) ? i + 1 : group_end(i, end);
+      log_.add(code_.size(), code_event::instruction, 0, i);
+      if (is_standalone(insns_[i].how)) {
+        put_alone(insns_[i]);
+        learn(insns_[i], known_);
+      } else {
+        put_group(i, next);
+      }
+      i = next;
+    }
+    // Everything is done: the log says so by the next instruction.
+    for (unsigned k = 0; k < borrowed_v_; k += 2)
+      code_.put(ldp_q, spare_[k], spare_[k + 1], base_, borrowed_v_offset + 16 * static_cast<int>(k));
+    for (unsigned k = 3; k < borrowed_x_; ++k)
+      code_.put(ldr_x, temp_[k], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(k - 3));
+    code_.put(str_x, base_, base_, state_offset + SVE_ENTRY_USED);
+    std::size_t waits = 0;
+    const bool is_last = end == count_;
+    if (is_last) {
+      code_.put(ldr_w, temp_[0], base_, state_offset + SVE_ENTRY_PENDING);
+      waits = code_.size();
+      code_.put(cbnz_w, temp_[0], 0);
+      log_.add(code_.size(), code_event::leaving, 1);
+      const std::size_t offset = SVE_ENTRY_COUNTS + SVE_STATE_IN_BLOCK - base_in_block + std::size_t{8} * site_.index;
+      code_.put(add_x_imm_page, base_, base_, offset / 4096);
+      code_.put(ldr_x, temp_[0], base_, offset % 4096);
+      code_.put(add_x_imm, temp_[0], temp_[0], 1);
+      code_.put(str_x, temp_[0], base_, offset % 4096);
+      log_.add(code_.size(), code_event::counted);
+    } else {
+      log_.add(code_.size(), code_event::leaving, 0);
+    }
+    code_.put(ldp_x, temp_[1], temp_[2], sp, 16);
+    code_.put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
+    log_.add(code_.size(), code_event::popped, 0, end);
+    if (is_last) code_.branch(reinterpret_cast<std::uint64_t>(site_.end()));
+    return waits;
+  }
+
+  // ---- Accesses ----
+
+  void load_q(unsigned r, int offset) {
+    if (offset < 0)
+      code_.put(ldur_q, r, base_, offset);
+    else
+      code_.put(ldr_q, r, base_, offset);
+  }
+  void store_q(unsigned r, int offset) {
+    if (offset < 0)
+      code_.put(stur_q, r, base_, offset);
+    else
+      code_.put(str_q, r, base_, offset);
+  }
+  void load_pair(unsigned a, unsigned b2, int offset) {
+    if (fits(ldp_q.fields[3], offset)) {
+      code_.put(ldp_q, a, b2, base_, offset);
+    } else {
+      load_q(a, offset);
+      load_q(b2, offset + 16);
+    }
+  }
+  void store_pair(unsigned a, unsigned b2, int offset) {
+    if (fits(stp_q.fields[3], offset)) {
+      code_.put(stp_q, a, b2, base_, offset);
+    } else {
+      store_q(a, offset);
+      store_q(b2, offset + 16);
+    }
+  }
+  void vector(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
+    code_.put(encode(f, size, d, n, m));
+  }
+  void move_v(unsigned d, unsigned n) {
+    if (d != n) vector(v_orr_v, 0, d, n, n);
+  }
+  // A register with the sum of the base and an offset of any kind.
+  void add_offset(unsigned d, unsigned n, std::int64_t offset) {
+    const auto distance = static_cast<std::uint64_t>(offset < 0 ? -offset : offset);
+    if (distance >= 1u << 24) return code_.spoil();
+    if (distance >> 12) {
+      code_.put(offset < 0 ? sub_x_imm_page : add_x_imm_page, d, n, distance >> 12);
+      n = d;
+    }
+    if ((distance & 4095) || d != n) code_.put(offset < 0 ? sub_x_imm : add_x_imm, d, n, distance & 4095);
+  }
+
+  // ---- Groups: instructions that are executed piece by piece ----
+
+  struct half_registers {
+    std::uint8_t of[32];
+  };
+  struct constant {
+    std::uint64_t value;
+    unsigned gpr, size;  // a general register's, at this size, or none
+    unsigned home;
+  };
+  struct mask {
+    unsigned pg, size;
+    unsigned home[2];
+    bool made;
+  };
+  struct address {
+    std::size_t at;  // instruction
+    unsigned r;
+    int offset;
+  };
+
+  static unsigned memory_span(const insn& i) {
+    const unsigned bytes = std::max<unsigned>(i.row->function->memory_bytes, 1);
+    return is_whole(i) ? static_cast<unsigned>(vector_bytes) : (static_cast<unsigned>(vector_bytes) >> i.size) * bytes;
+  }
+  static bool is_whole(const insn& i) {
+    return i.row->function->access == access_kind::fill || i.row->function->access == access_kind::spill;
+  }
+  static unsigned memory_size(const insn& i) {
+    return is_whole(i) ? i.size : static_cast<unsigned>(std::countr_zero(i.row->function->memory_bytes));
+  }
+  // Groups can be begun again: none with a load changes what it reads.
+  std::size_t group_end(std::size_t first, std::size_t end) const {
+    std::uint32_t read = 0, written = 0;
+    bool loads = false;
+    unsigned addresses = 0;
+    std::size_t i = first;
+    for (; i < end && !is_standalone(insns_[i].how); ++i) {
+      const insn& in = insns_[i];
+      std::uint32_t sources = 0;
+      if (in.how != action::load) {
+        for (unsigned k = 0; k < in.source_count; ++k) sources |= 1u << in.sources[k];
+        if (in.inactive == predication::merging && !is_full(in, known_)) sources |= 1u << in.d;
+      }
+      const std::uint32_t now_read = read | (sources & ~written), now_written = written | 1u << in.d;
+      const bool now_loads = loads || in.how == action::load;
+      if (in.how == action::load && ++addresses > 3) break;
+      if (std::popcount(now_read | now_written) > 10 && i > first) break;
+      if (now_loads && (now_read & now_written) && i > first) break;
+      read = now_read;
+      written = now_written;
+      loads = now_loads;
+    }
+    return i;
+  }
+
+  void put_group(std::size_t first, std::size_t end) {
+    bool loads = false;
+    address_count_ = 0;
+    for (std::size_t i = first; i < end; ++i) loads |= insns_[i].how == action::load;
+    // Addresses, and the accesses' ends, so that what faults does so before anything has changed.
+    unsigned next_temp = 0;
+    for (std::size_t i = first; i < end; ++i) {
+      if (insns_[i].how != action::load) continue;
+      const address a = put_address(insns_[i], next_temp);
+      addresses_[address_count_] = a;
+      addresses_[address_count_++].at = i;
+    }
+    for (unsigned k = 0; k < address_count_; ++k) put_probe(addresses_[k], memory_span(insns_[addresses_[k].at]));
+    // Once without effect, to know what is needed.
+    next_spare_ = scratch_count_ = 0;
+    live_in_ = 0;
+    constant_count_ = mask_count_ = 0;
+    std::fill_n(other_.of, 32, static_cast<std::uint8_t>(no_register));
+    const std::size_t begin = code_.size(), log_begin = log_.size();
+    measuring_ = true;
+    put_span(first, end, pieces - 2, 2);
+    measuring_ = false;
+    code_.truncate(begin);
+    log_.truncate(log_begin);
+    borrow_vectors(next_spare_);
+    for (unsigned k = 0; k < constant_count_; ++k) put_constant(constants_[k], temp(next_temp));
+    for (unsigned n = 0; n < 32; ++n) {
+      if (!(live_in_ >> n & 1)) continue;
+      store_q(n, z_offset(n, 0));
+      if (loads) log_.add(code_.size(), code_event::lent_z, n);
+    }
+    for (unsigned p = pieces; p > 1; p -= 2) put_span(first, end, p - 2, 2);
+    put_span(first, end, 0, 1);
+    if (loads) log_.add(code_.size(), code_event::returned_z);
+  }
+  static_assert(pieces % 2 == 1);
+
+  // The pieces from `p` on, one or two.
+  void put_span(std::size_t first, std::size_t end, unsigned p, unsigned halves) {
+    piece_ = p;
+    halves_ = halves;
+    have_ = dirty_ = 0;
+    for (unsigned k = 0; k < mask_count_; ++k) masks_[k].made = false;
+    for (std::size_t i = first; i < end; ++i) {
+      current_ = i;
+      put_piece(insns_[i]);
+    }
+    if (p == 0) return;  // they lie where they belong
+    for (unsigned n = 0; n < 32; ++n) {
+      if (!(dirty_ >> n & 1)) continue;
+      if (halves == 2)
+        store_pair(n, other_.of[n], z_offset(n, 16 * p));
+      else
+        store_q(n, z_offset(n, 16 * p));
+    }
+  }
+
+  unsigned new_spare() {
+    if (next_spare_ >= usable_spares()) {
+      code_.spoil();
+      return 0;
+    }
+    return spare_[next_spare_++];
+  }
+  // The V register that holds a half of the pieces of Zn.
+  unsigned home(unsigned n, unsigned half) {
+    if (half == 0) return n;
+    if (other_.of[n] == no_register) other_.of[n] = static_cast<std::uint8_t>(new_spare());
+    return other_.of[n];
+  }
+  void use(unsigned n) {
+    if (have_ >> n & 1) return;
+    have_ |= 1u << n;
+    if (measuring_) live_in_ |= 1u << n;
+    if (halves_ == 2)
+      load_pair(n, home(n, 1), z_offset(n, 16 * piece_));
+    else
+      load_q(n, z_offset(n, 16 * piece_));
+  }
+  void define(unsigned n) {
+    have_ |= 1u << n;
+    dirty_ |= 1u << n;
+    if (halves_ == 2) home(n, 1);
+  }
+  // Temporaries within one instruction on one half.
+  unsigned scratch(unsigned k) {
+    while (k >= scratch_count_) scratch_[scratch_count_++] = new_spare();
+    return scratch_[k];
+  }
+
+  unsigned constant_home(std::uint64_t value, unsigned gpr = no_register, unsigned size = 3) {
+    for (unsigned k = 0; k < constant_count_; ++k)
+      if (constants_[k].value == value && constants_[k].gpr == gpr && constants_[k].size == size)
+        return constants_[k].home;
+    if (constant_count_ == std::size(constants_)) {
+      code_.spoil();
+      return 0;
+    }
+    constants_[constant_count_] = {value, gpr, size, new_spare()};
+    return constants_[constant_count_++].home;
+  }
+  void put_constant(const constant& c, unsigned t) {
+    if (c.gpr != no_register) {
+      static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
+      code_.put(*dups[c.size], c.home, c.gpr);
+    } else if (c.value == 0) {
+      code_.put(movi_zero, c.home);
+    } else {
+      code_.load_x(t, c.value);
+      code_.put(dup_d, c.home, t);
+    }
+  }
+  static std::uint64_t replicated(std::int64_t value, unsigned size) {
+    auto bits = static_cast<std::uint64_t>(value);
+    for (unsigned s = size; s < 3; ++s) {
+      bits &= (std::uint64_t{1} << (8 << s)) - 1;
+      bits |= bits << (8 << s);
+    }
+    return bits;
+  }
+
+  // All ones in active elements.
+  unsigned mask_home(const insn& i, unsigned half) {
+    unsigned k = 0;
+    while (k < mask_count_ && (masks_[k].pg != i.pg || masks_[k].size != i.size)) ++k;
+    if (k == mask_count_) {
+      if (k == std::size(masks_)) {
+        code_.spoil();
+        return 0;
+      }
+      const unsigned a = new_spare(), b2 = new_spare();
+      masks_[mask_count_++] = {i.pg, i.size, {a, b2}, false};
+    }
+    mask& m = masks_[k];
+    if (!m.made) {
+      m.made = true;
+      for (unsigned h = 0; h < halves_; ++h) put_mask(m.home[h], i.pg, i.size, piece_ + h);
+    }
+    return m.home[half];
+  }
+  void put_mask(unsigned r, unsigned pg, unsigned size, unsigned p) {
+    load_q(r, p_offset(pg, 16 * p));
+    vector(v_shl, size, r, r, (8u << size) - 1);
+    vector(v_cmlt_zero, size, r, r);
+  }
+
+  // ---- One instruction on the pieces of a span ----
+
+  // Its operands in a half.
+  struct operands {
+    unsigned d, x, y, z;
+  };
+
+  void put_piece(const insn& i) {
+    const bool masked = !is_full(i, known_);
+    if (i.how == action::load) return put_load_piece(i, masked);
+    for (unsigned k = 0; k < i.source_count; ++k) use(i.sources[k]);
+    if (masked && i.inactive == predication::merging) use(i.d);
+    unsigned second = no_register;
+    const unsigned size = i.size;
+    if (i.has_immediate && i.how != action::shift_left && i.how != action::shift_right &&
+        i.how != action::shift_right_signed && i.how != action::complex_fused)
+      second = constant_home(replicated(i.immediate, size), no_register, size);
+    if (i.how == action::copy && !i.has_immediate) second = constant_home(0, i.xn, size);
+    if (measuring_ && masked) mask_home(i, 0);
+    define(i.d);
+    for (unsigned h = 0; h < halves_; ++h) {
+      operands o{home(i.d, h), no_register, second, no_register};
+      if (i.source_count > 0) o.x = home(i.sources[0], h);
+      if (i.source_count > 1) o.y = home(i.sources[1], h);
+      if (i.source_count > 2) o.z = home(i.sources[2], h);
+      put_operation(i, o, masked ? mask_home(i, h) : no_register);
+    }
+  }
+
+  void finish(const insn& i, const operands& o, unsigned result, unsigned m) {
+    if (m == no_register)
+      move_v(o.d, result);
+    else if (i.inactive == predication::merging)
+      vector(v_bit_v, 0, o.d, result, m);
+    else
+      vector(v_and_v, 0, o.d, result, m);
+  }
+  // An operand whose inactive elements are 0.
+  unsigned active(unsigned r, unsigned m, unsigned k) {
+    if (m == no_register) return r;
+    vector(v_and_v, 0, scratch(k), r, m);
+    return scratch(k);
+  }
+
+  void put_operation(const insn& i, const operands& o, unsigned m) {
+    const unsigned size = i.size;
+    const unsigned result = m == no_register ? o.d : scratch(0);
+    switch (i.how) {
+      case action::binary:
+      case action::reversed: {
+        const bool is_bitwise = i.form->sizes == 1;
+        const auto [a, c] = i.how == action::reversed ? std::pair{o.y, o.x} : std::pair{o.x, o.y};
+        vector(*i.form, is_bitwise ? 0 : size, result, a, c);
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      }
+      case action::fp_binary:
+      case action::fp_reversed: {
+        const unsigned x = active(o.x, m, 1), y = active(o.y, m, 2);
+        vector(*i.form, size, result, i.how == action::fp_reversed ? y : x, i.how == action::fp_reversed ? x : y);
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      }
+      case action::fp_divide:
+      case action::fp_divide_reversed: {
+        // Inactive elements divide 0 by 1.
+        const bool is_reversed = i.how == action::fp_divide_reversed;
+        unsigned x = is_reversed ? o.y : o.x, y = is_reversed ? o.x : o.y;
+        if (m != no_register) {
+          x = active(x, m, 1);
+          const std::int64_t one = size == 1 ? 0x3c00 : size == 2 ? 0x3f800000 : 0x3ff0000000000000;
+          const unsigned ones = constant_home(replicated(one, size), no_register, size);
+          move_v(scratch(2), ones);
+          vector(v_bit_v, 0, scratch(2), y, m);
+          y = scratch(2);
+        }
+        vector(*i.form, size, result, x, y);
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      }
+      case action::fused:
+      case action::fp_fused:
+      case action::fp_fused_negated: {
+        const unsigned addend = i.accumulates ? o.x : o.z, a = i.accumulates ? o.y : o.x,
+                       c = i.accumulates ? o.z : o.y;
+        const bool is_fp = i.how != action::fused, negates = i.how == action::fp_fused_negated;
+        if (m == no_register && addend == o.d && !negates) {
+          vector(*i.form, size, o.d, a, c);  // reads all before it writes
+          break;
+        }
+        const unsigned t = scratch(0);
+        const unsigned mm = is_fp ? m : no_register;
+        if (negates)
+          vector(v_fneg, size, t, active(addend, mm, 3));
+        else if (mm != no_register)
+          vector(v_and_v, 0, t, addend, mm);
+        else
+          move_v(t, addend);
+        const unsigned first = active(a, mm, 1), second = active(c, mm, 2);
+        vector(*i.form, size, t, first, second);
+        finish(i, o, t, m);
+        break;
+      }
+      case action::complex_fused: {
+        // Real parts are even elements. The product's first factor is one part of x, twice; the second y, or for an
+        // odd number of quarter turns y with its parts exchanged, with the signs of the turn.
+        const auto turn = static_cast<unsigned>(i.immediate) / 90;
+        const unsigned t = scratch(0), f = scratch(1), s = scratch(2);
+        const unsigned x = active(o.y, m, 1), y = active(o.z, m, 2);
+        std::uint64_t signs = 0;
+        const std::uint64_t even = size == 2 ? 0x80000000u : 0, odd = size == 2 ? 0x8000000000000000u : 0;
+        if (size != 2) return code_.spoil();
+        if (turn == 1) signs = even;
+        if (turn == 2) signs = even | odd;
+        if (turn == 3) signs = odd;
+        vector(turn & 1 ? v_trn2 : v_trn1, size, f, x, x);
+        unsigned second = y;
+        if (turn & 1) {
+          vector(v_rev64, size, s, y);
+          second = s;
+        }
+        if (signs) {
+          vector(v_eor_v, 0, s, second, constant_home(signs));
+          second = s;
+        }
+        if (m == no_register) {
+          if (f != o.d && second != o.d) {
+            vector(v_fmla, size, o.d, f, second);
+          } else {
+            move_v(t, o.d);
+            vector(v_fmla, size, t, f, second);
+            move_v(o.d, t);
+          }
+        } else {
+          vector(v_and_v, 0, t, o.x, m);
+          vector(v_fmla, size, t, f, second);
+          finish(i, o, t, m);
+        }
+        break;
+      }
+      case action::unary:
+        vector(*i.form, i.form->sizes == 1 ? 0 : size, result, o.x);
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      case action::fp_unary:
+        vector(*i.form, size, result, active(o.x, m, 1));
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      case action::reverse: {
+        // The parts of the instruction's letter, within an element.
+        const unsigned part = i.form == &v_rev16 ? 0 : i.form == &v_rev32 ? 1 : 2;
+        const vector_form& f = size == 1 ? v_rev16 : size == 2 ? v_rev32 : v_rev64;
+        vector(f, part, result, o.x);
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      }
+      case action::extend_signed:
+      case action::extend_unsigned: {
+        const unsigned kept = 8u << count_size(i.row->mnemonic()), shift = (8u << size) - kept;
+        const unsigned t = scratch(0);
+        vector(v_shl, size, t, o.x, shift);
+        vector(i.how == action::extend_signed ? v_sshr : v_ushr, size, m == no_register ? o.d : t, t, shift);
+        if (m != no_register) finish(i, o, t, m);
+        break;
+      }
+      case action::shift_left:
+        vector(v_shl, size, result, o.x, static_cast<unsigned>(i.immediate));
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      case action::shift_right:
+      case action::shift_right_signed:
+        vector(*i.form, size, result, o.x, static_cast<unsigned>(i.immediate));
+        if (m != no_register) finish(i, o, result, m);
+        break;
+      case action::move:
+        finish(i, o, o.x, m);
+        break;
+      case action::select:
+        if (m == no_register) {
+          move_v(o.d, o.x);
+        } else {
+          move_v(scratch(0), o.y);
+          vector(v_bit_v, 0, scratch(0), o.x, m);
+          move_v(o.d, scratch(0));
+        }
+        break;
+      case action::copy:
+        finish(i, o, o.y, m);
+        break;
+      default:
+        code_.spoil();
+    }
+  }
+
+  // ---- Memory ----
+
+  // The register and the offset of a contiguous access. The offset is a multiple of 16 in reach of all pieces.
+  address put_address(const insn& i, unsigned& next_temp) {
+    const unsigned n = i.xn;
+    std::int64_t offset = 0;
+    unsigned from = n;
+    if (i.row->form->address == decode::address_form::base_index) {
+      const unsigned r = temp(next_temp++);
+      const unsigned shift = memory_size(i);
+      if (n == sp) {
+        code_.put(add_x_imm, r, sp, SVE_ENTRY_PUSHED);
+        if (i.xm != zero) code_.put(add_x_lsl, r, r, i.xm, shift);
+      } else if (i.xm != zero) {
+        code_.put(add_x_lsl, r, n, i.xm, shift);
+      } else {
+        code_.put(mov_x, r, n);
+      }
+      return {0, r, 0};
+    }
+    offset = i.immediate * static_cast<std::int64_t>(i.row->offset_unit());
+    if (n == sp) offset += SVE_ENTRY_PUSHED;
+    const auto span = static_cast<std::int64_t>(vector_bytes);
+    if (offset % 16 == 0 && offset >= 0 && offset + span <= 1008 && n != sp) return {0, from, static_cast<int>(offset)};
+    const unsigned r = temp(next_temp++);
+    add_offset(r, n, offset);
+    return {0, r, 0};
+  }
+
+  void put_probe(const address& a, unsigned span) {
+    code_.put(ldrb_w, zero, a.r, a.offset);
+    code_.put(ldrb_w, zero, a.r, a.offset + static_cast<int>(span) - 1);
+  }
+
+  void put_load_piece(const insn& i, bool masked) {
+    const unsigned d = i.d, size = i.size;
+    const address* a = addresses_;
+    while (a->at != current_) ++a;
+    const unsigned memory = memory_size(i), steps = size - memory;
+    define(d);
+    const bool is_signed = i.row->function->sign_extends;
+    if (steps == 0 && halves_ == 2) {
+      code_.put(ldp_q, home(d, 0), home(d, 1), a->r, a->offset + 16 * static_cast<int>(piece_));
+    } else if (steps == 0) {
+      code_.put(ldr_q, d, a->r, a->offset + 16 * static_cast<int>(piece_));
+    } else {
+      static constexpr const form* loads[] = {nullptr, &ldr_d, &ldr_s, &ldr_h};
+      for (unsigned h = 0; h < halves_; ++h) {
+        const unsigned r = home(d, h);
+        code_.put(*loads[steps], r, a->r, a->offset + static_cast<int>((16 >> steps) * (piece_ + h)));
+        for (unsigned s = memory; s < size; ++s) vector(is_signed ? v_sxtl : v_uxtl, s, r, r);
+      }
+    }
+    if (!masked) return;
+    for (unsigned h = 0; h < halves_; ++h) vector(v_and_v, 0, home(d, h), home(d, h), mask_home(i, h));
+  }
+
+  void put_store(const insn& i) {
+    const unsigned n = i.sources[0], size = i.size, memory = memory_size(i), steps = size - memory;
+    unsigned next_temp = 0;
+    const address a = put_address(i, next_temp);
+    if (!is_full(i, known_)) return put_partial_store(i, a, next_temp);
+    static constexpr const form* stores[] = {&str_q, &str_d, &str_s, &str_h};
+    const unsigned t = spare(0), u = steps == 0 ? spare(1) : t;
+    for (unsigned p = 0; p < pieces; ++p) {
+      const int at = a.offset + static_cast<int>((16 >> steps) * p);
+      if (steps == 0 && p == 0) {
+        code_.put(str_q, n, a.r, at);
+      } else if (steps == 0) {
+        load_pair(t, u, z_offset(n, 16 * p));
+        code_.put(stp_q, t, u, a.r, at);
+        ++p;
+      } else {
+        unsigned from = n;
+        if (p > 0) load_q(from = t, z_offset(n, 16 * p));
+        for (unsigned s = size; s > memory; --s) {
+          vector(v_xtn, s - 1, t, from);
+          from = t;
+        }
+        code_.put(*stores[steps], t, a.r, at);
+      }
+    }
+  }
+
+  // Element by element, since nothing but active elements may be written.
+  void put_partial_store(const insn& i, const address& a, unsigned next_temp) {
+    static constexpr const form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
+    static constexpr const form* stores[] = {&strb_w, &strh_w, &str_w, &str_x};
+    const unsigned n = i.sources[0], size = i.size, memory = memory_size(i);
+    const unsigned z = temp(next_temp), p = temp(next_temp + 1), value = temp(next_temp + 2);
+    store_q(n, z_offset(n, 0));
+    add_offset(z, base_, z_offset(n, 0));
+    for (unsigned e = 0; e < elements(size); ++e) {
+      code_.put(ldr_w, p, base_, p_offset(i.pg, e << size));
+      const std::size_t skip = code_.size();
+      code_.put(tbz_w, p, 0, 0);
+      code_.put(*loads[size], value, z, e << size);
+      code_.put(*stores[memory], value, a.r, a.offset + static_cast<int>(e << memory));
+      code_.aim(skip, tbz_w, 2);
+    }
+  }
+
+  // ---- Predicates ----
+
+  // Stores `full` as what is known of a predicate.
+  void put_full(unsigned pd, unsigned r) { code_.put(str_w, r, base_, full_offset(pd)); }
+
+  // Copies the predicate bytes at `from` into a predicate.
+  void put_predicate(unsigned pd, unsigned from, unsigned to) {
+    const unsigned t = spare(0), u = spare(1);
+    add_offset(to, base_, p_offset(pd, 0));
+    for (unsigned p = 0; p + 1 < pieces; p += 2) {
+      code_.put(ldp_q, t, u, from, 16 * p);
+      code_.put(stp_q, t, u, to, 16 * p);
+    }
+    code_.put(ldr_q, t, from, 16 * (pieces - 1));
+    code_.put(str_q, t, to, 16 * (pieces - 1));
+  }
+
+  void put_while(const insn& i) {
+    const unsigned k = temp(0), t = temp(1), u = temp(2);
+    const unsigned count = elements(i.size);
+    const bool is_signed = i.how == action::while_signed || i.how == action::while_signed_equal;
+    const bool with_equal = i.how == action::while_signed_equal || i.how == action::while_unsigned_equal;
+    spare(1);
+    // How many elements, at most all: the flags are this instruction's to write.
+    code_.put(movz_w, t, count - with_equal);
+    code_.put(i.is_w ? subs_w : subs_x, k, i.xm, i.xn);
+    if (with_equal) {
+      // One more than the difference, or none.
+      code_.put(mrs_nzcv, u);
+      code_.put(cmp_x, k, t);
+      code_.put(csel_lo, k, k, t);
+      code_.put(add_x_imm, k, k, 1);
+      code_.put(msr_nzcv, u);
+      code_.put(is_signed ? csel_ge : csel_hs, k, k, zero);
+      code_.put(movz_w, t, count);
+    } else {
+      code_.put(is_signed ? csel_ge : csel_hs, k, k, zero);
+    }
+    code_.put(cmp_x, k, t);
+    code_.put(csel_lo, k, k, t);
+    // First: some are active; none: none are; C: not the last one.
+    code_.put(neg_w, u, k);
+    code_.put(ccmp_partial, u);
+    code_.put(movz_w, u, full_from(i.size));
+    code_.put(csel_lo, u, u, zero);  // what follows from the flags as they are now: C is clear if all are active
+    put_full(i.pd, u);
+    code_.load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[i.size][vector_bytes]));
+    code_.put(sub_x_lsl, t, t, k, i.size);
+    put_predicate(i.pd, t, u);
+  }
+
+  void put_pattern(const insn& i) {
+    const unsigned t = temp(0), u = temp(1);
+    const unsigned active = active_elements(i);
+    spare(1);
+    code_.put(movz_w, t, active == elements(i.size) ? full_from(i.size) : 0);
+    put_full(i.pd, t);
+    code_.load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[i.size][vector_bytes - (active << i.size)]));
+    put_predicate(i.pd, t, u);
+  }
+
+  void put_logic(const insn& i) {
+    const unsigned r = spare(0), other = spare(1), one = spare(2), t = temp(0);
+    const bool is_move = is_predicate_move(i);
+    if (is_move) {
+      code_.put(ldr_w, t, base_, full_offset(i.pn));
+      put_full(i.pd, t);
+    } else {
+      put_full(i.pd, zero);
+    }
+    code_.put(movz_w, t, 1);
+    code_.put(dup_b, one, t);
+    for (unsigned p = 0; p < pieces; ++p) {
+      load_q(r, p_offset(i.pn, 16 * p));
+      if (!is_move) {
+        load_q(other, p_offset(i.pm, 16 * p));
+        vector(*i.form, 0, r, r, other);
+        load_q(other, p_offset(i.pg, 16 * p));
+        vector(v_and_v, 0, r, r, other);
+      }
+      vector(v_and_v, 0, r, r, one);
+      store_q(r, p_offset(i.pd, 16 * p));
+    }
+  }
+
+  void put_compare(const insn& i) {
+    const bool masked = !is_full(i, known_);
+    const bool sets_flags = i.how != action::fp_compare;
+    const unsigned size = i.size;
+    unsigned k = 0;
+    const unsigned r = spare(k++), any = spare(k++);
+    unsigned x = i.sources[0], y = i.source_count > 1 ? i.sources[1] : 0;
+    const unsigned x_home = spare(k++), y_home = spare(k++), m = masked ? spare(k++) : no_register;
+    if (i.has_immediate) {
+      put_constant({replicated(i.immediate, size), no_register, size, y_home}, temp(0));
+    }
+    put_full(i.pd, zero);
+    for (unsigned p = 0; p < pieces; ++p) {
+      unsigned a = x, c = i.has_immediate ? y_home : y;
+      if (p > 0) {
+        load_q(a = x_home, z_offset(x, 16 * p));
+        if (!i.has_immediate) load_q(c = y_home, z_offset(y, 16 * p));
+      }
+      if (masked) {
+        put_mask(m, i.pg, size, p);
+        vector(v_and_v, 0, x_home, a, m);
+        a = x_home;
+        if (i.has_immediate) {
+          vector(v_and_v, 0, r, c, m);
+          c = r;
+        } else {
+          vector(v_and_v, 0, y_home, c, m);
+          c = y_home;
+        }
+      }
+      if (i.how == action::compare_reversed) std::swap(a, c);
+      vector(*i.form, size, r, a, c);
+      if (i.how == action::compare_not) vector(v_mvn_v, 0, r, r);
+      vector(v_ushr, size, r, r, (8u << size) - 1);
+      if (masked) vector(v_and_v, 0, r, r, m);
+      store_q(r, p_offset(i.pd, 16 * p));
+      if (sets_flags && p == 0) move_v(any, r);
+      if (sets_flags && p > 0) vector(v_orr_v, 0, any, any, r);
+    }
+    if (!sets_flags) return;
+    // All elements are active. First: the first one; none; C: not the last one.
+    const unsigned last = static_cast<unsigned>(vector_bytes) - (1u << size), last_word = last & ~3u;
+    const unsigned first = temp(0), t = temp(1), flags = temp(2);
+    code_.put(umov_d0, first, any);
+    code_.put(umov_d1, t, any);
+    code_.put(orr_x, t, t, first);
+    code_.put(cmp_x_imm, t, 0);
+    code_.put(ldr_w, first, base_, p_offset(i.pd, 0));
+    code_.put(ldr_w, flags, base_, p_offset(i.pd, last_word));
+    code_.put(mvn_w_lsr, flags, flags, 8 * (last - last_word));
+    code_.put(cset_eq, t);
+    code_.put(bfi_1, flags, t);
+    code_.put(bfi_2, flags, first);
+    code_.put(lsl_w_29, flags, flags);
+    code_.put(msr_nzcv, flags);
+  }
+
+  // ---- Across pieces ----
+
+  void put_unpack(const insn& i) {
+    const unsigned n = i.sources[0], from_size = i.size - 1;
+    const vector_form& low = *i.form;
+    const vector_form& high = i.form == &v_sxtl ? v_sxtl2 : v_uxtl2;
+    const unsigned t = spare(0), a = spare(1), b2 = spare(2), z = temp(0);
+    store_q(n, z_offset(n, 0));
+    const bool is_low = i.how == action::unpack_low;
+    add_offset(z, base_, z_offset(n, is_low ? 0 : static_cast<unsigned>(vector_bytes) / 2));
+    // In an order in which no piece is overwritten that is still to be read.
+    for (unsigned k = 0; k <= pieces / 2; ++k) {
+      const unsigned q = is_low ? pieces / 2 - k : k;
+      if (q == pieces / 2) {
+        code_.put(ldr_d, t, z, 16 * q);
+        vector(low, from_size, a, t);
+        store_q(a, z_offset(i.d, 32 * q));
+        continue;
+      }
+      code_.put(ldr_q, t, z, 16 * q);
+      vector(high, from_size, b2, t);
+      vector(low, from_size, q == 0 ? i.d : a, t);
+      if (q == 0)
+        store_q(b2, z_offset(i.d, 16));
+      else
+        store_pair(a, b2, z_offset(i.d, 32 * q));
+    }
+  }
+
+  // A scalar result: the rest of the vector becomes 0.
+  void put_zero_rest(unsigned d) {
+    const unsigned t = spare(0);
+    code_.put(movi_zero, t);
+    for (unsigned p = 1; p < pieces; p += 2) store_pair(t, t, z_offset(d, 16 * p));
+  }
+
+  // The operand's piece, its inactive elements those of `identity`.
+  unsigned put_reduced_piece(const insn& i, unsigned p, unsigned home_, unsigned m, unsigned identity) {
+    const unsigned n = i.sources[0];
+    unsigned from = n;
+    if (p > 0) load_q(from = home_, z_offset(n, 16 * p));
+    if (m == no_register) return from;
+    put_mask(m, i.pg, i.size, p);
+    if (identity == no_register) {
+      vector(v_and_v, 0, home_, from, m);
+    } else {
+      vector(v_bsl_v, 0, m, from, identity);
+      return m;
+    }
+    return home_;
+  }
+
+  void put_sum(const insn& i) {
+    const bool masked = !is_full(i, known_);
+    const unsigned t = spare(0), sum = spare(1), m = masked ? spare(2) : no_register;
+    static constexpr const form* sums[] = {&uaddlv_b, &uaddlv_h, &uaddlv_s, &addp_d};
+    for (unsigned p = 0; p < pieces; ++p) {
+      const unsigned from = put_reduced_piece(i, p, t, m, no_register);
+      code_.put(*sums[i.size], p == 0 ? sum : t, from);
+      if (p > 0) code_.put(add_d, sum, sum, t);
+    }
+    put_zero_rest(i.d);
+    move_v(i.d, sum);
+  }
+
+  void put_reduction(const insn& i) {
+    const bool masked = !is_full(i, known_);
+    const unsigned t = spare(0), most = spare(1), m = masked ? spare(2) : no_register;
+    unsigned identity = no_register;
+    if (masked) {
+      const unsigned bits = 8u << i.size;
+      const std::uint64_t sign = std::uint64_t{1} << (bits - 1);
+      const std::uint64_t value = i.form == &v_smax   ? sign
+                                  : i.form == &v_smin ? sign - 1
+                                  : i.form == &v_umax ? 0
+                                                      : ~std::uint64_t{0};
+      identity = spare(3);
+      put_constant({replicated(static_cast<std::int64_t>(value), i.size), no_register, i.size, identity}, temp(0));
+    }
+    for (unsigned p = 0; p < pieces; ++p) {
+      const unsigned from = put_reduced_piece(i, p, t, m, identity);
+      if (p == 0)
+        move_v(most, from);
+      else
+        vector(*i.form, i.size, most, most, from);
+    }
+    const vector_form& across = i.form == &v_smax   ? v_smaxv
+                                : i.form == &v_smin ? v_sminv
+                                : i.form == &v_umax ? v_umaxv
+                                                    : v_uminv;
+    put_zero_rest(i.d);
+    vector(across, i.size, i.d, most);
+  }
+
+  // A tree of neighbours, over as many pieces as a power of two, those that there are not being 0.
+  void put_fp_sum(const insn& i) {
+    const bool masked = !is_full(i, known_);
+    static_assert(pieces == 7);
+    const unsigned m = spare(0);
+    unsigned at[8];
+    for (unsigned k = 0; k < 8; ++k) at[k] = spare(1 + k);
+    for (unsigned p = 0; p < pieces; ++p) {
+      const unsigned from = put_reduced_piece(i, p, at[p], masked ? m : no_register, no_register);
+      move_v(at[p], from);
+    }
+    code_.put(movi_zero, at[7]);
+    for (unsigned step = 1; step < 8; step *= 2)
+      for (unsigned k = 0; k < 8; k += 2 * step) vector(v_faddp, i.size, at[k], at[k], at[k + step]);
+    put_zero_rest(i.d);
+    // One piece is left.
+    if (i.size == element_s) {
+      vector(v_faddp, i.size, at[0], at[0], at[0]);
+      code_.put(faddp_scalar_s, i.d, at[0]);
+    } else {
+      code_.put(faddp_scalar_d, i.d, at[0]);
+    }
+  }
+
+  // ---- General registers ----
+
+  static std::int64_t counted(const insn& i) {
+    const std::int64_t multiplier = i.second_immediate;
+    return VecTrueILength(static_cast<unsigned long>(i.immediate), static_cast<int>(elements(i.size))) * multiplier;
+  }
+
+  void put_alone(const insn& i) {
+    switch (i.how) {
+      case action::scalar:
+        code_.put(i.word);
+        break;
+      case action::store:
+        put_store(i);
+        break;
+      case action::compare:
+      case action::compare_reversed:
+      case action::compare_not:
+      case action::fp_compare:
+        put_compare(i);
+        break;
+      case action::unpack_low:
+      case action::unpack_high:
+        put_unpack(i);
+        break;
+      case action::sum:
+        put_sum(i);
+        break;
+      case action::reduce:
+        put_reduction(i);
+        break;
+      case action::fp_sum:
+        put_fp_sum(i);
+        break;
+      case action::while_unsigned:
+      case action::while_unsigned_equal:
+      case action::while_signed:
+      case action::while_signed_equal:
+        put_while(i);
+        break;
+      case action::set_pattern:
+        put_pattern(i);
+        break;
+      case action::logic:
+        put_logic(i);
+        break;
+      case action::count:
+        if (i.xd != zero) code_.put(movz_w, i.xd, counted(i));
+        break;
+      case action::count_up:
+      case action::count_down:
+        if (i.xd != zero) add_offset(i.xd, i.xd, i.how == action::count_up ? counted(i) : -counted(i));
+        break;
+      case action::add_length: {
+        const bool is_whole = i.row->mnemonic() == "addvl";
+        const std::int64_t unit = is_whole ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
+        add_offset(i.xd, i.xn, i.immediate * unit + (i.xn == sp ? SVE_ENTRY_PUSHED : 0));
+        break;
+      }
+      case action::read_length:
+        if (i.xd != zero)
+          code_.load_x(i.xd, static_cast<std::uint64_t>(i.immediate * static_cast<std::int64_t>(vector_bytes)));
+        break;
+      default:
+        code_.spoil();
+    }
+  }
+
+  entry_buffer& code_;
+  event_log& log_;
+  const site& site_;
+  heavy_emitter put_handlers_;
+  std::size_t count_;
+  insn insns_[longest_run];
+
+  unsigned base_ = 0, temp_[7] = {}, temp_count_ = 0, borrowed_x_ = 3;
+  unsigned spare_[32] = {}, spare_count_ = 0, borrowed_v_ = 0;
+  knowledge known_;
+
+  // Of the group at work.
+  unsigned piece_ = 0, halves_ = 2;
+  std::size_t current_ = 0;
+  std::uint32_t have_ = 0, dirty_ = 0, live_in_ = 0;
+  bool measuring_ = false;
+  half_registers other_{};
+  unsigned next_spare_ = 0;
+  unsigned scratch_[8] = {}, scratch_count_ = 0;
+  constant constants_[8] = {};
+  unsigned constant_count_ = 0;
+  mask masks_[4] = {};
+  unsigned mask_count_ = 0;
+  address addresses_[4] = {};
+  unsigned address_count_ = 0;
+};
+
+}  // namespace
+
+bool is_simple_scalar(std::uint32_t w) {
+  const unsigned rd = w & 31, rn = w >> 5 & 31;
+  const bool sets_flags = w >> 29 & 1;
+  switch (w >> 23 & 63) {
+    case 0b100010:  // add, sub, with an immediate, where 31 is the stack pointer
+      return rn != 31 && (rd != 31 || sets_flags);
+    case 0b100100:  // logic with an immediate
+      return rd != 31 || (w >> 29 & 3) == 3;
+    case 0b100101:  // movn, movz, movk
+      return (w >> 29 & 3) != 1;
+    case 0b100110:  // bit fields
+      return (w >> 29 & 3) != 3;
+    case 0b100111:  // extr
+      return (w >> 29 & 3) == 0;
+    default:
+      break;
+  }
+  switch (w >> 24 & 31) {
+    case 0b01010:  // logic, shifted registers
+      return true;
+    case 0b01011:  // add, sub, shifted or extended
+      if (!(w >> 21 & 1)) return (w >> 22 & 3) != 3;
+      return (w >> 22 & 3) == 0 && rn != 31 && (rd != 31 || sets_flags);
+    case 0b11011:  // multiply
+      return (w >> 21 & 7) == 0 || ((w >> 21 & 7) == 1 && (w >> 31)) || ((w >> 21 & 7) == 5 && (w >> 31));
+    default:
+      break;
+  }
+  if ((w >> 21 & 0xff) == 0b11010100) return (w >> 29 & 1) == 0 && (w >> 11 & 1) == 0;  // conditional select
+  return w == 0xd503201f;                                                                // nop
+}
+
+void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers) {
+  static translator* at = nullptr;
+  alignas(translator) static std::byte room[sizeof(translator)];
+  at = new (room) translator(code, log, s, put_handlers);
+  at->put_run();
+}
+
+}  // namespace sve::runner
