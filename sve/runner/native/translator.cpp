@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <span>
 #include <string_view>
 
@@ -140,10 +141,7 @@ struct insn {
   bool writes_x = false;
 };
 
-bool has_half_precision() {
-  static const bool has = (getauxval(AT_HWCAP) & (1ul << 9 | 1ul << 10)) == (1ul << 9 | 1ul << 10);
-  return has;
-}
+bool half_precision = false;  // whether the processor has it
 
 constexpr bool is_standalone(action how) { return how >= action::store; }
 constexpr bool is_floating(action how) {
@@ -326,7 +324,7 @@ insn decode_insn(std::uint32_t word, decode_handler handle) {
     return i;
   }
   const bool exists = is_known_form(i);
-  if (!exists || i.size > element_d || (is_floating(i.how) && i.size == element_h && !has_half_precision()))
+  if (!exists || i.size > element_d || (is_floating(i.how) && i.size == element_h && !half_precision))
     i.how = action::none;
   return i;
 }
@@ -1542,6 +1540,11 @@ class translator {
 
 }  // namespace
 
+void start_native() {
+  constexpr unsigned long half = 1ul << 9 | 1ul << 10;  // HWCAP_FPHP and HWCAP_ASIMDHP
+  half_precision = (getauxval(AT_HWCAP) & half) == half;
+}
+
 bool is_simple_scalar(std::uint32_t w) {
   const unsigned rd = w & 31, rn = w >> 5 & 31;
   const bool sets_flags = w >> 29 & 1;
@@ -1575,10 +1578,8 @@ bool is_simple_scalar(std::uint32_t w) {
 }
 
 void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers) {
-  static translator* at = nullptr;
   alignas(translator) static std::byte room[sizeof(translator)];
-  at = new (room) translator(code, log, s, put_handlers);
-  at->put_run();
+  (new (room) translator(code, log, s, put_handlers))->put_run();
 }
 
 }  // namespace sve::runner

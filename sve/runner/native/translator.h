@@ -17,6 +17,9 @@ namespace sve::runner {
 inline constexpr std::size_t most_entry_words = 8192;
 using entry_buffer = arm64::code_buffer<most_entry_words>;
 
+/// Finds out what the processor has. Once, at start.
+void start_native();
+
 /// What becomes true at a word of an entry's code, counted from the entry's begin.
 struct code_event {
   enum kind : std::uint8_t {
@@ -59,7 +62,7 @@ class event_log {
 
  private:
   static constexpr std::size_t most = 2048;
-  code_event events_[most];
+  code_event events_[most] = {};
   std::size_t size_ = 0;
   bool good_ = true;
 };

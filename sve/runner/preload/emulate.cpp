@@ -7,6 +7,7 @@
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/text.h"
+#include "sve/runner/sites/offsets.h"
 #include "sve/runner/sites/site.h"
 
 namespace sve::runner {
@@ -49,6 +50,21 @@ void run(cpu_state* state, site* s) {
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
 }
 
+// A call, so that the compiler sees that `guarded` may be left by it.
+[[gnu::noipa]] void touch(std::uint64_t at) {
+  auto* byte = reinterpret_cast<volatile std::uint8_t*>(at);
+  *byte = *byte;
+}
+
+// Whether the program's stack has what an entry takes of it.
+bool has_room_to_push(thread_block* block) {
+  const std::uint64_t sp = block->state.sp;
+  return guarded(block, [sp] {
+    touch(sp - SVE_ENTRY_PUSHED);
+    touch(sp - 1);
+  });
+}
+
 // What native code asks of predicates.
 void learn_full_predicates(thread_block* block) {
   if (translation_of_sites() != translation::native) return;
@@ -81,9 +97,9 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   // Another thread may have patched it since it trapped here.
   if (!s && !handler_of(*start)) return is_patched(start);
   block->used_sve = true;
-  // A run that the handlers cannot execute to its end goes through its code from the first time on. Met by a trap once
-  // more, it goes as far as it can.
-  if (s && s->has_scalars && s->entry == 0) {
+  // A run that the handlers cannot execute to its end goes through its code from the first time on, unless the stack is
+  // used up. Met by a trap once more, it goes as far as it can.
+  if (s && s->has_scalars && s->entry == 0 && has_room_to_push(block)) {
     patch_site(s);
     if (is_patched(start)) return true;
   }

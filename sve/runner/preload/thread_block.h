@@ -116,9 +116,9 @@ void wake_thread_for(int sig);
 bool has_other_threads();
 
 /// Runs `body`, which touches memory that is the program's. Returns false if a fault ended it, which `block->fault`
-/// tells of.
+/// tells of. No caller may know which registers it leaves alone: a fault leaves none.
 template <class Body>
-[[gnu::noinline]] bool guarded(thread_block* block, Body body) {
+[[gnu::noipa]] bool guarded(thread_block* block, Body body) {
   if (__builtin_setjmp(block->resume)) return false;
   block->is_guarded = true;
   std::atomic_signal_fence(std::memory_order_seq_cst);

@@ -79,8 +79,8 @@ void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first
 }  // namespace
 
 bool make_entry(const site& s, std::uint64_t address, translation how, entry_code& made) {
-  static buffer code(0);
-  static event_log log;
+  static constinit buffer code(0);
+  static constinit event_log log;
   for (const bool is_native : {true, false}) {
     if (is_native ? how != translation::native : s.has_scalars) continue;
     code.restart(address);

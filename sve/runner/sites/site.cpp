@@ -264,6 +264,7 @@ void start_sites(bool patches, translation how, bool tells) {
   patching = patches;
   translating = how;
   telling = tells;
+  start_native();
   if (patching) start_patching();
 }
 
