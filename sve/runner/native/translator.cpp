@@ -7,6 +7,7 @@
 #include <new>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "sve/decode/table.h"
 #include "sve/runner/native/tables.h"
@@ -62,9 +63,7 @@ enum class action : std::uint8_t {
   fp_sum,
   reduce,
   while_unsigned,
-  while_unsigned_equal,
   while_signed,
-  while_signed_equal,
   set_pattern,
   logic,  // of predicates
   gather,
@@ -231,7 +230,7 @@ bool is_known_form(insn& i) {
     case action::fp_fused_negated:
       return z_to_z && exists && has_one_size(row) && i.source_count == 3 && !i.has_immediate;
     case action::complex_fused:
-      return z_to_z && i.size >= element_s && has_one_size(row) && i.source_count == 3 && i.pg != no_register;
+      return z_to_z && i.size == element_s && has_one_size(row) && i.source_count == 3 && i.pg != no_register;
     case action::unary: {
       const bool is_bytes = i.form == &v_cnt_v || i.form == &v_rbit_v;
       return z_to_z && (exists || i.form == &v_mvn_v) && !(is_bytes && i.size != element_b) && i.source_count == 1 &&
@@ -278,9 +277,7 @@ bool is_known_form(insn& i) {
     case action::fp_sum:
       return i.d != no_register && i.size >= element_s && i.source_count == 1;
     case action::while_unsigned:
-    case action::while_unsigned_equal:
     case action::while_signed:
-    case action::while_signed_equal:
     case action::set_pattern:
       return i.pd != no_register;
     case action::count:
@@ -300,7 +297,7 @@ bool is_known_form(insn& i) {
 insn decode_insn(std::uint32_t word, decode_handler handle) {
   insn i;
   i.word = word;
-  if (!handle) {
+  if (!handle) {  // it has none where it is no instruction of ours
     i.how = action::scalar;
     i.x_used = 1u << (word & 31) | 1u << (word >> 5 & 31) | 1u << (word >> 10 & 31) | 1u << (word >> 16 & 31);
     i.writes_x = true;
@@ -333,9 +330,14 @@ insn decode_insn(std::uint32_t word, decode_handler handle) {
 
 class translator {
  public:
-  translator(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers)
+  translator(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only)
       : code_(code), log_(log), site_(s), put_handlers_(put_handlers), count_(s.count) {
-    for (std::size_t i = 0; i < count_; ++i) insns_[i] = decode_insn(s.words[i], s.handlers[i]);
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (scalars_only && s.handlers[i])
+        insns_[i].how = action::none;
+      else
+        insns_[i] = decode_insn(s.words[i], s.handlers[i]);
+    }
   }
 
   void put_run() { put_range(0, count_, true); }
@@ -995,22 +997,20 @@ class translator {
         // odd number of quarter turns y with its parts exchanged, with the signs of the turn.
         const auto turn = static_cast<unsigned>(i.immediate) / 90;
         const unsigned t = scratch(0), f = scratch(1), s = scratch(2);
-        const unsigned x = active(o.y, m, 1), y = active(o.z, m, 2);
-        std::uint64_t signs = 0;
-        const std::uint64_t even = size == 2 ? 0x80000000u : 0, odd = size == 2 ? 0x8000000000000000u : 0;
-        if (size != 2) return code_.spoil();
-        if (turn == 1) signs = even;
-        if (turn == 2) signs = even | odd;
-        if (turn == 3) signs = odd;
-        vector(turn & 1 ? v_trn2 : v_trn1, size, f, x, x);
-        unsigned second = y;
-        if (turn & 1) {
-          vector(v_rev64, size, s, y);
-          second = s;
-        }
+        constexpr std::uint64_t even = 0x80000000, odd = even << 32;
+        const std::uint64_t signs = turn == 0 ? 0 : turn == 1 ? even : turn == 2 ? even | odd : odd;
+        vector(turn & 1 ? v_trn2 : v_trn1, size, f, o.y, o.y);
+        unsigned second = o.z;
+        if (turn & 1) vector(v_rev64, size, second = s, o.z);
         if (signs) {
-          vector(v_eor_v, 0, s, second, constant_home(signs));
-          second = s;
+          const unsigned from = std::exchange(second, s);
+          vector(v_eor_v, 0, s, from, constant_home(signs));
+        }
+        // Not before: an active part takes the other one from an inactive element.
+        if (m != no_register) {
+          vector(v_and_v, 0, f, f, m);
+          const unsigned from = std::exchange(second, s);
+          vector(v_and_v, 0, s, from, m);
         }
         if (m == no_register) {
           if (f != o.d && second != o.d) {
@@ -1203,24 +1203,11 @@ class translator {
   void put_while(const insn& i) {
     const unsigned k = temp(0), t = temp(1), u = temp(2);
     const unsigned count = elements(i.size);
-    const bool is_signed = i.how == action::while_signed || i.how == action::while_signed_equal;
-    const bool with_equal = i.how == action::while_signed_equal || i.how == action::while_unsigned_equal;
     spare(1);
     // How many elements, at most all: the flags are this instruction's to write.
-    code_.put(movz_w, t, count - with_equal);
+    code_.put(movz_w, t, count);
     code_.put(i.is_w ? subs_w : subs_x, k, i.xm, i.xn);
-    if (with_equal) {
-      // One more than the difference, or none.
-      code_.put(mrs_nzcv, u);
-      code_.put(cmp_x, k, t);
-      code_.put(csel_lo, k, k, t);
-      code_.put(add_x_imm, k, k, 1);
-      code_.put(msr_nzcv, u);
-      code_.put(is_signed ? csel_ge : csel_hs, k, k, zero);
-      code_.put(movz_w, t, count);
-    } else {
-      code_.put(is_signed ? csel_ge : csel_hs, k, k, zero);
-    }
+    code_.put(i.how == action::while_signed ? csel_ge : csel_hs, k, k, zero);
     code_.put(cmp_x, k, t);
     code_.put(csel_lo, k, k, t);
     // First: some are active; none: none are; C: not the last one.
@@ -1478,9 +1465,7 @@ class translator {
         put_fp_sum(i);
         break;
       case action::while_unsigned:
-      case action::while_unsigned_equal:
       case action::while_signed:
-      case action::while_signed_equal:
         put_while(i);
         break;
       case action::set_pattern:
@@ -1577,9 +1562,11 @@ bool is_simple_scalar(std::uint32_t w) {
   return w == 0xd503201f;                                                                // nop
 }
 
-void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers) {
+bool has_native_form(std::uint32_t word) { return decode_insn(word, is_sve(word)).how != action::none; }
+
+void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only) {
   alignas(translator) static std::byte room[sizeof(translator)];
-  (new (room) translator(code, log, s, put_handlers))->put_run();
+  (new (room) translator(code, log, s, put_handlers, scalars_only))->put_run();
 }
 
 }  // namespace sve::runner

@@ -71,8 +71,12 @@ class event_log {
 using heavy_emitter = void (*)(entry_buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end,
                                bool is_last);
 
-/// Puts the code of the whole run. Where that cannot be, the buffer or the log is bad.
-void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers);
+/// Puts the code of the whole run; if `scalars_only`, all instructions of SVE are handlers' calls. Where that cannot be,
+/// the buffer or the log is bad.
+void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only);
+
+/// Whether an SVE instruction has a native form, at least where its predicate is full.
+bool has_native_form(std::uint32_t word);
 
 /// Whether a word may stand in a run between SVE instructions: it moves or computes general registers alone.
 bool is_simple_scalar(std::uint32_t word);

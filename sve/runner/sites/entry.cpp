@@ -81,15 +81,16 @@ void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first
 bool make_entry(const site& s, std::uint64_t address, translation how, entry_code& made) {
   static constinit buffer code(0);
   static constinit event_log log;
+  // What is too much for native code is left to handlers.
   for (const bool is_native : {true, false}) {
-    if (is_native ? how != translation::native : s.has_scalars) continue;
+    if (is_native && how != translation::native) continue;
     code.restart(address);
     log.restart();
     code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s)));
     code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s) >> 32));
     made.begin = code.size();
-    if (is_native)
-      put_native(code, log, s, put_handlers);
+    if (is_native || s.has_scalars)
+      put_native(code, log, s, put_handlers, !is_native);
     else
       put_handlers(code, log, s, 0, s.count, true);
     code.finish();
