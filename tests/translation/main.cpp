@@ -72,6 +72,8 @@ std::uint8_t* stack;  // of the program
 // ---- Faults ----
 
 enum class doing { nothing, model, native } now;
+std::uint32_t* stopped_at = nullptr;  // where a signal comes, in place of this word
+std::uint32_t stopped_word;
 sigjmp_buf escape;
 siginfo_t left_info;
 registers left_registers;
@@ -90,6 +92,14 @@ void from_context(const ucontext_t* context, registers& r) {
 void on_signal(int sig, siginfo_t* info, void* raw) {
   auto* context = static_cast<ucontext_t*>(raw);
   if (now == doing::native) {
+    // The instruction at which another signal comes.
+    if (sig == SIGTRAP) {
+      *stopped_at = stopped_word;
+      __builtin___clear_cache(reinterpret_cast<char*>(stopped_at), reinterpret_cast<char*>(stopped_at + 1));
+      stopped_at = nullptr;
+      info->si_signo = SIGUSR1;
+      info->si_code = SI_TKILL;
+    }
     if (interrupt_run(block, info, context, sve::recover_guarded_fault) == interruption::resumed) return;
     left_pc = context->uc_mcontext.pc;
     left_info = *info;
@@ -211,7 +221,7 @@ void learn(const cpu_state& state, std::uint32_t (&full)[16]) {
   }
 }
 
-bool run_native(const run_case& c, result& r) {
+bool run_native(const run_case& c, result& r, long stop_at) {
   the_site.address = code->program;
   the_site.count = c.length;
   the_site.index = 5;
@@ -233,8 +243,16 @@ bool run_native(const run_case& c, result& r) {
   put_leave(code->program + c.length);
   __builtin___clear_cache(reinterpret_cast<char*>(code->program), reinterpret_cast<char*>(code->scalar));
 
+  if (stop_at >= 0) {
+    stopped_at = code->entry + made.begin + stop_at;
+    if (stopped_at >= code->entry + made.size) return false;
+    stopped_word = *stopped_at;
+    *stopped_at = 0xd4200000;  // brk #0
+    __builtin___clear_cache(reinterpret_cast<char*>(stopped_at), reinterpret_cast<char*>(stopped_at + 1));
+  }
   block->state = r.state;
   block->running = 0;
+  block->deferred.si_signo = 0;
   block->pending = 0;
   learn(r.state, block->full);
   if (!c.knows_full) std::memset(block->full, 0, sizeof block->full);
@@ -294,18 +312,35 @@ void save_memory(result& r) {
 }
 
 struct tally {
-  std::uint64_t runs = 0, faults = 0, failures = 0, not_made = 0;
+  std::uint64_t runs = 0, faults = 0, failures = 0, not_made = 0, signals = 0, stops_over = 0;
 } total;
 
-std::string compare(const run_case& c) {
+// With a signal at a word of the code, if `stop_at` is not negative.
+std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
   static result expected, actual;
   to_model(c.state, expected.state);
   expected.state.instr = 0;
   actual.state = expected.state;
   set_memory();
-  if (!run_native(c, actual)) {
-    ++total.not_made;
+  if (!run_native(c, actual, stop_at)) {
+    ++(over ? total.stops_over : total.not_made);
+    if (over) *over = true;
     return "";
+  }
+  if (stop_at >= 0 && stopped_at) return "";  // the run has not come there
+  if (actual.faulted && left_info.si_signo == SIGUSR1) {
+    // It is delivered between two instructions, once, and the mask is again what it was.
+    ++total.signals;
+    if (block->pending || block->deferred.si_signo) return "a signal still waits";
+    const bool is_over = actual.done == c.length;
+    if (counts_of(block)[5] != is_over || counted_partial != (is_over ? 0 : actual.done))
+      return "the run was not counted as far as it went";
+    save_memory(actual);
+    set_memory();
+    run_model(c, 0, actual.done, expected);
+    save_memory(expected);
+    const std::string difference = difference_of(expected, actual);
+    return difference.empty() ? "" : "at a signal: " + difference;
   }
   if (!actual.faulted && (counts_of(block)[5] != 1 || counted_partial != 0)) return "the run was not counted once";
   if (actual.faulted && (counts_of(block)[5] != 0 || counted_partial != actual.done)) return "a part was not counted";
@@ -421,12 +456,13 @@ void show(const run_case& c, const std::string& difference, std::uint64_t number
 
 int main(int argc, char** argv) {
   std::uint64_t seed = 1, only = ~std::uint64_t{0};
-  unsigned cases = 24, runs = 20000;
+  unsigned cases = 24, runs = 20000, signalled = 60;
   const char* name = nullptr;
   for (int i = 1; i + 1 < argc; i += 2) {
     if (!std::strcmp(argv[i], "--seed")) seed = std::strtoull(argv[i + 1], nullptr, 0);
     if (!std::strcmp(argv[i], "--cases")) cases = static_cast<unsigned>(std::strtoul(argv[i + 1], nullptr, 0));
     if (!std::strcmp(argv[i], "--runs")) runs = static_cast<unsigned>(std::strtoul(argv[i + 1], nullptr, 0));
+    if (!std::strcmp(argv[i], "--signalled")) signalled = static_cast<unsigned>(std::strtoul(argv[i + 1], nullptr, 0));
     if (!std::strcmp(argv[i], "--row")) name = argv[i + 1];
     if (!std::strcmp(argv[i], "--case")) only = std::strtoull(argv[i + 1], nullptr, 0);
   }
@@ -453,7 +489,7 @@ int main(int argc, char** argv) {
   struct sigaction action = {};
   action.sa_sigaction = on_signal;
   action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
-  for (const int sig : {SIGSEGV, SIGBUS, SIGILL}) __real_sigaction(sig, &action, nullptr);
+  for (const int sig : {SIGSEGV, SIGBUS, SIGILL, SIGTRAP}) __real_sigaction(sig, &action, nullptr);
 
   const auto c = std::make_unique<run_case>();
   std::vector<const row_info*> all;
@@ -461,7 +497,7 @@ int main(int argc, char** argv) {
   const auto run_one = [&](const std::vector<const row_info*>& rows, unsigned length, std::uint64_t number) {
     make_case(rows, length, seed, number, *c);
     ++total.runs;
-    const std::string difference = compare(*c);
+    const std::string difference = compare(*c, -1);
     if (difference.empty()) return true;
     ++total.failures;
     if (shown++ < 20) show(*c, difference, number);
@@ -490,7 +526,21 @@ int main(int argc, char** argv) {
     const unsigned length = 2 + choice.below(most_words - 1);
     run_one(choice.chance(75) ? native : all, length, k);
   }
-  std::printf("%" PRIu64 " runs, %" PRIu64 " with faults, %" PRIu64 " not made, %" PRIu64 " differ, seed %" PRIu64 "\n", total.runs,
+  // A signal at each word of the code that is executed.
+  for (unsigned k = 0; k < signalled && !name; ++k) {
+    if (only != ~std::uint64_t{0} && only != k) continue;
+    random_source choice(mix(seed, k + 77));
+    make_case(native, 2 + choice.below(most_words - 1), seed, k, *c);
+    bool over = false;
+    for (long at = 0; !over; ++at) {
+      const std::string difference = compare(*c, at, &over);
+      if (difference.empty()) continue;
+      ++total.failures;
+      if (shown++ < 20) show(*c, "signal at word " + std::to_string(at) + ": " + difference, k);
+      break;
+    }
+  }
+  std::printf("%" PRIu64 " runs, %" PRIu64 " signals, %" PRIu64 " with faults, %" PRIu64 " not made, %" PRIu64 " differ, seed %" PRIu64 "\n", total.runs, total.signals,
               total.faults, total.not_made, total.failures, seed);
   return total.failures != 0 || total.not_made != 0;
 }

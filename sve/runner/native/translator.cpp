@@ -621,9 +621,10 @@ class translator {
     const bool is_last = end == count_;
     if (is_last) {
       code_.put(ldr_w, temp_[0], base_, state_offset + SVE_ENTRY_PENDING);
+      // What comes from here on is not seen any more.
+      log_.add(code_.size(), code_event::leaving, 1);
       waits = code_.size();
       code_.put(cbnz_w, temp_[0], 0);
-      log_.add(code_.size(), code_event::leaving, 1);
       const std::size_t offset = SVE_ENTRY_COUNTS + SVE_STATE_IN_BLOCK - base_in_block + std::size_t{8} * site_.index;
       code_.put(add_x_imm_page, base_, base_, offset / 4096);
       code_.put(ldr_x, temp_[0], base_, offset % 4096);

@@ -121,7 +121,7 @@ interruption interrupt_native(thread_block* block, siginfo_t* info, ucontext_t* 
     leave();
     return interruption::delivered;
   }
-  if (at.is_leaving && at.is_last) {
+  if (at.is_leaving && at.is_last && !block->pending) {
     restore_registers(block, context, at, s);
     if (!at.is_counted) ++counts_of(block)[s->index];
     machine.pc = reinterpret_cast<std::uintptr_t>(s->end());

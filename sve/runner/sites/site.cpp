@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/decode/text.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
@@ -270,6 +271,30 @@ void start_sites(bool patches, translation how, bool tells) {
 
 namespace {
 
+// One line for each instruction of the run, and its code as words to be disassembled.
+void tell(const site* s, const entry_code& code) {
+  Text<160> line;
+  const auto print = [&] {
+    print_line(line.c_str());
+    line.clear();
+  };
+  (line << "site ").hex(reinterpret_cast<std::uintptr_t>(s->address)) << ", code at ";
+  line.hex(s->code + 4 * code.begin) << ", " << code.size - code.begin << " words";
+  print();
+  for (std::size_t i = 0; i < s->count; ++i) {
+    char text[decode::max_text];
+    line << "  ";
+    line.number(s->words[i], 16, 8) << "  ";
+    line << (s->handlers[i] ? decode::text_of(s->words[i], text) : "(as it is)");
+    print();
+  }
+  for (std::size_t i = code.begin; i < code.size; ++i) {
+    line << (i % 8 == code.begin % 8 ? "  code " : " ");
+    line.number(code.words[i], 16, 8);
+    if ((i + 1) % 8 == code.begin % 8 || i + 1 == code.size) print();
+  }
+}
+
 // The address of the site's code, made if need be; 0 if it cannot be.
 std::uint64_t need_entry(site* s) {
   if (const std::uint64_t made = s->entry.load(std::memory_order_relaxed)) return made;
@@ -284,6 +309,7 @@ std::uint64_t need_entry(site* s) {
   s->events.store(events, std::memory_order_release);
   s->event_count = static_cast<std::uint32_t>(code.event_count);
   s->code = space.address;
+  if (telling) tell(s, code);
   commit_code(space, code.words, code.size);
   const std::uint64_t entry = space.address + 4 * code.begin;
   const std::size_t n = entry_count.load(std::memory_order_relaxed);
