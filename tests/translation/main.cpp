@@ -121,6 +121,7 @@ struct run_case {
   unsigned length = 0;
   machine state;
   bool knows_full = true;
+  std::uint8_t stray_bits[sve::vector_bytes] = {};  // in every predicate byte, above bit 0
 };
 
 struct result {
@@ -298,7 +299,7 @@ std::string difference_of(const result& expected, const result& actual) {
         return "z" + std::to_string(n) + " byte " + std::to_string(i) + ": " + hex(e.z[n][i]) + ", native " + hex(a.z[n][i]);
   for (unsigned n = 0; n < 16; ++n)
     for (unsigned i = 0; i < sve::vector_bytes; ++i)
-      if (e.p[n][i] != a.p[n][i])
+      if ((e.p[n][i] ^ a.p[n][i]) & 1)  // nothing else of a byte counts
         return "p" + std::to_string(n) + " byte " + std::to_string(i) + ": " + hex(e.p[n][i]) + ", native " + hex(a.p[n][i]);
   if (std::memcmp(e.ffr, a.ffr, sizeof e.ffr) != 0) return "ffr";
   if (std::memcmp(&expected.memory, &actual.memory, sizeof expected.memory) != 0) return "memory";
@@ -320,6 +321,8 @@ std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
   static result expected, actual;
   to_model(c.state, expected.state);
   expected.state.instr = 0;
+  for (auto& p : expected.state.p)
+    for (std::size_t i = 0; i < sve::vector_bytes; ++i) p[i] |= c.stray_bits[i];
   actual.state = expected.state;
   set_memory();
   if (!run_native(c, actual, stop_at)) {
@@ -439,6 +442,8 @@ void make_case(const std::vector<const row_info*>& rows, unsigned length, std::u
     for (unsigned n = 0; n < 16; ++n)
       if (random.chance(90)) std::memset(c.state.p[n], 0xff, sizeof c.state.p[n]);
   c.knows_full = random.chance(80);
+  const bool strays = random.chance(20);
+  for (std::uint8_t& bits : c.stray_bits) bits = static_cast<std::uint8_t>(strays ? random.next() & 0xfe : 0);
   c.state.sp = reinterpret_cast<std::uint64_t>(stack + stack_bytes / 2);
 }
 
@@ -456,7 +461,7 @@ void show(const run_case& c, const std::string& difference, std::uint64_t number
 
 int main(int argc, char** argv) {
   std::uint64_t seed = 1, only = ~std::uint64_t{0};
-  unsigned cases = 24, runs = 20000, signalled = 60;
+  unsigned cases = 16, runs = 10000, signalled = 40;
   const char* name = nullptr;
   for (int i = 1; i + 1 < argc; i += 2) {
     if (!std::strcmp(argv[i], "--seed")) seed = std::strtoull(argv[i + 1], nullptr, 0);

@@ -33,8 +33,9 @@ class code_buffer {
     else
       good_ = false;
   }
+  // Inlined, so that of a form that is known there where it is put no more is left than its own fields.
   template <class... Operands>
-  void put(const form& f, Operands... operands) {
+  [[gnu::always_inline]] void put(const form& f, Operands... operands) {
     put(encoded(f, static_cast<std::int64_t>(operands)...));
   }
   /// Goes back to where the buffer had `size` words. Not across a load of a constant.
@@ -68,13 +69,16 @@ class code_buffer {
   static constexpr std::size_t most_literals = 512;
 
   template <class... Operands>
-  word encoded(const form& f, Operands... given) {
-    const std::int64_t operands[4] = {given...};
+  [[gnu::always_inline]] word encoded(const form& f, Operands... given) {
     word w = f.base;
-    for (int i = 0; i < 4; ++i) {
-      good_ = good_ && fits(f.fields[i], operands[i]);
-      w |= encode_field(f.fields[i], operands[i]);
-    }
+    bool good = true;
+    int i = 0;
+    const auto add = [&](std::int64_t operand) __attribute__((always_inline)) {
+      good &= fits(f.fields[i], operand);
+      w |= encode_field(f.fields[i++], operand);
+    };
+    (add(given), ...);
+    good_ &= good;
     return w;
   }
 

@@ -31,11 +31,10 @@ constexpr field simm(unsigned char low, unsigned char width, unsigned char scale
 
 /// Whether a field can hold the operand.
 constexpr bool fits(const field& f, std::int64_t operand) {
-  if (operand & ((std::int64_t{1} << f.scale) - 1)) return false;
-  const std::int64_t value = operand >> f.scale;
-  if (f.width == 0) return operand == 0;
-  const std::int64_t half = std::int64_t{1} << (f.width - 1);
-  return f.is_signed ? value >= -half && value < half : value >= 0 && value < 2 * half;
+  // The multiple of 1 << `scale` in whose range of 1 << `width` from the least one it must lie.
+  const std::uint64_t least = f.is_signed ? std::uint64_t{1} << (f.width - 1 + f.scale) : 0;
+  const std::uint64_t above = ~std::uint64_t{0} << (f.width + f.scale), below = (std::uint64_t{1} << f.scale) - 1;
+  return ((static_cast<std::uint64_t>(operand) + least) & (above | below)) == 0;
 }
 
 constexpr word encode_field(const field& f, std::int64_t operand) {

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <new>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -294,6 +293,35 @@ bool is_known_form(insn& i) {
   }
 }
 
+// The rows by their handlers, so that none is searched for twice. What shares a handler is the same instruction to it.
+class row_table {
+ public:
+  const decode::row* find(decode_handler handle) {
+    if (!filled_) fill();
+    std::size_t at = place(handle);
+    while (rows_[at] && rows_[at]->handle != handle) at = (at + 1) % size;
+    return rows_[at];
+  }
+
+ private:
+  static constexpr std::size_t size = 4096;
+  static std::size_t place(decode_handler handle) {
+    return reinterpret_cast<std::uintptr_t>(handle) * 0x9e3779b97f4a7c15u >> 52;
+  }
+  void fill() {
+    for (const decode::map* map : decode::maps_in_is_sve_order())
+      for (const decode::row& row : map->rows) {
+        std::size_t at = place(row.handle);
+        while (rows_[at] && rows_[at]->handle != row.handle) at = (at + 1) % size;
+        if (!rows_[at]) rows_[at] = &row;
+      }
+    filled_ = true;
+  }
+  const decode::row* rows_[size] = {};
+  bool filled_ = false;
+};
+constinit row_table rows;
+
 insn decode_insn(std::uint32_t word, decode_handler handle) {
   insn i;
   i.word = word;
@@ -303,8 +331,7 @@ insn decode_insn(std::uint32_t word, decode_handler handle) {
     i.writes_x = true;
     return i;
   }
-  i.row = decode::find_row(word);
-  if (!i.row) return i;
+  i.row = rows.find(handle);
   const std::uint8_t size = i.row->form->element_size;
   if (size != operand::no_size) i.size = size;
   for (const operand& o : i.row->operands()) note_operand(i, o);
@@ -330,17 +357,20 @@ insn decode_insn(std::uint32_t word, decode_handler handle) {
 
 class translator {
  public:
-  translator(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only)
-      : code_(code), log_(log), site_(s), put_handlers_(put_handlers), count_(s.count) {
+  void put_run(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only) {
+    code_ = &code;
+    log_ = &log;
+    site_ = &s;
+    put_handlers_ = put_handlers;
+    count_ = s.count;
     for (std::size_t i = 0; i < count_; ++i) {
       if (scalars_only && s.handlers[i])
-        insns_[i].how = action::none;
+        insns_[i] = {};
       else
         insns_[i] = decode_insn(s.words[i], s.handlers[i]);
     }
+    put_range(0, count_, true);
   }
-
-  void put_run() { put_range(0, count_, true); }
 
  private:
   // ---- Runs in parts ----
@@ -416,7 +446,7 @@ class translator {
       std::size_t next = light_end(first, end, may_assume, tests);
       if (next == first) {
         next = heavy_end(first, end, may_assume);
-        put_handlers_(code_, log_, site_, first, next, next == count_);
+        put_handlers_(*code_, *log_, *site_, first, next, next == count_);
       } else {
         put_light(first, next, tests);
       }
@@ -437,56 +467,56 @@ class translator {
 
   void put_light(std::size_t first, std::size_t end, const knowledge& tests) {
     choose_registers(first, end);
-    log_.add(code_.size(), code_event::light_begin, first == 0);
-    log_.add(code_.size(), code_event::instruction, 0, first);
-    code_.put(stp_x_pre, base_, temp_[0], sp, -SVE_ENTRY_PUSHED);
-    code_.put(stp_x, temp_[1], temp_[2], sp, 16);
-    log_.add(code_.size(), code_event::borrowed_low, base_, 0);
-    log_.add(code_.size(), code_event::borrowed_low, temp_[0], 1);
-    log_.add(code_.size(), code_event::borrowed_low, temp_[1], 2);
-    log_.add(code_.size(), code_event::borrowed_low, temp_[2], 3);
-    code_.put(mrs_thread, base_);
+    log_->add(code_->size(), code_event::light_begin, first == 0);
+    log_->add(code_->size(), code_event::instruction, 0, first);
+    code_->put(stp_x_pre, base_, temp_[0], sp, -SVE_ENTRY_PUSHED);
+    code_->put(stp_x, temp_[1], temp_[2], sp, 16);
+    log_->add(code_->size(), code_event::borrowed_low, base_, 0);
+    log_->add(code_->size(), code_event::borrowed_low, temp_[0], 1);
+    log_->add(code_->size(), code_event::borrowed_low, temp_[1], 2);
+    log_->add(code_->size(), code_event::borrowed_low, temp_[2], 3);
+    code_->put(mrs_thread, base_);
     const auto place = reinterpret_cast<std::uintptr_t>(&this_thread_block) -
                        reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
     if (fits(ldr_x.fields[2], static_cast<std::int64_t>(place))) {
-      code_.put(ldr_x, base_, base_, place);
+      code_->put(ldr_x, base_, base_, place);
     } else {
-      code_.load_x(temp_[0], place);
-      code_.put(ldr_x_index, base_, base_, temp_[0]);
+      code_->load_x(temp_[0], place);
+      code_->put(ldr_x_index, base_, base_, temp_[0]);
     }
-    const std::size_t without_block = code_.size();
-    code_.put(cbz_x, base_, 0);
-    code_.put(add_x_imm, base_, base_, base_in_block);
+    const std::size_t without_block = code_->size();
+    code_->put(cbz_x, base_, 0);
+    code_->put(add_x_imm, base_, base_, base_in_block);
     // Where a predicate is not full the other code is taken.
     std::size_t slow[64];
     std::size_t slow_count = 0;
     for (unsigned n = 0; n < 16; ++n) {
       if (tests.full[n] == 0) continue;
-      code_.put(ldr_w, temp_[0], base_, full_offset(n));
-      slow[slow_count++] = code_.size();
-      code_.put(tbz_w, temp_[0], std::countr_zero(tests.full[n]), 0);
+      code_->put(ldr_w, temp_[0], base_, full_offset(n));
+      slow[slow_count++] = code_->size();
+      code_->put(tbz_w, temp_[0], std::countr_zero(tests.full[n]), 0);
     }
     const std::size_t waits_fast = put_body(first, end, tests);
     std::size_t over_slow = 0, waits_slow = 0;
     if (slow_count) {
       const bool is_last = end == count_;
       if (!is_last) {
-        over_slow = code_.size();
-        code_.put(b, 0);
+        over_slow = code_->size();
+        code_->put(b, 0);
       }
-      for (std::size_t i = 0; i < slow_count; ++i) code_.aim(slow[i], tbz_w, 2);
+      for (std::size_t i = 0; i < slow_count; ++i) code_->aim(slow[i], tbz_w, 2);
       // As at the branches.
-      log_.add(code_.size(), code_event::light_begin);
-      log_.add(code_.size(), code_event::instruction, 0, first);
+      log_->add(code_->size(), code_event::light_begin);
+      log_->add(code_->size(), code_event::instruction, 0, first);
       log_pushed();
       knowledge none;
       if (light_end(first, end, false, none) == end) {
         waits_slow = put_body(first, end, {});
       } else {
-        log_.add(code_.size(), code_event::leaving);
-        code_.put(ldp_x, temp_[1], temp_[2], sp, 16);
-        code_.put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
-        log_.add(code_.size(), code_event::popped, 0, first);
+        log_->add(code_->size(), code_event::leaving);
+        code_->put(ldp_x, temp_[1], temp_[2], sp, 16);
+        code_->put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
+        log_->add(code_->size(), code_event::popped, 0, first);
         const registers kept = save_registers();
         put_range(first, end, false);
         restore_registers(kept);
@@ -494,32 +524,32 @@ class translator {
     }
     // Traps.
     if (end != count_) {
-      const std::size_t over = code_.size();
-      code_.put(b, 0);
+      const std::size_t over = code_->size();
+      code_->put(b, 0);
       put_traps(first, without_block, 0, 0);
-      code_.aim(over, b, 0);
+      code_->aim(over, b, 0);
     } else {
       put_traps(first, without_block, waits_fast, waits_slow);
     }
-    if (over_slow) code_.aim(over_slow, b, 0);
+    if (over_slow) code_->aim(over_slow, b, 0);
   }
 
   void put_traps(std::size_t first, std::size_t without_block, std::size_t waits, std::size_t other_waits) {
-    log_.add(code_.size(), code_event::light_begin);
+    log_->add(code_->size(), code_event::light_begin);
     log_pushed();
-    log_.add(code_.size(), code_event::without_block, 0, first);
-    code_.aim(without_block, cbz_x, 1);
-    code_.put(word{0});
+    log_->add(code_->size(), code_event::without_block, 0, first);
+    code_->aim(without_block, cbz_x, 1);
+    code_->put(word{0});
     if (!waits && !other_waits) return;
-    log_.add(code_.size(), code_event::waited);
-    if (waits) code_.aim(waits, cbnz_w, 1);
-    if (other_waits) code_.aim(other_waits, cbnz_w, 1);
-    code_.put(word{0});
+    log_->add(code_->size(), code_event::waited);
+    if (waits) code_->aim(waits, cbnz_w, 1);
+    if (other_waits) code_->aim(other_waits, cbnz_w, 1);
+    code_->put(word{0});
   }
 
   void log_pushed() {
-    log_.add(code_.size(), code_event::borrowed_low, base_, 0);
-    for (unsigned k = 0; k < 3; ++k) log_.add(code_.size(), code_event::borrowed_low, temp_[k], k + 1);
+    log_->add(code_->size(), code_event::borrowed_low, base_, 0);
+    for (unsigned k = 0; k < 3; ++k) log_->add(code_->size(), code_event::borrowed_low, temp_[k], k + 1);
   }
 
   static int full_offset(unsigned n) { return state_offset + SVE_ENTRY_FULL + 4 * static_cast<int>(n); }
@@ -564,13 +594,13 @@ class translator {
   // The k-th borrowed general register; those behind the third are borrowed when they are first asked for.
   unsigned temp(unsigned k) {
     if (k >= temp_count_) {
-      code_.spoil();
+      code_->spoil();
       return 0;
     }
     while (k >= borrowed_x_) {
       const unsigned slot = borrowed_x_ - 3;
-      code_.put(str_x, temp_[borrowed_x_], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(slot));
-      log_.add(code_.size(), code_event::borrowed_x, temp_[borrowed_x_], slot);
+      code_->put(str_x, temp_[borrowed_x_], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(slot));
+      log_->add(code_->size(), code_event::borrowed_x, temp_[borrowed_x_], slot);
       ++borrowed_x_;
     }
     return temp_[k];
@@ -579,12 +609,12 @@ class translator {
   unsigned usable_spares() const { return std::min(spare_count_ & ~1u, 16u); }  // they are borrowed in pairs
   // Lets the first `n` spare V registers be used.
   void borrow_vectors(unsigned n) {
-    if (n > usable_spares()) return code_.spoil();
+    if (n > usable_spares()) return code_->spoil();
     while (borrowed_v_ < n) {
       const unsigned a = spare_[borrowed_v_], b2 = spare_[borrowed_v_ + 1];
-      code_.put(stp_q, a, b2, base_, borrowed_v_offset + 16 * static_cast<int>(borrowed_v_));
-      log_.add(code_.size(), code_event::borrowed_v, a, borrowed_v_);
-      log_.add(code_.size(), code_event::borrowed_v, b2, borrowed_v_ + 1);
+      code_->put(stp_q, a, b2, base_, borrowed_v_offset + 16 * static_cast<int>(borrowed_v_));
+      log_->add(code_->size(), code_event::borrowed_v, a, borrowed_v_);
+      log_->add(code_->size(), code_event::borrowed_v, b2, borrowed_v_ + 1);
       borrowed_v_ += 2;
     }
   }
@@ -602,7 +632,7 @@ class translator {
     known_ = assumed;
     for (std::size_t i = first; i < end;) {
       const std::size_t next = is_standalone(insns_[i].how) ? i + 1 : group_end(i, end);
-      log_.add(code_.size(), code_event::instruction, 0, i);
+      log_->add(code_->size(), code_event::instruction, 0, i);
       if (is_standalone(insns_[i].how)) {
         put_alone(insns_[i]);
         learn(insns_[i], known_);
@@ -613,31 +643,31 @@ class translator {
     }
     // Everything is done: the log says so by the next instruction.
     for (unsigned k = 0; k < borrowed_v_; k += 2)
-      code_.put(ldp_q, spare_[k], spare_[k + 1], base_, borrowed_v_offset + 16 * static_cast<int>(k));
+      code_->put(ldp_q, spare_[k], spare_[k + 1], base_, borrowed_v_offset + 16 * static_cast<int>(k));
     for (unsigned k = 3; k < borrowed_x_; ++k)
-      code_.put(ldr_x, temp_[k], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(k - 3));
-    code_.put(str_x, base_, base_, state_offset + SVE_ENTRY_USED);
+      code_->put(ldr_x, temp_[k], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(k - 3));
+    code_->put(str_x, base_, base_, state_offset + SVE_ENTRY_USED);
     std::size_t waits = 0;
     const bool is_last = end == count_;
     if (is_last) {
-      code_.put(ldr_w, temp_[0], base_, state_offset + SVE_ENTRY_PENDING);
+      code_->put(ldr_w, temp_[0], base_, state_offset + SVE_ENTRY_PENDING);
       // What comes from here on is not seen any more.
-      log_.add(code_.size(), code_event::leaving, 1);
-      waits = code_.size();
-      code_.put(cbnz_w, temp_[0], 0);
-      const std::size_t offset = SVE_ENTRY_COUNTS + SVE_STATE_IN_BLOCK - base_in_block + std::size_t{8} * site_.index;
-      code_.put(add_x_imm_page, base_, base_, offset / 4096);
-      code_.put(ldr_x, temp_[0], base_, offset % 4096);
-      code_.put(add_x_imm, temp_[0], temp_[0], 1);
-      code_.put(str_x, temp_[0], base_, offset % 4096);
-      log_.add(code_.size(), code_event::counted);
+      log_->add(code_->size(), code_event::leaving, 1);
+      waits = code_->size();
+      code_->put(cbnz_w, temp_[0], 0);
+      const std::size_t offset = SVE_ENTRY_COUNTS + SVE_STATE_IN_BLOCK - base_in_block + std::size_t{8} * site_->index;
+      code_->put(add_x_imm_page, base_, base_, offset / 4096);
+      code_->put(ldr_x, temp_[0], base_, offset % 4096);
+      code_->put(add_x_imm, temp_[0], temp_[0], 1);
+      code_->put(str_x, temp_[0], base_, offset % 4096);
+      log_->add(code_->size(), code_event::counted);
     } else {
-      log_.add(code_.size(), code_event::leaving, 0);
+      log_->add(code_->size(), code_event::leaving, 0);
     }
-    code_.put(ldp_x, temp_[1], temp_[2], sp, 16);
-    code_.put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
-    log_.add(code_.size(), code_event::popped, 0, end);
-    if (is_last) code_.branch(reinterpret_cast<std::uint64_t>(site_.end()));
+    code_->put(ldp_x, temp_[1], temp_[2], sp, 16);
+    code_->put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
+    log_->add(code_->size(), code_event::popped, 0, end);
+    if (is_last) code_->branch(reinterpret_cast<std::uint64_t>(site_->end()));
     return waits;
   }
 
@@ -645,19 +675,19 @@ class translator {
 
   void load_q(unsigned r, int offset) {
     if (offset < 0)
-      code_.put(ldur_q, r, base_, offset);
+      code_->put(ldur_q, r, base_, offset);
     else
-      code_.put(ldr_q, r, base_, offset);
+      code_->put(ldr_q, r, base_, offset);
   }
   void store_q(unsigned r, int offset) {
     if (offset < 0)
-      code_.put(stur_q, r, base_, offset);
+      code_->put(stur_q, r, base_, offset);
     else
-      code_.put(str_q, r, base_, offset);
+      code_->put(str_q, r, base_, offset);
   }
   void load_pair(unsigned a, unsigned b2, int offset) {
     if (fits(ldp_q.fields[3], offset)) {
-      code_.put(ldp_q, a, b2, base_, offset);
+      code_->put(ldp_q, a, b2, base_, offset);
     } else {
       load_q(a, offset);
       load_q(b2, offset + 16);
@@ -665,14 +695,14 @@ class translator {
   }
   void store_pair(unsigned a, unsigned b2, int offset) {
     if (fits(stp_q.fields[3], offset)) {
-      code_.put(stp_q, a, b2, base_, offset);
+      code_->put(stp_q, a, b2, base_, offset);
     } else {
       store_q(a, offset);
       store_q(b2, offset + 16);
     }
   }
   void vector(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
-    code_.put(encode(f, size, d, n, m));
+    code_->put(encode(f, size, d, n, m));
   }
   void move_v(unsigned d, unsigned n) {
     if (d != n) vector(v_orr_v, 0, d, n, n);
@@ -680,12 +710,12 @@ class translator {
   // A register with the sum of the base and an offset of any kind.
   void add_offset(unsigned d, unsigned n, std::int64_t offset) {
     const auto distance = static_cast<std::uint64_t>(offset < 0 ? -offset : offset);
-    if (distance >= 1u << 24) return code_.spoil();
+    if (distance >= 1u << 24) return code_->spoil();
     if (distance >> 12) {
-      code_.put(offset < 0 ? sub_x_imm_page : add_x_imm_page, d, n, distance >> 12);
+      code_->put(offset < 0 ? sub_x_imm_page : add_x_imm_page, d, n, distance >> 12);
       n = d;
     }
-    if ((distance & 4095) || d != n) code_.put(offset < 0 ? sub_x_imm : add_x_imm, d, n, distance & 4095);
+    if ((distance & 4095) || d != n) code_->put(offset < 0 ? sub_x_imm : add_x_imm, d, n, distance & 4095);
   }
 
   // ---- Groups: instructions that are executed piece by piece ----
@@ -762,22 +792,22 @@ class translator {
     live_in_ = 0;
     constant_count_ = mask_count_ = 0;
     std::fill_n(other_.of, 32, static_cast<std::uint8_t>(no_register));
-    const std::size_t begin = code_.size(), log_begin = log_.size();
+    const std::size_t begin = code_->size(), log_begin = log_->size();
     measuring_ = true;
     put_span(first, end, pieces - 2, 2);
     measuring_ = false;
-    code_.truncate(begin);
-    log_.truncate(log_begin);
+    code_->truncate(begin);
+    log_->truncate(log_begin);
     borrow_vectors(next_spare_);
     for (unsigned k = 0; k < constant_count_; ++k) put_constant(constants_[k], temp(next_temp));
-    for (unsigned n = 0; n < 32; ++n) {
-      if (!(live_in_ >> n & 1)) continue;
+    for (std::uint32_t left = live_in_; left != 0; left &= left - 1) {
+      const auto n = static_cast<unsigned>(std::countr_zero(left));
       store_q(n, z_offset(n, 0));
-      if (loads) log_.add(code_.size(), code_event::lent_z, n);
+      if (loads) log_->add(code_->size(), code_event::lent_z, n);
     }
     for (unsigned p = pieces; p > 1; p -= 2) put_span(first, end, p - 2, 2);
     put_span(first, end, 0, 1);
-    if (loads) log_.add(code_.size(), code_event::returned_z);
+    if (loads) log_->add(code_->size(), code_event::returned_z);
   }
   static_assert(pieces % 2 == 1);
 
@@ -792,8 +822,8 @@ class translator {
       put_piece(insns_[i]);
     }
     if (p == 0) return;  // they lie where they belong
-    for (unsigned n = 0; n < 32; ++n) {
-      if (!(dirty_ >> n & 1)) continue;
+    for (std::uint32_t left = dirty_; left != 0; left &= left - 1) {
+      const auto n = static_cast<unsigned>(std::countr_zero(left));
       if (halves == 2)
         store_pair(n, other_.of[n], z_offset(n, 16 * p));
       else
@@ -803,7 +833,7 @@ class translator {
 
   unsigned new_spare() {
     if (next_spare_ >= usable_spares()) {
-      code_.spoil();
+      code_->spoil();
       return 0;
     }
     return spare_[next_spare_++];
@@ -839,7 +869,7 @@ class translator {
       if (constants_[k].value == value && constants_[k].gpr == gpr && constants_[k].size == size)
         return constants_[k].home;
     if (constant_count_ == std::size(constants_)) {
-      code_.spoil();
+      code_->spoil();
       return 0;
     }
     constants_[constant_count_] = {value, gpr, size, new_spare()};
@@ -848,12 +878,12 @@ class translator {
   void put_constant(const constant& c, unsigned t) {
     if (c.gpr != no_register) {
       static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
-      code_.put(*dups[c.size], c.home, c.gpr);
+      code_->put(*dups[c.size], c.home, c.gpr);
     } else if (c.value == 0) {
-      code_.put(movi_zero, c.home);
+      code_->put(movi_zero, c.home);
     } else {
-      code_.load_x(t, c.value);
-      code_.put(dup_d, c.home, t);
+      code_->load_x(t, c.value);
+      code_->put(dup_d, c.home, t);
     }
   }
   static std::uint64_t replicated(std::int64_t value, unsigned size) {
@@ -871,7 +901,7 @@ class translator {
     while (k < mask_count_ && (masks_[k].pg != i.pg || masks_[k].size != i.size)) ++k;
     if (k == mask_count_) {
       if (k == std::size(masks_)) {
-        code_.spoil();
+        code_->spoil();
         return 0;
       }
       const unsigned a = new_spare(), b2 = new_spare();
@@ -1078,7 +1108,7 @@ class translator {
         finish(i, o, o.y, m);
         break;
       default:
-        code_.spoil();
+        code_->spoil();
     }
   }
 
@@ -1093,12 +1123,12 @@ class translator {
       const unsigned r = temp(next_temp++);
       const unsigned shift = memory_size(i);
       if (n == sp) {
-        code_.put(add_x_imm, r, sp, SVE_ENTRY_PUSHED);
-        if (i.xm != zero) code_.put(add_x_lsl, r, r, i.xm, shift);
+        code_->put(add_x_imm, r, sp, SVE_ENTRY_PUSHED);
+        if (i.xm != zero) code_->put(add_x_lsl, r, r, i.xm, shift);
       } else if (i.xm != zero) {
-        code_.put(add_x_lsl, r, n, i.xm, shift);
+        code_->put(add_x_lsl, r, n, i.xm, shift);
       } else {
-        code_.put(mov_x, r, n);
+        code_->put(mov_x, r, n);
       }
       return {0, r, 0};
     }
@@ -1112,8 +1142,8 @@ class translator {
   }
 
   void put_probe(const address& a, unsigned span) {
-    code_.put(ldrb_w, zero, a.r, a.offset);
-    code_.put(ldrb_w, zero, a.r, a.offset + static_cast<int>(span) - 1);
+    code_->put(ldrb_w, zero, a.r, a.offset);
+    code_->put(ldrb_w, zero, a.r, a.offset + static_cast<int>(span) - 1);
   }
 
   void put_load_piece(const insn& i, bool masked) {
@@ -1124,14 +1154,14 @@ class translator {
     define(d);
     const bool is_signed = i.row->function->sign_extends;
     if (steps == 0 && halves_ == 2) {
-      code_.put(ldp_q, home(d, 0), home(d, 1), a->r, a->offset + 16 * static_cast<int>(piece_));
+      code_->put(ldp_q, home(d, 0), home(d, 1), a->r, a->offset + 16 * static_cast<int>(piece_));
     } else if (steps == 0) {
-      code_.put(ldr_q, d, a->r, a->offset + 16 * static_cast<int>(piece_));
+      code_->put(ldr_q, d, a->r, a->offset + 16 * static_cast<int>(piece_));
     } else {
       static constexpr const form* loads[] = {nullptr, &ldr_d, &ldr_s, &ldr_h};
       for (unsigned h = 0; h < halves_; ++h) {
         const unsigned r = home(d, h);
-        code_.put(*loads[steps], r, a->r, a->offset + static_cast<int>((16 >> steps) * (piece_ + h)));
+        code_->put(*loads[steps], r, a->r, a->offset + static_cast<int>((16 >> steps) * (piece_ + h)));
         for (unsigned s = memory; s < size; ++s) vector(is_signed ? v_sxtl : v_uxtl, s, r, r);
       }
     }
@@ -1149,10 +1179,10 @@ class translator {
     for (unsigned p = 0; p < pieces; ++p) {
       const int at = a.offset + static_cast<int>((16 >> steps) * p);
       if (steps == 0 && p == 0) {
-        code_.put(str_q, n, a.r, at);
+        code_->put(str_q, n, a.r, at);
       } else if (steps == 0) {
         load_pair(t, u, z_offset(n, 16 * p));
-        code_.put(stp_q, t, u, a.r, at);
+        code_->put(stp_q, t, u, a.r, at);
         ++p;
       } else {
         unsigned from = n;
@@ -1161,7 +1191,7 @@ class translator {
           vector(v_xtn, s - 1, t, from);
           from = t;
         }
-        code_.put(*stores[steps], t, a.r, at);
+        code_->put(*stores[steps], t, a.r, at);
       }
     }
   }
@@ -1175,30 +1205,30 @@ class translator {
     store_q(n, z_offset(n, 0));
     add_offset(z, base_, z_offset(n, 0));
     for (unsigned e = 0; e < elements(size); ++e) {
-      code_.put(ldr_w, p, base_, p_offset(i.pg, e << size));
-      const std::size_t skip = code_.size();
-      code_.put(tbz_w, p, 0, 0);
-      code_.put(*loads[size], value, z, e << size);
-      code_.put(*stores[memory], value, a.r, a.offset + static_cast<int>(e << memory));
-      code_.aim(skip, tbz_w, 2);
+      code_->put(ldr_w, p, base_, p_offset(i.pg, e << size));
+      const std::size_t skip = code_->size();
+      code_->put(tbz_w, p, 0, 0);
+      code_->put(*loads[size], value, z, e << size);
+      code_->put(*stores[memory], value, a.r, a.offset + static_cast<int>(e << memory));
+      code_->aim(skip, tbz_w, 2);
     }
   }
 
   // ---- Predicates ----
 
   // Stores `full` as what is known of a predicate.
-  void put_full(unsigned pd, unsigned r) { code_.put(str_w, r, base_, full_offset(pd)); }
+  void put_full(unsigned pd, unsigned r) { code_->put(str_w, r, base_, full_offset(pd)); }
 
   // Copies the predicate bytes at `from` into a predicate.
   void put_predicate(unsigned pd, unsigned from, unsigned to) {
     const unsigned t = spare(0), u = spare(1);
     add_offset(to, base_, p_offset(pd, 0));
     for (unsigned p = 0; p + 1 < pieces; p += 2) {
-      code_.put(ldp_q, t, u, from, 16 * p);
-      code_.put(stp_q, t, u, to, 16 * p);
+      code_->put(ldp_q, t, u, from, 16 * p);
+      code_->put(stp_q, t, u, to, 16 * p);
     }
-    code_.put(ldr_q, t, from, 16 * (pieces - 1));
-    code_.put(str_q, t, to, 16 * (pieces - 1));
+    code_->put(ldr_q, t, from, 16 * (pieces - 1));
+    code_->put(str_q, t, to, 16 * (pieces - 1));
   }
 
   void put_while(const insn& i) {
@@ -1206,19 +1236,19 @@ class translator {
     const unsigned count = elements(i.size);
     spare(1);
     // How many elements, at most all: the flags are this instruction's to write.
-    code_.put(movz_w, t, count);
-    code_.put(i.is_w ? subs_w : subs_x, k, i.xm, i.xn);
-    code_.put(i.how == action::while_signed ? csel_ge : csel_hs, k, k, zero);
-    code_.put(cmp_x, k, t);
-    code_.put(csel_lo, k, k, t);
+    code_->put(movz_w, t, count);
+    code_->put(i.is_w ? subs_w : subs_x, k, i.xm, i.xn);
+    code_->put(i.how == action::while_signed ? csel_ge : csel_hs, k, k, zero);
+    code_->put(cmp_x, k, t);
+    code_->put(csel_lo, k, k, t);
     // First: some are active; none: none are; C: not the last one.
-    code_.put(neg_w, u, k);
-    code_.put(ccmp_partial, u);
-    code_.put(movz_w, u, full_from(i.size));
-    code_.put(csel_lo, u, u, zero);  // what follows from the flags as they are now: C is clear if all are active
+    code_->put(neg_w, u, k);
+    code_->put(ccmp_partial, u);
+    code_->put(movz_w, u, full_from(i.size));
+    code_->put(csel_lo, u, u, zero);  // what follows from the flags as they are now: C is clear if all are active
     put_full(i.pd, u);
-    code_.load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[i.size][vector_bytes]));
-    code_.put(sub_x_lsl, t, t, k, i.size);
+    code_->load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[i.size][vector_bytes]));
+    code_->put(sub_x_lsl, t, t, k, i.size);
     put_predicate(i.pd, t, u);
   }
 
@@ -1226,9 +1256,9 @@ class translator {
     const unsigned t = temp(0), u = temp(1);
     const unsigned active = active_elements(i);
     spare(1);
-    code_.put(movz_w, t, active == elements(i.size) ? full_from(i.size) : 0);
+    code_->put(movz_w, t, active == elements(i.size) ? full_from(i.size) : 0);
     put_full(i.pd, t);
-    code_.load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[i.size][vector_bytes - (active << i.size)]));
+    code_->load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[i.size][vector_bytes - (active << i.size)]));
     put_predicate(i.pd, t, u);
   }
 
@@ -1236,13 +1266,13 @@ class translator {
     const unsigned r = spare(0), other = spare(1), one = spare(2), t = temp(0);
     const bool is_move = is_predicate_move(i);
     if (is_move) {
-      code_.put(ldr_w, t, base_, full_offset(i.pn));
+      code_->put(ldr_w, t, base_, full_offset(i.pn));
       put_full(i.pd, t);
     } else {
       put_full(i.pd, zero);
     }
-    code_.put(movz_w, t, 1);
-    code_.put(dup_b, one, t);
+    code_->put(movz_w, t, 1);
+    code_->put(dup_b, one, t);
     for (unsigned p = 0; p < pieces; ++p) {
       load_q(r, p_offset(i.pn, 16 * p));
       if (!is_move) {
@@ -1299,18 +1329,18 @@ class translator {
     // All elements are active. First: the first one; none; C: not the last one.
     const unsigned last = static_cast<unsigned>(vector_bytes) - (1u << size), last_word = last & ~3u;
     const unsigned first = temp(0), t = temp(1), flags = temp(2);
-    code_.put(umov_d0, first, any);
-    code_.put(umov_d1, t, any);
-    code_.put(orr_x, t, t, first);
-    code_.put(cmp_x_imm, t, 0);
-    code_.put(ldr_w, first, base_, p_offset(i.pd, 0));
-    code_.put(ldr_w, flags, base_, p_offset(i.pd, last_word));
-    code_.put(mvn_w_lsr, flags, flags, 8 * (last - last_word));
-    code_.put(cset_eq, t);
-    code_.put(bfi_1, flags, t);
-    code_.put(bfi_2, flags, first);
-    code_.put(lsl_w_29, flags, flags);
-    code_.put(msr_nzcv, flags);
+    code_->put(umov_d0, first, any);
+    code_->put(umov_d1, t, any);
+    code_->put(orr_x, t, t, first);
+    code_->put(cmp_x_imm, t, 0);
+    code_->put(ldr_w, first, base_, p_offset(i.pd, 0));
+    code_->put(ldr_w, flags, base_, p_offset(i.pd, last_word));
+    code_->put(mvn_w_lsr, flags, flags, 8 * (last - last_word));
+    code_->put(cset_eq, t);
+    code_->put(bfi_1, flags, t);
+    code_->put(bfi_2, flags, first);
+    code_->put(lsl_w_29, flags, flags);
+    code_->put(msr_nzcv, flags);
   }
 
   // ---- Across pieces ----
@@ -1327,12 +1357,12 @@ class translator {
     for (unsigned k = 0; k <= pieces / 2; ++k) {
       const unsigned q = is_low ? pieces / 2 - k : k;
       if (q == pieces / 2) {
-        code_.put(ldr_d, t, z, 16 * q);
+        code_->put(ldr_d, t, z, 16 * q);
         vector(low, from_size, a, t);
         store_q(a, z_offset(i.d, 32 * q));
         continue;
       }
-      code_.put(ldr_q, t, z, 16 * q);
+      code_->put(ldr_q, t, z, 16 * q);
       vector(high, from_size, b2, t);
       vector(low, from_size, q == 0 ? i.d : a, t);
       if (q == 0)
@@ -1345,7 +1375,7 @@ class translator {
   // A scalar result: the rest of the vector becomes 0.
   void put_zero_rest(unsigned d) {
     const unsigned t = spare(0);
-    code_.put(movi_zero, t);
+    code_->put(movi_zero, t);
     for (unsigned p = 1; p < pieces; p += 2) store_pair(t, t, z_offset(d, 16 * p));
   }
 
@@ -1371,8 +1401,8 @@ class translator {
     static constexpr const form* sums[] = {&uaddlv_b, &uaddlv_h, &uaddlv_s, &addp_d};
     for (unsigned p = 0; p < pieces; ++p) {
       const unsigned from = put_reduced_piece(i, p, t, m, no_register);
-      code_.put(*sums[i.size], p == 0 ? sum : t, from);
-      if (p > 0) code_.put(add_d, sum, sum, t);
+      code_->put(*sums[i.size], p == 0 ? sum : t, from);
+      if (p > 0) code_->put(add_d, sum, sum, t);
     }
     put_zero_rest(i.d);
     move_v(i.d, sum);
@@ -1418,16 +1448,16 @@ class translator {
       const unsigned from = put_reduced_piece(i, p, at[p], masked ? m : no_register, no_register);
       move_v(at[p], from);
     }
-    code_.put(movi_zero, at[7]);
+    code_->put(movi_zero, at[7]);
     for (unsigned step = 1; step < 8; step *= 2)
       for (unsigned k = 0; k < 8; k += 2 * step) vector(v_faddp, i.size, at[k], at[k], at[k + step]);
     put_zero_rest(i.d);
     // One piece is left.
     if (i.size == element_s) {
       vector(v_faddp, i.size, at[0], at[0], at[0]);
-      code_.put(faddp_scalar_s, i.d, at[0]);
+      code_->put(faddp_scalar_s, i.d, at[0]);
     } else {
-      code_.put(faddp_scalar_d, i.d, at[0]);
+      code_->put(faddp_scalar_d, i.d, at[0]);
     }
   }
 
@@ -1441,7 +1471,7 @@ class translator {
   void put_alone(const insn& i) {
     switch (i.how) {
       case action::scalar:
-        code_.put(i.word);
+        code_->put(i.word);
         break;
       case action::store:
         put_store(i);
@@ -1476,7 +1506,7 @@ class translator {
         put_logic(i);
         break;
       case action::count:
-        if (i.xd != zero) code_.put(movz_w, i.xd, counted(i));
+        if (i.xd != zero) code_->put(movz_w, i.xd, counted(i));
         break;
       case action::count_up:
       case action::count_down:
@@ -1490,18 +1520,18 @@ class translator {
       }
       case action::read_length:
         if (i.xd != zero)
-          code_.load_x(i.xd, static_cast<std::uint64_t>(i.immediate * static_cast<std::int64_t>(vector_bytes)));
+          code_->load_x(i.xd, static_cast<std::uint64_t>(i.immediate * static_cast<std::int64_t>(vector_bytes)));
         break;
       default:
-        code_.spoil();
+        code_->spoil();
     }
   }
 
-  entry_buffer& code_;
-  event_log& log_;
-  const site& site_;
-  heavy_emitter put_handlers_;
-  std::size_t count_;
+  entry_buffer* code_ = nullptr;
+  event_log* log_ = nullptr;
+  const site* site_ = nullptr;
+  heavy_emitter put_handlers_ = nullptr;
+  std::size_t count_ = 0;
   insn insns_[longest_run];
 
   unsigned base_ = 0, temp_[7] = {}, temp_count_ = 0, borrowed_x_ = 3;
@@ -1566,8 +1596,8 @@ bool is_simple_scalar(std::uint32_t w) {
 bool has_native_form(std::uint32_t word) { return decode_insn(word, is_sve(word)).how != action::none; }
 
 void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only) {
-  alignas(translator) static std::byte room[sizeof(translator)];
-  (new (room) translator(code, log, s, put_handlers, scalars_only))->put_run();
+  static constinit translator at_work;
+  at_work.put_run(code, log, s, put_handlers, scalars_only);
 }
 
 }  // namespace sve::runner
