@@ -528,6 +528,9 @@ class translator {
       code_->put(b, 0);
       put_traps(first, without_block, 0, 0);
       code_->aim(over, b, 0);
+      // Between parts the registers are the program's.
+      log_->add(code_->size(), code_event::light_begin);
+      log_->add(code_->size(), code_event::instruction, 0, end);
     } else {
       put_traps(first, without_block, waits_fast, waits_slow);
     }
