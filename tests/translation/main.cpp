@@ -535,7 +535,7 @@ int main(int argc, char** argv) {
   for (unsigned k = 0; k < signalled && !name; ++k) {
     if (only != ~std::uint64_t{0} && only != k) continue;
     random_source choice(mix(seed, k + 77));
-    make_case(native, 2 + choice.below(most_words - 1), seed, k, *c);
+    make_case(choice.chance(60) ? native : all, 2 + choice.below(most_words - 1), seed, k, *c);
     bool over = false;
     for (long at = 0; !over; ++at) {
       const std::string difference = compare(*c, at, &over);

@@ -475,15 +475,7 @@ class translator {
     log_->add(code_->size(), code_event::borrowed_low, temp_[0], 1);
     log_->add(code_->size(), code_event::borrowed_low, temp_[1], 2);
     log_->add(code_->size(), code_event::borrowed_low, temp_[2], 3);
-    code_->put(mrs_thread, base_);
-    const auto place = reinterpret_cast<std::uintptr_t>(&this_thread_block) -
-                       reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
-    if (fits(ldr_x.fields[2], static_cast<std::int64_t>(place))) {
-      code_->put(ldr_x, base_, base_, place);
-    } else {
-      code_->load_x(temp_[0], place);
-      code_->put(ldr_x_index, base_, base_, temp_[0]);
-    }
+    put_thread_block(*code_, base_, temp_[0]);
     const std::size_t without_block = code_->size();
     code_->put(cbz_x, base_, 0);
     code_->put(add_x_imm, base_, base_, base_in_block);
@@ -1558,6 +1550,17 @@ class translator {
 };
 
 }  // namespace
+
+void put_thread_block(entry_buffer& code, unsigned to, unsigned by) {
+  const auto place = reinterpret_cast<std::uintptr_t>(&this_thread_block) -
+                     reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
+  code.put(mrs_thread, to);
+  if (fits(ldr_x.fields[2], static_cast<std::int64_t>(place))) return code.put(ldr_x, to, to, place);
+  code.load_x(by, place);
+  code.put(ldr_x_index, to, to, by);
+}
+
+const decode::row* find_row(decode_handler handle) { return rows.find(handle); }
 
 void start_native() {
   constexpr unsigned long half = 1ul << 9 | 1ul << 10;  // HWCAP_FPHP and HWCAP_ASIMDHP

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "sve/decode/table.h"
 #include "sve/runner/arm64/code_buffer.h"
 #include "sve/runner/sites/site.h"
 
@@ -74,6 +75,12 @@ using heavy_emitter = void (*)(entry_buffer& code, event_log& log, const site& s
 /// Puts the code of the whole run; if `scalars_only`, all instructions of SVE are handlers' calls. Where that cannot be,
 /// the buffer or the log is bad.
 void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only);
+
+/// Loads the thread's block into a register, by way of another one; 0 if there is none.
+void put_thread_block(entry_buffer& code, unsigned to, unsigned by);
+
+/// The row of an instruction with this handler.
+const decode::row* find_row(decode_handler handle);
 
 /// Whether an SVE instruction has a native form, at least where its predicate is full.
 bool has_native_form(std::uint32_t word);

@@ -28,11 +28,11 @@ static_assert(offsetof(thread_block, pending) == SVE_STATE_IN_BLOCK + SVE_ENTRY_
 
 using buffer = entry_buffer;
 
-constexpr unsigned sp = 31, zero = 31, state = 19, pc = 20;
+constexpr unsigned sp = 31, zero = 31, state = 19;
 
 void call(buffer& code, const void* function) {
-  code.load_x(1, reinterpret_cast<std::uint64_t>(function));
-  code.put(blr, 1);
+  code.load_x(30, reinterpret_cast<std::uint64_t>(function));
+  code.put(blr, 30);
 }
 
 // Adds one to this thread's count of the site.
@@ -44,35 +44,46 @@ void count(buffer& code, const site& s) {
   code.put(str_x, 0, 1, offset % 4096);
 }
 
-// What handlers write is not known to be full any more.
-void forget_predicates(buffer& code, std::uint32_t word) {
-  const decode::row* row = decode::find_row(word);
-  for (const decode::operand& o : row->operands())
-    if (o.kind == decode::operand_kind::p && o.is_written())
-      code.put(str_w, zero, state, SVE_ENTRY_FULL + 4 * o.number(word));
+// What is known of the instructions' registers: predicates that handlers write are not known to be full any more.
+struct written_registers {
+  std::uint32_t x = 0;
+  std::uint16_t p = 0;
+};
+written_registers written_by(std::uint32_t word, decode_handler handle) {
+  written_registers written;
+  for (const decode::operand& o : find_row(handle)->operands()) {
+    if (!o.is_written()) continue;
+    if (o.kind == decode::operand_kind::p) written.p |= static_cast<std::uint16_t>(1u << o.number(word));
+    if (o.kind == decode::operand_kind::x || o.kind == decode::operand_kind::x_or_sp) written.x |= 1u << o.number(word);
+  }
+  return written;
 }
 
 void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end, bool is_last) {
   log.add(code.size(), code_event::heavy_begin, 0, first);
-  code.put(stp_x_pre, 0, 1, sp, -SVE_ENTRY_PUSHED);
-  code.put(str_x, 30, sp, 16);
+  code.put(stp_x_pre, 0, 30, sp, -SVE_ENTRY_PUSHED);
+  put_thread_block(code, 0, 30);
   call(code, sve_entry_save);
-  code.load_x(pc, reinterpret_cast<std::uint64_t>(s.address + first));
+  std::uint32_t written = 0;
   for (std::size_t i = first; i < end; ++i) {
-    forget_predicates(code, s.words[i]);
+    const written_registers now = written_by(s.words[i], s.handlers[i]);
+    written |= now.x;
+    for (unsigned n = 0; n < 16; ++n)
+      if (now.p >> n & 1) code.put(str_w, zero, state, SVE_ENTRY_FULL + 4 * n);
+    code.load_x(3, reinterpret_cast<std::uint64_t>(s.address + i));
     code.load_x(1, s.words[i]);
-    code.put(str_x, pc, state, SVE_STATE_PC);
+    code.put(str_x, 3, state, SVE_STATE_PC);
     code.put(mov_x, 0, state);
     code.load_x(2, reinterpret_cast<std::uint64_t>(s.handlers[i]));
     code.put(blr, 2);
-    code.put(add_x_imm, pc, pc, 4);
   }
-  code.put(str_x, pc, state, SVE_STATE_PC);
   if (is_last) count(code, s);
   call(code, sve_entry_restore);
   log.add(code.size(), code_event::heavy_tail, is_last, end);
-  code.put(ldr_x, 30, sp, 16);
-  code.put(ldp_x_post, 0, 1, sp, SVE_ENTRY_PUSHED);
+  for (unsigned n = 20; n < 30; ++n)
+    if (written >> n & 1) code.put(ldr_x, n, state, 8 * n);
+  code.put(ldr_x, 30, state, SVE_STATE_X30);
+  code.put(ldp_x, 18, 19, state, 8 * 18);
   if (is_last) code.branch(reinterpret_cast<std::uint64_t>(s.end()));
 }
 

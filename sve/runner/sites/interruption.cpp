@@ -35,7 +35,7 @@ void pop_pushed(ucontext_t* context, const std::uint8_t (&registers)[4]) {
     if (registers[k] < 31) machine.regs[registers[k]] = pushed[k];
   machine.sp += SVE_ENTRY_PUSHED;
 }
-constexpr std::uint8_t heavy_pushed[4] = {0, 1, 30, 31};
+constexpr std::uint8_t heavy_pushed[4] = {0, 30, 31, 31};
 
 // All registers become the program's at the instruction that the run has come to.
 void restore_registers(const thread_block* block, ucontext_t* context, const entry_position& at, const site* s) {
@@ -73,17 +73,21 @@ siginfo_t take_deferred(thread_block* block, ucontext_t* context) {
   return deferred;
 }
 
-// A run that is left before its end, between two instructions. One that is over has been counted.
-void count_part(site* s, const thread_block* block) {
-  if (s && block->state.pc != s->end()) count_partial(s, static_cast<std::size_t>(block->state.pc - s->address));
+// The handlers of a part are done, and `place` is in the part's end: the program goes on behind its last instruction. A
+// run that is over has been counted.
+void leave_part(thread_block* block, ucontext_t* context, std::uintptr_t place) {
+  site* const s = site_of_entry(place);
+  const entry_position at = locate(*s, place);
+  if (!at.is_last) count_partial(s, at.instruction);
+  block->state.pc = s->address + at.instruction;
+  leave_run(block, context);
 }
 
 interruption interrupt_body(thread_block* block, siginfo_t* info, ucontext_t* context,
                             bool (*answer)(int sig, void* context)) {
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
   if (context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(sve_entry_pending)) {
-    count_part(site_of_entry(block->running), block);
-    leave_run(block, context);
+    leave_part(block, context, context->uc_mcontext.regs[30]);
     *info = take_deferred(block, context);
     return interruption::delivered;
   }
@@ -144,8 +148,7 @@ interruption interrupt_run(thread_block* block, siginfo_t* info, ucontext_t* con
   if (is_fault && info->si_signo == SIGSEGV && reinterpret_cast<std::uintptr_t>(info->si_addr) == pc && was_in_work(pc))
     return interruption::resumed;
   if (is_within(pc, sve_entry_restore, sve_entry_left)) {
-    count_part(site_of_entry(machine.regs[30]), block);
-    leave_run(block, context);
+    leave_part(block, context, machine.regs[30]);
     return interruption::delivered;
   }
   if (block->running != 0) return interrupt_body(block, info, context, answer);
@@ -163,8 +166,7 @@ interruption interrupt_run(thread_block* block, siginfo_t* info, ucontext_t* con
   const entry_position at = locate(*s, pc);
   if (at.is_light) return interrupt_native(block, info, context, s, at);
   if (at.is_leaving) {
-    if (!at.is_last) count_partial(s, at.instruction);
-    leave_run(block, context);
+    leave_part(block, context, pc);
     return interruption::delivered;
   }
   // At its first instructions an entry has done nothing yet, or cannot push.
