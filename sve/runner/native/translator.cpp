@@ -46,6 +46,7 @@ enum class action : std::uint8_t {
   shift_left,
   shift_right,
   shift_right_signed,
+  convert,  // between formats, or formats and integers, of different sizes
   move,
   select,
   copy,
@@ -56,16 +57,21 @@ enum class action : std::uint8_t {
   compare_reversed,
   compare_not,
   fp_compare,
+  fp_compare_reversed,
+  fp_compare_not,
   unpack_low,
   unpack_high,
   sum,
   fp_sum,
+  fp_ordered_sum,
   reduce,
   while_unsigned,
   while_signed,
   set_pattern,
   logic,  // of predicates
   gather,
+  scatter,
+  replicate,
   count,
   count_up,
   count_down,
@@ -108,6 +114,7 @@ static_assert(offsetof(cpu_state, z) == SVE_STATE_Z && sizeof(cpu_state::z) == 3
 static_assert(offsetof(cpu_state, p) == SVE_STATE_Z + 32 * vector_bytes);
 static_assert(offsetof(thread_block, borrowed_v) == 16);
 static_assert(offsetof(thread_block, full) == SVE_STATE_IN_BLOCK + SVE_ENTRY_FULL);
+static_assert(offsetof(thread_block, gathered) == SVE_STATE_IN_BLOCK + SVE_ENTRY_GATHERED);
 static_assert(offsetof(thread_block, borrowed_x) == SVE_STATE_IN_BLOCK + SVE_ENTRY_BORROWED_X);
 static_assert(z_offset(0, 0) >= -256 && borrowed_v_offset >= -1008);
 
@@ -118,7 +125,10 @@ constexpr std::uint8_t full_from(unsigned size) { return static_cast<std::uint8_
 
 // ---- One instruction of the run ----
 
+enum class conversion : std::uint8_t { none, widen, narrow, from_signed, from_unsigned, widen_and_convert };
+
 struct insn {
+  conversion converts = conversion::none;
   std::uint32_t word = 0;
   const decode::row* row = nullptr;
   action how = action::none;
@@ -144,7 +154,8 @@ bool half_precision = false;  // whether the processor has it
 constexpr bool is_standalone(action how) { return how >= action::store; }
 constexpr bool is_floating(action how) {
   return (how >= action::fp_binary && how <= action::complex_fused && how != action::fused) ||
-         how == action::fp_unary || how == action::fp_compare || how == action::fp_sum;
+         how == action::fp_unary || (how >= action::fp_compare && how <= action::fp_compare_not) ||
+         how == action::fp_sum || how == action::fp_ordered_sum;
 }
 
 void note_operand(insn& i, const operand& o) {
@@ -203,6 +214,27 @@ bool has_one_size(const decode::row& row) {
   return true;
 }
 
+// A conversion between words and doublewords, in the slots of the larger. It is told what the slots hold.
+bool takes_conversion(insn& i) {
+  const operand *to = nullptr, *from = nullptr;
+  for (const operand& o : i.row->operands()) {
+    if (o.kind != operand_kind::z) continue;
+    (o.is_written() ? to : from) = &o;
+  }
+  if (!to || !from || to->size + from->size != element_s + element_d || to->size == from->size) return false;
+  const bool widens = to->size == element_d;
+  const std::string_view mnemonic = i.row->mnemonic();
+  // Narrowing between integers and formats has no instruction for a vector.
+  if (!widens && mnemonic != "fcvt") return false;
+  i.size = element_d;
+  i.converts = mnemonic == "fcvt" ? (widens ? conversion::widen : conversion::narrow)
+               : mnemonic == "scvtf" ? conversion::from_signed
+               : mnemonic == "ucvtf" ? conversion::from_unsigned
+                                     : conversion::widen_and_convert;
+  i.how = action::convert;
+  return true;
+}
+
 std::uint8_t count_size(std::string_view mnemonic) {
   return static_cast<std::uint8_t>(std::string_view("bhwd").find(mnemonic.back()));
 }
@@ -236,7 +268,10 @@ bool is_known_form(insn& i) {
              !i.has_immediate;
     }
     case action::fp_unary:
-      return z_to_z && exists && has_one_size(row) && i.source_count == 1 && !i.has_immediate;
+      if (!z_to_z || i.source_count != 1 || i.has_immediate) return false;
+      return has_one_size(row) ? exists : takes_conversion(i);
+    case action::convert:
+      return takes_conversion(i);
     case action::reverse:
       return z_to_z && i.source_count == 1;
     case action::extend_signed:
@@ -245,7 +280,8 @@ bool is_known_form(insn& i) {
     case action::shift_left:
     case action::shift_right:
     case action::shift_right_signed:
-      return z_to_z && i.has_immediate && i.source_count == 1;
+      if (!z_to_z || !has_one_size(row)) return false;
+      return i.has_immediate ? i.source_count == 1 : i.source_count == 2 && i.pg != no_register && i.size <= element_s;
     case action::move:
       return z_to_z && i.source_count == 1;
     case action::select:
@@ -259,12 +295,21 @@ bool is_known_form(insn& i) {
         return row.operands()[0].kind == operand_kind::z;
       if (row.function->access != access_kind::load && row.function->access != access_kind::store) return false;
       if (row.function->registers != 1) return false;
+      if (address == decode::address_form::base_vector || address == decode::address_form::vector_immediate) {
+        const bool loads = i.how == action::load;
+        i.how = loads ? action::gather : action::scatter;
+        return row.function->memory_bytes >= 4;
+      }
       return address == decode::address_form::base_immediate || address == decode::address_form::base_index;
     }
     case action::compare:
     case action::compare_reversed:
     case action::compare_not:
     case action::fp_compare:
+    case action::fp_compare_reversed:
+    case action::fp_compare_not:
+      // With 0 where there is nothing else.
+      if (is_floating(i.how) && i.source_count == 1) i.has_immediate = true;
       return exists && i.pd != no_register && has_one_size(row) && i.source_count + i.has_immediate == 2;
     case action::unpack_low:
     case action::unpack_high:
@@ -275,6 +320,10 @@ bool is_known_form(insn& i) {
       return exists && i.d != no_register && i.source_count == 1;
     case action::fp_sum:
       return i.d != no_register && i.size >= element_s && i.source_count == 1;
+    case action::fp_ordered_sum:
+      return i.size >= element_s;
+    case action::replicate:
+      return row.function->access == access_kind::replicate && i.xn != sp;
     case action::while_unsigned:
     case action::while_signed:
     case action::set_pattern:
@@ -282,8 +331,16 @@ bool is_known_form(insn& i) {
     case action::count:
     case action::count_up:
     case action::count_down:
+      if (i.d != no_register) {
+        // Of vectors: the number is added to each element.
+        i.immediate = VecTrueILength(static_cast<unsigned long>(i.immediate), static_cast<int>(vector_bytes >> i.size)) *
+                      i.second_immediate;
+        i.form = i.how == action::count_up ? &v_add : &v_sub;
+        i.how = action::binary;
+        return i.source_count == 1;
+      }
       i.size = count_size(row.mnemonic());
-      return i.xd != no_register && i.d == no_register;
+      return i.xd != no_register;
     case action::add_length:
       return i.xd != sp;
     case action::read_length:
@@ -387,7 +444,9 @@ class translator {
       case action::compare:
       case action::compare_reversed:
       case action::compare_not:
-        return false;  // the flags
+        return i.pd != i.pg;  // the flags need it
+      case action::fp_ordered_sum:
+        return false;
       case action::store:
         return i.size >= element_s;
       default:
@@ -1078,13 +1137,47 @@ class translator {
         if (m != no_register) finish(i, o, t, m);
         break;
       }
-      case action::shift_left:
-        vector(v_shl, size, result, o.x, static_cast<unsigned>(i.immediate));
-        if (m != no_register) finish(i, o, result, m);
+      case action::convert: {
+        const unsigned x = active(o.x, m, 1), t = scratch(0);
+        switch (i.converts) {
+          case conversion::narrow:
+            code_->put(fcvtn_s, t, x);
+            vector(v_uxtl, element_s, t, t);
+            break;
+          case conversion::from_signed:
+          case conversion::from_unsigned: {
+            const bool is_signed = i.converts == conversion::from_signed;
+            vector(v_shl, element_d, t, x, 32);
+            vector(is_signed ? v_sshr : v_ushr, element_d, t, t, 32);
+            vector(is_signed ? v_scvtf : v_ucvtf, element_d, t, t);
+            break;
+          }
+          default:
+            vector(v_xtn, element_s, t, x);
+            code_->put(fcvtl_d, t, t);
+            if (i.converts == conversion::widen_and_convert) vector(*i.form, element_d, t, t);
+        }
+        finish(i, o, t, m);
         break;
+      }
+      case action::shift_left:
       case action::shift_right:
       case action::shift_right_signed:
-        vector(*i.form, size, result, o.x, static_cast<unsigned>(i.immediate));
+        if (!i.has_immediate) {
+          // By as many as the element has bits at most; to the right is to the left by a negative number.
+          const unsigned t = scratch(1);
+          vector(v_umin, size, t, o.y, constant_home(replicated(8 << size, size), no_register, size));
+          if (i.how != action::shift_left) vector(v_neg, size, t, t);
+          vector(i.how == action::shift_right_signed ? v_sshl : v_ushl, size, result, o.x, t);
+          if (m != no_register) finish(i, o, result, m);
+          break;
+        }
+        if (i.how != action::shift_left) {
+          vector(*i.form, size, result, o.x, static_cast<unsigned>(i.immediate));
+          if (m != no_register) finish(i, o, result, m);
+          break;
+        }
+        vector(v_shl, size, result, o.x, static_cast<unsigned>(i.immediate));
         if (m != no_register) finish(i, o, result, m);
         break;
       case action::move:
@@ -1283,7 +1376,9 @@ class translator {
 
   void put_compare(const insn& i) {
     const bool masked = !is_full(i, known_);
-    const bool sets_flags = i.how != action::fp_compare;
+    const bool sets_flags = i.how <= action::compare_not;
+    const bool is_reversed = i.how == action::compare_reversed || i.how == action::fp_compare_reversed;
+    const bool is_negated = i.how == action::compare_not || i.how == action::fp_compare_not;
     const unsigned size = i.size;
     unsigned k = 0;
     const unsigned r = spare(k++), any = spare(k++);
@@ -1311,31 +1406,187 @@ class translator {
           c = y_home;
         }
       }
-      if (i.how == action::compare_reversed) std::swap(a, c);
+      if (is_reversed) std::swap(a, c);
       vector(*i.form, size, r, a, c);
-      if (i.how == action::compare_not) vector(v_mvn_v, 0, r, r);
+      if (is_negated) vector(v_mvn_v, 0, r, r);
       vector(v_ushr, size, r, r, (8u << size) - 1);
       if (masked) vector(v_and_v, 0, r, r, m);
       store_q(r, p_offset(i.pd, 16 * p));
       if (sets_flags && p == 0) move_v(any, r);
       if (sets_flags && p > 0) vector(v_orr_v, 0, any, any, r);
     }
-    if (!sets_flags) return;
-    // All elements are active. First: the first one; none; C: not the last one.
-    const unsigned last = static_cast<unsigned>(vector_bytes) - (1u << size), last_word = last & ~3u;
+    if (sets_flags) put_flags(i, any, masked);
+  }
+
+  // The flags of a compare whose result is in its predicate, `any` being the union of its pieces. First: the first active
+  // element; none; C: not the last active one.
+  void put_flags(const insn& i, unsigned any, bool masked) {
     const unsigned first = temp(0), t = temp(1), flags = temp(2);
-    code_->put(umov_d0, first, any);
+    if (masked) put_ends(i);
+    code_->put(umov_d0, masked ? temp(0) : first, any);
     code_->put(umov_d1, t, any);
     code_->put(orr_x, t, t, first);
     code_->put(cmp_x_imm, t, 0);
-    code_->put(ldr_w, first, base_, p_offset(i.pd, 0));
-    code_->put(ldr_w, flags, base_, p_offset(i.pd, last_word));
-    code_->put(mvn_w_lsr, flags, flags, 8 * (last - last_word));
     code_->put(cset_eq, t);
-    code_->put(bfi_1, flags, t);
-    code_->put(bfi_2, flags, first);
-    code_->put(lsl_w_29, flags, flags);
+    if (masked) {
+      code_->put(bfi_1, temp(5), t);
+      code_->put(bfi_2, temp(5), temp(4));
+      code_->put(lsl_w_29, flags, temp(5));
+    } else {
+      const unsigned last = static_cast<unsigned>(vector_bytes) - (1u << i.size), last_word = last & ~3u;
+      code_->put(ldr_w, first, base_, p_offset(i.pd, 0));
+      code_->put(ldr_w, flags, base_, p_offset(i.pd, last_word));
+      code_->put(mvn_w_lsr, flags, flags, 8 * (last - last_word));
+      code_->put(bfi_1, flags, t);
+      code_->put(bfi_2, flags, first);
+      code_->put(lsl_w_29, flags, flags);
+    }
     code_->put(msr_nzcv, flags);
+  }
+
+  // Sets the fourth borrowed register behind the first to whether the first active element's result is true, the fifth to
+  // whether the last one's is not.
+  void put_ends(const insn& i) {
+    const unsigned place = temp(0), x = temp(1), firsts = temp(2), at = temp(3), first = temp(4), not_last = temp(5);
+    constexpr int end = static_cast<int>(vector_bytes) - 8;
+    constexpr std::uint64_t of_elements[] = {0x0101010101010101, 0x0001000100010001, 0x0000000100000001, 1};
+    code_->load_x(firsts, of_elements[i.size]);
+    code_->put(movz_w, first, 0);
+    code_->put(movz_w, not_last, 1);
+    add_offset(place, base_, p_offset(i.pg, end));
+    code_->load_x(at, static_cast<std::uint64_t>(std::int64_t{-8} - end));
+    const std::size_t upwards = code_->size();
+    code_->put(add_x_imm, at, at, 8);
+    code_->put(ldr_x_index, x, place, at);
+    code_->put(and_x, x, x, firsts);
+    const std::size_t found = code_->size();
+    code_->put(cbnz_x, x, 0);
+    code_->put(cbnz_x, at, -4 * static_cast<int>(code_->size() - upwards));
+    const std::size_t none = code_->size();
+    code_->put(b, 0);
+    code_->aim(found, cbnz_x, 1);
+    code_->put(neg_x, first, x);
+    code_->put(and_x, x, x, first);
+    add_offset(place, base_, p_offset(i.pd, end));
+    code_->put(ldr_x_index, first, place, at);
+    code_->put(and_x, first, first, x);
+    code_->put(cmp_x_imm, first, 0);
+    code_->put(cset_ne, first);
+    add_offset(place, base_, p_offset(i.pg, 0));
+    code_->put(movz_w, at, end + 8);
+    const std::size_t downwards = code_->size();
+    code_->put(sub_x_imm, at, at, 8);
+    code_->put(ldr_x_index, x, place, at);
+    code_->put(and_x, x, x, firsts);
+    code_->put(cbz_x, x, -4 * static_cast<int>(code_->size() - downwards));
+    add_offset(place, base_, p_offset(i.pd, 0));
+    code_->put(ldr_x_index, not_last, place, at);
+    // The highest bit of the two is the result's if what differs lies below it.
+    code_->put(eor_x, x, x, not_last);
+    code_->put(cmp_x, x, not_last);
+    code_->put(cset_hs, not_last);
+    code_->aim(none, b, 0);
+  }
+
+  // ---- Memory by vectors of addresses ----
+
+  // The rest of an element's address in `at`; returns the register to which it is to be added, or none.
+  void put_index(const insn& i, unsigned at, unsigned indices, unsigned e) {
+    const operand* offset = i.row->find(operand_role::offset);
+    const auto extends = i.row->form->address == decode::address_form::vector_immediate ? decode::extension::none
+                                                                                        : offset->extends;
+    const unsigned place = e << i.size;
+    if (extends == decode::extension::sxtw)
+      code_->put(ldrsw_x, at, indices, place);
+    else if (extends == decode::extension::uxtw || i.size == element_s)
+      code_->put(ldr_w, at, indices, place);
+    else
+      code_->put(ldr_x, at, indices, place);
+  }
+
+  // Gathers and scatters of words and doublewords, an element at a time. What is loaded reaches its register when all of
+  // it is there.
+  void put_gather(const insn& i) {
+    const bool masked = !is_full(i, known_), loads = i.how == action::gather;
+    const bool by_vector = i.row->form->address == decode::address_form::vector_immediate;
+    const unsigned size = i.size, memory = memory_size(i);
+    const unsigned index = loads ? i.sources[0] : i.sources[by_vector ? 1 : 1];
+    const bool is_scaled = !by_vector && i.row->find(operand_role::offset)->shift != 0;
+    const std::int64_t offset = by_vector ? i.immediate * static_cast<std::int64_t>(i.row->offset_unit()) : 0;
+    const unsigned at = temp(0), value = temp(1), indices = temp(2), data = temp(3);
+    unsigned from = i.xn;
+    if (!by_vector && from == sp) {
+      from = temp(4);
+      code_->put(add_x_imm, from, sp, SVE_ENTRY_PUSHED);
+    }
+    const unsigned active_word = masked ? temp(5) : 0, t = spare(0), u = spare(1);
+    store_q(index, z_offset(index, 0));
+    add_offset(indices, base_, z_offset(index, 0));
+    const int gathered = state_offset + SVE_ENTRY_GATHERED;
+    if (loads) {
+      add_offset(data, base_, gathered);
+      if (masked) {
+        code_->put(movi_zero, t);
+        for (unsigned p = 0; p < pieces; ++p) code_->put(str_q, t, data, 16 * p);
+      }
+    } else {
+      store_q(i.sources[0], z_offset(i.sources[0], 0));
+      add_offset(data, base_, z_offset(i.sources[0], 0));
+    }
+    const bool is_word = memory == element_s, is_signed = i.row->function->sign_extends;
+    for (unsigned e = 0; e < elements(size); ++e) {
+      std::size_t skip = 0;
+      if (masked) {
+        code_->put(ldr_w, active_word, base_, p_offset(i.pg, e << size));
+        skip = code_->size();
+        code_->put(tbz_w, active_word, 0, 0);
+      }
+      put_index(i, at, indices, e);
+      const unsigned place = e << size;
+      if (!loads) code_->put(size == element_s ? ldr_w : ldr_x, value, data, place);
+      if (by_vector) {
+        if (loads)
+          code_->put(is_signed ? ldrsw_x : is_word ? ldr_w : ldr_x, value, at, offset);
+        else
+          code_->put(is_word ? str_w : str_x, value, at, offset);
+      } else if (is_signed) {
+        code_->put(add_x_lsl, at, from, at, is_scaled ? memory : 0);
+        code_->put(ldrsw_x, value, at, 0);
+      } else if (loads) {
+        const form& f = is_word ? is_scaled ? ldr_w_scaled : ldr_w_index : is_scaled ? ldr_x_scaled : ldr_x_index;
+        code_->put(f, value, from, at);
+      } else {
+        const form& f = is_word ? is_scaled ? str_w_scaled : str_w_index : is_scaled ? str_x_scaled : str_x_index;
+        code_->put(f, value, from, at);
+      }
+      if (loads) code_->put(size == element_s ? str_w : str_x, value, data, place);
+      if (masked) code_->aim(skip, tbz_w, 2);
+    }
+    if (!loads) return;
+    code_->put(ldr_q, i.d, data, 0);
+    for (unsigned p = 1; p < pieces; p += 2) {
+      code_->put(ldp_q, t, u, data, 16 * p);
+      store_pair(t, u, z_offset(i.d, 16 * p));
+    }
+  }
+
+  // One element to all.
+  void put_replicate(const insn& i) {
+    static constexpr const form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
+    static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
+    const bool masked = !is_full(i, known_);
+    const unsigned value = temp(0), all = spare(0), t = spare(1);
+    code_->put(*loads[memory_size(i)], value, i.xn, i.immediate * static_cast<std::int64_t>(i.row->offset_unit()));
+    code_->put(*dups[i.size], all, value);
+    for (unsigned p = 0; p < pieces; ++p) {
+      if (masked) put_mask(t, i.pg, i.size, p);
+      if (masked) vector(v_and_v, 0, t, t, all);
+      const unsigned from = masked ? t : all;
+      if (p == 0)
+        move_v(i.d, from);
+      else
+        store_q(from, z_offset(i.d, 16 * p));
+    }
   }
 
   // ---- Across pieces ----
@@ -1368,8 +1619,8 @@ class translator {
   }
 
   // A scalar result: the rest of the vector becomes 0.
-  void put_zero_rest(unsigned d) {
-    const unsigned t = spare(0);
+  void put_zero_rest(unsigned d) { put_zero_rest_with(d, spare(0)); }
+  void put_zero_rest_with(unsigned d, unsigned t) {
     code_->put(movi_zero, t);
     for (unsigned p = 1; p < pieces; p += 2) store_pair(t, t, z_offset(d, 16 * p));
   }
@@ -1432,6 +1683,23 @@ class translator {
     vector(across, i.size, i.d, most);
   }
 
+  // One after the other, all being active.
+  void put_fp_ordered_sum(const insn& i) {
+    const unsigned sum = spare(0), t = spare(1), piece = spare(2), n = i.sources[1];
+    const bool is_single = i.size == element_s;
+    move_v(sum, i.d);
+    for (unsigned p = 0; p < pieces; ++p) {
+      unsigned from = n;
+      if (p > 0) load_q(from = piece, z_offset(n, 16 * p));
+      for (unsigned e = 0; e < 16u >> i.size; ++e) {
+        if (e > 0) code_->put(is_single ? dup_scalar_s : dup_scalar_d, t, from, e);
+        code_->put(is_single ? fadd_s : fadd_d, sum, sum, e > 0 ? t : from);
+      }
+    }
+    put_zero_rest_with(i.d, t);
+    code_->put(is_single ? fmov_s_s : fmov_d_d, i.d, sum);
+  }
+
   // A tree of neighbours, over as many pieces as a power of two, those that there are not being 0.
   void put_fp_sum(const insn& i) {
     const bool masked = !is_full(i, known_);
@@ -1475,7 +1743,19 @@ class translator {
       case action::compare_reversed:
       case action::compare_not:
       case action::fp_compare:
+      case action::fp_compare_reversed:
+      case action::fp_compare_not:
         put_compare(i);
+        break;
+      case action::fp_ordered_sum:
+        put_fp_ordered_sum(i);
+        break;
+      case action::gather:
+      case action::scatter:
+        put_gather(i);
+        break;
+      case action::replicate:
+        put_replicate(i);
         break;
       case action::unpack_low:
       case action::unpack_high:

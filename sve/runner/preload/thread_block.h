@@ -44,6 +44,7 @@ struct thread_block {
   std::uint64_t used_sve;    ///< whether `state` holds more than zeroes above the V registers
   std::uint32_t full[16];    ///< by predicate, for which sizes, a bit each, all elements are known to be active
   std::uint64_t borrowed_x[8];
+  alignas(16) std::uint8_t gathered[vector_bytes];  ///< what is loaded element by element, until all of it is
 
   siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
   signal_bits deferred_mask;  ///< the program's mask, while everything waits

@@ -12,6 +12,7 @@
 #define SVE_ENTRY_USED 5808
 #define SVE_ENTRY_FULL 5816
 #define SVE_ENTRY_BORROWED_X 5880
+#define SVE_ENTRY_GATHERED 5952
 // The thread's counts, behind its block.
 #define SVE_ENTRY_COUNTS (65536 - SVE_STATE_IN_BLOCK)
 // What an entry pushes onto the program's stack: X0, X1, X30.
