@@ -350,14 +350,25 @@ bool is_known_form(insn& i) {
   }
 }
 
-// The rows by their handlers, so that none is searched for twice. What shares a handler is the same instruction to it.
+// The rows by their handlers, and their native forms once they have been looked for, so that nothing is searched for
+// twice. What shares a handler is the same instruction to it.
 class row_table {
  public:
-  const decode::row* find(decode_handler handle) {
+  struct entry {
+    const decode::row* row;
+    const native_form* form;  // null: none, or not looked for
+    bool is_known;
+  };
+  entry& find(decode_handler handle) {
     if (!filled_) fill();
     std::size_t at = place(handle);
-    while (rows_[at] && rows_[at]->handle != handle) at = (at + 1) % size;
-    return rows_[at];
+    while (entries_[at].row && entries_[at].row->handle != handle) at = (at + 1) % size;
+    return entries_[at];
+  }
+  const native_form* form_of(entry& e) {
+    if (!e.is_known) e.form = find_native(e.row->mnemonic());
+    e.is_known = true;
+    return e.form;
   }
 
  private:
@@ -366,15 +377,11 @@ class row_table {
     return reinterpret_cast<std::uintptr_t>(handle) * 0x9e3779b97f4a7c15u >> 52;
   }
   void fill() {
-    for (const decode::map* map : decode::maps_in_is_sve_order())
-      for (const decode::row& row : map->rows) {
-        std::size_t at = place(row.handle);
-        while (rows_[at] && rows_[at]->handle != row.handle) at = (at + 1) % size;
-        if (!rows_[at]) rows_[at] = &row;
-      }
     filled_ = true;
+    for (const decode::map* map : decode::maps_in_is_sve_order())
+      for (const decode::row& row : map->rows) find(row.handle).row = &row;
   }
-  const decode::row* rows_[size] = {};
+  entry entries_[size] = {};
   bool filled_ = false;
 };
 constinit row_table rows;
@@ -388,11 +395,12 @@ insn decode_insn(std::uint32_t word, decode_handler handle) {
     i.writes_x = true;
     return i;
   }
-  i.row = rows.find(handle);
+  row_table::entry& found_row = rows.find(handle);
+  i.row = found_row.row;
   const std::uint8_t size = i.row->form->element_size;
   if (size != operand::no_size) i.size = size;
   for (const operand& o : i.row->operands()) note_operand(i, o);
-  const native_form* found = find_native(i.row->mnemonic());
+  const native_form* found = rows.form_of(found_row);
   if (!found) return i;
   i.how = found->how;
   i.form = found->form;
@@ -755,7 +763,8 @@ class translator {
       store_q(b2, offset + 16);
     }
   }
-  void vector(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
+  // Inlined, as most forms are known where they are put.
+  [[gnu::always_inline]] void vector(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
     code_->put(encode(f, size, d, n, m));
   }
   void move_v(unsigned d, unsigned n) {
@@ -1840,7 +1849,7 @@ void put_thread_block(entry_buffer& code, unsigned to, unsigned by) {
   code.put(ldr_x_index, to, to, by);
 }
 
-const decode::row* find_row(decode_handler handle) { return rows.find(handle); }
+const decode::row* find_row(decode_handler handle) { return rows.find(handle).row; }
 
 void start_native() {
   constexpr unsigned long half = 1ul << 9 | 1ul << 10;  // HWCAP_FPHP and HWCAP_ASIMDHP
