@@ -121,6 +121,7 @@ struct run_case {
   unsigned length = 0;
   machine state;
   bool knows_full = true;
+  bool is_known = true;  // whether the runner knows the thread
   std::uint8_t stray_bits[sve::vector_bytes] = {};  // in every predicate byte, above bit 0
 };
 
@@ -264,6 +265,7 @@ bool run_native(const run_case& c, result& r, long stop_at) {
   r.faulted = false;
   if (sigsetjmp(escape, 1) == 0) {
     now = doing::native;
+    this_thread_block = c.is_known ? block : nullptr;
     enter(r.low, reinterpret_cast<const void*>(the_site.entry.load()));
     now = doing::nothing;
     r.done = c.length;
@@ -329,6 +331,14 @@ std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
     ++(over ? total.stops_over : total.not_made);
     if (over) *over = true;
     return "";
+  }
+  if (!c.is_known) {
+    // It is made known, and comes again as a trap.
+    if (!actual.faulted || left_info.si_signo != SIGILL || actual.done != 0) return "an unknown thread does not trap";
+    save_memory(actual);
+    set_memory();
+    save_memory(expected);
+    return difference_of(expected, actual);
   }
   if (stop_at >= 0 && stopped_at) return "";  // the run has not come there
   if (actual.faulted && left_info.si_signo == SIGUSR1) {
@@ -444,6 +454,10 @@ void make_case(const std::vector<const row_info*>& rows, unsigned length, std::u
   c.knows_full = random.chance(80);
   const bool strays = random.chance(20);
   for (std::uint8_t& bits : c.stray_bits) bits = static_cast<std::uint8_t>(strays ? random.next() & 0xfe : 0);
+  // What a processor without half precision has no bit for is not the program's either.
+  set_floating_point(c.state.fpcr, 0);
+  asm volatile("mrs %0, fpcr" : "=r"(c.state.fpcr) : : "memory");
+  set_floating_point(0, 0);
   c.state.sp = reinterpret_cast<std::uint64_t>(stack + stack_bytes / 2);
 }
 
@@ -536,6 +550,12 @@ int main(int argc, char** argv) {
     if (only != ~std::uint64_t{0} && only != k) continue;
     random_source choice(mix(seed, k + 77));
     make_case(choice.chance(60) ? native : all, 2 + choice.below(most_words - 1), seed, k, *c);
+    c->is_known = false;
+    if (const std::string difference = compare(*c, -1); !difference.empty()) {
+      ++total.failures;
+      show(*c, difference, k);
+    }
+    c->is_known = true;
     bool over = false;
     for (long at = 0; !over; ++at) {
       const std::string difference = compare(*c, at, &over);
