@@ -53,6 +53,7 @@ enum class vector_kind : std::uint8_t {
   right,
   wide,       ///< elements of the low half to twice the size
   wide_high,  ///< of the high half
+  structure,  ///< registers from v on, [x], by as much as they hold
   fp_three,   ///< as `three`, half precision encoded apart
   fp_two
 };
@@ -77,6 +78,8 @@ constexpr word encode(const vector_form& f, unsigned size, unsigned d, unsigned 
     case vector_kind::wide:
     case vector_kind::wide_high:
       return w | 8u << size << 16;
+    case vector_kind::structure:
+      return w | size << 10;
     case vector_kind::fp_three:
       return size == 1 ? (w ^ 0x0060c000) | m << 16 : w | (size == 3 ? 1u << 22 : 0) | m << 16;
     case vector_kind::fp_two:

@@ -72,6 +72,8 @@ enum class action : std::uint8_t {
   gather,
   scatter,
   replicate,
+  structure,
+  nothing,  // as prefetches
   count,
   count_up,
   count_down,
@@ -138,6 +140,7 @@ struct insn {
   std::uint8_t pd = no_register, pn = no_register, pm = no_register;
   std::uint8_t pg = no_register;
   predication inactive = predication::none;
+  bool is_store = false;
   bool tied = false;  // the first source is the destination
   bool accumulates = false;  // the destination is an addend
   bool has_immediate = false;
@@ -239,6 +242,11 @@ std::uint8_t count_size(std::string_view mnemonic) {
   return static_cast<std::uint8_t>(std::string_view("bhwd").find(mnemonic.back()));
 }
 
+// The greater or the less of two, which for doublewords is a compare and a choice.
+bool is_extreme(const insn& i) {
+  return i.form == &v_smax || i.form == &v_smin || i.form == &v_umax || i.form == &v_umin;
+}
+
 // What of the table's lines the emitters know.
 bool is_known_form(insn& i) {
   const decode::row& row = *i.row;
@@ -249,7 +257,7 @@ bool is_known_form(insn& i) {
     case action::reversed: {
       const bool is_logic = i.form == &v_and_v || i.form == &v_orr_v || i.form == &v_eor_v || i.form == &v_bic_v;
       if (!z_to_z || !has_one_size(row)) return false;
-      return (exists || is_logic) && i.source_count + i.has_immediate == 2;
+      return (exists || is_logic || is_extreme(i)) && i.source_count + i.has_immediate == 2;
     }
     case action::fp_binary:
     case action::fp_reversed:
@@ -294,14 +302,23 @@ bool is_known_form(insn& i) {
       if (row.function->access == access_kind::fill || row.function->access == access_kind::spill)
         return row.operands()[0].kind == operand_kind::z;
       if (row.function->access != access_kind::load && row.function->access != access_kind::store) return false;
-      if (row.function->registers != 1) return false;
+      const bool is_contiguous =
+          address == decode::address_form::base_immediate || address == decode::address_form::base_index;
+      if (row.function->registers != 1) {
+        i.is_store = i.how == action::store;
+        i.how = action::structure;
+        const unsigned first = i.is_store ? i.sources[0] : i.d;
+        return is_contiguous && first + row.function->registers <= 32;
+      }
       if (address == decode::address_form::base_vector || address == decode::address_form::vector_immediate) {
         const bool loads = i.how == action::load;
         i.how = loads ? action::gather : action::scatter;
         return row.function->memory_bytes >= 4;
       }
-      return address == decode::address_form::base_immediate || address == decode::address_form::base_index;
+      return is_contiguous;
     }
+    case action::nothing:
+      return true;
     case action::compare:
     case action::compare_reversed:
     case action::compare_not:
@@ -457,6 +474,8 @@ class translator {
         return false;
       case action::store:
         return i.size >= element_s;
+      case action::structure:
+        return !i.is_store;
       default:
         return true;
     }
@@ -1035,6 +1054,14 @@ class translator {
       case action::reversed: {
         const bool is_bitwise = i.form->sizes == 1;
         const auto [a, c] = i.how == action::reversed ? std::pair{o.y, o.x} : std::pair{o.x, o.y};
+        if (size == element_d && is_extreme(i)) {
+          const bool is_least = i.form == &v_smin || i.form == &v_umin;
+          const unsigned t = scratch(0);
+          vector(i.form == &v_smax || i.form == &v_smin ? v_cmgt : v_cmhi, size, t, a, c);
+          vector(v_bsl_v, 0, t, is_least ? c : a, is_least ? a : c);
+          finish(i, o, t, m);
+          break;
+        }
         vector(*i.form, is_bitwise ? 0 : size, result, a, c);
         if (m != no_register) finish(i, o, result, m);
         break;
@@ -1579,6 +1606,44 @@ class translator {
     }
   }
 
+  // Structures of two to four, of which the processor has instructions for a piece of each register.
+  void put_structure(const insn& i) {
+    const bool masked = !is_full(i, known_);
+    const unsigned count = i.row->function->registers, first = i.is_store ? i.sources[0] : i.d;
+    unsigned next_temp = 0;
+    const address a = put_address(i, next_temp);
+    const unsigned at = temp(next_temp);
+    const unsigned m = masked ? spare(0) : no_register;
+    const unsigned span = count * static_cast<unsigned>(vector_bytes);
+    if (!i.is_store) {
+      put_probe({0, a.r, a.offset}, 1);
+      add_offset(at, a.r, a.offset + static_cast<int>(span) - 1);
+      code_->put(ldrb_w, zero, at, 0);
+    }
+    if (i.is_store)
+      for (unsigned r = first; r < first + count; ++r) {
+        store_q(r, z_offset(r, 0));
+        log_->add(code_->size(), code_event::lent_z, r);
+      }
+    // The low piece is the last to be loaded, and the first to be stored.
+    for (unsigned k = 0; k < pieces; ++k) {
+      const unsigned p = i.is_store ? k : (k + 1) % pieces;
+      if (k == 0 || p == 0) add_offset(at, a.r, a.offset + static_cast<int>(16 * count * p));
+      if (i.is_store && p > 0)
+        for (unsigned r = first; r < first + count; ++r) load_q(r, z_offset(r, 16 * p));
+      vector(*i.form, i.size, first, at);
+      if (i.is_store) continue;
+      if (masked) put_mask(m, i.pg, i.size, p);
+      for (unsigned r = first; r < first + count; ++r) {
+        if (masked) vector(v_and_v, 0, r, r, m);
+        if (p > 0) store_q(r, z_offset(r, 16 * p));
+      }
+    }
+    if (!i.is_store) return;
+    for (unsigned r = first; r < first + count; ++r) load_q(r, z_offset(r, 0));
+    log_->add(code_->size(), code_event::returned_z);
+  }
+
   // One element to all.
   void put_replicate(const insn& i) {
     static constexpr const form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
@@ -1765,6 +1830,11 @@ class translator {
         break;
       case action::replicate:
         put_replicate(i);
+        break;
+      case action::structure:
+        put_structure(i);
+        break;
+      case action::nothing:
         break;
       case action::unpack_low:
       case action::unpack_high:
