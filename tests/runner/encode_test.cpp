@@ -135,8 +135,9 @@ std::string text_of(const vector_form& f, unsigned size, unsigned d, unsigned n,
       return text + vector(d, whole[size]) + ", " + vector(n, whole[size]) + ", #" + std::to_string(m);
     case vector_kind::structure: {
       const unsigned registers = static_cast<unsigned>(name.back() - '0');
-      return text + "{" + vector(d, whole[size]) + (registers == 2 ? ", " : "-") + vector(d + registers - 1, whole[size]) + "}, [x" +
-             std::to_string(n) + "], #" + std::to_string(16 * registers);
+      return text + "{" + vector(d, whole[size]) + (registers == 2 ? ", " : "-") +
+             vector(d + registers - 1, whole[size]) + "}, [x" + std::to_string(n) + "], #" +
+             std::to_string(16 * registers);
     }
     case vector_kind::wide:
       return text + vector(d, whole[size + 1]) + ", " + vector(n, half[size]);
@@ -159,7 +160,8 @@ TEST(Encode, EveryVectorFormIsWhatTheDisassemblerSays) {
       if (!(f.sizes >> size & 1)) continue;
       for (int i = 0; i < 50; ++i) {
         const bool is_shift = f.kind == vector_kind::left || f.kind == vector_kind::right;
-        const unsigned d = random() % (f.kind == vector_kind::structure ? 28 : 32), n = random() % 31, limit = is_shift ? (8u << size) - 1 : 32;
+        const unsigned d = random() % (f.kind == vector_kind::structure ? 28 : 32), n = random() % 31,
+                       limit = is_shift ? (8u << size) - 1 : 32;
         // Of the same register twice, orr is a move.
         unsigned m = is_shift ? 1 + random() % limit : random() % limit;
         if (!is_shift && m == n) m = 31;

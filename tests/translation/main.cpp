@@ -61,8 +61,8 @@ constexpr std::size_t stack_bytes = 4096, stack_compared = 1024;
 
 struct place {
   alignas(4096) std::uint32_t pad[16];
-  std::uint32_t program[64];   // where the run lies, never executed, and behind it what leaves
-  std::uint32_t scalar[16];    // one instruction, and what leaves
+  std::uint32_t program[64];  // where the run lies, never executed, and behind it what leaves
+  std::uint32_t scalar[16];   // one instruction, and what leaves
   std::uint32_t entry[2 * most_entry_words];
 };
 place* code;
@@ -121,7 +121,7 @@ struct run_case {
   unsigned length = 0;
   machine state;
   bool knows_full = true;
-  bool is_known = true;  // whether the runner knows the thread
+  bool is_known = true;                             // whether the runner knows the thread
   std::uint8_t stray_bits[sve::vector_bytes] = {};  // in every predicate byte, above bit 0
 };
 
@@ -298,11 +298,13 @@ std::string difference_of(const result& expected, const result& actual) {
   for (unsigned n = 0; n < 32; ++n)
     for (unsigned i = 0; i < sve::vector_bytes; ++i)
       if (e.z[n][i] != a.z[n][i])
-        return "z" + std::to_string(n) + " byte " + std::to_string(i) + ": " + hex(e.z[n][i]) + ", native " + hex(a.z[n][i]);
+        return "z" + std::to_string(n) + " byte " + std::to_string(i) + ": " + hex(e.z[n][i]) + ", native " +
+               hex(a.z[n][i]);
   for (unsigned n = 0; n < 16; ++n)
     for (unsigned i = 0; i < sve::vector_bytes; ++i)
       if ((e.p[n][i] ^ a.p[n][i]) & 1)  // nothing else of a byte counts
-        return "p" + std::to_string(n) + " byte " + std::to_string(i) + ": " + hex(e.p[n][i]) + ", native " + hex(a.p[n][i]);
+        return "p" + std::to_string(n) + " byte " + std::to_string(i) + ": " + hex(e.p[n][i]) + ", native " +
+               hex(a.p[n][i]);
   if (std::memcmp(e.ffr, a.ffr, sizeof e.ffr) != 0) return "ffr";
   if (std::memcmp(&expected.memory, &actual.memory, sizeof expected.memory) != 0) return "memory";
   if (std::memcmp(expected.stack, actual.stack, sizeof expected.stack) != 0) return "the stack";
@@ -393,7 +395,8 @@ std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
   }
   save_memory(expected);
   if (expected.faulted != actual.faulted)
-    return expected.faulted ? "a fault at instruction " + std::to_string(expected.done) + ", none native" : "a fault only native";
+    return expected.faulted ? "a fault at instruction " + std::to_string(expected.done) + ", none native"
+                            : "a fault only native";
   return difference_of(expected, actual);
 }
 
@@ -403,8 +406,8 @@ std::uint32_t scalar_word(random_source& random) {
   static constexpr std::uint32_t bases[] = {
       0x11000000, 0x91000000, 0x51000000, 0xd1000000, 0x31000000, 0xb1000000, 0x71000000, 0xf1000000,  // add, sub
       0x0b000000, 0x8b000000, 0x4b000000, 0xcb000000, 0x2b000000, 0xab000000, 0x6b000000, 0xeb000000,
-      0x0a000000, 0x8a000000, 0x2a000000, 0xaa000000, 0xca000000, 0xea000000, 0x52800000, 0xd2800000, 0xf2800000,
-      0x1a800000, 0x9a800400, 0x1b000000, 0x9b000000, 0xd3400000, 0x93400000, 0xd503201f};
+      0x0a000000, 0x8a000000, 0x2a000000, 0xaa000000, 0xca000000, 0xea000000, 0x52800000, 0xd2800000,
+      0xf2800000, 0x1a800000, 0x9a800400, 0x1b000000, 0x9b000000, 0xd3400000, 0x93400000, 0xd503201f};
   const std::uint32_t base = random.pick(bases);
   if (base == 0xd503201f) return base;
   for (;;) {
@@ -565,7 +568,8 @@ int main(int argc, char** argv) {
       break;
     }
   }
-  std::printf("%" PRIu64 " runs, %" PRIu64 " signals, %" PRIu64 " with faults, %" PRIu64 " not made, %" PRIu64 " differ, seed %" PRIu64 "\n", total.runs, total.signals,
-              total.faults, total.not_made, total.failures, seed);
+  std::printf("%" PRIu64 " runs, %" PRIu64 " signals, %" PRIu64 " with faults, %" PRIu64 " not made, %" PRIu64
+              " differ, seed %" PRIu64 "\n",
+              total.runs, total.signals, total.faults, total.not_made, total.failures, seed);
   return total.failures != 0 || total.not_made != 0;
 }

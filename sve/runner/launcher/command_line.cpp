@@ -84,8 +84,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
                    ? std::string()
                    : "there is no translation " + how + ", only native, handlers and off";
       });
-  app.add_flag("--trace-translation", line.trace_translation,
-               "Print each run and the code made of it to stderr");
+  app.add_flag("--trace-translation", line.trace_translation, "Print each run and the code made of it to stderr");
   std::string platform = "embedded";
   app.add_option("--platform", platform,
                  "How instructions are caught: embedded, a preloaded library that handles SIGILL; or dynamorio, the "

@@ -1,7 +1,5 @@
 #include "sve/runner/native/translator.h"
 
-#include <sys/auxv.h>
-
 #include <algorithm>
 #include <bit>
 #include <span>
@@ -24,82 +22,6 @@ using decode::operand_kind;
 using decode::operand_role;
 using decode::predication;
 
-// ---- The table of native forms ----
-
-enum class action : std::uint8_t {
-  none,
-  binary,
-  reversed,
-  fp_binary,
-  fp_reversed,
-  fp_divide,
-  fp_divide_reversed,
-  fused,
-  fp_fused,
-  fp_fused_negated,  // the addend is negated, too
-  complex_fused,
-  unary,
-  fp_unary,
-  reverse,
-  extend_signed,
-  extend_unsigned,
-  shift_left,
-  shift_right,
-  shift_right_signed,
-  convert,  // between formats, or formats and integers, of different sizes
-  move,
-  select,
-  copy,
-  load,
-  // From here on each stands alone.
-  store,
-  compare,
-  compare_reversed,
-  compare_not,
-  fp_compare,
-  fp_compare_reversed,
-  fp_compare_not,
-  unpack_low,
-  unpack_high,
-  sum,
-  fp_sum,
-  fp_ordered_sum,
-  reduce,
-  while_unsigned,
-  while_signed,
-  set_pattern,
-  logic,  // of predicates
-  gather,
-  scatter,
-  replicate,
-  structure,
-  nothing,  // as prefetches
-  count,
-  count_up,
-  count_down,
-  add_length,
-  read_length,
-  scalar
-};
-
-struct native_form {
-  std::string_view mnemonic;
-  action how;
-  const vector_form* form;
-};
-
-constexpr native_form native_forms[] = {
-#define SVE_NATIVE(mnemonic, how, form) {#mnemonic, action::how, &form},
-#include "sve/runner/native/operations.inc"
-#undef SVE_NATIVE
-};
-static_assert(std::ranges::is_sorted(native_forms, {}, &native_form::mnemonic));
-
-const native_form* find_native(std::string_view mnemonic) {
-  const native_form* found = std::ranges::lower_bound(native_forms, mnemonic, {}, &native_form::mnemonic);
-  return found != std::end(native_forms) && found->mnemonic == mnemonic ? found : nullptr;
-}
-
 // ---- What the code finds through the base register ----
 
 constexpr unsigned pieces = vector_bytes / 16;
@@ -120,320 +42,9 @@ static_assert(offsetof(thread_block, gathered) == SVE_STATE_IN_BLOCK + SVE_ENTRY
 static_assert(offsetof(thread_block, borrowed_x) == SVE_STATE_IN_BLOCK + SVE_ENTRY_BORROWED_X);
 static_assert(z_offset(0, 0) >= -256 && borrowed_v_offset >= -1008);
 
-constexpr unsigned no_register = 0xff;
 constexpr std::uint8_t all_sizes = 15;
 // Full at one size, a vector of predicate bytes is so at all larger ones.
 constexpr std::uint8_t full_from(unsigned size) { return static_cast<std::uint8_t>(all_sizes << size & all_sizes); }
-
-// ---- One instruction of the run ----
-
-enum class conversion : std::uint8_t { none, widen, narrow, from_signed, from_unsigned, widen_and_convert };
-
-struct insn {
-  conversion converts = conversion::none;
-  std::uint32_t word = 0;
-  const decode::row* row = nullptr;
-  action how = action::none;
-  const vector_form* form = nullptr;
-  std::uint8_t size = 0;  // of its elements
-  std::uint8_t d = no_register, sources[3] = {}, source_count = 0;
-  std::uint8_t pd = no_register, pn = no_register, pm = no_register;
-  std::uint8_t pg = no_register;
-  predication inactive = predication::none;
-  bool is_store = false;
-  bool tied = false;  // the first source is the destination
-  bool accumulates = false;  // the destination is an addend
-  bool has_immediate = false;
-  std::int64_t immediate = 0, second_immediate = 0;
-  std::uint8_t xd = no_register, xn = no_register, xm = no_register;
-  bool is_w = false;
-  std::uint32_t x_used = 0, z_used = 0;  // a bit for each register
-  std::uint16_t p_written = 0;
-  bool writes_x = false;
-};
-
-bool half_precision = false;  // whether the processor has it
-
-constexpr bool is_standalone(action how) { return how >= action::store; }
-constexpr bool is_floating(action how) {
-  return (how >= action::fp_binary && how <= action::complex_fused && how != action::fused) ||
-         how == action::fp_unary || (how >= action::fp_compare && how <= action::fp_compare_not) ||
-         how == action::fp_sum || how == action::fp_ordered_sum;
-}
-
-void note_operand(insn& i, const operand& o) {
-  const auto n = static_cast<std::uint8_t>(o.is_register() ? o.number(i.word) : 0);
-  switch (o.kind) {
-    case operand_kind::z:
-    case operand_kind::v:
-      for (unsigned k = 0; k < std::max<unsigned>(o.registers, 1); ++k) i.z_used |= 1u << (n + k) % 32;
-      if (o.role == operand_role::source || o.role == operand_role::stored || o.role == operand_role::offset ||
-          o.role == operand_role::base) {
-        if (i.source_count < 3) i.sources[i.source_count++] = n;
-      } else {
-        i.d = n;
-        i.tied = o.role == operand_role::both && o.repeated != decode::repetition::none;
-        i.accumulates = o.role == operand_role::both && !i.tied;
-        if (o.role == operand_role::both) i.sources[i.source_count++] = n;
-      }
-      break;
-    case operand_kind::p:
-      if (o.role == operand_role::governing) {
-        i.pg = n;
-        i.inactive = o.inactive;
-      } else if (o.is_written()) {
-        i.pd = n;
-        i.p_written |= static_cast<std::uint16_t>(1u << n);
-      } else {
-        (i.pn == no_register ? i.pn : i.pm) = n;
-      }
-      break;
-    case operand_kind::x:
-    case operand_kind::x_or_sp:
-      i.x_used |= 1u << n;
-      if (o.is_written()) {
-        i.xd = n;
-        i.writes_x = true;
-      } else {
-        (i.xn == no_register ? i.xn : i.xm) = n;
-      }
-      i.is_w = o.size == 2;
-      break;
-    default:
-      if (i.has_immediate)
-        i.second_immediate = o.value(i.word);
-      else
-        i.immediate = o.value(i.word);
-      i.has_immediate = true;
-  }
-}
-
-// Whether all vector operands have elements of the row's size.
-bool has_one_size(const decode::row& row) {
-  for (const operand& o : row.operands())
-    if ((o.kind == operand_kind::z || o.kind == operand_kind::p) && o.size != operand::no_size &&
-        o.size != row.form->element_size && o.role != operand_role::governing)
-      return false;
-  return true;
-}
-
-// A conversion between words and doublewords, in the slots of the larger. It is told what the slots hold.
-bool takes_conversion(insn& i) {
-  const operand *to = nullptr, *from = nullptr;
-  for (const operand& o : i.row->operands()) {
-    if (o.kind != operand_kind::z) continue;
-    (o.is_written() ? to : from) = &o;
-  }
-  if (!to || !from || to->size + from->size != element_s + element_d || to->size == from->size) return false;
-  const bool widens = to->size == element_d;
-  const std::string_view mnemonic = i.row->mnemonic();
-  // Narrowing between integers and formats has no instruction for a vector.
-  if (!widens && mnemonic != "fcvt") return false;
-  i.size = element_d;
-  i.converts = mnemonic == "fcvt" ? (widens ? conversion::widen : conversion::narrow)
-               : mnemonic == "scvtf" ? conversion::from_signed
-               : mnemonic == "ucvtf" ? conversion::from_unsigned
-                                     : conversion::widen_and_convert;
-  i.how = action::convert;
-  return true;
-}
-
-std::uint8_t count_size(std::string_view mnemonic) {
-  return static_cast<std::uint8_t>(std::string_view("bhwd").find(mnemonic.back()));
-}
-
-// The greater or the less of two, which for doublewords is a compare and a choice.
-bool is_extreme(const insn& i) {
-  return i.form == &v_smax || i.form == &v_smin || i.form == &v_umax || i.form == &v_umin;
-}
-
-// What of the table's lines the emitters know.
-bool is_known_form(insn& i) {
-  const decode::row& row = *i.row;
-  const bool z_to_z = i.d != no_register && i.x_used == 0;
-  const bool exists = i.form->sizes >> i.size & 1;
-  switch (i.how) {
-    case action::binary:
-    case action::reversed: {
-      const bool is_logic = i.form == &v_and_v || i.form == &v_orr_v || i.form == &v_eor_v || i.form == &v_bic_v;
-      if (!z_to_z || !has_one_size(row)) return false;
-      return (exists || is_logic || is_extreme(i)) && i.source_count + i.has_immediate == 2;
-    }
-    case action::fp_binary:
-    case action::fp_reversed:
-    case action::fp_divide:
-    case action::fp_divide_reversed:
-      return z_to_z && exists && has_one_size(row) && i.source_count + i.has_immediate == 2;
-    case action::fused:
-    case action::fp_fused:
-    case action::fp_fused_negated:
-      return z_to_z && exists && has_one_size(row) && i.source_count == 3 && !i.has_immediate;
-    case action::complex_fused:
-      return z_to_z && i.size == element_s && has_one_size(row) && i.source_count == 3 && i.pg != no_register;
-    case action::unary: {
-      const bool is_bytes = i.form == &v_cnt_v || i.form == &v_rbit_v;
-      return z_to_z && (exists || i.form == &v_mvn_v) && !(is_bytes && i.size != element_b) && i.source_count == 1 &&
-             !i.has_immediate;
-    }
-    case action::fp_unary:
-      if (!z_to_z || i.source_count != 1 || i.has_immediate) return false;
-      return has_one_size(row) ? exists : takes_conversion(i);
-    case action::convert:
-      return takes_conversion(i);
-    case action::reverse:
-      return z_to_z && i.source_count == 1;
-    case action::extend_signed:
-    case action::extend_unsigned:
-      return z_to_z && i.source_count == 1;
-    case action::shift_left:
-    case action::shift_right:
-    case action::shift_right_signed:
-      if (!z_to_z || !has_one_size(row)) return false;
-      return i.has_immediate ? i.source_count == 1 : i.source_count == 2 && i.pg != no_register && i.size <= element_s;
-    case action::move:
-      return z_to_z && i.source_count == 1;
-    case action::select:
-      return z_to_z && i.source_count == 2;
-    case action::copy:
-      return i.d != no_register && i.source_count == 0 && (i.has_immediate || (i.xn != no_register && i.xn != sp));
-    case action::load:
-    case action::store: {
-      const auto address = row.form->address;
-      if (row.function->access == access_kind::fill || row.function->access == access_kind::spill)
-        return row.operands()[0].kind == operand_kind::z;
-      if (row.function->access != access_kind::load && row.function->access != access_kind::store) return false;
-      const bool is_contiguous =
-          address == decode::address_form::base_immediate || address == decode::address_form::base_index;
-      if (row.function->registers != 1) {
-        i.is_store = i.how == action::store;
-        i.how = action::structure;
-        const unsigned first = i.is_store ? i.sources[0] : i.d;
-        return is_contiguous && first + row.function->registers <= 32;
-      }
-      if (address == decode::address_form::base_vector || address == decode::address_form::vector_immediate) {
-        const bool loads = i.how == action::load;
-        i.how = loads ? action::gather : action::scatter;
-        return row.function->memory_bytes >= 4;
-      }
-      return is_contiguous;
-    }
-    case action::nothing:
-      return true;
-    case action::compare:
-    case action::compare_reversed:
-    case action::compare_not:
-    case action::fp_compare:
-    case action::fp_compare_reversed:
-    case action::fp_compare_not:
-      // With 0 where there is nothing else.
-      if (is_floating(i.how) && i.source_count == 1) i.has_immediate = true;
-      return exists && i.pd != no_register && has_one_size(row) && i.source_count + i.has_immediate == 2;
-    case action::unpack_low:
-    case action::unpack_high:
-      return z_to_z && i.source_count == 1;
-    case action::sum:
-      return i.d != no_register && i.source_count == 1;
-    case action::reduce:
-      return exists && i.d != no_register && i.source_count == 1;
-    case action::fp_sum:
-      return i.d != no_register && i.size >= element_s && i.source_count == 1;
-    case action::fp_ordered_sum:
-      return i.size >= element_s;
-    case action::replicate:
-      return row.function->access == access_kind::replicate && i.xn != sp;
-    case action::while_unsigned:
-    case action::while_signed:
-    case action::set_pattern:
-      return i.pd != no_register;
-    case action::count:
-    case action::count_up:
-    case action::count_down:
-      if (i.d != no_register) {
-        // Of vectors: the number is added to each element.
-        i.immediate = VecTrueILength(static_cast<unsigned long>(i.immediate), static_cast<int>(vector_bytes >> i.size)) *
-                      i.second_immediate;
-        i.form = i.how == action::count_up ? &v_add : &v_sub;
-        i.how = action::binary;
-        return i.source_count == 1;
-      }
-      i.size = count_size(row.mnemonic());
-      return i.xd != no_register;
-    case action::add_length:
-      return i.xd != sp;
-    case action::read_length:
-      return true;
-    default:
-      return false;
-  }
-}
-
-// The rows by their handlers, and their native forms once they have been looked for, so that nothing is searched for
-// twice. What shares a handler is the same instruction to it.
-class row_table {
- public:
-  struct entry {
-    const decode::row* row;
-    const native_form* form;  // null: none, or not looked for
-    bool is_known;
-  };
-  entry& find(decode_handler handle) {
-    if (!filled_) fill();
-    std::size_t at = place(handle);
-    while (entries_[at].row && entries_[at].row->handle != handle) at = (at + 1) % size;
-    return entries_[at];
-  }
-  const native_form* form_of(entry& e) {
-    if (!e.is_known) e.form = find_native(e.row->mnemonic());
-    e.is_known = true;
-    return e.form;
-  }
-
- private:
-  static constexpr std::size_t size = 4096;
-  static std::size_t place(decode_handler handle) {
-    return reinterpret_cast<std::uintptr_t>(handle) * 0x9e3779b97f4a7c15u >> 52;
-  }
-  void fill() {
-    filled_ = true;
-    for (const decode::map* map : decode::maps_in_is_sve_order())
-      for (const decode::row& row : map->rows) find(row.handle).row = &row;
-  }
-  entry entries_[size] = {};
-  bool filled_ = false;
-};
-constinit row_table rows;
-
-insn decode_insn(std::uint32_t word, decode_handler handle) {
-  insn i;
-  i.word = word;
-  if (!handle) {  // it has none where it is no instruction of ours
-    i.how = action::scalar;
-    i.x_used = 1u << (word & 31) | 1u << (word >> 5 & 31) | 1u << (word >> 10 & 31) | 1u << (word >> 16 & 31);
-    i.writes_x = true;
-    return i;
-  }
-  row_table::entry& found_row = rows.find(handle);
-  i.row = found_row.row;
-  const std::uint8_t size = i.row->form->element_size;
-  if (size != operand::no_size) i.size = size;
-  for (const operand& o : i.row->operands()) note_operand(i, o);
-  const native_form* found = rows.form_of(found_row);
-  if (!found) return i;
-  i.how = found->how;
-  i.form = found->form;
-  // mad and its kin overwrite a factor; the addend is their last operand.
-  if (i.row->mnemonic().ends_with("mad") || i.row->mnemonic().ends_with("msb")) i.accumulates = false;
-  if (i.d == no_register && i.pd != no_register && i.pm != no_register && i.pg != no_register) {
-    i.how = action::logic;
-    const bool known = i.form == &v_and_v || i.form == &v_orr_v || i.form == &v_eor_v || i.form == &v_bic_v;
-    if (!known || i.inactive != predication::zeroing) i.how = action::none;
-    return i;
-  }
-  const bool exists = is_known_form(i);
-  if (!exists || i.size > element_d || (is_floating(i.how) && i.size == element_h && !half_precision))
-    i.how = action::none;
-  return i;
-}
 
 // ---- The translator ----
 
@@ -481,9 +92,7 @@ class translator {
     }
   }
 
-  bool is_full(const insn& i, const knowledge& k) const {
-    return i.pg == no_register || (k.full[i.pg] >> i.size & 1);
-  }
+  bool is_full(const insn& i, const knowledge& k) const { return i.pg == no_register || (k.full[i.pg] >> i.size & 1); }
 
   static void learn(const insn& i, knowledge& k) {
     const std::uint8_t moved = is_predicate_move(i) ? k.full[i.pn] : 0;
@@ -1093,8 +702,7 @@ class translator {
       case action::fused:
       case action::fp_fused:
       case action::fp_fused_negated: {
-        const unsigned addend = i.accumulates ? o.x : o.z, a = i.accumulates ? o.y : o.x,
-                       c = i.accumulates ? o.z : o.y;
+        const unsigned addend = i.accumulates ? o.x : o.z, a = i.accumulates ? o.y : o.x, c = i.accumulates ? o.z : o.y;
         const bool is_fp = i.how != action::fused, negates = i.how == action::fp_fused_negated;
         if (m == no_register && addend == o.d && !negates) {
           vector(*i.form, size, o.d, a, c);  // reads all before it writes
@@ -1454,8 +1062,8 @@ class translator {
     if (sets_flags) put_flags(i, any, masked);
   }
 
-  // The flags of a compare whose result is in its predicate, `any` being the union of its pieces. First: the first active
-  // element; none; C: not the last active one.
+  // The flags of a compare whose result is in its predicate, `any` being the union of its pieces. First: the first
+  // active element; none; C: not the last active one.
   void put_flags(const insn& i, unsigned any, bool masked) {
     const unsigned first = temp(0), t = temp(1), flags = temp(2);
     if (masked) put_ends(i);
@@ -1480,8 +1088,8 @@ class translator {
     code_->put(msr_nzcv, flags);
   }
 
-  // Sets the fourth borrowed register behind the first to whether the first active element's result is true, the fifth to
-  // whether the last one's is not.
+  // Sets the fourth borrowed register behind the first to whether the first active element's result is true, the fifth
+  // to whether the last one's is not.
   void put_ends(const insn& i) {
     const unsigned place = temp(0), x = temp(1), firsts = temp(2), at = temp(3), first = temp(4), not_last = temp(5);
     constexpr int end = static_cast<int>(vector_bytes) - 8;
@@ -1529,8 +1137,8 @@ class translator {
   // The rest of an element's address in `at`; returns the register to which it is to be added, or none.
   void put_index(const insn& i, unsigned at, unsigned indices, unsigned e) {
     const operand* offset = i.row->find(operand_role::offset);
-    const auto extends = i.row->form->address == decode::address_form::vector_immediate ? decode::extension::none
-                                                                                        : offset->extends;
+    const auto extends =
+        i.row->form->address == decode::address_form::vector_immediate ? decode::extension::none : offset->extends;
     const unsigned place = e << i.size;
     if (extends == decode::extension::sxtw)
       code_->put(ldrsw_x, at, indices, place);
@@ -1540,8 +1148,8 @@ class translator {
       code_->put(ldr_x, at, indices, place);
   }
 
-  // Gathers and scatters of words and doublewords, an element at a time. What is loaded reaches its register when all of
-  // it is there.
+  // Gathers and scatters of words and doublewords, an element at a time. What is loaded reaches its register when all
+  // of it is there.
   void put_gather(const insn& i) {
     const bool masked = !is_full(i, known_), loads = i.how == action::gather;
     const bool by_vector = i.row->form->address == decode::address_form::vector_immediate;
@@ -1868,7 +1476,8 @@ class translator {
         break;
       case action::add_length: {
         const bool is_whole = i.row->mnemonic() == "addvl";
-        const std::int64_t unit = is_whole ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
+        const std::int64_t unit =
+            is_whole ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
         add_offset(i.xd, i.xn, i.immediate * unit + (i.xn == sp ? SVE_ENTRY_PUSHED : 0));
         break;
       }
@@ -1918,47 +1527,6 @@ void put_thread_block(entry_buffer& code, unsigned to, unsigned by) {
   code.load_x(by, place);
   code.put(ldr_x_index, to, to, by);
 }
-
-const decode::row* find_row(decode_handler handle) { return rows.find(handle).row; }
-
-void start_native() {
-  constexpr unsigned long half = 1ul << 9 | 1ul << 10;  // HWCAP_FPHP and HWCAP_ASIMDHP
-  half_precision = (getauxval(AT_HWCAP) & half) == half;
-}
-
-bool is_simple_scalar(std::uint32_t w) {
-  const unsigned rd = w & 31, rn = w >> 5 & 31;
-  const bool sets_flags = w >> 29 & 1;
-  switch (w >> 23 & 63) {
-    case 0b100010:  // add, sub, with an immediate, where 31 is the stack pointer
-      return rn != 31 && (rd != 31 || sets_flags);
-    case 0b100100:  // logic with an immediate
-      return rd != 31 || (w >> 29 & 3) == 3;
-    case 0b100101:  // movn, movz, movk
-      return (w >> 29 & 3) != 1;
-    case 0b100110:  // bit fields
-      return (w >> 29 & 3) != 3;
-    case 0b100111:  // extr
-      return (w >> 29 & 3) == 0;
-    default:
-      break;
-  }
-  switch (w >> 24 & 31) {
-    case 0b01010:  // logic, shifted registers
-      return true;
-    case 0b01011:  // add, sub, shifted or extended
-      if (!(w >> 21 & 1)) return (w >> 22 & 3) != 3;
-      return (w >> 22 & 3) == 0 && rn != 31 && (rd != 31 || sets_flags);
-    case 0b11011:  // multiply
-      return (w >> 21 & 7) == 0 || ((w >> 21 & 7) == 1 && (w >> 31)) || ((w >> 21 & 7) == 5 && (w >> 31));
-    default:
-      break;
-  }
-  if ((w >> 21 & 0xff) == 0b11010100) return (w >> 29 & 1) == 0 && (w >> 11 & 1) == 0;  // conditional select
-  return w == 0xd503201f;                                                                // nop
-}
-
-bool has_native_form(std::uint32_t word) { return decode_insn(word, is_sve(word)).how != action::none; }
 
 void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only) {
   static constinit translator at_work;

@@ -9,8 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "sve/decode/table.h"
 #include "sve/runner/arm64/code_buffer.h"
+#include "sve/runner/native/instruction.h"
 #include "sve/runner/sites/site.h"
 
 namespace sve::runner {
@@ -18,26 +18,23 @@ namespace sve::runner {
 inline constexpr std::size_t most_entry_words = 8192;
 using entry_buffer = arm64::code_buffer<most_entry_words>;
 
-/// Finds out what the processor has. Once, at start.
-void start_native();
-
 /// What becomes true at a word of an entry's code, counted from the entry's begin.
 struct code_event {
   enum kind : std::uint8_t {
-    light_begin,      ///< of native code: nothing is done yet. `reg` is 1 if the run begins here
-    borrowed_low,     ///< X register `reg` is pushed, as the `value`th
-    borrowed_x,       ///< X register `reg` lies in slot `value`
-    borrowed_v,       ///< V register `reg` lies in the vector slot `value`
-    lent_z,           ///< V register `reg` is a piece of its Z register, whose low one lies in the state
-    returned_z,       ///< all of those are whole again
-    instruction,      ///< the instruction `value` of the run begins
-    leaving,          ///< what is left is to count the run, if `reg` is 1, to take the pushed registers, and to branch
-    counted,          ///< the count is written
-    popped,           ///< the pushed registers are taken
-    waited,           ///< a trap, for what has waited for the run's end: only the pushed registers are to be taken
-    without_block,    ///< a trap of a thread that is not known yet: likewise, and nothing is done
-    heavy_begin,      ///< of code that calls handlers, from instruction `value` on
-    heavy_tail        ///< of what follows the restoring of the program's registers there
+    light_begin,    ///< of native code: nothing is done yet. `reg` is 1 if the run begins here
+    borrowed_low,   ///< X register `reg` is pushed, as the `value`th
+    borrowed_x,     ///< X register `reg` lies in slot `value`
+    borrowed_v,     ///< V register `reg` lies in the vector slot `value`
+    lent_z,         ///< V register `reg` is a piece of its Z register, whose low one lies in the state
+    returned_z,     ///< all of those are whole again
+    instruction,    ///< the instruction `value` of the run begins
+    leaving,        ///< what is left is to count the run, if `reg` is 1, to take the pushed registers, and to branch
+    counted,        ///< the count is written
+    popped,         ///< the pushed registers are taken
+    waited,         ///< a trap, for what has waited for the run's end: only the pushed registers are to be taken
+    without_block,  ///< a trap of a thread that is not known yet: likewise, and nothing is done
+    heavy_begin,    ///< of code that calls handlers, from instruction `value` on
+    heavy_tail      ///< of what follows the restoring of the program's registers there
   };
   std::uint16_t at;
   std::uint8_t what;
@@ -72,20 +69,11 @@ class event_log {
 using heavy_emitter = void (*)(entry_buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end,
                                bool is_last);
 
-/// Puts the code of the whole run; if `scalars_only`, all instructions of SVE are handlers' calls. Where that cannot be,
-/// the buffer or the log is bad.
+/// Puts the code of the whole run; if `scalars_only`, all instructions of SVE are handlers' calls. Where that cannot
+/// be, the buffer or the log is bad.
 void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only);
 
 /// Loads the thread's block into a register, by way of another one; 0 if there is none.
 void put_thread_block(entry_buffer& code, unsigned to, unsigned by);
-
-/// The row of an instruction with this handler.
-const decode::row* find_row(decode_handler handle);
-
-/// Whether an SVE instruction has a native form, at least where its predicate is full.
-bool has_native_form(std::uint32_t word);
-
-/// Whether a word may stand in a run between SVE instructions: it moves or computes general registers alone.
-bool is_simple_scalar(std::uint32_t word);
 
 }  // namespace sve::runner

@@ -39,10 +39,10 @@ struct thread_block {
   // These are written by entries of sites: see sites/offsets.h.
   alignas(16) std::uint8_t borrowed_v[16][16];  ///< the program's values of registers that native code borrows
   cpu_state state;
-  std::uint64_t running;     ///< an entry's address if it executes a run now; `state` is whole between two instructions
-  std::uint32_t pending;     ///< whether something waits for the run's end
-  std::uint64_t used_sve;    ///< whether `state` holds more than zeroes above the V registers
-  std::uint32_t full[16];    ///< by predicate, for which sizes, a bit each, all elements are known to be active
+  std::uint64_t running;   ///< an entry's address if it executes a run now; `state` is whole between two instructions
+  std::uint32_t pending;   ///< whether something waits for the run's end
+  std::uint64_t used_sve;  ///< whether `state` holds more than zeroes above the V registers
+  std::uint32_t full[16];  ///< by predicate, for which sizes, a bit each, all elements are known to be active
   std::uint64_t borrowed_x[8];
   alignas(16) std::uint8_t gathered[vector_bytes];  ///< what is loaded element by element, until all of it is
 

@@ -24,15 +24,15 @@ bool make_entry(const site& s, std::uint64_t address, translation how, entry_cod
 
 /// Where a thread is in an entry's code, and what it takes to leave it there.
 struct entry_position {
-  bool is_light = false;        ///< in native code, otherwise in what calls handlers
-  bool is_begin = false;        ///< of a part: nothing of it is done, the registers are the program's
-  bool is_pushed = false;       ///< `low` are on the program's stack
-  bool is_leaving = false;      ///< everything is done, and all registers are the program's but those pushed
-  bool is_counted = false;      ///< of a run's end: the count is written
-  bool is_last = false;         ///< where it is leaving, the run is over
+  bool is_light = false;    ///< in native code, otherwise in what calls handlers
+  bool is_begin = false;    ///< of a part: nothing of it is done, the registers are the program's
+  bool is_pushed = false;   ///< `low` are on the program's stack
+  bool is_leaving = false;  ///< everything is done, and all registers are the program's but those pushed
+  bool is_counted = false;  ///< of a run's end: the count is written
+  bool is_last = false;     ///< where it is leaving, the run is over
   bool waited = false, without_block = false;  ///< at one of the traps
   std::uint8_t low[4] = {};
-  std::uint32_t x = 0, v = 0, z = 0;           ///< registers whose values lie elsewhere
+  std::uint32_t x = 0, v = 0, z = 0;  ///< registers whose values lie elsewhere
   std::uint8_t x_slot[32] = {}, v_slot[32] = {};
   std::size_t instruction = 0;  ///< of the run, which begins or goes on; those before it are done
 };

@@ -31,7 +31,6 @@ struct site {
   std::uint32_t event_count;
   std::uint64_t code;  ///< the address of its code's first word
 
-
   std::uint32_t* end() const { return address + count; }
 };
 
