@@ -56,6 +56,9 @@ install_emulators() {
   [[ $machine == aarch64 ]] || need qemu-user-static
 }
 
+# What checks the packages, and makes a root of Debian to install them in.
+install_package_tools() { need mmdebstrap lintian dpkg-dev; }
+
 # With a compiler cache when there is one, unless the caller has chosen a launcher.
 use_ccache() {
   command -v ccache > /dev/null || return 0
