@@ -24,8 +24,12 @@ struct site {
   std::atomic<std::uint32_t> patch;    ///< the word that stands at the address instead of the first one, 0 if none
   std::atomic<std::uint64_t> ended;    ///< executions of the whole run by threads that are gone
   std::atomic<std::int64_t>* partial;  ///< by instruction: executions in runs that did not come to their end
-  decode_handler* handlers;
+  decode_handler* handlers;            ///< null where a simple scalar instruction stands between those of SVE
   std::uint32_t* words;
+  bool has_scalars;
+  std::atomic<const struct code_event*> events;  ///< what can be told of its code; set before `entry`
+  std::uint32_t event_count;
+  std::uint64_t code;  ///< the address of its code's first word
 
   std::uint32_t* end() const { return address + count; }
 };
@@ -34,9 +38,8 @@ struct site {
 /// none does, or memory has run out. Callable from a signal handler, with all signals blocked.
 site* need_site(std::uint32_t* address);
 
-/// The site whose entry holds `pc`; null if there is none. `is_tail` tells of its end, behind the restoring of the
-/// program's registers.
-site* site_of_entry(std::uintptr_t pc, bool& is_tail);
+/// The site whose entry holds `pc`; null if there is none.
+site* site_of_entry(std::uintptr_t pc);
 
 /// Whether a branch of ours stands at the address in place of the program's own word.
 bool is_patched(const std::uint32_t* address);
@@ -72,8 +75,12 @@ void unlock_sites();
 /// A word of ours was executed that has no site. That there is no room for one is told once.
 void count_without_site(bool for_lack_of_room);
 
-/// Whether sites are patched. Once, at start.
-void start_sites(bool patches);
+/// What an entry does with its run.
+enum class translation : std::uint8_t { native, handlers };
+
+/// Whether sites are patched, and how; whether the code of each is to be told. Once, at start.
+void start_sites(bool patches, translation how, bool tells);
+translation translation_of_sites();
 
 /// Gives the site an entry and patches the program to branch there, if that can be.
 void patch_site(site* s);
