@@ -708,7 +708,9 @@ TEST(Announcement, ProgramsThatAskFindSve) {
   EXPECT_TRUE(getauxval(AT_HWCAP) & (1 << 22));
   EXPECT_EQ(prctl(PR_SVE_GET_VL), 112);
   EXPECT_EQ(prctl(PR_SVE_SET_VL, 112), 112);
-  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256 | PR_SVE_VL_INHERIT), 112);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256 | PR_SVE_VL_INHERIT), 112 | PR_SVE_VL_INHERIT);
+  EXPECT_EQ(prctl(PR_SVE_GET_VL), 112 | PR_SVE_VL_INHERIT);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256), 112);
   EXPECT_EQ(prctl(PR_SVE_SET_VL, 64), -1);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(prctl(PR_SVE_SET_VL, 120), -1);

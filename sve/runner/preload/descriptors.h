@@ -1,6 +1,7 @@
 // Descriptors of our own in the program's table, and writing that disturbs nobody.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -25,6 +26,19 @@ class KeptFile {
   dev_t device_ = 0;
   ino_t number_ = 0;
   dev_t special_ = 0;
+};
+
+/// Lets descriptors be opened for as long as it lives where the program has used up all that it may have, as far as
+/// the system's own limit goes.
+class RoomForDescriptors {
+ public:
+  RoomForDescriptors();
+  ~RoomForDescriptors();
+  RoomForDescriptors(const RoomForDescriptors&) = delete;
+  RoomForDescriptors& operator=(const RoomForDescriptors&) = delete;
+
+ private:
+  struct rlimit before_;
 };
 
 /// Writes all of `text`. A reader that is gone or a limit that is met ends the writing and not the process. Returns 0

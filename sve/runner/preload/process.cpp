@@ -176,8 +176,10 @@ void serve_traps(char** environment) {
   active = (*features & hwcap_sve) == 0 && !is_served;
   if (!active) return;
   start_thread_blocks();
+  const signal_bits ignored = take_ignored(environment);
+  if (this_thread_block) this_thread_block->inherits_length = (ignored & length_is_inherited) != 0;
   start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
-                take_ignored(environment));
+                ignored);
   when_copied(adopt_copy);
 }
 

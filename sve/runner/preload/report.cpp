@@ -89,6 +89,7 @@ void report_counts() {
     return;
   }
   int error = 0;
+  const RoomForDescriptors room;
   if (counts_file.get() < 0) error = open_counts_file(0);
   if (error == 0) error = write_counts(counts_file.get());
   if (error != 0) print_counts_error(error);
