@@ -84,6 +84,9 @@ inline std::uint64_t* counts_of(thread_block* block) {
   return reinterpret_cast<std::uint64_t*>(reinterpret_cast<std::byte*>(block) + thread_counts_offset);
 }
 
+/// The list of all blocks.
+extern thread_block* thread_blocks;
+
 /// Calls `body` with each thread's block, of those too that have ended and not been reused. Call with all signals
 /// blocked.
 void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument);

@@ -75,6 +75,25 @@ void count_without_site(bool for_lack_of_room);
 /// Whether sites are patched. Once, at start.
 void start_sites(bool patches);
 
+/// The code of each entry, in the order in which they were made.
+struct entry_place {
+  std::uint64_t begin, tail, end;
+  site* owner;
+};
+extern entry_place* entries;
+extern std::atomic<std::size_t> entry_count;
+
+/// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long, and sites of
+/// longer ones are the program's own words again. Returns false, with nothing done, if the lock is taken.
+bool sites_are_debugged();
+
+/// Gives all instructions of ours between two addresses their entries, so that a debugger may step over them. Returns
+/// false, with nothing done, if the lock is taken.
+bool prepare_sites(std::uint32_t* from, std::uint32_t* to);
+
+/// What a debugger puts in the place of an instruction: brk #0.
+inline constexpr std::uint32_t breakpoint_word = 0xd4200000;
+
 /// Gives the site an entry and patches the program to branch there, if that can be.
 void patch_site(site* s);
 
