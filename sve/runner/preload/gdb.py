@@ -208,7 +208,8 @@ class EntryUnwinder(gdb.unwinder.Unwinder):
     def unwound(pending, live, frame_id, values, vectors):
         info = pending.create_unwind_info(frame_id)
         for name, register in live.items():
-            info.add_saved_register(name, gdb.Value(values[name]).cast(register.type))
+            size = register.type.sizeof
+            info.add_saved_register(name, gdb.Value((values[name] & (1 << 8 * size) - 1).to_bytes(size, "little"), register.type))
         for n, value in enumerate(vectors):
             info.add_saved_register(f"v{n}", gdb.Value(value, pending.read_register(f"v{n}").type))
         return info
@@ -218,7 +219,6 @@ class EntryUnwinder(gdb.unwinder.Unwinder):
         names = [f"x{i}" for i in range(31)] + ["sp", "pc", "cpsr"]
         values = dict(zip(names, struct.unpack("<34Q", memory(frame + GENERAL_REGISTERS, 272))))
         live["cpsr"] = pending.read_register("cpsr")
-        values["cpsr"] &= 2**32 - 1
         at = find_record(frame, FPSIMD_MAGIC)
         vectors = memory(at + 16, 512)
         lows = [vectors[i:i + 16] for i in range(0, 512, 16)]
@@ -235,15 +235,15 @@ class Registers:
             raise gdb.GdbError("this thread has no SVE registers: it does not run under sve-run, or not yet")
         self.frame = gdb.selected_frame()
         self.state = self.block + self.runner.state
-        in_entry = word(self.block + self.runner.running) != 0
-        self.low_in_state = in_entry and self.frame == gdb.newest_frame()
-        self.record = None  # 0: one that is only a head
+        self.record = self.signal_frame = None  # 0: one that is only a head
         newer = self.frame.newer()
         while newer and self.record is None:
             if newer.pc() == self.runner.handler_return:
-                at = find_record(int(newer.read_register("sp")), SVE_MAGIC)
+                self.signal_frame = int(newer.read_register("sp"))
+                at = find_record(self.signal_frame, SVE_MAGIC)
                 self.record = at if at and struct.unpack("<I", memory(at + 4, 4))[0] > 16 else 0
             newer = newer.newer()
+        self.low_in_state = self.record is None and word(self.block + self.runner.running) != 0
 
     def z_at(self, n):
         return self.record + 16 + VECTOR * n if self.record else self.state + self.runner.z + VECTOR * n
@@ -264,6 +264,8 @@ class Registers:
         inferior.write_memory(self.z_at(n) + 16, value[16:])
         if self.low_in_state:
             inferior.write_memory(self.z_at(n), value[:16])
+        elif self.record:
+            inferior.write_memory(find_record(self.signal_frame, FPSIMD_MAGIC) + 16 + 16 * n, value[:16])
         else:
             for i in range(16):
                 gdb.execute(f"set var $v{n}.b.u[{i}] = {value[i]}", to_string=True)
@@ -295,6 +297,9 @@ class Registers:
 
     def use(self):
         gdb.selected_inferior().write_memory(self.block + self.runner.used, struct.pack("<I", 1))
+        level = self.frame.level()
+        gdb.invalidate_cached_frames()
+        gdb.execute(f"frame level {level}", to_string=True)
 
 
 def by_element(flags):
@@ -328,12 +333,12 @@ class StopFunction(gdb.Function):
     def invoke(self):
         runner = Runner.current()
         pc = gdb.newest_frame().pc()
-        if not runner or word(runner.end_is_near) != 0:
+        if not runner:
             return True
         if pc == runner.handler_return or runner.save <= pc < runner.left or runner.entry_of(pc):
             return False
         if gdb.solib_name(pc) == gdb.solib_name(runner.save):
-            return False
+            return word(runner.end_is_near) != 0
         try:
             (instruction,) = struct.unpack("<I", memory(pc, 4))
         except gdb.MemoryError:
