@@ -303,7 +303,10 @@ void on_stack(std::size_t size, unsigned flags) {
 void stacks() {
   std::printf("least %ld, and by libc %ld, usual %ld\n", static_cast<long>(getauxval(AT_MINSIGSTKSZ)),
               sysconf(_SC_MINSIGSTKSZ), sysconf(_SC_SIGSTKSZ));
-  stack_memory = mmap(nullptr, 65536, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  // With nothing below it, so that a handler that does not fit faults.
+  auto* const memory = static_cast<char*>(mmap(nullptr, 131072, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  stack_memory = memory + 65536;
+  mprotect(stack_memory, 65536, PROT_READ | PROT_WRITE);
   for (const std::size_t size : {5119, 5120, 65536}) on_stack(size, 0);
   for (const unsigned flags : {SS_AUTODISARM, unsigned{SS_ONSTACK}, unsigned{SS_DISABLE}, 4u}) on_stack(65536, flags);
 }
