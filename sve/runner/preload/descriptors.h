@@ -18,6 +18,8 @@ class KeptFile {
   void take(int fd);
   /// The descriptor if it still refers to that file, -1 otherwise.
   int get() const { return refers(fd_) ? fd_ : -1; }
+  /// The same without asking: -1 only if nothing was kept.
+  int number() const { return fd_; }
   /// Whether `fd` refers to the file.
   bool refers(int fd) const;
 

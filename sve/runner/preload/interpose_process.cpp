@@ -376,6 +376,9 @@ int prctl(int option, ...) noexcept {
   va_end(list);
   if (announces() && option == PR_SVE_GET_VL) return vector_length();
   if (announces() && option == PR_SVE_SET_VL) return request_vector_length(a[0]);
+  // Before a program filters its system calls it gives up what new programs could gain, and then it may load its filter
+  // by a raw system call.
+  if (option == PR_SET_SECCOMP || option == PR_SET_NO_NEW_PRIVS) sandbox_begins();
   return real.prctl(option, a[0], a[1], a[2], a[3]);
 }
 

@@ -103,6 +103,16 @@ void report_at_exit(void*) { report(); }
 }  // namespace
 
 bool is_active() { return active; }
+
+namespace {
+std::atomic<bool> sandboxed{false};
+}
+bool is_sandboxed() { return sandboxed.load(std::memory_order_relaxed); }
+void sandbox_begins() {
+  if (!active) return;
+  need_thread_block();
+  sandboxed = true;
+}
 bool announces() { return active && options.announce; }
 const char* library_path() { return own_path; }
 const char* options_text() { return all_options; }

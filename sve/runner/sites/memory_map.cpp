@@ -50,7 +50,8 @@ bool MappingReader::next(mapping& m) {
   m.executable = get() == 'x';
   m.is_private = get() == 'p';
   get();
-  while ((c = get()) >= 0 && c != ' ') m.offset = m.offset << 4 | static_cast<unsigned>(c <= '9' ? c - '0' : c - 'a' + 10);
+  while ((c = get()) >= 0 && c != ' ')
+    m.offset = m.offset << 4 | static_cast<unsigned>(c <= '9' ? c - '0' : c - 'a' + 10);
   // The name begins a path or a word in brackets.
   std::size_t size = 0;
   while ((c = get()) >= 0 && c != '\n') {

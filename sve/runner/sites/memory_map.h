@@ -9,7 +9,7 @@ namespace sve::runner {
 struct mapping {
   std::uintptr_t begin = 0, end = 0;
   bool readable = false, writable = false, executable = false, is_private = false;
-  bool is_stack = false;  ///< the main thread's, which grows downwards into the gap below it
+  bool is_stack = false;     ///< the main thread's, which grows downwards into the gap below it
   std::uint64_t offset = 0;  ///< in the file that is mapped
 };
 

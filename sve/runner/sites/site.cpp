@@ -75,8 +75,8 @@ std::uint32_t own_word(const std::uint32_t* at) {
   return word;
 }
 
-// The same where a run begins. What has trapped there is no breakpoint: if one stands there now, a debugger has executed
-// the program's own word and put the breakpoint back before the trap was served.
+// The same where a run begins. What has trapped there is no breakpoint: if one stands there now, a debugger has
+// executed the program's own word and put the breakpoint back before the trap was served.
 std::uint32_t first_word(const std::uint32_t* at) {
   std::uint32_t word = own_word(at);
   if (word != breakpoint_word) return word;
@@ -146,6 +146,8 @@ site* make(std::uint32_t* address) {
 }
 
 }  // namespace
+
+site* find_site(std::uint32_t* address) { return find(address); }
 
 site* need_site(std::uint32_t* address) {
   if (site* s = find(address)) return s;

@@ -34,6 +34,9 @@ struct site {
 /// none does, or memory has run out. Callable from a signal handler, with all signals blocked.
 site* need_site(std::uint32_t* address);
 
+/// The same, if it is there already.
+site* find_site(std::uint32_t* address);
+
 /// The site whose entry holds `pc`; null if there is none. `is_tail` tells of its end, behind the restoring of the
 /// program's registers.
 site* site_of_entry(std::uintptr_t pc, bool& is_tail);
@@ -83,8 +86,8 @@ struct entry_place {
 extern entry_place* entries;
 extern std::atomic<std::size_t> entry_count;
 
-/// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long, and sites of
-/// longer ones are the program's own words again. Returns false, with nothing done, if the lock is taken.
+/// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long, and sites
+/// of longer ones are the program's own words again. Returns false, with nothing done, if the lock is taken.
 bool sites_are_debugged();
 
 /// Gives all instructions of ours between two addresses their entries, so that a debugger may step over them. Returns
