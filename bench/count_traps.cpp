@@ -26,6 +26,8 @@ void count(const char* name, void (*given)()) {
   id += 2;
 }
 
+unsigned char room[112];
+
 }  // namespace
 
 int main(int argc, char**) {
@@ -36,5 +38,16 @@ int main(int argc, char**) {
   count("ptrue p, alone", RUN_OF(1, "ptrue p0.b"));
   count("add z.s, alone", RUN_OF(1, "add z1.s, p0/m, z1.s, z2.s"));
   count("add z.s, run of 16", RUN_OF(16, "add z1.s, p0/m, z1.s, z2.s"));
+  // Met for the first time: the trap, the translation and the run, of as many loops' bodies.
+  bench::mark(id);
+  asm volatile(
+      ".arch_extension sve\n.rept 64\nld1w {z1.s}, p0/z, [%0]\nld1w {z2.s}, p0/z, [%0]\n"
+      "fmad z1.s, p0/m, z2.s, z1.s\nst1w {z1.s}, p0, [%0]\nadd x9, x9, #28\nwhilelo p0.s, w9, w9\nb 1f\n1:\n.endr\n"
+      :
+      : "r"(room)
+      : "x9", "v1", "v2", "cc", "memory");
+  bench::mark(id + 1);
+  std::printf("%u meeting 64 loops\n", id);
+  id += 2;
   count("whilelt p.b, run of 16", RUN_OF(16, "whilelt p1.b, xzr, x9"));
 }

@@ -7,23 +7,28 @@ target_compile_features(sve_stats_896 INTERFACE cxx_std_20)
 sve_link_whole_model(sve_stats_896)
 set_target_properties(sve_stats_896 PROPERTIES
   LINKER_LANGUAGE CXX
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
   LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 target_link_options(sve_stats_896 PRIVATE
   -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map -Wl,-Bsymbolic-functions)
 
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/sve_stats_896)
-install(TARGETS sve_stats_896 EXPORT sve_stats_896 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(EXPORT sve_stats_896 NAMESPACE sve_stats_896:: DESTINATION ${package_dir})
+install(TARGETS sve_stats_896 EXPORT sve_stats_896 
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+install(EXPORT sve_stats_896 NAMESPACE sve_stats_896:: DESTINATION ${package_dir} COMPONENT development)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/sve_stats_896-config.cmake.in
   ${PROJECT_BINARY_DIR}/sve_stats_896-config.cmake INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/sve_stats_896-config-version.cmake
   COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/sve_stats_896-config.cmake ${PROJECT_BINARY_DIR}/sve_stats_896-config-version.cmake
-        DESTINATION ${package_dir})
+        DESTINATION ${package_dir} COMPONENT development)
 
+# Found from where it lies, so that an installation can be moved.
+file(RELATIVE_PATH SVE_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/sve_stats_896.pc.in ${PROJECT_BINARY_DIR}/sve_stats_896.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/sve_stats_896.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/sve_stats_896.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # The headers that describe what is exported, and what these include.
 set(public_headers
@@ -34,5 +39,6 @@ set(public_headers
   veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/types.h)
 foreach(header ${public_headers})
   get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/sve/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sve/${folder})
+  install(FILES ${PROJECT_SOURCE_DIR}/sve/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sve/${folder}
+          COMPONENT development)
 endforeach()

@@ -92,6 +92,9 @@ fetch_kernel() {
   mv "$place/system.part" "$place/system.cpio"
 }
 
+# What checks the packages, and makes a root of Debian to install them in.
+install_package_tools() { need mmdebstrap lintian dpkg-dev; }
+
 # With a compiler cache when there is one, unless the caller has chosen a launcher.
 use_ccache() {
   command -v ccache > /dev/null || return 0

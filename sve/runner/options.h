@@ -18,6 +18,8 @@ inline constexpr char client_name[] = "libsve_stats_896.so";
 inline constexpr std::string_view quiet_word = "quiet";
 inline constexpr std::string_view no_announce_word = "no-announce";
 inline constexpr std::string_view no_patch_word = "no-patch";
+inline constexpr std::string_view handlers_word = "handlers";
+inline constexpr std::string_view trace_word = "trace-translation";
 /// Followed by the id of the process that has begun its file of counts, in `begun_width` digits that it fills in
 /// itself: after an exec it goes on with that file. There when the file's name holds a %p.
 inline constexpr std::string_view begun_word = "begun=";

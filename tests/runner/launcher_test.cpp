@@ -53,6 +53,10 @@ TEST(CommandLine, OptionsForTheLibrary) {
   EXPECT_EQ(value({"p"}), "");
   EXPECT_EQ(value({"--quiet", "p"}), "quiet");
   EXPECT_EQ(value({"--counts", "p"}), "counts");
+  EXPECT_EQ(value({"--translate=native", "p"}), "");
+  EXPECT_EQ(value({"--translate", "handlers", "--trace-translation", "p"}), "handlers:trace-translation");
+  EXPECT_EQ(value({"--translate=off", "p"}), "no-patch");
+  EXPECT_EQ(value({"--no-patch", "--translate=off", "p"}), "no-patch");
   EXPECT_EQ(value({"--counts=f", "--no-announce", "-q", "p"}), "quiet:no-announce:counts=f");
   EXPECT_EQ(value({"--counts=f.%p", "p"}), "begun=0000000000:counts=f.%p");
 }
@@ -69,6 +73,7 @@ TEST(CommandLine, ErrorsAreOneLine) {
       {{"-z", "prog"}, "-z"},
       {{"--quiet=perhaps", "prog"}, "quiet"},
       {{"--platform=nonesuch", "prog"}, "nonesuch"},
+      {{"--translate=nonesuch", "prog"}, "nonesuch"},
   };
   for (const auto& c : cases) {
     const auto parsed = parse_command_line(c.arguments);

@@ -23,6 +23,7 @@ class code_buffer {
   bool is_good() const { return good_; }
   std::size_t size() const { return size_; }
   const word* words() const { return words_; }
+  void spoil() { good_ = false; }
   /// Where the next word will lie.
   std::uint64_t here() const { return address_ + 4 * size_; }
 
@@ -32,9 +33,18 @@ class code_buffer {
     else
       good_ = false;
   }
+  // Inlined, so that of a form that is known there where it is put no more is left than its own fields.
   template <class... Operands>
-  void put(const form& f, Operands... operands) {
+  [[gnu::always_inline]] void put(const form& f, Operands... operands) {
     put(encoded(f, static_cast<std::int64_t>(operands)...));
+  }
+  /// Goes back to where the buffer had `size` words. Not across a load of a constant.
+  void truncate(std::size_t size) { size_ = size; }
+  /// Lets the branch at word `at`, of this form, whose offset is its field `i`, go to what comes next.
+  void aim(std::size_t at, const form& f, int i) {
+    const auto distance = static_cast<std::int64_t>(4 * (size_ - at));
+    good_ = good_ && fits(f.fields[i], distance);
+    if (good_) words_[at] |= encode_field(f.fields[i], distance);
   }
   void branch(std::uint64_t target) { put(b, static_cast<std::int64_t>(target - here())); }
 
@@ -59,13 +69,16 @@ class code_buffer {
   static constexpr std::size_t most_literals = 512;
 
   template <class... Operands>
-  word encoded(const form& f, Operands... given) {
-    const std::int64_t operands[4] = {given...};
+  [[gnu::always_inline]] word encoded(const form& f, Operands... given) {
     word w = f.base;
-    for (int i = 0; i < 4; ++i) {
-      good_ = good_ && fits(f.fields[i], operands[i]);
-      w |= encode_field(f.fields[i], operands[i]);
-    }
+    bool good = true;
+    int i = 0;
+    const auto add = [&](std::int64_t operand) __attribute__((always_inline)) {
+      good &= fits(f.fields[i], operand);
+      w |= encode_field(f.fields[i++], operand);
+    };
+    (add(given), ...);
+    good_ &= good;
     return w;
   }
 

@@ -31,16 +31,68 @@ constexpr field simm(unsigned char low, unsigned char width, unsigned char scale
 
 /// Whether a field can hold the operand.
 constexpr bool fits(const field& f, std::int64_t operand) {
-  if (operand & ((std::int64_t{1} << f.scale) - 1)) return false;
-  const std::int64_t value = operand >> f.scale;
-  if (f.width == 0) return operand == 0;
-  const std::int64_t half = std::int64_t{1} << (f.width - 1);
-  return f.is_signed ? value >= -half && value < half : value >= 0 && value < 2 * half;
+  // The multiple of 1 << `scale` in whose range of 1 << `width` from the least one it must lie.
+  const std::uint64_t least = f.is_signed ? std::uint64_t{1} << (f.width - 1 + f.scale) : 0;
+  const std::uint64_t above = ~std::uint64_t{0} << (f.width + f.scale), below = (std::uint64_t{1} << f.scale) - 1;
+  return ((static_cast<std::uint64_t>(operand) + least) & (above | below)) == 0;
 }
 
 constexpr word encode_field(const field& f, std::int64_t operand) {
   return (static_cast<word>(operand >> f.scale) & ((word{1} << f.width) - 1)) << f.low;
 }
+
+// ---- Vector instructions of several element sizes ----
+
+enum class vector_kind : std::uint8_t {
+  three,         ///< v, v, v
+  two,           ///< v, v
+  two_and_zero,  ///< v, v, #0
+  across,        ///< a scalar of the element's size, v
+  narrow,        ///< elements of twice the size to the low half
+  left,          ///< v, v, number
+  right,
+  wide,       ///< elements of the low half to twice the size
+  wide_high,  ///< of the high half
+  structure,  ///< registers from v on, [x], by as much as they hold
+  fp_three,   ///< as `three`, half precision encoded apart
+  fp_two
+};
+
+struct vector_form {
+  const char* name;
+  vector_kind kind;
+  std::uint8_t sizes;  ///< which exist, bit 0 bytes
+  word base;
+};
+
+/// The word for elements of `size`, 0 bytes to 3 doublewords; `m` is the second source or the number of a shift.
+constexpr word encode(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
+  word w = f.base | d | n << 5;
+  switch (f.kind) {
+    case vector_kind::three:
+      return w | size << 22 | m << 16;
+    case vector_kind::left:
+      return w | ((8u << size) + m) << 16;
+    case vector_kind::right:
+      return w | ((16u << size) - m) << 16;
+    case vector_kind::wide:
+    case vector_kind::wide_high:
+      return w | 8u << size << 16;
+    case vector_kind::structure:
+      return w | size << 10;
+    case vector_kind::fp_three:
+      return size == 1 ? (w ^ 0x0060c000) | m << 16 : w | (size == 3 ? 1u << 22 : 0) | m << 16;
+    case vector_kind::fp_two:
+      return size == 1 ? w ^ 0x00580000 : w | (size == 3 ? 1u << 22 : 0);
+    default:
+      return w | size << 22;
+  }
+}
+
+#define SVE_ARM64_VECTOR(name, kind, sizes, base) \
+  inline constexpr vector_form v_##name{#name, vector_kind::kind, sizes, base};
+#include "sve/runner/arm64/vector_forms.inc"
+#undef SVE_ARM64_VECTOR
 
 #define SVE_ARM64_FORM(name, syntax, base, ...) inline constexpr form name{syntax, base, {__VA_ARGS__}};
 #include "sve/runner/arm64/forms.inc"

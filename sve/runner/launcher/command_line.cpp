@@ -45,7 +45,8 @@ class HelpFormatter : public CLI::Formatter {
 
 // The options whose value may be the word behind them. That of --counts may be left away, so it stands behind a '='.
 bool takes_next_word(std::string_view option) {
-  return option == "--platform" || option == "--dynamorio" || option == "--dynamorio-options";
+  return option == "--platform" || option == "--dynamorio" || option == "--dynamorio-options" ||
+         option == "--translate";
 }
 
 }  // namespace
@@ -74,6 +75,16 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.add_flag_callback(
       "--no-patch", [&line] { line.patch = false; },
       "Leave the program's code as it is and serve every run by a trap, for programs that read their own code");
+  app.add_option("--translate", line.translate,
+                 "What a run becomes when it has been met: native, code of the processor's own instructions; handlers, "
+                 "calls of the model; or off, as --no-patch")
+      ->type_name("HOW")
+      ->check([](const std::string& how) {
+        return how == "native" || how == "handlers" || how == "off"
+                   ? std::string()
+                   : "there is no translation " + how + ", only native, handlers and off";
+      });
+  app.add_flag("--trace-translation", line.trace_translation, "Print each run and the code made of it to stderr");
   std::string platform = "embedded";
   app.add_option("--platform", platform,
                  "How instructions are caught: embedded, a preloaded library that handles SIGILL; or dynamorio, the "
@@ -91,7 +102,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
       ->type_name("OPTIONS");
   std::string counts;
   auto* counts_option = app.add_option("--counts", counts,
-                                       "Print each instruction's address, word and count at exit, to stderr or FILE; "
+                                       "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
                                        "%p in FILE is the process id")
                             ->type_name("[=FILE]")
                             ->expected(0, 1)
@@ -142,7 +153,9 @@ std::string options_value(const command_line& line) {
   };
   if (line.quiet) add(quiet_word);
   if (!line.announce) add(no_announce_word);
-  if (!line.patch) add(no_patch_word);
+  if (!line.patch || line.translate == "off") add(no_patch_word);
+  if (line.translate == "handlers") add(handlers_word);
+  if (line.trace_translation) add(trace_word);
   if (line.counts_file.find("%p") != std::string::npos) add(std::string(begun_word) + std::string(begun_width, '0'));
   if (line.counts) add(std::string(counts_word) + (line.counts_file.empty() ? "" : "=" + line.counts_file));
   return value;

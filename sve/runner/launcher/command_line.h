@@ -10,6 +10,8 @@ struct command_line {
   bool quiet = false;
   bool announce = true;
   bool patch = true;
+  std::string translate = "native";  ///< or handlers, or off
+  bool trace_translation = false;
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
   bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one

@@ -26,6 +26,14 @@ using namespace sve::runner;
 
 bool processor_has_sve() { return (getauxval(AT_HWCAP) & hwcap_sve) != 0; }
 
+// Where this program lies. A changed root may have no /proc; then by the path that it was started by.
+std::filesystem::path own_directory() {
+  std::error_code error;
+  auto path = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) path = std::filesystem::canonical(reinterpret_cast<const char*>(getauxval(AT_EXECFN)), error);
+  return path.parent_path();
+}
+
 // Another sve-run is statically linked, and starts its program under the library itself.
 bool is_sve_run(const std::string& path) { return std::filesystem::path(path).filename() == "sve-run"; }
 
@@ -46,8 +54,7 @@ int run(const std::string& path, const std::vector<std::string>& words) {
 }
 
 int run_under_dynamorio(const command_line& line, const std::string& program) {
-  std::error_code error;
-  const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  const auto here = own_directory();
   const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
   const finding home = find_dynamorio(
       line.dynamorio_home, [](const char* name) { return std::getenv(name); }, readable);
@@ -62,8 +69,7 @@ int run_under_dynamorio(const command_line& line, const std::string& program) {
 
 // Beside this program, as in a build tree, or where it is installed.
 std::optional<std::string> find_library() {
-  std::error_code error;
-  const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+  const auto here = own_directory();
   for (const auto& directory : {here, here / SVE_LIBRARY_FROM_PROGRAM}) {
     const auto path = (directory / library_name).lexically_normal();
     if (access(path.c_str(), R_OK) == 0) return path.string();

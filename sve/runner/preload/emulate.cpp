@@ -8,6 +8,7 @@
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/process.h"
 #include "sve/runner/preload/text.h"
+#include "sve/runner/sites/offsets.h"
 #include "sve/runner/sites/site.h"
 
 namespace sve::runner {
@@ -33,11 +34,12 @@ void execute(cpu_state* state, std::uint32_t word, decode_handler handle, site* 
   ++state->pc;
 }
 
+// With a site, its run, up to the first instruction that is not of SVE; without one, as far as there are such words.
 void run(cpu_state* state, site* s) {
   asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(static_cast<std::uint64_t>(state->fpcr)),
                "r"(static_cast<std::uint64_t>(state->fpsr)));
   if (s) {
-    for (std::size_t i = 0; i < s->count; ++i) execute(state, s->words[i], s->handlers[i], s);
+    for (std::size_t i = 0; i < s->count && s->handlers[i]; ++i) execute(state, s->words[i], s->handlers[i], s);
     return;
   }
   do {
@@ -47,6 +49,38 @@ void run(cpu_state* state, site* s) {
     execute(state, word, handle, nullptr);
     count_without_site(!is_sandboxed() && !in_borrowed_memory());
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
+}
+
+// A call, so that the compiler sees that `guarded` may be left by it.
+[[gnu::noipa]] void touch(std::uint64_t at) {
+  auto* byte = reinterpret_cast<volatile std::uint8_t*>(at);
+  *byte = *byte;
+}
+
+// Whether the program's stack has what an entry takes of it.
+bool has_room_to_push(thread_block* block) {
+  const std::uint64_t sp = block->state.sp;
+  return guarded(block, [sp] {
+    touch(sp - SVE_ENTRY_PUSHED);
+    touch(sp - 1);
+  });
+}
+
+// What native code asks of predicates.
+void learn_full_predicates(thread_block* block) {
+  if (translation_of_sites() != translation::native) return;
+  for (unsigned n = 0; n < 16; ++n) {
+    std::uint64_t all = ~std::uint64_t{0};
+    for (std::size_t i = 0; i < vector_bytes; i += 8) {
+      std::uint64_t bytes;
+      std::memcpy(&bytes, block->state.p[n] + i, 8);
+      all &= bytes;
+    }
+    constexpr std::uint64_t firsts[] = {0x0101010101010101, 0x0001000100010001, 0x0000000100000001, 1};
+    block->full[n] = 0;
+    for (unsigned size = 0; size < 4; ++size)
+      if ((all & firsts[size]) == firsts[size]) block->full[n] |= 1u << size;
+  }
 }
 
 }  // namespace
@@ -64,9 +98,16 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   // Another thread may have patched it since it trapped here.
   if (!s && !handler_of(*start)) return is_patched(start);
   block->used_sve = true;
+  // A run that the handlers cannot execute to its end goes through its code from the first time on, unless the stack is
+  // used up. Met by a trap once more, it goes as far as it can.
+  if (s && s->has_scalars && s->entry == 0 && has_room_to_push(block)) {
+    patch_site(s);
+    if (is_patched(start)) return true;
+  }
   const bool faulted = !guarded(block, [=] { run(state, s); });
+  learn_full_predicates(block);
   if (s) {
-    if (faulted) {
+    if (faulted || state->pc != s->end()) {
       // Not patched yet: the program's handler may look at the instruction.
       count_partial(s, static_cast<std::size_t>(state->pc - start));
     } else {

@@ -111,6 +111,7 @@ void write_sve_record(std::uint8_t* at, const thread_block* block, const fpsimd_
 void read_sve_record(const std::uint8_t* at, thread_block* block) {
   cpu_state& state = block->state;
   block->used_sve = at != nullptr;
+  std::memset(block->full, 0, sizeof block->full);
   if (!at) {
     std::memset(state.z, 0, sizeof state.z);
     std::memset(state.p, 0, sizeof state.p);
@@ -206,6 +207,10 @@ void store_state(const cpu_state* state, ucontext_t* context) {
   fpsimd_context* vectors = fpsimd_record(context);
   vectors->fpsr = state->fpsr;
   for (int n = 0; n < 32; ++n) std::memcpy(&vectors->vregs[n], state->z[n], sizeof vectors->vregs[n]);
+}
+
+void store_vector(ucontext_t* context, unsigned n, const std::uint8_t (&bytes)[16]) {
+  std::memcpy(&fpsimd_record(context)->vregs[n], bytes, sizeof bytes);
 }
 
 frame_place place_frame(const thread_block* block, const ucontext_t* context, std::uintptr_t top) {

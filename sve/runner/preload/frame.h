@@ -24,6 +24,9 @@ void load_state(cpu_state* state, const ucontext_t* context);
 /// The way back. FPCR is the program's own and no instruction of ours changes it.
 void store_state(const cpu_state* state, ucontext_t* context);
 
+/// Changes Vn alone.
+void store_vector(ucontext_t* context, unsigned n, const std::uint8_t (&bytes)[16]);
+
 /// The frame's mask, and the kernel's part of it alone.
 inline signal_bits saved_mask(const ucontext_t* context) { return to_bits(context->uc_sigmask); }
 inline void set_saved_mask(ucontext_t* context, signal_bits mask) { context->uc_sigmask = to_set(mask); }

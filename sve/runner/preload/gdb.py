@@ -75,8 +75,8 @@ class Runner:
         """Where the entry begins whose code `pc` is in, and the address behind its run; None outside of entries."""
         count = word(self.entry_count)
         if count > len(self.entry_list):
-            self.entry_list = list(struct.iter_unpack("<4Q", memory(word(self.entries), 32 * count)))
-        for begin, _, end, site in self.entry_list:
+            self.entry_list = list(struct.iter_unpack("<3Q", memory(word(self.entries), 24 * count)))
+        for begin, end, site in self.entry_list:
             if begin <= pc < end:
                 address = word(site + self.site_address)
                 return begin, address + 4 * struct.unpack("<I", memory(site + self.site_count, 4))[0]
@@ -190,7 +190,9 @@ class EntryUnwinder(gdb.unwinder.Unwinder):
             return None
         begin, end = entry
         block = runner.block()
-        is_whole = block and (word(block + runner.running) != 0 or runner.leaving <= pc < runner.left)
+        # Behind its head, in which it pushes and saves registers, an entry keeps them in the thread's state.
+        is_head = pc < begin + 64 or runner.save <= pc < runner.leaving
+        is_whole = block and (word(block + runner.running) != 0 or not is_head)
         vectors = b""
         if is_whole:
             state = block + runner.state
@@ -198,7 +200,7 @@ class EntryUnwinder(gdb.unwinder.Unwinder):
             value.update(zip(names, struct.unpack("<32Q", memory(state + runner.x, 256))))
             vectors = memory(state + runner.z, 32 * VECTOR)
         elif pc != begin:
-            value["x0"], value["x1"], value["x30"] = struct.unpack("<3Q", memory(value["sp"], 24))
+            value["x0"], value["x30"] = struct.unpack("<2Q", memory(value["sp"], 16))
             value["sp"] += 32
         value["pc"] = end
         lows = [vectors[i:i + 16] for i in range(0, len(vectors), VECTOR)]

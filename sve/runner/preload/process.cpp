@@ -32,6 +32,8 @@ struct process_options {
   bool quiet = false;
   bool announce = true;
   bool patch = true;
+  translation how = translation::native;
+  bool trace = false;
   bool counts = false;
   bool counts_begun = false;  ///< this process, before an exec, has begun its file
   char counts_file[4096] = "";
@@ -72,6 +74,8 @@ void read_options() {
     if (word == quiet_word) options.quiet = true;
     if (word == no_announce_word) options.announce = false;
     if (word == no_patch_word) options.patch = false;
+    if (word == handlers_word) options.how = translation::handlers;
+    if (word == trace_word) options.trace = true;
     if (word.starts_with(begun_word)) options.counts_begun = number(word.substr(begun_word.size())) == process_id;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
@@ -204,7 +208,7 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   if (!active) return;
   start_report(program_name, !options.quiet, options.counts, options.counts_file, options.counts_begun);
   mark_counts_begun();
-  start_sites(options.patch);
+  start_sites(options.patch, options.how, options.trace);
   // Programs that read the auxiliary vector themselves find SVE there too.
   if (options.announce) *features |= hwcap_sve;
   if (unsigned long* room = auxiliary_value(AT_MINSIGSTKSZ)) *room = std::max(*room, least_signal_stack);

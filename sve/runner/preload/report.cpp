@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "sve/decode/text.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/interpose.h"
@@ -64,7 +65,7 @@ int open_counts_file(int begin) {
 
 bool one_file_a_process() { return std::strstr(wanted.counts_file, "%p") != nullptr; }
 
-// The lines of dump_sve_stats, to any descriptor.
+// The lines of dump_sve_stats, to any descriptor, with the instructions' assembler text.
 int write_counts(int fd) {
   std::size_t size = 0;
   const counted_word* const words = collect_counts(size);
@@ -75,8 +76,10 @@ int write_counts(int fd) {
   Text<8192> lines;
   for (std::size_t i = 0; i < size; ++i) {
     lines.hex(reinterpret_cast<std::uintptr_t>(words[i].address)) << ": ";
-    lines.hex(words[i].word, 8) << " " << words[i].count << "\n";
-    if (lines.room() >= 64) continue;
+    char text[decode::max_text];
+    const bool is_known = !decode::text_of(words[i].word, text).empty();
+    lines.hex(words[i].word, 8) << " " << words[i].count << " " << (is_known ? text : "") << "\n";
+    if (lines.room() >= 64 + sizeof text) continue;
     if (const int error = write_quietly(fd, lines.data(), lines.size()); error != 0) return error;
     lines.clear();
   }

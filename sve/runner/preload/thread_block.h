@@ -36,11 +36,15 @@ struct thread_block {
   /// Whether this thread runs as a vforked child: `blocked` is the child's, and the parent puts its own back.
   unsigned long is_vforked;
 
-  cpu_state state;
   // These are written by entries of sites: see sites/offsets.h.
+  alignas(16) std::uint8_t borrowed_v[16][16];  ///< the program's values of registers that native code borrows
+  cpu_state state;
   std::uint64_t running;   ///< an entry's address if it executes a run now; `state` is whole between two instructions
   std::uint32_t pending;   ///< whether something waits for the run's end
-  std::uint32_t used_sve;  ///< whether `state` holds more than zeroes above the V registers
+  std::uint64_t used_sve;  ///< whether `state` holds more than zeroes above the V registers
+  std::uint32_t full[16];  ///< by predicate, for which sizes, a bit each, all elements are known to be active
+  std::uint64_t borrowed_x[8];
+  alignas(16) std::uint8_t gathered[vector_bytes];  ///< what is loaded element by element, until all of it is
 
   siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
   signal_bits deferred_mask;  ///< the program's mask, while everything waits
@@ -117,9 +121,9 @@ void wake_thread_for(int sig);
 bool has_other_threads();
 
 /// Runs `body`, which touches memory that is the program's. Returns false if a fault ended it, which `block->fault`
-/// tells of.
+/// tells of. No caller may know which registers it leaves alone: a fault leaves none.
 template <class Body>
-[[gnu::noinline]] bool guarded(thread_block* block, Body body) {
+[[gnu::noipa]] bool guarded(thread_block* block, Body body) {
   if (__builtin_setjmp(block->resume)) return false;
   block->is_guarded = true;
   std::atomic_signal_fence(std::memory_order_seq_cst);

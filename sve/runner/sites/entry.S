@@ -16,16 +16,13 @@
 \name:
         .endm
 
-// Called by an entry that has pushed X0, X1 and X30. Saves the program's registers and leaves X19 at the cpu_state and SP
-// on the runner's stack. A signal from here to the run's end waits for that end.
+// Called by an entry that has pushed X0 and X30 and got the thread's block into X0. Saves the program's registers and
+// leaves X19 at the cpu_state and SP on the runner's stack. A signal from here to the run's end waits for that end.
         .p2align 4
         define  sve_entry_save
-        mrs     x0, tpidr_el0
-        adrp    x1, :gottprel:_ZN3sve6runner17this_thread_blockE
-        ldr     x1, [x1, :gottprel_lo12:_ZN3sve6runner17this_thread_blockE]
-        ldr     x0, [x0, x1]
         cbz     x0, sve_entry_without_block
         add     x0, x0, #SVE_STATE_IN_BLOCK
+        str     x1, [x0, #8]
         stp     x2, x3, [x0, #16]
         stp     x4, x5, [x0, #32]
         stp     x6, x7, [x0, #48]
@@ -42,19 +39,17 @@
         stp     x28, x29, [x0, #224]
         mov     x19, x0
         each_v  str
-        ldp     x0, x1, [sp]
-        stp     x0, x1, [x19]
-        ldr     x0, [sp, #16]
-        add     x1, sp, #SVE_ENTRY_PUSHED
-        stp     x0, x1, [x19, #SVE_STATE_X30]
+        ldp     x1, x2, [sp]
+        str     x1, [x19]
+        add     x3, sp, #SVE_ENTRY_PUSHED
+        stp     x2, x3, [x19, #SVE_STATE_X30]
         mrs     x0, nzcv
         str     x0, [x19, #SVE_STATE_NZCV]
         mrs     x0, fpsr
         mrs     x1, fpcr
         orr     x0, x0, x1, lsl #32
         str     x0, [x19, #SVE_STATE_FPSR]
-        sub     x0, x19, #SVE_STATE_IN_BLOCK
-        mov     sp, x0
+        sub     sp, x19, #SVE_STATE_IN_BLOCK
         str     w30, [x19, #SVE_ENTRY_USED]
         str     x30, [x19, #SVE_ENTRY_RUNNING]
         ret
@@ -63,8 +58,8 @@
         define  sve_entry_without_block
         udf     #0
 
-// Called at an entry's end, with X19 at the cpu_state. Returns with the program's registers but X0, X1 and X30, which
-// stand at SP as at the entry's begin.
+// Called at an entry's end, with X19 at the cpu_state. Returns with the program's registers but X18, X19 and X30. X20 to
+// X29 are as they were: the handlers have preserved them, and what an instruction has written of them the entry loads.
         .p2align 4
         define  sve_entry_restore
         ldr     w0, [x19, #SVE_ENTRY_PENDING]
@@ -77,11 +72,8 @@
         msr     fpsr, x0
         ldr     x0, [x19, #SVE_STATE_NZCV]
         msr     nzcv, x0
-        ldp     x2, x3, [x19]
-        ldp     x0, x1, [x19, #SVE_STATE_X30]
-        stp     x2, x3, [x1, #-SVE_ENTRY_PUSHED]!
-        str     x0, [x1, #16]
-        mov     sp, x1
+        ldr     x0, [x19, #SVE_STATE_X30 + 8]
+        mov     sp, x0
         ldp     x2, x3, [x19, #16]
         ldp     x4, x5, [x19, #32]
         ldp     x6, x7, [x19, #48]
@@ -90,12 +82,7 @@
         ldp     x12, x13, [x19, #96]
         ldp     x14, x15, [x19, #112]
         ldp     x16, x17, [x19, #128]
-        ldp     x20, x21, [x19, #160]
-        ldp     x22, x23, [x19, #176]
-        ldp     x24, x25, [x19, #192]
-        ldp     x26, x27, [x19, #208]
-        ldp     x28, x29, [x19, #224]
-        ldp     x18, x19, [x19, #144]
+        ldp     x0, x1, [x19]
         ret
         define  sve_entry_left
 

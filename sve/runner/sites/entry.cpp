@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "sve/runner/arm64/code_buffer.h"
+#include "sve/decode/table.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/offsets.h"
 
@@ -26,13 +26,13 @@ static_assert(offsetof(thread_block, used_sve) == SVE_STATE_IN_BLOCK + SVE_ENTRY
 static_assert(offsetof(thread_block, running) == SVE_STATE_IN_BLOCK + SVE_ENTRY_RUNNING);
 static_assert(offsetof(thread_block, pending) == SVE_STATE_IN_BLOCK + SVE_ENTRY_PENDING);
 
-using buffer = code_buffer<most_entry_words>;
+using buffer = entry_buffer;
 
-constexpr unsigned sp = 31, state = 19, pc = 20;
+constexpr unsigned sp = 31, zero = 31, state = 19;
 
 void call(buffer& code, const void* function) {
-  code.load_x(1, reinterpret_cast<std::uint64_t>(function));
-  code.put(blr, 1);
+  code.load_x(30, reinterpret_cast<std::uint64_t>(function));
+  code.put(blr, 30);
 }
 
 // Adds one to this thread's count of the site.
@@ -44,37 +44,141 @@ void count(buffer& code, const site& s) {
   code.put(str_x, 0, 1, offset % 4096);
 }
 
-}  // namespace
+// What is known of the instructions' registers: predicates that handlers write are not known to be full any more.
+struct written_registers {
+  std::uint32_t x = 0;
+  std::uint16_t p = 0;
+};
+written_registers written_by(std::uint32_t word, decode_handler handle) {
+  written_registers written;
+  for (const decode::operand& o : find_row(handle)->operands()) {
+    if (!o.is_written()) continue;
+    if (o.kind == decode::operand_kind::p) written.p |= static_cast<std::uint16_t>(1u << o.number(word));
+    if (o.kind == decode::operand_kind::x || o.kind == decode::operand_kind::x_or_sp) written.x |= 1u << o.number(word);
+  }
+  return written;
+}
 
-bool make_entry(const site& s, std::uint64_t address, entry_code& made) {
-  static buffer code(0);
-  code.restart(address);
-  code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s)));
-  code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s) >> 32));
-  made.begin = code.size();
-  code.put(stp_x_pre, 0, 1, sp, -SVE_ENTRY_PUSHED);
-  code.put(str_x, 30, sp, 16);
+void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end, bool is_last) {
+  log.add(code.size(), code_event::heavy_begin, 0, first);
+  code.put(stp_x_pre, 0, 30, sp, -SVE_ENTRY_PUSHED);
+  put_thread_block(code, 0, 30);
   call(code, sve_entry_save);
-  code.load_x(pc, reinterpret_cast<std::uint64_t>(s.address));
-  for (std::size_t i = 0; i < s.count; ++i) {
+  std::uint32_t written = 0;
+  for (std::size_t i = first; i < end; ++i) {
+    const written_registers now = written_by(s.words[i], s.handlers[i]);
+    written |= now.x;
+    for (unsigned n = 0; n < 16; ++n)
+      if (now.p >> n & 1) code.put(str_w, zero, state, SVE_ENTRY_FULL + 4 * n);
+    code.load_x(3, reinterpret_cast<std::uint64_t>(s.address + i));
     code.load_x(1, s.words[i]);
-    code.put(str_x, pc, state, SVE_STATE_PC);
+    code.put(str_x, 3, state, SVE_STATE_PC);
     code.put(mov_x, 0, state);
     code.load_x(2, reinterpret_cast<std::uint64_t>(s.handlers[i]));
     code.put(blr, 2);
-    code.put(add_x_imm, pc, pc, 4);
   }
-  code.put(str_x, pc, state, SVE_STATE_PC);
-  count(code, s);
+  if (is_last) count(code, s);
   call(code, sve_entry_restore);
-  made.tail = code.size();
-  code.put(ldr_x, 30, sp, 16);
-  code.put(ldp_x_post, 0, 1, sp, SVE_ENTRY_PUSHED);
-  code.branch(reinterpret_cast<std::uint64_t>(s.end()));
-  code.finish();
-  made.words = code.words();
-  made.size = code.size();
-  return code.is_good();
+  log.add(code.size(), code_event::heavy_tail, is_last, end);
+  for (unsigned n = 20; n < 30; ++n)
+    if (written >> n & 1) code.put(ldr_x, n, state, 8 * n);
+  code.put(ldr_x, 30, state, SVE_STATE_X30);
+  code.put(ldp_x, 18, 19, state, 8 * 18);
+  if (is_last) code.branch(reinterpret_cast<std::uint64_t>(s.end()));
+}
+
+}  // namespace
+
+bool make_entry(const site& s, std::uint64_t address, translation how, entry_code& made) {
+  static constinit buffer code(0);
+  static constinit event_log log;
+  // What is too much for native code is left to handlers.
+  for (const bool is_native : {true, false}) {
+    if (is_native && how != translation::native) continue;
+    code.restart(address);
+    log.restart();
+    code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s)));
+    code.put(static_cast<word>(reinterpret_cast<std::uint64_t>(&s) >> 32));
+    made.begin = code.size();
+    if (is_native || s.has_scalars)
+      put_native(code, log, s, put_handlers, !is_native);
+    else
+      put_handlers(code, log, s, 0, s.count, true);
+    code.finish();
+    if (!code.is_good() || !log.is_good()) continue;
+    made.words = code.words();
+    made.size = code.size();
+    made.events = log.data();
+    made.event_count = log.size();
+    return true;
+  }
+  return false;
+}
+
+entry_position locate(const site& s, std::uintptr_t at) {
+  entry_position p;
+  const std::size_t place = (at - s.code) / 4;
+  const code_event* events = s.events.load(std::memory_order_acquire);
+  for (std::size_t k = 0; k < s.event_count && events[k].at <= place; ++k) {
+    const code_event& e = events[k];
+    switch (e.what) {
+      case code_event::light_begin:
+      case code_event::heavy_begin:
+        p = {};
+        p.is_light = e.what == code_event::light_begin;
+        p.is_begin = e.at == place;
+        p.instruction = e.value;
+        break;
+      case code_event::borrowed_low:
+        p.is_pushed = true;
+        p.is_begin = false;
+        p.low[e.value] = e.reg;
+        break;
+      case code_event::borrowed_x:
+        p.x |= 1u << e.reg;
+        p.x_slot[e.reg] = static_cast<std::uint8_t>(e.value);
+        break;
+      case code_event::borrowed_v:
+        p.v |= 1u << e.reg;
+        p.v_slot[e.reg] = static_cast<std::uint8_t>(e.value);
+        break;
+      case code_event::lent_z:
+        p.z |= 1u << e.reg;
+        break;
+      case code_event::returned_z:
+        p.z = 0;
+        break;
+      case code_event::instruction:
+        p.instruction = e.value;
+        break;
+      case code_event::leaving:
+        p.is_leaving = true;
+        p.is_last = e.reg;
+        p.x = p.v = p.z = 0;
+        break;
+      case code_event::counted:
+        p.is_counted = true;
+        break;
+      case code_event::popped:
+        p.is_pushed = false;
+        p.instruction = e.value;
+        break;
+      case code_event::waited:
+        p.waited = true;
+        p.without_block = false;
+        break;
+      case code_event::without_block:
+        p.without_block = true;
+        p.instruction = e.value;
+        break;
+      case code_event::heavy_tail:
+        p.is_leaving = true;
+        p.is_last = e.reg;
+        p.instruction = e.value;
+        break;
+    }
+  }
+  return p;
 }
 
 std::uint32_t branch_to(std::uint64_t from, std::uint64_t to) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "sve/runner/preload/frame.h"
+#include "sve/runner/sites/entry.h"
 #include "sve/runner/sites/offsets.h"
 #include "sve/runner/sites/patch.h"
 #include "sve/runner/sites/site.h"
@@ -26,14 +27,29 @@ void leave_run(thread_block* block, ucontext_t* context) {
   block->running = 0;
 }
 
-// X0, X1 and X30 stand where the entry has pushed them.
-void pop_pushed(ucontext_t* context) {
+// What the entry has pushed.
+void pop_pushed(ucontext_t* context, const std::uint8_t (&registers)[4]) {
   mcontext_t& machine = context->uc_mcontext;
   const auto* pushed = reinterpret_cast<const std::uint64_t*>(machine.sp);
-  machine.regs[0] = pushed[0];
-  machine.regs[1] = pushed[1];
-  machine.regs[30] = pushed[2];
+  for (unsigned k = 0; k < 4; ++k)
+    if (registers[k] < 31) machine.regs[registers[k]] = pushed[k];
   machine.sp += SVE_ENTRY_PUSHED;
+}
+constexpr std::uint8_t heavy_pushed[4] = {0, 30, 31, 31};
+
+// All registers become the program's at the instruction that the run has come to.
+void restore_registers(const thread_block* block, ucontext_t* context, const entry_position& at, const site* s) {
+  mcontext_t& machine = context->uc_mcontext;
+  if (at.is_pushed) pop_pushed(context, at.low);
+  for (unsigned n = 0; n < 32; ++n) {
+    if (at.x >> n & 1) machine.regs[n] = block->borrowed_x[at.x_slot[n]];
+    if (at.v >> n & 1) store_vector(context, n, block->borrowed_v[at.v_slot[n]]);
+    if (!(at.z >> n & 1)) continue;
+    std::uint8_t low[16];
+    std::memcpy(low, block->state.z[n], sizeof low);
+    store_vector(context, n, low);
+  }
+  machine.pc = reinterpret_cast<std::uintptr_t>(s->address + at.instruction);
 }
 
 interruption defer(thread_block* block, siginfo_t* info, ucontext_t* context) {
@@ -57,19 +73,28 @@ siginfo_t take_deferred(thread_block* block, ucontext_t* context) {
   return deferred;
 }
 
+// The handlers of a part are done, and `place` is in the part's end: the program goes on behind its last instruction. A
+// run that is over has been counted.
+void leave_part(thread_block* block, ucontext_t* context, std::uintptr_t place) {
+  site* const s = site_of_entry(place);
+  const entry_position at = locate(*s, place);
+  if (!at.is_last) count_partial(s, at.instruction);
+  block->state.pc = s->address + at.instruction;
+  leave_run(block, context);
+}
+
 interruption interrupt_body(thread_block* block, siginfo_t* info, ucontext_t* context,
                             bool (*answer)(int sig, void* context)) {
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
   if (context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(sve_entry_pending)) {
-    leave_run(block, context);
+    leave_part(block, context, context->uc_mcontext.regs[30]);
     *info = take_deferred(block, context);
     return interruption::delivered;
   }
   if (!is_fault) return defer(block, info, context);
   if (answer(info->si_signo, context)) return interruption::resumed;
   // The program's own data were not there. It hears of it as of a fault of the instruction that is now at `pc`.
-  bool is_tail;
-  site* const s = site_of_entry(block->running, is_tail);
+  site* const s = site_of_entry(block->running);
   count_partial(s, static_cast<std::size_t>(block->state.pc - s->address));
   leave_run(block, context);
   if (const siginfo_t deferred = take_deferred(block, context); deferred.si_signo != 0)
@@ -79,35 +104,75 @@ interruption interrupt_body(thread_block* block, siginfo_t* info, ucontext_t* co
 
 }  // namespace
 
+// In native code. There a fault is no more than a question: the handler of the instruction tells, as after a trap, what
+// it is, and whether it is one.
+interruption interrupt_native(thread_block* block, siginfo_t* info, ucontext_t* context, site* s,
+                              const entry_position& at) {
+  mcontext_t& machine = context->uc_mcontext;
+  const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
+  const auto leave = [&] {
+    restore_registers(block, context, at, s);
+    if (at.instruction != s->count) count_partial(s, at.instruction);
+  };
+  if (at.waited) {
+    pop_pushed(context, at.low);
+    machine.pc = reinterpret_cast<std::uintptr_t>(s->end());
+    ++counts_of(block)[s->index];
+    *info = take_deferred(block, context);
+    return interruption::delivered;
+  }
+  if (at.without_block || at.is_begin) {
+    leave();
+    return interruption::delivered;
+  }
+  if (at.is_leaving && at.is_last && !block->pending) {
+    restore_registers(block, context, at, s);
+    if (!at.is_counted) ++counts_of(block)[s->index];
+    machine.pc = reinterpret_cast<std::uintptr_t>(s->end());
+    return interruption::delivered;
+  }
+  if (!is_fault || !at.is_pushed) return is_fault ? interruption::none : defer(block, info, context);
+  leave();
+  if (const siginfo_t deferred = take_deferred(block, context); deferred.si_signo != 0)
+    kernel_resend(block->thread_id, deferred);
+  info->si_signo = SIGILL;
+  info->si_code = ILL_ILLOPC;
+  return interruption::delivered;
+}
+
 interruption interrupt_run(thread_block* block, siginfo_t* info, ucontext_t* context,
                            bool (*answer)(int sig, void* context)) {
   mcontext_t& machine = context->uc_mcontext;
   const auto pc = static_cast<std::uintptr_t>(machine.pc);
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
-  bool is_tail = false;
   if (is_fault && info->si_signo == SIGSEGV && reinterpret_cast<std::uintptr_t>(info->si_addr) == pc && was_in_work(pc))
     return interruption::resumed;
   if (is_within(pc, sve_entry_restore, sve_entry_left)) {
-    leave_run(block, context);
+    leave_part(block, context, machine.regs[30]);
     return interruption::delivered;
   }
   if (block->running != 0) return interrupt_body(block, info, context, answer);
   if (pc == reinterpret_cast<std::uintptr_t>(sve_entry_without_block)) {
-    const site* s = site_of_entry(machine.regs[30], is_tail);
-    pop_pushed(context);
-    machine.pc = reinterpret_cast<std::uintptr_t>(s->address);
+    site* s = site_of_entry(machine.regs[30]);
+    const entry_position at = locate(*s, machine.regs[30]);
+    pop_pushed(context, heavy_pushed);
+    machine.pc = reinterpret_cast<std::uintptr_t>(s->address + at.instruction);
+    count_partial(s, at.instruction);
     return interruption::delivered;
   }
   if (is_within(pc, sve_entry_save, sve_entry_without_block)) return defer(block, info, context);
-  const site* s = site_of_entry(pc, is_tail);
+  site* s = site_of_entry(pc);
   if (!s) return interruption::none;
-  if (is_tail) {
-    leave_run(block, context);
+  const entry_position at = locate(*s, pc);
+  if (at.is_light) return interrupt_native(block, info, context, s, at);
+  if (at.is_leaving) {
+    leave_part(block, context, pc);
     return interruption::delivered;
   }
   // At its first instructions an entry has done nothing yet, or cannot push.
-  if (pc == s->entry) {
-    machine.pc = reinterpret_cast<std::uintptr_t>(s->address);
+  if (at.is_begin) {
+    machine.pc = reinterpret_cast<std::uintptr_t>(s->address + at.instruction);
+    count_partial(s, at.instruction);
     return interruption::delivered;
   }
   return is_fault ? interruption::none : defer(block, info, context);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/decode/text.h"
 #include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
@@ -32,9 +33,12 @@ std::atomic<site*> buckets[bucket_count];
 std::atomic<std::size_t> count_of_sites{0};
 std::atomic<std::uint64_t> executions_without_site{0};
 site** by_index = nullptr;
-bool patching = false;
+bool patching = false, telling = false;
+translation translating = translation::handlers;
 
+// A debugger is there, and has no use for sites before this one.
 bool debugged = false;
+std::size_t first_debugged = 0;
 
 void* map(std::size_t size) {
   const long mapping = system_call(SYS_mmap, 0, static_cast<long>(size), PROT_READ | PROT_WRITE,
@@ -87,7 +91,7 @@ std::uint32_t first_word(const std::uint32_t* at) {
 }
 
 bool is_of(const site* s, const std::uint32_t* address) {
-  if (s->address != address || (debugged && s->count > 1)) return false;
+  if (s->address != address || s->index < first_debugged) return false;
   for (std::size_t i = 0; i < s->count; ++i)
     if ((i == 0 ? first_word(address) : own_word(address + i)) != s->words[i]) return false;
   return true;
@@ -113,14 +117,18 @@ site* make(std::uint32_t* address) {
   mapping m;
   const bool is_steady = !patching || (find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m) && !m.writable);
   const std::size_t most = is_steady && !debugged ? longest_run : 1;
+  // With native code, what simple scalar instructions part is one run.
+  const bool takes_scalars = patching && translating == translation::native && most > 1;
+  std::size_t taken = 0;
   do {
-    const std::uint32_t word = n == 0 ? first_word(address) : own_word(address + n);
+    const std::uint32_t word = taken == 0 ? first_word(address) : own_word(address + taken);
     const decode_handler handle = handler_of(word);
-    if (!handle) break;
-    words[n] = word;
-    handlers[n] = handle;
-    ++n;
-  } while (n < most && (reinterpret_cast<std::uintptr_t>(address + n) & page_mask) != 0);
+    if (!handle && (taken == 0 || !takes_scalars || !is_simple_scalar(word))) break;
+    words[taken] = word;
+    handlers[taken] = handle;
+    ++taken;
+    if (handle) n = taken;
+  } while (taken < most && (reinterpret_cast<std::uintptr_t>(address + taken) & page_mask) != 0);
   const std::size_t index = count_of_sites.load(std::memory_order_relaxed);
   if (n == 0 || index == most_sites) return nullptr;
   if (!by_index) by_index = static_cast<site**>(map(most_sites * sizeof(site*)));
@@ -137,6 +145,7 @@ site* make(std::uint32_t* address) {
   s->words = own_words;
   s->handlers = own_handlers;
   s->partial = partial;
+  s->has_scalars = std::find(handlers, handlers + n, nullptr) != handlers + n;
   std::atomic<site*>& bucket = bucket_of(address);
   s->next = bucket.load(std::memory_order_relaxed);
   by_index[index] = s;
@@ -176,13 +185,19 @@ void count_without_site(bool for_lack_of_room) {
     print_line("no memory for more counts; from here on new places count in the total alone");
 }
 
+// Of SVE, in the site's run.
+static std::uint64_t count_instructions(const site* s) {
+  return static_cast<std::uint64_t>(s->count - std::count(s->handlers, s->handlers + s->count, nullptr));
+}
+
 std::uint64_t count_executions() {
   std::uint64_t total = executions_without_site;
   const std::size_t n = count_of_sites.load(std::memory_order_acquire);
   for (std::size_t i = 0; i < n; ++i) {
     const site* s = by_index[i];
-    total += s->ended * s->count;
-    for (std::size_t k = 0; k < s->count; ++k) total += s->partial[k];
+    total += s->ended * count_instructions(s);
+    for (std::size_t k = 0; k < s->count; ++k)
+      if (s->handlers[k]) total += s->partial[k];
   }
   struct sum {
     std::size_t n;
@@ -192,7 +207,7 @@ std::uint64_t count_executions() {
       [](thread_block* block, void* argument) {
         auto* to = static_cast<sum*>(argument);
         const std::uint64_t* counts = counts_of(block);
-        for (std::size_t i = 0; i < to->n; ++i) to->total += counts[i] * by_index[i]->count;
+        for (std::size_t i = 0; i < to->n; ++i) to->total += counts[i] * count_instructions(by_index[i]);
       },
       &running);
   return total + running.total;
@@ -219,6 +234,7 @@ counted_word* collect_counts(std::size_t& size) {
   for (std::size_t i = 0; i < n; ++i) {
     const site* s = by_index[i];
     for (std::size_t k = 0; k < s->count; ++k) {
+      if (!s->handlers[k]) continue;
       const std::uint64_t count = runs.of[i] + s->ended + static_cast<std::uint64_t>(s->partial[k].load());
       if (count != 0) all[size++] = {s->address + k, s->words[k], count};
     }
@@ -259,13 +275,40 @@ void sites_after_fork_in_child() {
   if (patching) start_patching();
 }
 
-void start_sites(bool patches) {
+void start_sites(bool patches, translation how, bool tells) {
   patching = patches;
   debugged = is_traced();
+  translating = debugged ? translation::handlers : how;
+  telling = tells;
+  start_native();
   if (patching) start_patching();
 }
 
 namespace {
+
+// One line for each instruction of the run, and its code as words to be disassembled.
+void tell(const site* s, const entry_code& code) {
+  Text<160> line;
+  const auto print = [&] {
+    print_line(line.c_str());
+    line.clear();
+  };
+  (line << "site ").hex(reinterpret_cast<std::uintptr_t>(s->address)) << ", code at ";
+  line.hex(s->code + 4 * code.begin) << ", " << code.size - code.begin << " words";
+  print();
+  for (std::size_t i = 0; i < s->count; ++i) {
+    char text[decode::max_text];
+    line << "  ";
+    line.number(s->words[i], 16, 8) << "  ";
+    line << (s->handlers[i] ? decode::text_of(s->words[i], text) : "(as it is)");
+    print();
+  }
+  for (std::size_t i = code.begin; i < code.size; ++i) {
+    line << (i % 8 == code.begin % 8 ? "  code " : " ");
+    line.number(code.words[i], 16, 8);
+    if ((i + 1) % 8 == code.begin % 8 || i + 1 == code.size) print();
+  }
+}
 
 // The address of the site's code, made if need be; 0 if it cannot be.
 std::uint64_t need_entry(site* s) {
@@ -274,11 +317,18 @@ std::uint64_t need_entry(site* s) {
   const code_space space =
       entries ? reserve_code(reinterpret_cast<std::uintptr_t>(s->address), most_entry_words) : code_space{};
   entry_code code;
-  if (space.address == 0 || !make_entry(*s, space.address, code)) return 0;
+  if (space.address == 0 || !make_entry(*s, space.address, translating, code)) return 0;
+  auto* const events = allocate_array<code_event>(code.event_count);
+  if (!events) return 0;
+  std::memcpy(events, code.events, code.event_count * sizeof events[0]);
+  s->events.store(events, std::memory_order_release);
+  s->event_count = static_cast<std::uint32_t>(code.event_count);
+  s->code = space.address;
+  if (telling) tell(s, code);
   commit_code(space, code.words, code.size);
   const std::uint64_t entry = space.address + 4 * code.begin;
   const std::size_t n = entry_count.load(std::memory_order_relaxed);
-  entries[n] = {entry, space.address + 4 * code.tail, space.address + 4 * code.size, s};
+  entries[n] = {entry, space.address + 4 * code.size, s};
   entry_count.store(n + 1, std::memory_order_release);
   s->entry.store(entry, std::memory_order_release);
   return entry;
@@ -322,9 +372,11 @@ bool sites_are_debugged() {
   const SignalsBlocked signals;
   const std::unique_lock guard(lock, std::try_to_lock);
   if (!guard) return false;
+  if (debugged) return true;
   debugged = true;
-  for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); i < n; ++i)
-    if (by_index[i]->count > 1) restore(by_index[i]);
+  translating = translation::handlers;
+  first_debugged = count_of_sites.load(std::memory_order_relaxed);
+  for (std::size_t i = 0; i < first_debugged; ++i) restore(by_index[i]);
   return true;
 }
 
@@ -355,12 +407,13 @@ void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) 
   }
 }
 
-site* site_of_entry(std::uintptr_t pc, bool& is_tail) {
+translation translation_of_sites() { return translating; }
+
+site* site_of_entry(std::uintptr_t pc) {
   if (!is_own_code(pc)) return nullptr;
   for (std::size_t i = entry_count.load(std::memory_order_acquire); i > 0; --i) {
     const entry_place& e = entries[i - 1];
     if (pc < e.begin || pc >= e.end) continue;
-    is_tail = pc >= e.tail;
     return e.owner;
   }
   return nullptr;

@@ -24,8 +24,12 @@ struct site {
   std::atomic<std::uint32_t> patch;    ///< the word that stands at the address instead of the first one, 0 if none
   std::atomic<std::uint64_t> ended;    ///< executions of the whole run by threads that are gone
   std::atomic<std::int64_t>* partial;  ///< by instruction: executions in runs that did not come to their end
-  decode_handler* handlers;
+  decode_handler* handlers;            ///< null where a simple scalar instruction stands between those of SVE
   std::uint32_t* words;
+  bool has_scalars;
+  std::atomic<const struct code_event*> events;  ///< what can be told of its code; set before `entry`
+  std::uint32_t event_count;
+  std::uint64_t code;  ///< the address of its code's first word
 
   std::uint32_t* end() const { return address + count; }
 };
@@ -37,9 +41,8 @@ site* need_site(std::uint32_t* address);
 /// The same, if it is there already.
 site* find_site(std::uint32_t* address);
 
-/// The site whose entry holds `pc`; null if there is none. `is_tail` tells of its end, behind the restoring of the
-/// program's registers.
-site* site_of_entry(std::uintptr_t pc, bool& is_tail);
+/// The site whose entry holds `pc`; null if there is none.
+site* site_of_entry(std::uintptr_t pc);
 
 /// Whether a branch of ours stands at the address in place of the program's own word.
 bool is_patched(const std::uint32_t* address);
@@ -75,19 +78,23 @@ void unlock_sites();
 /// A word of ours was executed that has no site. That there is no room for one is told once.
 void count_without_site(bool for_lack_of_room);
 
-/// Whether sites are patched. Once, at start.
-void start_sites(bool patches);
+/// What an entry does with its run.
+enum class translation : std::uint8_t { native, handlers };
+
+/// Whether sites are patched, and how; whether the code of each is to be told. Once, at start.
+void start_sites(bool patches, translation how, bool tells);
+translation translation_of_sites();
 
 /// The code of each entry, in the order in which they were made.
 struct entry_place {
-  std::uint64_t begin, tail, end;
+  std::uint64_t begin, end;
   site* owner;
 };
 extern entry_place* entries;
 extern std::atomic<std::size_t> entry_count;
 
-/// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long, and sites
-/// of longer ones are the program's own words again. Returns false, with nothing done, if the lock is taken.
+/// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long and call its
+/// handler, and older sites are the program's own words again. Returns false, with nothing done, if the lock is taken.
 bool sites_are_debugged();
 
 /// Gives all instructions of ours between two addresses their entries, so that a debugger may step over them. Returns
