@@ -92,6 +92,7 @@ void report_counts() {
     return;
   }
   int error = 0;
+  const RoomForDescriptors room;
   if (counts_file.get() < 0) error = open_counts_file(0);
   if (error == 0) error = write_counts(counts_file.get());
   if (error != 0) print_counts_error(error);
@@ -116,12 +117,28 @@ void restart_report() {
   if (wanted.counts && one_file_a_process()) open_counts_file(O_TRUNC);  // if it fails, it is tried again and told then
 }
 
+namespace {
+
+Text<320> total_line() {
+  Text<320> line;
+  line << wanted.program_name << ": " << count_executions() << " SVE instructions executed\n";
+  return line;
+}
+
+}  // namespace
+
 void report() {
-  if (!is_active() || in_borrowed_memory() || reported.exchange(true)) return;
+  if (!is_active()) return;
+  if (is_sandboxed()) {
+    if (!wanted.totals || stderr_file.number() < 0 || reported.exchange(true)) return;
+    const Text<320> line = total_line();
+    kernel_write(stderr_file.number(), line.data(), line.size());
+    return;
+  }
+  if (in_borrowed_memory() || reported.exchange(true)) return;
   const SignalsBlocked signals;
   if (const int fd = report_target(); wanted.totals && fd >= 0) {
-    Text<320> line;
-    line << wanted.program_name << ": " << count_executions() << " SVE instructions executed\n";
+    const Text<320> line = total_line();
     write_quietly(fd, line.data(), line.size());
   }
   if (wanted.counts) report_counts();
