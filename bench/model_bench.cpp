@@ -4,7 +4,7 @@
 
 #include "bench/row_case.h"
 #include "sve/decode/handlers.h"
-#include "sve/state/lanes.h"
+#include "sve/lanes/lanes.h"
 
 namespace {
 

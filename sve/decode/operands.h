@@ -10,7 +10,7 @@
 #include "sve/decode/description.h"
 #include "sve/decode/shapes.h"
 #include "sve/insn/functions.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 #include "sve/veclib/types.h"
 
 namespace sve::decode {

@@ -1,6 +1,6 @@
 // Contiguous loads and stores: predicated, non-temporal (as plain ones), replicating, and of whole registers.
 #include "sve/insn/memory.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 

@@ -1,7 +1,7 @@
 // Element counts, counted increments and decrements, and the vector length as a number.
 #include "sve/insn/lanes.h"
-#include "sve/state/patterns.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/patterns.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sve/insn/lanes.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 
 namespace sve {
 

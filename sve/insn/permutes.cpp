@@ -1,7 +1,7 @@
 // Moves of elements: broadcasts, predicated copies, selects, interleaves, reversals, unpacks, extracts, the move prefix
 // and the index generator. A destination may be one of the sources.
 #include "sve/insn/lanes.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 

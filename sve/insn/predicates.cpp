@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "sve/insn/lanes.h"
-#include "sve/state/patterns.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/patterns.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 

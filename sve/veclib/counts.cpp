@@ -1,5 +1,5 @@
 // Element counts and counted increments, plain and saturating, and the vector length as a number.
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 #include "sve/veclib/define.h"
 #include "sve/veclib/predicates.h"
 #include "sve/veclib/saturating.h"

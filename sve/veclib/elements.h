@@ -2,8 +2,8 @@
 // the element loops over values. A routine works at the length in `vl_word`, whatever that is.
 #pragma once
 
-#include "sve/state/lanes.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/lanes.h"
+#include "sve/lanes/predicate_bits.h"
 #include "sve/veclib/types.h"
 
 namespace sve::element {

@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 #include "sve/veclib/define.h"
 
 using namespace sve;
