@@ -31,7 +31,7 @@ set(public_headers
   insn/functions.h insn/functions.inc insn/signatures.h insn/stubs.inc
   state/cpu_state.h lanes/repeat.h state/operands.h state/register_names.h state/vector_length.h
   stats/stats.h
-  veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/types.h)
+  veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/signatures.inc veclib/types.h)
 foreach(header ${public_headers})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/sve/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sve/${folder})

@@ -23,13 +23,6 @@ template <class M>
   keep_order();
 }
 
-/// Whether every element of T is active.
-template <class T>
-inline bool all_active(const byte* predicate) {
-  constexpr std::uint64_t first_bits = ~std::uint64_t{0} / static_cast<T>(~T{0});
-  return every_word_has(first_bits, predicate);
-}
-
 /// Whether `bytes` bytes from an address lie in one page of any size in use.
 inline bool within_page(std::uint64_t address, std::size_t bytes) {
   constexpr std::uint64_t smallest_page = 4096;

@@ -18,12 +18,12 @@ constexpr auto sxtw = [](auto offset) {
 constexpr auto uxtw = [](auto offset) { return u64{static_cast<std::uint32_t>(offset)}; };
 
 // How each kind of access forms the address of element e.
-template <class T>
-auto vector_plus(const VectorV& v, u64 offset) {
+template <class T, class Vector>
+auto vector_plus(const Vector& v, u64 offset) {
   return [&v, offset](std::size_t e) { return u64{load<unsigned_of<T>>(v.bytes, e)} + offset; };
 }
-template <class T, class Extend>
-auto base_plus(u64 base, const VectorV& v, std::size_t scale, Extend extend) {
+template <class T, class Vector, class Extend>
+auto base_plus(u64 base, const Vector& v, std::size_t scale, Extend extend) {
   return [&v, base, scale, extend](std::size_t e) { return base + extend(load<unsigned_of<T>>(v.bytes, e)) * scale; };
 }
 template <class M>
@@ -32,17 +32,17 @@ auto contiguous(u64 start) {
 }
 
 // Active elements in rising order; an inactive one forms no address and becomes 0.
-template <class T, class M, class Address>
-VectorV gather(const PredV& p, const CpuContext* ctx, Address address) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e)
-    store<T>(r.bytes, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
-  return r;
+template <class T, class M, class Predicate, class Context, class Address>
+auto gather(const Predicate& p, Context* ctx, Address address) {
+  return whole_or_nothing(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    for (std::size_t e = 0; e < n; ++e)
+      store<T>(r, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
+  });
 }
 
-template <class T, class M, class Address>
-void scatter(const PredV& p, const VectorV& v, const CpuContext* ctx, Address address) {
+template <class T, class M, class Predicate, class Vector, class Context, class Address>
+void scatter(const Predicate& p, const Vector& v, const Context* ctx, Address address) {
   const std::size_t n = count<T>(ctx);
   for (std::size_t e = 0; e < n; ++e)
     if (active<T>(p, e)) write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e)));
@@ -51,26 +51,25 @@ void scatter(const PredV& p, const VectorV& v, const CpuContext* ctx, Address ad
 // A guarded read of each active element until the first that faults; from there upward every element is 0 and its bits
 // of the first-fault register are cleared, active or not. The first active element is guarded like any other: no load
 // of this kind ever faults.
-template <class T, class M, class Address>
-VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address address) {
-  VectorV r;
-  const guarded_reads guard;
-  const std::size_t n = count<T>(ctx);
-  bool fault = false, first = true;
-  for (std::size_t e = 0; e < n; ++e) {
-    T value{0};
-    if (active<T>(p, e) && !fault) {
-      value = static_cast<T>(read_guarded<M>(address(e), non_fault || !first, &fault, ctx));
-      if (!fault) first = false;
+template <class T, class M, class Predicate, class Context, class Address>
+auto load_guarded(const Predicate& p, Context* ctx, bool non_fault, Address address) {
+  return whole_or_nothing(ctx, [&](byte* r) {
+    const guarded_reads guard;
+    const std::size_t n = count<T>(ctx);
+    bool fault = false, first = true;
+    for (std::size_t e = 0; e < n; ++e) {
+      T value{0};
+      if (active<T>(p, e) && !fault) {
+        value = static_cast<T>(read_guarded<M>(address(e), non_fault || !first, &fault));
+        if (!fault) first = false;
+      }
+      if (fault) {
+        value = T{0};
+        clear_bits(ctx->ffr, e * sizeof(T), sizeof(T));
+      }
+      store<T>(r, e, value);
     }
-    if (fault) {
-      value = T{0};
-      const std::size_t bit = e * sizeof(T);
-      ctx->ffr.words[bit / 64] &= ~(((u64{1} << sizeof(T)) - 1) << (bit % 64));
-    }
-    store<T>(r.bytes, e, value);
-  }
-  return r;
+  });
 }
 
 }  // namespace
@@ -78,8 +77,8 @@ VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address ad
 namespace {
 
 // The same for a contiguous span. Where all of it can be copied, the elements need no guard of their own.
-template <class T, class M>
-VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 start) {
+template <class T, class M, class Predicate, class Context>
+auto load_guarded_span(const Predicate& p, Context* ctx, bool non_fault, u64 start) {
   const guarded_reads guard;
   const std::size_t bytes = count<T>(ctx) * sizeof(M);
   byte span[sizeof(VectorV)];

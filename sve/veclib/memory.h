@@ -42,7 +42,8 @@ inline void write_plain(std::uint64_t addr, M value) {
   asm volatile("" ::: "memory");  // a store that faults has stored the elements below: none waits for the next
 }
 template <class M>
-inline M read_guarded(std::uint64_t addr, int not_first, bool* fault, CpuContext* context) {
+inline M read_guarded(std::uint64_t addr, int not_first, bool* fault) {
+  CpuContext* const context = nullptr;  // a host address needs nothing of it
   if constexpr (sizeof(M) == 1) return static_cast<M>(ReadMemLib1(addr, not_first, fault, context));
   if constexpr (sizeof(M) == 2) return static_cast<M>(ReadMemLib2(addr, not_first, fault, context));
   if constexpr (sizeof(M) == 4) return static_cast<M>(ReadMemLib4(addr, not_first, fault, context));
