@@ -166,6 +166,10 @@ dr_emit_flags_t event_instruction_change(void* drcontext, void* tag, instrlist_t
   return DR_EMIT_DEFAULT;
 }
 
+void sve::client::report_failure(const void* pc) {
+  std::fprintf(stderr, "Error: failed to emulate SVE instruction 0x%08x at PC %p\n", read_word(pc), pc);
+}
+
 void emulate_instruction(unsigned int word, unsigned char* pc, decode_handler handler) {
   void* const drcontext = dr_get_current_drcontext();
   auto* const state = static_cast<cpu_state*>(drmgr_get_tls_field(drcontext, tls_idx));
@@ -174,8 +178,7 @@ void emulate_instruction(unsigned int word, unsigned char* pc, decode_handler ha
   state->x[27] = dr_read_saved_reg(drcontext, slot_of_x27);
   state->x[28] = dr_read_saved_reg(drcontext, slot_of_x28);
   if (sve::client::call_handler(drcontext, handler, state, word) != AARCH64_DECODE_EXECUTED) {
-    std::fprintf(stderr, "Error: failed to emulate SVE instruction 0x%08x at PC %p\n", read_word(pc),
-                 static_cast<void*>(pc));
+    sve::client::report_failure(pc);
   } else {
     update_sve_stats(reinterpret_cast<unsigned int*>(pc), word);
   }

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <csetjmp>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
@@ -35,7 +36,7 @@ void set_actions(const signal_actions& now, signal_actions* before) {
 
 void set_actions(struct sigaction action, signal_actions* before) {
   sigemptyset(&action.sa_mask);
-  action.sa_flags = captured_flags;
+  action.sa_flags |= captured_flags;
   set_actions(signal_actions{action, action}, before);
 }
 
@@ -45,6 +46,8 @@ struct working_mutex : std::mutex {
 } repeating;
 long repeating_thread;
 signal_actions platform_actions;
+sigjmp_buf after_fault;
+siginfo_t fault;
 
 // The platform takes write access from pages that hold code, lets the application believe otherwise, and puts a write
 // right on its fault.
@@ -53,12 +56,53 @@ bool is_put_right_by_platform(void* address) {
   return dr_query_memory_ex(static_cast<const byte*>(address), &info) && (info.prot & DR_MEMPROT_PRETEND_WRITE) != 0;
 }
 
-void on_repeated_fault(int sig, siginfo_t* info, void* context) {
-  if (syscall(SYS_gettid) != repeating_thread || is_put_right_by_platform(info->si_addr)) {
-    set_actions(platform_actions, nullptr);  // its access faults again, and the platform looks at it
-    return;
-  }
-  SVESigHandler(sig, info, context);
+using signal_handler = void (*)(int, siginfo_t*, void*);
+
+}  // namespace
+
+// A fault while the actions are ours. That of the repeated access is noted, and nothing more is done here, where the
+// platform's own queries would have no one to catch their faults. That of another thread is the platform's, whose
+// handler this returns.
+extern "C" __attribute__((visibility("hidden"))) signal_handler sve_client_on_fault(int sig, siginfo_t* info, void*) {
+  if (syscall(SYS_gettid) != repeating_thread)
+    return (sig == SIGSEGV ? platform_actions.segv : platform_actions.bus).sa_sigaction;
+  fault = *info;
+  siglongjmp(after_fault, sig);
+}
+
+#ifdef __aarch64__
+// The platform's handler finds the kernel's frame by its stack pointer, so it is entered as the kernel would.
+asm(R"(
+        .text
+        .p2align 2
+sve_client_fault_entry:
+        stp     x0, x1, [sp, #-32]!
+        stp     x2, x30, [sp, #16]
+        bl      sve_client_on_fault
+        mov     x16, x0
+        ldp     x2, x30, [sp, #16]
+        ldp     x0, x1, [sp], #32
+        br      x16
+)");
+extern "C" __attribute__((visibility("hidden"))) void sve_client_fault_entry(int sig, siginfo_t* info, void* context);
+#else
+static void sve_client_fault_entry(int sig, siginfo_t* info, void* context) {
+  sve_client_on_fault(sig, info, context)(sig, info, context);
+}
+#endif
+
+namespace {
+
+// Runs the instruction with the actions ours; returns the signal of its fault, or 0.
+int run_under_own_actions(decode_handler handler, cpu_state* state, unsigned int word, aarch64_decode_rc& rc) {
+  struct sigaction action = {};
+  action.sa_sigaction = sve_client_fault_entry;
+  action.sa_flags = SA_ONSTACK;  // the platform's stack for signals
+  set_actions(action, &platform_actions);
+  const int sig = sigsetjmp(after_fault, 1);
+  if (sig == 0) rc = handler(state, word);
+  set_actions(platform_actions, nullptr);
+  return sig;
 }
 
 // Only now is it known that an access faulted, not by which signal nor where. No instruction that faults has changed
@@ -67,16 +111,20 @@ void on_repeated_fault(int sig, siginfo_t* info, void* context) {
 aarch64_decode_rc repeat(decode_handler handler, cpu_state* state, unsigned int word) {
   const std::lock_guard<std::mutex> lock(repeating);
   repeating_thread = syscall(SYS_gettid);
-  struct sigaction action = {};
-  action.sa_sigaction = on_repeated_fault;
-  set_actions(action, &platform_actions);
-  const aarch64_decode_rc rc = handler(state, word);
-  set_actions(platform_actions, nullptr);
+  aarch64_decode_rc rc = AARCH64_DECODE_EXECUTED;
+  while (const int sig = run_under_own_actions(handler, state, word, rc)) {
+    if (is_put_right_by_platform(fault.si_addr)) {
+      // Writes what is there.
+      __atomic_fetch_or(static_cast<unsigned char*>(fault.si_addr), 0, __ATOMIC_RELAXED);
+      continue;
+    }
+    SVESigHandler(sig, nullptr, nullptr);
+    rc = handler(state, word);               // and takes the default action
+    set_actions(platform_actions, nullptr);  // unless the memory has come meanwhile
+    break;
+  }
   return rc;
 }
-
-// The memory instructions are those with the top bit set; the others cannot fault, and go without the try block's cost.
-constexpr bool accesses_memory(unsigned int word) { return word >> 31 != 0; }
 
 }  // namespace
 
@@ -105,7 +153,7 @@ void install_fault_capture() {}
 bool recover_guarded_fault(int, void*) { return false; }
 
 aarch64_decode_rc client::call_handler(void* drcontext, decode_handler handler, cpu_state* state, unsigned int word) {
-  if (!accesses_memory(word)) return handler(state, word);
+  if (!word_accesses_memory(word)) return handler(state, word);
   volatile aarch64_decode_rc rc = AARCH64_DECODE_EXECUTED;
   volatile bool faulted = false;
   DR_TRY_EXCEPT(

@@ -9,4 +9,8 @@ namespace sve::client {
 /// platform owns the signals.
 aarch64_decode_rc call_handler(void* drcontext, decode_handler handler, cpu_state* state, unsigned int word);
 
+/// Whether a word may access memory. The memory instructions are those with the top bit set; the others cannot fault,
+/// and go without the cost of being prepared for it.
+constexpr bool word_accesses_memory(unsigned int word) { return word >> 31 != 0; }
+
 }  // namespace sve::client

@@ -16,12 +16,19 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <new>
 
 #include "drmgr.h"
+#include "sve/client/call_sites.h"
+#include "sve/client/handler_states.h"
+#include "sve/client/sve_client.h"
 #include "sve/fault/fault_capture.h"
 #include "sve/stats/stats.h"
 
 namespace {
+
+using sve::client::call_thread;
 
 constexpr std::size_t stack_bytes = 128 * 1024;
 int stack_idx;
@@ -31,16 +38,32 @@ std::size_t mapping_bytes() { return stack_bytes + page_size; }
 
 bool blocks_are_shared = false;
 
-// The field holds the stack's end, from where it grows down.
+// Where the platform has room, inserted code finds what is a thread's at an offset from the stolen register, one load
+// away, rather than behind the fields of the platform's manager.
+struct direct_slots {
+  bool exist = false;
+  reg_id_t base = DR_REG_NULL;
+  unsigned int state = 0, stack = 0;
+} direct;
+
+void set_direct(unsigned int offset, void* value) {
+  if (direct.exist) std::memcpy(static_cast<byte*>(dr_get_dr_segment_base(direct.base)) + offset, &value, sizeof value);
+}
+
+// The field holds the place of the thread's record, below which the stack begins.
 void allocate_stack(void* drcontext) {
   auto* const mapping = static_cast<byte*>(dr_nonheap_alloc(mapping_bytes(), DR_MEMPROT_READ | DR_MEMPROT_WRITE));
   dr_memory_protect(mapping, page_size, DR_MEMPROT_NONE);
-  drmgr_set_tls_field(drcontext, stack_idx, mapping + mapping_bytes());
+  byte* const record = mapping + mapping_bytes() - sizeof(call_thread);
+  new (record) call_thread{sve::client::calls_between_leaving};
+  drmgr_set_tls_field(drcontext, stack_idx, record);
+  set_direct(direct.stack, record);
+  set_direct(direct.state, drmgr_get_tls_field(drcontext, tls_idx));
 }
 
 void release_stack(void* drcontext) {
-  auto* const end = static_cast<byte*>(drmgr_get_tls_field(drcontext, stack_idx));
-  dr_nonheap_free(end - mapping_bytes(), mapping_bytes());
+  auto* const record = static_cast<byte*>(drmgr_get_tls_field(drcontext, stack_idx));
+  dr_nonheap_free(record + sizeof(call_thread) - mapping_bytes(), mapping_bytes());
 }
 
 }  // namespace
@@ -69,12 +92,19 @@ void start_calls() {
   std::uint64_t shared;
   blocks_are_shared = dr_get_integer_option("shared_bbs", &shared) && shared != 0;
   stack_idx = drmgr_register_tls_field();
+  direct.exist = dr_raw_tls_calloc(&direct.base, &direct.state, 2, 0);
+  direct.stack = direct.state + sizeof(void*);
   drmgr_register_thread_init_event(allocate_stack);
   drmgr_register_thread_exit_event(release_stack);
+  keep_states_over_handlers();
+  dr_register_fork_init_event(restart_counts);
 }
 
 void insert_load_of_field(void* drcontext, instrlist_t* list, instr_t* where, int index, reg_id_t to) {
-  if (blocks_are_shared) {
+  if (blocks_are_shared && direct.exist) {
+    const unsigned int offset = index == stack_idx ? direct.stack : direct.state;
+    dr_insert_read_raw_tls(drcontext, list, where, direct.base, offset, to);
+  } else if (blocks_are_shared) {
     drmgr_insert_read_tls_field(drcontext, index, list, where, to);
   } else {
     instrlist_insert_mov_immed_ptrsz(drcontext, reinterpret_cast<ptr_int_t>(drmgr_get_tls_field(drcontext, index)),
@@ -100,15 +130,28 @@ void dr_insert_call_zorvi(void* drcontext, instrlist_t* list, instr_t* where, ap
                                   opnd_create_immed_int(0, OPSZ_4)));
   };
 
+  const bool is_site = callee == reinterpret_cast<void*>(emulate_instruction) && count == 3;
+  ptr_int_t values[8];
   std::va_list arguments;
   va_start(arguments, count);
-  for (unsigned int i = 0; i < count; ++i)
-    load(static_cast<reg_id_t>(DR_REG_X0 + i), opnd_get_immed_int(va_arg(arguments, opnd_t)));
+  for (unsigned int i = 0; i < count; ++i) values[i] = opnd_get_immed_int(va_arg(arguments, opnd_t));
   va_end(arguments);
-  sve::client::insert_load_of_field(drcontext, list, where, stack_idx, DR_REG_X9);
+
+  reg_id_t stack = DR_REG_X9;
+  if (is_site) {
+    load(DR_REG_X0, reinterpret_cast<ptr_int_t>(sve::client::need_call_site(
+                        static_cast<unsigned int>(values[0]), reinterpret_cast<unsigned char*>(values[1]),
+                        reinterpret_cast<decode_handler>(values[2]))));
+    move(DR_REG_X1, DR_REG_X27);
+    stack = DR_REG_X2;  // where the thread's record lies too
+    callee = reinterpret_cast<void*>(sve::client::run_call_site);
+  } else {
+    for (unsigned int i = 0; i < count; ++i) load(static_cast<reg_id_t>(DR_REG_X0 + i), values[i]);
+  }
+  sve::client::insert_load_of_field(drcontext, list, where, stack_idx, stack);
   load(DR_REG_X10, reinterpret_cast<ptr_int_t>(callee));
   move(DR_REG_X19, DR_REG_SP);  // which the callee keeps
-  move(DR_REG_SP, DR_REG_X9);
+  move(DR_REG_SP, stack);
   insert(instr_create_1dst_1src(drcontext, OP_blr, opnd_create_reg(DR_REG_X30), opnd_create_reg(DR_REG_X10)));
   move(DR_REG_SP, DR_REG_X19);
 }

@@ -20,7 +20,9 @@ void insert_load_of_field(void* drcontext, instrlist_t* list, instr_t* where, in
 /// that with one that processes share.
 void make_mutex_work(std::mutex& mutex);
 
-/// Prepares for `dr_insert_call_zorvi`. Called once, after the extensions are up.
+/// Prepares for `dr_insert_call_zorvi`, and for what the platform does not do by itself: signals reach SVE code that
+/// runs in a loop, handlers do not change what they interrupt, a forked child counts from nothing. Called once, after
+/// the extensions are up.
 void start_calls();
 
 }  // namespace sve::client
@@ -29,7 +31,9 @@ void start_calls();
 /// application instruction at `address`.
 ///
 /// The callee runs on a stack that belongs to the thread, with the application's registers already stored: no general,
-/// vector or flag register is kept. The application's stack, the spill slots, the platform's stolen register and FPCR
-/// are as they were behind the call.
+/// vector or flag register is kept. A call of `emulate_instruction` with its three arguments may be one of
+/// `run_call_site` instead, which does the same; its state is then the one that X27 points to, the base of the code
+/// around the call. The application's stack, the spill slots, the platform's stolen register and FPCR are as they were
+/// behind the call.
 void dr_insert_call_zorvi(void* drcontext, instrlist_t* list, instr_t* where, app_pc address, void* callee,
                           unsigned int count, ...);

@@ -30,3 +30,10 @@ dr_emit_flags_t event_instruction_change(void* drcontext, void* tag, instrlist_t
 /// other registers are stored and reloaded by the inserted code around the call. A failure is reported, not counted,
 /// and the application goes on behind the instruction.
 void emulate_instruction(unsigned int word, unsigned char* pc, decode_handler handler);
+
+namespace sve::client {
+
+/// Says that the instruction at `pc` could not be emulated.
+void report_failure(const void* pc);
+
+}  // namespace sve::client

@@ -15,12 +15,9 @@ namespace {
 
 bool table_stands = false;  // there was no memory for an entry
 
-}  // namespace
-
-void update_sve_stats(unsigned int* pc, unsigned int word) {
-  const std::lock_guard lock(icounts_mutex);
-  sve_instr_count.fetch_add(1);
-  if (table_stands) return;
+// With the lock held. Null if there is no memory.
+std::atomic<unsigned long>* find_or_add(unsigned int* pc, unsigned int word) {
+  if (table_stands) return nullptr;
   auto entry = icounts.find(pc);
   if (entry == icounts.end()) {
     // Only here is the word set: another word that later runs at this address keeps the first one's entry.
@@ -30,11 +27,24 @@ void update_sve_stats(unsigned int* pc, unsigned int word) {
       if (!sve::on_no_memory_for_counts) throw;
       table_stands = true;
       sve::on_no_memory_for_counts();
-      return;
+      return nullptr;
     }
     entry->second.first = word;
   }
-  entry->second.second.fetch_add(1);
+  return &entry->second.second;
+}
+
+}  // namespace
+
+void update_sve_stats(unsigned int* pc, unsigned int word) {
+  const std::lock_guard lock(icounts_mutex);
+  sve_instr_count.fetch_add(1);
+  if (auto* const count = find_or_add(pc, word)) count->fetch_add(1);
+}
+
+std::atomic<unsigned long>* sve::need_count(unsigned int* pc, unsigned int word) {
+  const std::lock_guard lock(icounts_mutex);
+  return find_or_add(pc, word);
 }
 
 void dump_sve_stats() {

@@ -24,6 +24,10 @@ void dump_sve_stats();
 
 namespace sve {
 
+/// The entry of `icounts` for `pc`, added with `word` and a count of 0 if need be, for who counts without a search. It
+/// stays where it is. Null if there was no memory. Takes the lock; throws as `update_sve_stats`.
+std::atomic<unsigned long>* need_count(unsigned int* pc, unsigned int word);
+
 /// What a platform does when a new entry of `icounts` finds no memory. Where it is set it is called once, with the lock
 /// held; the table then stays as it is, the total goes on, and nothing is thrown.
 extern void (*on_no_memory_for_counts)();

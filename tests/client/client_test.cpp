@@ -69,9 +69,13 @@ class Client : public testing::Test {
   }
   void start_thread(fake::thread* begun = nullptr) {
     threads.push_back(begun ? begun : &thread);
+    fake::thread* const running = now.current;
+    now.current = threads.back();
     for (auto* event : now.thread_init) event(threads.back());
+    now.current = running;
     now.calls.clear();
   }
+  void run_shared_block(const char* read);
   // What a failure printed, and that it ended the process.
   template <class Action>
   std::string failure(Action action) {
@@ -106,8 +110,11 @@ TEST_F(Client, StartsInOrder) {
                    "dr_get_main_module", "drmgr_register_thread_init_event", "drmgr_register_thread_exit_event",
                    "dr_register_exit_event", "drmgr_register_bb_app2app_event null", "drmgr_register_tls_field 1",
                    // the stacks of the run-time call
-                   "drmgr_register_tls_field 2", "drmgr_register_thread_init_event", "drmgr_register_thread_exit_event",
-                   "dr_log null ffffff 1 SVE client initializing\n"}));
+                   "drmgr_register_tls_field 2", "dr_raw_tls_calloc 2", "drmgr_register_thread_init_event",
+                   "drmgr_register_thread_exit_event",
+                   // handlers, and children
+                   "drmgr_register_tls_field 3", "drmgr_register_kernel_xfer_event", "drmgr_register_thread_exit_event",
+                   "dr_register_fork_init_event", "dr_log null ffffff 1 SVE client initializing\n"}));
   EXPECT_EQ(now.thread_init.front(), event_thread_init);
   EXPECT_EQ(now.thread_exit.front(), event_thread_exit);
   EXPECT_EQ(now.exit, event_exit);
@@ -329,14 +336,21 @@ TEST_F(Client, OneNativeInstructionCountsOncePerPresentation) {
 }
 
 // Where blocks are shared the base is loaded from the running thread, and nothing else changes.
-TEST_F(Client, SharedBlocksLoadTheThreadsOwnState) {
+TEST_F(Client, SharedBlocksLoadTheThreadsOwnState) { run_shared_block("read x27, [x28+8]"); }
+
+TEST_F(Client, SharedBlocksDoWithoutSlotsBesideTheStolenRegister) {
+  now.has_direct_slots = false;
+  run_shared_block("read x27, field 1");
+}
+
+void Client::run_shared_block(const char* read) {
   now.shares_blocks = true;
   start();
   start_thread();
   build({cntb_x27});
   lines expected = sequence(cntb_x27, code, &state());
   for (auto& l : expected)
-    if (l.starts_with("mov x27")) l = "read x27, field " + std::to_string(tls_idx);
+    if (l.starts_with("mov x27")) l = read;
   EXPECT_EQ(fake::texts(list), expected);
 
   start_thread(&other_thread);

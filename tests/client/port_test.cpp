@@ -9,9 +9,13 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <tuple>
 
 #include "fake/platform.h"
+#include "sve/client/call_sites.h"
 #include "sve/client/guarded_call.h"
+#include "sve/client/handler_states.h"
+#include "sve/client/sve_client.h"
 #include "sve/decode/table.h"
 #include "sve/fault/fault_capture.h"
 #include "sve/stats/stats.h"
@@ -28,18 +32,32 @@ using lines = std::vector<std::string>;
 
 void callee() {}
 
-class Port : public testing::TestWithParam<bool> {
+// Whether blocks are shared, and whether the platform has slots beside its stolen register.
+class Port : public testing::TestWithParam<std::tuple<bool, bool>> {
  protected:
   void SetUp() override {
     now = {};
-    now.shares_blocks = GetParam();
+    now.shares_blocks = std::get<0>(GetParam());
+    now.has_direct_slots = std::get<1>(GetParam());
+    now.current = &thread;
+    tls_idx = 9;
+    thread.fields[9] = &state;
     sve::client::start_calls();
-    EXPECT_EQ(now.calls, (lines{"drmgr_register_tls_field 1", "drmgr_register_thread_init_event",
-                                "drmgr_register_thread_exit_event"}));
+    EXPECT_EQ(now.calls, (lines{"drmgr_register_tls_field 1", "dr_raw_tls_calloc 2", "drmgr_register_thread_init_event",
+                                "drmgr_register_thread_exit_event", "drmgr_register_tls_field 2",
+                                "drmgr_register_kernel_xfer_event", "drmgr_register_thread_exit_event",
+                                "dr_register_fork_init_event"}));
     now.calls.clear();
     for (auto* event : now.thread_init) event(&thread);
   }
+  std::string read_stack(const char* to) {
+    const std::string r = to;
+    if (!now.shares_blocks)
+      return "mov " + r + ", #" + std::to_string(reinterpret_cast<std::intptr_t>(thread.fields.at(1)));
+    return "read " + r + (now.has_direct_slots ? ", [x28+16]" : ", field 1");
+  }
   fake::thread thread;
+  cpu_state state{};
 };
 
 TEST_P(Port, TheCallRunsOnTheThreadsStack) {
@@ -51,9 +69,8 @@ TEST_P(Port, TheCallRunsOnTheThreadsStack) {
   port_dr_insert_call_zorvi(&thread, &list, where, address, reinterpret_cast<void*>(callee), 3,
                             opnd_create_immed_int(7, OPSZ_4), opnd_create_immed_int(0x4000, OPSZ_8),
                             opnd_create_immed_int(-9, OPSZ_8));
-  const std::string end = std::to_string(reinterpret_cast<std::intptr_t>(thread.fields.at(1)));
   EXPECT_EQ(fake::texts(list),
-            (lines{"mov x0, #7", "mov x1, #16384", "mov x2, #-9", GetParam() ? "read x9, field 1" : "mov x9, #" + end,
+            (lines{"mov x0, #7", "mov x1, #16384", "mov x2, #-9", read_stack("x9"),
                    "mov x10, #" + std::to_string(reinterpret_cast<std::intptr_t>(callee)), "add x19, sp, #0, lsl, #0",
                    "add sp, x9, #0, lsl, #0", "blr x30, x10", "add sp, x19, #0, lsl, #0", "app d503201f"}));
   for (const instr_t* i : list.instructions) {
@@ -65,24 +82,212 @@ TEST_P(Port, TheCallRunsOnTheThreadsStack) {
   fake::clear(list);
 }
 
+// What is known when the block is built is not passed again, and what the thread has lies at the stack's top.
+TEST_P(Port, AnEmulatedInstructionIsCalledByItsSite) {
+  instrlist_t list;
+  const unsigned int word = 0x04210000;  // add z0.b, z0.b, z1.b
+  fake::fill(list, &word, 1);
+  auto* const address = reinterpret_cast<app_pc>(0x4000);
+  const decode_handler handler = is_sve(word);
+  port_dr_insert_call_zorvi(&thread, &list, list.instructions.front(), address,
+                            reinterpret_cast<void*>(emulate_instruction), 3, opnd_create_immed_int(word, OPSZ_4),
+                            opnd_create_immed_int(0x4000, OPSZ_8),
+                            opnd_create_immed_int(reinterpret_cast<std::intptr_t>(handler), OPSZ_8));
+  const sve::client::call_site* const site = sve::client::need_call_site(word, address, handler);
+  const auto number = [](const auto* p) { return std::to_string(reinterpret_cast<std::intptr_t>(p)); };
+  EXPECT_EQ(fake::texts(list), (lines{"mov x0, #" + number(site), "add x1, x27, #0, lsl, #0", read_stack("x2"),
+                                      "mov x10, #" + number(reinterpret_cast<void*>(sve::client::run_call_site)),
+                                      "add x19, sp, #0, lsl, #0", "add sp, x2, #0, lsl, #0", "blr x30, x10",
+                                      "add sp, x19, #0, lsl, #0", "app 04210000"}));
+  EXPECT_EQ(thread.direct[1], now.has_direct_slots ? &state : nullptr);
+  EXPECT_EQ(thread.direct[2], now.has_direct_slots ? thread.fields.at(1) : nullptr);
+  fake::clear(list);
+}
+
 TEST_P(Port, EachThreadHasAStackWithAGuard) {
   fake::thread other;
+  now.current = &other;
   for (auto* event : now.thread_init) event(&other);
   auto* const end = static_cast<char*>(thread.fields.at(1));
   EXPECT_NE(end, other.fields.at(1));
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(end) % 16, 0u);
-  const std::size_t usable = 128 * 1024;
+  const std::size_t usable = 128 * 1024 - sizeof(sve::client::call_thread);
   std::memset(end - usable, 1, usable);
   EXPECT_FALSE(addr_is_readable<char>(end - usable - 1));
   now.calls.clear();
   for (auto* event : now.thread_exit) event(&other);
   for (auto* event : now.thread_exit) event(&thread);
-  const std::string size = std::to_string(usable + page_size);
+  const std::string size = std::to_string(128 * 1024 + page_size);
   EXPECT_EQ(now.calls, (lines{"dr_nonheap_free " + size, "dr_nonheap_free " + size}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Blocks, Port, testing::Bool(),
-                         [](const auto& one) { return one.param ? "Shared" : "Private"; });
+INSTANTIATE_TEST_SUITE_P(Blocks, Port, testing::Combine(testing::Bool(), testing::Bool()), [](const auto& one) {
+  return std::string(std::get<0>(one.param) ? "Shared" : "Private") +
+         (std::get<1>(one.param) ? "DirectSlots" : "FieldsOnly");
+});
+
+class Sites : public testing::Test {
+ protected:
+  void SetUp() override {
+    now = {};
+    now.current = &thread;
+    tls_idx = 9;
+    thread.fields[9] = &state;
+    icounts.clear();
+    sve_instr_count = 0;
+    sve::client::restart_counts(nullptr);  // sites of other tests have their counts no more
+  }
+  sve::client::call_site* site(unsigned int word, decode_handler handler) {
+    return sve::client::need_call_site(word, address(), handler);
+  }
+  sve::client::call_site* site(unsigned int word) { return site(word, is_sve(word)); }
+  unsigned char* address() { return reinterpret_cast<unsigned char*>(code); }
+  unsigned int code[4] = {};
+  fake::thread thread;
+  cpu_state state{};
+  sve::client::call_thread own{sve::client::calls_between_leaving};
+};
+
+TEST_F(Sites, RunAndCount) {
+  sve::client::call_site* const add = site(0x04210000);
+  EXPECT_EQ(site(0x04210000), add);
+  EXPECT_NE(site(0x04220000), add);
+  state.z[0][5] = 3, state.z[1][5] = 4;
+  sve::client::run_call_site(add, &state, &own);
+  EXPECT_EQ(state.z[0][5], 7);
+  EXPECT_EQ(state.pc, reinterpret_cast<std::uint32_t*>(address()));
+  sve::client::run_call_site(add, &state, &own);
+  EXPECT_EQ(sve_instr_count, 2u);
+  ASSERT_EQ(icounts.size(), 1u);
+  EXPECT_EQ(icounts.begin()->second.first, 0x04210000u);
+  EXPECT_EQ(icounts.begin()->second.second, 2u);
+}
+
+TEST_F(Sites, RegistersInSlotsAreReadAndWritten) {
+  thread.slots[SPILL_SLOT_2] = 1000;
+  // addvl x28, x26, #1
+  sve::client::run_call_site(site(0x043a503c), &state, &own);
+  EXPECT_EQ(thread.slots[SPILL_SLOT_4], 1112u);
+  EXPECT_EQ(sve_instr_count, 1u);
+}
+
+TEST_F(Sites, AFailureIsReportedAndNotCounted) {
+  testing::internal::CaptureStderr();
+  const decode_handler fails = [](cpu_state*, unsigned int) { return AARCH64_DECODE_UNDECODED; };
+  sve::client::run_call_site(site(0x04a00000, fails), &state, &own);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("Error: failed to emulate SVE instruction 0x00000000 at PC"),
+            std::string::npos);
+  EXPECT_EQ(sve_instr_count, 0u);
+  EXPECT_TRUE(icounts.empty());
+}
+
+TEST_F(Sites, AForkedChildCountsFromNothing) {
+  sve::client::call_site* const add = site(0x04210000);
+  sve::client::run_call_site(add, &state, &own);
+  aarch64_instr_count = 5;
+  sve::client::restart_counts(nullptr);
+  EXPECT_EQ(sve_instr_count, 0u);
+  EXPECT_EQ(aarch64_instr_count, 0u);
+  EXPECT_TRUE(icounts.empty());
+  sve::client::run_call_site(add, &state, &own);
+  EXPECT_EQ(sve_instr_count, 1u);
+  EXPECT_EQ(icounts.begin()->second.second, 1u);
+}
+
+TEST_F(Sites, AThreadLeavesTheCacheNowAndThen) {
+  for (int i = 0; i < 31; ++i) state.x[i] = 100 + i;
+  state.sp = 131;
+  state.nzcv = 0x60000000, state.fpcr = 0x01000000, state.fpsr = 0x10;
+  for (int n = 0; n < 32; ++n) std::memset(state.z[n], n + 1, sizeof state.z[n]);
+  for (int i = 1; i < 4; ++i) thread.slots[i] = 200 + i;
+  sve::client::call_site* const move = site(0x04603000);  // mov z0.d, z0.d
+  for (unsigned i = 1; i < sve::client::calls_between_leaving; ++i) sve::client::run_call_site(move, &state, &own);
+  EXPECT_TRUE(now.redirections.empty());
+  sve::client::run_call_site(move, &state, &own);
+  ASSERT_EQ(now.redirections.size(), 1u);
+  const dr_mcontext_t& context = now.redirections.front();
+  EXPECT_EQ(context.size, sizeof context);
+  EXPECT_EQ(context.flags, DR_MC_ALL);
+  EXPECT_EQ(context.pc, address() + 4);
+  EXPECT_EQ(context.sp, 131u);
+  EXPECT_EQ(context.r0, 100u);
+  for (reg_t i = 1; i < 31; ++i) EXPECT_EQ(context.others[i - 1], i >= 26 && i <= 28 ? 201 + i - 26 : 100 + i) << i;
+  EXPECT_EQ(context.nzcv, 0x60000000u);
+  EXPECT_EQ(context.fpcr, 0x01000000u);
+  EXPECT_EQ(context.fpsr, 0x10u);
+  for (int n = 0; n < 32; ++n) EXPECT_EQ(context.simd[n].bytes[15], n + 1) << n;
+  EXPECT_EQ(own.until_leaving, sve::client::calls_between_leaving);
+}
+
+class Handlers : public Sites {
+ protected:
+  void SetUp() override {
+    Sites::SetUp();
+    sve::client::keep_states_over_handlers();
+  }
+  void TearDown() override {
+    for (auto* event : now.thread_exit) event(&thread);
+    std::size_t allocated = 0, released = 0;
+    for (const std::string& call : now.calls) {
+      allocated += call.starts_with("dr_thread_alloc");
+      released += call.starts_with("dr_thread_free");
+    }
+    EXPECT_EQ(allocated, released);
+  }
+  void fill(int byte) {
+    std::memset(state.z, byte, sizeof state.z);
+    std::memset(state.p, byte & 1, sizeof state.p);
+    std::memset(state.ffr, byte & 1, sizeof state.ffr);
+  }
+  bool is(int byte) {
+    return state.z[0][0] == byte && state.z[31][111] == byte && state.p[0][0] == (byte & 1) &&
+           state.p[15][111] == (byte & 1) && state.ffr[111] == (byte & 1);
+  }
+  void deliver(reg_t sp) {
+    dr_mcontext_t source{};
+    source.sp = sp;
+    const dr_kernel_xfer_info_t info = {DR_XFER_SIGNAL_DELIVERY, &source, nullptr, sp - 600, 10};
+    now.transfer(&thread, &info);
+  }
+  void come_back(reg_t sp) {
+    const dr_kernel_xfer_info_t info = {DR_XFER_SIGNAL_RETURN, nullptr, nullptr, sp, 10};
+    now.transfer(&thread, &info);
+  }
+};
+
+TEST_F(Handlers, LeaveTheInterruptedStateAsItWas) {
+  fill(1);
+  deliver(5000);
+  fill(2);
+  deliver(4000);
+  fill(3);
+  come_back(4000);
+  EXPECT_TRUE(is(2));
+  come_back(5000);
+  EXPECT_TRUE(is(1));
+  fill(4);
+  come_back(5000);  // of no handler that is known
+  EXPECT_TRUE(is(4));
+}
+
+TEST_F(Handlers, ThatAreLeftByAJumpAreForgotten) {
+  fill(1);
+  deliver(5000);
+  fill(2);
+  for (reg_t i = 0; i < 1000; ++i) deliver(4000 - 16 * i);
+  fill(3);
+  come_back(4000 - 16 * 999);
+  EXPECT_TRUE(is(2));
+}
+
+TEST_F(Handlers, OneBehindAJumpReturns) {
+  fill(1);
+  deliver(5000);
+  fill(2);
+  deliver(4000);
+  come_back(5000);
+  EXPECT_TRUE(is(1));
+}
 
 TEST(PortMutex, IsSharedBetweenProcesses) {
   sve::client::make_mutex_work(icounts_mutex);

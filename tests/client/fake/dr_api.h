@@ -26,6 +26,8 @@ struct module_data_t {
 enum {
   DR_REG_NULL,
   DR_REG_X0 = 1,
+  DR_REG_X1,
+  DR_REG_X2,
   DR_REG_X9 = 10,
   DR_REG_X10 = 11,
   DR_REG_X19 = 20,
@@ -134,5 +136,34 @@ struct fake_try_block {
     }                                                             \
     if (fake_faulted) except_statement                            \
   } while (0)
+
+struct dr_mcontext_t {
+  std::size_t size;
+  int flags;
+  reg_t r0, others[30];  // X0 to X30
+  reg_t sp;
+  app_pc pc;
+  uint nzcv, fpcr, fpsr;
+  struct {
+    unsigned char bytes[64];
+  } simd[32];
+};
+enum { DR_MC_ALL = 7 };
+bool dr_redirect_execution(dr_mcontext_t* context);
+
+enum dr_kernel_xfer_type_t { DR_XFER_SIGNAL_DELIVERY, DR_XFER_SIGNAL_RETURN, DR_XFER_CLIENT_REDIRECT };
+struct dr_kernel_xfer_info_t {
+  dr_kernel_xfer_type_t type;
+  const dr_mcontext_t* source_mcontext;
+  app_pc target_pc;
+  reg_t target_xsp;
+  int sig;
+};
+void dr_register_fork_init_event(void (*func)(void* drcontext));
+
+bool dr_raw_tls_calloc(reg_id_t* tls_register, uint* offset, uint num_slots, uint alignment);
+void* dr_get_dr_segment_base(reg_id_t tls_register);
+void dr_insert_read_raw_tls(void* drcontext, instrlist_t* list, instr_t* where, reg_id_t tls_register, uint offset,
+                            reg_id_t to);
 
 extern "C" void dr_client_main(client_id_t id, int argc, const char* argv[]);

@@ -49,6 +49,9 @@ struct machine {
       case instr_t::read_field:
         x[x_of(o[0].number)] = reinterpret_cast<reg_t>(on.fields[static_cast<int>(o[1].value)]);
         return;
+      case instr_t::read_direct:
+        x[x_of(o[0].number)] = reinterpret_cast<reg_t>(on.direct[o[1].value / static_cast<int>(sizeof(void*))]);
+        return;
       case instr_t::call:
         call(o);
         // No register is kept, and the platform's own is none of the application's.

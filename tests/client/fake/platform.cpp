@@ -328,6 +328,32 @@ bool drmgr_set_tls_field(void* drcontext, int index, void* value) {
 }
 void* drmgr_get_tls_field(void* drcontext, int index) { return thread_of(drcontext).fields[index]; }
 
+bool dr_raw_tls_calloc(reg_id_t* tls_register, uint* offset, uint num_slots, uint) {
+  now.calls.push_back(text("dr_raw_tls_calloc %u", num_slots));
+  *tls_register = now.stolen;
+  *offset = sizeof(void*);
+  return now.has_direct_slots;
+}
+void* dr_get_dr_segment_base(reg_id_t) { return now.current->direct; }
+void dr_insert_read_raw_tls(void*, instrlist_t* list, instr_t* where, reg_id_t tls_register, uint offset, reg_id_t to) {
+  insert(list, where,
+         special(instr_t::read_direct, text("read %s, [%s+%u]", name(to).c_str(), name(tls_register).c_str(), offset),
+                 {opnd_create_reg(to), opnd_create_immed_int(offset, OPSZ_4)}));
+}
+void dr_register_fork_init_event(void (*func)(void*)) {
+  now.calls.push_back("dr_register_fork_init_event");
+  now.forked = func;
+}
+bool drmgr_register_kernel_xfer_event(void (*func)(void*, const dr_kernel_xfer_info_t*)) {
+  now.calls.push_back("drmgr_register_kernel_xfer_event");
+  now.transfer = func;
+  return true;
+}
+bool dr_redirect_execution(dr_mcontext_t* context) {
+  now.redirections.push_back(*context);
+  return false;
+}
+
 drreg_status_t drreg_init(drreg_options_t* options) {
   now.calls.push_back(text("drreg_init %d %u %d %d", options->struct_size == sizeof *options, options->num_spill_slots,
                            options->conservative, options->error_callback != nullptr));

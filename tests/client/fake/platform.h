@@ -16,7 +16,17 @@ struct instr_t {
   bool is_original = false;
   int opcode = -1;                 ///< of one built from operands; see `special` otherwise
   std::vector<opnd_t> operands{};  ///< destinations first
-  enum special_kind { none, save, restore, get_stolen, set_stolen, move_immediate, read_field, call } special = none;
+  enum special_kind {
+    none,
+    save,
+    restore,
+    get_stolen,
+    set_stolen,
+    move_immediate,
+    read_field,
+    read_direct,
+    call
+  } special = none;
   dr_spill_slot_t slot{};
 };
 struct instrlist_t {
@@ -31,6 +41,7 @@ struct aborted {};  ///< thrown by dr_abort
 struct thread {
   std::map<int, void*> fields;
   reg_t slots[4] = {};
+  void* direct[4] = {};  ///< what lies at an offset from the stolen register
 };
 
 struct platform {
@@ -39,6 +50,7 @@ struct platform {
   bool drmgr_fails = false, drreg_fails = false, register_fails = false, unregister_fails = false,
        drreg_exit_fails = false;
   bool shares_blocks = false;
+  bool has_direct_slots = true;
   reg_id_t stolen = DR_REG_X28;
   module_data_t main_module{};
   bool has_main_module = true;
@@ -48,6 +60,9 @@ struct platform {
   const volatile void* put_right = nullptr;  ///< an address that looks writable to the application
   std::vector<void (*)(void*)> thread_init, thread_exit;
   void (*exit)() = nullptr;
+  void (*forked)(void*) = nullptr;
+  void (*transfer)(void*, const dr_kernel_xfer_info_t*) = nullptr;
+  std::vector<dr_mcontext_t> redirections;
   drmgr_block_event block = nullptr;
   int destroyed = 0;
 };
