@@ -13,8 +13,8 @@ void compare_elements(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test
   byte aside[vector_bytes];
   byte *const predicate = p_of(state, pg), *const result = pd.number == pg.number ? aside : p_of(state, pd);
   const compare_outcome outcome = compare_register<T>(result, predicate, test, src...);
-  if (outcome.every_active) [[likely]]
-    write_flags(state, result[0], !outcome.any, !active<T>(result, lanes<T> - 1), false);
+  if (outcome.every_active()) [[likely]]
+    write_flags(state, result[0], !outcome.any(), !active<T>(result, lanes<T> - 1), false);
   else
     sve_ptest<unsigned_of<T>>(state, reinterpret_cast<const char*>(predicate), reinterpret_cast<const char*>(result));
   if (result == aside) std::memcpy(predicate, aside, vector_bytes);

@@ -5,9 +5,11 @@
 
 namespace sve {
 
-/// Whether every element was active, and whether any compared true.
+/// Bits of what was inactive, and of what compared true: of each piece's, joined.
 struct compare_outcome {
-  bool every_active, any;
+  byte_piece missing, found;
+  bool every_active() const { return !any_of(missing); }
+  bool any() const { return any_of(found); }
 };
 
 /// dst[i] = active and test(src[i]...), as 1 or 0 at the width of T: a canonical predicate. `test` takes vectors of T
@@ -17,7 +19,7 @@ template <class T, class Test, class... Sources>
                                                                const Sources*... src) {
   typedef T Elements [[gnu::vector_size(16)]];
   const byte_piece one = piece_of_words(first_bytes(sizeof(T)));
-  byte_piece missing{}, any{};
+  byte_piece every = ~byte_piece{}, found{};
 #pragma GCC unroll 8
   for (std::size_t i = 0; i < register_pieces; ++i) {
     const byte_piece active = load_piece(predicate + 16 * i);
@@ -25,10 +27,10 @@ template <class T, class Test, class... Sources>
         reinterpret_cast<byte_piece>(test(reinterpret_cast<Elements>(load_piece(src + 16 * i))...));
     const byte_piece result = truth & active & one;
     store_piece(dst + 16 * i, result);
-    missing |= ~active;
-    any |= result;
+    every &= active;
+    found |= result;
   }
-  return {!any_of(missing & one), any_of(any)};
+  return {one & ~every, found};
 }
 
 }  // namespace sve

@@ -26,8 +26,8 @@ template <class T, class Test, class... Sources>
 in_place::PredV compare(const in_place::PredV& p, in_place::CpuContext* ctx, Test test, const Sources&... src) {
   const in_place::PredV r{ctx->result};
   const compare_outcome outcome = compare_register<T>(r.bytes, p.bytes, test, src.bytes...);
-  if (outcome.every_active) [[likely]]
-    write_flags_of_all(ctx, r, 8 * sizeof(T), outcome.any);
+  if (outcome.every_active()) [[likely]]
+    write_flags_of_all(ctx, r, 8 * sizeof(T), outcome.any());
   else
     set_flags_of_some(p, r, 8 * sizeof(T), ctx);
   return r;

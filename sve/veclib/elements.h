@@ -118,6 +118,16 @@ inline bool active(const Predicate& p, std::size_t i) {
   return bit(p, i * sizeof(T));
 }
 
+/// Whether every element of T is active, where that is quickly told.
+template <class T>
+inline bool known_to_be_all(const PredV&) {
+  return false;
+}
+template <class T>
+inline bool known_to_be_all(const in_place::PredV& p) {
+  return sve::all_active<T>(p.bytes);
+}
+
 /// A predicate in byte form, as the element loops take it: up to the length in use, and what covers it.
 struct byte_predicate {
   explicit byte_predicate(const PredV& p, const CpuContext* context) {

@@ -36,8 +36,13 @@ template <class T, class M, class Predicate, class Context, class Address>
 auto gather(const Predicate& p, Context* ctx, Address address) {
   return whole_or_nothing(ctx, [&](byte* r) {
     const std::size_t n = count<T>(ctx);
-    for (std::size_t e = 0; e < n; ++e)
-      store<T>(r, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
+    if (known_to_be_all<T>(p)) {
+#pragma GCC unroll 4
+      for (std::size_t e = 0; e < n; ++e) store<T>(r, e, static_cast<T>(read_plain<M>(address(e))));
+    } else {
+      for (std::size_t e = 0; e < n; ++e)
+        store<T>(r, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
+    }
   });
 }
 
@@ -52,22 +57,19 @@ void scatter(const Predicate& p, const Vector& v, const Context* ctx, Address ad
 // of the first-fault register are cleared, active or not. The first active element is guarded like any other: no load
 // of this kind ever faults.
 template <class T, class M, class Predicate, class Context, class Address>
-auto load_guarded(const Predicate& p, Context* ctx, bool non_fault, Address address) {
+auto load_guarded(const Predicate& p, Context* ctx, Address address) {
   return whole_or_nothing(ctx, [&](byte* r) {
     const guarded_reads guard;
     const std::size_t n = count<T>(ctx);
-    bool fault = false, first = true;
-    for (std::size_t e = 0; e < n; ++e) {
-      T value{0};
-      if (active<T>(p, e) && !fault) {
-        value = static_cast<T>(read_guarded<M>(address(e), non_fault || !first, &fault));
-        if (!fault) first = false;
-      }
-      if (fault) {
-        value = T{0};
-        clear_bits(ctx->ffr, e * sizeof(T), sizeof(T));
-      }
-      store<T>(r, e, value);
+    std::size_t e = 0;
+    for (; e < n; ++e) {
+      std::make_unsigned_t<M> element{0};
+      if (active<T>(p, e) && !guarded_read(address(e), element)) break;
+      store<T>(r, e, static_cast<T>(static_cast<M>(element)));
+    }
+    for (; e < n; ++e) {
+      store<T>(r, e, T{0});
+      clear_bits(ctx->ffr, e * sizeof(T), sizeof(T));
     }
   });
 }
@@ -78,13 +80,13 @@ namespace {
 
 // The same for a contiguous span. Where all of it can be copied, the elements need no guard of their own.
 template <class T, class M, class Predicate, class Context>
-auto load_guarded_span(const Predicate& p, Context* ctx, bool non_fault, u64 start) {
+auto load_guarded_span(const Predicate& p, Context* ctx, u64 start) {
   const guarded_reads guard;
   const std::size_t bytes = count<T>(ctx) * sizeof(M);
   byte span[sizeof(VectorV)];
   if (bytes >= 8 && guarded_copy(span, start, bytes))
     return gather<T, M>(p, ctx, contiguous<M>(reinterpret_cast<u64>(span)));
-  return load_guarded<T, M>(p, ctx, non_fault, contiguous<M>(start));
+  return load_guarded<T, M>(p, ctx, contiguous<M>(start));
 }
 
 }  // namespace
@@ -101,18 +103,16 @@ auto load_guarded_span(const Predicate& p, Context* ctx, bool non_fault, u64 sta
 
 // One address form each, for loads of memory type M plain and first-fault, and for stores. VI: vector of bases and an
 // immediate count of elements; VS: vector of byte offsets and a base; SV: base and a vector of scaled offsets.
-#define LOADS_VI(digit, M, ...)                                                                                   \
-  SVE_DEFINE_GATHER_VS(Load##digit##VIZ, (gather<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)   \
-  SVE_DEFINE_GATHER_VS(LoadFF##digit##VIZ, (load_guarded<T, M>(p, ctx, false, vector_plus<T>(v, s * sizeof(M)))), \
-                       __VA_ARGS__)
-#define LOADS_VS(digit, form, extend, M, ...)                                                                   \
-  SVE_DEFINE_GATHER_VS(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)   \
-  SVE_DEFINE_GATHER_VS(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, 1, extend))), \
-                       __VA_ARGS__)
+#define LOADS_VI(digit, M, ...)                                                                                 \
+  SVE_DEFINE_GATHER_VS(Load##digit##VIZ, (gather<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__) \
+  SVE_DEFINE_GATHER_VS(LoadFF##digit##VIZ, (load_guarded<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)
+#define LOADS_VS(digit, form, extend, M, ...)                                                                 \
+  SVE_DEFINE_GATHER_VS(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__) \
+  SVE_DEFINE_GATHER_VS(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)
 #define LOADS_SV(digit, form, extend, M, ...)                                                                         \
   SVE_DEFINE_GATHER_SV(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__) \
-  SVE_DEFINE_GATHER_SV(LoadFF##digit##form,                                                                           \
-                       (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__)
+  SVE_DEFINE_GATHER_SV(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, base_plus<T>(s, v, sizeof(M), extend))),      \
+                       __VA_ARGS__)
 #define STORES_VI(digit, M, ...) \
   SVE_DEFINE_SCATTER_VS(Store##digit##VIZ, (scatter<T, M>(p, data, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)
 #define STORES_VS(digit, form, extend, M, ...) \
@@ -120,14 +120,12 @@ auto load_guarded_span(const Predicate& p, Context* ctx, bool non_fault, u64 sta
 #define STORES_SV(digit, form, extend, M, ...)                                                                    \
   SVE_DEFINE_SCATTER_SV(Store##digit##form, (scatter<T, M>(p, data, ctx, base_plus<T>(s, v, sizeof(M), extend))), \
                         __VA_ARGS__)
-#define CONTIGUOUS_FF(digit, M, ...)                                                                           \
-  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, false, base + index * sizeof(M))), \
+#define CONTIGUOUS_FF(digit, M, ...) \
+  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, base + index * sizeof(M))), __VA_ARGS__)
+#define CONTIGUOUS_NF(digit, M, ...)                                                                                \
+  SVE_DEFINE_LOAD_SI(CLoadNF##digit##SIZ,                                                                           \
+                     (load_guarded_span<T, M>(p, ctx, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
                      __VA_ARGS__)
-#define CONTIGUOUS_NF(digit, M, ...)                                                                       \
-  SVE_DEFINE_LOAD_SI(                                                                                      \
-      CLoadNF##digit##SIZ,                                                                                 \
-      (load_guarded_span<T, M>(p, ctx, true, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
-      __VA_ARGS__)
 
 LOADS_VI(1, std::uint8_t, U32, U64)
 LOADS_VI(1, std::int8_t, S32, S64)

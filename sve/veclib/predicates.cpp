@@ -138,13 +138,9 @@ Predicate merged_until_break(const Predicate& old, const Predicate& governing, c
       before_break(governing, q, ctx, inclusive));
 }
 
-// Whether every bit is active, where that is quickly told.
-bool known_to_be_all(const PredV&) { return false; }
-bool known_to_be_all(const in_place::PredV& p) { return all_active<byte>(p.bytes); }
-
 template <class Predicate, class Context>
 bool bit_at_last_active(const Predicate& governing, const Predicate& q, const Context* ctx) {
-  if (known_to_be_all(governing)) return bit(q, length_bytes(ctx) - 1);
+  if (known_to_be_all<byte>(governing)) return bit(q, length_bytes(ctx) - 1);
   const int last = highest_of(ctx, same, governing);
   return last >= 0 && bit(q, static_cast<std::size_t>(last));
 }

@@ -77,9 +77,9 @@ constexpr auto count_bits = [](T a) {
   T x = static_cast<T>(a - ((a >> 1) & (ones / 3)));
   x = static_cast<T>((x & (ones / 5)) + ((x >> 2) & (ones / 5)));
   x = static_cast<T>((x + (x >> 4)) & (ones / 17));
-  if constexpr (width<T> > 8) x = static_cast<T>(x + (x >> 8));
-  if constexpr (width<T> > 16) x = static_cast<T>(x + (x >> 16));
-  if constexpr (width<T> > 32) x = static_cast<T>(x + (x >> 32));
+  if constexpr (width < T >> 8) x = static_cast<T>(x + (x >> 8));
+  if constexpr (width < T >> 16) x = static_cast<T>(x + (x >> 16));
+  if constexpr (width < T >> 32) x = static_cast<T>(x + (x >> 32));
   return static_cast<T>(x & (2 * width<T> - 1));
 };
 template <class T>
@@ -87,9 +87,9 @@ constexpr auto count_leading_zeros = [](T a) {
   a = static_cast<T>(a | (a >> 1));
   a = static_cast<T>(a | (a >> 2));
   a = static_cast<T>(a | (a >> 4));
-  if constexpr (width<T> > 8) a = static_cast<T>(a | (a >> 8));
-  if constexpr (width<T> > 16) a = static_cast<T>(a | (a >> 16));
-  if constexpr (width<T> > 32) a = static_cast<T>(a | (a >> 32));
+  if constexpr (width < T >> 8) a = static_cast<T>(a | (a >> 8));
+  if constexpr (width < T >> 16) a = static_cast<T>(a | (a >> 16));
+  if constexpr (width < T >> 32) a = static_cast<T>(a | (a >> 32));
   return count_bits<T>(static_cast<T>(~a));
 };
 template <class T>
