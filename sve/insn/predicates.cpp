@@ -135,11 +135,14 @@ aarch64_decode_rc sve_brkn(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg
 aarch64_decode_rc sve_brkpb(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn, aarch64_p_reg pm,
                             bool setflags) {
   const unsigned end = last_is_true(state, pg, pn) ? before_break(state, pg, pm, false) : 0;
-  byte bytes[vector_bytes];
+  byte aside[vector_bytes];
+  byte* const result = setflags ? aside : p_of(state, pd);  // flags ask for Pg, which Pd may be
   for (std::size_t i = 0; i < register_pieces; ++i)
-    store_piece(bytes + 16 * i, load_piece(p_of(state, pg) + 16 * i) & (byte_piece{} + byte{1}) & piece_below(end, i));
-  if (setflags) sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(bytes));
-  std::memcpy(p_of(state, pd), bytes, vector_bytes);
+    store_piece(result + 16 * i, load_piece(p_of(state, pg) + 16 * i) & (byte_piece{} + byte{1}) & piece_below(end, i));
+  if (setflags) {
+    sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(aside));
+    std::memcpy(p_of(state, pd), aside, vector_bytes);
+  }
   return executed;
 }
 

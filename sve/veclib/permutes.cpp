@@ -61,6 +61,20 @@ auto transpose(const Source& a, const Source& b, const Context* ctx, std::size_t
   });
 }
 
+// In place pairs lie in one piece.
+template <class T, class Source>
+in_place::VectorV transpose(const Source& a, const Source& b, const in_place::CpuContext* ctx, std::size_t odd) {
+  constexpr byte size = sizeof(T);
+  const byte_piece place = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const byte_piece in_pair = (place & static_cast<byte>(~size)) + static_cast<byte>(odd * size);
+  const byte_piece from =
+      in_pair + (reinterpret_cast<byte_piece>((place & size) != 0) & byte{16});  // the odd ones, of b
+  return element_wise(ctx, [&](byte* r) {
+    for (std::size_t i = 0; i < vector_bytes; i += 16)
+      store_piece(r + i, __builtin_shuffle(load_piece(a.bytes + i), load_piece(b.bytes + i), from));
+  });
+}
+
 template <class T, class Source, class Context>
 auto reversed(const Source& a, const Context* ctx) {
   const std::size_t n = count<T>(ctx);

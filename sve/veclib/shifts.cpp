@@ -69,31 +69,32 @@ constexpr auto divided = [](auto a, unsigned n) {
   return static_cast<T>((static_cast<std::int64_t>(a) + bias) >> n);
 };
 
-// The counts, equal to those of the toolkit, in steps that every host has for vectors: sums of neighbouring bits, pairs
-// and so on, which a mask keeps apart until they are bytes.
+// The counts, equal to those of the toolkit, in steps that hosts have for vectors: sums of neighbouring bits, pairs and so
+// on, which a mask keeps apart until they are bytes. Leading bits of 64 are quicker one by one.
 template <class T>
 constexpr auto count_bits = [](T a) {
   constexpr T ones = static_cast<T>(~T{0});
   T x = static_cast<T>(a - ((a >> 1) & (ones / 3)));
   x = static_cast<T>((x & (ones / 5)) + ((x >> 2) & (ones / 5)));
   x = static_cast<T>((x + (x >> 4)) & (ones / 17));
-  if constexpr (width < T >> 8) x = static_cast<T>(x + (x >> 8));
-  if constexpr (width < T >> 16) x = static_cast<T>(x + (x >> 16));
-  if constexpr (width < T >> 32) x = static_cast<T>(x + (x >> 32));
+  if constexpr (sizeof(T) > 1) x = static_cast<T>(x + (x >> 8));
+  if constexpr (sizeof(T) > 2) x = static_cast<T>(x + (x >> 16));
+  if constexpr (sizeof(T) > 4) x = static_cast<T>(x + (x >> 32));
   return static_cast<T>(x & (2 * width<T> - 1));
 };
 template <class T>
 constexpr auto count_leading_zeros = [](T a) {
+  if constexpr (sizeof(T) == 8) return static_cast<T>(CountLeadingZeroBits(a, width<T>));
   a = static_cast<T>(a | (a >> 1));
   a = static_cast<T>(a | (a >> 2));
   a = static_cast<T>(a | (a >> 4));
-  if constexpr (width < T >> 8) a = static_cast<T>(a | (a >> 8));
-  if constexpr (width < T >> 16) a = static_cast<T>(a | (a >> 16));
-  if constexpr (width < T >> 32) a = static_cast<T>(a | (a >> 32));
+  if constexpr (sizeof(T) > 1) a = static_cast<T>(a | (a >> 8));
+  if constexpr (sizeof(T) > 2) a = static_cast<T>(a | (a >> 16));
   return count_bits<T>(static_cast<T>(~a));
 };
 template <class T>
 constexpr auto count_leading_signs = [](T a) {
+  if constexpr (sizeof(T) == 8) return static_cast<T>(CountLeadingSignBits(a, width<T>));
   const T sign = static_cast<T>(static_cast<signed_of<T>>(a) >> (width<T> - 1));
   return static_cast<T>(count_leading_zeros<T>(static_cast<T>(a ^ sign)) - 1);
 };
