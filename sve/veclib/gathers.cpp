@@ -38,7 +38,10 @@ auto gather(const Predicate& p, Context* ctx, Address address) {
     const std::size_t n = count<T>(ctx);
     if (known_to_be_all<T>(p)) {
 #pragma GCC unroll 4
-      for (std::size_t e = 0; e < n; ++e) store<T>(r, e, static_cast<T>(read_plain<M>(address(e))));
+      for (std::size_t e = 0; e < n; ++e) {
+        store<T>(r, e, static_cast<T>(read_plain<M>(address(e))));
+        asm volatile("" ::: "memory");  // in rising order: a fault names the first element that has one
+      }
     } else {
       for (std::size_t e = 0; e < n; ++e)
         store<T>(r, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
