@@ -4,7 +4,7 @@
 
 #include "bench/row_case.h"
 #include "sve/decode/handlers.h"
-#include "sve/state/lanes.h"
+#include "sve/lanes/lanes.h"
 
 namespace {
 
@@ -63,8 +63,8 @@ void copy_handler(benchmark::State& bench_state) {
   }
 }
 
-// The marshalling alone: a library handler whose routine does nothing.
-[[gnu::noinline]] void nothing(CpuContext* context) { benchmark::DoNotOptimize(context); }
+// The protocol of the library alone: a handler whose routine does nothing.
+[[gnu::noinline]] void nothing(sve::in_place::CpuContext* context) { benchmark::DoNotOptimize(context); }
 
 void marshalling(benchmark::State& bench_state) {
   cpu_state state{};

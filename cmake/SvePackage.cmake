@@ -34,9 +34,9 @@ install(FILES ${PROJECT_BINARY_DIR}/sve_stats_896.pc DESTINATION ${CMAKE_INSTALL
 set(public_headers
   decode/dispatch.h
   insn/functions.h insn/functions.inc insn/signatures.h insn/stubs.inc
-  state/cpu_state.h state/operands.h state/register_names.h state/repeat.h state/vector_length.h
+  state/cpu_state.h lanes/repeat.h state/operands.h state/register_names.h state/vector_length.h
   stats/stats.h
-  veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/types.h)
+  veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/signatures.inc veclib/types.h)
 foreach(header ${public_headers})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/sve/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sve/${folder}

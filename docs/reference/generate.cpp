@@ -10,7 +10,7 @@
 
 #include "sve/decode/table.h"
 #include "sve/decode/text.h"
-#include "sve/state/repeat.h"
+#include "sve/lanes/repeat.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "sve/state/repeat.h"
+#include "sve/lanes/repeat.h"
 
 namespace sve::decode {
 

@@ -1,5 +1,5 @@
-// The kinds of decode handler: templates over the callee and its operands. Marshalling for the vector library exists
-// here and nowhere else.
+// The kinds of decode handler: templates over the callee and its operands. The library's protocol exists here and
+// nowhere else.
 #pragma once
 
 #include <type_traits>
@@ -39,34 +39,7 @@ struct direct_fp : direct<Function, Form> {
   }
 };
 
-// ---- Library: marshal into values and a context, call the routine, copy everything back ----
-
-/// One operand's value, fetched from the state. A temporary of the call, so that nothing is copied twice and the unused
-/// bytes of a vector stay unset.
-template <class Operand>
-struct fetched {
-  fetched(const cpu_state* state, word_t word) { Operand::load(value, state, word); }  // NOLINT
-  typename Operand::type value;
-};
-
-inline void enter(CpuContext& context, const cpu_state* state) {
-  context.nzcv = static_cast<std::uint32_t>(state->nzcv);
-  context.fpsr = state->fpsr;
-  context.fpcr = state->fpcr | state->fpcr_extra;
-  context.vl_word = vector_granules;
-  predicate_value<bits<0>>::to_bits(context.ffr, state->ffr);
-}
-
-inline void leave(const CpuContext& context, const PredV& entered_ffr, cpu_state* state) {
-  state->nzcv = context.nzcv;
-  if (const std::uint32_t raised = context.fpsr & ~state->fpsr) [[unlikely]]
-    raise_host_status(raised);
-  state->fpsr = context.fpsr;
-  state->fpcr = context.fpcr;  // from here on any bits of fpcr_extra stand in fpcr
-  // Few routines change the register. Not to write it back then keeps one handler from waiting for the one before.
-  if (register_bits(context.ffr.words) != register_bits(entered_ffr.words) || !is_canonical(state->ffr)) [[unlikely]]
-    unpack_register(context.ffr.words, state->ffr);
-}
+// ---- Library: the routine's body on the registers where they lie, under the protocol of the library's context ----
 
 // Scalars travel as 64 bits, which the routine takes as signed or unsigned.
 template <class Parameter>
@@ -83,33 +56,97 @@ struct signature_of<Result (*)(Parameters...)> {
   using fetched = parameters<as_fetched<Parameters>...>;
 };
 
-template <auto* Routine, class RoutineForm>
+template <class Operand>
+concept whole_register = requires(cpu_state* state, word_t word) {
+  Operand::place(state, word);
+};
+
+/// An operand as a body takes it: its register, or a scalar fetched from the state.
+template <class Operand>
+[[gnu::always_inline]] inline auto operand_of(cpu_state* state, word_t word) {
+  if constexpr (whole_register<Operand>) {
+    return typename Operand::register_type{Operand::place(state, word)};
+  } else {
+    typename Operand::type value;
+    Operand::load(value, state, word);
+    return value;
+  }
+}
+
+/// Whether an operand is the register at `place`.
+template <class Operand>
+[[gnu::always_inline]] inline bool lies_at(const byte* place, cpu_state* state, word_t word) {
+  if constexpr (whole_register<Operand>)
+    return Operand::place(state, word) == place;
+  else
+    return false;
+}
+
+[[gnu::always_inline]] inline void enter(in_place::CpuContext& context, cpu_state* state) {
+  context.nzcv = static_cast<std::uint32_t>(state->nzcv);
+  context.fpsr = state->fpsr;
+  context.fpcr = state->fpcr | state->fpcr_extra;
+  context.ffr = {state->ffr};
+}
+
+/// The word of flags loses its upper half, bits of `fpcr_extra` stand in `fpcr`, and the first-fault register's bytes
+/// are 0 or 1, whatever the routine did.
+[[gnu::always_inline]] inline void leave(const in_place::CpuContext& context, std::uint32_t entered_fpsr,
+                                         cpu_state* state) {
+  state->nzcv = context.nzcv;
+  if (context.fpsr != entered_fpsr) {
+    if (const std::uint32_t raised = context.fpsr & ~entered_fpsr) raise_host_status(raised);
+    state->fpsr = context.fpsr;
+  }
+  state->fpcr = context.fpcr;
+  byte* ffr = state->ffr;
+  asm("" : "+r"(ffr));  // so far from the state's start, pieces are read in pairs from a base of their own alone
+  if (!is_canonical(ffr)) [[unlikely]]
+    make_canonical(ffr);
+}
+
+template <auto& Body, class RoutineForm>
 struct library_call;
-template <auto* Routine, class Result, class... Operands>
-struct library_call<Routine, routine_form<Result, Operands...>> {
-  using signature = signature_of<decltype(Routine)>;
-  static_assert(std::is_same_v<typename signature::fetched, parameters<typename Operands::type..., CpuContext*>>,
-                "the row's operands are not the parameters of its routine");
+template <auto& Body, class Result, class... Operands>
+struct library_call<Body, routine_form<Result, Operands...>> {
+  using result = typename signature_of<decltype(&Body)>::result;
 
   [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
-    CpuContext context;
+    in_place::CpuContext context;
     enter(context, state);
-    const PredV ffr = context.ffr;
-    if constexpr (std::is_void_v<typename signature::result>) {
+    const std::uint32_t entered_fpsr = context.fpsr;
+    alignas(16) byte aside[vector_bytes];
+    context.destination = context.aside = aside;
+    if constexpr (whole_register<Result>) context.destination = Result::place(state, word);
+    const bool is_source = (lies_at<Operands>(context.destination, state, word) || ...);
+    context.result = is_source ? context.aside : context.destination;
+    if constexpr (std::is_void_v<result>) {
       static_assert(std::is_same_v<Result, nothing>);
-      Routine(fetched<Operands>(state, word).value..., &context);
+      Body(operand_of<Operands>(state, word)..., &context);
+    } else if constexpr (whole_register<Result>) {
+      const auto computed = Body(operand_of<Operands>(state, word)..., &context);
+      if (computed.bytes != context.destination) std::memcpy(context.destination, computed.bytes, vector_bytes);
     } else {
-      Result::store(state, word, Routine(fetched<Operands>(state, word).value..., &context));
+      Result::store(state, word, Body(operand_of<Operands>(state, word)..., &context));
     }
-    leave(context, ffr, state);
+    leave(context, entered_fpsr, state);
     return AARCH64_DECODE_EXECUTED;
   }
 };
+
+template <class Signature, class RoutineForm>
+inline constexpr bool routine_fits = false;
+template <class Signature, class Result, class... Operands>
+inline constexpr bool routine_fits<Signature, routine_form<Result, Operands...>> =
+    std::is_same_v<typename Signature::fetched, parameters<typename Operands::type..., CpuContext*>>;
+
 /// Both homes of the instruction take the form's operands, though the row reaches one.
-template <auto* Routine, auto* Function, class Form>
-struct library : library_call<Routine, typename routine_of<Form>::type> {
+template <auto* Routine, auto& Body, auto* Function, class Form>
+struct library : library_call<Body, typename routine_of<Form>::type> {
   static_assert(std::is_same_v<decltype(Function), typename Form::function*>,
                 "the row's operands are not the parameters of its instruction function");
+  static_assert(routine_fits<signature_of<decltype(Routine)>, typename routine_of<Form>::type>,
+                "the row's operands are not the parameters of its routine");
 };
 
 /// Prefetches touch nothing at all, not even `instr`.

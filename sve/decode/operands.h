@@ -10,8 +10,8 @@
 #include "sve/decode/description.h"
 #include "sve/decode/shapes.h"
 #include "sve/insn/functions.h"
-#include "sve/state/predicate_bits.h"
-#include "sve/veclib/types.h"
+#include "sve/lanes/predicate_bits.h"
+#include "sve/veclib/in_place.h"
 
 namespace sve::decode {
 
@@ -38,10 +38,12 @@ struct joined {
 
 // ---- Registers ----
 
-/// What routines take and give by value: a vector, a predicate, a scalar of 64 bits.
+/// What routines take and give by value: a vector, a predicate, a scalar of 64 bits. `place` is where a register lies.
 template <class Field>
 struct vector_value {
   using type = VectorV;
+  using register_type = in_place::VectorV;
+  static byte* place(cpu_state* state, word_t w) { return state->z[Field::cut(w)]; }
   static void load(VectorV& v, const cpu_state* state, word_t w) {
     std::memcpy(v.bytes, state->z[Field::cut(w)], vector_bytes);
   }
@@ -52,6 +54,8 @@ struct vector_value {
 template <class Field>
 struct predicate_value {
   using type = PredV;
+  using register_type = in_place::PredV;
+  static byte* place(cpu_state* state, word_t w) { return state->p[Field::cut(w)]; }
   static void load(PredV& p, const cpu_state* state, word_t w) { to_bits(p, state->p[Field::cut(w)]); }
   static void to_bits(PredV& p, const byte* bytes) {
     pack_register(bytes, p.words);

@@ -16,7 +16,7 @@
 #define DIRECT_FP(key, name, function, ...) \
   SVE_ROW(key, direct_fp, name, function, (direct_fp<function, __VA_ARGS__>::handle), __VA_ARGS__)
 #define LIBRARY(key, name, function, ...) \
-  SVE_ROW(key, library, name, function, (library<name, function, __VA_ARGS__>::handle), __VA_ARGS__)
+  SVE_ROW(key, library, name, function, (library<name, in_place::name, function, __VA_ARGS__>::handle), __VA_ARGS__)
 #define PREFETCH(key, name, function, ...) SVE_ROW(key, prefetch, name, function, prefetch::handle, __VA_ARGS__)
 
 #define SVE_ROWS(name, ...)                  \

@@ -1,4 +1,6 @@
 // Integer compares: a canonical predicate, zero where Pg is inactive, and the flags from it.
+#include "sve/lanes/compares.h"
+
 #include "sve/insn/lanes.h"
 #include "sve/insn/predicates.h"
 
@@ -6,11 +8,16 @@ using namespace sve;
 
 namespace {
 
-template <class T>
-aarch64_decode_rc finish(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, const byte* result) {
-  sve_ptest<T>(state, reinterpret_cast<const char*>(p_of(state, pg)), reinterpret_cast<const char*>(result));
-  std::memcpy(p_of(state, pd), result, vector_bytes);  // last, since Pd may be Pg
-  return executed;
+template <class T, class Test, class... Sources>
+void compare_elements(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test test, const Sources*... src) {
+  byte aside[vector_bytes];
+  byte *const predicate = p_of(state, pg), *const result = pd.number == pg.number ? aside : p_of(state, pd);
+  const compare_outcome outcome = compare_register<T>(result, predicate, test, src...);
+  if (outcome.every_active()) [[likely]]
+    write_flags(state, result[0], !outcome.any(), !active<T>(result, lanes<T> - 1), false);
+  else
+    sve_ptest<unsigned_of<T>>(state, reinterpret_cast<const char*>(predicate), reinterpret_cast<const char*>(result));
+  if (result == aside) std::memcpy(predicate, aside, vector_bytes);
 }
 
 template <signedness S, class Test>
@@ -18,9 +25,7 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
                           Test test) {
   return for_size(pd.size, [&](auto element) {
     using T = lane<decltype(element), S>;
-    alignas(32) byte result[vector_bytes];
-    compare_lanes<T>(result, p_of(state, pg), lanes<T>, test, z_of(state, zn), z_of(state, zm));
-    finish<decltype(element)>(state, pd, pg, result);
+    compare_elements<T>(state, pd, pg, test, z_of(state, zn), z_of(state, zm));
   });
 }
 
@@ -30,11 +35,9 @@ aarch64_decode_rc compare_immediate(cpu_state* state, aarch64_p_reg pd, aarch64_
                                     Immediate imm, Test test) {
   return for_size(pd.size, [&](auto element) {
     using T = lane<decltype(element), S>;
-    alignas(32) byte result[vector_bytes];
     const T value = static_cast<T>(imm);
-    compare_lanes<T>(
-        result, p_of(state, pg), lanes<T>, [test, value](T a) { return test(a, value); }, z_of(state, zn));
-    finish<decltype(element)>(state, pd, pg, result);
+    compare_elements<T>(
+        state, pd, pg, [test, value](auto a) { return test(a, value); }, z_of(state, zn));
   });
 }
 

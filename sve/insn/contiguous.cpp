@@ -1,6 +1,6 @@
 // Contiguous loads and stores: predicated, non-temporal (as plain ones), replicating, and of whole registers.
 #include "sve/insn/memory.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 
@@ -70,14 +70,16 @@ aarch64_decode_rc replicate(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg
   const std::uint64_t address = read(state, rn) + std::uint64_t{imm} * sizeof(M);
   byte* dst = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
-  for (std::size_t e = 0; e < lanes<T>; ++e) {
-    T value = 0;
-    if (active<T>(predicate, e)) {
-      M element = read_memory<M>(address);
-      asm volatile("" : "+r"(element));  // keeps one read an element
-      value = static_cast<T>(element);
-    }
-    store<T>(dst, e, value);
+  const auto read = [address] {
+    M element = read_memory<M>(address);
+    asm volatile("" : "+r"(element) : : "memory");  // keeps one read an element
+    return static_cast<T>(element);
+  };
+  if (all_active<T>(predicate)) {
+#pragma GCC unroll 16
+    for (std::size_t e = 0; e < lanes<T>; ++e) store<T>(dst, e, read());
+  } else {
+    for (std::size_t e = 0; e < lanes<T>; ++e) store<T>(dst, e, active<T>(predicate, e) ? read() : T{0});
   }
   return executed;
 }

@@ -1,28 +1,16 @@
 // Element counts, counted increments and decrements, and the vector length as a number.
 #include "sve/insn/lanes.h"
-#include "sve/state/patterns.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/patterns.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 
 namespace {
 
-// The pattern's count of T at this vector length.
-template <class T>
-struct pattern_counts {
-  constexpr pattern_counts() {
-    for (unsigned pattern = 0; pattern < 32; ++pattern)
-      count[pattern] = static_cast<unsigned>(VecTrueILength(pattern, lanes<T>));
-  }
-  unsigned count[32] = {};
-};
-template <class T>
-inline constexpr pattern_counts<T> patterns;
-
 // The amount of a counted instruction, 32 bits wide.
 template <class T>
 unsigned amount(unsigned int pattern, unsigned int multiplier) {
-  return pattern < 32 ? patterns<T>.count[pattern] * multiplier : 0;
+  return pattern_count<T>(pattern) * multiplier;
 }
 
 template <class T>
@@ -123,8 +111,7 @@ aarch64_decode_rc sve_uqdecd_rii(cpu_state* state, aarch64_i_reg rdn, unsigned i
 // incp Xdn, Pm.T
 aarch64_decode_rc sve_incp_rp(cpu_state* state, aarch64_i_reg rdn, aarch64_p_reg pm) {
   return for_size(pm.size, [&](auto element) {
-    const register_bits elements = register_bits(p_of(state, pm)) & register_bits::elements(sizeof element);
-    write(state, rdn, read(state, rdn) + static_cast<std::uint64_t>(elements.count()));
+    write(state, rdn, read(state, rdn) + common_elements<decltype(element)>(p_of(state, pm), p_of(state, pm)));
   });
 }
 

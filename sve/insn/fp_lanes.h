@@ -4,8 +4,8 @@
 
 #include "sve/insn/host_fp.h"
 #include "sve/insn/lanes.h"
+#include "sve/lanes/predicate_bits.h"
 #include "sve/processor/vectors.h"
-#include "sve/state/predicate_bits.h"
 
 namespace sve::fp {
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "sve/insn/signatures.h"
-#include "sve/state/repeat.h"
+#include "sve/lanes/repeat.h"
 
 #define SVE_DECLARE_FUNCTION(shape, name) sve::insn::shape sve_##name;
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(SVE_DECLARE_FUNCTION, shape, __VA_ARGS__)

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "sve/insn/functions.h"
-#include "sve/state/lanes.h"
+#include "sve/lanes/lanes.h"
 
 namespace sve {
 

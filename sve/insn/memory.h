@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sve/insn/lanes.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 
 namespace sve {
 
@@ -21,13 +21,6 @@ template <class M>
 [[gnu::always_inline]] inline void write_memory(std::uint64_t address, M value) {
   std::memcpy(reinterpret_cast<void*>(address), &value, sizeof value);
   keep_order();
-}
-
-/// Whether every element of T is active.
-template <class T>
-inline bool all_active(const byte* predicate) {
-  constexpr std::uint64_t first_bits = ~std::uint64_t{0} / static_cast<T>(~T{0});
-  return every_word_has(first_bits, predicate);
 }
 
 /// Whether `bytes` bytes from an address lie in one page of any size in use.

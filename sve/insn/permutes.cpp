@@ -1,7 +1,8 @@
 // Moves of elements: broadcasts, predicated copies, selects, interleaves, reversals, unpacks, extracts, the move prefix
 // and the index generator. A destination may be one of the sources.
 #include "sve/insn/lanes.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/lookup.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 
@@ -238,17 +239,8 @@ aarch64_decode_rc sve_ext_zzi(cpu_state* state, aarch64_z_reg zdn, aarch64_z_reg
 
 // tbl Zd.T, {Zn.T}, Zm.T: an index beyond the vector gives 0.
 aarch64_decode_rc sve_tbl_zzz(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, aarch64_z_reg zm) {
-  return buffered(zd.size, z_of(state, zd), [&](auto element, byte* result) {
-    using T = decltype(element);
-    const byte* table = z_of(state, zn);
-    const byte* indices = z_of(state, zm);
-    for (std::size_t i = 0; i < lanes<T>; ++i) {
-      const T at = load<T>(indices, i);
-      const bool in_range = at < lanes<T>;
-      const T value = load<T>(table, in_range ? at : 0);
-      store<T>(result, i, static_cast<T>(value & static_cast<T>(0 - T{in_range})));
-    }
-  });
+  return for_size(zd.size,
+                  [&](auto element) { look_up<decltype(element)>(z_of(state, zd), z_of(state, zn), z_of(state, zm)); });
 }
 
 // zip1 Zd.T, Zn.T, Zm.T

@@ -5,14 +5,20 @@
 #include <limits>
 
 #include "sve/insn/lanes.h"
-#include "sve/state/patterns.h"
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/patterns.h"
+#include "sve/lanes/predicate_bits.h"
 
 using namespace sve;
 
 template <class T>
 void sve_ptest(cpu_state* state, const char* mask_bytes, const char* result_bytes) {
   const auto bytes = [](const char* p) { return reinterpret_cast<const byte*>(p); };
+  if (all_active<T>(bytes(mask_bytes))) [[likely]] {
+    const byte* result = bytes(result_bytes);
+    const bool none = !any_of(union_of(result) & piece_of_words(first_bytes(sizeof(T))));
+    write_flags(state, result[0] & 1, none, !active<T>(result, lanes<T> - 1), false);
+    return;
+  }
   const register_bits mask = register_bits(bytes(mask_bytes)) & register_bits::elements(sizeof(T));
   const register_bits result(bytes(result_bytes));
   const bool any = static_cast<bool>(mask);
@@ -33,33 +39,6 @@ namespace {
 const char* chars(const byte* p) { return reinterpret_cast<const char*>(p); }
 
 // ---- Predicates whose first elements are true ----
-
-// A register's worth of true elements of T followed by one of false ones: any leading count is one copy from it.
-template <class T>
-struct leading_table {
-  constexpr leading_table() {
-    for (std::size_t i = 0; i < vector_bytes; i += sizeof(T)) bytes[i] = 1;
-  }
-  byte bytes[2 * vector_bytes] = {};
-};
-template <class T>
-inline constexpr leading_table<T> leading_true;
-
-template <class T>
-void set_leading(byte* predicate, std::size_t elements) {
-  std::memcpy(predicate, leading_true<T>.bytes + vector_bytes - elements * sizeof(T), vector_bytes);
-}
-
-// The pattern's count at this vector length, for each pattern and element size.
-struct pattern_counts {
-  constexpr pattern_counts() {
-    for (unsigned size = 0; size < 4; ++size)
-      for (unsigned pattern = 0; pattern < 32; ++pattern)
-        count[size][pattern] = static_cast<byte>(VecTrueILength(pattern, vector_bytes >> size));
-  }
-  byte count[4][32] = {};
-};
-constexpr pattern_counts patterns;
 
 // `true_elements(count)` says how many leading elements compare true. The flags are those of a mask with every element
 // active.
@@ -102,35 +81,42 @@ std::size_t at_width(const cpu_state* state, aarch64_i_reg rn, aarch64_i_reg rm,
 template <class Op, class... Sources>
 aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Op op, const Sources*... src) {
   byte* dst = p_of(state, pd);
-  byte result[vector_bytes];
   if (pg.size == aarch64_p_reg::zeroing)
-    for (std::size_t i = 0; i < vector_bytes; ++i)
-      result[i] = static_cast<byte>(op(src[i]...) & -(p_of(state, pg)[i] & 1));
+    zero_lanes<byte>(dst, p_of(state, pg), vector_bytes, op, src...);
   else
-    merge_lanes<byte>(result, dst, p_of(state, pg), vector_bytes, op, src...);
-  std::memcpy(dst, result, vector_bytes);
+    merge_lanes<byte>(dst, dst, p_of(state, pg), vector_bytes, op, src...);
   return executed;
 }
 
 // ---- Partition ----
 
-// Active bytes of Pg take the bits of `result`, inactive ones are 0 or keep the old Pd.
-aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, register_bits result) {
-  byte bytes[vector_bytes];
-  result.spread(bytes);
-  const byte* spread = bytes;
-  return byte_logic(
-      state, pd, pg, [](byte b) { return b; }, spread);
+// Active bytes of Pg below `end` become 1, those above 0; inactive ones are 0 or keep the old Pd.
+aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, unsigned end) {
+  byte* dst = p_of(state, pd);
+  const byte* predicate = p_of(state, pg);
+  const byte_piece one = byte_piece{} + byte{1};
+#pragma GCC unroll 7
+  for (std::size_t i = 0; i < register_pieces; ++i) {
+    const byte_piece active = load_piece(predicate + 16 * i), taken = active & one & piece_below(end, i);
+    const byte_piece kept = reinterpret_cast<byte_piece>((active & one) == 0) & load_piece(dst + 16 * i);
+    store_piece(dst + 16 * i, pg.size == aarch64_p_reg::zeroing ? taken : taken | kept);
+  }
+  return executed;
 }
 
-// The bits up to the first active element at which Pn is true, that element included or not.
-register_bits before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool inclusive) {
-  const int at = (register_bits(p_of(state, pg)) & register_bits(p_of(state, pn))).first();
-  return at < 0 ? register_bits::below(vector_bytes) : register_bits::below(inclusive ? at + 1 : at);
+// Where the bits up to the first active element at which Pn is true end, that element included or not.
+unsigned before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool inclusive) {
+  const byte *active = p_of(state, pg), *source = p_of(state, pn);
+  const int at = register_bits(pack_pieces([&](std::size_t i) {
+                   return load_piece(active + 16 * i) & load_piece(source + 16 * i);
+                 })).first();
+  return at < 0 ? vector_bytes : static_cast<unsigned>(inclusive ? at + 1 : at);
 }
 
 // Whether the byte of Pn, as a whole, is nonzero at the last element active in Pg.
 bool last_is_true(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn) {
+  if (all_active<byte>(p_of(state, pg))) [[likely]]
+    return p_of(state, pn)[vector_bytes - 1] != 0;
   const int last = register_bits(p_of(state, pg)).last();
   return last >= 0 && p_of(state, pn)[last] != 0;
 }
@@ -140,20 +126,23 @@ aarch64_decode_rc sve_brkn(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg
   if (!last_is_true(state, pg, pn)) std::memset(dst, 0, vector_bytes);
   if (setflags) {
     // The mask of this test is all true, not Pg.
-    const register_bits result(dst);
-    write_flags(state, result.test(0), !result, !result.test(vector_bytes - 1), false);
+    const bool none = !any_of(union_of(dst) & (byte_piece{} + byte{1}));
+    write_flags(state, dst[0] & 1, none, !(dst[vector_bytes - 1] & 1), false);
   }
   return executed;
 }
 
 aarch64_decode_rc sve_brkpb(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn, aarch64_p_reg pm,
                             bool setflags) {
-  register_bits result(0, 0);
-  if (last_is_true(state, pg, pn)) result = register_bits(p_of(state, pg)) & before_break(state, pg, pm, false);
-  byte bytes[vector_bytes];
-  result.spread(bytes);
-  if (setflags) sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(bytes));
-  std::memcpy(p_of(state, pd), bytes, vector_bytes);
+  const unsigned end = last_is_true(state, pg, pn) ? before_break(state, pg, pm, false) : 0;
+  byte aside[vector_bytes];
+  byte* const result = setflags ? aside : p_of(state, pd);  // flags ask for Pg, which Pd may be
+  for (std::size_t i = 0; i < register_pieces; ++i)
+    store_piece(result + 16 * i, load_piece(p_of(state, pg) + 16 * i) & (byte_piece{} + byte{1}) & piece_below(end, i));
+  if (setflags) {
+    sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(aside));
+    std::memcpy(p_of(state, pd), aside, vector_bytes);
+  }
   return executed;
 }
 
@@ -168,8 +157,7 @@ aarch64_decode_rc sve_pfalse_p(cpu_state* state, aarch64_p_reg pd) {
 // ptrue Pd.T, pattern
 aarch64_decode_rc sve_ptrue_pi(cpu_state* state, aarch64_p_reg pd, unsigned int pattern) {
   return for_size(pd.size, [&](auto element) {
-    const auto& counts = patterns.count[std::countr_zero(sizeof element)];
-    set_leading<decltype(element)>(p_of(state, pd), pattern < std::size(counts) ? counts[pattern] : 0);
+    set_leading<decltype(element)>(p_of(state, pd), pattern_count<decltype(element)>(pattern));
   });
 }
 
@@ -295,9 +283,7 @@ aarch64_decode_rc sve_pnext_pp(cpu_state* state, aarch64_p_reg pdn, aarch64_p_re
 // cntp Xd, Pg, Pn.T
 aarch64_decode_rc sve_cntp_rpp(cpu_state* state, aarch64_i_reg rd, aarch64_p_reg pg, aarch64_p_reg pn) {
   return for_size(pn.size, [&](auto element) {
-    const register_bits both =
-        register_bits(p_of(state, pg)) & register_bits(p_of(state, pn)) & register_bits::elements(sizeof element);
-    write(state, rd, static_cast<std::uint64_t>(both.count()));
+    write(state, rd, common_elements<decltype(element)>(p_of(state, pg), p_of(state, pn)));
   });
 }
 

@@ -48,6 +48,14 @@ std::size_t read_elements(byte* to, const byte* predicate, u64 start, std::size_
   return n;
 }
 
+// The elements of a span that could be read whole.
+template <class T, class M>
+void take_span(byte* dst, const byte* predicate, const byte* span) {
+#pragma GCC ivdep
+  for (std::size_t e = 0; e < lanes<T>; ++e)
+    store<T>(dst, e, static_cast<T>(static_cast<T>(load<M>(span, e)) & active_mask<T>(predicate, e)));
+}
+
 // First-fault, scalar plus scalar: one probe of the next page, and that only when the span of a whole vector crosses a
 // page end. The first page is never tested: a load that starts in unreadable memory ends the process.
 template <class T, class M>
@@ -61,14 +69,7 @@ aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p
   const int offset = static_cast<int>(start & (page_size - 1));
   const int end = static_cast<int>((start + vector_bytes) & (page_size - 1));
   if (offset <= end && guarded_copy(span, start, lanes<T> * sizeof(M))) {
-    if constexpr (sizeof(T) == sizeof(M)) {
-      zero_lanes<T>(
-          dst, predicate, lanes<T>, [](T a) { return a; }, span);
-    } else {
-#pragma GCC ivdep
-      for (std::size_t e = 0; e < lanes<T>; ++e)
-        store<T>(dst, e, static_cast<T>(static_cast<T>(load<M>(span, e)) & active_mask<T>(predicate, e)));
-    }
+    take_span<T, M>(dst, predicate, span);
     return executed;
   }
   // Elements that lie wholly below the page end if memory elements were as wide as the register's: an under-count for
@@ -97,6 +98,13 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
   const byte* predicate = p_of(state, pg);
   const guarded_reads guard;
   bool readable = is_readable(start);  // also when no element is active
+  // In one page all elements are read or none is.
+  alignas(16) byte span[vector_bytes];
+  constexpr std::size_t bytes = lanes<T> * sizeof(M);
+  if (readable && within_page(start, bytes) && guarded_copy(span, start, bytes)) {
+    take_span<T, M>(dst, predicate, span);
+    return executed;
+  }
   auto last = static_cast<std::int64_t>(start & (page_size - 1));
   for (std::size_t e = 0; e < lanes<T>; ++e) {
     if (!active<T>(predicate, e)) {

@@ -359,6 +359,27 @@ template <class T>
   }
 }
 
+// ---- Scaling, of which only the last of three steps can be inexact ----
+
+/// a times 2 to the power of the elements of b, which are signed integers. Any power is the product of three that the
+/// format has, or leads past its range. Upwards each step is exact or overflows, as the whole does. Downwards a step is
+/// exact, or what it leaves is so small that the next ones round it as they round any such value.
+template <class T>
+[[gnu::always_inline]] inline Piece<T> scaled(Piece<T> a, Piece<T> b, Live control) {
+  using Signed = typename Piece<T>::SignedBits;
+  const Signed highest = Signed{} + Format<T>::bias, lowest = Signed{} + (1 - Format<T>::bias);
+  const auto clamped = [&](Signed x) {
+    x = x < highest ? x : highest;
+    return x > lowest ? x : lowest;
+  };
+  const auto power = [&](Signed x) {
+    return Piece<T>(reinterpret_cast<typename Piece<T>::Bits>((x + highest) << Format<T>::fraction_bits));
+  };
+  const Signed whole = reinterpret_cast<Signed>(b.bits), last = clamped(whole), before = clamped(whole - last),
+               first = clamped(whole - last - before);
+  return FPMul(FPMul(FPMul(a, power(first), control), power(before), control), power(last), control);
+}
+
 // ---- The accelerators, whose parts are operations above ----
 
 template <class T>
@@ -423,6 +444,37 @@ template <class T>
   return (missing & deciding_bits<T>) == 0;
 }
 
+/// Which bytes of a vector are active, by bit 0 of a byte each; the vector is whole pieces.
+struct ActiveBytes {
+  const std::uint8_t* bytes;
+};
+/// Every byte is.
+struct AllActive {};
+
+template <class T>
+[[gnu::always_inline]] inline typename Piece<T>::Bits piece_mask(ActiveBytes active, std::size_t piece) {
+  return piece_mask<T>(active.bytes + 16 * piece);
+}
+template <class T>
+[[gnu::always_inline]] inline bool any_of(typename Piece<T>::Bits bits) {
+#if defined(__aarch64__)
+  return vmaxvq_u32(reinterpret_cast<uint32x4_t>(bits)) != 0;
+#else
+  return Piece<T>(bits).template as<std::uint64_t>().bits[0] != 0;  // never instantiated
+#endif
+}
+template <class T>
+[[gnu::always_inline]] inline bool every_active(ActiveBytes active, std::size_t bytes) {
+  typename Piece<T>::Bits all = Piece<T>(T{1}).bits;
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < bytes; i += 16) all &= Piece<T>::load(active.bytes + i).bits;
+  return !any_of<T>(all ^ Piece<T>(T{1}).bits);
+}
+template <class T>
+[[gnu::always_inline]] inline bool every_active(AllActive, std::size_t) {
+  return true;
+}
+
 /// A piece of a vector of `bytes` bytes; where only half of it is below the end, that half twice, which raises the
 /// same.
 template <class T>
@@ -440,33 +492,43 @@ template <class T>
 template <class T>
 inline constexpr T harmless = static_cast<T>(T{Format<T>::bias} << Format<T>::fraction_bits);
 
-/// finish(i, mask, op(src piece..., control)) for each piece of vectors of `bytes` bytes, a multiple of 8; returns what
-/// was raised. `mask` is that of the active elements, or `no_mask` where all are.
+/// What operations raised, and whether any element was active.
+struct Raised {
+  FPSCR flags;
+  bool any_active;
+};
+
+/// finish(i, mask, op(src piece..., control)) for each piece of vectors of `bytes` bytes, a multiple of 8. `mask` is
+/// that of the active elements, or `no_mask` where all are.
 struct no_mask {};
-template <class T, class Op, class Finish, class... Sources>
-[[gnu::always_inline]] inline FPSCR for_each_piece(FPSCR fpcr, const ActiveBits& active, std::size_t bytes, T inactive,
-                                                   Op op, Finish finish, const Sources*... src) {
+template <class T, class Activity, class Op, class Finish, class... Sources>
+[[gnu::always_inline]] inline Raised for_each_piece(FPSCR fpcr, const Activity& active, std::size_t bytes, T inactive,
+                                                    Op op, Finish finish, const Sources*... src) {
   Control control(fpcr);
   const std::size_t pieces = (bytes + 15) / 16;
   if (every_active<T>(active, bytes)) [[likely]] {
 #pragma GCC unroll 8
     for (std::size_t i = 0; i < pieces; ++i) finish(i, no_mask{}, op(piece_of<T>(src, i, bytes)..., control));
-  } else {
+    return {control.raised(), bytes != 0};
+  }
+  typename Piece<T>::Bits any{};
+  if constexpr (!std::is_same_v<Activity, AllActive>) {
 #pragma GCC unroll 8
     for (std::size_t i = 0; i < pieces; ++i) {
       const auto mask = piece_mask<T>(active, i);
+      any |= mask;
       finish(i, mask,
              op(Piece<T>(select<T>(mask, Piece<T>::load(src + 16 * i).bits, Piece<T>(inactive).bits))..., control));
     }
   }
-  return control.raised();
+  return {control.raised(), any_of<T>(any)};
 }
 
 /// dst[e] = active ? op(src[e]..., control) : old[e].
-template <class T, class Op, class... Sources>
-[[gnu::always_inline]] inline FPSCR merge_pieces(FPSCR fpcr, std::uint8_t* dst, const std::uint8_t* old,
-                                                 const ActiveBits& active, std::size_t bytes, T inactive, Op op,
-                                                 const Sources*... src) {
+template <class T, class Activity, class Op, class... Sources>
+[[gnu::always_inline]] inline Raised merge_pieces(FPSCR fpcr, std::uint8_t* dst, const std::uint8_t* old,
+                                                  const Activity& active, std::size_t bytes, T inactive, Op op,
+                                                  const Sources*... src) {
   return for_each_piece<T>(
       fpcr, active, bytes, inactive, op,
       [dst, old](std::size_t i, auto mask, Piece<T> computed) {
@@ -479,26 +541,42 @@ template <class T, class Op, class... Sources>
 
 /// Sets the first bit of each active element that compares true in `words`, and clears all others.
 template <class T, class Test, class... Sources>
-[[gnu::always_inline]] inline FPSCR compare_pieces(FPSCR fpcr, std::uint64_t* words, const ActiveBits& active,
-                                                   std::size_t bytes, Test test, const Sources*... src) {
+[[gnu::always_inline]] inline Raised compare_pieces(FPSCR fpcr, std::uint64_t* words, const ActiveBits& active,
+                                                    std::size_t bytes, Test test, const Sources*... src) {
   std::uint64_t found[4] = {};
-  const FPSCR raised = for_each_piece<T>(
+  const Raised raised = for_each_piece<T>(
       fpcr, active, bytes, harmless<T>, test,
       [&found](std::size_t i, auto, Truth<T> truth) { found[i / 4] |= first_bits(truth) << (16 * (i % 4)); }, src...);
   for (std::size_t w = 0; w < 4; ++w) words[w] = found[w] & active.words[w];
   return raised;
 }
+/// The same to bytes of 0 and 1.
+template <class T, class Test, class... Sources>
+[[gnu::always_inline]] inline Raised compare_pieces(FPSCR fpcr, std::uint8_t* dst, ActiveBytes active,
+                                                    std::size_t bytes, Test test, const Sources*... src) {
+  return for_each_piece<T>(
+      fpcr, active, bytes, harmless<T>, test,
+      [dst](std::size_t i, auto mask, Truth<T> truth) {
+        auto found = truth.bits & Piece<T>(T{1}).bits;
+        if constexpr (!std::is_same_v<decltype(mask), no_mask>) found &= mask;
+        Piece<T>(found).store(dst + 16 * i);
+      },
+      src...);
+}
 
-/// The result of a balanced tree of adjacent pairs, `width` elements wide, a power of two. Inactive ones are `pad`.
-template <class T, class Op>
-[[gnu::always_inline]] inline T reduce_pieces(Control& control, const std::uint8_t* vector, const ActiveBits& active,
-                                              std::size_t width, T pad, Op op) {
+/// The result of a balanced tree of adjacent pairs, `width` elements wide, a power of two, over a vector of `bytes`
+/// bytes. Inactive ones, and those above the vector, are `pad`.
+template <class T, class Activity, class Op>
+[[gnu::always_inline]] inline T reduce_pieces(Control& control, const std::uint8_t* vector, const Activity& active,
+                                              std::size_t bytes, std::size_t width, T pad, Op op) {
   Pairs<T> pieces[16];
   std::size_t n = width <= Piece<T>::count ? 1 : width / Piece<T>::count;
 #pragma GCC unroll 8
-  for (std::size_t i = 0; i < n; ++i)
-    pieces[i] = {
-        Piece<T>(select<T>(piece_mask<T>(active, i), Piece<T>::load(vector + 16 * i).bits, Piece<T>(pad).bits))};
+  for (std::size_t i = 0; i < n; ++i) {
+    typename Piece<T>::Bits elements = Piece<T>(pad).bits;
+    if (16 * i < bytes) elements = select<T>(piece_mask<T>(active, i), Piece<T>::load(vector + 16 * i).bits, elements);
+    pieces[i] = {Piece<T>(elements)};
+  }
   for (; n > 1; n /= 2, width /= 2)
 #pragma GCC unroll 8
     for (std::size_t k = 0; k < n / 2; ++k) pieces[k] = op(pieces[2 * k], pieces[2 * k + 1], control);

@@ -1,4 +1,6 @@
 // Integer compares: a canonical predicate and the flags from it.
+#include "sve/lanes/compares.h"
+
 #include <limits>
 
 #include "sve/veclib/define.h"
@@ -9,18 +11,33 @@ using namespace sve::veclib;
 
 namespace {
 
+// `test` takes elements, or vectors of them.
 template <class T, class Test, class... Sources>
 PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
-  const PredV r = compared<T>(p, ctx, test, src...);
+  alignas(32) byte truth[256];
+  map_lanes<T>(
+      truth, covering_count<T>(ctx), [test](auto... x) { return test(x...) ? 1 : 0; }, src.bytes...);
+  PredV r = packed(truth, ctx);
+  for (int w = 0; w < 4; ++w) r.words[w] = scalar_word(r.words[w]) & scalar_word(p.words[w]);
   PredSetNZCV(p, r, 8 * sizeof(T), ctx);
   return r;
 }
+template <class T, class Test, class... Sources>
+in_place::PredV compare(const in_place::PredV& p, in_place::CpuContext* ctx, Test test, const Sources&... src) {
+  const in_place::PredV r{ctx->result};
+  const compare_outcome outcome = compare_register<T>(r.bytes, p.bytes, test, src.bytes...);
+  if (outcome.every_active()) [[likely]]
+    write_flags_of_all(ctx, r, 8 * sizeof(T), outcome.any());
+  else
+    set_flags_of_some(p, r, 8 * sizeof(T), ctx);
+  return r;
+}
 
-template <class T, class Test>
-PredV compare_immediate(const PredV& p, const VectorV& a, std::uint64_t imm, CpuContext* ctx, Test test) {
+template <class T, class Predicate, class Vector, class Context, class Test>
+Predicate compare_immediate(const Predicate& p, const Vector& a, std::uint64_t imm, Context* ctx, Test test) {
   const T value = static_cast<T>(imm);
   return compare<T>(
-      p, ctx, [test, value](T x) { return test(x, value); }, a);
+      p, ctx, [test, value](auto x) { return test(x, value); }, a);
 }
 
 constexpr auto eq = [](auto a, auto b) { return a == b; };
@@ -31,36 +48,55 @@ constexpr auto le = [](auto a, auto b) { return a <= b; };
 constexpr auto lt = [](auto a, auto b) { return a < b; };
 
 // Each element against the 64-bit element that covers it, both by the routine's signedness. The wide element is brought
-// into the range of the narrow ones; where it was beyond, `side` tells on which side, 1 above and 2 below.
+// into the range of the narrow ones; where it was beyond, `above` or `below` is all ones.
+template <class T>
+using wide_of = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
+template <class T>
+inline constexpr wide_of<T> low = std::numeric_limits<T>::min();
+template <class T>
+inline constexpr wide_of<T> high = std::numeric_limits<T>::max();
+
 template <class T, class Test>
 PredV compare_wide(const PredV& p, const VectorV& a, const VectorV& b, CpuContext* ctx, Test test) {
-  using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
-  constexpr Wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  const VectorV nearest = mapped<std::uint64_t>(
-      ctx,
-      [](std::uint64_t unit) {
-        const Wide x = static_cast<Wide>(unit);
-        return replicated<T>(static_cast<std::uint64_t>(x > high ? high : x < low ? low : x));
-      },
-      b);
-  const VectorV side = mapped<std::uint64_t>(
-      ctx,
-      [](std::uint64_t unit) {
-        const Wide x = static_cast<Wide>(unit);
-        return replicated<T>(x > high ? 1u : x < low ? 2u : 0u);
-      },
-      b);
-  const PredV r = compared<T>(p, ctx, test, a, nearest, side);
-  PredSetNZCV(p, r, 8 * sizeof(T), ctx);
-  return r;
+  const auto of_units = [&](auto op) {
+    return mapped_aside<std::uint64_t>(
+        ctx, [op](std::uint64_t unit) { return op(static_cast<wide_of<T>>(unit)); }, b);
+  };
+  const auto mask = [](bool condition) { return condition ? ~std::uint64_t{0} : 0; };
+  const VectorV nearest = of_units([](wide_of<T> x) {
+    return replicated<T>(static_cast<std::uint64_t>(x > high<T> ? high<T> : x < low<T> ? low<T> : x));
+  });
+  const VectorV above = of_units([mask](wide_of<T> x) { return mask(x > high<T>); });
+  const VectorV below = of_units([mask](wide_of<T> x) { return mask(x < low<T>); });
+  return compare<T>(p, ctx, test, a, nearest, above, below);
 }
 
-constexpr auto wide_eq = [](auto a, auto b, auto side) { return (a == b) & (side == 0); };
-constexpr auto wide_ne = [](auto a, auto b, auto side) { return (a != b) | (side != 0); };
-constexpr auto wide_ge = [](auto a, auto b, auto side) { return (a >= b) & (side != 1); };
-constexpr auto wide_gt = [](auto a, auto b, auto side) { return (a > b) | (side == 2); };
-constexpr auto wide_le = [](auto a, auto b, auto side) { return (a <= b) & (side != 2); };
-constexpr auto wide_lt = [](auto a, auto b, auto side) { return (a < b) | (side == 1); };
+template <class T, class Test>
+in_place::PredV compare_wide(const in_place::PredV& p, const in_place::VectorV& a, const in_place::VectorV& b,
+                             in_place::CpuContext* ctx, Test test) {
+  return compare<T>(
+      p, ctx,
+      [test](auto x, auto units) {
+        typedef wide_of<T> Units [[gnu::vector_size(16)]];
+        using Truth = decltype(x == x);
+        const Units unit = reinterpret_cast<Units>(units);
+        const auto above = unit > high<T>, below = unit < low<T>;
+        const Units nearest = above ? Units{} + high<T> : below ? Units{} + low<T> : unit;
+        const byte_piece places = byte_piece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+        const byte_piece narrow = __builtin_shuffle(reinterpret_cast<byte_piece>(nearest),
+                                                    (places & byte{8}) | (places & byte{sizeof(T) - 1}));
+        return test(x, reinterpret_cast<decltype(x)>(narrow), reinterpret_cast<Truth>(above),
+                    reinterpret_cast<Truth>(below));
+      },
+      a, b);
+}
+
+constexpr auto wide_eq = [](auto a, auto b, auto above, auto below) { return (a == b) & ~(above | below); };
+constexpr auto wide_ne = [](auto a, auto b, auto above, auto below) { return (a != b) | above | below; };
+constexpr auto wide_ge = [](auto a, auto b, auto above, auto) { return (a >= b) & ~above; };
+constexpr auto wide_gt = [](auto a, auto b, auto, auto below) { return (a > b) | below; };
+constexpr auto wide_le = [](auto a, auto b, auto, auto below) { return (a <= b) & ~below; };
+constexpr auto wide_lt = [](auto a, auto b, auto above, auto) { return (a < b) | above; };
 
 }  // namespace
 

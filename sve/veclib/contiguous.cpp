@@ -12,8 +12,8 @@ using u64 = std::uint64_t;
 u64 scaled(std::int64_t imm, std::size_t unit) { return static_cast<u64>(imm) * unit; }
 
 // The start of a contiguous access of M into elements of T by an immediate count of whole transfers.
-template <class T, class M>
-u64 start_si(u64 base, std::int64_t imm, const CpuContext* ctx) {
+template <class T, class M, class Context>
+u64 start_si(u64 base, std::int64_t imm, const Context* ctx) {
   return base + scaled(imm, count<T>(ctx) * sizeof(M));
 }
 template <class M>
@@ -22,45 +22,43 @@ u64 start_ss(u64 base, u64 index) {
 }
 
 // Active elements in rising order from packed memory; inactive ones are not read and become 0.
-template <class T, class M>
-VectorV load_from(const PredV& p, u64 start, const CpuContext* ctx) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e)
-    store<T>(r.bytes, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(start + e * sizeof(M))) : T{0});
-  return r;
+template <class T, class M, class Predicate, class Context>
+auto load_from(const Predicate& p, u64 start, Context* ctx) {
+  return whole_or_nothing(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    for (std::size_t e = 0; e < n; ++e)
+      store<T>(r, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(start + e * sizeof(M))) : T{0});
+  });
 }
 
-template <class T, class M>
-void store_to(const PredV& p, u64 start, const VectorV& v, const CpuContext* ctx) {
+template <class T, class M, class Predicate, class Vector, class Context>
+void store_to(const Predicate& p, u64 start, const Vector& v, const Context* ctx) {
   const std::size_t n = count<T>(ctx);
   for (std::size_t e = 0; e < n; ++e)
     if (active<T>(p, e)) write_plain<M>(start + e * sizeof(M), static_cast<M>(load<T>(v.bytes, e)));
 }
 
 // One read if any element is active, none otherwise.
-template <class T, class M>
-VectorV replicate(const PredV& p, u64 base, std::int64_t imm, const CpuContext* ctx) {
+template <class T, class M, class Predicate, class Context>
+auto replicate(const Predicate& p, u64 base, std::int64_t imm, const Context* ctx) {
   const std::size_t n = count<T>(ctx);
   bool any = false;
   for (std::size_t e = 0; e < n; ++e) any = any || active<T>(p, e);
   const T value = any ? static_cast<T>(read_plain<M>(base + scaled(imm, sizeof(M)))) : T{0};
-  VectorV r;
-  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [value] { return value; });
-  return r;
+  return zeroing<T>(p, ctx, [value] { return value; });
 }
 
 // One quadword, governed by the lowest 16 predicate bits alone, to every 128-bit unit. The count of units reads the
 // length word whole.
-template <class T>
-VectorV replicate_quadword(const PredV& p, u64 address, const CpuContext* ctx) {
+template <class T, class Predicate, class Context>
+auto replicate_quadword(const Predicate& p, u64 address, const Context* ctx) {
   byte unit[16];
   for (std::size_t i = 0; i < sizeof unit / sizeof(T); ++i)
-    store<T>(unit, i, p.words[0] >> (i * sizeof(T)) & 1 ? read_plain<T>(address + i * sizeof(T)) : T{0});
-  VectorV r;
-  const std::size_t units = ctx->vl_word >> 1;
-  for (std::size_t i = 0; i < units; ++i) std::memcpy(r.bytes + i * sizeof unit, unit, sizeof unit);
-  return r;
+    store<T>(unit, i, active<T>(p, i) ? read_plain<T>(address + i * sizeof(T)) : T{0});
+  return element_wise(ctx, [&](byte* r) {
+    const std::size_t units = length_word(ctx) >> 1;
+    for (std::size_t i = 0; i < units; ++i) std::memcpy(r + i * sizeof unit, unit, sizeof unit);
+  });
 }
 
 // N interleaved streams: structures in rising order, and in each its fields in rising order.

@@ -1,57 +1,64 @@
 // Element counts and counted increments, plain and saturating, and the vector length as a number.
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 #include "sve/veclib/define.h"
 #include "sve/veclib/predicates.h"
 #include "sve/veclib/saturating.h"
-#include "sve/veclib/toolkit.h"
 
 using namespace sve;
 using namespace sve::veclib;
 
 namespace {
 
-// The pattern's count of T times the multiplier, which is one more than its field.
 template <class T>
-std::uint64_t amount(std::uint64_t pattern, std::uint64_t field, const CpuContext* ctx) {
-  const std::uint64_t n = static_cast<std::uint64_t>(VecTrueILength(pattern, static_cast<int>(count<T>(ctx))));
+std::uint64_t selected(std::uint64_t pattern, const CpuContext* ctx) {
+  return static_cast<std::uint64_t>(VecTrueILength(pattern, static_cast<int>(count<T>(ctx))));
+}
+template <class T>
+std::uint64_t selected(std::uint64_t pattern, const in_place::CpuContext*) {
+  return pattern_count<T>(pattern);
+}
+
+// The pattern's count of T times the multiplier, which is one more than its field.
+template <class T, class Context>
+std::uint64_t amount(std::uint64_t pattern, std::uint64_t field, const Context* ctx) {
+  const std::uint64_t n = selected<T>(pattern, ctx);
   return n + field * n;
 }
 
-template <class T>
-VectorV plus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto plus(const Vector& a, std::uint64_t n, const Context* ctx) {
   return mapped<T>(
       ctx, [n](T x) { return x + n; }, a);
 }
 
-template <class T>
-inline constexpr int is_unsigned = std::is_unsigned_v<T> ? 1 : 0;
+// A scalar of `Width` bits by the signedness of T.
+template <class T, int Width>
+using scalar_of = std::conditional_t<std::is_signed_v<T>, std::conditional_t<Width == 32, std::int32_t, std::int64_t>,
+                                     std::conditional_t<Width == 32, std::uint32_t, std::uint64_t>>;
 
-// A 32-bit result fills its 64-bit register by the signedness of the routine.
-template <class T>
-std::uint64_t extended(std::uint64_t x, int width) {
-  return static_cast<std::uint64_t>(static_cast<std::int64_t>(Int(x, width, is_unsigned<T>)));
-}
-
-// Saturating sum or difference of a scalar of `Width` bits; an operand's upper bits do not count.
+// Saturating sum or difference of a scalar of `Width` bits; an operand's upper bits do not count. A 32-bit result fills
+// its 64-bit register by the signedness of the routine.
 template <class T, int Width>
 std::uint64_t saturating_plus(std::uint64_t x, std::uint64_t n) {
-  return extended<T>(SatAdd(x, n, Width, is_unsigned<T>), Width);
+  using Scalar = scalar_of<T, Width>;
+  return static_cast<std::uint64_t>(saturating_sum(static_cast<Scalar>(x), static_cast<Scalar>(n)));
 }
 template <class T, int Width>
 std::uint64_t saturating_minus(std::uint64_t x, std::uint64_t n) {
-  return extended<T>(SatSub(x, n, Width, is_unsigned<T>).value, Width);
+  using Scalar = scalar_of<T, Width>;
+  return static_cast<std::uint64_t>(saturating_difference(static_cast<Scalar>(x), static_cast<Scalar>(n)));
 }
 
 // Saturating sum or difference of each element and a count, which is below 4096 and so fits every element of 16 bits.
-template <class T>
-VectorV saturating_plus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto saturating_plus(const Vector& a, std::uint64_t n, const Context* ctx) {
   static_assert(sizeof(T) > 1);
   const T value = static_cast<T>(n);
   return mapped<T>(
       ctx, [value](T x) { return saturating_sum(x, value); }, a);
 }
-template <class T>
-VectorV saturating_minus(const VectorV& a, std::uint64_t n, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto saturating_minus(const Vector& a, std::uint64_t n, const Context* ctx) {
   static_assert(sizeof(T) > 1);
   const T value = static_cast<T>(n);
   return mapped<T>(
@@ -92,12 +99,8 @@ SVE_DEFINE_COUNT_P_X(QDecrSCount8PS, (saturating_minus<T, 64>(x, active_count<T>
 SVE_DEFINE_COUNT_P_V(QIncrCountPV, saturating_plus<T>(a, active_count<T>(p, ctx), ctx), SATURATING_VECTOR_TYPES)
 SVE_DEFINE_COUNT_P_V(QDecrCountPV, saturating_minus<T>(a, active_count<T>(p, ctx), ctx), SATURATING_VECTOR_TYPES)
 
-std::uint64_t VecS64VLX(std::int64_t imm, CpuContext* ctx) {
-  return length_times(imm, ctx->vl_word * std::uint64_t{8});
-}
-std::uint64_t VecS64AddVLX(std::uint64_t x, std::int64_t imm, CpuContext* ctx) {
-  return x + length_times(imm, ctx->vl_word * std::uint64_t{8});
-}
-std::uint64_t VecS64AddPLX(std::uint64_t x, std::int64_t imm, CpuContext* ctx) {
-  return x + length_times(imm, ctx->vl_word);
-}
+#define SVE_DEFINE_LENGTH(...) SVE_DEFINE(std::uint64_t, (SVE_IN_S(imm), SVE_CTX), __VA_ARGS__)
+#define SVE_DEFINE_ADD_LENGTH(...) SVE_DEFINE(std::uint64_t, (SVE_IN_U(x), SVE_IN_S(imm), SVE_CTX), __VA_ARGS__)
+SVE_DEFINE_LENGTH(VLX, length_times(imm, length_word(ctx) * 8), S64)
+SVE_DEFINE_ADD_LENGTH(AddVLX, x + length_times(imm, length_word(ctx) * 8), S64)
+SVE_DEFINE_ADD_LENGTH(AddPLX, x + length_times(imm, length_word(ctx)), S64)

@@ -1,6 +1,7 @@
 // Stamping routine definitions over element types. `SVE_DEFINE_VVM(AddVVM, merging<T>(a, p, b, ctx, sum), U8, U16)`
 // defines VecU8AddVVM and VecU16AddVVM, whose bodies return the given expression with T the element type and the
-// operands under the names below. An expression with commas outside parentheses goes into parentheses of its own.
+// operands under the names below, for both representations. An expression with commas outside parentheses goes into
+// parentheses of its own.
 #pragma once
 
 #include "sve/veclib/elements.h"
@@ -11,9 +12,16 @@
 #define SVE_DEFINE_EACH(with, type) SVE_DEFINE_1(type, SVE_UNWRAP with)
 #define SVE_DEFINE_1(...) SVE_DEFINE_2(__VA_ARGS__)
 #define SVE_DEFINE_2(type, result, parameters, op, expression) \
-  result Vec##type##op parameters {                            \
+  SVE_IN_BOTH(result Vec##type##op parameters {                \
     using T [[maybe_unused]] = sve::element::type;             \
     return expression;                                         \
+  })
+
+// The definitions for values, and once more for registers in place.
+#define SVE_IN_BOTH(...)    \
+  __VA_ARGS__               \
+  namespace sve::in_place { \
+  __VA_ARGS__               \
   }
 
 #define SVE_IN_V(name) [[maybe_unused]] const VectorV& name

@@ -20,14 +20,17 @@ constexpr on_processor minimum_number([](auto a, auto b, auto& s) { return FPMin
 constexpr on_lanes absolute_difference([](auto a, auto b, auto& s) { return magnitude_of(FPSub(a, b, s)); });
 constexpr on_processor root([](auto a, auto& s) { return FPSqrt(a, s); });
 
-constexpr auto scale = [](auto a, auto b, FPSCR& s) {
-  if constexpr (sizeof(a) == 2)
+template <class T>
+T scaled(T a, T b, FPSCR& s) {
+  if constexpr (sizeof(T) == 2)
     return FPScale16(a, static_cast<short>(b), s);
-  else if constexpr (sizeof(a) == 4)
+  else if constexpr (sizeof(T) == 4)
     return FPScale32(a, static_cast<int>(b), s);
   else
     return FPScale64(a, static_cast<long>(b), s);
-};
+}
+constexpr auto scaled_by_any = [](auto a, auto b, auto& s) { return scaled(a, b, s); };
+constexpr on_processor<std::remove_const_t<decltype(scaled_by_any)>, true> scale(scaled_by_any);
 
 // Fused forms. A negated operand is negated before the call, also when it is a NaN, whose sign the result then carries.
 // In the first four a is the accumulator, in the other four a is the multiplicand and c the addend.
@@ -53,8 +56,8 @@ struct constant_pair {
 };
 constexpr constant_pair half_or_one{0.5f, 1.0f}, half_or_two{0.5f, 2.0f}, zero_or_one{0.0f, 1.0f};
 
-template <class T>
-T constant(constant_pair pair, std::uint64_t bit, CpuContext* ctx) {
+template <class T, class Context>
+T constant(constant_pair pair, std::uint64_t bit, Context* ctx) {
   const float value = bit ? pair.set : pair.clear;
   const std::uint32_t single = std::bit_cast<std::uint32_t>(value);
   if constexpr (sizeof(T) == 8) {
@@ -71,15 +74,15 @@ T constant(constant_pair pair, std::uint64_t bit, CpuContext* ctx) {
   }
 }
 
-template <class T, class Op>
-VectorV with_constant(const VectorV& a, const PredV& p, constant_pair pair, std::uint64_t bit, CpuContext* ctx, Op op) {
+template <class T, class Vector, class Predicate, class Context, class Op>
+auto with_constant(const Vector& a, const Predicate& p, constant_pair pair, std::uint64_t bit, Context* ctx, Op op) {
   const T value = constant<T>(pair, bit, ctx);
   return fp_unary<T>(a, p, a, ctx,
                      marked_as<Op>([op, value](auto x, auto& s) { return op(x, decltype(x)(value), s); }));
 }
 
-template <class T>
-VectorV trigonometric_multiply_add(const VectorV& a, const VectorV& b, std::uint64_t index, CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto trigonometric_multiply_add(const Vector& a, const Vector& b, std::uint64_t index, Context* ctx) {
   return fp_mapped<T>(ctx, on_lanes([index](auto x, auto y, auto& s) { return FPTRIMADD(index, x, y, s); }), a, b);
 }
 

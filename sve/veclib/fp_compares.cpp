@@ -6,31 +6,61 @@ using namespace sve::veclib;
 
 namespace {
 
-// The first bit of each active element that compares true.
+// The bits or bytes of the result, by the processor.
 template <class T, class Test, class... Sources>
-PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
-  working_status status(ctx);
-  const std::size_t n = count<T>(ctx);
-  if constexpr (processor::exists) {
-    if (processor::computes<T>()) {
-      PredV result;
-      const ActiveBits active = active_bits(p, n * sizeof(T));
-      const FPSCR raised =
-          processor::compare_pieces<T>(ctx->fpcr, result.words, active, n * sizeof(T), test, src.bytes...);
-      if (processor::any_active<T>(active)) status() |= raised;
-      return result;
-    }
-  }
-  alignas(32) byte truth[256];
+processor::Raised compare_by_processor(PredV& r, const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
+  const std::size_t bytes = count<T>(ctx) * sizeof(T);
+  return processor::compare_pieces<T>(ctx->fpcr, r.words, active_bits(p, bytes), bytes, test, src.bytes...);
+}
+template <class T, class Test, class... Sources>
+processor::Raised compare_by_processor(in_place::PredV& r, const in_place::PredV& p, in_place::CpuContext* ctx,
+                                       Test test, const Sources&... src) {
+  r.bytes = ctx->destination;
+  return processor::compare_pieces<T>(ctx->fpcr, r.bytes, activity(p, vector_bytes), vector_bytes, test, src.bytes...);
+}
+
+// The same by the library: bytes of truth, in whole vectors of lanes.
+template <class T, class Predicate, class Test, class... Sources>
+working_status compare_by_library(byte* truth, std::size_t n, const Predicate& p, FPSCR control, Test test,
+                                  const Sources*... src) {
+  working_status status(control);
   PendingElements<T> pending;
   const LaneOutcome outcome = compare_on_lanes<T>(
       truth, active_bits(p, n * sizeof(T)), n, pending,
-      [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src.bytes...);
+      [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src...);
   if (outcome.active) status();
   if (outcome.pending) [[unlikely]]
     for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e]) store<T>(truth, e, test(load<T>(src.bytes, e)..., status()) ? 1 : 0);
-  return packed(truth, ctx);
+      if (pending.words[e]) store<T>(truth, e, test(load<T>(src, e)..., status()) ? 1 : 0);
+  return status;
+}
+
+PredV of_bytes(const VectorV& truth, const CpuContext* ctx) { return packed(truth.bytes, ctx); }
+in_place::PredV of_bytes(const VectorV& truth, const in_place::CpuContext* ctx) {
+  std::memcpy(ctx->destination, truth.bytes, vector_bytes);
+  return {ctx->destination};
+}
+
+// The first bit of each active element that compares true.
+template <class T, class Predicate, class Context, class Test, class... Sources>
+Predicate compare(const Predicate& p, Context* ctx, Test test, const Sources&... src) {
+  const FPSCR control = ctx->fpcr;
+  if constexpr (processor::exists) {
+    if (processor::computes<T>()) [[likely]] {
+      Predicate result;
+      status_of(control, compare_by_processor<T>(result, p, ctx, test, src...)).fold_into(ctx);
+      return result;
+    }
+  }
+  VectorV truth;
+  const std::size_t n = count<T>(ctx);
+  by_library(
+      [=, to = truth.bytes](const Predicate& under, const auto*... from) {
+        return compare_by_library<T>(to, n, under, control, test, from...);
+      },
+      p, static_cast<const byte*>(src.bytes)...)
+      .fold_into(ctx);
+  return of_bytes(truth, ctx);
 }
 
 constexpr auto eq = [](auto a, auto b, auto& s) { return FPCompareEQ(a, b, s); };

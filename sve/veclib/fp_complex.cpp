@@ -7,8 +7,8 @@ using namespace sve::veclib;
 
 namespace {
 
-template <class T>
-T at(const VectorV& v, std::size_t i) {
+template <class T, class Vector>
+T at(const Vector& v, std::size_t i) {
   return load<T>(v.bytes, i);
 }
 
@@ -21,15 +21,15 @@ constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); 
 constexpr on_lanes sum([](auto a, auto b, auto& s) { return FPAdd(a, b, s); });
 
 // Elements that have a partner.
-template <class T>
-std::size_t paired_count(const CpuContext* ctx) {
+template <class T, class Context>
+std::size_t paired_count(const Context* ctx) {
   return count<T>(ctx) / 2 * 2;
 }
 
 // Adds the other operand's pair, turned by 90 degrees (rotation 0) or 270 (rotation 1). The halves of a pair are
 // predicated each by its own element.
-template <class T>
-VectorV complex_add(const VectorV& a, const PredV& p, const VectorV& b, std::uint64_t rotation, CpuContext* ctx) {
+template <class T, class Vector, class Predicate, class Context>
+auto complex_add(const Vector& a, const Predicate& p, const Vector& b, std::uint64_t rotation, Context* ctx) {
   const std::size_t n = paired_count<T>(ctx);
   const T real_sign = rotation == 0 ? Format<T>::sign : T{0}, imaginary_sign = real_sign ^ Format<T>::sign;
   VectorV turned;
@@ -53,9 +53,9 @@ constexpr rotated_product rotations[4][2] = {
 
 // Fused multiply-add of pairs: the parts of n's pair, and of the pair of m whose first element `m_pair` names, that the
 // rotation selects.
-template <class T, class Predicate, class MPair>
-VectorV complex_multiply_add(const VectorV& acc, const Predicate& p, const VectorV& n, const VectorV& m, MPair m_pair,
-                             std::uint64_t rotation, CpuContext* ctx) {
+template <class T, class Vector, class Predicate, class MPair, class Context>
+auto complex_multiply_add(const Vector& acc, const Predicate& p, const Vector& n, const Vector& m, MPair m_pair,
+                          std::uint64_t rotation, Context* ctx) {
   const std::size_t elements = paired_count<T>(ctx);
   VectorV first, second;
   for (std::size_t pair = 0; pair < elements; pair += 2)
@@ -68,34 +68,24 @@ VectorV complex_multiply_add(const VectorV& acc, const Predicate& p, const Vecto
   return fp_merged<T>(elements, acc, p, ctx, ctx->fpcr, fma, acc, first, second);
 }
 
-template <class T>
-VectorV complex_mla(const VectorV& acc, const PredV& p, const VectorV& n, const VectorV& m, std::uint64_t rotation,
-                    CpuContext* ctx) {
+template <class T, class Vector, class Predicate, class Context>
+auto complex_mla(const Vector& acc, const Predicate& p, const Vector& n, const Vector& m, std::uint64_t rotation,
+                 Context* ctx) {
   return complex_multiply_add<T>(
       acc, p, n, m, [](std::size_t pair) { return pair; }, rotation, ctx);
 }
 
-template <class T>
-VectorV complex_mla_indexed(const VectorV& n, const VectorV& m, const VectorV& acc, std::uint64_t rotation,
-                            std::uint64_t index, CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto complex_mla_indexed(const Vector& n, const Vector& m, const Vector& acc, std::uint64_t rotation,
+                         std::uint64_t index, Context* ctx) {
   return complex_multiply_add<T>(
-      acc, all_active{}, n, m,
+      acc, unpredicated{}, n, m,
       [index](std::size_t pair) { return pair / lanes_of_segment<T> * lanes_of_segment<T> + 2 * index; }, rotation,
       ctx);
 }
 
-// The second source with each segment's element `index` in all of the segment's places.
-template <class T>
-VectorV segments_filled(const VectorV& m, std::uint64_t index, const CpuContext* ctx) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t i = 0; i < n; ++i)
-    store<T>(r.bytes, i, at<T>(m, i / lanes_of_segment<T> * lanes_of_segment<T> + index));
-  return r;
-}
-
-template <class T, class Op, class... Sources>
-VectorV indexed(CpuContext* ctx, const VectorV& m, std::uint64_t index, Op op, const Sources&... src) {
+template <class T, class Vector, class Context, class Op, class... Sources>
+auto indexed(Context* ctx, const Vector& m, std::uint64_t index, Op op, const Sources&... src) {
   return fp_mapped<T>(ctx, op, src..., segments_filled<T>(m, index, ctx));
 }
 

@@ -9,8 +9,8 @@ namespace {
 
 // ---- Rounding to integral ----
 
-template <class T>
-VectorV rounded(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, FPRounding rounding) {
+template <class T, class Vector, class Predicate, class Context>
+auto rounded(const Vector& old, const Predicate& p, const Vector& a, Context* ctx, FPRounding rounding) {
   return fp_unary<T>(old, p, a, ctx,
                      on_processor([rounding](auto x, auto& s) { return FPRoundInt(x, rounding, false, s); }));
 }
@@ -52,27 +52,27 @@ Slot to_integer(Slot x, FPSCR& s) {
 // The processor's, of the same names, are found by the type of their operand.
 
 // Between formats: always the IEEE half format, and half values are never flushed, whatever `fpcr` says.
-template <class Slot, class From, class To>
-VectorV converted(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
-  return fp_merging<Slot>(old, p, ctx, without_half_controls(ctx->fpcr),
-                          on_processor([](auto x, auto& s) { return convert<From, To>(x, s); }), a);
+template <class Slot, class From, class To, class Vector, class Predicate, class Context>
+auto converted(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
+  return fp_merging_under<Slot>(old, p, ctx, without_half_controls(ctx->fpcr),
+                                on_processor([](auto x, auto& s) { return convert<From, To>(x, s); }), a);
 }
 
 // Whether the processor has the conversions between the half format and integers, which not all have.
-template <class Value, class Slot, class Op, class Marked>
-VectorV converted_where(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx, Op op, Marked marked) {
+template <class Value, class Slot, class Vector, class Predicate, class Context, class Op, class Marked>
+auto converted_where(const Vector& old, const Predicate& p, const Vector& a, Context* ctx, Op op, Marked marked) {
   if (processor::computes<Value>()) return fp_unary<Slot>(old, p, a, ctx, marked);
   return fp_unary<Slot>(old, p, a, ctx, op);
 }
 
-template <class Slot, class Integer, class To>
-VectorV converted_from(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+template <class Slot, class Integer, class To, class Vector, class Predicate, class Context>
+auto converted_from(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
   const auto op = [](auto x, auto& s) { return from_integer<Integer, To>(x, s); };
   return converted_where<To, Slot>(old, p, a, ctx, op, on_processor<decltype(op), true>(op));
 }
 
-template <class Slot, class From, class Integer>
-VectorV converted_to(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* ctx) {
+template <class Slot, class From, class Integer, class Vector, class Predicate, class Context>
+auto converted_to(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
   const auto op = [](auto x, auto& s) { return to_integer<From, Integer>(x, s); };
   return converted_where<From, unsigned_of<Slot>>(old, p, a, ctx, op, on_processor(op));
 }
@@ -102,10 +102,7 @@ CONVERSION(TruncDVM, H64, converted<T, double_, half>)
 CONVERSION(TruncDVM, F64, converted<T, double_, single>)
 
 // The source integer's bytes stand in the name. Half results come in the slot of the wider side.
-#define HALF_FROM(op, slot, integer)                                                        \
-  VectorV VecF16##op(const VectorV& a, const PredV& p, const VectorV& b, CpuContext* ctx) { \
-    return converted_from<slot, integer, half>(a, p, b, ctx);                               \
-  }
+#define HALF_FROM(op, slot, integer) SVE_DEFINE_VVM(op, (converted_from<slot, integer, half>(a, p, b, ctx)), F16)
 HALF_FROM(FromS2VM, std::uint16_t, std::int16_t)
 HALF_FROM(FromU2VM, std::uint16_t, std::uint16_t)
 HALF_FROM(FromS4VM, std::uint32_t, std::int32_t)

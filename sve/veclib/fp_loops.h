@@ -17,32 +17,53 @@ inline FPRounding rounding_of(FPSCR fpcr) { return static_cast<FPRounding>(fpcr 
 inline FPSCR without_half_controls(FPSCR fpcr) { return fpcr & ~(fpscr_ahp | fpscr_fz16); }
 
 /// Folds a working control and status word into the context. Bits other than status are dropped from `fpsr` as well.
-inline void fold(CpuContext* context, FPSCR working) { context->fpsr = (context->fpsr | working) & fpsr_mask; }
+template <class Context>
+inline void fold(Context* context, FPSCR working) {
+  context->fpsr = (context->fpsr | working) & fpsr_mask;
+}
 
 /// One working word for a whole loop: operations only add status bits and look at controls alone, so that folding once
 /// at the end is folding after each. With no operation executed nothing is folded.
 class working_status {
  public:
-  explicit working_status(CpuContext* context) : working_status(context, context->fpcr) {}
-  working_status(CpuContext* context, FPSCR control) : context_(context), working_(control) {}
-  ~working_status() {
-    if (used_) fold(context_, working_);
-  }
-  working_status(const working_status&) = delete;
-  working_status& operator=(const working_status&) = delete;
+  explicit working_status(FPSCR control) : working_(control) {}
 
   FPSCR& operator()() {
     used_ = true;
     return working_;
   }
+  template <class Context>
+  void fold_into(Context* context) const {
+    if (used_) fold(context, working_);
+  }
 
   bool to_nearest() const { return rounding_of(working_) == FPRounding_TiesEven; }
 
  private:
-  CpuContext* context_;
   FPSCR working_;
   bool used_ = false;
 };
+
+/// The status of pieces that the processor computed.
+inline working_status status_of(FPSCR control, processor::Raised raised) {
+  working_status status(control);
+  if (raised.any_active) status() |= raised.flags;
+  return status;
+}
+
+/// Runs what the library computes, apart from what the processor computes, whose registers it would take. It sees
+/// nothing of a context but its arguments.
+template <class Body, class... Arguments>
+[[gnu::noinline]] auto out_of_line(Body body, Arguments... arguments) {
+  return body(arguments...);
+}
+template <class Body, class... Arguments>
+inline auto by_library(Body body, const Arguments&... arguments) {
+  if constexpr (processor::exists)
+    return out_of_line(body, arguments...);
+  else
+    return body(arguments...);
+}
 
 /// Marks an operation that the host's processor computes as well: op(x..., status) with x an element and an `FPSCR&`,
 /// or with x of `processor::Piece` and their `processor::Control`. Its operands are floating-point values, or integers.
@@ -82,82 +103,118 @@ constexpr auto marked_as(Adapted adapted) {
 }
 
 /// The predicate that lets every element be active.
-struct all_active {};
+struct unpredicated {};
 
 inline ActiveBits active_bits(const PredV& p, std::size_t length) { return {p.words, length}; }
-inline ActiveBits active_bits(all_active, std::size_t length) { return {length}; }
+inline ActiveBits active_bits(const in_place::PredV& p, std::size_t length) { return {packed(p).words, length}; }
+inline ActiveBits active_bits(unpredicated, std::size_t length) { return {length}; }
+
+/// The same as the processor's loops take it: bytes as they are.
+template <class Predicate>
+inline ActiveBits activity(const Predicate& p, std::size_t length) {
+  return active_bits(p, length);
+}
+inline processor::ActiveBytes activity(const in_place::PredV& p, std::size_t) { return {p.bytes}; }
+inline processor::AllActive activity(unpredicated, std::size_t) { return {}; }
 
 template <class T>
-bool is_active(all_active, std::size_t) {
+bool is_active(unpredicated, std::size_t) {
   return true;
 }
-template <class T>
-bool is_active(const PredV& p, std::size_t e) {
+template <class T, class Predicate>
+bool is_active(const Predicate& p, std::size_t e) {
   return active<T>(p, e);
 }
 
-/// r[e] = active ? op(src[e]..., fpscr) : old[e] for n elements. T is the slot; op may work on its low part.
+/// Where the library's loops may write whole vectors of lanes: at a value, and elsewhere beside a register, which takes
+/// its part afterwards.
+template <class Body>
+inline working_status library_result(const CpuContext*, byte* r, Body body) {
+  return body(r);
+}
+template <class Body>
+inline working_status library_result(const in_place::CpuContext*, byte* r, Body body) {
+  VectorV whole;
+  const working_status status = body(whole.bytes);
+  std::memcpy(r, whole.bytes, vector_bytes);
+  return status;
+}
+
+/// r[e] = active ? op(src[e]..., fpscr) : old[e] for n elements, by the library. Whole vectors of lanes are written.
 template <class T, class Predicate, class Op, class... Sources>
-inline VectorV fp_merged(std::size_t n, const VectorV& old, const Predicate& p, CpuContext* context, FPSCR control,
-                         Op op, const Sources&... src) {
-  VectorV r;
-  working_status status(context, control);
-  if constexpr (processor::exists && runs_on_processor<Op>) {
-    if (processor::computes<T>()) {
-      const ActiveBits active = active_bits(p, n * sizeof(T));
-      const FPSCR raised = processor::merge_pieces<T>(control, r.bytes, old.bytes, active, n * sizeof(T),
-                                                      Op::template inactive<T>, op, src.bytes...);
-      if (processor::any_active<T>(active)) status() |= raised;
-      return r;
-    }
-  }
-  const auto one = [&](std::size_t e) { return static_cast<T>(op(load<T>(src.bytes, e)..., status())); };
+inline working_status fp_merged_by_library(byte* r, std::size_t n, const byte* old, const Predicate& p, FPSCR control,
+                                           Op op, const Sources*... src) {
+  working_status status(control);
+  const auto one = [&](std::size_t e) { return static_cast<T>(op(load<T>(src, e)..., status())); };
   if constexpr (runs_on_lanes<Op>) {
     PendingElements<T> pending;
     if (status.to_nearest()) {
       const LaneOutcome outcome = merge_on_lanes<T>(
-          r.bytes, old.bytes, active_bits(p, n * sizeof(T)), n, pending,
-          [op](LaneStatus<T>& lanes, auto... x) { return op(x..., lanes); }, src.bytes...);
+          r, old, active_bits(p, n * sizeof(T)), n, pending,
+          [op](LaneStatus<T>& lanes, auto... x) { return op(x..., lanes); }, src...);
       if (outcome.active) status() |= outcome.inexact ? flag_ixc : 0;
       if (!outcome.pending) [[likely]]
-        return r;
+        return status;
     } else {
-      r = old;
+      std::memcpy(r, old, n * sizeof(T));
       for (std::size_t e = 0; e < n; ++e) pending.words[e] = is_active<T>(p, e);
     }
     for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e]) store<T>(r.bytes, e, one(e));
+      if (pending.words[e]) store<T>(r, e, one(e));
   } else {
-    for (std::size_t e = 0; e < n; ++e) store<T>(r.bytes, e, is_active<T>(p, e) ? one(e) : load<T>(old.bytes, e));
+    for (std::size_t e = 0; e < n; ++e) store<T>(r, e, is_active<T>(p, e) ? one(e) : load<T>(old, e));
   }
-  return r;
+  return status;
+}
+
+/// The same by what the host has. T is the slot; op may work on its low part.
+template <class T, class Vector, class Predicate, class Context, class Op, class... Sources>
+inline auto fp_merged(std::size_t n, const Vector& old, const Predicate& p, Context* context, FPSCR control, Op op,
+                      const Sources&... src) {
+  return element_wise(context, [&](byte* r) {
+    if constexpr (processor::exists && runs_on_processor<Op>) {
+      if (processor::computes<T>()) [[likely]] {
+        const processor::Raised raised =
+            processor::merge_pieces<T>(control, r, old.bytes, activity(p, n * sizeof(T)), n * sizeof(T),
+                                       Op::template inactive<T>, op, src.bytes...);
+        status_of(control, raised).fold_into(context);
+        return;
+      }
+    }
+    library_result(context, r, [&](byte* to) {
+      return by_library(
+          [=](const Predicate& under, const byte* kept, const auto*... from) {
+            return fp_merged_by_library<T>(to, n, kept, under, control, op, from...);
+          },
+          p, static_cast<const byte*>(old.bytes), static_cast<const byte*>(src.bytes)...);
+    }).fold_into(context);
+  });
 }
 
 /// The same under a predicate.
-template <class T, class Op, class... Sources>
-inline VectorV fp_merging(const VectorV& old, const PredV& p, CpuContext* context, FPSCR control, Op op,
-                          const Sources&... src) {
+template <class T, class Vector, class Predicate, class Context, class Op, class... Sources>
+inline auto fp_merging_under(const Vector& old, const Predicate& p, Context* context, FPSCR control, Op op,
+                             const Sources&... src) {
   return fp_merged<T>(count<T>(context), old, p, context, control, op, src...);
 }
 
-template <class T, class Op>
-inline VectorV fp_merging(const VectorV& a, const PredV& p, const VectorV& b, CpuContext* context, Op op) {
-  return fp_merging<T>(a, p, context, context->fpcr, op, a, b);
+template <class T, class Vector, class Predicate, class Context, class Op>
+inline auto fp_merging(const Vector& a, const Predicate& p, const Vector& b, Context* context, Op op) {
+  return fp_merging_under<T>(a, p, context, context->fpcr, op, a, b);
 }
-template <class T, class Op>
-inline VectorV fp_unary(const VectorV& old, const PredV& p, const VectorV& a, CpuContext* context, Op op) {
-  return fp_merging<T>(old, p, context, context->fpcr, op, a);
+template <class T, class Vector, class Predicate, class Context, class Op>
+inline auto fp_unary(const Vector& old, const Predicate& p, const Vector& a, Context* context, Op op) {
+  return fp_merging_under<T>(old, p, context, context->fpcr, op, a);
 }
-template <class T, class Op>
-inline VectorV fp_ternary(const VectorV& a, const PredV& p, const VectorV& b, const VectorV& c, CpuContext* context,
-                          Op op) {
-  return fp_merging<T>(a, p, context, context->fpcr, op, a, b, c);
+template <class T, class Vector, class Predicate, class Context, class Op>
+inline auto fp_ternary(const Vector& a, const Predicate& p, const Vector& b, const Vector& c, Context* context, Op op) {
+  return fp_merging_under<T>(a, p, context, context->fpcr, op, a, b, c);
 }
 
 /// The same without a predicate.
-template <class T, class Op, class... Sources>
-inline VectorV fp_mapped(CpuContext* context, Op op, const VectorV& first, const Sources&... src) {
-  return fp_merged<T>(count<T>(context), first, all_active{}, context, context->fpcr, op, first, src...);
+template <class T, class Context, class Op, class Vector, class... Sources>
+inline auto fp_mapped(Context* context, Op op, const Vector& first, const Sources&... src) {
+  return fp_merged<T>(count<T>(context), first, unpredicated{}, context, context->fpcr, op, first, src...);
 }
 
 }  // namespace sve::veclib

@@ -9,47 +9,77 @@ namespace {
 
 // Elements beyond the vector, up to the next power of two, and inactive ones are the pad value, and take part in every
 // round like all others; pads raise nothing.
-template <class T, class Op>
-T tree(const PredV& p, const VectorV& a, CpuContext* ctx, T pad, Op op) {
+template <class T>
+struct reduction {
+  T value;
+  working_status status;
+};
+
+template <class T, class Predicate, class Op>
+reduction<T> tree_by_library(const Predicate& p, const byte* a, std::size_t n, std::size_t width, FPSCR control, T pad,
+                             Op op) {
+  working_status status(control);
+  T values[256 / sizeof(T)];
+  for (std::size_t i = 0; i < width; ++i) values[i] = i < n && active<T>(p, i) ? load<T>(a, i) : pad;
+  for (; width > 1; width /= 2)
+    for (std::size_t k = 0; k < width / 2; ++k) values[k] = op(values[2 * k], values[2 * k + 1], status());
+  return {values[0], status};
+}
+
+template <class T, class Predicate, class Vector, class Context, class Op>
+T tree(const Predicate& p, const Vector& a, Context* ctx, T pad, Op op) {
   const std::size_t n = count<T>(ctx);
   std::size_t width = 1;
   while (width < n) width *= 2;
-  working_status status(ctx);
+  const FPSCR fpcr = ctx->fpcr;
   if constexpr (processor::exists) {
-    if (processor::computes<T>()) {
-      processor::Control control(ctx->fpcr);
-      const T result = processor::reduce_pieces<T>(control, a.bytes, active_bits(p, n * sizeof(T)), width, pad, op);
-      if (width > 1) status() |= control.raised();
+    if (processor::computes<T>()) [[likely]] {
+      processor::Control control(fpcr);
+      const T result =
+          processor::reduce_pieces<T>(control, a.bytes, activity(p, n * sizeof(T)), n * sizeof(T), width, pad, op);
+      status_of(fpcr, {control.raised(), width > 1}).fold_into(ctx);
       return result;
     }
   }
-  T values[256 / sizeof(T)];
-  for (std::size_t i = 0; i < width; ++i) values[i] = i < n && active<T>(p, i) ? load<T>(a.bytes, i) : pad;
-  for (; width > 1; width /= 2)
-    for (std::size_t k = 0; k < width / 2; ++k) values[k] = op(values[2 * k], values[2 * k + 1], status());
-  return values[0];
+  const auto r = by_library([=](const Predicate& under,
+                                const byte* from) { return tree_by_library<T>(under, from, n, width, fpcr, pad, op); },
+                            p, static_cast<const byte*>(a.bytes));
+  r.status.fold_into(ctx);
+  return r.value;
 }
 
-template <class T>
-T ordered_sum(const PredV& p, std::uint64_t start, const VectorV& a, CpuContext* ctx) {
+template <class T, class Predicate>
+reduction<T> ordered_sum_by_library(const Predicate& p, T total, const byte* a, std::size_t n, FPSCR control) {
+  working_status status(control);
+  for (std::size_t i = 0; i < n; ++i)
+    if (active<T>(p, i)) total = FPAdd(total, load<T>(a, i), status());
+  return {total, status};
+}
+
+template <class T, class Predicate, class Vector, class Context>
+T ordered_sum(const Predicate& p, std::uint64_t start, const Vector& a, Context* ctx) {
   const std::size_t n = count<T>(ctx);
-  T total = static_cast<T>(start);
-  working_status status(ctx);
+  const T first = static_cast<T>(start);
+  const FPSCR fpcr = ctx->fpcr;
   if constexpr (processor::exists) {
-    if (processor::computes<T>()) {
-      processor::Control control(ctx->fpcr);
-      const ActiveBits bits = active_bits(p, n * sizeof(T));
-      processor::Piece<T> sum(total);
-      for (std::size_t w = 0; w < 4; ++w)
-        for (std::uint64_t word = bits.words[w] & processor::deciding_bits<T>; word; word &= word - 1)
-          sum = add_first(sum, load<T>(a.bytes + 64 * w + static_cast<unsigned>(__builtin_ctzll(word)), 0), control);
-      if (processor::any_active<T>(bits)) status() |= control.raised();
+    if (processor::computes<T>()) [[likely]] {
+      processor::Control control(fpcr);
+      processor::Piece<T> sum(first);
+      bool any = false;
+      for (std::size_t i = 0; i < n; ++i)
+        if (active<T>(p, i)) {
+          sum = add_first(sum, load<T>(a.bytes, i), control);
+          any = true;
+        }
+      status_of(fpcr, {control.raised(), any}).fold_into(ctx);
       return sum.bits[0];
     }
   }
-  for (std::size_t i = 0; i < n; ++i)
-    if (active<T>(p, i)) total = FPAdd(total, load<T>(a.bytes, i), status());
-  return total;
+  const auto r = by_library(
+      [=](const Predicate& under, const byte* from) { return ordered_sum_by_library<T>(under, first, from, n, fpcr); },
+      p, static_cast<const byte*>(a.bytes));
+  r.status.fold_into(ctx);
+  return r.value;
 }
 
 template <class T>

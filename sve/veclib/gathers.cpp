@@ -18,12 +18,12 @@ constexpr auto sxtw = [](auto offset) {
 constexpr auto uxtw = [](auto offset) { return u64{static_cast<std::uint32_t>(offset)}; };
 
 // How each kind of access forms the address of element e.
-template <class T>
-auto vector_plus(const VectorV& v, u64 offset) {
+template <class T, class Vector>
+auto vector_plus(const Vector& v, u64 offset) {
   return [&v, offset](std::size_t e) { return u64{load<unsigned_of<T>>(v.bytes, e)} + offset; };
 }
-template <class T, class Extend>
-auto base_plus(u64 base, const VectorV& v, std::size_t scale, Extend extend) {
+template <class T, class Vector, class Extend>
+auto base_plus(u64 base, const Vector& v, std::size_t scale, Extend extend) {
   return [&v, base, scale, extend](std::size_t e) { return base + extend(load<unsigned_of<T>>(v.bytes, e)) * scale; };
 }
 template <class M>
@@ -32,17 +32,25 @@ auto contiguous(u64 start) {
 }
 
 // Active elements in rising order; an inactive one forms no address and becomes 0.
-template <class T, class M, class Address>
-VectorV gather(const PredV& p, const CpuContext* ctx, Address address) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e)
-    store<T>(r.bytes, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
-  return r;
+template <class T, class M, class Predicate, class Context, class Address>
+auto gather(const Predicate& p, Context* ctx, Address address) {
+  return whole_or_nothing(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    if (known_to_be_all<T>(p)) {
+#pragma GCC unroll 4
+      for (std::size_t e = 0; e < n; ++e) {
+        store<T>(r, e, static_cast<T>(read_plain<M>(address(e))));
+        asm volatile("" ::: "memory");  // in rising order: a fault names the first element that has one
+      }
+    } else {
+      for (std::size_t e = 0; e < n; ++e)
+        store<T>(r, e, active<T>(p, e) ? static_cast<T>(read_plain<M>(address(e))) : T{0});
+    }
+  });
 }
 
-template <class T, class M, class Address>
-void scatter(const PredV& p, const VectorV& v, const CpuContext* ctx, Address address) {
+template <class T, class M, class Predicate, class Vector, class Context, class Address>
+void scatter(const Predicate& p, const Vector& v, const Context* ctx, Address address) {
   const std::size_t n = count<T>(ctx);
   for (std::size_t e = 0; e < n; ++e)
     if (active<T>(p, e)) write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e)));
@@ -51,26 +59,22 @@ void scatter(const PredV& p, const VectorV& v, const CpuContext* ctx, Address ad
 // A guarded read of each active element until the first that faults; from there upward every element is 0 and its bits
 // of the first-fault register are cleared, active or not. The first active element is guarded like any other: no load
 // of this kind ever faults.
-template <class T, class M, class Address>
-VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address address) {
-  VectorV r;
-  const guarded_reads guard;
-  const std::size_t n = count<T>(ctx);
-  bool fault = false, first = true;
-  for (std::size_t e = 0; e < n; ++e) {
-    T value{0};
-    if (active<T>(p, e) && !fault) {
-      value = static_cast<T>(read_guarded<M>(address(e), non_fault || !first, &fault, ctx));
-      if (!fault) first = false;
+template <class T, class M, class Predicate, class Context, class Address>
+auto load_guarded(const Predicate& p, Context* ctx, Address address) {
+  return whole_or_nothing(ctx, [&](byte* r) {
+    const guarded_reads guard;
+    const std::size_t n = count<T>(ctx);
+    std::size_t e = 0;
+    for (; e < n; ++e) {
+      std::make_unsigned_t<M> element{0};
+      if (active<T>(p, e) && !guarded_read(address(e), element)) break;
+      store<T>(r, e, static_cast<T>(static_cast<M>(element)));
     }
-    if (fault) {
-      value = T{0};
-      const std::size_t bit = e * sizeof(T);
-      ctx->ffr.words[bit / 64] &= ~(((u64{1} << sizeof(T)) - 1) << (bit % 64));
+    for (; e < n; ++e) {
+      store<T>(r, e, T{0});
+      clear_bits(ctx->ffr, e * sizeof(T), sizeof(T));
     }
-    store<T>(r.bytes, e, value);
-  }
-  return r;
+  });
 }
 
 }  // namespace
@@ -78,14 +82,14 @@ VectorV load_guarded(const PredV& p, CpuContext* ctx, bool non_fault, Address ad
 namespace {
 
 // The same for a contiguous span. Where all of it can be copied, the elements need no guard of their own.
-template <class T, class M>
-VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 start) {
+template <class T, class M, class Predicate, class Context>
+auto load_guarded_span(const Predicate& p, Context* ctx, u64 start) {
   const guarded_reads guard;
   const std::size_t bytes = count<T>(ctx) * sizeof(M);
   byte span[sizeof(VectorV)];
   if (bytes >= 8 && guarded_copy(span, start, bytes))
     return gather<T, M>(p, ctx, contiguous<M>(reinterpret_cast<u64>(span)));
-  return load_guarded<T, M>(p, ctx, non_fault, contiguous<M>(start));
+  return load_guarded<T, M>(p, ctx, contiguous<M>(start));
 }
 
 }  // namespace
@@ -102,18 +106,16 @@ VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 s
 
 // One address form each, for loads of memory type M plain and first-fault, and for stores. VI: vector of bases and an
 // immediate count of elements; VS: vector of byte offsets and a base; SV: base and a vector of scaled offsets.
-#define LOADS_VI(digit, M, ...)                                                                                   \
-  SVE_DEFINE_GATHER_VS(Load##digit##VIZ, (gather<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)   \
-  SVE_DEFINE_GATHER_VS(LoadFF##digit##VIZ, (load_guarded<T, M>(p, ctx, false, vector_plus<T>(v, s * sizeof(M)))), \
-                       __VA_ARGS__)
-#define LOADS_VS(digit, form, extend, M, ...)                                                                   \
-  SVE_DEFINE_GATHER_VS(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)   \
-  SVE_DEFINE_GATHER_VS(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, 1, extend))), \
-                       __VA_ARGS__)
+#define LOADS_VI(digit, M, ...)                                                                                 \
+  SVE_DEFINE_GATHER_VS(Load##digit##VIZ, (gather<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__) \
+  SVE_DEFINE_GATHER_VS(LoadFF##digit##VIZ, (load_guarded<T, M>(p, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)
+#define LOADS_VS(digit, form, extend, M, ...)                                                                 \
+  SVE_DEFINE_GATHER_VS(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__) \
+  SVE_DEFINE_GATHER_VS(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, base_plus<T>(s, v, 1, extend))), __VA_ARGS__)
 #define LOADS_SV(digit, form, extend, M, ...)                                                                         \
   SVE_DEFINE_GATHER_SV(Load##digit##form, (gather<T, M>(p, ctx, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__) \
-  SVE_DEFINE_GATHER_SV(LoadFF##digit##form,                                                                           \
-                       (load_guarded<T, M>(p, ctx, false, base_plus<T>(s, v, sizeof(M), extend))), __VA_ARGS__)
+  SVE_DEFINE_GATHER_SV(LoadFF##digit##form, (load_guarded<T, M>(p, ctx, base_plus<T>(s, v, sizeof(M), extend))),      \
+                       __VA_ARGS__)
 #define STORES_VI(digit, M, ...) \
   SVE_DEFINE_SCATTER_VS(Store##digit##VIZ, (scatter<T, M>(p, data, ctx, vector_plus<T>(v, s * sizeof(M)))), __VA_ARGS__)
 #define STORES_VS(digit, form, extend, M, ...) \
@@ -121,14 +123,12 @@ VectorV load_guarded_span(const PredV& p, CpuContext* ctx, bool non_fault, u64 s
 #define STORES_SV(digit, form, extend, M, ...)                                                                    \
   SVE_DEFINE_SCATTER_SV(Store##digit##form, (scatter<T, M>(p, data, ctx, base_plus<T>(s, v, sizeof(M), extend))), \
                         __VA_ARGS__)
-#define CONTIGUOUS_FF(digit, M, ...)                                                                           \
-  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, false, base + index * sizeof(M))), \
+#define CONTIGUOUS_FF(digit, M, ...) \
+  SVE_DEFINE_LOAD_SS(CLoadFF##digit##LSSZ, (load_guarded_span<T, M>(p, ctx, base + index * sizeof(M))), __VA_ARGS__)
+#define CONTIGUOUS_NF(digit, M, ...)                                                                                \
+  SVE_DEFINE_LOAD_SI(CLoadNF##digit##SIZ,                                                                           \
+                     (load_guarded_span<T, M>(p, ctx, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
                      __VA_ARGS__)
-#define CONTIGUOUS_NF(digit, M, ...)                                                                       \
-  SVE_DEFINE_LOAD_SI(                                                                                      \
-      CLoadNF##digit##SIZ,                                                                                 \
-      (load_guarded_span<T, M>(p, ctx, true, base + static_cast<u64>(imm) * (count<T>(ctx) * sizeof(M)))), \
-      __VA_ARGS__)
 
 LOADS_VI(1, std::uint8_t, U32, U64)
 LOADS_VI(1, std::int8_t, S32, S64)

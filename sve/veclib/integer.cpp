@@ -55,7 +55,11 @@ constexpr auto reversed_quotient = [](auto a, auto b) { return quotient(b, a); }
 constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
 constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
 constexpr auto absolute_difference = [](auto a, auto b) {
-  return a > b ? wrapping(a) - wrapping(b) : wrapping(b) - wrapping(a);
+  using T = decltype(a);
+  using U = unsigned_of<T>;
+  if constexpr (std::is_unsigned_v<T>) return static_cast<T>(larger(a, b) - smaller(a, b));
+  const U exact = static_cast<U>(static_cast<U>(a) - static_cast<U>(b)), negate = static_cast<U>(0 - U{a < b});
+  return static_cast<U>((exact ^ negate) - negate);
 };
 constexpr auto high_product = [](auto a, auto b) {
   using T = decltype(a);
@@ -73,7 +77,10 @@ constexpr auto high_product = [](auto a, auto b) {
 };
 
 constexpr auto negated = [](auto a) { return 0 - wrapping(a); };
-constexpr auto absolute = [](auto a) { return a < 0 ? 0 - wrapping(a) : wrapping(a); };
+constexpr auto absolute = [](auto a) {
+  using U = unsigned_of<decltype(a)>;
+  return a < 0 ? static_cast<U>(0 - static_cast<U>(a)) : static_cast<U>(a);
+};
 constexpr auto inverted = [](auto a) { return static_cast<decltype(a)>(~a); };
 constexpr auto is_zero = [](auto a) { return a == 0 ? 1 : 0; };
 
@@ -83,8 +90,8 @@ constexpr auto mls = [](auto a, auto b, auto c) { return wrapping(a) - wrapping(
 constexpr auto madd = [](auto a, auto b, auto c) { return wrapping(c) + wrapping(a) * wrapping(b); };
 constexpr auto msub = [](auto a, auto b, auto c) { return wrapping(c) - wrapping(a) * wrapping(b); };
 
-template <class T, class Op>
-VectorV with_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
+template <class T, class Vector, class Context, class Op>
+auto with_immediate(const Vector& a, std::uint64_t imm, const Context* ctx, Op op) {
   const T value = static_cast<T>(imm);
   return mapped<T>(
       ctx, [op, value](T x) { return op(x, value); }, a);

@@ -29,7 +29,7 @@ void WriteMemSim(std::uint64_t value, std::uint64_t addr, int size, bool simulat
 
 namespace sve::veclib {
 
-/// The element reads and writes by memory type; a signed type extends by sign.
+/// The plain element reads and writes by memory type; a signed type extends by sign.
 template <class M>
 inline M read_plain(std::uint64_t addr) {
   M value;
@@ -41,12 +41,4 @@ inline void write_plain(std::uint64_t addr, M value) {
   std::memcpy(reinterpret_cast<void*>(addr), &value, sizeof value);
   asm volatile("" ::: "memory");  // a store that faults has stored the elements below: none waits for the next
 }
-template <class M>
-inline M read_guarded(std::uint64_t addr, int not_first, bool* fault, CpuContext* context) {
-  if constexpr (sizeof(M) == 1) return static_cast<M>(ReadMemLib1(addr, not_first, fault, context));
-  if constexpr (sizeof(M) == 2) return static_cast<M>(ReadMemLib2(addr, not_first, fault, context));
-  if constexpr (sizeof(M) == 4) return static_cast<M>(ReadMemLib4(addr, not_first, fault, context));
-  if constexpr (sizeof(M) == 8) return static_cast<M>(ReadMemLib8(addr, not_first, fault, context));
-}
-
 }  // namespace sve::veclib

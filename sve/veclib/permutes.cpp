@@ -9,63 +9,74 @@ using namespace sve::veclib;
 
 namespace {
 
-template <class T>
-T at(const VectorV& v, std::size_t i) {
+template <class T, class Vector>
+T at(const Vector& v, std::size_t i) {
   return load<T>(v.bytes, i);
-}
-template <class T>
-void put(VectorV& v, std::size_t i, T value) {
-  store<T>(v.bytes, i, value);
 }
 
 // The result whose element i is element(i).
-template <class T, class Element>
-VectorV generated(const CpuContext* ctx, Element element) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t i = 0; i < n; ++i) put<T>(r, i, static_cast<T>(element(i)));
-  return r;
+template <class T, class Context, class Element>
+auto generated(const Context* ctx, Element element) {
+  return apart(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    for (std::size_t i = 0; i < n; ++i) store<T>(r, i, static_cast<T>(element(i)));
+  });
 }
 
 // ---- Interleaves ----
 
 // Elements of the halves that start at element `from`.
-template <class T>
-VectorV zip(const VectorV& a, const VectorV& b, const CpuContext* ctx, bool high) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx), m = n / 2, from = high ? m : 0;
-  for (std::size_t i = 0; i < m; ++i) {
-    put<T>(r, 2 * i, at<T>(a, from + i));
-    put<T>(r, 2 * i + 1, at<T>(b, from + i));
-  }
-  if (n % 2) put<T>(r, n - 1, high ? at<T>(a, from + m) : at<T>(a, m));
-  return r;
-}
-
-// Output k is input 2k + odd of both operands one after the other.
-template <class T>
-VectorV unzip(const VectorV& a, const VectorV& b, const CpuContext* ctx, std::size_t odd) {
-  const std::size_t n = count<T>(ctx);
-  return generated<T>(ctx, [&](std::size_t k) {
-    const std::size_t from = 2 * k + odd;
-    return from < n ? at<T>(a, from) : from - n < n ? at<T>(b, from - n) : T{0};
+template <class T, class Source, class Context>
+auto zip(const Source& a, const Source& b, const Context* ctx, bool high) {
+  return apart(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx), m = n / 2, from = high ? m : 0;
+    for (std::size_t i = 0; i < m; ++i) {
+      store<T>(r, 2 * i, at<T>(a, from + i));
+      store<T>(r, 2 * i + 1, at<T>(b, from + i));
+    }
+    if (n % 2) store<T>(r, n - 1, high ? at<T>(a, from + m) : at<T>(a, m));
   });
 }
 
-template <class T>
-VectorV transpose(const VectorV& a, const VectorV& b, const CpuContext* ctx, std::size_t odd) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t i = 0; i + 1 < n; i += 2) {
-    put<T>(r, i, at<T>(a, i + odd));
-    put<T>(r, i + 1, at<T>(b, i + odd));
-  }
-  if (n % 2) put<T>(r, n - 1, odd ? T{0} : at<T>(a, n - 1));
-  return r;
+// Output k is input 2k + odd of both operands one after the other.
+template <class T, class Source, class Context>
+auto unzip(const Source& a, const Source& b, const Context* ctx, std::size_t odd) {
+  return apart(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    std::size_t k = 0;
+    for (std::size_t i = odd; i < n; i += 2) store<T>(r, k++, at<T>(a, i));
+    for (std::size_t i = (odd + n) % 2; k < n; i += 2) store<T>(r, k++, i < n ? at<T>(b, i) : T{0});
+  });
 }
 
-template <class T>
-VectorV reversed(const VectorV& a, const CpuContext* ctx) {
+template <class T, class Source, class Context>
+auto transpose(const Source& a, const Source& b, const Context* ctx, std::size_t odd) {
+  return apart(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    for (std::size_t i = 0; i + 1 < n; i += 2) {
+      store<T>(r, i, at<T>(a, i + odd));
+      store<T>(r, i + 1, at<T>(b, i + odd));
+    }
+    if (n % 2) store<T>(r, n - 1, odd ? T{0} : at<T>(a, n - 1));
+  });
+}
+
+// In place pairs lie in one piece.
+template <class T, class Source>
+in_place::VectorV transpose(const Source& a, const Source& b, const in_place::CpuContext* ctx, std::size_t odd) {
+  constexpr byte size = sizeof(T);
+  const byte_piece place = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const byte_piece in_pair = (place & static_cast<byte>(~size)) + static_cast<byte>(odd * size);
+  const byte_piece from =
+      in_pair + (reinterpret_cast<byte_piece>((place & size) != 0) & byte{16});  // the odd ones, of b
+  return element_wise(ctx, [&](byte* r) {
+    for (std::size_t i = 0; i < vector_bytes; i += 16)
+      store_piece(r + i, __builtin_shuffle(load_piece(a.bytes + i), load_piece(b.bytes + i), from));
+  });
+}
+
+template <class T, class Source, class Context>
+auto reversed(const Source& a, const Context* ctx) {
   const std::size_t n = count<T>(ctx);
   return generated<T>(ctx, [&](std::size_t i) { return at<T>(a, n - 1 - i); });
 }
@@ -148,24 +159,34 @@ PredV unpacked(const PredV& a, const CpuContext* ctx, bool high) {
   const std::size_t from = high ? count<std::uint16_t>(ctx) : 0;
   return generated_predicate<std::uint16_t>(ctx, [&](std::size_t i) { return bit(a, from + i) ? 1u : 0u; });
 }
+in_place::VectorV unpacked(const in_place::PredV& a, const in_place::CpuContext* ctx, bool high) {
+  const std::size_t from = high ? count<std::uint16_t>(ctx) : 0;
+  return generated<std::uint16_t>(ctx, [&](std::size_t i) { return bit(a, from + i) ? 1u : 0u; });
+}
+
+// In place an element's group is its bytes, so that what moves vectors moves predicates: bit 0 of each byte is kept.
+PredV as_predicate(const PredV& p) { return p; }
+in_place::PredV as_predicate(const in_place::VectorV& moved) {
+  for (std::size_t i = 0; i < register_pieces; ++i)
+    store_piece(moved.bytes + 16 * i, load_piece(moved.bytes + 16 * i) & (byte_piece{} + byte{1}));
+  return {moved.bytes};
+}
 
 // ---- Selects and rearrangements under a predicate ----
 
-template <class T>
-VectorV selected(const PredV& p, const VectorV& a, const VectorV& b, const CpuContext* ctx) {
+template <class T, class Predicate, class Vector, class Context>
+auto selected(const Predicate& p, const Vector& a, const Vector& b, const Context* ctx) {
   return merging_unary<T>(b, p, a, ctx, [](T x) { return x; });
 }
 
-template <class T>
-VectorV zeroing_move(const PredV& p, const VectorV& a, const CpuContext* ctx) {
-  VectorV r;
-  zero_lanes<T>(
-      r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [](T x) { return x; }, a.bytes);
-  return r;
+template <class T, class Predicate, class Vector, class Context>
+auto zeroing_move(const Predicate& p, const Vector& a, const Context* ctx) {
+  return zeroing<T>(
+      p, ctx, [](T x) { return x; }, a);
 }
 
-template <class T>
-VectorV looked_up(const VectorV& table, const VectorV& indices, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto looked_up(const Vector& table, const Vector& indices, const Context* ctx) {
   const std::size_t n = count<T>(ctx);
   return generated<T>(ctx, [&](std::size_t i) {
     const T index = at<T>(indices, i);
@@ -174,39 +195,38 @@ VectorV looked_up(const VectorV& table, const VectorV& indices, const CpuContext
 }
 
 // From the first active element of a to its last, inactive ones between them included; then b from its start.
-template <class T>
-VectorV spliced(const PredV& p, const VectorV& a, const VectorV& b, CpuContext* ctx) {
-  VectorV r;
-  const PredV elements = elements_of<T>(p, ctx);
-  const int first = lowest_bit(elements), last = highest_bit(elements);
-  const std::size_t taken = first < 0 ? 0 : static_cast<std::size_t>(last - first) + sizeof(T);
-  if (taken != 0) std::memcpy(r.bytes, a.bytes + first, taken);
-  std::memcpy(r.bytes + taken, b.bytes, length_bytes(ctx) - taken);
-  return r;
+template <class T, class Predicate, class Vector, class Context>
+auto spliced(const Predicate& p, const Vector& a, const Vector& b, const Context* ctx) {
+  return apart(ctx, [&](byte* r) {
+    const int first = lowest_of(ctx, both, p, first_bits<T>{}), last = highest_of(ctx, both, p, first_bits<T>{});
+    const std::size_t taken = first < 0 ? 0 : static_cast<std::size_t>(last - first) + sizeof(T);
+    if (taken != 0) std::memcpy(r, a.bytes + first, taken);
+    std::memcpy(r + taken, b.bytes, length_bytes(ctx) - taken);
+  });
 }
 
-template <class T>
-VectorV compressed(const PredV& p, const VectorV& a, const CpuContext* ctx) {
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  std::size_t k = 0;
-  for (std::size_t e = 0; e < n; ++e) {
-    put<T>(r, e, T{0});  // k never passes e
-    if (active<T>(p, e)) put<T>(r, k++, at<T>(a, e));
-  }
-  return r;
+template <class T, class Predicate, class Vector, class Context>
+auto compressed(const Predicate& p, const Vector& a, const Context* ctx) {
+  return apart(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+    std::size_t k = 0;
+    for (std::size_t e = 0; e < n; ++e) {
+      store<T>(r, e, T{0});  // k never passes e
+      if (active<T>(p, e)) store<T>(r, k++, at<T>(a, e));
+    }
+  });
 }
 
-template <class T>
-VectorV slid(const VectorV& a, const VectorV& b, std::uint64_t imm, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto slid(const Vector& a, const Vector& b, std::uint64_t imm, const Context* ctx) {
   const std::size_t n = count<T>(ctx), start = n <= imm ? 0 : static_cast<std::size_t>(imm);
   return generated<T>(ctx,
                       [&](std::size_t i) { return start + i < n ? at<T>(a, start + i) : at<T>(b, start + i - n); });
 }
 
 // Elements of half the width from one half of the source, extended by the signedness of the wide type.
-template <class T>
-VectorV widened(const VectorV& a, const CpuContext* ctx, bool high) {
+template <class T, class Vector, class Context>
+auto widened(const Vector& a, const Context* ctx, bool high) {
   using Narrow = std::conditional_t<
       std::is_signed_v<T>,
       std::conditional_t<sizeof(T) == 2, std::int8_t, std::conditional_t<sizeof(T) == 4, std::int16_t, std::int32_t>>,
@@ -216,63 +236,61 @@ VectorV widened(const VectorV& a, const CpuContext* ctx, bool high) {
   return generated<T>(ctx, [&](std::size_t e) { return at<Narrow>(a, from + e); });
 }
 
-template <class T>
-VectorV inserted(const VectorV& a, std::uint64_t scalar, const CpuContext* ctx) {
-  VectorV r;
-  const std::size_t length = length_bytes(ctx);
-  if (length == 0) return r;
-  std::memcpy(r.bytes + sizeof(T), a.bytes, length - sizeof(T));
-  put<T>(r, 0, static_cast<T>(scalar));
-  return r;
+template <class T, class Vector, class Context>
+auto inserted(const Vector& a, std::uint64_t scalar, const Context* ctx) {
+  return apart(ctx, [&](byte* r) {
+    const std::size_t length = length_bytes(ctx);
+    if (length == 0) return;
+    std::memcpy(r + sizeof(T), a.bytes, length - sizeof(T));
+    store<T>(r, 0, static_cast<T>(scalar));
+  });
 }
 
 // ---- Extracts: A is the element after the last active one, B the last active one ----
 
 // Element 0 also when the last active element is the top one or none is active.
-template <class T>
-std::uint64_t last_a(const PredV& p, const VectorV& a, CpuContext* ctx) {
-  const std::size_t next = static_cast<std::size_t>(FindLastActive(p, 8 * sizeof(T), ctx) + 1);
+template <class T, class Predicate, class Vector, class Context>
+std::uint64_t last_a(const Predicate& p, const Vector& a, const Context* ctx) {
+  const std::size_t next = static_cast<std::size_t>(last_active<T>(p, ctx) + 1);
   return at<T>(a, next < count<T>(ctx) ? next : 0);
 }
 
 // The top element when none is active. At length 0 there is none either, and the answer means nothing.
-template <class T>
-std::uint64_t last_b(const PredV& p, const VectorV& a, CpuContext* ctx) {
-  const int last = FindLastActive(p, 8 * sizeof(T), ctx);
+template <class T, class Predicate, class Vector, class Context>
+std::uint64_t last_b(const Predicate& p, const Vector& a, const Context* ctx) {
+  const int last = last_active<T>(p, ctx);
   const std::size_t n = count<T>(ctx);
   return at<T>(a, last >= 0 ? static_cast<std::size_t>(last) : n == 0 ? 0 : n - 1);
 }
 
-template <class T>
-bool any_active(const PredV& p, CpuContext* ctx) {
-  return FindLastActive(p, 8 * sizeof(T), ctx) >= 0;
+template <class T, class Predicate, class Context>
+bool any_active(const Predicate& p, const Context* ctx) {
+  return last_active<T>(p, ctx) >= 0;
 }
 
-template <class T>
-VectorV broadcast(std::uint64_t value, const CpuContext* ctx) {
+template <class T, class Context>
+auto broadcast(std::uint64_t value, const Context* ctx) {
   return mapped<T>(ctx, [value] { return static_cast<T>(value); });
 }
 
-template <class T>
-VectorV merged_scalar(const VectorV& old, const PredV& p, std::uint64_t value, const CpuContext* ctx) {
+template <class T, class Vector, class Predicate, class Context>
+auto merged_scalar(const Vector& old, const Predicate& p, std::uint64_t value, const Context* ctx) {
   return merging_unary<T>(old, p, old, ctx, [value](T) { return static_cast<T>(value); });
 }
 
-template <class T>
-VectorV zeroed_scalar(const PredV& p, std::uint64_t value, const CpuContext* ctx) {
-  VectorV r;
-  zero_lanes<T>(r.bytes, byte_predicate(p, ctx), covering_count<T>(ctx), [value] { return static_cast<T>(value); });
-  return r;
+template <class T, class Predicate, class Context>
+auto zeroed_scalar(const Predicate& p, std::uint64_t value, const Context* ctx) {
+  return zeroing<T>(p, ctx, [value] { return static_cast<T>(value); });
 }
 
-template <class T>
-VectorV element_everywhere(const VectorV& a, std::uint64_t index, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto element_everywhere(const Vector& a, std::uint64_t index, const Context* ctx) {
   return broadcast<T>(index < count<T>(ctx) ? static_cast<std::uint64_t>(at<T>(a, index)) : 0, ctx);
 }
 
 // The sum wraps at 32 bits for elements of up to 32 bits, and at 64 for those of 64.
-template <class T>
-VectorV indexed(std::int64_t start, std::int64_t step, const CpuContext* ctx) {
+template <class T, class Context>
+auto indexed(std::int64_t start, std::int64_t step, const Context* ctx) {
   using Wide = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
   const Wide first = static_cast<Wide>(start), by = static_cast<Wide>(step);
   return generated<T>(ctx, [&](std::size_t e) { return first + static_cast<Wide>(e) * by; });
@@ -291,20 +309,20 @@ SVE_DEFINE_VV(Uzp2VV, unzip<T>(a, b, ctx, 1), UNSIGNED_TYPES)
 SVE_DEFINE_VV(Trn1VV, transpose<T>(a, b, ctx, 0), UNSIGNED_TYPES)
 SVE_DEFINE_VV(Trn2VV, transpose<T>(a, b, ctx, 1), UNSIGNED_TYPES)
 SVE_DEFINE_V(ReverseV, reversed<T>(a, ctx), UNSIGNED_TYPES)
-SVE_DEFINE_PPP(Zip1PP, zip<T>(p, q, ctx, false), PREDICATE_TYPES)
-SVE_DEFINE_PPP(Zip2PP, zip<T>(p, q, ctx, true), PREDICATE_TYPES)
-SVE_DEFINE_PPP(Uzp1PP, unzip<T>(p, q, ctx, 0), PREDICATE_TYPES)
-SVE_DEFINE_PPP(Uzp2PP, unzip<T>(p, q, ctx, 1), PREDICATE_TYPES)
-SVE_DEFINE_PPP(Trn1PP, transpose<T>(p, q, ctx, 0), PREDICATE_TYPES)
-SVE_DEFINE_PPP(Trn2PP, transpose<T>(p, q, ctx, 1), PREDICATE_TYPES)
-SVE_DEFINE_PP(ReverseP, reversed<T>(p, ctx), PREDICATE_TYPES)
-SVE_DEFINE_PP(UnpackLoP, unpacked(p, ctx, false), P)
-SVE_DEFINE_PP(UnpackHiP, unpacked(p, ctx, true), P)
+SVE_DEFINE_PPP(Zip1PP, as_predicate(zip<T>(p, q, ctx, false)), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Zip2PP, as_predicate(zip<T>(p, q, ctx, true)), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Uzp1PP, as_predicate(unzip<T>(p, q, ctx, 0)), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Uzp2PP, as_predicate(unzip<T>(p, q, ctx, 1)), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Trn1PP, as_predicate(transpose<T>(p, q, ctx, 0)), PREDICATE_TYPES)
+SVE_DEFINE_PPP(Trn2PP, as_predicate(transpose<T>(p, q, ctx, 1)), PREDICATE_TYPES)
+SVE_DEFINE_PP(ReverseP, as_predicate(reversed<T>(p, ctx)), PREDICATE_TYPES)
+SVE_DEFINE_PP(UnpackLoP, as_predicate(unpacked(p, ctx, false)), P)
+SVE_DEFINE_PP(UnpackHiP, as_predicate(unpacked(p, ctx, true)), P)
 
 SVE_DEFINE_PVV(SelVV, selected<T>(p, a, b, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PPPP(SelPP,
                 combined(
-                    ctx, [](std::uint64_t g, std::uint64_t x, std::uint64_t y) { return (x & g) | (y & ~g); }, p, q, r),
+                    ctx, [](auto g, auto x, auto y) { return (x & g) | (y & ~g); }, p, q, r),
                 P)
 SVE_DEFINE_VV(TblVV, looked_up<T>(a, b, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PVV(SpliceVV, spliced<T>(p, a, b, ctx), UNSIGNED_TYPES)
@@ -346,11 +364,11 @@ SVE_DEFINE_II_SIGNED(IndexSI, indexed<T>(start, step, ctx), S8, S16, S32, S64)
 SVE_DEFINE_II_SIGNED(IndexSS, indexed<T>(start, step, ctx), S8, S16, S32, S64)
 
 // The count of 128-bit units reads the length word whole.
-VectorV VecU128ExtDupVI(const VectorV& a, std::uint64_t imm, CpuContext* ctx) {
-  const std::size_t units = ctx->vl_word >> 1;
+SVE_IN_BOTH(VectorV VecU128ExtDupVI(const VectorV& a, std::uint64_t imm, CpuContext* ctx) {
+  const std::size_t units = length_word(ctx) >> 1;
   byte unit[16] = {};
   if (imm < units) std::memcpy(unit, a.bytes + imm * sizeof unit, sizeof unit);
-  VectorV r;
-  for (std::size_t i = 0; i < units; ++i) std::memcpy(r.bytes + i * sizeof unit, unit, sizeof unit);
-  return r;
-}
+  return element_wise(ctx, [&](byte* r) {
+    for (std::size_t i = 0; i < units; ++i) std::memcpy(r + i * sizeof unit, unit, sizeof unit);
+  });
+})

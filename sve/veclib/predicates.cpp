@@ -3,21 +3,12 @@
 
 #include <limits>
 
-#include "sve/state/patterns.h"
 #include "sve/veclib/define.h"
 
 using namespace sve;
 using namespace sve::veclib;
 
 namespace {
-
-constexpr std::uint32_t flag_n_bit = 0x80000000u, flag_z_bit = 0x40000000u, flag_c_bit = 0x20000000u,
-                        flag_v_bit = 0x10000000u;
-
-// Replaces the flags `which` by those that `value` has.
-void write_flags(CpuContext* ctx, std::uint32_t which, std::uint32_t value) {
-  ctx->nzcv = (ctx->nzcv & ~which) | value;
-}
 
 std::size_t element_bytes(int element_bits) { return static_cast<std::size_t>(element_bits) / 8; }
 
@@ -52,10 +43,6 @@ bool any_result(const PredV& active, const PredV& result, int element_bits) {
   for (int w = 0; w < 4; ++w) any |= scalar_word(covered.words[w]) & scalar_word(result.words[w]);
   return any != 0;
 }
-
-}  // namespace
-
-namespace {
 
 // N, Z and C.
 std::uint32_t n_z_and_c(const PredV& mask, const PredV& result, int element_bits, const CpuContext* ctx) {
@@ -93,99 +80,127 @@ int FindLastActive(const PredV& p, int element_bits, CpuContext* ctx) {
   return at < 0 ? -1 : at / (element_bits / 8);
 }
 
+void sve::veclib::set_flags_of_some(const in_place::PredV& mask, const in_place::PredV& result, int element_bits,
+                                    in_place::CpuContext* context) {
+  CpuContext values{};
+  values.vl_word = vector_granules;
+  values.nzcv = context->nzcv;
+  PredSetNZCV(packed(mask), packed(result), element_bits, &values);
+  context->nzcv = values.nzcv;
+}
+
 namespace {
 
-using word = std::uint64_t;
-
 // Sets the flags from a byte-sized test of the result under the mask, and hands the result on.
-PredV flagged(const PredV& mask, const PredV& result, CpuContext* ctx) {
+template <class Predicate, class Context>
+Predicate flagged(const Predicate& mask, const Predicate& result, Context* ctx) {
   PredSetNZCV(mask, result, 8, ctx);
   return result;
 }
+template <class Predicate, class Context>
+Predicate flagged_of_all(const Predicate& result, Context* ctx) {
+  set_flags_of_all(result, 8, ctx);
+  return result;
+}
 
-template <class Op>
-PredV logic(const PredV& governing, const PredV& a, const PredV& b, const CpuContext* ctx, Op op) {
+template <class Predicate, class Context, class Op>
+Predicate logic(const Predicate& governing, const Predicate& a, const Predicate& b, const Context* ctx, Op op) {
   return combined(
-      ctx, [op](word g, word x, word y) { return g & op(x, y); }, governing, a, b);
+      ctx, [op](auto g, auto x, auto y) { return g & op(x, y); }, governing, a, b);
 }
 
-constexpr auto and_ = [](word x, word y) { return x & y; };
-constexpr auto bic = [](word x, word y) { return x & ~y; };
-constexpr auto xor_ = [](word x, word y) { return x ^ y; };
-constexpr auto or_ = [](word x, word y) { return x | y; };
-constexpr auto orn = [](word x, word y) { return x | ~y; };
-constexpr auto nand = [](word x, word y) { return ~(x & y); };
-constexpr auto nor = [](word x, word y) { return ~(x | y); };
+constexpr auto bic = [](auto x, auto y) { return x & ~y; };
+constexpr auto xor_ = [](auto x, auto y) { return x ^ y; };
+constexpr auto or_ = [](auto x, auto y) { return x | y; };
+constexpr auto orn = [](auto x, auto y) { return x | ~y; };
+constexpr auto nand = [](auto x, auto y) { return ~(x & y); };
+constexpr auto nor = [](auto x, auto y) { return ~(x | y); };
 
-// All bits below position `end`.
-PredV below(int end) {
-  PredV r;
-  for (std::size_t w = 0; w < 4; ++w) r.words[w] = end <= 0 ? 0 : bits_below(static_cast<std::size_t>(end), w);
-  return r;
+// The bits before the first active bit of q, that bit included or not; all where there is none.
+template <class Predicate, class Context>
+leading_bits before_break(const Predicate& governing, const Predicate& q, const Context* ctx, bool inclusive) {
+  const int at = lowest_of(ctx, both, governing, q);
+  return leading_bits(at < 0 ? 256 : inclusive ? at + 1 : at);
 }
 
-// Active bits up to the first active bit of q, that bit included or not.
-PredV until_break(const PredV& governing, const PredV& q, const CpuContext* ctx, bool inclusive) {
-  const int at = lowest_bit(logic(governing, q, q, ctx, and_));
-  const int end = at < 0 ? 256 : inclusive ? at + 1 : at;
-  return logic(governing, below(end), below(end), ctx, and_);
+// Active bits up to the break.
+template <class Predicate, class Context>
+Predicate until_break(const Predicate& governing, const Predicate& q, const Context* ctx, bool inclusive) {
+  return combined(ctx, both, governing, before_break(governing, q, ctx, inclusive));
 }
 
 // Merging: bits where p is inactive keep `old`.
-PredV merged(const PredV& old, const PredV& governing, const PredV& result, const CpuContext* ctx) {
+template <class Predicate, class Context>
+Predicate merged_until_break(const Predicate& old, const Predicate& governing, const Predicate& q, const Context* ctx,
+                             bool inclusive) {
   return combined(
-      ctx, [](word o, word g, word r) { return (o & ~g) | (r & g); }, old, governing, result);
+      ctx, [](auto o, auto g, auto r) { return (o & ~g) | (r & g); }, old, governing,
+      before_break(governing, q, ctx, inclusive));
 }
 
-bool bit_at_last_active(const PredV& governing, const PredV& q, const CpuContext* ctx) {
-  const int last = highest_bit(logic(governing, governing, governing, ctx, and_));
+template <class Predicate, class Context>
+bool bit_at_last_active(const Predicate& governing, const Predicate& q, const Context* ctx) {
+  if (known_to_be_all<byte>(governing)) return bit(q, length_bytes(ctx) - 1);
+  const int last = highest_of(ctx, same, governing);
   return last >= 0 && bit(q, static_cast<std::size_t>(last));
 }
 
-PredV all_true(const CpuContext* ctx) { return below(static_cast<int>(length_bytes(ctx))); }
-
-PredV break_next(const PredV& governing, const PredV& n, const PredV& dm, const CpuContext* ctx) {
-  return bit_at_last_active(governing, n, ctx) ? logic(all_true(ctx), dm, dm, ctx, and_) : PredV{};
+template <class Predicate, class Context>
+Predicate break_next(const Predicate& governing, const Predicate& n, const Predicate& dm, const Context* ctx) {
+  return combined(ctx, both, dm, leading_bits(bit_at_last_active(governing, n, ctx) ? 256 : 0));
 }
 
-PredV break_previous(const PredV& governing, const PredV& n, const PredV& m, const CpuContext* ctx, bool inclusive) {
-  return bit_at_last_active(governing, n, ctx) ? until_break(governing, m, ctx, inclusive) : PredV{};
+template <class Predicate, class Context>
+Predicate break_previous(const Predicate& governing, const Predicate& n, const Predicate& m, const Context* ctx,
+                         bool inclusive) {
+  return combined(ctx, both, governing,
+                  bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : leading_bits(0));
 }
 
 // The source with the first active bit of the mask set in it.
-PredV with_first_active(const PredV& mask, const PredV& source, const CpuContext* ctx) {
-  PredV r = logic(all_true(ctx), source, source, ctx, and_);
-  const int first = lowest_bit(logic(mask, mask, mask, ctx, and_));
-  if (first >= 0) r.words[first / 64] |= word{1} << (first % 64);
+template <class Predicate, class Context>
+Predicate with_first_active(const Predicate& mask, const Predicate& source, const Context* ctx) {
+  const int first = lowest_of(ctx, same, mask);
+  Predicate r = combined(ctx, same, source);
+  if (first >= 0) set_bit(r, static_cast<std::size_t>(first));
   return r;
 }
 
 // The first element active in the mask after the last active one of the source.
-template <class T>
-PredV next_active(const PredV& mask, const PredV& source, CpuContext* ctx) {
-  const int last = highest_bit(elements_of<T>(source, ctx));
-  const PredV candidates = elements_of<T>(mask, ctx);
-  PredV r{};
-  const int next = lowest_bit(combined(
-      ctx, [](word c, word done) { return c & ~done; }, candidates, below(last < 0 ? 0 : last + 1)));
-  if (next >= 0) r.words[next / 64] = word{1} << (next % 64);
+template <class T, class Predicate, class Context>
+Predicate next_active(const Predicate& mask, const Predicate& source, Context* ctx) {
+  const int last = highest_of(ctx, both, source, first_bits<T>{});
+  const int next = lowest_of(
+      ctx, [](auto m, auto starts, auto done) { return m & starts & ~done; }, mask, first_bits<T>{},
+      leading_bits(last + 1));
+  Predicate r = combined(ctx, same, leading_bits(0));
+  if (next >= 0) set_bit(r, static_cast<std::size_t>(next));
   PredSetNZCV(mask, r, 8 * sizeof(T), ctx);
   return r;
 }
 
 template <class T>
-PredV pattern_true(std::uint64_t pattern, const CpuContext* ctx) {
+std::size_t selected(std::uint64_t pattern, const CpuContext* ctx) {
   // POW2 of no elements is 1, and there is no element to set.
   const std::size_t n = count<T>(ctx),
-                    selected = static_cast<std::size_t>(VecTrueILength(pattern, static_cast<int>(n)));
-  return leading<T>(selected < n ? selected : n);
+                    elements = static_cast<std::size_t>(VecTrueILength(pattern, static_cast<int>(n)));
+  return elements < n ? elements : n;
+}
+template <class T>
+std::size_t selected(std::uint64_t pattern, const in_place::CpuContext*) {
+  return pattern_count<T>(pattern);
 }
 
-template <class T>
-PredV pattern_true_flagged(std::uint64_t pattern, CpuContext* ctx) {
-  const PredV r = pattern_true<T>(pattern, ctx);
-  PredSetNZCV(r, r, 8 * sizeof(T), ctx);  // its own mask
-  return r;
+template <class T, class Context>
+auto pattern_true(std::uint64_t pattern, const Context* ctx) {
+  return leading<T>(selected<T>(pattern, ctx), ctx);
+}
+
+template <class T, class Context>
+auto pattern_true_flagged(std::uint64_t pattern, Context* ctx) {
+  const std::size_t n = selected<T>(pattern, ctx);
+  set_flags_of_leading<T>(n, n, ctx);  // its own mask
+  return leading<T>(n, ctx);
 }
 
 // How many i below n have first + i < limit, or <= limit, without wrap-around.
@@ -201,24 +216,30 @@ std::size_t true_elements(Scalar first, Scalar limit, std::size_t n, bool or_equ
   return distance < n ? distance : n;
 }
 
-template <class T, class Scalar, class Operand>
-PredV while_true(Operand first, Operand limit, CpuContext* ctx, bool or_equal) {
-  const PredV r =
-      leading<T>(true_elements(static_cast<Scalar>(first), static_cast<Scalar>(limit), count<T>(ctx), or_equal));
-  PredSetNZCV(all_true(ctx), r, 8 * sizeof(T), ctx);
-  return r;
+template <class T, class Scalar, class Operand, class Context>
+auto while_true(Operand first, Operand limit, Context* ctx, bool or_equal) {
+  const std::size_t all = count<T>(ctx),
+                    n = true_elements(static_cast<Scalar>(first), static_cast<Scalar>(limit), all, or_equal);
+  set_flags_of_leading<T>(n, all, ctx);
+  return leading<T>(n, ctx);
 }
 
 // Writes N and V alone: a terminating comparison gives N set and V clear, else N is clear and V the inverse of C.
-void terminate(bool condition, CpuContext* ctx) {
+template <class Context>
+void terminate(bool condition, Context* ctx) {
   const bool carry = (ctx->nzcv & flag_c_bit) != 0;
   write_flags(ctx, flag_n_bit | flag_v_bit, condition ? flag_n_bit : carry ? 0 : flag_v_bit);
 }
 
-template <class T>
-std::uint64_t count_both(const PredV& p, const PredV& q, const CpuContext* ctx) {
-  return active_count<T>(logic(p, q, q, ctx, and_), ctx);
+template <class T, class Predicate, class Context>
+std::uint64_t count_both(const Predicate& p, const Predicate& q, const Context* ctx) {
+  return population(
+      ctx, [](auto x, auto y, auto starts) { return x & y & starts; }, p, q, first_bits<T>{});
 }
+
+// The first-fault register takes a predicate.
+void take(PredV& ffr, const PredV& p) { ffr = p; }
+void take(in_place::PredV& ffr, const in_place::PredV& p) { std::memcpy(ffr.bytes, p.bytes, vector_bytes); }
 
 }  // namespace
 
@@ -226,7 +247,7 @@ std::uint64_t count_both(const PredV& p, const PredV& q, const CpuContext* ctx) 
   SVE_DEFINE_PPPP(Name, logic(p, q, r, ctx, op), P) \
   SVE_DEFINE_PPPP(FlgName, flagged(p, logic(p, q, r, ctx, op), ctx), P)
 
-PREDICATE_LOGIC(AndPPZ, AndFlgPPZ, and_)
+PREDICATE_LOGIC(AndPPZ, AndFlgPPZ, both)
 PREDICATE_LOGIC(BicPPZ, BicFlgPPZ, bic)
 PREDICATE_LOGIC(XorPPZ, XorFlgPPZ, xor_)
 PREDICATE_LOGIC(OrPPZ, OrFlgPPZ, or_)
@@ -240,23 +261,23 @@ SVE_DEFINE_PPP(BreakAFlgPZ, flagged(p, until_break(p, q, ctx, true), ctx), P)
 SVE_DEFINE_PPP(BreakBPZ, until_break(p, q, ctx, false), P)
 SVE_DEFINE_PPP(BreakBFlgPZ, flagged(p, until_break(p, q, ctx, false), ctx), P)
 // Merging: p is the old destination, q governs, r is Pn.
-SVE_DEFINE_PPPP(BreakAPM, merged(p, q, until_break(q, r, ctx, true), ctx), P)
-SVE_DEFINE_PPPP(BreakBPM, merged(p, q, until_break(q, r, ctx, false), ctx), P)
+SVE_DEFINE_PPPP(BreakAPM, merged_until_break(p, q, r, ctx, true), P)
+SVE_DEFINE_PPPP(BreakBPM, merged_until_break(p, q, r, ctx, false), P)
 // q is Pn, r the destination; the flags are taken with an all-true mask.
 SVE_DEFINE_PPPP(BreakNextPZ, break_next(p, q, r, ctx), P)
-SVE_DEFINE_PPPP(BreakNextFlgPZ, flagged(all_true(ctx), break_next(p, q, r, ctx), ctx), P)
+SVE_DEFINE_PPPP(BreakNextFlgPZ, flagged_of_all(break_next(p, q, r, ctx), ctx), P)
 SVE_DEFINE_PPPP(BreakPrevAPZ, break_previous(p, q, r, ctx, true), P)
 SVE_DEFINE_PPPP(BreakPrevAFlgPZ, flagged(p, break_previous(p, q, r, ctx, true), ctx), P)
 SVE_DEFINE_PPPP(BreakPrevBPZ, break_previous(p, q, r, ctx, false), P)
 SVE_DEFINE_PPPP(BreakPrevBFlgPZ, flagged(p, break_previous(p, q, r, ctx, false), ctx), P)
 
-SVE_DEFINE_P(False, PredV{}, P)
+SVE_DEFINE_P(False, combined(ctx, same, leading_bits(0)), P)
 SVE_DEFINE_PPP(SetFirstActiveP, flagged(p, with_first_active(p, q, ctx), ctx), P)
 SVE_DEFINE_PPP(GenNextP, next_active<T>(p, q, ctx), P8, P16, P32, P64)
 SVE_DEFINE_PATTERN_P(TrueI, pattern_true<T>(pattern, ctx), P8, P16, P32, P64)
 SVE_DEFINE_PATTERN_P(TrueFlgI, pattern_true_flagged<T>(pattern, ctx), P8, P16, P32, P64)
 
-void VecPTestPZ(const PredV& p, const PredV& q, CpuContext* ctx) { PredSetNZCV(p, q, 8, ctx); }
+SVE_DEFINE(void, (SVE_IN_P(p), SVE_IN_P(q), SVE_CTX), TestPZ, PredSetNZCV(p, q, 8, ctx), P)
 
 SVE_DEFINE_WHILE(While4LTSS, (while_true<T, std::uint32_t>(first, limit, ctx, false)), U8, U16, U32, U64)
 SVE_DEFINE_WHILE(While8LTSS, (while_true<T, std::uint64_t>(first, limit, ctx, false)), U8, U16, U32, U64)
@@ -267,20 +288,16 @@ SVE_DEFINE_WHILE_SIGNED(While8LTSS, (while_true<T, std::int64_t>(first, limit, c
 SVE_DEFINE_WHILE_SIGNED(While4LESS, (while_true<T, std::int32_t>(first, limit, ctx, true)), S8, S16, S32, S64)
 SVE_DEFINE_WHILE_SIGNED(While8LESS, (while_true<T, std::int64_t>(first, limit, ctx, true)), S8, S16, S32, S64)
 
-void VecU32CTermEQ(std::uint64_t a, std::uint64_t b, CpuContext* ctx) {
-  terminate(static_cast<std::uint32_t>(a) == static_cast<std::uint32_t>(b), ctx);
-}
-void VecU32CTermNE(std::uint64_t a, std::uint64_t b, CpuContext* ctx) {
-  terminate(static_cast<std::uint32_t>(a) != static_cast<std::uint32_t>(b), ctx);
-}
-void VecU64CTermEQ(std::uint64_t a, std::uint64_t b, CpuContext* ctx) { terminate(a == b, ctx); }
-void VecU64CTermNE(std::uint64_t a, std::uint64_t b, CpuContext* ctx) { terminate(a != b, ctx); }
+// Both operands at the width of the element.
+#define SVE_DEFINE_TERMINATE(...) SVE_DEFINE(void, (SVE_IN_U(x), SVE_IN_U(y), SVE_CTX), __VA_ARGS__)
+SVE_DEFINE_TERMINATE(CTermEQ, terminate(static_cast<T>(x) == static_cast<T>(y), ctx), U32, U64)
+SVE_DEFINE_TERMINATE(CTermNE, terminate(static_cast<T>(x) != static_cast<T>(y), ctx), U32, U64)
 
 SVE_DEFINE_COUNT_P(SCountP, count_both<T>(p, q, ctx), U8, U16, U32, U64)
 
 // The first-fault register of the context. Its status being clear means that all of it is set.
-SVE_DEFINE_PP(ActualP, logic(p, ctx->ffr, ctx->ffr, ctx, and_), P)
-SVE_DEFINE_PP(ActualFlgP, flagged(p, logic(p, ctx->ffr, ctx->ffr, ctx, and_), ctx), P)
-SVE_DEFINE_P(ReadFFSRP, logic(ctx->ffr, ctx->ffr, ctx->ffr, ctx, and_), P)
-void VecPClearFFSR(CpuContext* ctx) { ctx->ffr = all_true(ctx); }
-void VecPWriteFFSRP(const PredV& p, CpuContext* ctx) { ctx->ffr = logic(all_true(ctx), p, p, ctx, and_); }
+SVE_DEFINE_PP(ActualP, combined(ctx, both, p, ctx->ffr), P)
+SVE_DEFINE_PP(ActualFlgP, flagged(p, combined(ctx, both, p, ctx->ffr), ctx), P)
+SVE_DEFINE_P(ReadFFSRP, combined(ctx, same, ctx->ffr), P)
+SVE_DEFINE(void, (SVE_CTX), ClearFFSR, take(ctx->ffr, combined(ctx, same, leading_bits(256))), P)
+SVE_DEFINE(void, (SVE_IN_P(p), SVE_CTX), WriteFFSRP, take(ctx->ffr, combined(ctx, same, p)), P)

@@ -1,6 +1,7 @@
 // Flags from predicates, and queries of predicates, at any vector length.
 #pragma once
 
+#include "sve/lanes/patterns.h"
 #include "sve/veclib/elements.h"
 
 /// The flag writers: from a mask and a result predicate, with the element size in bits. An element is active in the
@@ -42,14 +43,48 @@ constexpr std::uint64_t bits_below(std::size_t bits, std::size_t w) {
   return bits <= 64 * w ? 0 : bits - 64 * w >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << (bits - 64 * w)) - 1;
 }
 
-/// Word-wise combination of predicates, cut to the length in use.
+// ---- Combinations of predicates, which an operation on words of bits or on pieces of bytes spells ----
+
+/// The bits below a position, and the first bits of all elements of T: sources of a combination like predicates.
+struct leading_bits {
+  explicit leading_bits(int e) : end(e < 0 ? 0u : static_cast<unsigned>(e)) {}
+  unsigned end;
+};
+template <class T>
+struct first_bits {};
+
+inline std::uint64_t word_of(const PredV& p, std::size_t w) { return scalar_word(p.words[w]); }
+inline std::uint64_t word_of(leading_bits b, std::size_t w) { return bits_below(b.end, w); }
+template <class T>
+constexpr std::uint64_t word_of(first_bits<T>, std::size_t) {
+  return element_starts(sizeof(T));
+}
+
+inline byte_piece piece_of(const in_place::PredV& p, std::size_t i) { return load_piece(p.bytes + 16 * i); }
+inline byte_piece piece_of(leading_bits b, std::size_t i) { return piece_below(b.end, i); }
+template <class T>
+inline byte_piece piece_of(first_bits<T>, std::size_t) {
+  return piece_of_words(first_bytes(sizeof(T)));
+}
+
+constexpr auto same = [](auto x) { return x; };
+constexpr auto both = [](auto x, auto y) { return x & y; };
+
+/// The combination of predicates, cut to the length in use.
 template <class Op, class... Sources>
 inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
   PredV r{};
   const std::size_t bits = length_bytes(context), whole = bits / 64;
-  for (std::size_t w = 0; w < whole; ++w) r.words[w] = op(scalar_word(src.words[w])...);
-  if (bits % 64) r.words[whole] = op(scalar_word(src.words[whole])...) & bits_below(bits, whole);
+  for (std::size_t w = 0; w < whole; ++w) r.words[w] = op(word_of(src, w)...);
+  if (bits % 64) r.words[whole] = op(word_of(src, whole)...) & bits_below(bits, whole);
   return r;
+}
+template <class Op, class... Sources>
+inline in_place::PredV combined(const in_place::CpuContext* context, Op op, const Sources&... src) {
+#pragma GCC unroll 7
+  for (std::size_t i = 0; i < register_pieces; ++i)
+    store_piece(context->result + 16 * i, op(piece_of(src, i)...) & (byte_piece{} + byte{1}));
+  return {context->result};
 }
 
 /// Highest and lowest set bit over the four words, or -1.
@@ -64,28 +99,118 @@ inline int highest_bit(const PredV& p) {
   return -1;
 }
 
-/// The active elements of T within the length: their first bits, nothing else.
-template <class T>
-inline PredV elements_of(const PredV& p, const CpuContext* context) {
-  return combined(
-      context, [](std::uint64_t word) { return word & element_starts(sizeof(T)); }, p);
+/// The position of the lowest and of the highest bit of a combination, or -1, and how many there are.
+template <class Op, class... Sources>
+inline int lowest_of(const CpuContext* context, Op op, const Sources&... src) {
+  return lowest_bit(combined(context, op, src...));
+}
+template <class Op, class... Sources>
+inline int highest_of(const CpuContext* context, Op op, const Sources&... src) {
+  return highest_bit(combined(context, op, src...));
+}
+template <class Op, class... Sources>
+inline std::uint64_t population(const CpuContext* context, Op op, const Sources&... src) {
+  std::uint64_t n = 0;
+  for (const std::uint64_t word : combined(context, op, src...).words)
+    n += static_cast<std::uint64_t>(__builtin_popcountll(word));
+  return n;
+}
+template <class Op, class... Sources>
+inline register_bits bits_of(Op op, const Sources&... src) {
+  return pack_pieces([&](std::size_t i) { return op(piece_of(src, i)...); });
+}
+template <class Op, class... Sources>
+inline int lowest_of(const in_place::CpuContext*, Op op, const Sources&... src) {
+  return bits_of(op, src...).first();
+}
+template <class Op, class... Sources>
+inline int highest_of(const in_place::CpuContext*, Op op, const Sources&... src) {
+  return bits_of(op, src...).last();
+}
+template <class Op, class... Sources>
+inline std::uint64_t population(const in_place::CpuContext*, Op op, const Sources&... src) {
+  byte_piece sums{};
+  for (std::size_t i = 0; i < register_pieces; ++i) sums += op(piece_of(src, i)...) & (byte_piece{} + byte{1});
+  return sum_of(sums);
 }
 
 /// The number of active elements of T.
-template <class T>
-inline std::uint64_t active_count(const PredV& p, const CpuContext* context) {
-  const PredV elements = elements_of<T>(p, context);
-  std::uint64_t n = 0;
-  for (const std::uint64_t word : elements.words) n += static_cast<std::uint64_t>(__builtin_popcountll(word));
-  return n;
+template <class T, class Predicate, class Context>
+inline std::uint64_t active_count(const Predicate& p, const Context* context) {
+  return population(context, both, p, first_bits<T>{});
+}
+/// Index of the last active element of T, or -1.
+template <class T, class Predicate, class Context>
+inline int last_active(const Predicate& p, const Context* context) {
+  const int at = highest_of(context, both, p, first_bits<T>{});
+  return at < 0 ? -1 : at / static_cast<int>(sizeof(T));
 }
 
 /// The first `n` elements of T true, their first bits alone.
 template <class T>
-inline PredV leading(std::size_t n) {
-  PredV r;
-  for (std::size_t w = 0; w < 4; ++w) r.words[w] = element_starts(sizeof(T)) & bits_below(n * sizeof(T), w);
-  return r;
+inline PredV leading(std::size_t n, const CpuContext* context) {
+  return combined(context, both, first_bits<T>{}, leading_bits(static_cast<int>(n * sizeof(T))));
+}
+template <class T>
+inline in_place::PredV leading(std::size_t n, const in_place::CpuContext* context) {
+  set_leading<T>(context->destination, n);
+  return {context->destination};
+}
+
+inline void set_bit(PredV& p, std::size_t i) { p.words[i / 64] |= std::uint64_t{1} << (i % 64); }
+inline void set_bit(in_place::PredV& p, std::size_t i) { p.bytes[i] = 1; }
+
+// ---- Flags in place ----
+
+inline constexpr std::uint32_t flag_n_bit = 0x80000000u, flag_z_bit = 0x40000000u, flag_c_bit = 0x20000000u,
+                               flag_v_bit = 0x10000000u;
+
+/// Replaces the flags `which` by those that `value` has.
+template <class Context>
+inline void write_flags(Context* context, std::uint32_t which, std::uint32_t value) {
+  context->nzcv = (context->nzcv & ~which) | value;
+}
+
+/// PredSetNZCV where every element of `element_bits` bits is active.
+inline void set_flags_of_all(const PredV& result, int element_bits, CpuContext* context) {
+  PredV all;
+  for (std::size_t w = 0; w < 4; ++w) all.words[w] = bits_below(length_bytes(context), w);
+  PredSetNZCV(all, result, element_bits, context);
+}
+inline void write_flags_of_all(in_place::CpuContext* context, const in_place::PredV& result, int element_bits,
+                               bool any) {
+  std::uint64_t last = 0;
+  const auto bytes = static_cast<std::size_t>(element_bits) / 8;
+  std::memcpy(&last, result.bytes + vector_bytes - bytes, bytes);
+  write_flags(context, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit,
+              (result.bytes[0] & 1u) * flag_n_bit | (any ? 0 : flag_z_bit) | (last & first_bytes(1) ? 0 : flag_c_bit));
+}
+inline void set_flags_of_all(const in_place::PredV& result, int element_bits, in_place::CpuContext* context) {
+  write_flags_of_all(context, result, element_bits, any_of(union_of(result.bytes) & (byte_piece{} + byte{1})));
+}
+
+/// PredSetNZCV of the first `n` elements of T, under a mask of the first `of` elements.
+template <class T>
+inline void set_flags_of_leading(std::size_t n, std::size_t of, CpuContext* context) {
+  PredSetNZCV(leading<T>(of, context), leading<T>(n, context), 8 * sizeof(T), context);
+}
+template <class T>
+inline void set_flags_of_leading(std::size_t n, std::size_t of, in_place::CpuContext* context) {
+  write_flags(context, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit,
+              (n != 0 ? flag_n_bit : flag_z_bit) | (n == 0 || n < of ? flag_c_bit : 0));
+}
+
+/// PredSetNZCV by way of values.
+void set_flags_of_some(const in_place::PredV& mask, const in_place::PredV& result, int element_bits,
+                       in_place::CpuContext* context);
+
+/// PredSetNZCV of registers.
+inline void PredSetNZCV(const in_place::PredV& mask, const in_place::PredV& result, int element_bits,
+                        in_place::CpuContext* context) {
+  if (every_word_has(first_bytes(static_cast<unsigned>(element_bits) / 8), mask.bytes)) [[likely]]
+    set_flags_of_all(result, element_bits, context);
+  else
+    set_flags_of_some(mask, result, element_bits, context);
 }
 
 }  // namespace sve::veclib

@@ -10,10 +10,10 @@ namespace {
 
 // Folds the active elements in rising order. An inactive element counts as the start value, on which the step has no
 // effect; with a vector length of 0 the start value is the result.
-template <class T, class Step>
-T reduced(const PredV& p, const VectorV& a, const CpuContext* ctx, T start, Step step) {
+template <class T, class Predicate, class Vector, class Context, class Step>
+T reduced(const Predicate& p, const Vector& a, const Context* ctx, T start, Step step) {
   using U = unsigned_of<T>;
-  const byte_predicate predicate(p, ctx);
+  const auto predicate = as_bytes(p, ctx);
   const std::size_t n = count<T>(ctx);
   T result = start;
   for (std::size_t i = 0; i < n; ++i) {
@@ -25,14 +25,14 @@ T reduced(const PredV& p, const VectorV& a, const CpuContext* ctx, T start, Step
 }
 
 // A sum of 64 bits, which wraps there; elements are extended by their signedness.
-template <class T>
-std::uint64_t summed(const PredV& p, const VectorV& a, const CpuContext* ctx) {
+template <class T, class Predicate, class Vector, class Context>
+std::uint64_t summed(const Predicate& p, const Vector& a, const Context* ctx) {
   using U = unsigned_of<T>;
   // The sum of a vector's elements of up to 16 bits fits 32 bits.
   using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
   using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
   using Sum = std::conditional_t<sizeof(T) <= 2, Narrow, std::uint64_t>;
-  const byte_predicate predicate(p, ctx);
+  const auto predicate = as_bytes(p, ctx);
   const std::size_t n = count<T>(ctx);
   Sum sum = 0;
   for (std::size_t i = 0; i < n; ++i) {
@@ -63,30 +63,23 @@ template <class T>
 using quarter = std::conditional_t<sizeof(T) == 4, std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>,
                                    std::conditional_t<std::is_signed_v<T>, std::int16_t, std::uint16_t>>;
 
-// Each lane of the accumulator plus the products of its four narrow elements. The second source's lane is the same one,
-// or the lane `index` of the same 128-bit segment. Wraps at the lane's width.
-template <class T, class Lane>
-VectorV dot(const VectorV& a, const VectorV& b, const VectorV& accumulator, const CpuContext* ctx, Lane lane_of) {
+// Each lane of the accumulator plus the products of its four narrow elements with those of the same lane of the second
+// source. Wraps at the lane's width.
+template <class T, class Vector, class Second, class Context>
+auto dot(const Vector& a, const Second& b, const Vector& accumulator, const Context* ctx) {
   using Narrow = quarter<T>;
   using Wide = unsigned_of<T>;
-  VectorV r;
-  const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e) {
-    const std::size_t other = lane_of(e);
-    Wide sum = load<Wide>(accumulator.bytes, e);
-    for (std::size_t k = 0; k < 4; ++k)
-      sum += static_cast<Wide>(static_cast<T>(load<Narrow>(a.bytes, 4 * e + k))) *
-             static_cast<Wide>(static_cast<T>(load<Narrow>(b.bytes, 4 * other + k)));
-    store<Wide>(r.bytes, e, sum);
-  }
-  return r;
-}
-
-constexpr auto own_lane = [](std::size_t e) { return e; };
-template <class T>
-constexpr auto segment_lane(std::uint64_t index) {
-  constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
-  return [index](std::size_t e) { return e / lanes_of_segment * lanes_of_segment + index; };
+  return apart(ctx, [&](byte* r) {
+    const std::size_t n = count<T>(ctx);
+#pragma GCC ivdep
+    for (std::size_t e = 0; e < n; ++e) {
+      Wide sum = load<Wide>(accumulator.bytes, e);
+      for (std::size_t k = 0; k < 4; ++k)
+        sum += static_cast<Wide>(static_cast<T>(load<Narrow>(a.bytes, 4 * e + k))) *
+               static_cast<Wide>(static_cast<T>(load<Narrow>(b.bytes, 4 * e + k)));
+      store<Wide>(r, e, sum);
+    }
+  });
 }
 
 }  // namespace
@@ -101,5 +94,5 @@ SVE_DEFINE_PV_SCALAR(AndReduceV, reduced<T>(p, a, ctx, highest<T>, [](T x, T y) 
 SVE_DEFINE_PV_SCALAR(OrReduceV, reduced<T>(p, a, ctx, T{0}, [](T x, T y) { return x | y; }), UNSIGNED_TYPES)
 SVE_DEFINE_PV_SCALAR(XorReduceV, reduced<T>(p, a, ctx, T{0}, [](T x, T y) { return x ^ y; }), UNSIGNED_TYPES)
 
-SVE_DEFINE_VVV(DotVVVX, dot<T>(a, b, c, ctx, own_lane), S32, U32, S64, U64)
-SVE_DEFINE_VVVI(DotVVVIX, dot<T>(a, b, c, ctx, segment_lane<T>(imm)), S32, U32, S64, U64)
+SVE_DEFINE_VVV(DotVVVX, dot<T>(a, b, c, ctx), S32, U32, S64, U64)
+SVE_DEFINE_VVVI(DotVVVIX, dot<T>(a, segments_filled<T>(b, imm, ctx), c, ctx), S32, U32, S64, U64)

@@ -1,7 +1,7 @@
 // Every routine of the vector library, declared.
 #pragma once
 
-#include "sve/state/repeat.h"
+#include "sve/lanes/repeat.h"
 #include "sve/veclib/signatures.h"
 
 #define SVE_DECLARE_ROUTINE(shape, type, op) sve::routine::shape Vec##type##op;

@@ -15,8 +15,8 @@ inline constexpr bool exceeds_element = std::is_signed_v<T> && sizeof(T) <= 2;
 template <class T>
 using exact = std::conditional_t<sizeof(T) == 1, std::int16_t, std::int32_t>;
 
-template <class T>
-VectorV add_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto add_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) {
   if constexpr (exceeds_element<T>) {
     const auto value = static_cast<exact<T>>(imm);
     return mapped<T>(
@@ -33,8 +33,8 @@ VectorV add_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx
   }
 }
 
-template <class T>
-VectorV subtract_immediate(const VectorV& a, std::uint64_t imm, const CpuContext* ctx) {
+template <class T, class Vector, class Context>
+auto subtract_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) {
   if constexpr (exceeds_element<T>) {
     const auto value = static_cast<exact<T>>(imm);
     return mapped<T>(

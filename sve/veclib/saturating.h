@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "sve/state/lanes.h"
+#include "sve/lanes/lanes.h"
 
 namespace sve::veclib {
 

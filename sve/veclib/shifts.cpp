@@ -37,14 +37,14 @@ constexpr auto right_reversed = [](auto a, auto b) { return right_by(b, a); };
 // An amount of 64 or more shifts everything out, whatever it is.
 unsigned whole_amount(std::uint64_t imm) { return imm < 64 ? static_cast<unsigned>(imm) : 64; }
 
-template <class T, class Op>
-VectorV immediate_merging(const VectorV& a, const PredV& p, std::uint64_t imm, const CpuContext* ctx, Op op) {
+template <class T, class Vector, class Predicate, class Context, class Op>
+auto immediate_merging(const Vector& a, const Predicate& p, std::uint64_t imm, const Context* ctx, Op op) {
   const unsigned n = whole_amount(imm);
   return merging_unary<T>(a, p, a, ctx, [op, n](T x) { return op(x, n); });
 }
 
-template <class T, class Op>
-VectorV immediate_mapped(const VectorV& a, std::uint64_t imm, const CpuContext* ctx, Op op) {
+template <class T, class Vector, class Context, class Op>
+auto immediate_mapped(const Vector& a, std::uint64_t imm, const Context* ctx, Op op) {
   const unsigned n = whole_amount(imm);
   return mapped<T>(
       ctx, [op, n](T x) { return op(x, n); }, a);
@@ -52,9 +52,9 @@ VectorV immediate_mapped(const VectorV& a, std::uint64_t imm, const CpuContext* 
 
 // The amounts of a wide shift, spread to one for each element: every element of a 64-bit unit takes that unit's amount.
 // An amount above the width shifts as the width does, so that it fits the narrow element.
-template <class T>
-VectorV narrowed_amounts(const VectorV& wide_amounts, const CpuContext* ctx) {
-  return mapped<std::uint64_t>(
+template <class T, class Vector, class Context>
+VectorV narrowed_amounts(const Vector& wide_amounts, const Context* ctx) {
+  return mapped_aside<std::uint64_t>(
       ctx,
       [](std::uint64_t amount) { return replicated<T>(amount < static_cast<unsigned>(width<T>) ? amount : width<T>); },
       wide_amounts);
@@ -69,12 +69,35 @@ constexpr auto divided = [](auto a, unsigned n) {
   return static_cast<T>((static_cast<std::int64_t>(a) + bias) >> n);
 };
 
+// The counts, equal to those of the toolkit, in steps that hosts have for vectors: sums of neighbouring bits, pairs and so
+// on, which a mask keeps apart until they are bytes. Leading bits of 64 are quicker one by one.
 template <class T>
-constexpr auto count_leading_zeros = [](T a) { return CountLeadingZeroBits(a, width<T>); };
+constexpr auto count_bits = [](T a) {
+  constexpr T ones = static_cast<T>(~T{0});
+  T x = static_cast<T>(a - ((a >> 1) & (ones / 3)));
+  x = static_cast<T>((x & (ones / 5)) + ((x >> 2) & (ones / 5)));
+  x = static_cast<T>((x + (x >> 4)) & (ones / 17));
+  if constexpr (sizeof(T) > 1) x = static_cast<T>(x + (x >> 8));
+  if constexpr (sizeof(T) > 2) x = static_cast<T>(x + (x >> 16));
+  if constexpr (sizeof(T) > 4) x = static_cast<T>(x + (x >> 32));
+  return static_cast<T>(x & (2 * width<T> - 1));
+};
 template <class T>
-constexpr auto count_leading_signs = [](T a) { return CountLeadingSignBits(a, width<T>); };
+constexpr auto count_leading_zeros = [](T a) {
+  if constexpr (sizeof(T) == 8) return static_cast<T>(CountLeadingZeroBits(a, width<T>));
+  a = static_cast<T>(a | (a >> 1));
+  a = static_cast<T>(a | (a >> 2));
+  a = static_cast<T>(a | (a >> 4));
+  if constexpr (sizeof(T) > 1) a = static_cast<T>(a | (a >> 8));
+  if constexpr (sizeof(T) > 2) a = static_cast<T>(a | (a >> 16));
+  return count_bits<T>(static_cast<T>(~a));
+};
 template <class T>
-constexpr auto count_bits = [](T a) { return BitCount(a, width<T>); };
+constexpr auto count_leading_signs = [](T a) {
+  if constexpr (sizeof(T) == 8) return static_cast<T>(CountLeadingSignBits(a, width<T>));
+  const T sign = static_cast<T>(static_cast<signed_of<T>>(a) >> (width<T> - 1));
+  return static_cast<T>(count_leading_zeros<T>(static_cast<T>(a ^ sign)) - 1);
+};
 template <class T>
 constexpr auto reverse_bits = [](T a) { return BitReverse(a, width<T>); };
 template <class T, int Bytes>

@@ -14,7 +14,7 @@
 
 #include "sve/insn/functions.h"
 #include "sve/insn/predicates.h"
-#include "sve/state/lanes.h"
+#include "sve/lanes/lanes.h"
 #include "tests/edge_words.h"
 
 namespace insn_test {

@@ -1,5 +1,5 @@
 // Element counts and counted increments of the vector library, plain and saturating, and the length queries.
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 #include "values.h"
 
 namespace {
@@ -152,7 +152,8 @@ TEST(Count, Vectors) {
 #define CHECK(Type, T) \
   check_plain_vector<T>(Vec##Type##IncrVLVI, Vec##Type##DecrVLVI, Vec##Type##IncrCountPV, Vec##Type##DecrCountPV);
   CHECK(U16, u16)
-  CHECK(U32, u32) CHECK(U64, u64)
+  CHECK(U32, u32)
+  CHECK(U64, u64)
 #undef CHECK
 #define CHECK(Type, T)                                                                         \
   check_saturating_vector<T>("qinc " #Type, Vec##Type##QIncrVLVI, Vec##Type##QIncrCountPV, 1); \

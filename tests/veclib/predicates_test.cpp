@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 #include "values.h"
 
 namespace {

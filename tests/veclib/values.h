@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "sve/state/lanes.h"
+#include "sve/lanes/lanes.h"
 #include "sve/veclib/predicates.h"
 #include "sve/veclib/routines.h"
 #include "tests/edge_words.h"

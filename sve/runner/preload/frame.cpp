@@ -6,7 +6,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "sve/state/predicate_bits.h"
+#include "sve/lanes/predicate_bits.h"
 
 namespace sve::runner {
 namespace {

@@ -99,12 +99,99 @@ namespace sve {
   for (std::size_t i = 0; i < count; i += 64) unpack_word(words[i / 64], bytes + i, count - i < 64 ? count - i : 64);
 }
 
-/// The same for a whole register, whose bits fill two words.
-[[gnu::always_inline]] inline void pack_register(const std::uint8_t* bytes, std::uint64_t* words) {
-  static_assert(vector_bytes > 64 && vector_bytes <= 128);
-  words[0] = pack_word(bytes, 64);
-  words[1] = pack_word(bytes + 64, vector_bytes - 64);
+// ---- Whole registers, in pieces of sixteen bytes ----
+
+using byte_piece [[gnu::vector_size(16)]] = byte;
+inline constexpr std::size_t register_pieces = vector_bytes / 16;
+static_assert(vector_bytes % 16 == 0);
+
+[[gnu::always_inline]] inline byte_piece load_piece(const byte* bytes) {
+  byte_piece r;
+  std::memcpy(&r, bytes, sizeof r);
+  return r;
 }
+[[gnu::always_inline]] inline void store_piece(byte* bytes, byte_piece piece) {
+  std::memcpy(bytes, &piece, sizeof piece);
+}
+
+/// Whether a piece has any bit.
+[[gnu::always_inline]] inline bool any_of(byte_piece piece) {
+#if defined(__ARM_NEON)
+  return vmaxvq_u32(reinterpret_cast<uint32x4_t>(piece)) != 0;
+#else
+  std::uint64_t words[2];
+  std::memcpy(words, &piece, sizeof words);
+  return (words[0] | words[1]) != 0;
+#endif
+}
+/// The sum of a piece's bytes, which is below 256.
+[[gnu::always_inline]] inline std::uint64_t sum_of(byte_piece piece) {
+#if defined(__ARM_NEON)
+  return vaddvq_u8(reinterpret_cast<uint8x16_t>(piece));
+#else
+  std::uint64_t words[2];
+  std::memcpy(words, &piece, sizeof words);
+  return (words[0] + words[1]) * 0x0101010101010101u >> 56;
+#endif
+}
+
+/// The bits of a whole predicate register, as two words.
+struct word_pair {
+  std::uint64_t low, high;
+};
+/// Bit 0 of each byte of the pieces `piece(0)` and so on of a register.
+template <class Piece>
+[[gnu::always_inline]] inline word_pair pack_pieces(Piece piece) {
+  static_assert(register_pieces > 4 && register_pieces <= 8);
+#if defined(__ARM_NEON)
+  // Each byte becomes its place in a byte of the result; three rounds of adding neighbours join them.
+  const uint8x16_t place = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
+  uint8x16_t sums[8];
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < 8; ++i)
+    sums[i] =
+        i < register_pieces
+            ? vandq_u8(vtstq_u8(reinterpret_cast<uint8x16_t>(piece(i < register_pieces ? i : 0)), vdupq_n_u8(1)), place)
+            : vdupq_n_u8(0);
+#pragma GCC unroll 3
+  for (std::size_t n = 4; n > 0; n /= 2)
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < n; ++i) sums[i] = vpaddq_u8(sums[2 * i], sums[2 * i + 1]);
+  const uint64x2_t words = vreinterpretq_u64_u8(sums[0]);
+  return {vgetq_lane_u64(words, 0), vgetq_lane_u64(words, 1)};
+#else
+  std::uint64_t words[2] = {};
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < register_pieces; ++i) {
+    byte bytes[16];
+    store_piece(bytes, piece(i));
+    words[i / 4] |= pack_word(bytes, 16) << (16 * (i % 4));
+  }
+  return {words[0], words[1]};
+#endif
+}
+
+/// All ones in the bytes of piece `i` of a register that lie below position `end`.
+[[gnu::always_inline]] inline byte_piece piece_below(unsigned end, std::size_t i) {
+  const byte_piece from = byte_piece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} + static_cast<byte>(16 * i);
+  return reinterpret_cast<byte_piece>(from < byte_piece{} + static_cast<byte>(end < 256 ? end : 255));
+}
+
+/// The pieces of a register joined.
+[[gnu::always_inline]] inline byte_piece union_of(const std::uint8_t* bytes) {
+  byte_piece all{};
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < register_pieces; ++i) all |= load_piece(bytes + 16 * i);
+  return all;
+}
+
+/// Packs the bytes of a register to two words of bits.
+[[gnu::always_inline]] inline void pack_register(const std::uint8_t* bytes, std::uint64_t* words) {
+  const word_pair packed = pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); });
+  words[0] = packed.low;
+  words[1] = packed.high;
+}
+/// Spreads two words of bits to the bytes of a register.
 [[gnu::always_inline]] inline void unpack_register(const std::uint64_t* words, std::uint8_t* bytes) {
   unpack_word(words[0], bytes, 64);
   unpack_word(words[1], bytes + 64, vector_bytes - 64);
@@ -112,13 +199,21 @@ namespace sve {
 
 /// Whether each byte of a predicate register is 0 or 1.
 [[gnu::always_inline]] inline bool is_canonical(const std::uint8_t* bytes) {
-  std::uint64_t all = 0;
-  for (std::size_t i = 0; i < vector_bytes; i += 8) {
-    std::uint64_t word;
-    std::memcpy(&word, bytes + i, 8);
-    all |= word;
-  }
-  return (all & ~std::uint64_t{0x0101010101010101u}) == 0;
+  return !any_of(union_of(bytes) & (byte_piece{} + byte{0xfe}));
+}
+
+/// Makes it so.
+inline void make_canonical(std::uint8_t* bytes) {
+  for (std::size_t i = 0; i < register_pieces; ++i)
+    store_piece(bytes + 16 * i, load_piece(bytes + 16 * i) & (byte_piece{} + byte{1}));
+}
+
+/// A piece of 64-bit words, each of which is `word`.
+[[gnu::always_inline]] inline byte_piece piece_of_words(std::uint64_t word) {
+  const std::uint64_t words[2] = {word, word};
+  byte_piece r;
+  std::memcpy(&r, words, sizeof r);
+  return r;
 }
 
 /// Whether every 64-bit word of a predicate register has all bits of `mask`.
@@ -132,24 +227,39 @@ namespace sve {
   const __m128i both = _mm_and_si128(_mm256_castsi256_si128(all), _mm256_extracti128_si256(all, 1));
   return _mm_testc_si128(_mm_and_si128(both, rest), _mm_set1_epi64x(static_cast<long long>(mask)));
 #else
-  std::uint64_t all = mask;
-  for (std::size_t i = 0; i < vector_bytes; i += 8) {
-    std::uint64_t word;
-    std::memcpy(&word, bytes + i, 8);
-    all &= word;
-  }
-  return all == mask;
+  byte_piece all = load_piece(bytes);
+#pragma GCC unroll 8
+  for (std::size_t i = 1; i < register_pieces; ++i) all &= load_piece(bytes + 16 * i);
+  return !any_of(piece_of_words(mask) & ~all);
 #endif
 }
 
-/// The bits of a whole predicate register, as two words.
-struct register_bits {
-  std::uint64_t low, high;
+/// In each 64-bit word of a predicate register, bit 0 of the first bytes of all elements of `bytes` bytes.
+constexpr std::uint64_t first_bytes(std::size_t bytes) {
+  return bytes == 8 ? 1 : ~std::uint64_t{0} / ((std::uint64_t{1} << 8 * bytes) - 1);
+}
+/// Whether every element of T is active.
+template <class T>
+inline bool all_active(const byte* predicate) {
+  return every_word_has(first_bytes(sizeof(T)), predicate);
+}
 
-  register_bits(std::uint64_t l, std::uint64_t h) : low(l), high(h) {}
-  explicit register_bits(const std::uint64_t* words) : low(words[0]), high(words[1]) {}
+/// How many elements of T are active in both of two predicate registers.
+template <class T>
+inline std::uint64_t common_elements(const byte* a, const byte* b) {
+  byte_piece sums{};
+  for (std::size_t i = 0; i < register_pieces; ++i)
+    sums += load_piece(a + 16 * i) & load_piece(b + 16 * i) & piece_of_words(first_bytes(sizeof(T)));
+  return sum_of(sums);
+}
+
+/// What one asks of the bits of a whole predicate register.
+struct register_bits : word_pair {
+  register_bits(word_pair words) : word_pair(words) {}
+  register_bits(std::uint64_t l, std::uint64_t h) : word_pair{l, h} {}
+  explicit register_bits(const std::uint64_t* words) : word_pair{words[0], words[1]} {}
   explicit register_bits(const std::uint8_t* bytes)
-      : low(pack_word(bytes, 64)), high(pack_word(bytes + 64, vector_bytes - 64)) {}
+      : word_pair(pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); })) {}
   /// The bits that decide over elements of `size` bytes: every size-th one.
   static register_bits elements(unsigned size) {
     constexpr std::uint64_t every[] = {~std::uint64_t{0},  0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
@@ -164,7 +274,7 @@ struct register_bits {
   }
 
   friend register_bits operator&(register_bits a, register_bits b) { return {a.low & b.low, a.high & b.high}; }
-  friend bool operator==(register_bits, register_bits) = default;
+  friend bool operator==(register_bits a, register_bits b) { return a.low == b.low && a.high == b.high; }
   friend register_bits operator~(register_bits a) { return {~a.low, ~a.high}; }
   explicit operator bool() const { return (low | high) != 0; }
   bool test(int i) const { return (i < 64 ? low >> i : high >> (i - 64)) & 1; }

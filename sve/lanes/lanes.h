@@ -74,16 +74,6 @@ template <class T, class Op, class... Sources>
     store<U>(dst, i, static_cast<U>(static_cast<U>(op(load<T>(src, i)...)) & active_mask<T>(predicate, i)));
 }
 
-/// dst[i] = active and test(src[i]...), as 1 or 0 at the element's width: a canonical predicate. `test` must be pure.
-template <class T, class Test, class... Sources>
-[[gnu::always_inline]] inline void compare_lanes(byte* dst, const byte* predicate, std::size_t n, Test test,
-                                                 const Sources*... src) {
-  using U = unsigned_of<T>;
-#pragma GCC ivdep
-  for (std::size_t i = 0; i < n; ++i)
-    store<U>(dst, i, static_cast<U>((test(load<T>(src, i)...) ? 1u : 0u) & load<U>(predicate, i)));
-}
-
 /// As merge_lanes, for an `op` that has effects or may not run for inactive elements: elements in rising order, no
 /// computation for an inactive one, the result in a buffer that is written once at the end.
 template <class T, std::size_t Capacity, class Op, class... Sources>
