@@ -204,7 +204,14 @@ bool is_known_form(insn& i) {
       return is_contiguous;
     }
     case action::nothing:
+    case action::set_ffr:
+    case action::read_ffr:
+    case action::test:
       return true;
+    case action::count_active:
+      return i.xd != no_register && i.d == no_register;
+    case action::compact:
+      return i.size >= element_s;
     case action::compare:
     case action::compare_reversed:
     case action::compare_not:
