@@ -943,6 +943,24 @@ class translator {
     const unsigned z = temp(next_temp), p = temp(next_temp + 1), value = temp(next_temp + 2);
     store_q(n, z_offset(n, 0));
     add_offset(z, base_, z_offset(n, 0));
+    if (size == element_s) {
+      // Two at a time.
+      const unsigned other = temp(next_temp + 3);
+      const form& store = *stores[memory];
+      for (unsigned e = 0; e < elements(size); e += 2) {
+        code_->put(ldr_x, p, base_, p_offset(i.pg, e << size));
+        code_->put(ldp_w, value, other, z, e << size);
+        std::size_t skip = code_->size();
+        code_->put(tbz_w, p, 0, 0);
+        code_->put(store, value, a.r, a.offset + static_cast<int>(e << memory));
+        code_->aim(skip, tbz_w, 2);
+        skip = code_->size();
+        code_->put(tbz_32, p, 0);
+        code_->put(store, other, a.r, a.offset + static_cast<int>((e + 1) << memory));
+        code_->aim(skip, tbz_32, 1);
+      }
+      return;
+    }
     for (unsigned e = 0; e < elements(size); ++e) {
       code_->put(ldr_w, p, base_, p_offset(i.pg, e << size));
       const std::size_t skip = code_->size();
