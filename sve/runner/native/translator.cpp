@@ -453,8 +453,15 @@ class translator {
     bool loads = false;
     unsigned addresses = 0;
     std::size_t i = first;
-    for (; i < end && !is_standalone(insns_[i].how); ++i) {
+    std::uint32_t scalars = 0;
+    for (; i < end && (!is_standalone(insns_[i].how) || insns_[i].how == action::scalar); ++i) {
       const insn& in = insns_[i];
+      // Scalar instructions can wait for the group's end, where nothing behind them looks at their registers.
+      if (in.how == action::scalar) {
+        scalars |= in.x_used & ~(1u << zero);
+        continue;
+      }
+      if (in.x_used & scalars) break;
       std::uint32_t sources = 0;
       if (in.how != action::load) {
         for (unsigned k = 0; k < in.source_count; ++k) sources |= 1u << in.sources[k];
@@ -506,6 +513,11 @@ class translator {
     for (unsigned p = pieces; p > 1; p -= 2) put_span(first, end, p - 2, 2);
     put_span(first, end, 0, 1);
     if (loads) log_->add(code_->size(), code_event::returned_z);
+    for (std::size_t i = first; i < end; ++i) {
+      if (insns_[i].how != action::scalar) continue;
+      log_->add(code_->size(), code_event::instruction, 0, i);
+      code_->put(insns_[i].word);
+    }
   }
   static_assert(pieces % 2 == 1);
 
@@ -517,7 +529,7 @@ class translator {
     for (unsigned k = 0; k < mask_count_; ++k) masks_[k].made = false;
     for (std::size_t i = first; i < end; ++i) {
       current_ = i;
-      put_piece(insns_[i]);
+      if (insns_[i].how != action::scalar) put_piece(insns_[i]);
     }
     if (p == 0) return;  // they lie where they belong
     for (std::uint32_t left = dirty_; left != 0; left &= left - 1) {
