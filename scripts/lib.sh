@@ -56,6 +56,42 @@ install_emulators() {
   [[ $machine == aarch64 ]] || need qemu-user-static
 }
 
+# Debian's packages for AArch64 by apt, with a state of its own under the directory $1, on a machine of any kind.
+apt_for_arm64() {
+  local place=$PWD/$1/apt
+  shift
+  mkdir -p "$place/state/lists/partial" "$place/cache/archives/partial"
+  touch "$place/status"
+  apt-get -qq -o APT::Architecture=arm64 -o APT::Architectures::=arm64 -o Dir::State="$place/state" \
+    -o Dir::State::status="$place/status" -o Dir::Cache="$place/cache" -o Debug::NoLocking=1 \
+    -o APT::Sandbox::User="$(id -un)" "$@" < /dev/null
+}
+
+# fetch_kernel DIRECTORY: what scripts/test-kernel boots. Makes `vmlinuz` there, and `system.cpio`: the C library, a
+# shell, its commands, and a debugger. Nothing is installed but the emulator. Returns 1 where something is not to be had.
+fetch_kernel() {
+  local place=$1 package
+  (need qemu-system-arm cpio) || return 1
+  [[ -e $place/system.cpio ]] && return
+  say "Fetching a kernel and a system for the emulated machine"
+  mkdir -p "$place"
+  apt_for_arm64 "$place" update || return 1
+  rm -rf "$place/root" "$place"/*.deb
+  apt_for_arm64 "$place" install --no-install-recommends --download-only -y \
+    bash busybox-static gdb libasan8 libstdc++6 || return 1
+  package=$(apt_for_arm64 "$place" install --no-install-recommends -s linux-image-arm64 |
+    sed -n 's/^Inst \(linux-image-[0-9][^ ]*\) .*/\1/p')
+  (cd "$place" && apt_for_arm64 ../../"$place" download "$package") || return 1
+  mkdir -p "$place/root"
+  for package in "$place"/apt/cache/archives/*.deb; do dpkg-deb -x "$package" "$place/root"; done
+  rm -rf "$place"/root/usr/share/{doc,man,info,locale,lintian,perl5} "$place"/apt/cache/archives/*.deb
+  dpkg-deb --fsys-tarfile "$place"/linux-image-*.deb | tar -xO --wildcards './boot/vmlinuz-*' > "$place/vmlinuz"
+  rm "$place"/linux-image-*.deb
+  (cd "$place/root" && find . | cpio -o -H newc --quiet) > "$place/system.part"
+  rm -rf "$place/root"
+  mv "$place/system.part" "$place/system.cpio"
+}
+
 # What checks the packages, and makes a root of Debian to install them in.
 install_package_tools() { need mmdebstrap lintian dpkg-dev; }
 

@@ -10,6 +10,8 @@ inline constexpr char preload_variable[] = "LD_PRELOAD";
 /// The signals that a new program is to find ignored and could not be given so by the kernel: a number, bit n-1 for
 /// signal n. The library empties it when it has read it.
 inline constexpr char ignored_variable[] = "SVE_RUN_IGNORED";
+/// Among them, in the place of a signal that nobody can ignore: the vector length is inherited (PR_SVE_VL_INHERIT).
+inline constexpr unsigned long length_is_inherited = 1ul << 8;
 inline constexpr char library_name[] = "libsve_run.so";
 inline constexpr char client_name[] = "libsve_stats_896.so";
 

@@ -2,6 +2,8 @@
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -219,6 +221,23 @@ TEST_F(Programs, AreFoundAsTheShellFindsThem) {
   EXPECT_EQ(find_program("./nonesuch", directory).status, 127);
   EXPECT_EQ(find_program("", directory).status, 127);
   EXPECT_EQ(find_program(directory, "").status, 126);
+}
+
+TEST_F(Programs, WithFileCapabilitiesAreRefusedButToRoot) {
+  const std::string path = file("capable", elf(EM_AARCH64, loader));
+  const std::uint32_t one_of_them[] = {0x02000001, 1 << 10, 0, 0, 0};  // version 2, effective: binds to low ports
+  if (setxattr(path.c_str(), "security.capability", one_of_them, sizeof one_of_them, 0) != 0)
+    GTEST_SKIP() << "file capabilities cannot be set here";
+  EXPECT_EQ(check_program(path).status, 0);
+  chmod(directory.c_str(), 0755);
+  const pid_t child = fork();
+  if (child == 0) {
+    const finding f = setuid(65534) == 0 ? check_program(path) : finding{};
+    _exit(f.status == 126 && f.error.find("file capabilities") != std::string::npos ? 0 : 1);
+  }
+  int status = 1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {

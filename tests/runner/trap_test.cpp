@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <mqueue.h>
 #include <netdb.h>
 #include <pthread.h>
@@ -560,6 +562,44 @@ TEST(Processes, RawCopiesAreProcessesOfTheirOwn) {
   EXPECT_EQ(result.error_output, report_of(2) + report_of(2));
 }
 
+std::uint64_t halfwords_for_the_first_time() {
+  std::uint64_t n;
+  asm volatile(SVE_ASM("cnth %0") : "=r"(n));
+  return n;
+}
+
+constexpr int no_sandbox = 77;
+
+TEST(Sandboxes, OfReadWriteAndExitLetTrapsBe) {
+  const auto result = in_child([] {
+    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) _exit(no_sandbox);
+    const bool right = cntb() == 112 && halfwords_for_the_first_time() == 56 && cntb() == 112;
+    syscall(SYS_exit, right ? 7 : 8);
+  });
+  if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
+  EXPECT_TRUE(result.exited_with(7)) << result.status;
+}
+
+TEST(Sandboxes, OfAListLetTrapsAndTheReportBe) {
+  const auto result = in_child([] {
+    sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_read, 5, 0),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_write, 4, 0),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_exit, 3, 0),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_exit_group, 2, 0),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_rt_sigreturn, 1, 0),
+                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter{sizeof program / sizeof program[0], program};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) != 0)
+      _exit(no_sandbox);
+    _exit(cntb() == 112 && halfwords_for_the_first_time() == 56 && cntb() == 112 ? 7 : 8);
+  });
+  if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
+  EXPECT_TRUE(result.exited_with(7)) << result.status;
+  EXPECT_EQ(result.error_output, report_of(3));
+}
+
 TEST(Processes, ManyCopiesWhileThreadsTrap) {
   std::atomic<bool> stop{false};
   std::thread busy([&] {
@@ -708,7 +748,9 @@ TEST(Announcement, ProgramsThatAskFindSve) {
   EXPECT_TRUE(getauxval(AT_HWCAP) & (1 << 22));
   EXPECT_EQ(prctl(PR_SVE_GET_VL), 112);
   EXPECT_EQ(prctl(PR_SVE_SET_VL, 112), 112);
-  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256 | PR_SVE_VL_INHERIT), 112);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256 | PR_SVE_VL_INHERIT), 112 | PR_SVE_VL_INHERIT);
+  EXPECT_EQ(prctl(PR_SVE_GET_VL), 112 | PR_SVE_VL_INHERIT);
+  EXPECT_EQ(prctl(PR_SVE_SET_VL, 256), 112);
   EXPECT_EQ(prctl(PR_SVE_SET_VL, 64), -1);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(prctl(PR_SVE_SET_VL, 120), -1);

@@ -102,7 +102,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
       ->type_name("OPTIONS");
   std::string counts;
   auto* counts_option = app.add_option("--counts", counts,
-                                       "Print each instruction's address, word and count at exit, to stderr or FILE; "
+                                       "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
                                        "%p in FILE is the process id")
                             ->type_name("[=FILE]")
                             ->expected(0, 1)

@@ -3,6 +3,7 @@
 #include <elf.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -233,6 +234,9 @@ finding check_program(const std::string& path) {
       (((s.st_mode & S_ISUID) && s.st_uid != geteuid()) || ((s.st_mode & S_ISGID) && s.st_gid != getegid()))) {
     return refuse(status_not_executable, path,
                   "set-user-ID or set-group-ID, which turns preloading off; run a plain copy");
+  }
+  if (getuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0) {
+    return refuse(status_not_executable, path, "has file capabilities, which turn preloading off; run a plain copy");
   }
   finding f;
   f.path = path;

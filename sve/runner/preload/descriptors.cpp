@@ -1,7 +1,6 @@
 #include "sve/runner/preload/descriptors.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -42,6 +41,16 @@ void KeptFile::keep(int fd) {
 void KeptFile::take(int fd) {
   keep(fd);
   system_call(SYS_close, fd);
+}
+
+RoomForDescriptors::RoomForDescriptors() : before_{} {
+  if (system_call(SYS_prlimit64, 0, RLIMIT_NOFILE, 0, address(&before_)) != 0) return;
+  const rlimit most{before_.rlim_max, before_.rlim_max};
+  system_call(SYS_prlimit64, 0, RLIMIT_NOFILE, address(&most));
+}
+
+RoomForDescriptors::~RoomForDescriptors() {
+  if (before_.rlim_max != 0) system_call(SYS_prlimit64, 0, RLIMIT_NOFILE, address(&before_));
 }
 
 int write_quietly(int fd, const char* text, std::size_t size) {

@@ -1,6 +1,7 @@
 // Descriptors of our own in the program's table, and writing that disturbs nobody.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -17,6 +18,8 @@ class KeptFile {
   void take(int fd);
   /// The descriptor if it still refers to that file, -1 otherwise.
   int get() const { return refers(fd_) ? fd_ : -1; }
+  /// The same without asking: -1 only if nothing was kept.
+  int number() const { return fd_; }
   /// Whether `fd` refers to the file.
   bool refers(int fd) const;
 
@@ -25,6 +28,19 @@ class KeptFile {
   dev_t device_ = 0;
   ino_t number_ = 0;
   dev_t special_ = 0;
+};
+
+/// Lets descriptors be opened for as long as it lives where the program has used up all that it may have, as far as
+/// the system's own limit goes.
+class RoomForDescriptors {
+ public:
+  RoomForDescriptors();
+  ~RoomForDescriptors();
+  RoomForDescriptors(const RoomForDescriptors&) = delete;
+  RoomForDescriptors& operator=(const RoomForDescriptors&) = delete;
+
+ private:
+  struct rlimit before_;
 };
 
 /// Writes all of `text`. A reader that is gone or a limit that is met ends the writing and not the process. Returns 0

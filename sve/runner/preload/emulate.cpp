@@ -6,6 +6,7 @@
 #include "sve/decode/unallocated.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/frame.h"
+#include "sve/runner/preload/process.h"
 #include "sve/runner/preload/text.h"
 #include "sve/runner/sites/offsets.h"
 #include "sve/runner/sites/site.h"
@@ -46,7 +47,7 @@ void run(cpu_state* state, site* s) {
     const decode_handler handle = handler_of(word);
     if (!handle) return;
     execute(state, word, handle, nullptr);
-    count_without_site(!in_borrowed_memory());
+    count_without_site(!is_sandboxed() && !in_borrowed_memory());
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
 }
 
@@ -93,7 +94,7 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   load_state(state, context);
   std::uint32_t* const start = state->pc;
   // A vforked child makes none: the lock may be held by a thread that the child has not, where it is a copy after all.
-  site* const s = in_borrowed_memory() ? nullptr : need_site(start);
+  site* const s = is_sandboxed() ? find_site(start) : in_borrowed_memory() ? nullptr : need_site(start);
   // Another thread may have patched it since it trapped here.
   if (!s && !handler_of(*start)) return is_patched(start);
   block->used_sve = true;
@@ -111,7 +112,7 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
       count_partial(s, static_cast<std::size_t>(state->pc - start));
     } else {
       ++counts_of(block)[s->index];
-      patch_site(s);
+      if (!is_sandboxed()) patch_site(s);
     }
   }
   if (!faulted) {

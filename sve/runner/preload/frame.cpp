@@ -58,6 +58,7 @@ auto* fpsimd_record(Context* context) {
 }
 
 constexpr unsigned long btype_mask = 3ul << 10;  // a landing pad expected by an indirect branch
+constexpr unsigned long privileged = 0x3df;      // another mode, or interrupts masked
 
 // Whether the thread's SVE record is inside the record area, behind `kernel_records` bytes, or in the extra space.
 constexpr bool fits(std::size_t kernel_records, std::size_t size) {
@@ -251,6 +252,10 @@ bool read_frame(thread_block* block, const signal_frame* frame, ucontext_t* cont
   const ucontext_t& from = frame->context;
   std::memcpy(&context->uc_mcontext, &from.uc_mcontext, offsetof(mcontext_t, __reserved));
   set_saved_mask(context, saved_mask(&from));
+  if (from.uc_mcontext.pstate & privileged) {
+    context->uc_mcontext.pstate &= flag_mask;
+    return false;
+  }
   found_records found;
   if (!find_records(frame, context, &found)) return false;
   if (found.sve && !is_sve_record(found.sve)) return false;

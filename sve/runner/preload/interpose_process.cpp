@@ -23,6 +23,7 @@
 #include "sve/runner/preload/process.h"
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
+#include "sve/runner/preload/thread_block.h"
 #include "sve/state/vector_length.h"
 
 namespace sve::runner {
@@ -83,6 +84,11 @@ bool library_is_reachable() {
   return false;
 }
 
+bool inherits_length() {
+  const thread_block* block = need_thread_block();
+  return block && block->inherits_length;
+}
+
 // What a new program needs in its environment to be emulated too. A program may give one that lacks it; one that has
 // the library has the options too, or goes without them by intent.
 struct needed_environment {
@@ -94,7 +100,8 @@ struct needed_environment {
   bool is_reachable = true;
   signal_bits ignored;
 
-  needed_environment(char* const* environment, signal_bits ignored_signals) : ignored(ignored_signals) {
+  needed_environment(char* const* environment, signal_bits ignored_signals)
+      : ignored(ignored_signals | (inherits_length() ? length_is_inherited : 0)) {
     for (; environment && environment[count]; ++count) {
       if (is_variable(environment[count], preload_variable)) preload_at = count;
       if (is_variable(environment[count], options_variable)) options_at = count;
@@ -234,16 +241,20 @@ auto with_command(const char* command, Function function) {
   return function(whole);
 }
 
-int vector_length_request(unsigned long argument) {
+int vector_length() { return static_cast<int>(sve::vector_bytes | (inherits_length() ? PR_SVE_VL_INHERIT : 0)); }
+
+int request_vector_length(unsigned long argument) {
+  constexpr unsigned long longest = 8192;  // that the kernel knows
   const unsigned long length = argument & PR_SVE_VL_LEN_MASK;
   const unsigned long flags = argument & ~static_cast<unsigned long>(PR_SVE_VL_LEN_MASK);
   const bool known_flags = (flags & ~static_cast<unsigned long>(PR_SVE_VL_INHERIT | PR_SVE_SET_VL_ONEXEC)) == 0;
   // The kernel answers with the greatest length that is not above the request. There is one length here.
-  if (!known_flags || length % 16 != 0 || length < sve::vector_bytes) {
+  if (!known_flags || length % 16 != 0 || length < sve::vector_bytes || length > longest) {
     errno = EINVAL;
     return -1;
   }
-  return static_cast<int>(sve::vector_bytes);
+  if (thread_block* block = need_thread_block()) block->inherits_length = (flags & PR_SVE_VL_INHERIT) != 0;
+  return vector_length();
 }
 
 }  // namespace
@@ -363,8 +374,11 @@ int prctl(int option, ...) noexcept {
   unsigned long a[4];
   for (unsigned long& argument : a) argument = va_arg(list, unsigned long);
   va_end(list);
-  if (announces() && option == PR_SVE_GET_VL) return static_cast<int>(sve::vector_bytes);
-  if (announces() && option == PR_SVE_SET_VL) return vector_length_request(a[0]);
+  if (announces() && option == PR_SVE_GET_VL) return vector_length();
+  if (announces() && option == PR_SVE_SET_VL) return request_vector_length(a[0]);
+  // Before a program filters its system calls it gives up what new programs could gain, and then it may load its filter
+  // by a raw system call.
+  if (option == PR_SET_SECCOMP || option == PR_SET_NO_NEW_PRIVS) sandbox_begins();
   return real.prctl(option, a[0], a[1], a[2], a[3]);
 }
 

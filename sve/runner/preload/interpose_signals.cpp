@@ -170,6 +170,9 @@ __attribute__((visibility("hidden"))) void* sve_before_swapcontext(void** argume
   arguments[1] = const_cast<ucontext_t*>(prepare_context(static_cast<const ucontext_t*>(arguments[1])));
   return reinterpret_cast<void*>(real.swapcontext);
 }
+__attribute__((visibility("hidden"))) void* sve_before_vfork(void**) {
+  return reinterpret_cast<void*>(next<pid_t()>("vfork"));
+}
 }
 
 extern "C" {

@@ -42,6 +42,7 @@ int create_thread(Result (*function)(void*), void* argument, signal_bits blocked
   block->blocked = blocked;
   block->start = reinterpret_cast<void (*)()>(function);
   block->start_argument = argument;
+  block->inherits_length = this_thread_block && this_thread_block->inherits_length;
   const int error = create(start_thread<Result>, block);
   if (error != 0) free_thread_block(block);
   return error;

@@ -106,10 +106,13 @@ class SignalsBlocked {
 class SleepingLock {
  public:
   void lock() {
-    int free = 0;
-    if (__atomic_compare_exchange_n(&state_, &free, taken, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) return;
+    if (try_lock()) return;
     while (__atomic_exchange_n(&state_, waited_for, __ATOMIC_ACQUIRE) != 0)
       system_call(SYS_futex, address(&state_), futex_wait, waited_for);
+  }
+  bool try_lock() {
+    int free = 0;
+    return __atomic_compare_exchange_n(&state_, &free, taken, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
   }
   void unlock() {
     if (__atomic_exchange_n(&state_, 0, __ATOMIC_RELEASE) == waited_for)

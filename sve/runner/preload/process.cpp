@@ -107,6 +107,16 @@ void report_at_exit(void*) { report(); }
 }  // namespace
 
 bool is_active() { return active; }
+
+namespace {
+std::atomic<bool> sandboxed{false};
+}
+bool is_sandboxed() { return sandboxed.load(std::memory_order_relaxed); }
+void sandbox_begins() {
+  if (!active) return;
+  need_thread_block();
+  sandboxed = true;
+}
 bool announces() { return active && options.announce; }
 const char* library_path() { return own_path; }
 const char* options_text() { return all_options; }
@@ -180,8 +190,10 @@ void serve_traps(char** environment) {
   active = (*features & hwcap_sve) == 0 && !is_served;
   if (!active) return;
   start_thread_blocks();
+  const signal_bits ignored = take_ignored(environment);
+  if (this_thread_block) this_thread_block->inherits_length = (ignored & length_is_inherited) != 0;
   start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
-                take_ignored(environment));
+                ignored);
   when_copied(adopt_copy);
 }
 

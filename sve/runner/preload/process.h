@@ -9,6 +9,11 @@ void serve_traps(char** environment);
 /// Whether this process emulates. Not so on a processor that has SVE itself.
 bool is_active();
 
+/// Whether the program has restricted its system calls, or is about to: nothing is called then but what serves a trap,
+/// which is rt_sigreturn, and what prints the total, which is write.
+bool is_sandboxed();
+void sandbox_begins();
+
 /// Whether programs that ask are told that there is SVE.
 bool announces();
 

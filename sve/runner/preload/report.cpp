@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "sve/decode/text.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/interpose.h"
@@ -64,7 +65,7 @@ int open_counts_file(int begin) {
 
 bool one_file_a_process() { return std::strstr(wanted.counts_file, "%p") != nullptr; }
 
-// The lines of dump_sve_stats, to any descriptor.
+// The lines of dump_sve_stats, to any descriptor, with the instructions' assembler text.
 int write_counts(int fd) {
   std::size_t size = 0;
   const counted_word* const words = collect_counts(size);
@@ -75,8 +76,10 @@ int write_counts(int fd) {
   Text<8192> lines;
   for (std::size_t i = 0; i < size; ++i) {
     lines.hex(reinterpret_cast<std::uintptr_t>(words[i].address)) << ": ";
-    lines.hex(words[i].word, 8) << " " << words[i].count << "\n";
-    if (lines.room() >= 64) continue;
+    char text[decode::max_text];
+    const bool is_known = !decode::text_of(words[i].word, text).empty();
+    lines.hex(words[i].word, 8) << " " << words[i].count << " " << (is_known ? text : "") << "\n";
+    if (lines.room() >= 64 + sizeof text) continue;
     if (const int error = write_quietly(fd, lines.data(), lines.size()); error != 0) return error;
     lines.clear();
   }
@@ -89,6 +92,7 @@ void report_counts() {
     return;
   }
   int error = 0;
+  const RoomForDescriptors room;
   if (counts_file.get() < 0) error = open_counts_file(0);
   if (error == 0) error = write_counts(counts_file.get());
   if (error != 0) print_counts_error(error);
@@ -113,12 +117,28 @@ void restart_report() {
   if (wanted.counts && one_file_a_process()) open_counts_file(O_TRUNC);  // if it fails, it is tried again and told then
 }
 
+namespace {
+
+Text<320> total_line() {
+  Text<320> line;
+  line << wanted.program_name << ": " << count_executions() << " SVE instructions executed\n";
+  return line;
+}
+
+}  // namespace
+
 void report() {
-  if (!is_active() || in_borrowed_memory() || reported.exchange(true)) return;
+  if (!is_active()) return;
+  if (is_sandboxed()) {
+    if (!wanted.totals || stderr_file.number() < 0 || reported.exchange(true)) return;
+    const Text<320> line = total_line();
+    kernel_write(stderr_file.number(), line.data(), line.size());
+    return;
+  }
+  if (in_borrowed_memory() || reported.exchange(true)) return;
   const SignalsBlocked signals;
   if (const int fd = report_target(); wanted.totals && fd >= 0) {
-    Text<320> line;
-    line << wanted.program_name << ": " << count_executions() << " SVE instructions executed\n";
+    const Text<320> line = total_line();
     write_quietly(fd, line.data(), line.size());
   }
   if (wanted.counts) report_counts();

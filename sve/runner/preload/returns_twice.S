@@ -55,25 +55,23 @@
         end     swapcontext
 
 // pid_t vfork(void). The child shares the parent's memory, so what it sets there of its own mask is put back, from a
-// register, which the two do not share.
+// register, which the two do not share. A thread that is not ours has the next vfork, which may be another copy of this
+// library's, that knows the thread.
         function vfork
         mrs     x3, tpidr_el0
         adrp    x4, :gottprel:_ZN3sve6runner17this_thread_blockE
         ldr     x4, [x4, :gottprel_lo12:_ZN3sve6runner17this_thread_blockE]
         ldr     x5, [x3, x4]
-        mov     x6, #0
-        mov     x7, #0
         cbz     x5, 1f
         ldr     x6, [x5, #BLOCKED]
         ldr     x7, [x5, #IS_VFORKED]
-1:      mov     x0, #0x4111             // CLONE_VM | CLONE_VFORK | SIGCHLD
+        mov     x0, #0x4111             // CLONE_VM | CLONE_VFORK | SIGCHLD
         mov     x1, #0
         mov     x2, #0
         mov     x3, #0
         mov     x4, #0
         mov     x8, #220                // clone
         svc     #0
-        cbz     x5, 3f
         cbz     x0, 2f
         str     x6, [x5, #BLOCKED]
         str     x7, [x5, #IS_VFORKED]
@@ -83,6 +81,7 @@
 3:      cmn     x0, #4095
         b.cs    sve_fail
         ret
+1:      in_front_of sve_before_vfork
         end     vfork
 
         .section .note.GNU-stack, "", %progbits

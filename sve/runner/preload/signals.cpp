@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/frame.h"
 
 #ifndef SS_AUTODISARM
@@ -24,10 +25,14 @@ constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kern
 signal_services services;
 bool has_landing_pads = false;
 
-// A handler returns here. By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal
+}  // namespace
+
+// By these two instructions, a call of rt_sigreturn, debuggers and unwinders know a signal
 // frame. They lie in memory that cannot be executed, so that a return to them is a fault and the entry takes over: the
 // frame may hold an SVE record, which a kernel that knows no SVE would refuse.
-alignas(8) std::uint32_t handler_return[] = {0xd2801168, 0xd4000001};  // mov x8, #139; svc #0
+alignas(8) std::uint32_t handler_return[2] = {0xd2801168, 0xd4000001};  // mov x8, #139; svc #0
+
+namespace {
 
 // The actions as the program set them. Writers hold the lock, with all signals blocked; readers are signal handlers,
 // take no lock, and read again when a writer came between.
@@ -131,6 +136,7 @@ program_action take_action(int sig) {
 // Ends the process by the signal when the program resumes.
 void take_default_action(siginfo_t info, bool recurs) {
   services.report_death(info.si_signo);
+  death_is_near();
   const kernel_action action;
   kernel_sigaction(info.si_signo, &action, nullptr);
   // A trap or a fault comes again when the instruction is run again, and then kills with all the right particulars.
@@ -251,7 +257,8 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     leave_guarded(block);
   }
   const int saved_errno = errno;
-  if (!block) block = need_thread_block();
+  const bool is_new = !block;
+  if (is_new) block = need_thread_block();
   if (!block) return take_default_action(*info, is_trap);
   if (!block->is_runner_stack(reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)))) {
     if (!(context->uc_stack.ss_flags & SS_DISABLE)) block->program_stack = context->uc_stack;
@@ -265,6 +272,8 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     return;
   }
   notice_copy();
+  // An entry may be what has asked for the block.
+  if (is_new && services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
   if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
     block->woken &= ~bit(sig);
     *info = take_held_for_process(bit(sig));

@@ -25,6 +25,9 @@ struct program_action {
   signal_bits mask = 0;
 };
 
+/// Where handlers return to.
+extern std::uint32_t handler_return[2];
+
 /// What the entry calls, all on the runner's stack with every signal blocked but the owned ones.
 struct signal_services {
   /// Asked first of all: whether the signal meets a run. See sites/interruption.h.

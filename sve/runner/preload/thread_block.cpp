@@ -13,6 +13,7 @@
 namespace sve::runner {
 
 thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
+thread_block* thread_blocks = nullptr;
 
 namespace {
 
@@ -24,7 +25,6 @@ constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_
 
 pthread_key_t key;
 SleepingLock list_lock;
-thread_block* blocks = nullptr;
 thread_block* main_block = nullptr;
 
 std::byte* mapping_of(const thread_block* block) {
@@ -44,7 +44,7 @@ void unmap(thread_block* block) { system_call(SYS_munmap, address(mapping_of(blo
 thread_block* take_unused() {
   const std::lock_guard guard(list_lock);
   thread_block* unused = nullptr;
-  for (thread_block** at = &blocks; *at;) {
+  for (thread_block** at = &thread_blocks; *at;) {
     thread_block* block = *at;
     if (!is_gone(block)) {
       at = &block->next;
@@ -107,8 +107,8 @@ thread_block* make_thread_block() {
   block->program_stack.ss_flags = SS_DISABLE;
   // Known before its thread begins, so that no thread is ever missed.
   const std::lock_guard guard(list_lock);
-  block->next = blocks;
-  blocks = block;
+  block->next = thread_blocks;
+  thread_blocks = block;
   return block;
 }
 
@@ -116,7 +116,7 @@ void free_thread_block(thread_block* block) {
   const SignalsBlocked signals;
   {
     const std::lock_guard guard(list_lock);
-    thread_block** at = &blocks;
+    thread_block** at = &thread_blocks;
     while (*at != block) at = &(*at)->next;
     *at = block->next;
   }
@@ -148,12 +148,12 @@ thread_block* need_thread_block() {
 
 void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument) {
   const std::lock_guard guard(list_lock);
-  for (thread_block* block = blocks; block; block = block->next) body(block, argument);
+  for (thread_block* block = thread_blocks; block; block = block->next) body(block, argument);
 }
 
 void wake_thread_for(int sig) {
   const std::lock_guard guard(list_lock);
-  for (thread_block* block = blocks; block; block = block->next) {
+  for (thread_block* block = thread_blocks; block; block = block->next) {
     if (block == this_thread_block || block->is_ending || block->thread_id == 0) continue;
     if (!(block->waited_for & bit(sig)) && (block->blocked & bit(sig))) continue;
     block->woken |= bit(sig);
@@ -164,7 +164,7 @@ void wake_thread_for(int sig) {
 bool has_other_threads() {
   const SignalsBlocked signals;
   const std::lock_guard guard(list_lock);
-  for (const thread_block* block = blocks; block; block = block->next) {
+  for (const thread_block* block = thread_blocks; block; block = block->next) {
     if (block != this_thread_block && !block->is_ending) return true;
   }
   return false;
@@ -187,7 +187,7 @@ void unlock_thread_blocks() { list_lock.unlock(); }
 void keep_own_thread_block() {
   unlock_thread_blocks();
   thread_block* own = this_thread_block;
-  for (thread_block* block = blocks; block; block = block->next) block->is_ending = block != own;
+  for (thread_block* block = thread_blocks; block; block = block->next) block->is_ending = block != own;
   main_block = own;
   if (!own) return;
   own->thread_id = kernel_thread_id();

@@ -71,6 +71,7 @@ struct thread_block {
   void (*start)();
   void* start_argument;
 
+  bool inherits_length;  ///< what PR_SVE_VL_INHERIT says; no other part of the length can change
   int thread_id;
   bool is_ending;  ///< the thread is among its last destructors, and the block is free when it is gone
   thread_block* next;
@@ -86,6 +87,9 @@ static_assert(sizeof(thread_block) <= thread_counts_offset);
 inline std::uint64_t* counts_of(thread_block* block) {
   return reinterpret_cast<std::uint64_t*>(reinterpret_cast<std::byte*>(block) + thread_counts_offset);
 }
+
+/// The list of all blocks.
+extern thread_block* thread_blocks;
 
 /// Calls `body` with each thread's block, of those too that have ended and not been reused. Call with all signals
 /// blocked.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cstring>
 #include <initializer_list>
 #include <iterator>
 
@@ -48,13 +49,16 @@ bool MappingReader::next(mapping& m) {
   m.writable = get() == 'w';
   m.executable = get() == 'x';
   m.is_private = get() == 'p';
-  bool named = false;
-  constexpr char stack[] = "[stack]";
-  for (std::size_t matched = 0; (c = get()) >= 0 && c != '\n';) {
-    if (c == '[') named = true;
-    if (named && matched < sizeof stack - 1) matched = c == stack[matched] ? matched + 1 : sizeof stack;
-    if (matched == sizeof stack - 1) m.is_stack = true;
+  get();
+  while ((c = get()) >= 0 && c != ' ')
+    m.offset = m.offset << 4 | static_cast<unsigned>(c <= '9' ? c - '0' : c - 'a' + 10);
+  // The name begins a path or a word in brackets.
+  std::size_t size = 0;
+  while ((c = get()) >= 0 && c != '\n') {
+    if ((size > 0 || c == '/' || c == '[') && size < sizeof path_) path_[size++] = static_cast<char>(c);
   }
+  path_[size < sizeof path_ ? size : 0] = 0;
+  m.is_stack = std::strcmp(path_, "[stack]") == 0;
   return m.end > m.begin;
 }
 
@@ -63,6 +67,19 @@ bool find_mapping(std::uintptr_t address, mapping& m) {
   while (reader.next(m))
     if (address >= m.begin && address < m.end) return true;
   return false;
+}
+
+void read_mapped_file(const void* from, void* to, std::size_t size) {
+  const auto place = reinterpret_cast<std::uintptr_t>(from);
+  MappingReader reader;
+  for (mapping m; reader.next(m);) {
+    if (place < m.begin || place >= m.end || reader.path()[0] != '/') continue;
+    const long fd = system_call(SYS_openat, AT_FDCWD, address(reader.path()), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    system_call(SYS_pread64, fd, address(to), static_cast<long>(size), static_cast<long>(place - m.begin + m.offset));
+    system_call(SYS_close, fd);
+    return;
+  }
 }
 
 bool find_code_mapping(std::uintptr_t address, mapping& m) {

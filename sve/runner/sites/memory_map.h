@@ -9,10 +9,11 @@ namespace sve::runner {
 struct mapping {
   std::uintptr_t begin = 0, end = 0;
   bool readable = false, writable = false, executable = false, is_private = false;
-  bool is_stack = false;  ///< the main thread's, which grows downwards into the gap below it
+  bool is_stack = false;     ///< the main thread's, which grows downwards into the gap below it
+  std::uint64_t offset = 0;  ///< in the file that is mapped
 };
 
-/// Reads the mappings in rising order. Allocates nothing and takes 4 KB of stack.
+/// Reads the mappings in rising order. Allocates nothing and takes 5 KB of stack.
 class MappingReader {
  public:
   MappingReader();
@@ -22,6 +23,8 @@ class MappingReader {
 
   /// The next mapping; false after the last one, or when the kernel tells nothing.
   bool next(mapping& m);
+  /// The file that the last one maps; empty if it maps none, or one whose path is too long.
+  const char* path() const { return path_; }
 
  private:
   int get();  ///< the next character, -1 at the end
@@ -29,12 +32,16 @@ class MappingReader {
   int fd_;
   std::size_t at_ = 0, size_ = 0;
   char text_[4096];
+  char path_[512];
 };
 
 /// The mapping that holds `address`; false if there is none.
 bool find_mapping(std::uintptr_t address, mapping& m);
 
-/// The same for private mappings that can be executed, which are remembered. Not for two threads at once.
+/// Reads what the file behind a mapping holds for an address. Changes nothing if there is no such file.
+void read_mapped_file(const void* from, void* to, std::size_t size);
+
+/// As find_mapping, for private mappings that can be executed, which are remembered. Not for two threads at once.
 bool find_code_mapping(std::uintptr_t address, mapping& m);
 void forget_code_mappings();
 /// Whether one that is remembered has a byte between the two addresses.

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "sve/decode/text.h"
+#include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
@@ -17,6 +18,10 @@
 #include "sve/runner/sites/patch.h"
 
 namespace sve::runner {
+
+entry_place* entries = nullptr;
+std::atomic<std::size_t> entry_count{0};
+
 namespace {
 
 constexpr std::uintptr_t page_mask = 4095;
@@ -31,13 +36,9 @@ site** by_index = nullptr;
 bool patching = false, telling = false;
 translation translating = translation::handlers;
 
-// The code of each entry, in the order in which they were made.
-struct entry_place {
-  std::uint64_t begin, end;
-  site* owner;
-};
-entry_place* entries = nullptr;
-std::atomic<std::size_t> entry_count{0};
+// A debugger is there, and has no use for sites before this one.
+bool debugged = false;
+std::size_t first_debugged = 0;
 
 void* map(std::size_t size) {
   const long mapping = system_call(SYS_mmap, 0, static_cast<long>(size), PROT_READ | PROT_WRITE,
@@ -78,10 +79,21 @@ std::uint32_t own_word(const std::uint32_t* at) {
   return word;
 }
 
+// The same where a run begins. What has trapped there is no breakpoint: if one stands there now, a debugger has
+// executed the program's own word and put the breakpoint back before the trap was served.
+std::uint32_t first_word(const std::uint32_t* at) {
+  std::uint32_t word = own_word(at);
+  if (word != breakpoint_word) return word;
+  for (const site* s = bucket_of(at).load(std::memory_order_acquire); s; s = s->next)
+    if (s->address == at) return s->words[0];
+  read_mapped_file(at, &word, sizeof word);
+  return word;
+}
+
 bool is_of(const site* s, const std::uint32_t* address) {
-  if (s->address != address) return false;
+  if (s->address != address || s->index < first_debugged) return false;
   for (std::size_t i = 0; i < s->count; ++i)
-    if (own_word(address + i) != s->words[i]) return false;
+    if ((i == 0 ? first_word(address) : own_word(address + i)) != s->words[i]) return false;
   return true;
 }
 
@@ -104,12 +116,12 @@ site* make(std::uint32_t* address) {
   // entry's back.
   mapping m;
   const bool is_steady = !patching || (find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m) && !m.writable);
-  const std::size_t most = is_steady ? longest_run : 1;
+  const std::size_t most = is_steady && !debugged ? longest_run : 1;
   // With native code, what simple scalar instructions part is one run.
   const bool takes_scalars = patching && translating == translation::native && most > 1;
   std::size_t taken = 0;
   do {
-    const std::uint32_t word = own_word(address + taken);
+    const std::uint32_t word = taken == 0 ? first_word(address) : own_word(address + taken);
     const decode_handler handle = handler_of(word);
     if (!handle && (taken == 0 || !takes_scalars || !is_simple_scalar(word))) break;
     words[taken] = word;
@@ -143,6 +155,8 @@ site* make(std::uint32_t* address) {
 }
 
 }  // namespace
+
+site* find_site(std::uint32_t* address) { return find(address); }
 
 site* need_site(std::uint32_t* address) {
   if (site* s = find(address)) return s;
@@ -263,7 +277,8 @@ void sites_after_fork_in_child() {
 
 void start_sites(bool patches, translation how, bool tells) {
   patching = patches;
-  translating = how;
+  debugged = is_traced();
+  translating = debugged ? translation::handlers : how;
   telling = tells;
   start_native();
   if (patching) start_patching();
@@ -330,6 +345,14 @@ bool branch_to_entry(site* s) {
   return false;
 }
 
+// The program's own word stands at the address again.
+void restore(site* s) {
+  const std::uint32_t patch = s->patch.load(std::memory_order_relaxed);
+  if (patch == 0) return;
+  patch_word(s->address, patch, s->words[0]);
+  s->patch.store(0, std::memory_order_release);
+}
+
 }  // namespace
 
 void patch_site(site* s) {
@@ -340,9 +363,31 @@ void patch_site(site* s) {
   };
   if (!patching || is_done()) return;
   const std::lock_guard guard(lock);
-  if (is_done()) return;
+  if (is_done() || read_word(s->address) == breakpoint_word) return;
   if (branch_to_entry(s)) return;
   s->gave_up = true;
+}
+
+bool sites_are_debugged() {
+  const SignalsBlocked signals;
+  const std::unique_lock guard(lock, std::try_to_lock);
+  if (!guard) return false;
+  if (debugged) return true;
+  debugged = true;
+  translating = translation::handlers;
+  first_debugged = count_of_sites.load(std::memory_order_relaxed);
+  for (std::size_t i = 0; i < first_debugged; ++i) restore(by_index[i]);
+  return true;
+}
+
+bool prepare_sites(std::uint32_t* from, std::uint32_t* to) {
+  const SignalsBlocked signals;
+  if (!std::unique_lock(lock, std::try_to_lock)) return false;
+  for (std::uint32_t* at = from; at < to; ++at) {
+    if (!handler_of(read_word(at))) continue;
+    if (site* s = need_site(at)) patch_site(s);
+  }
+  return true;
 }
 
 bool is_patched(const std::uint32_t* address) {
@@ -358,10 +403,7 @@ void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) 
   for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); become_writable && i < n; ++i) {
     site* s = by_index[i];
     const auto at = reinterpret_cast<std::uintptr_t>(s->address);
-    const std::uint32_t patch = s->patch.load(std::memory_order_relaxed);
-    if (at < from || at >= to || patch == 0) continue;
-    patch_word(s->address, patch, s->words[0]);
-    s->patch.store(0, std::memory_order_release);
+    if (at >= from && at < to) restore(s);
   }
 }
 

@@ -38,6 +38,9 @@ struct site {
 /// none does, or memory has run out. Callable from a signal handler, with all signals blocked.
 site* need_site(std::uint32_t* address);
 
+/// The same, if it is there already.
+site* find_site(std::uint32_t* address);
+
 /// The site whose entry holds `pc`; null if there is none.
 site* site_of_entry(std::uintptr_t pc);
 
@@ -81,6 +84,25 @@ enum class translation : std::uint8_t { native, handlers };
 /// Whether sites are patched, and how; whether the code of each is to be told. Once, at start.
 void start_sites(bool patches, translation how, bool tells);
 translation translation_of_sites();
+
+/// The code of each entry, in the order in which they were made.
+struct entry_place {
+  std::uint64_t begin, end;
+  site* owner;
+};
+extern entry_place* entries;
+extern std::atomic<std::size_t> entry_count;
+
+/// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long and call its
+/// handler, and older sites are the program's own words again. Returns false, with nothing done, if the lock is taken.
+bool sites_are_debugged();
+
+/// Gives all instructions of ours between two addresses their entries, so that a debugger may step over them. Returns
+/// false, with nothing done, if the lock is taken.
+bool prepare_sites(std::uint32_t* from, std::uint32_t* to);
+
+/// What a debugger puts in the place of an instruction: brk #0.
+inline constexpr std::uint32_t breakpoint_word = 0xd4200000;
 
 /// Gives the site an entry and patches the program to branch there, if that can be.
 void patch_site(site* s);

@@ -1,0 +1,331 @@
+// Prints what a program can find out about the kernel's dealings with SVE: announcements, vector lengths, signal
+// frames, what frames are refused, stacks. It must print the same under sve-run as on a kernel whose processor has SVE.
+#include <asm/sigcontext.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/auxv.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/runner/sve_instructions.h"
+
+#ifndef AT_MINSIGSTKSZ
+#define AT_MINSIGSTKSZ 51
+#endif
+#ifndef SS_AUTODISARM
+#define SS_AUTODISARM (1u << 31)
+#endif
+
+namespace {
+
+using namespace sve_instructions;
+
+constexpr unsigned quadwords = 7;
+
+void print_length(const char* what, unsigned long argument) {
+  errno = 0;
+  const int answer = prctl(PR_SVE_SET_VL, argument);
+  const int error = errno;
+  std::printf("%s: %#x, error %d, then %#x\n", what, static_cast<unsigned>(answer), error,
+              static_cast<unsigned>(prctl(PR_SVE_GET_VL)));
+}
+
+// Lengths that a kernel grants at this one alone; shorter ones depend on the processor.
+void lengths(char** argv) {
+  std::printf("length %#x, announced %d\n", static_cast<unsigned>(prctl(PR_SVE_GET_VL)),
+              (getauxval(AT_HWCAP) & HWCAP_SVE) != 0);
+  print_length("the same", 112);
+  print_length("longer", 256);
+  print_length("longest", 8192);
+  print_length("too long", 8208);
+  print_length("no length", 0);
+  print_length("not whole", 120);
+  print_length("inherited", 112 | PR_SVE_VL_INHERIT);
+  print_length("unknown flag", 112 | 1 << 20);
+  std::fflush(stdout);
+  if (fork() == 0) {
+    std::printf("in a child: %#x\n", static_cast<unsigned>(prctl(PR_SVE_GET_VL)));
+    std::fflush(stdout);
+    _exit(0);
+  }
+  wait(nullptr);
+  const auto in_new_program = [&](const char* what) {
+    std::printf("%s: ", what);
+    std::fflush(stdout);
+    if (fork() == 0) {
+      execl("/proc/self/exe", argv[0], "length", nullptr);
+      _exit(1);
+    }
+    wait(nullptr);
+  };
+  in_new_program("inherited by a new program");
+  print_length("no more inherited", 112);
+  in_new_program("by a new program");
+  print_length("on exec", 112 | PR_SVE_SET_VL_ONEXEC);
+  print_length("on exec, inherited", 112 | PR_SVE_SET_VL_ONEXEC | PR_SVE_VL_INHERIT);
+  in_new_program("by a new program");
+  print_length("as at first", 112);
+  pthread_t thread;
+  prctl(PR_SVE_SET_VL, 112 | PR_SVE_VL_INHERIT);
+  pthread_create(
+      &thread, nullptr,
+      [](void*) -> void* {
+        std::printf("in a thread: %#x\n", static_cast<unsigned>(prctl(PR_SVE_GET_VL)));
+        return nullptr;
+      },
+      nullptr);
+  pthread_join(thread, nullptr);
+  prctl(PR_SVE_SET_VL, 112);
+}
+
+// ---- Frames ----
+
+const char* edit;
+
+struct record {
+  unsigned char* at;
+  _aarch64_ctx head;
+};
+
+// The records of a frame; returns how many.
+int records(ucontext_t* context, record (&found)[16]) {
+  auto* at = reinterpret_cast<unsigned char*>(context->uc_mcontext.__reserved);
+  for (int n = 0; n < 16; ++n) {
+    std::memcpy(&found[n].head, at, sizeof found[n].head);
+    found[n].at = at;
+    if (found[n].head.magic == 0) return n;
+    at += found[n].head.size;
+    if (found[n].head.magic == EXTRA_MAGIC) {
+      extra_context extra;
+      std::memcpy(&extra, found[n].at, sizeof extra);
+      at = reinterpret_cast<unsigned char*>(extra.datap);
+    }
+  }
+  return 0;
+}
+
+unsigned char* find(ucontext_t* context, std::uint32_t magic) {
+  record all[16];
+  const int n = records(context, all);
+  for (int i = 0; i < n; ++i)
+    if (all[i].head.magic == magic) return all[i].at;
+  return nullptr;
+}
+
+std::uint32_t sum(const unsigned char* bytes, std::size_t size) {
+  std::uint32_t value = 0;
+  for (std::size_t i = 0; i < size; ++i) value = value * 31 + bytes[i];
+  return value;
+}
+
+void show_frame(int sig, siginfo_t* info, void* raw) {
+  auto* context = static_cast<ucontext_t*>(raw);
+  const auto* base = reinterpret_cast<unsigned char*>(info);
+  std::printf("signal %d, context at %ld, on a stack of ours: %d, size %zu\n", sig,
+              static_cast<long>(reinterpret_cast<unsigned char*>(raw) - base), context->uc_stack.ss_flags,
+              context->uc_stack.ss_size);
+  record all[16];
+  const int n = records(context, all);
+  for (int i = 0; i < n; ++i) {
+    std::printf("  record %#x of %u at %ld", all[i].head.magic, all[i].head.size, static_cast<long>(all[i].at - base));
+    if (all[i].head.magic == SVE_MAGIC) {
+      sve_context sve;
+      std::memcpy(&sve, all[i].at, sizeof sve);
+      std::printf(", length %u, flags %#x, content %#x", sve.vl, sve.flags, sum(all[i].at + 16, sve.head.size - 16));
+    }
+    if (all[i].head.magic == EXTRA_MAGIC) {
+      extra_context extra;
+      std::memcpy(&extra, all[i].at, sizeof extra);
+      std::printf(", %u bytes", extra.size);
+    }
+    std::printf("\n");
+  }
+}
+
+#define FILL(n) "index z" #n ".b, #" #n " - 16, #3\n"
+// Fills all vectors and predicates, meets a SIGTRAP, and stores some of them. No system call comes between, which would
+// leave the vectors' upper parts undefined.
+__attribute__((noinline)) void trap_with_vectors(unsigned char* out) {
+  asm volatile(
+      SVE_ASM(
+          "ptrue p0.b\n"
+          "setffr\n" FILL(0) FILL(1) FILL(2) FILL(3) FILL(4) FILL(5) FILL(6) FILL(7) FILL(8) FILL(9) FILL(10) FILL(
+              11) FILL(12) FILL(13) FILL(14) FILL(15) FILL(16) FILL(17) FILL(18) FILL(19) FILL(20) FILL(21) FILL(22)
+              FILL(23) FILL(24) FILL(25) FILL(26) FILL(27) FILL(28) FILL(29) FILL(30) FILL(
+                  31) "ptrue p1.h\n pfalse p2.b\n ptrue p3.s, vl3\n ptrue p4.d\n ptrue p5.b, vl7\n ptrue p6.h, vl5\n"
+                      "ptrue p7.b, mul3\n pfalse p8.b\n ptrue p9.d\n ptrue p10.s\n ptrue p11.h, vl1\n pfalse p12.b\n"
+                      "ptrue p13.b, vl16\n ptrue p14.s, vl2\n ptrue p15.d, vl5\n"
+                      "brk #77\n"
+                      "str z0, [%0]\n str z7, [%0, #1, mul vl]\n str z31, [%0, #2, mul vl]\n"
+                      "str p0, [%0, #24, mul vl]\n str p1, [%0, #25, mul vl]\n str p15, [%0, #26, mul vl]\n"
+                      "rdffr p2.b\n str p2, [%0, #27, mul vl]\n")::"r"(out)
+      : "memory", "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v8", "v9", "v10", "v11", "v12", "v13", "v14", "v15",
+        "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27", "v28", "v29", "v30", "v31");
+}
+
+void change_head(unsigned char* at, std::uint32_t magic, std::uint32_t size) {
+  const _aarch64_ctx head{magic, size};
+  std::memcpy(at, &head, sizeof head);
+}
+
+// What a handler does to its frame before it returns.
+void change_frame(int, siginfo_t*, void* raw) {
+  auto* context = static_cast<ucontext_t*>(raw);
+  context->uc_mcontext.pc += 4;  // behind the brk
+  unsigned char* const sve_at = find(context, SVE_MAGIC);
+  unsigned char* const fpsimd_at = find(context, FPSIMD_MAGIC);
+  unsigned char* const extra_at = find(context, EXTRA_MAGIC);
+  const auto is = [](const char* name) { return std::strcmp(edit, name) == 0; };
+  sve_context sve;
+  std::memcpy(&sve, sve_at, sizeof sve);
+  extra_context extra;
+  std::memcpy(&extra, extra_at, sizeof extra);
+  if (is("vectors")) {
+    std::memset(sve_at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x77, 112);
+    std::memset(sve_at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, 14);
+    std::memset(sve_at + SVE_SIG_FFR_OFFSET(quadwords), 0x01, 14);
+  }
+  if (is("low parts")) std::memset(fpsimd_at + 16 + 7 * 16, 0x55, 16);
+  if (is("another length")) sve.vl = 64;
+  if (is("streaming")) sve.flags |= 1;
+  if (is("unknown flag")) sve.flags |= 0x8000;
+  if (is("head only")) sve.head.size = sizeof sve;
+  if (is("short")) sve.head.size = 512;
+  if (is("odd size")) sve.head.size -= 8;
+  std::memcpy(sve_at, &sve, sizeof sve);
+  if (is("no SVE record")) change_head(sve_at, 0, 0);
+  if (is("no V record")) change_head(fpsimd_at, ESR_MAGIC, sizeof(fpsimd_context));
+  if (is("wrong V record")) change_head(fpsimd_at, FPSIMD_MAGIC, 512);
+  if (is("unknown record")) change_head(sve_at, 0x12345678, sve.head.size);
+  if (is("two V records")) change_head(sve_at, FPSIMD_MAGIC, sizeof(fpsimd_context));
+  if (is("extra elsewhere")) extra.datap += 16;
+  if (is("extra too long")) extra.size = 1 << 20;
+  if (is("extra not whole")) extra.size -= 8;
+  if (is("extra too short")) extra.size = 512;
+  std::memcpy(extra_at, &extra, sizeof extra);
+  if (is("no extra space")) change_head(extra_at, 0, 0);
+  if (is("no records")) change_head(reinterpret_cast<unsigned char*>(context->uc_mcontext.__reserved), 0, 0);
+  if (is("mode")) context->uc_mcontext.pstate |= 0xc;
+}
+
+void handle(int sig, void (*handler)(int, siginfo_t*, void*), int flags = 0) {
+  struct sigaction action = {};
+  action.sa_sigaction = handler;
+  action.sa_flags = SA_SIGINFO | flags;
+  sigaction(sig, &action, nullptr);
+}
+
+void frames() {
+  handle(SIGTRAP, [](int sig, siginfo_t* info, void* raw) {
+    show_frame(sig, info, raw);
+    static_cast<ucontext_t*>(raw)->uc_mcontext.pc += 4;
+  });
+  static unsigned char out[4096];
+  trap_with_vectors(out);
+  for (const char* name : {"nothing",        "vectors",         "low parts",
+                           "another length", "streaming",       "unknown flag",
+                           "head only",      "short",           "odd size",
+                           "no SVE record",  "no V record",     "wrong V record",
+                           "unknown record", "two V records",   "extra elsewhere",
+                           "extra too long", "extra not whole", "extra too short",
+                           "no extra space", "no records",      "mode"}) {
+    edit = name;
+    std::printf("%s: ", name);
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+      handle(SIGTRAP, change_frame);
+      trap_with_vectors(out);
+      std::printf("z0 %#x z7 %#x z31 %#x predicates %#x ", sum(out, 112), sum(out + 112, 112), sum(out + 224, 112),
+                  sum(out + 24 * 14, 4 * 14));
+      std::fflush(stdout);
+      _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::printf("status %#x\n", status & ~0x80u);  // but for the core
+  }
+}
+
+// ---- Stacks ----
+
+void* stack_memory;
+
+void on_stack(std::size_t size, unsigned flags) {
+  std::printf("a stack of %zu, flags %#x: ", size, flags);
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    stack_t stack{}, old{};
+    stack.ss_sp = stack_memory;
+    stack.ss_size = size;
+    stack.ss_flags = static_cast<int>(flags);
+    const int answer = sigaltstack(&stack, nullptr);
+    const int error = answer ? errno : 0;
+    sigaltstack(nullptr, &old);
+    std::printf("error %d, flags %#x; ", error, static_cast<unsigned>(old.ss_flags));
+    std::fflush(stdout);
+    handle(
+        SIGTRAP,
+        [](int, siginfo_t*, void* raw) {
+          auto* context = static_cast<ucontext_t*>(raw);
+          context->uc_mcontext.pc += 4;
+          stack_t now{};
+          sigaltstack(nullptr, &now);
+          static char line[200];
+          const int length = std::snprintf(
+              line, sizeof line, "inside %#x %zu, frame says %#x %zu; ", static_cast<unsigned>(now.ss_flags),
+              now.ss_size, static_cast<unsigned>(context->uc_stack.ss_flags), context->uc_stack.ss_size);
+          if (write(1, line, static_cast<std::size_t>(length)) < 0) _exit(1);
+        },
+        SA_ONSTACK);
+    static unsigned char out[4096];
+    trap_with_vectors(out);
+    stack_t after{};
+    sigaltstack(nullptr, &after);
+    std::printf("after %#x %zu ", static_cast<unsigned>(after.ss_flags), after.ss_size);
+    std::fflush(stdout);
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  std::printf("status %#x\n", status & ~0x80u);
+}
+
+void stacks() {
+  std::printf("least %ld, and by libc %ld, usual %ld\n", static_cast<long>(getauxval(AT_MINSIGSTKSZ)),
+              sysconf(_SC_MINSIGSTKSZ), sysconf(_SC_SIGSTKSZ));
+  // With nothing below it, so that a handler that does not fit faults.
+  auto* const memory = static_cast<char*>(mmap(nullptr, 131072, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  stack_memory = memory + 65536;
+  mprotect(stack_memory, 65536, PROT_READ | PROT_WRITE);
+  for (const std::size_t size : {5119, 5120, 65536}) on_stack(size, 0);
+  for (const unsigned flags : {SS_AUTODISARM, unsigned{SS_ONSTACK}, unsigned{SS_DISABLE}, 4u}) on_stack(65536, flags);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 1 && std::strcmp(argv[1], "length") == 0) {
+    std::printf("%#x\n", static_cast<unsigned>(prctl(PR_SVE_GET_VL)));
+    return 0;
+  }
+  setvbuf(stdout, nullptr, _IONBF, 0);
+  handle(SIGTRAP, [](int sig, siginfo_t* info, void* raw) {
+    show_frame(sig, info, raw);
+    static_cast<ucontext_t*>(raw)->uc_mcontext.pc += 4;
+  });
+  asm volatile("brk #77");  // before any SVE
+  lengths(argv);
+  frames();
+  stacks();
+  return 0;
+}
