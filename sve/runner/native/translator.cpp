@@ -1262,7 +1262,7 @@ class translator {
 
   // ---- Memory by vectors of addresses ----
 
-  // The rest of an element's address in `at`; returns the register to which it is to be added, or none.
+  // An element's address or offset, extended, to `at`.
   void put_index(const insn& i, unsigned at, unsigned indices, unsigned e) {
     const operand* offset = i.row->find(operand_role::offset);
     const auto extends =
@@ -1282,7 +1282,7 @@ class translator {
     const bool masked = !is_full(i, known_), loads = i.how == action::gather;
     const bool by_vector = i.row->form->address == decode::address_form::vector_immediate;
     const unsigned size = i.size, memory = memory_size(i);
-    const unsigned index = loads ? i.sources[0] : i.sources[by_vector ? 1 : 1];
+    const unsigned index = i.sources[loads ? 0 : 1];
     const bool is_scaled = !by_vector && i.row->find(operand_role::offset)->shift != 0;
     const std::int64_t offset = by_vector ? i.immediate * static_cast<std::int64_t>(i.row->offset_unit()) : 0;
     const unsigned at = temp(0), value = temp(1), indices = temp(2), data = temp(3);
@@ -1613,9 +1613,9 @@ class translator {
         if (i.xd != zero) add_offset(i.xd, i.xd, i.how == action::count_up ? counted(i) : -counted(i));
         break;
       case action::add_length: {
-        const bool is_whole = i.row->mnemonic() == "addvl";
+        const bool by_vectors = i.row->mnemonic() == "addvl";
         const std::int64_t unit =
-            is_whole ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
+            by_vectors ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
         add_offset(i.xd, i.xn, i.immediate * unit + (i.xn == sp ? SVE_ENTRY_PUSHED : 0));
         break;
       }
