@@ -6,6 +6,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#ifdef __ARM_FEATURE_SVE
+#include <arm_sve.h>
+#endif
 
 enum { n = 4096 };
 
@@ -118,6 +121,47 @@ LOOP(absolute_difference) {
   return ic[n / 2];
 }
 
+// What compilers do not make of plain loops is written for SVE.
+LOOP(string_length) {
+#ifdef __ARM_FEATURE_SVE
+  const svbool_t all = svptrue_b8();
+  uint64_t at = 0;
+  for (;;) {
+    svsetffr();
+    const svuint8_t bytes = svldff1(all, ba + at);
+    const svbool_t valid = svrdffr();
+    const svbool_t zeroes = svcmpeq(valid, bytes, 0xee);
+    if (svptest_any(all, zeroes)) return (double)(at + svcntp_b8(all, svbrkb_z(valid, zeroes)));
+    at += svcntp_b8(all, valid);
+  }
+#else
+  size_t at = 0;
+  while (ba[at] != 0xee) ++at;
+  return (double)at;
+#endif
+}
+LOOP(histogram) {
+  memset(ic, 0, 256 * sizeof *ic);
+  for (int i = 0; i < n; ++i) ++ic[ba[i]];
+  return ic[7];
+}
+LOOP(compaction) {
+  int kept = 0;
+#ifdef __ARM_FEATURE_SVE
+  for (int i = 0; i < n; i += (int)svcntw()) {
+    const svbool_t some = svwhilelt_b32(i, n);
+    const svint32_t values = svld1(some, ia + i);
+    const svbool_t keeps = svcmpgt(some, values, 0);
+    svst1(svwhilelt_b32((uint64_t)0, svcntp_b32(some, keeps)), ic + kept, svcompact(keeps, values));
+    kept += (int)svcntp_b32(some, keeps);
+  }
+#else
+  for (int i = 0; i < n; ++i)
+    if (ia[i] > 0) ic[kept++] = ia[i];
+#endif
+  return ic[kept - 1] + kept;
+}
+
 static const struct {
   const char* name;
   double (*run)(void);
@@ -145,6 +189,9 @@ static const struct {
     NAMED(add_bytes),
     NAMED(logic),
     NAMED(absolute_difference),
+    NAMED(string_length),
+    NAMED(histogram),
+    NAMED(compaction),
 };
 
 // As in count_mark.h.
@@ -166,6 +213,7 @@ static void fill(void) {
     ia[i] = value, ib[i] = value ^ (int32_t)(seed & 127), ic[i] = 3;
     ha[i] = (int16_t)value, ba[i] = (uint8_t)(seed >> 28), la[i] = value * INT64_C(77);
   }
+  ba[n - 9] = 0xee;
 }
 
 int main(void) {

@@ -6,7 +6,7 @@
 
 #include "sve/decode/dispatch.h"
 #include "sve/runner/sites/site.h"
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 
 namespace sve::runner {
 
@@ -29,6 +29,7 @@ using decode::operand_role;
 using decode::predication;
 
 constexpr unsigned sp = 31;
+constexpr std::uint32_t nop = 0xd503201f;
 
 struct native_form {
   std::string_view mnemonic;
@@ -204,7 +205,14 @@ bool is_known_form(insn& i) {
       return is_contiguous;
     }
     case action::nothing:
+    case action::set_ffr:
+    case action::read_ffr:
+    case action::test:
       return true;
+    case action::count_active:
+      return i.xd != no_register && i.d == no_register;
+    case action::compact:
+      return i.size >= element_s;
     case action::compare:
     case action::compare_reversed:
     case action::compare_not:
@@ -297,7 +305,8 @@ insn decode_insn(std::uint32_t word, decode_handler handle) {
   i.word = word;
   if (!handle) {  // it has none where it is no instruction of ours
     i.how = action::scalar;
-    i.x_used = 1u << (word & 31) | 1u << (word >> 5 & 31) | 1u << (word >> 10 & 31) | 1u << (word >> 16 & 31);
+    if (word != nop)
+      i.x_used = 1u << (word & 31) | 1u << (word >> 5 & 31) | 1u << (word >> 10 & 31) | 1u << (word >> 16 & 31);
     i.writes_x = true;
     return i;
   }
@@ -360,7 +369,7 @@ bool is_simple_scalar(std::uint32_t w) {
       break;
   }
   if ((w >> 21 & 0xff) == 0b11010100) return (w >> 29 & 1) == 0 && (w >> 11 & 1) == 0;  // conditional select
-  return w == 0xd503201f;                                                               // nop
+  return w == nop;                                                                      // nop
 }
 
 bool has_native_form(std::uint32_t word) { return decode_insn(word, is_sve(word)).how != action::none; }

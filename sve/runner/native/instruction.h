@@ -52,6 +52,11 @@ enum class action : std::uint8_t {
   while_signed,
   set_pattern,
   logic,  // of predicates
+  set_ffr,
+  read_ffr,
+  test,
+  count_active,
+  compact,
   gather,
   scatter,
   replicate,

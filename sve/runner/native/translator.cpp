@@ -10,7 +10,7 @@
 #include "sve/runner/native/tables.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/offsets.h"
-#include "sve/state/patterns.h"
+#include "sve/lanes/patterns.h"
 
 namespace sve::runner {
 namespace {
@@ -33,9 +33,11 @@ constexpr int z_offset(unsigned n, unsigned byte) {
   return state_offset + SVE_STATE_Z + static_cast<int>(vector_bytes * n + byte);
 }
 constexpr int p_offset(unsigned n, unsigned byte) { return z_offset(32 + n, byte); }
+constexpr int ffr_offset(unsigned byte) { return z_offset(48, byte); }
 constexpr int borrowed_v_offset = 16 - base_in_block;
 static_assert(offsetof(cpu_state, z) == SVE_STATE_Z && sizeof(cpu_state::z) == 32 * vector_bytes);
 static_assert(offsetof(cpu_state, p) == SVE_STATE_Z + 32 * vector_bytes);
+static_assert(offsetof(cpu_state, ffr) == SVE_STATE_Z + 48 * vector_bytes);
 static_assert(offsetof(thread_block, borrowed_v) == 16);
 static_assert(offsetof(thread_block, full) == SVE_STATE_IN_BLOCK + SVE_ENTRY_FULL);
 static_assert(offsetof(thread_block, gathered) == SVE_STATE_IN_BLOCK + SVE_ENTRY_GATHERED);
@@ -92,6 +94,11 @@ class translator {
     }
   }
 
+  // Those that take their governing predicate as it is, whatever is known of it.
+  static bool reads_mask(action how) {
+    return how == action::logic || (how >= action::set_ffr && how <= action::compact);
+  }
+
   bool is_full(const insn& i, const knowledge& k) const { return i.pg == no_register || (k.full[i.pg] >> i.size & 1); }
 
   static void learn(const insn& i, knowledge& k) {
@@ -125,7 +132,7 @@ class translator {
       if (!has_form(in, full || can_assume)) break;
       if (std::popcount(x_used | in.x_used) > 20) break;
       x_used |= in.x_used;
-      if (can_assume && in.how != action::logic) {
+      if (can_assume && !reads_mask(in.how)) {
         known.full[in.pg] |= full_from(in.size);
         tests.full[in.pg] |= full_from(in.size);
       }
@@ -446,8 +453,15 @@ class translator {
     bool loads = false;
     unsigned addresses = 0;
     std::size_t i = first;
-    for (; i < end && !is_standalone(insns_[i].how); ++i) {
+    std::uint32_t scalars = 0;
+    for (; i < end && (!is_standalone(insns_[i].how) || insns_[i].how == action::scalar); ++i) {
       const insn& in = insns_[i];
+      // Scalar instructions can wait for the group's end, where nothing behind them looks at their registers.
+      if (in.how == action::scalar) {
+        scalars |= in.x_used & ~(1u << zero);
+        continue;
+      }
+      if (in.x_used & scalars) break;
       std::uint32_t sources = 0;
       if (in.how != action::load) {
         for (unsigned k = 0; k < in.source_count; ++k) sources |= 1u << in.sources[k];
@@ -499,6 +513,11 @@ class translator {
     for (unsigned p = pieces; p > 1; p -= 2) put_span(first, end, p - 2, 2);
     put_span(first, end, 0, 1);
     if (loads) log_->add(code_->size(), code_event::returned_z);
+    for (std::size_t i = first; i < end; ++i) {
+      if (insns_[i].how != action::scalar) continue;
+      log_->add(code_->size(), code_event::instruction, 0, i);
+      code_->put(insns_[i].word);
+    }
   }
   static_assert(pieces % 2 == 1);
 
@@ -510,7 +529,7 @@ class translator {
     for (unsigned k = 0; k < mask_count_; ++k) masks_[k].made = false;
     for (std::size_t i = first; i < end; ++i) {
       current_ = i;
-      put_piece(insns_[i]);
+      if (insns_[i].how != action::scalar) put_piece(insns_[i]);
     }
     if (p == 0) return;  // they lie where they belong
     for (std::uint32_t left = dirty_; left != 0; left &= left - 1) {
@@ -936,6 +955,24 @@ class translator {
     const unsigned z = temp(next_temp), p = temp(next_temp + 1), value = temp(next_temp + 2);
     store_q(n, z_offset(n, 0));
     add_offset(z, base_, z_offset(n, 0));
+    if (size == element_s) {
+      // Two at a time.
+      const unsigned other = temp(next_temp + 3);
+      const form& store = *stores[memory];
+      for (unsigned e = 0; e < elements(size); e += 2) {
+        code_->put(ldr_x, p, base_, p_offset(i.pg, e << size));
+        code_->put(ldp_w, value, other, z, e << size);
+        std::size_t skip = code_->size();
+        code_->put(tbz_w, p, 0, 0);
+        code_->put(store, value, a.r, a.offset + static_cast<int>(e << memory));
+        code_->aim(skip, tbz_w, 2);
+        skip = code_->size();
+        code_->put(tbz_32, p, 0);
+        code_->put(store, other, a.r, a.offset + static_cast<int>((e + 1) << memory));
+        code_->aim(skip, tbz_32, 1);
+      }
+      return;
+    }
     for (unsigned e = 0; e < elements(size); ++e) {
       code_->put(ldr_w, p, base_, p_offset(i.pg, e << size));
       const std::size_t skip = code_->size();
@@ -952,9 +989,10 @@ class translator {
   void put_full(unsigned pd, unsigned r) { code_->put(str_w, r, base_, full_offset(pd)); }
 
   // Copies the predicate bytes at `from` into a predicate.
-  void put_predicate(unsigned pd, unsigned from, unsigned to) {
+  void put_predicate(unsigned pd, unsigned from, unsigned to) { put_predicate_bytes(p_offset(pd, 0), from, to); }
+  void put_predicate_bytes(int offset, unsigned from, unsigned to) {
     const unsigned t = spare(0), u = spare(1);
-    add_offset(to, base_, p_offset(pd, 0));
+    add_offset(to, base_, offset);
     for (unsigned p = 0; p + 1 < pieces; p += 2) {
       code_->put(ldp_q, t, u, from, 16 * p);
       code_->put(stp_q, t, u, to, 16 * p);
@@ -1018,6 +1056,95 @@ class translator {
     }
   }
 
+  void put_set_ffr() {
+    const unsigned t = temp(0), u = temp(1);
+    spare(1);
+    code_->load_x(t, reinterpret_cast<std::uint64_t>(&prefixes.bytes[element_b][0]));
+    put_predicate_bytes(ffr_offset(0), t, u);
+  }
+
+  void put_read_ffr(const insn& i) {
+    const unsigned r = spare(0), other = spare(1), one = spare(2), t = temp(0);
+    put_full(i.pd, zero);
+    code_->put(movz_w, t, 1);
+    code_->put(dup_b, one, t);
+    for (unsigned p = 0; p < pieces; ++p) {
+      load_q(r, ffr_offset(16 * p));
+      if (i.pg != no_register) {
+        load_q(other, p_offset(i.pg, 16 * p));
+        vector(v_and_v, 0, r, r, other);
+      }
+      vector(v_and_v, 0, r, r, one);
+      store_q(r, p_offset(i.pd, 16 * p));
+    }
+  }
+
+  // A piece of what is active in two predicates, or in one, a bit in each element's lowest byte.
+  void put_both_active(unsigned r, unsigned other, unsigned firsts, unsigned pn, unsigned pg, unsigned p) {
+    load_q(r, p_offset(pn, 16 * p));
+    if (pg != no_register) {
+      load_q(other, p_offset(pg, 16 * p));
+      vector(v_and_v, 0, r, r, other);
+    }
+    vector(v_and_v, 0, r, r, firsts);
+  }
+  void put_firsts(unsigned r, unsigned size) { put_constant({replicated(1, size), no_register, size, r}, temp(0)); }
+
+  void put_test(const insn& i) {
+    const unsigned r = spare(0), other = spare(1), firsts = spare(2), any = spare(3);
+    put_firsts(firsts, element_b);
+    for (unsigned p = 0; p < pieces; ++p) {
+      put_both_active(p == 0 ? any : r, other, firsts, i.pn, i.pg, p);
+      if (p > 0) vector(v_orr_v, 0, any, any, r);
+    }
+    put_flags(i.pg, i.pn, element_b, any, true);
+  }
+
+  void put_count_active(const insn& i) {
+    if (i.xd == zero) return;
+    const unsigned r = spare(0), other = spare(1), firsts = spare(2), sum = spare(3), t = temp(0);
+    put_firsts(firsts, i.size);
+    for (unsigned p = 0; p < pieces; ++p) {
+      put_both_active(p == 0 ? sum : r, other, firsts, i.pn, i.pg, p);
+      if (p > 0) vector(v_add, 0, sum, sum, r);
+    }
+    code_->put(uaddlv_b, sum, sum);
+    // A count by itself, or added to what the register has.
+    const bool is_count = i.pg != no_register;
+    code_->put(umov_d0, is_count ? i.xd : t, sum);
+    if (!is_count) code_->put(i.form == &v_add ? add_x : sub_x, i.xd, i.xd, t);
+  }
+
+  void put_compact(const insn& i) {
+    const unsigned n = i.sources[0], z = temp(0), p = temp(1), value = temp(2), at = temp(3);
+    const unsigned t = spare(0), u = spare(1);
+    const int gathered = state_offset + SVE_ENTRY_GATHERED;
+    store_q(n, z_offset(n, 0));
+    add_offset(z, base_, z_offset(n, 0));
+    code_->put(movi_zero, t);
+    for (unsigned k = 0; k < pieces; ++k) code_->put(str_q, t, base_, gathered + 16 * static_cast<int>(k));
+    add_offset(at, base_, gathered);
+    for (unsigned e = 0; e < elements(i.size); ++e) {
+      code_->put(ldr_w, p, base_, p_offset(i.pg, e << i.size));
+      const std::size_t skip = code_->size();
+      code_->put(tbz_w, p, 0, 0);
+      code_->put(i.size == element_s ? ldr_w : ldr_x, value, z, e << i.size);
+      code_->put(i.size == element_s ? str_w_post : str_x_post, value, at);
+      code_->aim(skip, tbz_w, 2);
+    }
+    add_offset(at, base_, gathered);
+    put_gathered(i.d, at, t, u);
+  }
+
+  // What has been gathered becomes a register's.
+  void put_gathered(unsigned d, unsigned at, unsigned t, unsigned u) {
+    code_->put(ldr_q, d, at, 0);
+    for (unsigned p = 1; p < pieces; p += 2) {
+      code_->put(ldp_q, t, u, at, 16 * p);
+      store_pair(t, u, z_offset(d, 16 * p));
+    }
+  }
+
   void put_compare(const insn& i) {
     const bool masked = !is_full(i, known_);
     const bool sets_flags = i.how <= action::compare_not;
@@ -1059,14 +1186,14 @@ class translator {
       if (sets_flags && p == 0) move_v(any, r);
       if (sets_flags && p > 0) vector(v_orr_v, 0, any, any, r);
     }
-    if (sets_flags) put_flags(i, any, masked);
+    if (sets_flags) put_flags(i.pg, i.pd, i.size, any, masked);
   }
 
   // The flags of a compare whose result is in its predicate, `any` being the union of its pieces. First: the first
   // active element; none; C: not the last active one.
-  void put_flags(const insn& i, unsigned any, bool masked) {
+  void put_flags(unsigned pg, unsigned pd, unsigned size, unsigned any, bool masked) {
     const unsigned first = temp(0), t = temp(1), flags = temp(2);
-    if (masked) put_ends(i);
+    if (masked) put_ends(pg, pd, size);
     code_->put(umov_d0, masked ? temp(0) : first, any);
     code_->put(umov_d1, t, any);
     code_->put(orr_x, t, t, first);
@@ -1077,9 +1204,9 @@ class translator {
       code_->put(bfi_2, temp(5), temp(4));
       code_->put(lsl_w_29, flags, temp(5));
     } else {
-      const unsigned last = static_cast<unsigned>(vector_bytes) - (1u << i.size), last_word = last & ~3u;
-      code_->put(ldr_w, first, base_, p_offset(i.pd, 0));
-      code_->put(ldr_w, flags, base_, p_offset(i.pd, last_word));
+      const unsigned last = static_cast<unsigned>(vector_bytes) - (1u << size), last_word = last & ~3u;
+      code_->put(ldr_w, first, base_, p_offset(pd, 0));
+      code_->put(ldr_w, flags, base_, p_offset(pd, last_word));
       code_->put(mvn_w_lsr, flags, flags, 8 * (last - last_word));
       code_->put(bfi_1, flags, t);
       code_->put(bfi_2, flags, first);
@@ -1090,14 +1217,14 @@ class translator {
 
   // Sets the fourth borrowed register behind the first to whether the first active element's result is true, the fifth
   // to whether the last one's is not.
-  void put_ends(const insn& i) {
+  void put_ends(unsigned pg, unsigned pd, unsigned size) {
     const unsigned place = temp(0), x = temp(1), firsts = temp(2), at = temp(3), first = temp(4), not_last = temp(5);
     constexpr int end = static_cast<int>(vector_bytes) - 8;
     constexpr std::uint64_t of_elements[] = {0x0101010101010101, 0x0001000100010001, 0x0000000100000001, 1};
-    code_->load_x(firsts, of_elements[i.size]);
+    code_->load_x(firsts, of_elements[size]);
     code_->put(movz_w, first, 0);
     code_->put(movz_w, not_last, 1);
-    add_offset(place, base_, p_offset(i.pg, end));
+    add_offset(place, base_, p_offset(pg, end));
     code_->load_x(at, static_cast<std::uint64_t>(std::int64_t{-8} - end));
     const std::size_t upwards = code_->size();
     code_->put(add_x_imm, at, at, 8);
@@ -1111,20 +1238,21 @@ class translator {
     code_->aim(found, cbnz_x, 1);
     code_->put(neg_x, first, x);
     code_->put(and_x, x, x, first);
-    add_offset(place, base_, p_offset(i.pd, end));
+    add_offset(place, base_, p_offset(pd, end));
     code_->put(ldr_x_index, first, place, at);
     code_->put(and_x, first, first, x);
     code_->put(cmp_x_imm, first, 0);
     code_->put(cset_ne, first);
-    add_offset(place, base_, p_offset(i.pg, 0));
+    add_offset(place, base_, p_offset(pg, 0));
     code_->put(movz_w, at, end + 8);
     const std::size_t downwards = code_->size();
     code_->put(sub_x_imm, at, at, 8);
     code_->put(ldr_x_index, x, place, at);
     code_->put(and_x, x, x, firsts);
     code_->put(cbz_x, x, -4 * static_cast<int>(code_->size() - downwards));
-    add_offset(place, base_, p_offset(i.pd, 0));
+    add_offset(place, base_, p_offset(pd, 0));
     code_->put(ldr_x_index, not_last, place, at);
+    code_->put(and_x, not_last, not_last, x);
     // The highest bit of the two is the result's if what differs lies below it.
     code_->put(eor_x, x, x, not_last);
     code_->put(cmp_x, x, not_last);
@@ -1134,7 +1262,7 @@ class translator {
 
   // ---- Memory by vectors of addresses ----
 
-  // The rest of an element's address in `at`; returns the register to which it is to be added, or none.
+  // An element's address or offset, extended, to `at`.
   void put_index(const insn& i, unsigned at, unsigned indices, unsigned e) {
     const operand* offset = i.row->find(operand_role::offset);
     const auto extends =
@@ -1154,7 +1282,7 @@ class translator {
     const bool masked = !is_full(i, known_), loads = i.how == action::gather;
     const bool by_vector = i.row->form->address == decode::address_form::vector_immediate;
     const unsigned size = i.size, memory = memory_size(i);
-    const unsigned index = loads ? i.sources[0] : i.sources[by_vector ? 1 : 1];
+    const unsigned index = i.sources[loads ? 0 : 1];
     const bool is_scaled = !by_vector && i.row->find(operand_role::offset)->shift != 0;
     const std::int64_t offset = by_vector ? i.immediate * static_cast<std::int64_t>(i.row->offset_unit()) : 0;
     const unsigned at = temp(0), value = temp(1), indices = temp(2), data = temp(3);
@@ -1206,12 +1334,7 @@ class translator {
       if (loads) code_->put(size == element_s ? str_w : str_x, value, data, place);
       if (masked) code_->aim(skip, tbz_w, 2);
     }
-    if (!loads) return;
-    code_->put(ldr_q, i.d, data, 0);
-    for (unsigned p = 1; p < pieces; p += 2) {
-      code_->put(ldp_q, t, u, data, 16 * p);
-      store_pair(t, u, z_offset(i.d, 16 * p));
-    }
+    if (loads) put_gathered(i.d, data, t, u);
   }
 
   // Structures of two to four, of which the processor has instructions for a piece of each register.
@@ -1444,6 +1567,21 @@ class translator {
         break;
       case action::nothing:
         break;
+      case action::set_ffr:
+        put_set_ffr();
+        break;
+      case action::read_ffr:
+        put_read_ffr(i);
+        break;
+      case action::test:
+        put_test(i);
+        break;
+      case action::count_active:
+        put_count_active(i);
+        break;
+      case action::compact:
+        put_compact(i);
+        break;
       case action::unpack_low:
       case action::unpack_high:
         put_unpack(i);
@@ -1475,9 +1613,9 @@ class translator {
         if (i.xd != zero) add_offset(i.xd, i.xd, i.how == action::count_up ? counted(i) : -counted(i));
         break;
       case action::add_length: {
-        const bool is_whole = i.row->mnemonic() == "addvl";
+        const bool by_vectors = i.row->mnemonic() == "addvl";
         const std::int64_t unit =
-            is_whole ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
+            by_vectors ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
         add_offset(i.xd, i.xn, i.immediate * unit + (i.xn == sp ? SVE_ENTRY_PUSHED : 0));
         break;
       }

@@ -1,6 +1,8 @@
 #include "sve/runner/preload/emulate.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "sve/decode/dispatch.h"
 #include "sve/decode/unallocated.h"
@@ -68,6 +70,7 @@ bool has_room_to_push(thread_block* block) {
 
 // What native code asks of predicates.
 void learn_full_predicates(thread_block* block) {
+  std::fill(std::begin(block->full), std::end(block->full), 0);
   if (translation_of_sites() != translation::native) return;
   for (unsigned n = 0; n < 16; ++n) {
     std::uint64_t all = ~std::uint64_t{0};
@@ -77,7 +80,6 @@ void learn_full_predicates(thread_block* block) {
       all &= bytes;
     }
     constexpr std::uint64_t firsts[] = {0x0101010101010101, 0x0001000100010001, 0x0000000100000001, 1};
-    block->full[n] = 0;
     for (unsigned size = 0; size < 4; ++size)
       if ((all & firsts[size]) == firsts[size]) block->full[n] |= 1u << size;
   }
