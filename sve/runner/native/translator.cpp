@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "sve/decode/table.h"
+#include "sve/lanes/patterns.h"
 #include "sve/runner/native/tables.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/offsets.h"
-#include "sve/lanes/patterns.h"
 
 namespace sve::runner {
 namespace {
@@ -64,7 +64,10 @@ class translator {
       else
         insns_[i] = decode_insn(s.words[i], s.handlers[i]);
     }
-    put_range(0, count_, true);
+    if (calls_are_cheaper())
+      put_handlers_(code, log, s, 0, count_, true);
+    else
+      put_range(0, count_, true);
   }
 
  private:
@@ -156,11 +159,35 @@ class translator {
     }
   }
 
+  // Native code beside calls pays for its own way in and out, and an instruction by itself takes half of a call.
+  static constexpr std::ptrdiff_t fewest_beside_calls = 6;
+
+  bool calls_are_cheaper() const {
+    const auto is_scalar = [](const insn& in) { return in.how == action::scalar; };
+    const auto is_native = [](const insn& in) { return has_form(in, true); };
+    const insn* const end = insns_ + count_;
+    return std::none_of(insns_, end, is_scalar) && !std::all_of(insns_, end, is_native) &&
+           std::count_if(insns_, end, is_native) < fewest_beside_calls;
+  }
+
+  // A few instructions that have native code, between two that have none, cost less as calls than leaving and entering
+  // the state would.
+  static constexpr std::size_t fewest_native = 3;
+
   std::size_t heavy_end(std::size_t first, std::size_t end, bool may_assume) const {
     std::size_t i = first;
-    for (; i < end; ++i) {
+    while (i < end && insns_[i].how != action::scalar) {
       knowledge tests;
-      if (insns_[i].how == action::scalar || (i > first && light_end(i, end, may_assume, tests) > i)) break;
+      const std::size_t native_end = i == first ? i : light_end(i, end, may_assume, tests);
+      if (native_end == i) {
+        ++i;
+        continue;
+      }
+      const auto is_scalar = [](const insn& in) { return in.how == action::scalar; };
+      const bool is_worth_it = native_end == end || native_end - i >= fewest_native ||
+                               std::any_of(insns_ + i, insns_ + native_end + 1, is_scalar);
+      if (is_worth_it) break;
+      i = native_end;
     }
     return i;
   }

@@ -278,7 +278,7 @@ void sites_after_fork_in_child() {
 void start_sites(bool patches, translation how, bool tells) {
   patching = patches;
   debugged = is_traced();
-  translating = debugged ? translation::handlers : how;
+  translating = debugged || !patches ? translation::handlers : how;
   telling = tells;
   start_native();
   if (patching) start_patching();
