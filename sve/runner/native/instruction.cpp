@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "sve/decode/dispatch.h"
-#include "sve/runner/sites/site.h"
 #include "sve/lanes/patterns.h"
+#include "sve/runner/sites/site.h"
 
 namespace sve::runner {
 
@@ -233,6 +233,8 @@ bool is_known_form(insn& i) {
       return i.d != no_register && i.size >= element_s && i.source_count == 1;
     case action::fp_ordered_sum:
       return i.size >= element_s;
+    case action::series:
+      return i.d != no_register;
     case action::replicate:
       return row.function->access == access_kind::replicate && i.xn != sp;
     case action::while_unsigned:

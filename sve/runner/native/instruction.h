@@ -60,6 +60,7 @@ enum class action : std::uint8_t {
   gather,
   scatter,
   replicate,
+  series,
   structure,
   nothing,  // as prefetches
   count,

@@ -1034,8 +1034,28 @@ class translator {
     spare(1);
     // How many elements, at most all: the flags are this instruction's to write.
     code_->put(movz_w, t, count);
-    code_->put(i.is_w ? subs_w : subs_x, k, i.xm, i.xn);
-    code_->put(i.how == action::while_signed ? csel_ge : csel_hs, k, k, zero);
+    const bool is_signed = i.how == action::while_signed;
+    const form& subtract = i.is_w ? subs_w : subs_x;
+    const form& select = is_signed ? csel_ge : csel_hs;
+    const std::string_view mnemonic = i.row->mnemonic();
+    if (mnemonic == "whilele" || mnemonic == "whilels") {
+      // As if the limit were one more; all of them where it is the greatest number already, which counting on from
+      // never exceeds.
+      code_->load_x(u, (i.is_w ? 0xffffffffu : ~std::uint64_t{0}) >> (is_signed ? 1 : 0));
+      code_->put(subtract, k, i.xm, u);
+      code_->put(select, u, t, zero);
+      if (i.xm == zero)
+        code_->put(movz_w, k, 1);
+      else
+        code_->put(add_x_imm, k, i.xm, 1);
+      code_->put(subtract, k, k, i.xn);
+      code_->put(select, k, k, zero);
+      code_->put(cmp_x, u, k);
+      code_->put(csel_hi, k, u, k);
+    } else {
+      code_->put(subtract, k, i.xm, i.xn);
+      code_->put(select, k, k, zero);
+    }
     code_->put(cmp_x, k, t);
     code_->put(csel_lo, k, k, t);
     // First: some are active; none: none are; C: not the last one.
@@ -1421,6 +1441,52 @@ class translator {
     }
   }
 
+  // Starts and steps, each a general register or an immediate.
+  void put_series(const insn& i) {
+    static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
+    const auto kinds = i.row->operands();
+    const bool starts_at_x = kinds[1].kind != operand_kind::immediate;
+    const bool steps_by_x = kinds[2].kind != operand_kind::immediate;
+    const unsigned x = temp(0), values = spare(0), steps = spare(1), t = spare(2);
+    // Makes `x` the number where it is none of the program's registers.
+    const auto number = [&](bool is_x, unsigned reg, std::int64_t immediate) {
+      if (is_x) return reg;
+      code_->load_x(x, static_cast<std::uint64_t>(immediate));
+      return x;
+    };
+    const auto start = [&] { return number(starts_at_x, i.xn, i.immediate); };
+    const auto step = [&] {
+      return number(steps_by_x, starts_at_x ? i.xm : i.xn, starts_at_x ? i.immediate : i.second_immediate);
+    };
+    if (i.size == element_d) {
+      code_->put(movi_zero, values);
+      code_->put(ins_d1, values, step());
+    } else {
+      // 0, 1, 2 ... times the step
+      const unsigned bits = 8u << i.size, half = 64 / bits;
+      std::uint64_t low = 0, ones = 0;
+      for (unsigned k = 0; k < half; ++k) low |= std::uint64_t{k} << k * bits, ones |= std::uint64_t{1} << k * bits;
+      code_->load_x(x, low);
+      code_->put(fmov_d, values, x);
+      code_->load_x(x, low + half * ones);
+      code_->put(ins_d1, values, x);
+      code_->put(*dups[i.size], steps, step());
+      vector(v_mul, i.size, values, values, steps);
+    }
+    code_->put(*dups[i.size], t, start());
+    vector(v_add, i.size, values, values, t);
+    code_->put(*dups[i.size], steps, step());
+    vector(v_shl, i.size, steps, steps, 4 - i.size);
+    for (unsigned p = 0; p < pieces; ++p) {
+      if (p == 0) {
+        move_v(i.d, values);
+      } else {
+        vector(v_add, i.size, values, values, steps);
+        store_q(values, z_offset(i.d, 16 * p));
+      }
+    }
+  }
+
   // ---- Across pieces ----
 
   void put_unpack(const insn& i) {
@@ -1588,6 +1654,9 @@ class translator {
         break;
       case action::replicate:
         put_replicate(i);
+        break;
+      case action::series:
+        put_series(i);
         break;
       case action::structure:
         put_structure(i);
