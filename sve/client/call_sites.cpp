@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <list>
 #include <map>
 #include <mutex>
-#include <new>
 #include <utility>
 
 #include "sve/client/guarded_call.h"
@@ -110,9 +110,10 @@ void run_call_site(call_site* site, cpu_state* state, call_thread* own) {
 }
 
 void restart_counts(void*) {
-  // Another thread of the parent may have held the lock, in the middle of a change.
+  // Another thread of the parent may have held the lock, in the middle of a change. So the table is put away as it is.
   make_mutex_work(icounts_mutex);
-  new (&icounts) std::remove_reference_t<decltype(icounts)>;
+  static auto& put_away = *new std::list<decltype(icounts)>;
+  put_away.push_back(std::move(icounts));
   make_mutex_work(table().lock);
   for (auto& [key, site] : table().sites) site.count.store(nullptr);
   sve_instr_count.store(0);
