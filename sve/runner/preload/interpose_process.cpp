@@ -244,12 +244,12 @@ auto with_command(const char* command, Function function) {
 int vector_length() { return static_cast<int>(sve::vector_bytes | (inherits_length() ? PR_SVE_VL_INHERIT : 0)); }
 
 int request_vector_length(unsigned long argument) {
-  constexpr unsigned long longest = 8192;  // that the kernel knows
+  constexpr unsigned long shortest = 16, longest = 8192;  // that the kernel knows
   const unsigned long length = argument & PR_SVE_VL_LEN_MASK;
   const unsigned long flags = argument & ~static_cast<unsigned long>(PR_SVE_VL_LEN_MASK);
   const bool known_flags = (flags & ~static_cast<unsigned long>(PR_SVE_VL_INHERIT | PR_SVE_SET_VL_ONEXEC)) == 0;
-  // The kernel answers with the greatest length that is not above the request. There is one length here.
-  if (!known_flags || length % 16 != 0 || length < sve::vector_bytes || length > longest) {
+  // The kernel answers with the greatest length that is not above the request, or the least of all. There is one here.
+  if (!known_flags || length % 16 != 0 || length < shortest || length > longest) {
     errno = EINVAL;
     return -1;
   }
