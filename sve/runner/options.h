@@ -20,6 +20,9 @@ inline constexpr std::string_view no_announce_word = "no-announce";
 inline constexpr std::string_view no_patch_word = "no-patch";
 inline constexpr std::string_view handlers_word = "handlers";
 inline constexpr std::string_view trace_word = "trace-translation";
+inline constexpr std::string_view lane_use_word = "lane-use";
+/// Followed by the directory where each process of the tree leaves data for the report. There is no ':' in it.
+inline constexpr std::string_view report_word = "report=";
 /// Followed by the id of the process that has begun its file of counts, in `begun_width` digits that it fills in
 /// itself: after an exec it goes on with that file. There when the file's name holds a %p.
 inline constexpr std::string_view begun_word = "begun=";

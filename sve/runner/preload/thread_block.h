@@ -71,6 +71,7 @@ struct thread_block {
   void (*start)();
   void* start_argument;
 
+  std::int64_t partial;  ///< instructions executed in runs that did not come to their end, and without a site
   bool inherits_length;  ///< what PR_SVE_VL_INHERIT says; no other part of the length can change
   int thread_id;
   bool is_ending;  ///< the thread is among its last destructors, and the block is free when it is gone

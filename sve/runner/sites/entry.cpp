@@ -74,6 +74,13 @@ void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first
     code.load_x(1, s.words[i]);
     code.put(str_x, 3, state, SVE_STATE_PC);
     code.put(mov_x, 0, state);
+    if (const decode::row* r = s.uses ? decode::find_row(s.words[i]) : nullptr; r && has_lane_use(*r)) {
+      code.load_x(2, reinterpret_cast<std::uint64_t>(r));
+      code.load_x(3, reinterpret_cast<std::uint64_t>(&s.uses[i]));
+      code.load_x(4, reinterpret_cast<std::uint64_t>(&execute_and_count));
+      code.put(blr, 4);
+      continue;
+    }
     code.load_x(2, reinterpret_cast<std::uint64_t>(s.handlers[i]));
     code.put(blr, 2);
   }

@@ -1,0 +1,91 @@
+#include "sve/runner/preload/run_data.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "sve/runner/preload/descriptors.h"
+#include "sve/runner/preload/interpose.h"
+#include "sve/runner/preload/kernel.h"
+#include "sve/runner/preload/process.h"
+#include "sve/runner/preload/report.h"
+#include "sve/runner/sites/site.h"
+
+namespace sve::runner {
+namespace {
+
+const char* directory_path = nullptr;  // null if there is no report
+char program_path[4096];
+bool with_lanes = false;
+KeptFile directory, file;
+
+bool write_to_file(void* error, const char* text, std::size_t size) {
+  if (is_sandboxed()) {
+    kernel_write(file.number(), text, size);
+    return true;
+  }
+  const int fd = file.get();
+  auto& failure = *static_cast<int*>(error);
+  failure = fd < 0 ? EBADF : write_quietly(fd, text, size);
+  return failure == 0;
+}
+
+void print_error(int error) {
+  Text<160> line;
+  const char* const reason = real.strerrordesc_np ? real.strerrordesc_np(error) : nullptr;
+  line << "no data of process " << static_cast<unsigned long>(kernel_process_id())
+       << " for the report: " << (reason ? reason : "its file cannot be written");
+  print_line(line.c_str());
+}
+
+// A program that this process becomes later has another file, and so has a process that gets the same number.
+int open_file() {
+  const RoomForDescriptors room;
+  const int fd = directory.get();
+  for (unsigned long n = 0;; ++n) {
+    Text<4096 + 64> path;
+    if (fd < 0) path << directory_path << "/";
+    path << static_cast<unsigned long>(kernel_process_id()) << "." << n;
+    const long opened = system_call(SYS_openat, fd < 0 ? AT_FDCWD : fd, address(path.c_str()),
+                                    O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0666);
+    if (opened == -EEXIST) continue;
+    if (opened < 0) return static_cast<int>(-opened);
+    file.take(static_cast<int>(opened));
+    return 0;
+  }
+}
+
+void begin_file() {
+  int error = open_file();
+  if (error == 0) {
+    RunDataWriter data(write_to_file, &error);
+    data.begin("embedded", kernel_process_id(), static_cast<int>(system_call(SYS_getppid)), program_path);
+  }
+  if (error != 0) print_error(error);
+}
+
+}  // namespace
+
+void start_run_data(const char* path, const char* program, bool lanes) {
+  directory_path = path;
+  std::string_view(program).copy(program_path, sizeof program_path - 1);
+  with_lanes = lanes;
+  const long fd = system_call(SYS_openat, AT_FDCWD, address(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd >= 0) directory.take(static_cast<int>(fd));
+  begin_file();
+}
+
+void restart_run_data() {
+  if (directory_path && !is_sandboxed()) begin_file();
+}
+
+void write_run_data(process_end how, int signal) {
+  if (!directory_path || file.number() < 0) return;
+  int error = 0;
+  RunDataWriter data(write_to_file, &error);
+  data.begin_counts(how, signal, count_executions(), with_lanes);
+  tell_sites(data);
+  if (!data.end()) print_error(error);
+}
+
+}  // namespace sve::runner
