@@ -13,6 +13,7 @@ inline constexpr char ignored_variable[] = "SVE_RUN_IGNORED";
 /// Among them, in the place of a signal that nobody can ignore: the vector length is inherited (PR_SVE_VL_INHERIT).
 inline constexpr unsigned long length_is_inherited = 1ul << 8;
 inline constexpr char library_name[] = "libsve_run.so";
+inline constexpr char report_name[] = "sve-report";
 inline constexpr char client_name[] = "libsve_stats_896.so";
 
 inline constexpr std::string_view quiet_word = "quiet";

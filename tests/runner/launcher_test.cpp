@@ -109,11 +109,11 @@ TEST(CommandLine, ValuesStandBehindOptionsAsTheHelpShows) {
 }
 
 TEST(CommandLine, AnOuterRunnersCountsAreKept) {
-  EXPECT_EQ(with_outer_counts("", nullptr), "");
-  EXPECT_EQ(with_outer_counts("quiet", "no-announce"), "quiet");
-  EXPECT_EQ(with_outer_counts("", "quiet:counts"), "counts");
-  EXPECT_EQ(with_outer_counts("quiet", "no-announce:counts=/a:b"), "quiet:counts=/a:b");
-  EXPECT_EQ(with_outer_counts("", "quiet:begun=0000000007:counts=/%p"), "begun=0000000007:counts=/%p");
+  EXPECT_EQ(with_outer_wishes("", nullptr), "");
+  EXPECT_EQ(with_outer_wishes("quiet", "no-announce"), "quiet");
+  EXPECT_EQ(with_outer_wishes("", "quiet:counts"), "counts");
+  EXPECT_EQ(with_outer_wishes("quiet", "no-announce:counts=/a:b"), "quiet:counts=/a:b");
+  EXPECT_EQ(with_outer_wishes("", "quiet:begun=0000000007:counts=/%p"), "begun=0000000007:counts=/%p");
 }
 
 TEST(DynamoRio, TheDirectoryIsOneWordOrTwo) {
