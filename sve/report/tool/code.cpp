@@ -27,10 +27,13 @@ std::string demangled(const char* name) {
   return result;
 }
 
-std::string name_of(Dwarf_Die* die) {
+// `plain` is set where the name is not the one that a linker knows, which says more.
+std::string name_of(Dwarf_Die* die, bool& plain) {
   Dwarf_Attribute attribute;
+  plain = false;
   for (const unsigned name : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name})
     if (const char* text = dwarf_formstring(dwarf_attr_integrate(die, name, &attribute))) return demangled(text);
+  plain = true;
   if (const char* text = dwarf_formstring(dwarf_attr_integrate(die, DW_AT_name, &attribute))) return text;
   return "";
 }
@@ -52,8 +55,16 @@ struct scope {
   std::uint64_t begin, end;
   unsigned depth;  // 0: a function of its own
   std::string function;
+  bool plain;
   source_line called_from;
 };
+
+// With the directory where the unit was compiled.
+std::string whole_path(const char* file, const char* directory) {
+  std::filesystem::path path = file;
+  if (path.is_relative() && directory) path = directory / path;
+  return path.lexically_normal().string();
+}
 
 }  // namespace
 
@@ -92,19 +103,20 @@ struct CodeFile::state {
     return address;
   }
 
-  void read_scopes(Dwarf_Die* parent, unsigned depth, Dwarf_Files* files) {
+  void read_scopes(Dwarf_Die* parent, unsigned depth, Dwarf_Files* files, const char* directory) {
     Dwarf_Die die;
     if (dwarf_child(parent, &die) != 0) return;
     do {
       const int tag = dwarf_tag(&die);
       const bool is_function = tag == DW_TAG_subprogram, is_inlined = tag == DW_TAG_inlined_subroutine;
       if (is_function || is_inlined) {
-        scope s{0, 0, is_function ? 0 : depth, name_of(&die), {}};
+        scope s{0, 0, is_function ? 0 : depth, "", false, {}};
+        s.function = name_of(&die, s.plain);
         Dwarf_Attribute attribute;
         Dwarf_Word number = 0;
         if (is_inlined && dwarf_formudata(dwarf_attr(&die, DW_AT_call_file, &attribute), &number) == 0)
           if (const char* file = files ? dwarf_filesrc(files, number, nullptr, nullptr) : nullptr)
-            s.called_from.file = file;
+            s.called_from.file = whole_path(file, directory);
         if (is_inlined && dwarf_formudata(dwarf_attr(&die, DW_AT_call_line, &attribute), &number) == 0)
           s.called_from.line = static_cast<int>(number);
         Dwarf_Addr base, begin, end;
@@ -115,7 +127,7 @@ struct CodeFile::state {
         }
       }
       if (is_function || is_inlined || tag == DW_TAG_lexical_block || tag == DW_TAG_namespace)
-        read_scopes(&die, is_function ? 1 : depth + is_inlined, files);
+        read_scopes(&die, is_function ? 1 : depth + is_inlined, files, directory);
     } while (dwarf_siblingof(&die, &die) == 0);
   }
 
@@ -128,7 +140,8 @@ struct CodeFile::state {
     if (units_read.insert(dwarf_dieoffset(unit)).second) {
       Dwarf_Files* files = nullptr;
       dwarf_getsrcfiles(unit, &files, nullptr);
-      read_scopes(unit, 1, files);
+      Dwarf_Attribute attribute;
+      read_scopes(unit, 1, files, dwarf_formstring(dwarf_attr(unit, DW_AT_comp_dir, &attribute)));
     }
     if (!sorted) {
       std::sort(scopes.begin(), scopes.end(), [](const scope& a, const scope& b) { return a.begin < b.begin; });
@@ -191,10 +204,7 @@ source_line CodeFile::line_of(std::uint64_t address) {
   if (!line) return found;
   const char* const file = dwfl_lineinfo(line, nullptr, &found.line, nullptr, nullptr, nullptr);
   if (!file) return {};
-  std::filesystem::path path = file;
-  const char* const directory = dwfl_line_comp_dir(line);
-  if (path.is_relative() && directory) path = directory / path;
-  found.file = path.lexically_normal().string();
+  found.file = whole_path(file, dwfl_line_comp_dir(line));
   return found;
 }
 
@@ -218,8 +228,8 @@ code_place CodeFile::find(std::uint64_t offset) {
   for (const scope* s : state_->scopes_around(place.address, 0)) {
     if (s->depth > 0) {
       place.inlined.push_back({s->function, s->called_from});
-    } else if (!s->function.empty()) {
-      place.function = s->function;
+    } else {
+      if (!s->plain || place.function.empty()) place.function = s->function;
       if (begin == 0) begin = s->begin, end = s->end;
       break;
     }

@@ -221,20 +221,22 @@ class Builder {
   }
 
   void add_mix(json& report, const std::vector<instruction*>& all) {
-    Sums<std::pair<std::string, std::string>> mnemonics;
+    Sums<std::string> mnemonics;
+    std::map<std::string, std::string> families_of;  // of a mnemonic, that of its most executed instruction
     Sums<std::string> families;
     Sums<unsigned> sizes;
     for (const instruction* i : all) {
       const row* const r = decode::find_row(i->word);
       const std::string family = r ? decode::name_of(r->function->of) : "";
-      mnemonics.add({mnemonic_of(i->word), family}, i->executions);
+      mnemonics.add(mnemonic_of(i->word), i->executions);
+      families_of.try_emplace(mnemonic_of(i->word), family);
       families.add(family, i->executions);
       sizes.add(r ? r->element_bytes() * 8 : 0, i->executions);
     }
     for (const char* name : {"mnemonics", "families", "element_sizes"}) report[name] = json::array();
     for (const auto& m : mnemonics.sorted())
-      report["mnemonics"].push_back({{"name", m.key.first},
-                                     {"family", m.key.second},
+      report["mnemonics"].push_back({{"name", m.key},
+                                     {"family", families_of.at(m.key)},
                                      {"executions", m.executions},
                                      {"instructions", m.instructions}});
     for (const auto& f : families.sorted())
