@@ -52,8 +52,10 @@ KERNEL part(arrays<T>& x) {
   for (int i = 0; i < n; ++i) x.a[i] = static_cast<T>(x.c[2 * i] + x.c[2 * i + 1]);
 }
 KERNEL gather(arrays<T>& x) {
+  const T* from = x.a;
+  asm volatile("" : "+r"(from));  // no offset of its own
 #pragma GCC ivdep
-  for (int i = 0; i < n; ++i) x.c[i] = x.a[x.index[i]];
+  for (int i = 0; i < n; ++i) x.c[i] = from[x.index[i]];
 }
 KERNEL greatest(arrays<T>& x) {
   T most = x.a[0];

@@ -176,11 +176,12 @@ TEST_F(LaneUse, Gathers) {
 }
 
 TEST_F(LaneUse, ShortenedLoads) {
-  state->x[1] = at(2 * page - 5);
+  state->x[1] = at(2 * page - vector_bytes);
   std::fill(std::begin(state->ffr), std::end(state->ffr), 1);
   set_predicate(5, 1);
   execute(ldff1b_x1);
   expect(1, 5, 5, 0);
+  state->x[1] = at(2 * page - 5);
   set_predicate(vector_bytes, 1);
   execute(ldff1b_x1);
   EXPECT_EQ(use->shortened, 1u);

@@ -18,6 +18,7 @@ const char* directory_path = nullptr;  // null if there is no report
 char program_path[4096];
 bool with_lanes = false;
 KeptFile directory, file;
+unsigned long file_number = 0;
 
 bool write_to_file(void* error, const char* text, std::size_t size) {
   if (is_sandboxed()) {
@@ -38,25 +39,24 @@ void print_error(int error) {
   print_line(line.c_str());
 }
 
-// A program that this process becomes later has another file, and so has a process that gets the same number.
-int open_file() {
+// Returns 0 or an error number.
+int open_file(int begin) {
   const RoomForDescriptors room;
   const int fd = directory.get();
-  for (unsigned long n = 0;; ++n) {
-    Text<4096 + 64> path;
-    if (fd < 0) path << directory_path << "/";
-    path << static_cast<unsigned long>(kernel_process_id()) << "." << n;
-    const long opened = system_call(SYS_openat, fd < 0 ? AT_FDCWD : fd, address(path.c_str()),
-                                    O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0666);
-    if (opened == -EEXIST) continue;
-    if (opened < 0) return static_cast<int>(-opened);
-    file.take(static_cast<int>(opened));
-    return 0;
-  }
+  Text<4096 + 64> path;
+  if (fd < 0) path << directory_path << "/";
+  path << static_cast<unsigned long>(kernel_process_id()) << "." << file_number;
+  const long opened = system_call(SYS_openat, fd < 0 ? AT_FDCWD : fd, address(path.c_str()),
+                                  O_WRONLY | O_APPEND | O_CLOEXEC | begin, 0666);
+  if (opened < 0) return static_cast<int>(-opened);
+  file.take(static_cast<int>(opened));
+  return 0;
 }
 
 void begin_file() {
-  int error = open_file();
+  // A program that this process becomes later has another file, and so has a process that gets the same number.
+  int error = EEXIST;
+  for (file_number = 0; error == EEXIST; file_number += error == EEXIST) error = open_file(O_CREAT | O_EXCL);
   if (error == 0) {
     RunDataWriter data(write_to_file, &error);
     data.begin("embedded", kernel_process_id(), static_cast<int>(system_call(SYS_getppid)), program_path);
@@ -81,7 +81,7 @@ void restart_run_data() {
 
 void write_run_data(process_end how, int signal) {
   if (!directory_path || file.number() < 0) return;
-  int error = 0;
+  int error = !is_sandboxed() && file.get() < 0 ? open_file(0) : 0;
   RunDataWriter data(write_to_file, &error);
   data.begin_counts(how, signal, count_executions(), with_lanes);
   tell_sites(data);
