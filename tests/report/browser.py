@@ -3,6 +3,7 @@ import base64
 import json
 import os
 import shutil
+import signal
 import subprocess
 import tempfile
 
@@ -15,7 +16,7 @@ def find():
 
 class Browser:
     def __init__(self, executable):
-        self.profile = tempfile.TemporaryDirectory(prefix="sve-report-browser-")
+        self.profile = tempfile.TemporaryDirectory(prefix="sve-report-browser-", ignore_cleanup_errors=True)
         theirs_in, self.out = os.pipe()
         self.into, theirs_out = os.pipe()
         # The browser reads from descriptor 3 and writes to 4.
@@ -24,7 +25,7 @@ class Browser:
             ["sh", "-c", f'exec "$@" 3<&{theirs_in} 4>&{theirs_out}', "sh", executable, "--headless", "--no-sandbox",
              "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars", "--remote-debugging-pipe",
              "--user-data-dir=" + self.profile.name, "about:blank"],
-            pass_fds=(theirs_in, theirs_out), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            pass_fds=(theirs_in, theirs_out), start_new_session=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(theirs_in)
         os.close(theirs_out)
         self.buffer = b""
@@ -88,6 +89,6 @@ class Browser:
 
     def close(self):
         os.close(self.out)
-        self.process.kill()
+        os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait()
         self.profile.cleanup()

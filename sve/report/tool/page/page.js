@@ -19,6 +19,21 @@
     return (unit ? n.toFixed(1) : grouped(n)) + " " + units[unit];
   };
 
+  // "void kernels::add<float>(float*)" is kernels::add<float>: what stands outside of all brackets, between the last space
+  // and the parameters.
+  function shortName(name) {
+    let depth = 0, begin = 0, end = name.length;
+    if (/\boperator\b/.test(name)) return name;
+    for (let at = 0; at < name.length; ++at) {
+      const c = name[at];
+      if (c === "(" && depth === 0 && !name.startsWith("(anonymous namespace)", at)) { end = at; break; }
+      if ("<([{".includes(c)) ++depth;
+      if (">)]}".includes(c)) --depth;
+      if (c === " " && depth === 0) begin = at + 1;
+    }
+    return name.slice(begin, end).replaceAll("(anonymous namespace)::", "");
+  }
+
   // An element; texts among the children become text, never markup.
   function element(name, attributes = {}, ...children) {
     const [tag, ...classes] = name.split(".");
@@ -96,7 +111,8 @@
   // ---- A report ----
 
   const total = data.totals ? data.totals.executions : 0;
-  const tint = index => `hsl(${(215 + index * 47) % 360} 62% 54%)`;
+  const palette = ["#3b7dd8", "#e8833a", "#3fa36a", "#8c6bd1", "#d9577c", "#2fa3b0", "#c9a227", "#6f86a6", "#b5651d", "#5c9e31", "#a05195", "#7a7f8a"];
+  const tint = index => palette[index % palette.length];
   const binNames = ["0", "\u226410%", "\u226420%", "\u226430%", "\u226440%", "\u226450%", "\u226460%", "\u226470%", "\u226480%", "\u226490%", "<all", "all"];
 
   function showHead() {
@@ -117,13 +133,13 @@
         card("runs-mean", data.runs.executions ? (data.runs.instructions / data.runs.executions).toFixed(1) : "0", "SVE instructions a run", plural(data.runs.executions, "run")),
         card("lanes-mean", use ? percent(use.active, use.elements) : "\u2013", "of the lanes were active", use ? plural(use.executions, "predicated execution") : "not counted: --lane-use"),
         card("traps", grouped(t.traps), "traps", `${grouped(t.patched_sites)} of ${plural(t.sites, "site")} patched`),
-        card("hottest", top ? percent(top.executions, total) : "\u2013", "in the hottest function", top ? top.name || "unknown" : "")));
+        card("hottest", top ? percent(top.executions, total) : "\u2013", "in the hottest function", top ? shortName(top.name) || "unknown" : "")));
   }
 
   function showMix() {
     const families = new Map(data.families.map((f, index) => [f.name, tint(index)]));
     section("mnemonics", "Mnemonics", plural(data.mnemonics.length, "kind"), "",
-        ...bars(data.mnemonics.map(m => ({name: m.name, count: m.executions, tint: families.get(m.family), title: `${m.name}: ${words(m.family)}, ${plural(m.instructions, "place")}`})), total, 14, ".code"));
+        ...bars(data.mnemonics.map(m => ({name: m.name, count: m.executions, tint: families.get(m.family), title: `${m.name}: ${words(m.family)}, ${plural(m.instructions, "place")}`})), total, 19, ".code"));
     section("families", "Families", "", "", element("div.stack", {}, ...data.families.map((f, index) => element("div", {"--part": f.executions, "--tint": tint(index), title: words(f.name)}))),
         ...bars(data.families.map((f, index) => ({name: words(f.name), count: f.executions, tint: tint(index)})), total, 18),
         element("h2", {style: "margin-top:1.2rem"}, "Element sizes"),
@@ -156,16 +172,20 @@
     add("Scatters", m.stores.scattered.executions, moved(m.stores.scattered));
     add("First-fault and non-fault loads", m.first_fault.executions, m.first_fault.shortened === null ? "" : grouped(m.first_fault.shortened) + " shortened");
     add("Accesses over a page's end", m.page_crossing);
-    section("memory", "Memory", m.page_crossing === null ? "bytes as if all elements were active" : "as counted", "", rows);
+    const parts = [["contiguous loads", m.loads.contiguous], ["gathers", m.loads.gathered], ["contiguous stores", m.stores.contiguous], ["scatters", m.stores.scattered]]
+        .map(([name, x], index) => ({name, count: x.bytes, tint: palette[index]})).filter(p => p.count > 0);
+    const legend = element("ul.chips", {style: "margin:0 0 .9rem"}, ...parts.map(p => element("li", {}, element("span.dot", {"--tint": p.tint}), p.name)));
+    const shares = parts.length ? element("div.stack", {}, ...parts.map(p => element("div", {"--part": p.count, "--tint": p.tint, title: `${p.name}: ${grouped(p.count)} bytes`}))) : null;
+    section("memory", "Memory", m.page_crossing === null ? "bytes as if all elements were active" : "as counted", "", shares, legend, rows);
   }
 
   function showFunctions() {
     section("functions", "Functions", plural(data.functions.length, "function"), "",
-        ...bars(data.functions.map(f => ({name: f.name || "(unknown)", count: f.executions, title: `${f.name || "(unknown)"}${f.file ? ", " + f.file + ":" + f.line : ""}, ${data.modules[f.module].path}`})), total, 12, ".code"));
+        ...bars(data.functions.map(f => ({name: shortName(f.name) || "(unknown)", count: f.executions, title: `${f.name || "(unknown)"}${f.file ? ", " + f.file + ":" + f.line : ""}, ${data.modules[f.module].path}`})), total, 12, ".code.long"));
     if (!data.loops.length) return;
-    const lines = l => l.file ? `${base(l.file)}:${l.first_line}${l.last_line !== l.first_line ? "\u2013" + l.last_line : ""}` : l.begin;
+    const lines = l => (l.file ? `${base(l.file)}:${l.first_line}${l.last_line !== l.first_line ? "\u2013" + l.last_line : ""}` : l.begin) + (l.function ? " " + shortName(l.function) : "");
     section("loops", "Loops", "by backward branches, innermost", "",
-        ...bars(data.loops.map(l => ({name: lines(l), count: l.executions, tint: "var(--accent-2)", title: `${l.function || "unknown function"}, ${l.begin} to ${l.end}, ${plural(l.instructions, "SVE instruction")}`})), total, 12, ".code"));
+        ...bars(data.loops.map(l => ({name: lines(l), count: l.executions, tint: "var(--accent-2)", title: `${l.function || "unknown function"}, ${l.begin} to ${l.end}, ${plural(l.instructions, "SVE instruction")}`})), total, 12, ".code.long"));
   }
 
   function showSites() {
@@ -175,12 +195,13 @@
     const place = r => text(r[FILE]) ? `${base(text(r[FILE]))}:${r[LINE]}` : "";
     const number = r => parseInt(r[ADDRESS], 16);
     const hasLanes = data.lane_use !== null;
+    const hottest = data.sites.reduce((most, r) => Math.max(most, r[COUNT]), 1);
     const columns = [
       {title: "Executions", key: r => r[COUNT], shape: ".right", descending: true, col: "c-count"},
       {title: "Share", key: r => r[COUNT], shape: ".right.thin", descending: true, col: "c-share"},
       {title: "Instruction", key: r => text(r[TEXT]), shape: "", col: "c-text"},
       {title: "Function", key: r => text(r[FUNCTION]), shape: ".thin"},
-      {title: "Line", key: r => text(r[FILE]) + ":" + String(r[LINE]).padStart(8, "0"), shape: ".thin"},
+      {title: "Line", key: r => text(r[FILE]) + ":" + String(r[LINE]).padStart(8, "0"), shape: ".thin", col: "c-line"},
       {title: "Address", key: number, shape: ".right.thin", col: "c-address"},
       ...(hasLanes ? [{title: "Lanes", key: lanes, shape: ".right.thin", descending: true, col: "c-lanes"}] : []),
     ];
@@ -197,9 +218,9 @@
 
     function draw() {
       body.replaceChildren(...found.slice(0, shown).map(r => element("tr", {},
-          element("td.right", {}, grouped(r[COUNT])), element("td.right.thin.dim", {}, percent(r[COUNT], total)),
+          element("td.right", {}, grouped(r[COUNT])), element("td.right.thin.dim.heat", {"--part": r[COUNT] / hottest}, percent(r[COUNT], total)),
           element("td.mono.text", {title: text(r[TEXT])}, text(r[TEXT])),
-          element("td.mono.where", {title: text(r[FUNCTION])}, text(r[FUNCTION]) || "(unknown)"),
+          element("td.mono.where", {title: text(r[FUNCTION])}, shortName(text(r[FUNCTION])) || "(unknown)"),
           element("td.mono.thin", {title: text(r[FILE]) + ":" + r[LINE]}, place(r)),
           element("td.right.mono.thin", {title: data.modules[r[MODULE]].path}, "0x" + r[ADDRESS]),
           ...(hasLanes ? [element("td.right.thin", {}, lanes(r) < 0 ? "" : percent(r[ACTIVE], r[ELEMENTS]))] : []))));
