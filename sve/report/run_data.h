@@ -17,7 +17,7 @@ namespace sve {
 inline constexpr unsigned run_data_version = 1;
 
 /// How a process came to its end, as far as it could tell.
-enum class process_end : std::uint8_t { exit, exec, signal };
+enum class process_end : std::uint8_t { exit, exec, signal, unknown };
 
 class RunDataWriter {
  public:
@@ -53,7 +53,7 @@ class RunDataWriter {
   /// Where the data begin, and what they begin with. What a process writes last counts.
   void begin_counts(process_end how, int signal, std::uint64_t total, bool with_lanes) {
     line("counts");
-    constexpr std::string_view names[] = {"exit", "exec", "signal"};
+    constexpr std::string_view names[] = {"exit", "exec", "signal", "unknown"};
     const std::string_view name = names[static_cast<unsigned>(how)];
     if (how == process_end::signal)
       line("end signal", number(signal));

@@ -167,11 +167,13 @@ class Builder {
       const bool in_file = m != p.modules.end();
       const std::size_t module = module_number(in_file ? m->second.path : generated);
       const std::uint64_t offset = in_file ? r.address - m->second.begin + m->second.offset : r.address;
-      ++site_count_;
-      patched_count_ += r.patched;
-      auto& [sites, executions] = run_lengths_[r.words.size()];
-      ++sites;
-      executions += r.executions;
+      if (p.platform == "embedded") {  // the other one knows no runs
+        ++site_count_;
+        patched_count_ += r.patched;
+        auto& [sites, executions] = run_lengths_[r.words.size()];
+        ++sites;
+        executions += r.executions;
+      }
       for (const executed_word& w : r.words) {
         const std::uint64_t at = offset + 4 * w.place;
         // Generated code of two processes has nothing in common.

@@ -104,7 +104,8 @@ std::string report_text(const json& r) {
   w.line(path_end(r["program"], width));
   w.line(grouped(total) + " SVE instructions executed at " + r["vector_bits"].dump() + " bits, at " +
          grouped(r["totals"]["instructions"]) + " places; platform " + r["platform"].get<std::string>());
-  w.line(grouped(r["totals"]["traps"]) + " traps, " + grouped(r["totals"]["patched_sites"]) + " of " +
+  if (r["totals"]["sites"] != 0)
+    w.line(grouped(r["totals"]["traps"]) + " traps, " + grouped(r["totals"]["patched_sites"]) + " of " +
          grouped(r["totals"]["sites"]) + " sites patched");
   if (r["totals"]["unplaced"] != 0)
     w.line(grouped(r["totals"]["unplaced"]) + " executions at places that there was no room to count apart");
@@ -144,15 +145,15 @@ std::string report_text(const json& r) {
     for (std::size_t i = 0; i < lane_bins; ++i) w.item(bin_names[i], use["histogram"][i], use["executions"], 28);
   }
   write_memory(w, r["memory"]);
-  w.title("Runs");
   const json& runs = r["runs"];
+  if (!runs["lengths"].empty()) w.title("Runs");
   for (const json& x : runs["lengths"])
     w.item("of " + x["length"].dump() + ", at " + x["sites"].dump() + " sites", x["executions"], runs["executions"], 28);
   section("Threads", r["threads"], 20, [&](const json& x) {
     w.item("process " + x["process"].dump() + ", thread " + x["thread"].dump(), x["executions"], total, 40);
   });
   section("Processes", r["processes"], 50, [&](const json& x) {
-    std::string end = x["end"] == "unknown" ? "told nothing at its end" : "ended by " + x["end"].get<std::string>();
+    std::string end = x["end"] == "unknown" ? "end not known" : "ended by " + x["end"].get<std::string>();
     if (!x["signal"].is_null()) end += " " + x["signal"].dump();
     w.item(right(x["id"].dump(), 8) + "  " + std::filesystem::path(x["program"].get<std::string>()).filename().string(),
            x["executions"], total, 46, end);

@@ -119,7 +119,7 @@
     const name = base(data.program);
     document.title = name + " \u2013 sve-run report";
     const chips = element("ul.chips", {}, element("li", {}, data.vector_bits + "-bit vectors"), element("li", {}, "platform " + data.platform),
-        element("li", {}, plural(data.processes.length, "program image")), element("li", {}, plural(data.threads.length, "thread")));
+        element("li", {}, plural(data.processes.length, "program image")), data.threads.length ? element("li", {}, plural(data.threads.length, "thread")) : null);
     for (const [text, link] of data.links) chips.append(element("li", {}, element("a", {href: link}, text)));
     document.getElementById("head").append(element("div.kicker", {}, "sve-run report"), element("h1", {}, name), element("div.path", {}, data.program), chips);
   }
@@ -129,10 +129,10 @@
     const t = data.totals, use = data.lane_use, top = data.functions[0];
     main.append(element("div.cards", {},
         card("total", grouped(total), "SVE instructions executed", t.unplaced ? grouped(t.unplaced) + " not placed" : "all processes and threads"),
-        card("places", grouped(t.instructions), "instructions in the code", "at " + plural(t.sites, "site")),
-        card("runs-mean", data.runs.executions ? (data.runs.instructions / data.runs.executions).toFixed(1) : "0", "SVE instructions a run", plural(data.runs.executions, "run")),
+        card("places", grouped(t.instructions), "instructions in the code", t.sites ? "at " + plural(t.sites, "site") : ""),
+        !t.sites ? null : card("runs-mean", data.runs.executions ? (data.runs.instructions / data.runs.executions).toFixed(1) : "0", "SVE instructions a run", plural(data.runs.executions, "run")),
         card("lanes-mean", use ? percent(use.active, use.elements) : "\u2013", "of the lanes were active", use ? plural(use.executions, "predicated execution") : "not counted: --lane-use"),
-        card("traps", grouped(t.traps), "traps", `${grouped(t.patched_sites)} of ${plural(t.sites, "site")} patched`),
+        !t.sites ? null : card("traps", grouped(t.traps), "traps", `${grouped(t.patched_sites)} of ${plural(t.sites, "site")} patched`),
         card("hottest", top ? percent(top.executions, total) : "\u2013", "in the hottest function", top ? shortName(top.name) || "unknown" : "")));
   }
 
@@ -269,6 +269,7 @@
 
   function showRuns() {
     const r = data.runs;
+    if (!r.lengths.length) return;
     section("runs", "Runs", "SVE instructions in a row, executed without leaving", "third",
         ...bars(r.lengths.slice().sort((a, b) => b.executions - a.executions).map(l => ({name: `of ${l.length}`, count: l.executions, title: `${plural(l.length, "instruction")}, ${plural(l.sites, "site")}`})), r.executions, 10));
   }
@@ -276,7 +277,7 @@
   function showProcesses() {
     if (data.threads.length) section("threads", "Threads", "", "third",
         ...bars(data.threads.map(t => ({name: data.processes.length > 1 ? `${t.process}/${t.thread}` : String(t.thread), count: t.executions})), total, 10));
-    const end = p => p.end === "signal" ? "signal " + p.signal : p.end === "unknown" ? "told nothing at its end" : p.end;
+    const end = p => p.end === "signal" ? "signal " + p.signal : p.end === "unknown" ? "end not known" : p.end;
     section("processes", "Processes", "", "third", ...bars(data.processes.map(p => ({name: `${base(p.program)} ${p.id}`, count: p.executions, title: `${p.program}, process ${p.id} of ${p.parent}; ${end(p)}`})), total, 10),
         element("p.empty", {style: "margin-top:.6rem"}, "Ends: " + [...data.processes.reduce((m, p) => m.set(end(p), (m.get(end(p)) || 0) + 1), new Map())].map(([k, n]) => `${k} ${n}\u00d7`).join(", ")));
     section("modules", "Code", "", "wide", ...bars(data.modules.map(m => ({name: base(m.path), count: m.executions, title: m.path + (m.build_id ? ", build " + m.build_id : "")})), total, 10, ".code"));
