@@ -73,7 +73,8 @@ std::vector<mapping> executable_files() {
     mapping m{};
     char rights[5];
     int path = 0;
-    if (std::sscanf(line.c_str(), "%lx-%lx %4s %lx %*s %*s %n", &m.begin, &m.end, rights, &m.offset, &path) < 4) continue;
+    if (std::sscanf(line.c_str(), "%lx-%lx %4s %lx %*s %*s %n", &m.begin, &m.end, rights, &m.offset, &path) < 4)
+      continue;
     m.path = line.substr(static_cast<std::size_t>(path));
     if (rights[2] == 'x' && m.path.starts_with('/')) all.push_back(m);
   }
@@ -88,6 +89,7 @@ aarch64_decode_rc execute_counted(cpu_state* state, unsigned int word) {
 }  // namespace
 
 void start_run_data() {
+  wanted = {};
   const char* const options = std::getenv("SVE_RUN_OPTIONS");
   std::string_view rest = options ? options : "";
   while (!rest.empty()) {
@@ -121,9 +123,9 @@ void write_run_data() {
       const std::uint64_t count = entry.second.load();
       placed += count;
       data.line("run", module, RunDataWriter::hex{address}, std::uint64_t{1}, count, std::uint64_t{0});
-      data.word(0, entry.first, 0,
-                wanted.lanes ? &need_call_site(entry.first, reinterpret_cast<unsigned char*>(pc), nullptr)->lanes
-                             : nullptr);
+      data.word(
+          0, entry.first, 0,
+          wanted.lanes ? &need_call_site(entry.first, reinterpret_cast<unsigned char*>(pc), nullptr)->lanes : nullptr);
     }
     if (placed < sve_instr_count.load()) data.line("unplaced", sve_instr_count.load() - placed);
     data.end();

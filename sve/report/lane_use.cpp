@@ -63,14 +63,14 @@ void observe_memory(const cpu_state* state, std::uint32_t word, const row& r, co
   if (offset && offset->kind == operand_kind::x) start += general(state, *offset, word) << shift;
   if (offset && offset->kind == operand_kind::immediate)
     start += static_cast<std::uint64_t>(offset->value(word) * static_cast<std::int64_t>(r.offset_unit()));
-  const operand* const vector = base && base->kind == operand_kind::z     ? base
+  const operand* const vector = base && base->kind == operand_kind::z       ? base
                                 : offset && offset->kind == operand_kind::z ? offset
                                                                             : nullptr;
   const unsigned elements = f.access == access_kind::replicate ? 1 : r.memory_elements();
   for (unsigned i = 0; i < elements; ++i) {
-    const bool active = f.access == access_kind::replicate ? seen.active != 0
-                                                           : !governing || is_active(state, governing->number(word),
-                                                                                     i * element_bytes);
+    const bool active = f.access == access_kind::replicate
+                            ? seen.active != 0
+                            : !governing || is_active(state, governing->number(word), i * element_bytes);
     if (!active) continue;
     std::uint64_t address = start + i * size;
     if (vector) {

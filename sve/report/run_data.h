@@ -1,5 +1,5 @@
-// What a process leaves behind for a report: lines of text, written by either platform and read by sve-report. They hold
-// what only the process knows; what words mean, and where in the source they come from, is found out afterwards.
+// What a process leaves behind for a report: lines of text, written by either platform and read by sve-report. They
+// hold what only the process knows; what words mean, and where in the source they come from, is found out afterwards.
 //
 // docs/report.md has the lines. Writing them allocates nothing and calls nothing but the sink.
 #pragma once

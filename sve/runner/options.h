@@ -22,6 +22,7 @@ inline constexpr std::string_view no_patch_word = "no-patch";
 inline constexpr std::string_view handlers_word = "handlers";
 inline constexpr std::string_view trace_word = "trace-translation";
 inline constexpr std::string_view lane_use_word = "lane-use";
+inline constexpr std::string_view time_word = "time";
 /// Followed by the directory where each process of the tree leaves data for the report. There is no ':' in it.
 inline constexpr std::string_view report_word = "report=";
 /// Followed by the id of the process that has begun its file of counts, in `begun_width` digits that it fills in

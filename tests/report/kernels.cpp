@@ -24,7 +24,9 @@ inline T scaled(T value) {
   return static_cast<T>(value * T(3) + T(1));
 }
 
-#define KERNEL template <class T> [[gnu::noinline]] void
+#define KERNEL       \
+  template <class T> \
+  [[gnu::noinline]] void
 
 KERNEL add(arrays<T>& x) {
   for (int i = 0; i < n; ++i) x.c[i] = static_cast<T>(x.a[i] + x.b[i]);
@@ -74,10 +76,9 @@ void run(const char* type) {
   const struct {
     const char* name;
     void (*kernel)(arrays<T>&);
-  } kernels[] = {{"add", add<T>},         {"scale", scale<T>},           {"clamp", clamp<T>},
-                 {"choose", choose<T>},   {"reverse", reverse<T>},       {"interleave", interleave<T>},
-                 {"part", part<T>},       {"gather", gather<T>},         {"greatest", greatest<T>},
-                 {"sum_up", sum_up<T>}};
+  } kernels[] = {{"add", add<T>},           {"scale", scale<T>},           {"clamp", clamp<T>}, {"choose", choose<T>},
+                 {"reverse", reverse<T>},   {"interleave", interleave<T>}, {"part", part<T>},   {"gather", gather<T>},
+                 {"greatest", greatest<T>}, {"sum_up", sum_up<T>}};
   for (const auto& [name, kernel] : kernels) {
     for (int i = 0; i < n; ++i) {
       asm volatile("" : "+r"(i));  // not in vectors

@@ -115,4 +115,14 @@ check(lanes["memory"]["loads"]["gathered"]["executions"] > 0 and lanes["memory"]
       lanes["memory"])
 check(not report["memory"]["loads"]["contiguous"]["exact"] and report["memory"]["page_crossing"] is None,
       report["memory"])
+
+# Nor does time, in native code and in calls.
+for options in ([], ["--translate=handlers"], ["--no-patch"], ["--lane-use"]):
+    timed = run(sve_run, "-q", "--time", *options, "--report", path("time.json"), "--report", path("time.txt"), program)
+    check(timed.stdout == printed, "the program prints something else", options)
+    time = read_report(path("time.json"))
+    check(by_word((int(i["word"], 16), i["executions"]) for i in time["instructions"]) == mine, "counts", options)
+    check(0 < time["time"]["emulation_ns"] and 0 < time["time"]["processor_ns"], options, time["time"])
+    check_text(path("time.txt"))
+check(report["time"] is None, "no time without being asked")
 finish()

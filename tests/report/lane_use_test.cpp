@@ -1,4 +1,6 @@
 // What is counted of single executions.
+#include "sve/report/lane_use.h"
+
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -6,8 +8,6 @@
 #include <cstring>
 #include <memory>
 #include <numeric>
-
-#include "sve/report/lane_use.h"
 
 namespace {
 
@@ -32,8 +32,8 @@ class LaneUse : public ::testing::Test {
   void SetUp() override {
     page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     // Three pages, of which the last one is not there.
-    memory = static_cast<std::uint8_t*>(
-        mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    memory =
+        static_cast<std::uint8_t*>(mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(memory, MAP_FAILED);
     ASSERT_EQ(mprotect(memory + 2 * page, page, PROT_NONE), 0);
     state = std::make_unique<cpu_state>();
@@ -72,18 +72,18 @@ class LaneUse : public ::testing::Test {
   std::unique_ptr<lane_use> use;
 };
 
-constexpr std::uint32_t ld1w_x1 = 0xa540a020;         // ld1w {z0.s}, p0/z, [x1]
-constexpr std::uint32_t ld1w_x1_x2 = 0xa5424020;      // ld1w {z0.s}, p0/z, [x1, x2, lsl #2]
-constexpr std::uint32_t st2d_x1 = 0xe5b0e020;         // st2d {z0.d, z1.d}, p0, [x1]
-constexpr std::uint32_t ldr_z_x1 = 0x85804020;        // ldr z0, [x1]
-constexpr std::uint32_t ld1rw_x1 = 0x8540c020;        // ld1rw {z0.s}, p0/z, [x1]
-constexpr std::uint32_t ld1rqw_x1 = 0xa5002020;       // ld1rqw {z0.s}, p0/z, [x1]
-constexpr std::uint32_t ld1w_gather = 0x85224021;     // ld1w {z1.s}, p0/z, [x1, z2.s, uxtw #2]
-constexpr std::uint32_t ld1d_gather = 0xc5e2c021;     // ld1d {z1.d}, p0/z, [x1, z2.d, lsl #3]
-constexpr std::uint32_t ld1d_vector = 0xc5a1c041;     // ld1d {z1.d}, p0/z, [z2.d, #8]
-constexpr std::uint32_t ldff1b_x1 = 0xa4026020;       // ldff1b {z0.b}, p0/z, [x1, x2]
-constexpr std::uint32_t add_z = 0x04800020;           // add z0.s, p0/m, z0.s, z1.s
-constexpr std::uint32_t cmpeq_own = 0x2481a000;       // cmpeq p0.s, p0/z, z0.s, z1.s
+constexpr std::uint32_t ld1w_x1 = 0xa540a020;      // ld1w {z0.s}, p0/z, [x1]
+constexpr std::uint32_t ld1w_x1_x2 = 0xa5424020;   // ld1w {z0.s}, p0/z, [x1, x2, lsl #2]
+constexpr std::uint32_t st2d_x1 = 0xe5b0e020;      // st2d {z0.d, z1.d}, p0, [x1]
+constexpr std::uint32_t ldr_z_x1 = 0x85804020;     // ldr z0, [x1]
+constexpr std::uint32_t ld1rw_x1 = 0x8540c020;     // ld1rw {z0.s}, p0/z, [x1]
+constexpr std::uint32_t ld1rqw_x1 = 0xa5002020;    // ld1rqw {z0.s}, p0/z, [x1]
+constexpr std::uint32_t ld1w_gather = 0x85224021;  // ld1w {z1.s}, p0/z, [x1, z2.s, uxtw #2]
+constexpr std::uint32_t ld1d_gather = 0xc5e2c021;  // ld1d {z1.d}, p0/z, [x1, z2.d, lsl #3]
+constexpr std::uint32_t ld1d_vector = 0xc5a1c041;  // ld1d {z1.d}, p0/z, [z2.d, #8]
+constexpr std::uint32_t ldff1b_x1 = 0xa4026020;    // ldff1b {z0.b}, p0/z, [x1, x2]
+constexpr std::uint32_t add_z = 0x04800020;        // add z0.s, p0/m, z0.s, z1.s
+constexpr std::uint32_t cmpeq_own = 0x2481a000;    // cmpeq p0.s, p0/z, z0.s, z1.s
 
 TEST_F(LaneUse, Arithmetic) {
   set_predicate(3, 4);

@@ -41,12 +41,13 @@ std::string name_of(Dwarf_Die* die, bool& plain) {
 // The target of a direct branch that stands at an address; the address itself for any other word.
 std::uint64_t branch_target(std::uint32_t word, std::uint64_t at) {
   const auto distance = [&](unsigned low, unsigned width) {
-    return static_cast<std::uint64_t>(
-        static_cast<std::int64_t>(std::uint64_t{word} << (64 - low - width)) >> (64 - width) << 2);
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(std::uint64_t{word} << (64 - low - width)) >>
+                                      (64 - width) << 2);
   };
-  if ((word & 0xfc000000) == 0x14000000) return at + distance(0, 26);                                        // b
-  if ((word & 0xff000010) == 0x54000000 || (word & 0x7e000000) == 0x34000000) return at + distance(5, 19);  // b.cond, cbz
-  if ((word & 0x7e000000) == 0x36000000) return at + distance(5, 14);                                       // tbz
+  if ((word & 0xfc000000) == 0x14000000) return at + distance(0, 26);  // b
+  if ((word & 0xff000010) == 0x54000000 || (word & 0x7e000000) == 0x34000000)
+    return at + distance(5, 19);                                       // b.cond, cbz
+  if ((word & 0x7e000000) == 0x36000000) return at + distance(5, 14);  // tbz
   return at;
 }
 
@@ -215,8 +216,7 @@ code_place CodeFile::find(std::uint64_t offset) {
   GElf_Off into = 0;
   GElf_Sym symbol{};
   Dwarf_Addr bias = 0;
-  const char* const name =
-      dwfl_module_addrinfo(state_->module, place.address, &into, &symbol, nullptr, nullptr, &bias);
+  const char* const name = dwfl_module_addrinfo(state_->module, place.address, &into, &symbol, nullptr, nullptr, &bias);
   // What lies behind the end of the last function is not of it.
   std::uint64_t begin = 0, end = 0;
   if (name && (symbol.st_size == 0 || into < symbol.st_size)) {

@@ -20,7 +20,10 @@ json items_of(const names& all) {
                      {"before", before},
                      {"after", after},
                      {"change", static_cast<std::int64_t>(after - before)},
-                     {"kind", before == 0 ? "came" : after == 0 ? "went" : after > before ? "grew" : "shrank"}});
+                     {"kind", before == 0      ? "came"
+                              : after == 0     ? "went"
+                              : after > before ? "grew"
+                                               : "shrank"}});
   }
   std::stable_sort(items.begin(), items.end(), [](const json& a, const json& b) {
     return std::abs(a["change"].get<std::int64_t>()) > std::abs(b["change"].get<std::int64_t>());
@@ -46,7 +49,9 @@ json totals_section(const json& before, const json& after) {
                      {"before", from},
                      {"after", to},
                      {"change", static_cast<std::int64_t>(to - from)},
-                     {"kind", from == to ? "same" : to > from ? "grew" : "shrank"}});
+                     {"kind", from == to  ? "same"
+                              : to > from ? "grew"
+                                          : "shrank"}});
   };
   const auto total = [&](const char* name, const char* key) { add(name, before["totals"][key], after["totals"][key]); };
   total("executions", "executions");
@@ -85,9 +90,8 @@ json compare_reports(const json& before, const json& after) {
     const std::string known = x["name"];
     return known.empty() ? std::string("(unknown)") : known;
   }));
-  c["sections"].push_back(section("Source lines", before, after, "lines", "executions", [](const json& x) {
-    return x["file"].get<std::string>() + ":" + x["line"].dump();
-  }));
+  c["sections"].push_back(section("Source lines", before, after, "lines", "executions",
+                                  [](const json& x) { return x["file"].get<std::string>() + ":" + x["line"].dump(); }));
   c["sections"].push_back(section("Instructions by text", before, after, "instructions", "executions",
                                   [](const json& x) { return x["text"].get<std::string>(); }));
   return c;

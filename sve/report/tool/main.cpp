@@ -68,7 +68,8 @@ void write_reports(const std::string& directory, const std::vector<std::string>&
 
 int main(int argc, char** argv) {
   CLI::App app(
-      "Makes reports of what sve-run has collected. Of one report in JSON it makes one in another form, of two it makes a "
+      "Makes reports of what sve-run has collected. Of one report in JSON it makes one in another form, of two it "
+      "makes a "
       "comparison.",
       "sve-report");
   app.set_version_flag("--version", std::string("sve-report ") + SVE_VERSION, "Print the version and exit");

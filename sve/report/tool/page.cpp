@@ -43,9 +43,8 @@ json sources_of(const json& report) {
     for (const auto& [line, n] : lines) sum += n;
     order.emplace_back(sum, file);
   }
-  std::sort(order.begin(), order.end(), [](auto& a, auto& b) {
-    return a.first != b.first ? a.first > b.first : a.second < b.second;
-  });
+  std::sort(order.begin(), order.end(),
+            [](auto& a, auto& b) { return a.first != b.first ? a.first > b.first : a.second < b.second; });
   json sources = json::array();
   std::size_t size = 0;
   for (const auto& [sum, file] : order) {
@@ -76,10 +75,14 @@ json compact(const json& report) {
   json rows = json::array();
   for (const json& i : report["instructions"]) {
     if (rows.size() == most_sites_on_page) break;
-    json row = {i["module"],   i["address"].get<std::string>().substr(2),
-                strings.number(i["text"]),     i["executions"],
-                strings.number(i["function"]), strings.number(i["file"]),
-                i["line"],     strings.number(i["family"])};
+    json row = {i["module"],
+                i["address"].get<std::string>().substr(2),
+                strings.number(i["text"]),
+                i["executions"],
+                strings.number(i["function"]),
+                strings.number(i["file"]),
+                i["line"],
+                strings.number(i["family"])};
     if (i.contains("lane_use")) {
       row.push_back(i["lane_use"]["active"]);
       row.push_back(i["lane_use"]["elements"]);

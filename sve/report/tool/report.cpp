@@ -132,12 +132,8 @@ class Builder {
     report["program"] = first.program;
     std::uint64_t total = 0, traps = 0, unplaced = 0;
     for (const process_data* p : processes_) total += p->total, traps += p->traps, unplaced += p->unplaced;
-    report["totals"] = {{"executions", total},
-                        {"unplaced", unplaced},
-                        {"instructions", all.size()},
-                        {"traps", traps},
-                        {"sites", site_count_},
-                        {"patched_sites", patched_count_}};
+    report["totals"] = {{"executions", total}, {"unplaced", unplaced}, {"instructions", all.size()},
+                        {"traps", traps},      {"sites", site_count_}, {"patched_sites", patched_count_}};
     add_mix(report, all);
     report["functions"] = functions(all);
     report["lines"] = lines(all);
@@ -145,6 +141,7 @@ class Builder {
     report["runs"] = runs();
     report["memory"] = memory(all);
     report["lane_use"] = lane_use_of_all(all);
+    report["time"] = time();
     report["threads"] = threads();
     report["processes"] = processes();
     report["modules"] = modules(all);
@@ -242,8 +239,7 @@ class Builder {
                                      {"executions", m.executions},
                                      {"instructions", m.instructions}});
     for (const auto& f : families.sorted())
-      report["families"].push_back(
-          {{"name", f.key}, {"executions", f.executions}, {"instructions", f.instructions}});
+      report["families"].push_back({{"name", f.key}, {"executions", f.executions}, {"instructions", f.instructions}});
     for (const auto& s : sizes.sorted())
       report["element_sizes"].push_back(
           {{"bits", s.key}, {"executions", s.executions}, {"instructions", s.instructions}});
@@ -332,6 +328,16 @@ class Builder {
       if (const row* const r = decode::find_row(i->word)) elements += governed_executions(i->use) * lanes_of(*r, bits_);
     }
     return lane_use_json(sum, elements);
+  }
+
+  json time() const {
+    std::uint64_t emulation = 0, processor = 0;
+    for (const process_data* p : processes_) {
+      if (!p->emulation || !p->processor) continue;
+      emulation += *p->emulation;
+      processor += *p->processor;
+    }
+    return processor == 0 ? json() : json{{"emulation_ns", emulation}, {"processor_ns", processor}};
   }
 
   json threads() const {
@@ -434,7 +440,8 @@ json read_report(const std::filesystem::path& path) {
   if (!file) throw std::runtime_error(path.string() + ": cannot be read; give a report in JSON");
   json report = json::parse(file, nullptr, false);
   if (!report.is_object() || report.value("format", "") != report_format)
-    throw std::runtime_error(path.string() + ": no report; give a .json that sve-run --report or sve-report has written");
+    throw std::runtime_error(path.string() +
+                             ": no report; give a .json that sve-run --report or sve-report has written");
   if (report.value("version", 0u) != report_version)
     throw std::runtime_error(path.string() + ": a report of version " + report["version"].dump() + ", not " +
                              std::to_string(report_version) + "; make it anew");

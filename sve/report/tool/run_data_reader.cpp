@@ -69,6 +69,8 @@ void read_line(std::string_view line, process_data& p) {
   }
   if (what == "total") p.total = f.number();
   if (what == "lanes") p.has_lanes = true;
+  if (what == "emulation") p.emulation = f.number();
+  if (what == "processor") p.processor = f.number();
   if (what == "traps") p.traps = f.number();
   if (what == "unplaced") p.unplaced = f.number();
   if (what == "module") {

@@ -49,6 +49,7 @@ struct process_data {
   std::string end;  ///< exit, exec, signal; empty if it has told nothing at its end
   int signal = 0;
   bool has_lanes = false;
+  std::optional<std::uint64_t> emulation, processor;  ///< nanoseconds
   std::uint64_t total = 0, traps = 0, unplaced = 0;
   std::map<std::uint32_t, mapped_module> modules;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> threads;  ///< identity, executions

@@ -68,7 +68,8 @@ class Writer {
             const std::string& rest = "") {
     const std::string head = left(name, name_size) + right(grouped(part), 18) + " " +
                              share(static_cast<double>(part), static_cast<double>(whole)) + "  ";
-    line(head + (rest.empty() ? bar(static_cast<double>(part), static_cast<double>(whole), width - head.size()) : rest));
+    line(head +
+         (rest.empty() ? bar(static_cast<double>(part), static_cast<double>(whole), width - head.size()) : rest));
   }
   std::string take() { return std::move(text_); }
 
@@ -76,7 +77,7 @@ class Writer {
   std::string text_;
 };
 
-const std::string bin_names[] = {"none", "to 10%", "to 20%", "to 30%", "to 40%", "to 50%",
+const std::string bin_names[] = {"none",   "to 10%", "to 20%", "to 30%", "to 40%",    "to 50%",
                                  "to 60%", "to 70%", "to 80%", "to 90%", "below all", "all"};
 
 void write_memory(Writer& w, const json& memory) {
@@ -106,7 +107,10 @@ std::string report_text(const json& r) {
          grouped(r["totals"]["instructions"]) + " places; platform " + r["platform"].get<std::string>());
   if (r["totals"]["sites"] != 0)
     w.line(grouped(r["totals"]["traps"]) + " traps, " + grouped(r["totals"]["patched_sites"]) + " of " +
-         grouped(r["totals"]["sites"]) + " sites patched");
+           grouped(r["totals"]["sites"]) + " sites patched");
+  if (!r["time"].is_null())
+    w.line(share(r["time"]["emulation_ns"].get<double>(), r["time"]["processor_ns"].get<double>()).substr(1) +
+           " of the processors' time went into them");
   if (r["totals"]["unplaced"] != 0)
     w.line(grouped(r["totals"]["unplaced"]) + " executions at places that there was no room to count apart");
 
@@ -148,7 +152,8 @@ std::string report_text(const json& r) {
   const json& runs = r["runs"];
   if (!runs["lengths"].empty()) w.title("Runs");
   for (const json& x : runs["lengths"])
-    w.item("of " + x["length"].dump() + ", at " + x["sites"].dump() + " sites", x["executions"], runs["executions"], 28);
+    w.item("of " + x["length"].dump() + ", at " + x["sites"].dump() + " sites", x["executions"], runs["executions"],
+           28);
   section("Threads", r["threads"], 20, [&](const json& x) {
     w.item("process " + x["process"].dump() + ", thread " + x["thread"].dump(), x["executions"], total, 40);
   });
@@ -178,7 +183,8 @@ std::string comparison_text(const json& c) {
     std::size_t shown = 0;
     for (const json& x : section["items"]) {
       if (++shown > 40) continue;
-      w.line(left(path_end(x["name"], 48), 48) + right(grouped(x["before"]), 16) + right(grouped(x["after"]), 16) + right(signed_number(x["change"]), 19));
+      w.line(left(path_end(x["name"], 48), 48) + right(grouped(x["before"]), 16) + right(grouped(x["after"]), 16) +
+             right(signed_number(x["change"]), 19));
     }
     if (shown > 40) w.line("and " + std::to_string(shown - 40) + " more");
   }

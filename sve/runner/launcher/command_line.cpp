@@ -101,12 +101,13 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.add_option("--dynamorio-options", line.dynamorio_options, "Options for DynamoRIO itself, separated by spaces")
       ->type_name("OPTIONS");
   std::string counts;
-  auto* counts_option = app.add_option("--counts", counts,
-                                       "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
-                                       "%p in FILE is the process id")
-                            ->type_name("[=FILE]")
-                            ->expected(0, 1)
-                            ->default_str("");
+  auto* counts_option =
+      app.add_option("--counts", counts,
+                     "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
+                     "%p in FILE is the process id")
+          ->type_name("[=FILE]")
+          ->expected(0, 1)
+          ->default_str("");
   app.add_option("--report", line.reports,
                  "Write a report of what was executed, and where, when the program has ended: FILE.html, FILE.json or "
                  "FILE.txt, or - for text on stderr; %p in FILE is the process id. May be given more than once")
@@ -121,6 +122,8 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.add_flag("--lane-use", line.lane_use,
                "Count for the report how many elements of each vector were active, and what was loaded and stored; "
                "every instruction is then a call of the model");
+  app.add_flag("--time", line.time,
+               "Measure for the report how much of the processors' time went into SVE instructions");
   app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
 
   try {
@@ -144,15 +147,15 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   }
   line.counts = counts_option->count() > 0;
   line.dynamorio = platform == "dynamorio";
-  if (line.dynamorio && (line.quiet || line.counts)) {
+  if (line.dynamorio && (line.quiet || line.counts || line.time)) {
     result.status = status_failed;
-    result.text = "--quiet and --counts go with --platform=embedded only; leave them away\n";
+    result.text = "--quiet, --counts and --time go with --platform=embedded only; leave them away\n";
     return result;
   }
   line.counts_file = counts;
-  if (line.lane_use && line.reports.empty()) {
+  if ((line.lane_use || line.time) && line.reports.empty()) {
     result.status = status_failed;
-    result.text = "--lane-use goes with a report; give --report FILE, too\n";
+    result.text = std::string(line.time ? "--time" : "--lane-use") + " goes with a report; give --report FILE, too\n";
     return result;
   }
   if (line.program.empty()) {
@@ -177,6 +180,7 @@ std::string options_value(const command_line& line) {
   if (line.trace_translation) add(trace_word);
   if (!line.report_directory.empty()) {
     if (line.lane_use) add(lane_use_word);
+    if (line.time) add(time_word);
     add(std::string(report_word) + line.report_directory);
   }
   if (line.counts_file.find("%p") != std::string::npos) add(std::string(begun_word) + std::string(begun_width, '0'));
@@ -185,14 +189,17 @@ std::string options_value(const command_line& line) {
 }
 
 std::string with_outer_wishes(std::string options, const char* outer) {
-  const auto has = [](std::string_view all, std::string_view word) { return (":" + std::string(all)).find(":" + std::string(word)) != std::string::npos; };
+  const auto has = [](std::string_view all, std::string_view word) {
+    return (":" + std::string(all)).find(":" + std::string(word)) != std::string::npos;
+  };
   const bool reports = has(options, report_word), counts = has(options, counts_word);
   std::string_view rest = outer ? outer : "";
   std::string first, last;  // counts are the last word, and may hold a ':'
   while (!rest.empty()) {
     const bool is_counts = rest.starts_with(counts_word);
     const std::string_view word = is_counts ? rest : rest.substr(0, rest.find(':'));
-    if (!reports && (word.starts_with(report_word) || word == lane_use_word)) first.append(word).append(":");
+    if (!reports && (word.starts_with(report_word) || word == lane_use_word || word == time_word))
+      first.append(word).append(":");
     if (!counts && (is_counts || word.starts_with(begun_word))) last.append(":").append(word);
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }

@@ -16,6 +16,7 @@ struct command_line {
   std::string counts_file;           ///< empty: stderr
   std::vector<std::string> reports;  ///< files, by their endings; - is text on stderr
   bool lane_use = false;
+  bool time = false;
   std::string report_directory;      ///< where processes leave their data for reports
   bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one
   std::string dynamorio_home;        ///< where it is installed; empty: the environment says it

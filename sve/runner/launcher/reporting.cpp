@@ -36,7 +36,8 @@ std::string make_directory() {
 }
 
 struct sigaction action_of(int sig, void (*handler)(int)) {
-  struct sigaction action {}, before{};
+  struct sigaction action {
+  }, before{};
   action.sa_handler = handler;
   sigaction(sig, &action, &before);
   return before;

@@ -17,6 +17,7 @@ finding prepare_reports(command_line& line, const std::vector<std::string>& plac
 
 /// Calls `become_program` in a child, passes it the signals that come, waits for its end, and has the reports written.
 /// Returns its exit status; dies by its signal.
-int run_for_reports(const command_line& line, const std::string& sve_report, const std::function<int()>& become_program);
+int run_for_reports(const command_line& line, const std::string& sve_report,
+                    const std::function<int()>& become_program);
 
 }  // namespace sve::runner

@@ -6,10 +6,10 @@
 
 #include "sve/decode/dispatch.h"
 #include "sve/decode/unallocated.h"
+#include "sve/report/text.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/process.h"
-#include "sve/report/text.h"
 #include "sve/runner/sites/offsets.h"
 #include "sve/runner/sites/site.h"
 
@@ -59,6 +59,19 @@ void run(cpu_state* state, site* s) {
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
 }
 
+// What a trap takes, but for the kernel's share.
+class time_of_trap {
+ public:
+  explicit time_of_trap(thread_block* block) : block_(block), begun_(counts_time() ? read_counter() : 0) {}
+  ~time_of_trap() {
+    if (counts_time()) block_->in_runs += read_counter() - begun_;
+  }
+
+ private:
+  thread_block* block_;
+  std::uint64_t begun_;
+};
+
 // A call, so that the compiler sees that `guarded` may be left by it.
 [[gnu::noipa]] void touch(std::uint64_t at) {
   auto* byte = reinterpret_cast<volatile std::uint8_t*>(at);
@@ -100,6 +113,7 @@ decode_handler handler_of(std::uint32_t word) {
 bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   cpu_state* state = &block->state;
   count_trap();
+  const time_of_trap time(block);
   load_state(state, context);
   std::uint32_t* const start = state->pc;
   // A vforked child makes none: the lock may be held by a thread that the child has not, where it is a copy after all.

@@ -39,6 +39,7 @@ struct process_options {
   bool counts_begun = false;  ///< this process, before an exec, has begun its file
   char counts_file[4096] = "";
   bool lane_use = false;
+  bool time = false;
   char report_directory[4096] = "";  ///< empty if there is no report
 };
 
@@ -80,6 +81,7 @@ void read_options() {
     if (word == handlers_word) options.how = translation::handlers;
     if (word == trace_word) options.trace = true;
     if (word == lane_use_word) options.lane_use = true;
+    if (word == time_word) options.time = true;
     if (word.starts_with(report_word)) *copy(options.report_directory, word.substr(report_word.size())) = 0;
     if (word.starts_with(begun_word)) options.counts_begun = number(word.substr(begun_word.size())) == process_id;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
@@ -99,8 +101,8 @@ void mark_counts_begun() {
 char program_path[4096];
 
 void find_names(const char* argv0) {
-  const long size = system_call(SYS_readlinkat, AT_FDCWD, address("/proc/self/exe"), address(program_path),
-                               sizeof program_path - 1);
+  const long size =
+      system_call(SYS_readlinkat, AT_FDCWD, address("/proc/self/exe"), address(program_path), sizeof program_path - 1);
   program_path[size > 0 ? size : 0] = 0;
   const char* full = size > 0 ? program_path : argv0;
   const char* slash = std::strrchr(full, '/');
@@ -196,7 +198,7 @@ void serve_traps(char** environment) {
   const bool is_served = inherited.handler > reinterpret_cast<std::uintptr_t>(SIG_IGN);
   active = (*features & hwcap_sve) == 0 && !is_served;
   if (!active) return;
-  if (options.report_directory[0]) note_for_report(options.lane_use);
+  if (options.report_directory[0]) note_for_report(options.lane_use, options.time);
   start_thread_blocks();
   const signal_bits ignored = take_ignored(environment);
   if (this_thread_block) this_thread_block->inherits_length = (ignored & length_is_inherited) != 0;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <ctime>
 
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/interpose.h"
@@ -19,6 +20,7 @@ char program_path[4096];
 bool with_lanes = false;
 KeptFile directory, file;
 unsigned long file_number = 0;
+std::uint64_t time_before = 0;  // of the process, by what it was before an exec
 
 bool write_to_file(void* error, const char* text, std::size_t size) {
   if (is_sandboxed()) {
@@ -39,6 +41,13 @@ void print_error(int error) {
   print_line(line.c_str());
 }
 
+// What all threads have taken of processors, in nanoseconds.
+std::uint64_t processor_time() {
+  timespec time{};
+  system_call(SYS_clock_gettime, CLOCK_PROCESS_CPUTIME_ID, address(&time));
+  return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(time.tv_nsec);
+}
+
 // Returns 0 or an error number.
 int open_file(int begin) {
   const RoomForDescriptors room;
@@ -54,6 +63,7 @@ int open_file(int begin) {
 }
 
 void begin_file() {
+  time_before = processor_time();
   // A program that this process becomes later has another file, and so has a process that gets the same number.
   int error = EEXIST;
   for (file_number = 0; error == EEXIST; file_number += error == EEXIST) error = open_file(O_CREAT | O_EXCL);
@@ -84,6 +94,7 @@ void write_run_data(process_end how, int signal) {
   int error = !is_sandboxed() && file.get() < 0 ? open_file(0) : 0;
   RunDataWriter data(write_to_file, &error);
   data.begin_counts(how, signal, count_executions(), with_lanes);
+  if (counts_time() && !is_sandboxed()) data.line("processor", processor_time() - time_before);
   tell_sites(data);
   if (!data.end()) print_error(error);
 }

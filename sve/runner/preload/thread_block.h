@@ -46,6 +46,8 @@ struct thread_block {
   std::uint64_t borrowed_x[8];
   alignas(16) std::uint8_t gathered[vector_bytes];  ///< what is loaded element by element, until all of it is
 
+  std::uint64_t run_begun, in_runs;  ///< by the processor's counter, where a report is to tell of time
+
   siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
   signal_bits deferred_mask;  ///< the program's mask, while everything waits
   stack_t program_stack;      ///< as the program set it; SS_DISABLE if it has none

@@ -37,7 +37,8 @@ std::atomic<std::size_t> count_of_sites{0};
 std::atomic<std::uint64_t> executions_without_site{0};
 site** by_index = nullptr;
 bool patching = false, telling = false;
-bool noting = false, counting_lanes = false;  // for a report
+bool noting = false, counting_lanes = false, counting_time = false;  // for a report
+std::uint64_t ended_time = 0;
 std::atomic<std::uint64_t> traps{0};
 
 // Threads whose blocks are another's by now. What there is no room for is added to the last one.
@@ -191,7 +192,9 @@ void keep_counts_of(thread_block* block) {
     if (ended_count < most_ended) ended_threads[ended_count++] = {block->thread_id, 0};
     ended_threads[ended_count - 1].executions += executions;
   }
+  ended_time += block->in_runs;
   block->partial = 0;
+  block->in_runs = 0;
   std::uint64_t* counts = counts_of(block);
   for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_acquire); i < n; ++i) {
     if (counts[i] == 0) continue;
@@ -295,8 +298,18 @@ static std::uint64_t executions_of(const thread_block* block, std::size_t sites)
   return total;
 }
 
+// Of all threads, in nanoseconds.
+static std::uint64_t time_in_runs() {
+  std::uint64_t total = ended_time, rate;
+  for_each_thread_block(
+      [](thread_block* block, void* argument) { *static_cast<std::uint64_t*>(argument) += block->in_runs; }, &total);
+  asm volatile("mrs %0, cntfrq_el0" : "=r"(rate));
+  return rate == 0 ? 0 : static_cast<std::uint64_t>(static_cast<unsigned __int128>(total) * 1'000'000'000 / rate);
+}
+
 void tell_sites(RunDataWriter& data) {
   data.line("traps", traps.load());
+  if (counting_time) data.line("emulation", time_in_runs());
   if (const std::uint64_t unplaced = executions_without_site) data.line("unplaced", unplaced);
   for (std::uint32_t number = 1; const noted_module* m = find_noted_module(number); ++number)
     data.line("module", std::uint64_t{number}, RunDataWriter::hex{m->begin}, RunDataWriter::hex{m->end},
@@ -337,8 +350,17 @@ void tell_sites(RunDataWriter& data) {
   }
 }
 
-void note_for_report(bool lanes) {
+bool counts_time() { return counting_time; }
+
+std::uint64_t read_counter() {
+  std::uint64_t now;
+  asm volatile("mrs %0, cntvct_el0" : "=r"(now));
+  return now;
+}
+
+void note_for_report(bool lanes, bool time) {
   noting = true;
+  counting_time = time;
   counting_lanes = lanes;
   if (lanes) translating = translation::handlers;
   ended_threads = static_cast<ended_thread*>(map(most_ended * sizeof(ended_thread)));
@@ -352,6 +374,7 @@ void sites_after_fork_in_child() {
   executions_without_site = 0;
   traps = 0;
   ended_count = 0;
+  ended_time = 0;
   const std::size_t n = count_of_sites.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < n; ++i) {
     site* s = by_index[i];
@@ -365,6 +388,7 @@ void sites_after_fork_in_child() {
       [](thread_block* block, void* argument) {
         std::fill_n(counts_of(block), *static_cast<const std::size_t*>(argument), 0);
         block->partial = 0;
+        block->in_runs = 0;
       },
       const_cast<std::size_t*>(&n));
   leave_code_to_parent();

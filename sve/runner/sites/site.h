@@ -97,7 +97,11 @@ enum class translation : std::uint8_t { native, handlers };
 /// Whether sites are patched, and how; whether the code of each is to be told. Once, at start.
 void start_sites(bool patches, translation how, bool tells);
 /// What a report needs is noted from now on. Before any site is made.
-void note_for_report(bool lanes);
+void note_for_report(bool lanes, bool time);
+/// Whether the time in runs is to be added up.
+bool counts_time();
+/// The processor's counter, which goes on at one rate.
+std::uint64_t read_counter();
 translation translation_of_sites();
 
 /// The code of each entry, in the order in which they were made.

@@ -127,13 +127,14 @@
   function showCards() {
     const card = (id, value, label, note) => element("div.card", {}, element("b", {id}, value), element("span", {}, label), element("i", {}, note));
     const t = data.totals, use = data.lane_use, top = data.functions[0];
-    main.append(element("div.cards", {},
+    main.append(element("div.cards", {}, ...[
         card("total", grouped(total), "SVE instructions executed", t.unplaced ? grouped(t.unplaced) + " not placed" : "all processes and threads"),
         card("places", grouped(t.instructions), "instructions in the code", t.sites ? "at " + plural(t.sites, "site") : ""),
         !t.sites ? null : card("runs-mean", data.runs.executions ? (data.runs.instructions / data.runs.executions).toFixed(1) : "0", "SVE instructions a run", plural(data.runs.executions, "run")),
         card("lanes-mean", use ? percent(use.active, use.elements) : "\u2013", "of the lanes were active", use ? plural(use.executions, "predicated execution") : "not counted: --lane-use"),
         !t.sites ? null : card("traps", grouped(t.traps), "traps", `${grouped(t.patched_sites)} of ${plural(t.sites, "site")} patched`),
-        card("hottest", top ? percent(top.executions, total) : "\u2013", "in the hottest function", top ? shortName(top.name) || "unknown" : "")));
+        data.time ? card("time", percent(data.time.emulation_ns, data.time.processor_ns), "of the processors' time", (data.time.emulation_ns / 1e6).toFixed(1) + " ms in SVE instructions") : null,
+        card("hottest", top ? percent(top.executions, total) : "\u2013", "in the hottest function", top ? shortName(top.name) || "unknown" : "")].filter(Boolean)));
   }
 
   function showMix() {
