@@ -63,6 +63,8 @@ def fits(name, width):
               ...[...document.body.querySelectorAll("*")].filter(e => e.getBoundingClientRect().right > innerWidth + 1 &&
                 !scrolls(e.parentElement)).map(e => e.tagName + "." + e.className)].filter(Boolean).slice(0, 5);
     })()""")
+    outside += chromium.evaluate("""[...document.querySelectorAll(".card, section, .chips li")].filter(e =>
+      e.scrollWidth > e.clientWidth + 1).map(e => e.className + "#" + e.id)""")
     check(not outside, name, "at", width, "pixels overflows:", outside)
 
 

@@ -1,4 +1,4 @@
-"""usage: processes_test.py SVE_RUN PROGRAM. Reports of whole trees of processes, whatever way each one ends, and what
+"""usage: processes_test.py SVE_RUN PROGRAM PLUGIN. Reports of whole trees of processes, whatever way each one ends, and what
 sve-run is as their parent. PROGRAM is reported_program, which executes one SVE instruction."""
 import glob
 import os
@@ -9,7 +9,7 @@ import time
 
 from checks import check, check_text, finish, read_report, run, use_processor_without_sve, work_directory
 
-sve_run, program = sys.argv[1:]
+sve_run, program, plugin = sys.argv[1:]
 use_processor_without_sve(sve_run)
 work = work_directory()
 temporary = os.path.join(work.name, "tmp")
@@ -104,6 +104,21 @@ if os.getuid() == 0:
     os.mkdir(path("root"))
     report, _ = report_of("change-root", path("root"), status=7)
     check(report["totals"]["executions"] == 1, report["totals"])
+
+
+# One that restricts its system calls: what it had met is told of by place, the rest in the total.
+report, done = report_of("restrict-itself", status=7)
+check(report["totals"]["executions"] == 2 and report["totals"]["unplaced"] == 1, report["totals"])
+check(report["processes"][0]["end"] == "exit", report["processes"])
+
+# Each thread, those that have ended too.
+report, _ = report_of("threads", status=7)
+check(sorted(t["executions"] for t in report["threads"]) == [1, 1, 2, 3], report["threads"])
+
+# A library that is unloaded again.
+report, _ = report_of("load-plugin", plugin, status=7)
+own = [i for i in report["instructions"] if report["modules"][i["module"]]["path"] == os.path.realpath(plugin)]
+check(sorted((i["function"], i["executions"]) for i in own) == [("plugin_bytes", 1), ("start", 1)], own)
 
 # Under another sve-run both get theirs: the inner report is of the inner one's tree.
 run(sve_run, "-q", "--report", path("outer.json"), sve_run, "-q", program, "return", status=7)

@@ -210,7 +210,7 @@ class translator {
     const std::size_t without_block = code_->size();
     code_->put(cbz_x, base_, 0);
     code_->put(add_x_imm, base_, base_, base_in_block);
-    if (counts_time()) {
+    if (site_->is_timed) {
       code_->put(mrs_counter, temp_[0]);
       code_->put(str_x, temp_[0], base_, time_begun_offset);
     }
@@ -377,7 +377,7 @@ class translator {
     for (unsigned k = 3; k < borrowed_x_; ++k)
       code_->put(ldr_x, temp_[k], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(k - 3));
     code_->put(str_x, base_, base_, state_offset + SVE_ENTRY_USED);
-    if (counts_time()) {
+    if (site_->is_timed) {
       code_->put(mrs_counter, temp_[0]);
       code_->put(ldr_x, temp_[1], base_, time_begun_offset);
       code_->put(sub_x, temp_[0], temp_[0], temp_[1]);

@@ -62,13 +62,13 @@ written_registers written_by(std::uint32_t word, decode_handler handle) {
 }
 
 // Between the two the program's registers are saved.
-void begin_time(buffer& code) {
-  if (!counts_time()) return;
+void begin_time(buffer& code, const site& s) {
+  if (!s.is_timed) return;
   code.put(mrs_counter, 0);
   code.put(str_x, 0, state, time_begun);
 }
-void end_time(buffer& code) {
-  if (!counts_time()) return;
+void end_time(buffer& code, const site& s) {
+  if (!s.is_timed) return;
   code.put(mrs_counter, 0);
   code.put(ldr_x, 1, state, time_begun);
   code.put(sub_x, 0, 0, 1);
@@ -82,7 +82,7 @@ void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first
   code.put(stp_x_pre, 0, 30, sp, -SVE_ENTRY_PUSHED);
   put_thread_block(code, 0, 30);
   call(code, sve_entry_save);
-  begin_time(code);
+  begin_time(code, s);
   std::uint32_t written = 0;
   for (std::size_t i = first; i < end; ++i) {
     const written_registers now = written_by(s.words[i], s.handlers[i]);
@@ -104,7 +104,7 @@ void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first
     code.put(blr, 2);
   }
   if (is_last) count(code, s);
-  end_time(code);
+  end_time(code, s);
   call(code, sve_entry_restore);
   log.add(code.size(), code_event::heavy_tail, is_last, end);
   for (unsigned n = 20; n < 30; ++n)

@@ -163,6 +163,7 @@ site* make(std::uint32_t* address) {
   s->handlers = own_handlers;
   s->partial = partial;
   s->uses = uses;
+  s->is_timed = counting_time;
   s->module = is_known ? m.module : 0;
   s->has_scalars = std::find(handlers, handlers + n, nullptr) != handlers + n;
   std::atomic<site*>& bucket = bucket_of(address);

@@ -35,6 +35,7 @@ struct site {
   std::atomic<const struct code_event*> events;  ///< what can be told of its code; set before `entry`
   std::uint32_t event_count;
   std::uint64_t code;    ///< the address of its code's first word
+  bool is_timed;         ///< what its runs take is added up
   lane_use* uses;        ///< by instruction, if lane use is counted
   std::uint32_t module;  ///< the number of the file that it was mapped from, if there is a report; 0 if none
 

@@ -84,11 +84,12 @@
     const side = (name, s) => element("div.path", {}, `${name}: ${s.program}, ${s.vector_bits} bits, ${s.platform}`);
     document.getElementById("head").append(element("div.kicker", {}, "sve-run comparison"),
         element("h1", {}, `${base(data.before.program)} \u2192 ${base(data.after.program)}`), side("Before", data.before), side("After", data.after));
+    const short = {Families: words, Functions: shortName, "Source lines": base};
     data.sections.forEach((s, index) => {
       const longest = s.items.reduce((most, i) => Math.max(most, Math.abs(i.change)), 0);
       const body = element("tbody");
       const row = i => body.append(element("tr", {},
-          element("td" + (index > 2 ? ".mono" : ""), {title: i.name}, index === 1 ? words(i.name) : i.name),
+          element("td" + (index > 2 ? ".mono" : ""), {title: i.name}, (short[s.title] || (name => name))(i.name)),
           element("td.right.thin", {}, grouped(i.before)), element("td.right", {}, grouped(i.after)),
           element("td.right." + (i.change > 0 ? "up" : "down"), {}, i.change ? signed(i.change) : "0"),
           element("td.thin", {}, element("div.track", {}, element("div.fill", {"--part": longest ? Math.abs(i.change) / longest : 0,
@@ -101,7 +102,7 @@
       }}, `Show ${s.items.length - 25} more`) : null;
       const heading = (text, shape = ".right") => element("th" + shape, {}, text);
       section("s" + index, s.title, s.items.length ? "" : "no difference", index && index < 3 ? "" : "wide",
-          s.items.length ? element("table", {}, element("thead", {}, element("tr", {}, heading("", ""), heading("before", ".right.thin"),
+          s.items.length ? element("table.compare", {}, element("thead", {}, element("tr", {}, heading("", ""), heading("before", ".right.thin"),
               heading("after"), heading("change"), heading("", ".thin"), heading(""))), body)
                          : element("p.empty", {}, "Both are alike here."), more);
     });
