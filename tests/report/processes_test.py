@@ -111,6 +111,9 @@ report, done = report_of("restrict-itself", status=7)
 check(report["totals"]["executions"] == 2 and report["totals"]["unplaced"] == 1, report["totals"])
 check(report["processes"][0]["end"] == "exit", report["processes"])
 
+report, _ = report_of("restrict-itself", "fork", status=7)
+check(report["totals"]["executions"] == 2 and len(report["processes"]) == 1, report["processes"])
+
 # Each thread, those that have ended too.
 report, _ = report_of("threads", status=7)
 check(sorted(t["executions"] for t in report["threads"]) == [1, 1, 2, 3], report["threads"])

@@ -71,7 +71,9 @@ void begin_file() {
     RunDataWriter data(write_to_file, &error);
     data.begin("embedded", kernel_process_id(), static_cast<int>(system_call(SYS_getppid)), program_path);
   }
-  if (error != 0) print_error(error);
+  if (error == 0) return;
+  print_error(error);
+  directory_path = nullptr;  // what is open may be the parent's file
 }
 
 }  // namespace
@@ -86,7 +88,8 @@ void start_run_data(const char* path, const char* program, bool lanes) {
 }
 
 void restart_run_data() {
-  if (directory_path && !is_sandboxed()) begin_file();
+  if (is_sandboxed()) directory_path = nullptr;
+  if (directory_path) begin_file();
 }
 
 void write_run_data(process_end how, int signal) {
