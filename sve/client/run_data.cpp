@@ -13,6 +13,7 @@
 #include "sve/client/port.h"
 #include "sve/client/sve_client.h"
 #include "sve/report/run_data.h"
+#include "sve/report/wishes.h"
 #include "sve/stats/stats.h"
 
 namespace sve::client {
@@ -90,13 +91,12 @@ aarch64_decode_rc execute_counted(cpu_state* state, unsigned int word) {
 
 void start_run_data() {
   wanted = {};
-  const char* const options = std::getenv("SVE_RUN_OPTIONS");
+  const char* const options = std::getenv(options_variable);
   std::string_view rest = options ? options : "";
   while (!rest.empty()) {
     const std::string_view word = rest.substr(0, rest.find(':'));
-    constexpr std::string_view report_word = "report=";
     if (word.starts_with(report_word)) wanted.directory = word.substr(report_word.size());
-    if (word == "lane-use") wanted.lanes = true;
+    if (word == lane_use_word) wanted.lanes = true;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
   if (!wanted.directory.empty()) begin_file();

@@ -1,11 +1,13 @@
-// Options on their way from sve-run to the preloaded library: one environment variable, words joined by ':'.
+// Options on their way from sve-run to the preloaded library: one environment variable, words joined by ':'. Those of
+// reports are in wishes.h.
 #pragma once
 
 #include <string_view>
 
+#include "sve/report/wishes.h"
+
 namespace sve::runner {
 
-inline constexpr char options_variable[] = "SVE_RUN_OPTIONS";
 inline constexpr char preload_variable[] = "LD_PRELOAD";
 /// The signals that a new program is to find ignored and could not be given so by the kernel: a number, bit n-1 for
 /// signal n. The library empties it when it has read it.
@@ -21,10 +23,6 @@ inline constexpr std::string_view no_announce_word = "no-announce";
 inline constexpr std::string_view no_patch_word = "no-patch";
 inline constexpr std::string_view handlers_word = "handlers";
 inline constexpr std::string_view trace_word = "trace-translation";
-inline constexpr std::string_view lane_use_word = "lane-use";
-inline constexpr std::string_view time_word = "time";
-/// Followed by the directory where each process of the tree leaves data for the report. There is no ':' in it.
-inline constexpr std::string_view report_word = "report=";
 /// Followed by the id of the process that has begun its file of counts, in `begun_width` digits that it fills in
 /// itself: after an exec it goes on with that file. There when the file's name holds a %p.
 inline constexpr std::string_view begun_word = "begun=";
