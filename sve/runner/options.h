@@ -8,6 +8,8 @@
 
 namespace sve::runner {
 
+using sve::options_variable;
+
 inline constexpr char preload_variable[] = "LD_PRELOAD";
 /// The signals that a new program is to find ignored and could not be given so by the kernel: a number, bit n-1 for
 /// signal n. The library empties it when it has read it.

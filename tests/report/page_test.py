@@ -146,6 +146,16 @@ check(chromium.evaluate("getComputedStyle(document.getElementById('nav')).displa
 check(len(chromium.call("Page.printToPDF")["data"]) > 10000, "it prints")
 chromium.call("Emulation.setEmulatedMedia", media="")
 
+# Nothing was executed, or nothing is known.
+os.mkdir(path("nothing"))
+with open(path("nothing/7.0"), "w") as file:
+    file.write("sve-run-data 1\nbits 896\nplatform dynamorio\nprocess 7 1\nprogram /bin/true\n")
+run(*sve_report, "--data", path("nothing"), "-o", path("nothing.html"), "-o", path("nothing.json"))
+read_report(path("nothing.json"))
+load("nothing.html", width=360)
+fits("nothing.html", 360)
+check(numbers("#total") == ["0"] and "end not known" in numbers("#processes")[0], numbers("#processes"))
+
 # The comparison.
 compared = json.load(open(path("compared.json")))
 load("compared.html")
