@@ -7,6 +7,9 @@ set(components library development)
 if(TARGET sve-run)
   list(APPEND components runner)
 endif()
+if(TARGET sve-report)
+  list(APPEND components report)
+endif()
 
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_NAME sve-stats-896)
@@ -66,8 +69,14 @@ if(TARGET sve-run)
   set(CPACK_DEBIAN_RUNNER_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
   install(FILES ${PROJECT_SOURCE_DIR}/cmake/sve-run.lintian-overrides RENAME sve-run
           DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT runner)
+  set(CPACK_DEBIAN_RUNNER_PACKAGE_RECOMMENDS sve-report)
   debian_package(runner sve-run utils "${c_library}"
     "runs AArch64 programs that use SVE on processors without it"
     "Serves each SVE instruction of an unmodified program by a software model with a\nvector length of 896 bits, exact to the bit; all others run natively.")
+endif()
+if(TARGET sve-report)
+  debian_package(report sve-report utils "${c_library}, ${cxx_library}, libdw1 (>= 0.188), libelf1 (>= 0.188)"
+    "reports of what SVE programs have executed"
+    "Makes pages, JSON and text of what sve-run has counted, by instruction, function,\nsource line and loop, and compares two runs.")
 endif()
 include(CPack)

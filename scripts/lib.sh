@@ -43,9 +43,11 @@ need() {
 # What building takes, tests and benchmarks included.
 install_build_tools() {
   need g++ cmake ninja-build ccache binutils pkg-config git python3 \
-    libgtest-dev libbenchmark-dev libcli11-dev libfmt-dev libcapstone-dev
+    libgtest-dev libbenchmark-dev libcli11-dev libfmt-dev libcapstone-dev libdw-dev nlohmann-json3-dev \
+    python3-jsonschema chromium-headless-shell
   if [[ $machine == x86_64 ]]; then
     need gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest
+    fetch_libraries build/arm64 || say "No libraries for AArch64: sve-report is not built for it"
   fi
 }
 
@@ -65,6 +67,20 @@ apt_for_arm64() {
   apt-get -qq -o APT::Architecture=arm64 -o APT::Architectures::=arm64 -o Dir::State="$place/state" \
     -o Dir::State::status="$place/status" -o Dir::Cache="$place/cache" -o Debug::NoLocking=1 \
     -o APT::Sandbox::User="$(id -un)" "$@" < /dev/null
+}
+
+# fetch_libraries DIRECTORY: what a cross build of sve-report links, below `root` there. Nothing is installed.
+fetch_libraries() {
+  local place=$1 package
+  [[ -e $place/root ]] && return
+  say "Fetching libraries for AArch64"
+  apt_for_arm64 "$place" update || return 1
+  (cd "$place" && apt_for_arm64 ../../"$place" download libdw1 libelf1 zlib1g liblzma5 libbz2-1.0) || return 1
+  mkdir -p "$place/part"
+  for package in "$place"/*.deb; do dpkg-deb -x "$package" "$place/part"; done
+  # The parts that are named without /usr.
+  cp -a "$place"/part/lib/. "$place/part/usr/lib/" && rm -rf "$place"/part/lib "$place"/*.deb
+  mv "$place/part" "$place/root"
 }
 
 # fetch_kernel DIRECTORY: what scripts/test-kernel boots. Makes `vmlinuz` there, and `system.cpio`: the C library, a

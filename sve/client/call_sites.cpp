@@ -7,10 +7,12 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "sve/client/guarded_call.h"
 #include "sve/client/port.h"
+#include "sve/client/run_data.h"
 #include "sve/client/sve_client.h"
 #include "sve/decode/table.h"
 #include "sve/stats/stats.h"
@@ -83,7 +85,8 @@ call_site* need_call_site(unsigned int word, unsigned char* pc, decode_handler h
   if (is_new) {
     site.word = word;
     site.pc = pc;
-    site.handler = handler;
+    site.row = decode::find_row(word);
+    site.handler = site.row && has_lane_use(*site.row) ? counting_handler(handler) : handler;
     site.accesses_memory = word_accesses_memory(word);
     site.uses_slots = names_slot_register(word);
   }
@@ -115,9 +118,14 @@ void restart_counts(void*) {
   static auto& put_away = *new std::list<decltype(icounts)>;
   put_away.push_back(std::move(icounts));
   make_mutex_work(table().lock);
-  for (auto& [key, site] : table().sites) site.count.store(nullptr);
+  for (auto& [key, site] : table().sites) {
+    site.count.store(nullptr);
+    site.lanes.~lane_use();
+    new (&site.lanes) lane_use{};
+  }
   sve_instr_count.store(0);
   aarch64_instr_count = 0;
+  restart_run_data();
 }
 
 }  // namespace sve::client

@@ -6,6 +6,7 @@
 
 #include "dr_api.h"
 #include "sve/decode/dispatch.h"
+#include "sve/report/lane_use.h"
 
 namespace sve::client {
 
@@ -15,6 +16,8 @@ struct call_site {
   unsigned char* pc;
   decode_handler handler;
   bool accesses_memory;
+  const decode::row* row;
+  lane_use lanes;
   bool uses_slots;                                          ///< it names a general register that waits in a spill slot
   std::atomic<std::atomic<unsigned long>*> count{nullptr};  ///< its entry of `icounts`, once it has one
 };

@@ -9,6 +9,7 @@
 #include "drreg.h"
 #include "sve/client/assertion.h"
 #include "sve/client/port.h"
+#include "sve/client/run_data.h"
 #include "sve/stats/stats.h"
 
 #ifndef SVE_REPORT_ADDRESS
@@ -61,6 +62,7 @@ extern "C" DR_EXPORT void dr_client_main(client_id_t, int argc, const char* argv
   if (!drmgr_register_bb_app2app_event(event_instruction_change, nullptr)) sve::client::fail_assertion(148, "false");
   tls_idx = drmgr_register_tls_field();
   sve::client::start_calls();
+  sve::client::start_run_data();
 
   sve::on_no_memory_for_counts = [] {
     dr_fprintf(our_stderr, "no memory for more counts; from here on the total alone is counted\n");
@@ -89,6 +91,7 @@ void event_exit() {
   std::fprintf(stderr, "%s: %lu SVE instructions executed\n", name, sve_instr_count.load());
   // Required: the text says "executed", the value counts what was seen when blocks were built.
   std::fprintf(stderr, "%s: %lu Non-SVE AArch64 instructions executed\n", name, aarch64_instr_count);
+  sve::client::write_run_data();
   if (exe) dr_free_module_data(exe);
   if (!drmgr_unregister_bb_app2app_event(event_instruction_change) || drreg_exit() != DRREG_SUCCESS)
     sve::client::fail_assertion(204, "false");

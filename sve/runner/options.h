@@ -1,11 +1,15 @@
-// Options on their way from sve-run to the preloaded library: one environment variable, words joined by ':'.
+// Options on their way from sve-run to the preloaded library: one environment variable, words joined by ':'. Those of
+// reports are in wishes.h.
 #pragma once
 
 #include <string_view>
 
+#include "sve/report/wishes.h"
+
 namespace sve::runner {
 
-inline constexpr char options_variable[] = "SVE_RUN_OPTIONS";
+using sve::options_variable;
+
 inline constexpr char preload_variable[] = "LD_PRELOAD";
 /// The signals that a new program is to find ignored and could not be given so by the kernel: a number, bit n-1 for
 /// signal n. The library empties it when it has read it.
@@ -13,6 +17,7 @@ inline constexpr char ignored_variable[] = "SVE_RUN_IGNORED";
 /// Among them, in the place of a signal that nobody can ignore: the vector length is inherited (PR_SVE_VL_INHERIT).
 inline constexpr unsigned long length_is_inherited = 1ul << 8;
 inline constexpr char library_name[] = "libsve_run.so";
+inline constexpr char report_name[] = "sve-report";
 inline constexpr char client_name[] = "libsve_stats_896.so";
 
 inline constexpr std::string_view quiet_word = "quiet";

@@ -1,10 +1,15 @@
 // The client on the fake platform: what it inserts, in which order it asks the platform for what, and what comes of
 // failures.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cinttypes>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "fake/machine.h"
 #include "fake/platform.h"
@@ -216,6 +221,34 @@ TEST_F(Client, StopsInOrder) {
             "program: 12 SVE instructions executed\nprogram: 345 Non-SVE AArch64 instructions executed\n");
   EXPECT_EQ(now.calls, (lines{"dr_log null ffffff 1 SVE client exiting\n", "dr_free_module_data main",
                               "drmgr_unregister_bb_app2app_event the same", "drreg_exit", "drmgr_exit"}));
+}
+
+TEST_F(Client, LeavesDataForAReport) {
+  char directory[] = "/tmp/client-test-XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  setenv("SVE_RUN_OPTIONS", (std::string("quiet:report=") + directory + ":counts").c_str(), 1);
+  start();
+  unsetenv("SVE_RUN_OPTIONS");
+  start_thread();
+  build({ptrue_p0_b, add_z0_z0_z1});
+  fake::machine m;
+  run(m);
+  run(m);
+  testing::internal::CaptureStderr();
+  now.exit();
+  testing::internal::GetCapturedStderr();
+  const std::string path = std::string(directory) + "/" + std::to_string(getpid()) + ".0";
+  std::ifstream file(path);
+  std::stringstream text;
+  text << file.rdbuf();
+  const std::string data = text.str();
+  EXPECT_TRUE(data.starts_with("sve-run-data 1\nbits 896\nplatform dynamorio\nprocess " + std::to_string(getpid()) + " "))
+      << data;
+  EXPECT_NE(data.find("program /some/where/program\ncounts\nend unknown\ntotal 4\n"), data.npos) << data;
+  for (const char* word : {" 1 2 0\nword 0 0x2518e3e0 0\n", " 1 2 0\nword 0 0x4210000 0\n"})
+    EXPECT_NE(data.find(word), data.npos) << word << data;
+  EXPECT_TRUE(data.ends_with("done\n")) << data;
+  std::filesystem::remove_all(directory);
 }
 
 // The inserted code, written down line by line.

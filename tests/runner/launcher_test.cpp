@@ -109,11 +109,35 @@ TEST(CommandLine, ValuesStandBehindOptionsAsTheHelpShows) {
 }
 
 TEST(CommandLine, AnOuterRunnersCountsAreKept) {
-  EXPECT_EQ(with_outer_counts("", nullptr), "");
-  EXPECT_EQ(with_outer_counts("quiet", "no-announce"), "quiet");
-  EXPECT_EQ(with_outer_counts("", "quiet:counts"), "counts");
-  EXPECT_EQ(with_outer_counts("quiet", "no-announce:counts=/a:b"), "quiet:counts=/a:b");
-  EXPECT_EQ(with_outer_counts("", "quiet:begun=0000000007:counts=/%p"), "begun=0000000007:counts=/%p");
+  EXPECT_EQ(with_outer_wishes("", nullptr), "");
+  EXPECT_EQ(with_outer_wishes("quiet", "no-announce"), "quiet");
+  EXPECT_EQ(with_outer_wishes("", "quiet:counts"), "counts");
+  EXPECT_EQ(with_outer_wishes("quiet", "no-announce:counts=/a:b"), "quiet:counts=/a:b");
+  EXPECT_EQ(with_outer_wishes("", "quiet:begun=0000000007:counts=/%p"), "begun=0000000007:counts=/%p");
+}
+
+TEST(CommandLine, Reports) {
+  auto parsed = parse_command_line({"--report", "a.html", "--report=b.json", "--lane-use", "prog", "--report=c.txt"});
+  EXPECT_TRUE(parsed.run) << parsed.text;
+  EXPECT_EQ(parsed.line.reports, (words{"a.html", "b.json"}));
+  EXPECT_EQ(parsed.line.program, (words{"prog", "--report=c.txt"}));
+  EXPECT_EQ(options_value(parsed.line), "");  // there is no directory yet
+  parsed.line.report_directory = "/tmp/x";
+  parsed.line.counts = true;
+  parsed.line.time = true;
+  EXPECT_EQ(options_value(parsed.line), "lane-use:time:report=/tmp/x:counts");
+  EXPECT_TRUE(parse_command_line({"--platform=dynamorio", "--report=-", "prog"}).run);
+  for (const words& wrong : {words{"--report=a.pdf", "prog"}, words{"--report=", "prog"}, words{"--lane-use", "prog"},
+                             words{"--time", "prog"}, words{"--platform=dynamorio", "--time", "--report=-", "prog"}})
+    EXPECT_FALSE(parse_command_line(wrong).run) << wrong[0];
+}
+
+TEST(CommandLine, AnOuterRunnersReportIsKept) {
+  EXPECT_EQ(with_outer_wishes("quiet", "lane-use:time:report=/tmp/x:counts=/a:b"),
+            "lane-use:time:report=/tmp/x:quiet:counts=/a:b");
+  EXPECT_EQ(with_outer_wishes("report=/tmp/y:counts", "lane-use:report=/tmp/x:counts"), "report=/tmp/y:counts");
+  EXPECT_EQ(with_outer_wishes("report=/tmp/y", "quiet:report=/tmp/x:counts=/report=z"),
+            "report=/tmp/y:counts=/report=z");
 }
 
 TEST(DynamoRio, TheDirectoryIsOneWordOrTwo) {

@@ -1,13 +1,17 @@
 // A program that executes SVE instructions and then ends in the way that its first argument names; see report_test.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "tests/runner/sve_instructions.h"
 
@@ -49,6 +53,23 @@ int main(int argc, char** argv) {
     __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code) + size);
     mprotect(code, size, PROT_READ | PROT_EXEC);
     for (std::size_t i = 0; i < places; ++i) reinterpret_cast<void (*)()>(code + 2 * i)();
+  }
+  if (mode("restrict-itself")) {
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return 1;
+    sve_instructions::all_true_p0();
+    if (*operand && fork() == 0) return 0;  // with another end than the parent's
+    if (*operand) wait(nullptr);
+  }
+  if (mode("load-plugin")) {
+    void* const plugin = dlopen(operand, RTLD_NOW);
+    auto* const function = plugin ? reinterpret_cast<unsigned long (*)()>(dlsym(plugin, "plugin_bytes")) : nullptr;
+    if (!function || function() != 112 || dlclose(plugin) != 0) return 1;
+  }
+  if (mode("threads")) {
+    for (int i = 0; i < 3; ++i)
+      std::thread([i] {
+        for (int k = 0; k <= i; ++k) sve_instructions::all_true_p0();
+      }).join();
   }
   if (mode("pause")) {
     std::puts("ready");

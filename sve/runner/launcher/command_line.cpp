@@ -46,7 +46,7 @@ class HelpFormatter : public CLI::Formatter {
 // The options whose value may be the word behind them. That of --counts may be left away, so it stands behind a '='.
 bool takes_next_word(std::string_view option) {
   return option == "--platform" || option == "--dynamorio" || option == "--dynamorio-options" ||
-         option == "--translate";
+         option == "--translate" || option == "--report";
 }
 
 }  // namespace
@@ -101,12 +101,29 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.add_option("--dynamorio-options", line.dynamorio_options, "Options for DynamoRIO itself, separated by spaces")
       ->type_name("OPTIONS");
   std::string counts;
-  auto* counts_option = app.add_option("--counts", counts,
-                                       "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
-                                       "%p in FILE is the process id")
-                            ->type_name("[=FILE]")
-                            ->expected(0, 1)
-                            ->default_str("");
+  auto* counts_option =
+      app.add_option("--counts", counts,
+                     "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
+                     "%p in FILE is the process id")
+          ->type_name("[=FILE]")
+          ->expected(0, 1)
+          ->default_str("");
+  app.add_option("--report", line.reports,
+                 "Write a report of what was executed, and where, when the program has ended: FILE.html, FILE.json or "
+                 "FILE.txt, or - for text on stderr; %p in FILE is the process id. May be given more than once")
+      ->type_name("FILE")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check([](const std::string& file) {
+        for (const char* ending : {".html", ".json", ".txt"})
+          if (file == "-" || file.ends_with(ending)) return std::string();
+        return "a report ends in .html, .json or .txt, or is - for text on stderr; " + file + " does not";
+      });
+  app.add_flag("--lane-use", line.lane_use,
+               "Count for the report how many elements of each vector were active, and what was loaded and stored; "
+               "every instruction is then a call of the model");
+  app.add_flag("--time", line.time,
+               "Measure for the report how much of the processors' time went into SVE instructions");
   app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
 
   try {
@@ -130,12 +147,17 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   }
   line.counts = counts_option->count() > 0;
   line.dynamorio = platform == "dynamorio";
-  if (line.dynamorio && (line.quiet || line.counts)) {
+  if (line.dynamorio && (line.quiet || line.counts || line.time)) {
     result.status = status_failed;
-    result.text = "--quiet and --counts go with --platform=embedded only; leave them away\n";
+    result.text = "--quiet, --counts and --time go with --platform=embedded only; leave them away\n";
     return result;
   }
   line.counts_file = counts;
+  if ((line.lane_use || line.time) && line.reports.empty()) {
+    result.status = status_failed;
+    result.text = std::string(line.time ? "--time" : "--lane-use") + " goes with a report; give --report FILE, too\n";
+    return result;
+  }
   if (line.program.empty()) {
     result.status = status_failed;
     result.text = "no program given; see sve-run --help\n";
@@ -156,16 +178,34 @@ std::string options_value(const command_line& line) {
   if (!line.patch || line.translate == "off") add(no_patch_word);
   if (line.translate == "handlers") add(handlers_word);
   if (line.trace_translation) add(trace_word);
+  if (!line.report_directory.empty()) {
+    if (line.lane_use) add(lane_use_word);
+    if (line.time) add(time_word);
+    add(std::string(report_word) + line.report_directory);
+  }
   if (line.counts_file.find("%p") != std::string::npos) add(std::string(begun_word) + std::string(begun_width, '0'));
   if (line.counts) add(std::string(counts_word) + (line.counts_file.empty() ? "" : "=" + line.counts_file));
   return value;
 }
 
-std::string with_outer_counts(std::string options, const char* outer) {
+std::string with_outer_wishes(std::string options, const char* outer) {
+  const auto has = [](std::string_view all, std::string_view word) {
+    return (":" + std::string(all)).find(":" + std::string(word)) != std::string::npos;
+  };
+  const bool reports = has(options, report_word), counts = has(options, counts_word);
   std::string_view rest = outer ? outer : "";
-  while (!rest.empty() && !rest.starts_with(begun_word) && !rest.starts_with(counts_word))
-    rest.remove_prefix(std::min(rest.size(), rest.find(':') + (rest.find(':') < rest.size())));
-  if (!rest.empty()) options.append(options.empty() ? "" : ":").append(rest);
+  std::string first, last;  // counts are the last word, and may hold a ':'
+  while (!rest.empty()) {
+    const bool is_counts = rest.starts_with(counts_word);
+    const std::string_view word = is_counts ? rest : rest.substr(0, rest.find(':'));
+    if (!reports && (word.starts_with(report_word) || word == lane_use_word || word == time_word))
+      first.append(word).append(":");
+    if (!counts && (is_counts || word.starts_with(begun_word))) last.append(":").append(word);
+    rest.remove_prefix(std::min(rest.size(), word.size() + 1));
+  }
+  options = first + options + last;
+  if (options.starts_with(':')) options.erase(0, 1);
+  if (options.ends_with(':')) options.pop_back();
   return options;
 }
 

@@ -14,6 +14,10 @@ struct command_line {
   bool trace_translation = false;
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
+  std::vector<std::string> reports;  ///< files, by their endings; - is text on stderr
+  bool lane_use = false;
+  bool time = false;
+  std::string report_directory;      ///< where processes leave their data for reports
   bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one
   std::string dynamorio_home;        ///< where it is installed; empty: the environment says it
   std::string dynamorio_options;     ///< for the platform itself, separated by spaces
@@ -34,7 +38,8 @@ parse_result parse_command_line(const std::vector<std::string>& arguments);
 /// The value of the variable that carries the options to the preloaded library; see options.h.
 std::string options_value(const command_line& line);
 
-/// `options` with the counts that an outer sve-run asked for by its own options; null if it passed none.
-std::string with_outer_counts(std::string options, const char* outer);
+/// `options` with the counts and the data for a report that an outer sve-run asked for by its own options, null if it
+/// passed none, where these ask for none.
+std::string with_outer_wishes(std::string options, const char* outer);
 
 }  // namespace sve::runner

@@ -18,6 +18,7 @@
 #include "sve/runner/launcher/command_line.h"
 #include "sve/runner/launcher/dynamorio.h"
 #include "sve/runner/launcher/program.h"
+#include "sve/runner/launcher/reporting.h"
 #include "sve/runner/options.h"
 
 namespace {
@@ -54,6 +55,7 @@ int run(const std::string& path, const std::vector<std::string>& words) {
 }
 
 int run_under_dynamorio(const command_line& line, const std::string& program) {
+  if (!line.report_directory.empty()) setenv(options_variable, options_value(line).c_str(), 1);
   const auto here = own_directory();
   const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
   const finding home = find_dynamorio(
@@ -90,6 +92,20 @@ std::string preload_list(const std::string& library, const std::string& program,
   return list;
 }
 
+int run_embedded(const command_line& line, const std::string& program, const std::string& library) {
+  const char* preloaded = std::getenv(preload_variable);
+  const bool nested = preloaded && std::strstr(preloaded, library_name);
+  setenv(preload_variable, preload_list(library, program, preloaded).c_str(), 1);
+  std::string options = options_value(line);
+  if (nested) options = with_outer_wishes(options, std::getenv(options_variable));
+  if (options.empty()) {
+    unsetenv(options_variable);
+  } else {
+    setenv(options_variable, options.c_str(), 1);
+  }
+  return run(program, line.program);
+}
+
 // The file gets what each process of the tree appends, so it begins empty and its path is whole.
 std::optional<std::string> prepare_counts_file(command_line& line) {
   if (line.counts_file.empty()) return std::nullopt;
@@ -121,10 +137,20 @@ int main(int argc, char** argv) {
   if (program.status != 0) return fail(program.status, program.error);
 
   if (processor_has_sve()) {
-    if (!line.quiet) fail(0, "this processor has SVE and runs the program itself, at its own vector length");
+    const bool reports = !line.reports.empty();
+    if (!line.quiet || reports)
+      fail(0, std::string("this processor has SVE and runs the program itself, at its own vector length") +
+                  (reports ? "; there is no report" : ""));
     return run(program.path, line.program);
   }
-  if (line.dynamorio) return run_under_dynamorio(line, program.path);
+  const auto become = [&](const std::function<int()>& program_of_line) {
+    if (line.reports.empty()) return program_of_line();
+    const auto here = own_directory();
+    const finding prepared = prepare_reports(line, {here / report_name, here / "../report" / report_name});
+    if (prepared.status != 0) return fail(prepared.status, prepared.error);
+    return run_for_reports(line, prepared.path, program_of_line);
+  };
+  if (line.dynamorio) return become([&] { return run_under_dynamorio(line, program.path); });
   const auto library = find_library();
   if (!library) {
     return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM
@@ -136,15 +162,5 @@ int main(int argc, char** argv) {
   }
   if (const auto error = prepare_counts_file(line)) return fail(status_failed, *error);
 
-  const char* preloaded = std::getenv(preload_variable);
-  const bool nested = preloaded && std::strstr(preloaded, library_name);
-  setenv(preload_variable, preload_list(*library, program.path, preloaded).c_str(), 1);
-  std::string options = options_value(line);
-  if (nested && !line.counts) options = with_outer_counts(options, std::getenv(options_variable));
-  if (options.empty()) {
-    unsetenv(options_variable);
-  } else {
-    setenv(options_variable, options.c_str(), 1);
-  }
-  return run(program.path, line.program);
+  return become([&] { return run_embedded(line, program.path, *library); });
 }

@@ -35,6 +35,8 @@ constexpr int z_offset(unsigned n, unsigned byte) {
 constexpr int p_offset(unsigned n, unsigned byte) { return z_offset(32 + n, byte); }
 constexpr int ffr_offset(unsigned byte) { return z_offset(48, byte); }
 constexpr int borrowed_v_offset = 16 - base_in_block;
+constexpr int time_begun_offset = static_cast<int>(offsetof(thread_block, run_begun)) - base_in_block;
+constexpr int time_offset = static_cast<int>(offsetof(thread_block, in_runs)) - base_in_block;
 static_assert(offsetof(cpu_state, z) == SVE_STATE_Z && sizeof(cpu_state::z) == 32 * vector_bytes);
 static_assert(offsetof(cpu_state, p) == SVE_STATE_Z + 32 * vector_bytes);
 static_assert(offsetof(cpu_state, ffr) == SVE_STATE_Z + 48 * vector_bytes);
@@ -208,6 +210,10 @@ class translator {
     const std::size_t without_block = code_->size();
     code_->put(cbz_x, base_, 0);
     code_->put(add_x_imm, base_, base_, base_in_block);
+    if (site_->is_timed) {
+      code_->put(mrs_counter, temp_[0]);
+      code_->put(str_x, temp_[0], base_, time_begun_offset);
+    }
     // Where a predicate is not full the other code is taken.
     std::size_t slow[64];
     std::size_t slow_count = 0;
@@ -371,6 +377,14 @@ class translator {
     for (unsigned k = 3; k < borrowed_x_; ++k)
       code_->put(ldr_x, temp_[k], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(k - 3));
     code_->put(str_x, base_, base_, state_offset + SVE_ENTRY_USED);
+    if (site_->is_timed) {
+      code_->put(mrs_counter, temp_[0]);
+      code_->put(ldr_x, temp_[1], base_, time_begun_offset);
+      code_->put(sub_x, temp_[0], temp_[0], temp_[1]);
+      code_->put(ldr_x, temp_[1], base_, time_offset);
+      code_->put(add_x, temp_[0], temp_[0], temp_[1]);
+      code_->put(str_x, temp_[0], base_, time_offset);
+    }
     std::size_t waits = 0;
     const bool is_last = end == count_;
     if (is_last) {

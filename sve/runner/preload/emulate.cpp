@@ -6,10 +6,10 @@
 
 #include "sve/decode/dispatch.h"
 #include "sve/decode/unallocated.h"
+#include "sve/report/text.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/frame.h"
 #include "sve/runner/preload/process.h"
-#include "sve/runner/preload/text.h"
 #include "sve/runner/sites/offsets.h"
 #include "sve/runner/sites/site.h"
 
@@ -29,9 +29,15 @@ void print_failure(std::uint32_t word, const void* pc) {
 }
 
 void execute(cpu_state* state, std::uint32_t word, decode_handler handle, site* s) {
-  if (handle(state, word) != AARCH64_DECODE_EXECUTED) {
+  const decode::row* const r = s && s->uses ? decode::find_row(word) : nullptr;
+  const auto done = r && has_lane_use(*r) ? execute_and_count(state, word, *r, &s->uses[state->pc - s->address])
+                                          : handle(state, word);
+  if (done != AARCH64_DECODE_EXECUTED) {
     print_failure(word, state->pc);
-    if (s) s->partial[state->pc - s->address].fetch_sub(1);  // it does not count with the run
+    if (s) {  // it does not count with the run
+      s->partial[state->pc - s->address].fetch_sub(1);
+      --this_thread_block->partial;
+    }
   }
   ++state->pc;
 }
@@ -52,6 +58,19 @@ void run(cpu_state* state, site* s) {
     count_without_site(!is_sandboxed() && !in_borrowed_memory());
   } while ((reinterpret_cast<std::uintptr_t>(state->pc) & page_mask) != 0);
 }
+
+// What a trap takes, but for the kernel's share.
+class time_of_trap {
+ public:
+  explicit time_of_trap(thread_block* block) : block_(block), begun_(counts_time() ? read_counter() : 0) {}
+  ~time_of_trap() {
+    if (counts_time()) block_->in_runs += read_counter() - begun_;
+  }
+
+ private:
+  thread_block* block_;
+  std::uint64_t begun_;
+};
 
 // A call, so that the compiler sees that `guarded` may be left by it.
 [[gnu::noipa]] void touch(std::uint64_t at) {
@@ -93,6 +112,8 @@ decode_handler handler_of(std::uint32_t word) {
 
 bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   cpu_state* state = &block->state;
+  count_trap();
+  const time_of_trap time(block);
   load_state(state, context);
   std::uint32_t* const start = state->pc;
   // A vforked child makes none: the lock may be held by a thread that the child has not, where it is a copy after all.

@@ -50,7 +50,7 @@ using namespace sve::runner;
 
 [[noreturn]] void end_process(int status) {
   if (!is_active()) next<void(int)>("_exit")(status);
-  report();
+  report(process_end::exit);
   for (;;) system_call(SYS_exit_group, status);
 }
 
@@ -181,7 +181,7 @@ bool is_found(const char* file) {
 template <class Function>
 int replace_program(bool likely, char* const* environment, Function function) {
   if (!is_active()) return function(environment);
-  if (likely) report();
+  if (likely) report(process_end::exec);
   const signal_bits ignored = actions_before_exec();
   const int status = with_environment(environment, ignored, function);
   const int error = errno;

@@ -20,6 +20,7 @@
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
+#include "sve/runner/preload/run_data.h"
 #include "sve/runner/preload/signals.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/interruption.h"
@@ -37,6 +38,9 @@ struct process_options {
   bool counts = false;
   bool counts_begun = false;  ///< this process, before an exec, has begun its file
   char counts_file[4096] = "";
+  bool lane_use = false;
+  bool time = false;
+  char report_directory[4096] = "";  ///< empty if there is no report
 };
 
 process_options options;
@@ -76,6 +80,9 @@ void read_options() {
     if (word == no_patch_word) options.patch = false;
     if (word == handlers_word) options.how = translation::handlers;
     if (word == trace_word) options.trace = true;
+    if (word == lane_use_word) options.lane_use = true;
+    if (word == time_word) options.time = true;
+    if (word.starts_with(report_word)) *copy(options.report_directory, word.substr(report_word.size())) = 0;
     if (word.starts_with(begun_word)) options.counts_begun = number(word.substr(begun_word.size())) == process_id;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
@@ -91,18 +98,20 @@ void mark_counts_begun() {
   }
 }
 
+char program_path[4096];
+
 void find_names(const char* argv0) {
-  char path[4096];
-  const long size = system_call(SYS_readlinkat, AT_FDCWD, address("/proc/self/exe"), address(path), sizeof path - 1);
-  path[size > 0 ? size : 0] = 0;
-  const char* full = size > 0 ? path : argv0;
+  const long size =
+      system_call(SYS_readlinkat, AT_FDCWD, address("/proc/self/exe"), address(program_path), sizeof program_path - 1);
+  program_path[size > 0 ? size : 0] = 0;
+  const char* full = size > 0 ? program_path : argv0;
   const char* slash = std::strrchr(full, '/');
   *copy(program_name, slash ? slash + 1 : full) = 0;
   Dl_info info;
   if (dladdr(&options, &info) && info.dli_fname) *copy(own_path, info.dli_fname) = 0;
 }
 
-void report_at_exit(void*) { report(); }
+void report_at_exit(void*) { report(process_end::exit); }
 
 }  // namespace
 
@@ -189,10 +198,12 @@ void serve_traps(char** environment) {
   const bool is_served = inherited.handler > reinterpret_cast<std::uintptr_t>(SIG_IGN);
   active = (*features & hwcap_sve) == 0 && !is_served;
   if (!active) return;
+  if (options.report_directory[0]) note_for_report(options.lane_use, options.time);
   start_thread_blocks();
   const signal_bits ignored = take_ignored(environment);
   if (this_thread_block) this_thread_block->inherits_length = (ignored & length_is_inherited) != 0;
-  start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death, !options.quiet || options.counts},
+  start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death,
+                 !options.quiet || options.counts || options.report_directory[0]},
                 ignored);
   when_copied(adopt_copy);
 }
@@ -207,6 +218,7 @@ __attribute__((constructor(2000))) void start(int, char** argv, char** environme
   find_names(argv[0] ? argv[0] : "");
   if (!active) return;
   start_report(program_name, !options.quiet, options.counts, options.counts_file, options.counts_begun);
+  if (options.report_directory[0]) start_run_data(options.report_directory, program_path, options.lane_use);
   mark_counts_begun();
   start_sites(options.patch, options.how, options.trace);
   // Programs that read the auxiliary vector themselves find SVE there too.

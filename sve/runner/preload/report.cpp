@@ -11,6 +11,7 @@
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/process.h"
+#include "sve/runner/preload/run_data.h"
 #include "sve/runner/sites/site.h"
 
 namespace sve::runner {
@@ -114,6 +115,7 @@ void stderr_changed() {
 
 void restart_report() {
   reported = false;
+  restart_run_data();
   if (wanted.counts && one_file_a_process()) open_counts_file(O_TRUNC);  // if it fails, it is tried again and told then
 }
 
@@ -127,12 +129,15 @@ Text<320> total_line() {
 
 }  // namespace
 
-void report() {
+void report(process_end how, int signal) {
   if (!is_active()) return;
   if (is_sandboxed()) {
-    if (!wanted.totals || stderr_file.number() < 0 || reported.exchange(true)) return;
-    const Text<320> line = total_line();
-    kernel_write(stderr_file.number(), line.data(), line.size());
+    if (reported.exchange(true)) return;
+    if (wanted.totals && stderr_file.number() >= 0) {
+      const Text<320> line = total_line();
+      kernel_write(stderr_file.number(), line.data(), line.size());
+    }
+    write_run_data(how, signal);
     return;
   }
   if (in_borrowed_memory() || reported.exchange(true)) return;
@@ -142,6 +147,7 @@ void report() {
     write_quietly(fd, line.data(), line.size());
   }
   if (wanted.counts) report_counts();
+  write_run_data(how, signal);
 }
 
 void report_again() { reported = false; }
@@ -155,7 +161,7 @@ void report_death(int sig) {
          << " from the process being emulated, passing it to the default signal handler.\n";
     write_quietly(fd, line.data(), line.size());
   }
-  report();
+  report(process_end::signal, sig);
 }
 
 void print_line(const char* text) {

@@ -1,9 +1,11 @@
 // The totals and counts that a process prints when it ends.
 #pragma once
 
-#include "sve/runner/preload/text.h"
+#include "sve/report/run_data.h"
 
 namespace sve::runner {
+
+using sve::process_end, sve::Text;
 
 /// What the options say of it, and the program's name. Opens what will be written to, since later the program may have
 /// closed its stderr, changed its root directory or given up its rights.
@@ -15,8 +17,8 @@ void restart_report();
 /// The program has put another file in the place of its stderr.
 void stderr_changed();
 
-/// Prints totals and counts, once a process.
-void report();
+/// Prints totals and counts and leaves the data for a report, once a process. `signal` where one is how it ends.
+void report(process_end how, int signal = 0);
 
 /// The same before death by `sig`, with the words for a fault of the program.
 void report_death(int sig);

@@ -46,6 +46,8 @@ struct thread_block {
   std::uint64_t borrowed_x[8];
   alignas(16) std::uint8_t gathered[vector_bytes];  ///< what is loaded element by element, until all of it is
 
+  std::uint64_t run_begun, in_runs;  ///< by the processor's counter, where a report is to tell of time
+
   siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
   signal_bits deferred_mask;  ///< the program's mask, while everything waits
   stack_t program_stack;      ///< as the program set it; SS_DISABLE if it has none
@@ -71,6 +73,7 @@ struct thread_block {
   void (*start)();
   void* start_argument;
 
+  std::int64_t partial;  ///< instructions executed in runs that did not come to their end, and without a site
   bool inherits_length;  ///< what PR_SVE_VL_INHERIT says; no other part of the length can change
   int thread_id;
   bool is_ending;  ///< the thread is among its last destructors, and the block is free when it is gone

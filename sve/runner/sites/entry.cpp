@@ -29,6 +29,8 @@ static_assert(offsetof(thread_block, pending) == SVE_STATE_IN_BLOCK + SVE_ENTRY_
 using buffer = entry_buffer;
 
 constexpr unsigned sp = 31, zero = 31, state = 19;
+constexpr int time_begun = static_cast<int>(offsetof(thread_block, run_begun)) - SVE_STATE_IN_BLOCK;
+static_assert(offsetof(thread_block, in_runs) == offsetof(thread_block, run_begun) + 8 && time_begun % 8 == 0);
 
 void call(buffer& code, const void* function) {
   code.load_x(30, reinterpret_cast<std::uint64_t>(function));
@@ -59,11 +61,28 @@ written_registers written_by(std::uint32_t word, decode_handler handle) {
   return written;
 }
 
+// Between the two the program's registers are saved.
+void begin_time(buffer& code, const site& s) {
+  if (!s.is_timed) return;
+  code.put(mrs_counter, 0);
+  code.put(str_x, 0, state, time_begun);
+}
+void end_time(buffer& code, const site& s) {
+  if (!s.is_timed) return;
+  code.put(mrs_counter, 0);
+  code.put(ldr_x, 1, state, time_begun);
+  code.put(sub_x, 0, 0, 1);
+  code.put(ldr_x, 1, state, time_begun + 8);
+  code.put(add_x, 0, 0, 1);
+  code.put(str_x, 0, state, time_begun + 8);
+}
+
 void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end, bool is_last) {
   log.add(code.size(), code_event::heavy_begin, 0, first);
   code.put(stp_x_pre, 0, 30, sp, -SVE_ENTRY_PUSHED);
   put_thread_block(code, 0, 30);
   call(code, sve_entry_save);
+  begin_time(code, s);
   std::uint32_t written = 0;
   for (std::size_t i = first; i < end; ++i) {
     const written_registers now = written_by(s.words[i], s.handlers[i]);
@@ -74,10 +93,18 @@ void put_handlers(buffer& code, event_log& log, const site& s, std::size_t first
     code.load_x(1, s.words[i]);
     code.put(str_x, 3, state, SVE_STATE_PC);
     code.put(mov_x, 0, state);
+    if (const decode::row* r = s.uses ? decode::find_row(s.words[i]) : nullptr; r && has_lane_use(*r)) {
+      code.load_x(2, reinterpret_cast<std::uint64_t>(r));
+      code.load_x(3, reinterpret_cast<std::uint64_t>(&s.uses[i]));
+      code.load_x(4, reinterpret_cast<std::uint64_t>(&execute_and_count));
+      code.put(blr, 4);
+      continue;
+    }
     code.load_x(2, reinterpret_cast<std::uint64_t>(s.handlers[i]));
     code.put(blr, 2);
   }
   if (is_last) count(code, s);
+  end_time(code, s);
   call(code, sve_entry_restore);
   log.add(code.size(), code_event::heavy_tail, is_last, end);
   for (unsigned n = 20; n < 30; ++n)

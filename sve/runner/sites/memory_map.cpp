@@ -1,7 +1,9 @@
 #include "sve/runner/sites/memory_map.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 
+#include <atomic>
 #include <cstring>
 #include <initializer_list>
 #include <iterator>
@@ -15,6 +17,26 @@ std::uintptr_t distance(std::uintptr_t a, std::uintptr_t b) { return a < b ? b -
 
 mapping known[64];
 std::size_t known_count = 0;
+
+constexpr std::size_t most_modules = 4096;
+noted_module* modules = nullptr;
+std::atomic<std::uint32_t> module_count{0};
+
+// Returns its number, or 0 if it is no file or there is no room.
+std::uint32_t note(const mapping& m, const char* path) {
+  if (!modules || path[0] != '/') return 0;
+  const std::uint32_t n = module_count.load(std::memory_order_relaxed);
+  for (std::uint32_t i = 0; i < n; ++i) {
+    const noted_module& known_one = modules[i];
+    if (known_one.begin == m.begin && known_one.offset == m.offset && std::strcmp(known_one.path, path) == 0)
+      return i + 1;
+  }
+  if (n == most_modules) return 0;
+  modules[n] = {m.begin, m.end, m.offset, {}};
+  std::memcpy(modules[n].path, path, std::strlen(path) + 1);
+  module_count.store(n + 1, std::memory_order_release);
+  return n + 1;
+}
 
 }  // namespace
 
@@ -82,12 +104,27 @@ void read_mapped_file(const void* from, void* to, std::size_t size) {
   }
 }
 
+void note_modules() {
+  const long memory = system_call(SYS_mmap, 0, most_modules * sizeof(noted_module), PROT_READ | PROT_WRITE,
+                                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory > 0 || memory < -4096) modules = reinterpret_cast<noted_module*>(memory);
+}
+
+const noted_module* find_noted_module(std::uint32_t number) {
+  return number > 0 && number <= module_count.load(std::memory_order_acquire) ? &modules[number - 1] : nullptr;
+}
+
 bool find_code_mapping(std::uintptr_t address, mapping& m) {
   for (std::size_t i = 0; i < known_count; ++i) {
     m = known[i];
     if (address >= m.begin && address < m.end) return true;
   }
-  if (!find_mapping(address, m) || !m.executable || !m.is_private) return false;
+  MappingReader reader;
+  do {
+    if (!reader.next(m)) return false;
+  } while (address < m.begin || address >= m.end);
+  if (!m.executable || !m.is_private) return false;
+  m.module = note(m, reader.path());
   if (known_count == std::size(known)) known_count = 0;
   known[known_count++] = m;
   return true;

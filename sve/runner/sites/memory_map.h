@@ -11,6 +11,7 @@ struct mapping {
   bool readable = false, writable = false, executable = false, is_private = false;
   bool is_stack = false;     ///< the main thread's, which grows downwards into the gap below it
   std::uint64_t offset = 0;  ///< in the file that is mapped
+  std::uint32_t module = 0;  ///< of remembered ones, the number of the file's code that is noted, from 1 on
 };
 
 /// Reads the mappings in rising order. Allocates nothing and takes 5 KB of stack.
@@ -44,6 +45,18 @@ void read_mapped_file(const void* from, void* to, std::size_t size);
 /// As find_mapping, for private mappings that can be executed, which are remembered. Not for two threads at once.
 bool find_code_mapping(std::uintptr_t address, mapping& m);
 void forget_code_mappings();
+
+/// Code of a file that the process has executed sites of.
+struct noted_module {
+  std::uintptr_t begin, end;
+  std::uint64_t offset;
+  char path[512];
+};
+/// From now on find_code_mapping notes what it finds, which stays noted when the program unmaps it.
+void note_modules();
+/// What is noted under a number; null behind the last one.
+const noted_module* find_noted_module(std::uint32_t number);
+
 /// Whether one that is remembered has a byte between the two addresses.
 bool knows_code_mapping(std::uintptr_t from, std::uintptr_t to);
 

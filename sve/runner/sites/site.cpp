@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <mutex>
+#include <new>
 
 #include "sve/decode/text.h"
+#include "sve/report/run_data.h"
 #include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
@@ -34,6 +37,18 @@ std::atomic<std::size_t> count_of_sites{0};
 std::atomic<std::uint64_t> executions_without_site{0};
 site** by_index = nullptr;
 bool patching = false, telling = false;
+bool noting = false, counting_lanes = false, counting_time = false;  // for a report
+std::uint64_t ended_time = 0;
+std::atomic<std::uint64_t> traps{0};
+
+// Threads whose blocks are another's by now. What there is no room for is added to the last one.
+struct ended_thread {
+  int id;
+  std::uint64_t executions;
+};
+constexpr std::size_t most_ended = 1 << 16;
+ended_thread* ended_threads = nullptr;
+std::size_t ended_count = 0;
 translation translating = translation::handlers;
 
 // A debugger is there, and has no use for sites before this one.
@@ -115,7 +130,8 @@ site* make(std::uint32_t* address) {
   // In code that the program can write a run is one instruction long, so that no part of one can change behind its
   // entry's back.
   mapping m;
-  const bool is_steady = !patching || (find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m) && !m.writable);
+  const bool is_known = (patching || noting) && find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m);
+  const bool is_steady = !patching || (is_known && !m.writable);
   const std::size_t most = is_steady && !debugged ? longest_run : 1;
   // With native code, what simple scalar instructions part is one run.
   const bool takes_scalars = patching && translating == translation::native && most > 1;
@@ -136,7 +152,8 @@ site* make(std::uint32_t* address) {
   auto* own_words = allocate_array<std::uint32_t>(n);
   auto* own_handlers = allocate_array<decode_handler>(n);
   auto* partial = allocate_array<std::atomic<std::int64_t>>(n);
-  if (!by_index || !s || !own_words || !own_handlers || !partial) return nullptr;
+  auto* uses = counting_lanes ? allocate_array<lane_use>(n) : nullptr;
+  if (!by_index || !s || !own_words || !own_handlers || !partial || (counting_lanes && !uses)) return nullptr;
   std::memcpy(own_words, words, n * sizeof words[0]);
   std::memcpy(own_handlers, handlers, n * sizeof handlers[0]);
   s->address = address;
@@ -145,6 +162,9 @@ site* make(std::uint32_t* address) {
   s->words = own_words;
   s->handlers = own_handlers;
   s->partial = partial;
+  s->uses = uses;
+  s->is_timed = counting_time;
+  s->module = is_known ? m.module : 0;
   s->has_scalars = std::find(handlers, handlers + n, nullptr) != handlers + n;
   std::atomic<site*>& bucket = bucket_of(address);
   s->next = bucket.load(std::memory_order_relaxed);
@@ -165,7 +185,17 @@ site* need_site(std::uint32_t* address) {
   return make(address);
 }
 
+static std::uint64_t executions_of(const thread_block* block, std::size_t sites);
+
 void keep_counts_of(thread_block* block) {
+  if (ended_threads) {
+    const std::uint64_t executions = executions_of(block, count_of_sites.load(std::memory_order_acquire));
+    if (ended_count < most_ended) ended_threads[ended_count++] = {block->thread_id, 0};
+    ended_threads[ended_count - 1].executions += executions;
+  }
+  ended_time += block->in_runs;
+  block->partial = 0;
+  block->in_runs = 0;
   std::uint64_t* counts = counts_of(block);
   for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_acquire); i < n; ++i) {
     if (counts[i] == 0) continue;
@@ -174,13 +204,19 @@ void keep_counts_of(thread_block* block) {
   }
 }
 
+void count_trap() { traps.fetch_add(1, std::memory_order_relaxed); }
+
 void count_partial(site* s, std::size_t done) {
   for (std::size_t i = 0; i < done; ++i) s->partial[i].fetch_add(1, std::memory_order_relaxed);
+  if (this_thread_block)
+    this_thread_block->partial += static_cast<std::int64_t>(
+        done - static_cast<std::size_t>(std::count(s->handlers, s->handlers + done, nullptr)));
 }
 
 void count_without_site(bool for_lack_of_room) {
   static std::atomic<bool> told{false};
   executions_without_site.fetch_add(1, std::memory_order_relaxed);
+  if (this_thread_block) ++this_thread_block->partial;
   if (for_lack_of_room && !told.exchange(true, std::memory_order_relaxed))
     print_line("no memory for more counts; from here on new places count in the total alone");
 }
@@ -255,20 +291,105 @@ counted_word* collect_counts(std::size_t& size) {
   return all;
 }
 
+// In all runs that have come to their end, and in others.
+static std::uint64_t executions_of(const thread_block* block, std::size_t sites) {
+  const std::uint64_t* counts = counts_of(const_cast<thread_block*>(block));
+  auto total = static_cast<std::uint64_t>(block->partial);
+  for (std::size_t i = 0; i < sites; ++i) total += counts[i] * count_instructions(by_index[i]);
+  return total;
+}
+
+// Of all threads, in nanoseconds.
+static std::uint64_t time_in_runs() {
+  std::uint64_t total = ended_time, rate;
+  for_each_thread_block(
+      [](thread_block* block, void* argument) { *static_cast<std::uint64_t*>(argument) += block->in_runs; }, &total);
+  asm volatile("mrs %0, cntfrq_el0" : "=r"(rate));
+  return rate == 0 ? 0 : static_cast<std::uint64_t>(static_cast<unsigned __int128>(total) * 1'000'000'000 / rate);
+}
+
+void tell_sites(RunDataWriter& data) {
+  data.line("traps", traps.load());
+  if (counting_time) data.line("emulation", time_in_runs());
+  if (const std::uint64_t unplaced = executions_without_site) data.line("unplaced", unplaced);
+  for (std::uint32_t number = 1; const noted_module* m = find_noted_module(number); ++number)
+    data.line("module", std::uint64_t{number}, RunDataWriter::hex{m->begin}, RunDataWriter::hex{m->end},
+              RunDataWriter::hex{m->offset}, std::string_view(m->path));
+  struct {
+    RunDataWriter* data;
+    std::size_t first, end;
+    std::uint64_t runs[256];
+  } now{&data, 0, count_of_sites.load(std::memory_order_acquire), {}};
+  for (std::size_t i = 0; i < ended_count; ++i)
+    data.line("thread", static_cast<std::uint64_t>(ended_threads[i].id), ended_threads[i].executions);
+  const std::size_t n = now.end;
+  for_each_thread_block(
+      [](thread_block* block, void* argument) {
+        const auto* to = static_cast<decltype(now)*>(argument);
+        if (const std::uint64_t executions = executions_of(block, to->end); executions != 0)
+          to->data->line("thread", static_cast<std::uint64_t>(block->thread_id), executions);
+      },
+      &now);
+  // No memory is asked for, which a sandbox may forbid: so the threads' counts are added up for some sites at a time.
+  for (now.first = 0; now.first < n; now.first = now.end) {
+    now.end = std::min(n, now.first + std::size(now.runs));
+    for (std::size_t i = now.first; i < now.end; ++i) now.runs[i - now.first] = by_index[i]->ended;
+    for_each_thread_block(
+        [](thread_block* block, void* argument) {
+          auto* to = static_cast<decltype(now)*>(argument);
+          for (std::size_t i = to->first; i < to->end; ++i) to->runs[i - to->first] += counts_of(block)[i];
+        },
+        &now);
+    for (std::size_t i = now.first; i < now.end; ++i) {
+      const site* s = by_index[i];
+      data.line("run", std::uint64_t{s->module}, RunDataWriter::hex{reinterpret_cast<std::uintptr_t>(s->address)},
+                std::uint64_t{s->count}, now.runs[i - now.first],
+                std::uint64_t{s->patch.load(std::memory_order_relaxed) != 0});
+      for (std::size_t k = 0; k < s->count; ++k)
+        if (s->handlers[k]) data.word(k, s->words[k], s->partial[k], s->uses ? &s->uses[k] : nullptr);
+    }
+  }
+}
+
+bool counts_time() { return counting_time; }
+
+std::uint64_t read_counter() {
+  std::uint64_t now;
+  asm volatile("mrs %0, cntvct_el0" : "=r"(now));
+  return now;
+}
+
+void note_for_report(bool lanes, bool time) {
+  noting = true;
+  counting_time = time;
+  counting_lanes = lanes;
+  if (lanes) translating = translation::handlers;
+  ended_threads = static_cast<ended_thread*>(map(most_ended * sizeof(ended_thread)));
+  note_modules();
+}
+
 void lock_sites() { lock.lock(); }
 void unlock_sites() { lock.unlock(); }
 
 void sites_after_fork_in_child() {
   executions_without_site = 0;
+  traps = 0;
+  ended_count = 0;
+  ended_time = 0;
   const std::size_t n = count_of_sites.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < n; ++i) {
     site* s = by_index[i];
     s->ended = 0;
-    for (std::size_t k = 0; k < s->count; ++k) s->partial[k] = 0;
+    for (std::size_t k = 0; k < s->count; ++k) {
+      s->partial[k] = 0;
+      if (s->uses) new (&s->uses[k]) lane_use{};
+    }
   }
   for_each_thread_block(
       [](thread_block* block, void* argument) {
         std::fill_n(counts_of(block), *static_cast<const std::size_t*>(argument), 0);
+        block->partial = 0;
+        block->in_runs = 0;
       },
       const_cast<std::size_t*>(&n));
   leave_code_to_parent();
@@ -278,7 +399,7 @@ void sites_after_fork_in_child() {
 void start_sites(bool patches, translation how, bool tells) {
   patching = patches;
   debugged = is_traced();
-  translating = debugged || !patches ? translation::handlers : how;
+  translating = debugged || !patches || counting_lanes ? translation::handlers : how;
   telling = tells;
   start_native();
   if (patching) start_patching();

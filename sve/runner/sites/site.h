@@ -7,6 +7,11 @@
 #include <cstdint>
 
 #include "sve/decode/dispatch.h"
+#include "sve/report/lane_use.h"
+
+namespace sve {
+class RunDataWriter;
+}
 
 namespace sve::runner {
 
@@ -29,7 +34,10 @@ struct site {
   bool has_scalars;
   std::atomic<const struct code_event*> events;  ///< what can be told of its code; set before `entry`
   std::uint32_t event_count;
-  std::uint64_t code;  ///< the address of its code's first word
+  std::uint64_t code;    ///< the address of its code's first word
+  bool is_timed;         ///< what its runs take is added up
+  lane_use* uses;        ///< by instruction, if lane use is counted
+  std::uint32_t module;  ///< the number of the file that it was mapped from, if there is a report; 0 if none
 
   std::uint32_t* end() const { return address + count; }
 };
@@ -52,6 +60,9 @@ struct thread_block;
 /// A thread has ended: its counts go to the sites, and its own become 0.
 void keep_counts_of(thread_block* block);
 
+/// A trap was served.
+void count_trap();
+
 /// The run has not come to its end: `done` of its instructions were executed.
 void count_partial(site* s, std::size_t done);
 
@@ -69,6 +80,9 @@ std::uint64_t count_executions();
 /// if memory has run out.
 counted_word* collect_counts(std::size_t& size);
 
+/// All that is known of sites, threads and modules, as lines of run data.
+void tell_sites(RunDataWriter& data);
+
 /// Called in a forked child, which counts from nothing and has no share in what its parent makes from now on.
 void sites_after_fork_in_child();
 /// Around fork: no site is half made in the child.
@@ -83,6 +97,12 @@ enum class translation : std::uint8_t { native, handlers };
 
 /// Whether sites are patched, and how; whether the code of each is to be told. Once, at start.
 void start_sites(bool patches, translation how, bool tells);
+/// What a report needs is noted from now on. Before any site is made.
+void note_for_report(bool lanes, bool time);
+/// Whether the time in runs is to be added up.
+bool counts_time();
+/// The processor's counter, which goes on at one rate.
+std::uint64_t read_counter();
 translation translation_of_sites();
 
 /// The code of each entry, in the order in which they were made.

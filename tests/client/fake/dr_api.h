@@ -3,6 +3,8 @@
 #pragma once
 
 #include <csetjmp>
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -64,6 +66,13 @@ struct instr_t;
 struct instrlist_t;
 
 inline constexpr file_t our_stderr = 2;
+inline constexpr file_t INVALID_FILE = -1;
+inline constexpr unsigned DR_FILE_READ = 1, DR_FILE_WRITE_REQUIRE_NEW = 2;
+file_t dr_open_file(const char* path, unsigned flags);
+ssize_t dr_read_file(file_t file, void* to, std::size_t size);
+ssize_t dr_write_file(file_t file, const void* from, std::size_t size);
+void dr_close_file(file_t file);
+int dr_get_process_id();
 
 void dr_set_client_name(const char* name, const char* address);
 module_data_t* dr_get_main_module();

@@ -1,6 +1,7 @@
 // The fake platform.
 #include "platform.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -369,3 +370,11 @@ bool drmgr_insert_read_tls_field(void*, int index, instrlist_t* list, instr_t* w
                  {opnd_create_reg(to), opnd_create_immed_int(index, OPSZ_4)}));
   return true;
 }
+
+file_t dr_open_file(const char* path, unsigned flags) {
+  return open(path, flags == DR_FILE_READ ? O_RDONLY : O_WRONLY | O_CREAT | O_EXCL, 0666);
+}
+ssize_t dr_read_file(file_t file, void* to, std::size_t size) { return read(file, to, size); }
+ssize_t dr_write_file(file_t file, const void* from, std::size_t size) { return write(file, from, size); }
+void dr_close_file(file_t file) { close(file); }
+int dr_get_process_id() { return getpid(); }

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace sve::runner {
+namespace sve {
 
 /// A text of at most `Size` characters; what is too long is cut off.
 template <std::size_t Size>
@@ -44,4 +44,4 @@ class Text {
   std::size_t size_ = 0;
 };
 
-}  // namespace sve::runner
+}  // namespace sve
