@@ -24,6 +24,7 @@ struct {
   std::string directory;  // empty if there is no report
   bool lanes = false;
   file_t file = INVALID_FILE;
+  int process = 0;  // that the file is of
 } wanted;
 
 bool write_to_file(void*, const char* text, std::size_t size) {
@@ -43,16 +44,17 @@ void write_lines(Write&& write) {
                dr_get_process_id(), wanted.directory.c_str());
 }
 
-void begin_file() {
+// `parent`: of a copy of a process the one that it is a copy of, which may have ended by now.
+void begin_file(int parent) {
+  wanted.process = static_cast<int>(dr_get_process_id());
   const std::string path = wanted.directory + "/" + std::to_string(dr_get_process_id()) + ".";
   // A process that has become another program by exec has files of the earlier ones.
   for (unsigned n = 0; n < 1000; ++n) {
     wanted.file = dr_open_file((path + std::to_string(n)).c_str(), DR_FILE_WRITE_REQUIRE_NEW);
     if (wanted.file != INVALID_FILE) break;
   }
-  write_lines([](RunDataWriter& data) {
-    data.begin("dynamorio", static_cast<int>(dr_get_process_id()), getppid(),
-               exe && exe->full_path ? exe->full_path : "");
+  write_lines([parent](RunDataWriter& data) {
+    data.begin("dynamorio", wanted.process, parent, exe && exe->full_path ? exe->full_path : "");
   });
 }
 
@@ -99,11 +101,11 @@ void start_run_data() {
     if (word == lane_use_word) wanted.lanes = true;
     rest.remove_prefix(std::min(rest.size(), word.size() + 1));
   }
-  if (!wanted.directory.empty()) begin_file();
+  if (!wanted.directory.empty()) begin_file(getppid());
 }
 
 void restart_run_data() {
-  if (!wanted.directory.empty()) begin_file();
+  if (!wanted.directory.empty()) begin_file(wanted.process);
 }
 
 void write_run_data() {

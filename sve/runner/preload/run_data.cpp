@@ -20,6 +20,7 @@ char program_path[4096];
 bool with_lanes = false;
 KeptFile directory, file;
 unsigned long file_number = 0;
+int process = 0;                // that the file is of
 std::uint64_t time_before = 0;  // of the process, by what it was before an exec
 
 bool write_to_file(void* error, const char* text, std::size_t size) {
@@ -62,15 +63,17 @@ int open_file(int begin) {
   return 0;
 }
 
-void begin_file() {
+// `parent`: of a copy of a process the one that it is a copy of, which may have ended by now.
+void begin_file(int parent) {
   time_before = processor_time();
   // A program that this process becomes later has another file, and so has a process that gets the same number.
   int error = EEXIST;
   for (file_number = 0; error == EEXIST; file_number += error == EEXIST) error = open_file(O_CREAT | O_EXCL);
   if (error == 0) {
     RunDataWriter data(write_to_file, &error);
-    data.begin("embedded", kernel_process_id(), static_cast<int>(system_call(SYS_getppid)), program_path);
+    data.begin("embedded", kernel_process_id(), parent, program_path);
   }
+  process = kernel_process_id();
   if (error == 0) return;
   print_error(error);
   directory_path = nullptr;  // what is open may be the parent's file
@@ -84,12 +87,12 @@ void start_run_data(const char* path, const char* program, bool lanes) {
   with_lanes = lanes;
   const long fd = system_call(SYS_openat, AT_FDCWD, address(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd >= 0) directory.take(static_cast<int>(fd));
-  begin_file();
+  begin_file(static_cast<int>(system_call(SYS_getppid)));
 }
 
 void restart_run_data() {
   if (is_sandboxed()) directory_path = nullptr;
-  if (directory_path) begin_file();
+  if (directory_path) begin_file(process);
 }
 
 void write_run_data(process_end how, int signal) {
