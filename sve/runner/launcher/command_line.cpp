@@ -68,6 +68,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
+  app.add_flag("--check", line.check, "Run nothing; tell what would happen to PROGRAM, and why");
   app.add_flag("-q,--quiet", line.quiet, "Do not print the totals at exit");
   app.add_flag_callback(
       "--no-announce", [&line] { line.announce = false; },
@@ -101,12 +102,13 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.add_option("--dynamorio-options", line.dynamorio_options, "Options for DynamoRIO itself, separated by spaces")
       ->type_name("OPTIONS");
   std::string counts;
-  auto* counts_option = app.add_option("--counts", counts,
-                                       "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
-                                       "%p in FILE is the process id")
-                            ->type_name("[=FILE]")
-                            ->expected(0, 1)
-                            ->default_str("");
+  auto* counts_option =
+      app.add_option("--counts", counts,
+                     "Print each instruction's address, word, count and text at exit, to stderr or FILE; "
+                     "%p in FILE is the process id")
+          ->type_name("[=FILE]")
+          ->expected(0, 1)
+          ->default_str("");
   app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
 
   try {

@@ -21,6 +21,7 @@
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
+#include "sve/runner/preload/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/interruption.h"
 #include "sve/runner/sites/site.h"

@@ -1,7 +1,9 @@
 // The totals and counts that a process prints when it ends.
 #pragma once
 
-#include "sve/runner/preload/text.h"
+#include <signal.h>
+
+#include "sve/runner/preload/thread_block.h"
 
 namespace sve::runner {
 
@@ -18,8 +20,9 @@ void stderr_changed();
 /// Prints totals and counts, once a process.
 void report();
 
-/// The same before death by `sig`, with the words for a fault of the program.
-void report_death(int sig);
+/// The same before death by a signal, with the words for a fault of the program and for an instruction that is of
+/// another extension of the architecture.
+void report_death(thread_block* block, const siginfo_t& info);
 
 /// Exec has failed after the report was printed: there will be another one.
 void report_again();

@@ -11,6 +11,7 @@
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
+#include "sve/runner/preload/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/code_memory.h"
 #include "sve/runner/sites/entry.h"
