@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sve/fplib/fplib.h"
+#include "sve/lanes/repeat.h"
 #include "sve/processor/vectors.h"
 #include "tests/fplib/operands.h"
 #include "values.h"

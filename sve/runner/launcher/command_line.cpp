@@ -40,7 +40,15 @@ class HelpFormatter : public CLI::Formatter {
     return wrapped("  " + option->get_name(false, true) + (value.empty() || value[0] == '[' ? "" : " ") + value,
                    help_indent, option->get_description());
   }
-  std::string make_footer(const CLI::App* app) const override { return "\n" + wrapped("", 0, app->get_footer()); }
+  std::string make_footer(const CLI::App* app) const override {
+    return wrapped("", 0, app->get_footer()) +
+           "\nExamples:\n"
+           "  sve-run ./program arguments\n"
+           "  sve-run --check ./program\n"
+           "  sve-run --quiet --counts=/tmp/counts.%p ./program\n"
+           "  sve-run --platform=dynamorio --dynamorio /opt/dynamorio ./static_program\n"
+           "\nSee also: man sve-run\n";
+  }
 };
 
 // The options whose value may be the word behind them. That of --counts may be left away, so it stands behind a '='.
@@ -109,7 +117,9 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
           ->type_name("[=FILE]")
           ->expected(0, 1)
           ->default_str("");
-  app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
+  app.footer(
+      "Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found. With "
+      "--check 0 if it runs, 1 if it may end by an instruction that is refused.");
 
   try {
     std::reverse(own.begin(), own.end());  // CLI11 takes them so
