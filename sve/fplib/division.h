@@ -77,7 +77,6 @@ template <class T>
 
 // The line is used for the root of a itself here, which it is 19 to 32 percent below: three steps leave 7 percent, 2^-8
 // and 2^-18. The estimate is below the root, of 13 bits, by 0.4 to 1.5, as all radicands show: it or the next is right.
-
 [[gnu::always_inline]] inline Outcome<unsigned short> root_finite(Unpacked<unsigned short> u, int mode) {
   unsigned a = static_cast<unsigned>(u.mnt) << 5;
   int exp = u.exp - 5;

@@ -1,5 +1,7 @@
 // Element-wise integer routines of the vector library: arithmetic, logic, shifts, bit operations, reductions, dot
 // products and addresses. Expectations are computed on 128-bit values and cut to the element.
+#include <gtest/gtest-spi.h>
+
 #include <limits>
 
 #include "values.h"
@@ -405,6 +407,20 @@ TEST(Address, BasePlusScaledOffset) {
              [](wide a, wide b) { return a + wide{static_cast<u32>(b)} * Scale; });
   CHECK(1) CHECK(2) CHECK(4) CHECK(8)
 #undef CHECK
+}
+
+// A wrong result is shown with its operands: those that the routine reads.
+void expect_a_wrong_sum() {
+  run(
+      "wrong sum", 1, [](const operands& o, CpuContext* c) { return VecU16AddVVX(o.a, o.b, c); },
+      [](const operands& o, CpuContext& c) {
+        return generated<u16>(c, [&](auto e) { return at<u16>(o.a, e) + at<u16>(o.b, e) + (e == 2); });
+      });
+}
+
+TEST(Failures, TellOperandsAndResultsByElement) {
+  EXPECT_FATAL_FAILURE(expect_a_wrong_sum(),
+                       "elements of 2 bytes\n element         a         b  expected       got\n       2  ");
 }
 
 }  // namespace
