@@ -43,8 +43,7 @@ need() {
 # What building takes, tests and benchmarks included.
 install_build_tools() {
   need g++ cmake ninja-build ccache binutils pkg-config git python3 \
-    libgtest-dev libbenchmark-dev libcli11-dev libfmt-dev libcapstone-dev libdw-dev nlohmann-json3-dev \
-    python3-jsonschema chromium-headless-shell
+    libgtest-dev libbenchmark-dev libcli11-dev libdw-dev nlohmann-json3-dev python3-jsonschema chromium-headless-shell
   if [[ $machine == x86_64 ]]; then
     need gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest
     fetch_libraries build/arm64 || say "No libraries for AArch64: sve-report is not built for it"
@@ -110,6 +109,9 @@ fetch_kernel() {
 
 # What checks the packages, and makes a root of Debian to install them in.
 install_package_tools() { need mmdebstrap lintian dpkg-dev; }
+
+# What scripts/check-style runs. The output of clang-format differs between versions: .clang-format names the one.
+install_style_tools() { need clang-format-14 clang-tidy-14 shellcheck; }
 
 # With a compiler cache when there is one, unless the caller has chosen a launcher.
 use_ccache() {

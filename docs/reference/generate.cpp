@@ -1,6 +1,7 @@
 // usage: generate SOURCES DIRECTORY. Writes the operation reference, a page a family, from the descriptions of the rows
 // and from what the sources of both models say about their lanes.
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -123,6 +124,58 @@ std::vector<std::string> differences(const row& r) {
   return found;
 }
 
+/// The shapes of the functions or routines, by name: the types that a header gives them, in C++'s own words.
+std::map<std::string, std::string> read_shapes(const fs::path& path, std::map<std::string, std::string> names) {
+  std::map<std::string, std::string> shapes;
+  std::ifstream source(path);
+  for (std::string line; std::getline(source, line);) {
+    // "using NAME = TYPE;", or "SVE_BY_VALUE_SHAPE(NAME, TYPE)".
+    const bool is_alias = line.starts_with("using ");
+    if (!is_alias && !line.starts_with("SVE_BY_VALUE_SHAPE(")) continue;
+    const std::size_t begin = is_alias ? 6 : line.find('(') + 1;
+    const std::size_t is = is_alias ? line.find(" = ") : line.find(", ");
+    const std::size_t end = is_alias ? line.find(';') : line.rfind(')');
+    std::string type;
+    for (std::size_t at = is + (is_alias ? 3 : 2); at < end;) {
+      std::size_t next = at;
+      while (next < end && (std::isalnum(static_cast<unsigned char>(line[next])) || line[next] == '_')) ++next;
+      const std::string word = line.substr(at, std::max<std::size_t>(next - at, 1));
+      type += names.contains(word) ? names[word] : word;
+      at += word.size();
+    }
+    const std::string name = line.substr(begin, is - begin);
+    (type.find('(') == type.npos ? names : shapes)[name] = type;
+  }
+  return shapes;
+}
+
+/// Each function and routine with its parameters' types, for who looks for one by name.
+void write_signatures(std::ostream& out, const fs::path& root) {
+  const auto functions = read_shapes(root / "sve/insn/signatures.h", {});
+  const auto routines = read_shapes(root / "sve/veclib/signatures.inc", {});
+  const auto declare = [&](const std::map<std::string, std::string>& shapes, const char* shape,
+                           const std::string& name) {
+    std::string type = shapes.at(shape);
+    type.insert(type.find('('), " " + name);
+    out << type << ";\n";
+  };
+  out << "# Signatures\n\nThe instruction functions (`sve/insn/functions.h`):\n\n```c++\n";
+#define FUNCTION(shape, name) declare(functions, #shape, "sve_" #name);
+#define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(FUNCTION, shape, __VA_ARGS__)
+#define SVE_UNREACHED_FUNCTIONS SVE_FUNCTIONS
+#include "sve/insn/functions.inc"
+  out << "```\n\nThose that report themselves unimplemented, and return 2:\n\n```c++\n";
+#define SVE_STUBS SVE_FUNCTIONS
+#include "sve/insn/stubs.inc"
+  out << "```\n\nThe routines (`sve/veclib/routines.h`):\n\n```c++\n";
+#undef ROUTINE
+#undef SVE_ROUTINES
+#define ROUTINE(shape, type, op) declare(routines, #shape, "Vec" #type #op);
+#define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ROUTINE, shape, types, __VA_ARGS__)
+#include "sve/veclib/routines.inc"
+  out << "```\n";
+}
+
 struct placed {
   const map* in;
   const row* of;
@@ -170,7 +223,9 @@ int main(int argc, char** argv) {
   const fs::path directory = argv[2];
   fs::create_directories(directory);
   std::ofstream index(directory / "index.md");
-  index << "# Operations by family\n\n";
+  index << "# Operations by family\n\nBy name, with the types of their parameters: [signatures](signatures.md).\n\n";
+  std::ofstream signatures(directory / "signatures.md");
+  write_signatures(signatures, argv[1]);
   for (const auto& [family, mnemonics] : families) {
     std::ofstream page(directory / (family + ".md"));
     write_page(page, family, mnemonics, known);

@@ -139,8 +139,8 @@ void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, decode_hand
   instr_destroy(drcontext, instruction);
 }
 
-// Shared libraries keep their instructions, SVE ones too. That is required. Code that no module holds counts as the
-// main program's.
+// Shared libraries keep their instructions, SVE ones too. That is required: the client answers for the program alone,
+// and who wants the libraries' as well has the other platform. Code that no module holds counts as the main program's.
 bool is_left_alone(void* tag) {
   module_data_t* const module = dr_lookup_module(dr_fragment_app_pc(tag));
   if (!module) return false;

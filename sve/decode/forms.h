@@ -6,6 +6,9 @@
 
 namespace sve::decode {
 
+// One form a line.
+// clang-format off
+
 // Registers by the role of their field. Zdn stands twice in the assembler's syntax, Zda once; both are destructive.
 template <unsigned E> using Zd = Z<bits<4, 0>, E, destination>;
 template <unsigned E> using Zdn = Z_tied<E, both, repetition::next>;

@@ -1,7 +1,8 @@
 // Rows of the map of the common form with operands in bits 12 to 0.
 #include "sve/decode/rows.h"
 
-// clang-format off: one aligned row per encoding.
+// One aligned row per encoding.
+// clang-format off
 namespace sve::decode {
 
 SVE_ROWS(31_13, {

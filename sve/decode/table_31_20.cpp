@@ -1,7 +1,8 @@
 // Rows of the maps whose first opcode field ends at bit 20: counts, contiguous memory, predicate logic.
 #include "sve/decode/rows.h"
 
-// clang-format off: one aligned row per encoding.
+// One aligned row per encoding.
+// clang-format off
 namespace sve::decode {
 
 SVE_ROWS(31_20__15_9__4_4, {

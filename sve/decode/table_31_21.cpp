@@ -1,7 +1,8 @@
 // Rows of the other maps whose first opcode field ends at bit 21.
 #include "sve/decode/rows.h"
 
-// clang-format off: one aligned row per encoding.
+// One aligned row per encoding.
+// clang-format off
 namespace sve::decode {
 
 SVE_ROWS(31_21__15_10__4_0, {

@@ -1,7 +1,8 @@
 // Rows of the maps with a second opcode field in bits 15 to 13: memory, compares, multiply-add.
 #include "sve/decode/rows.h"
 
-// clang-format off: one aligned row per encoding.
+// One aligned row per encoding.
+// clang-format off
 namespace sve::decode {
 
 SVE_ROWS(31_21__15_13__4_4, {

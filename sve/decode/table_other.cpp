@@ -1,7 +1,8 @@
 // Rows of the remaining maps.
 #include "sve/decode/rows.h"
 
-// clang-format off: one aligned row per encoding.
+// One aligned row per encoding.
+// clang-format off
 namespace sve::decode {
 
 SVE_ROWS(31_0, {

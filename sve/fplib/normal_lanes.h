@@ -262,8 +262,8 @@ template <class T>
   }
 }
 
-/// Where the fused operation puts its two terms in a word, as `FusedLayout` does, but as high as the sum's carry
-/// allows.
+/// Where the fused operation puts its two terms in a word, as `FusedLayout` does and on the same scale (18 + 115 + 25 =
+/// 8 + 100 + 50, 37 + 3 + 150 = 13 - 123 + 300), but as high as the sum's carry allows.
 template <class T>
 struct FusedPlace;
 template <>

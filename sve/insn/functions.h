@@ -3,6 +3,10 @@
 #pragma once
 
 #include "sve/insn/signatures.h"
+
+#ifndef SVE_FOR_EACH
+#define SVE_FORGETS_REPEAT
+#endif
 #include "sve/lanes/repeat.h"
 
 #define SVE_DECLARE_FUNCTION(shape, name) sve::insn::shape sve_##name;
@@ -21,3 +25,7 @@
 void sve_zip1(char* dst, char* a, char* b, element_size es);
 void sve_zip2(char* dst, char* a, char* b, element_size es);
 void sve_uzp1(char* dst, char* a, char* b, element_size es);
+
+#ifdef SVE_FORGETS_REPEAT
+#include "sve/lanes/forget_repeat.h"
+#endif

@@ -73,7 +73,8 @@ aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p
     return executed;
   }
   // Elements that lie wholly below the page end if memory elements were as wide as the register's: an under-count for
-  // the widening forms, and required.
+  // the widening forms, and required. A program that loops until all is loaded, as it must, takes a round more at a
+  // page's end.
   const std::size_t below = page_size - static_cast<unsigned>(offset);
   const std::size_t in_first_page = (below < vector_bytes ? below : vector_bytes) / sizeof(T);
   std::size_t readable = lanes<T>;

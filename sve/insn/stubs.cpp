@@ -5,6 +5,7 @@
 
 #include "sve/insn/functions.h"
 #include "sve/insn/unimplemented.h"
+#include "sve/lanes/repeat.h"
 
 namespace sve {
 

@@ -7,7 +7,7 @@
 
 /// The number of elements that a five-bit predicate pattern selects out of `count`: POW2 (0), VL1 to VL8, VL16 to VL256
 /// (9 to 13), MUL4 (29), MUL3 (30), ALL (31); every other pattern selects none. Two answers are deliberate: POW2 of no
-/// elements is 1, and ALL is the even part of the count.
+/// elements is 1, and ALL is the even part of the count. A program meets neither at a length whose counts are even.
 constexpr int VecTrueILength(unsigned long pattern, int count) {
   if (pattern == 0) {
     int power = 1;

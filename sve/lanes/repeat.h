@@ -1,7 +1,9 @@
 // SVE_FOR_EACH(M, a, b, ...) expands to M(a) M(b) ...; SVE_FOR_EACH_WITH(M, x, a, b, ...) to M(x, a) M(x, b) ...;
 // SVE_FOR_EACH_PAIR(M, x, (t, u, ...), a, b, ...) to M(x, t, a) M(x, u, a) ... M(x, t, b) M(x, u, b) ...
 // Used to stamp names over a list of element types; logic lives in templates, not in macros.
-#pragma once
+//
+// Not once: headers that are installed forget these macros at their end (forget_repeat.h), unless they were there
+// before.
 
 #define SVE_PARENTHESES ()
 #define SVE_EXPAND(...) SVE_EXPAND_2(SVE_EXPAND_2(SVE_EXPAND_2(SVE_EXPAND_2(__VA_ARGS__))))

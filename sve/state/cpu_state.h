@@ -65,7 +65,8 @@ inline void write(cpu_state* state, aarch64_i_reg r, std::uint64_t value) {
 inline std::uint64_t read(const cpu_state* state, aarch64_i_rsp_reg r) {
   // Register 31 of the file is the stack pointer, by the layout.
   std::uint64_t value;
-  std::memcpy(&value, reinterpret_cast<const unsigned char*>(state) + offsetof(cpu_state, x) + 8 * r.number, 8);
+  std::memcpy(&value, reinterpret_cast<const unsigned char*>(state) + offsetof(cpu_state, x) + sizeof value * r.number,
+              8);
   return value;
 }
 

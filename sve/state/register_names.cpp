@@ -2,6 +2,7 @@
 
 namespace sve {
 
+// clang-format off
 #define NAMES_16(prefix, suffix)                                                                           \
   {prefix "0" suffix,  prefix "1" suffix,  prefix "2" suffix,  prefix "3" suffix,  prefix "4" suffix,      \
    prefix "5" suffix,  prefix "6" suffix,  prefix "7" suffix,  prefix "8" suffix,  prefix "9" suffix,      \
@@ -15,6 +16,7 @@ namespace sve {
    prefix "20" suffix, prefix "21" suffix, prefix "22" suffix, prefix "23" suffix, prefix "24" suffix,     \
    prefix "25" suffix, prefix "26" suffix, prefix "27" suffix, prefix "28" suffix, prefix "29" suffix,     \
    prefix "30" suffix, last}
+// clang-format on
 
 constexpr name_table_32 i_register_names::wname = NAMES_32("w", "", "wzr");
 constexpr name_table_32 i_register_names::xname = NAMES_32("x", "", "xzr");

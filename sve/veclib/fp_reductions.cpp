@@ -1,5 +1,5 @@
 // Floating-point reductions: a strictly ordered sum, and balanced trees of adjacent pairs. The shape of the tree
-// decides the bits of the result and is required.
+// decides the bits of the result, so it is required: a program gets those of a processor with this vector length.
 #include "sve/veclib/fp_loops.h"
 
 using namespace sve;

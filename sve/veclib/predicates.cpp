@@ -65,7 +65,8 @@ void PredSetNCV(const PredV& mask, const PredV& result, int element_bits, CpuCon
 }
 
 void PredSetNC(const PredV& mask, const PredV& result, int element_bits, CpuContext* ctx) {
-  // Unlike its sisters it leaves the old flags where no element is active; deliberate.
+  // Unlike its sisters it leaves the old flags where no element is active: deliberate, so that a caller can tell an
+  // answer from none. No instruction's flags come from here.
   const PredV active = active_elements(mask, element_bits, ctx);
   if (lowest_bit(active) >= 0) write_flags(ctx, flag_n_bit | flag_c_bit, n_and_c(active, result, element_bits));
 }

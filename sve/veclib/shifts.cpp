@@ -69,8 +69,8 @@ constexpr auto divided = [](auto a, unsigned n) {
   return static_cast<T>((static_cast<std::int64_t>(a) + bias) >> n);
 };
 
-// The counts, equal to those of the toolkit, in steps that hosts have for vectors: sums of neighbouring bits, pairs and so
-// on, which a mask keeps apart until they are bytes. Leading bits of 64 are quicker one by one.
+// The counts, equal to those of the toolkit, in steps that hosts have for vectors: sums of neighbouring bits, pairs and
+// so on, which a mask keeps apart until they are bytes. Leading bits of 64 are quicker one by one.
 template <class T>
 constexpr auto count_bits = [](T a) {
   constexpr T ones = static_cast<T>(~T{0});

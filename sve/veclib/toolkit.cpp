@@ -45,7 +45,8 @@ saturated SatQShift(wide x, int width, int is_unsigned) {
 }
 
 saturated SatQUShift(wide x, int n) {
-  // The test looks at the low 64 bits alone, and the shift is by twice the width: required as they stand.
+  // The test looks at the low 64 bits alone, and the shift is by twice the width, so that what is far above the limit
+  // becomes 0: required as they stand for who links the toolkit. No instruction saturates so.
   if (bits(x) <= static_cast<std::uint64_t>(low_mask(n))) return {bits(x), 0};
   return (x >> (2 * n > 127 ? 127 : 2 * n)) == 0 ? saturated{ones(n), 1} : saturated{0, 1};
 }

@@ -1,5 +1,5 @@
-// A program with its own SIGSEGV handler, for faults of its native code, and SVE code around them. With "emulated" the last
-// fault is one of an SVE store, which the handler must not see.
+// A program with its own SIGSEGV handler, for faults of its native code, and SVE code around them. With "emulated" the
+// last fault is one of an SVE store, which the handler must not see.
 #include <setjmp.h>
 #include <signal.h>
 #include <stdint.h>
@@ -40,11 +40,10 @@ int main(int argc, char** argv) {
   char* page = mmap(NULL, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   mprotect(page + 4096, 4096, PROT_NONE);
   uint64_t loaded;
-  __asm__ volatile(
-      "ptrue p0.b\n\tsetffr\n\tldff1b z0.b, p0/z, [%1]\n\trdffr p1.b\n\tcntp %0, p0, p1.b"
-      : "=r"(loaded)
-      : "r"(page + 4096 - 10)
-      : "v0", "p0", "p1", "memory");
+  __asm__ volatile("ptrue p0.b\n\tsetffr\n\tldff1b z0.b, p0/z, [%1]\n\trdffr p1.b\n\tcntp %0, p0, p1.b"
+                   : "=r"(loaded)
+                   : "r"(page + 4096 - 10)
+                   : "v0", "p0", "p1", "memory");
   printf("%llu bytes loaded\n", (unsigned long long)loaded);
   fflush(stdout);
   if (argc > 1 && strcmp(argv[1], "emulated") == 0) {

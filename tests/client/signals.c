@@ -1,5 +1,5 @@
-// Signals that meet SVE code, by the mode that the argument names. Each loop is one block of code that ends in a branch to
-// itself, and nearly all of its time is spent in instructions that are emulated.
+// Signals that meet SVE code, by the mode that the argument names. Each loop is one block of code that ends in a branch
+// to itself, and nearly all of its time is spent in instructions that are emulated.
 #include <pthread.h>
 #include <signal.h>
 #include <stdint.h>

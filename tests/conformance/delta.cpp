@@ -93,7 +93,8 @@ std::vector<std::uint8_t> encode_change(const test_case& c, const window::conten
 
 std::uint64_t hash_case(const test_case& c) {
   std::uint64_t h = c.word;
-  for (std::size_t i = 0; i < sizeof c.state; i += 8) h = (h ^ value_at(bytes_of(c.state) + i, 8)) * 0x9e3779b97f4a7c15u ^ h >> 29;
+  for (std::size_t i = 0; i < sizeof c.state; i += 8)
+    h = (h ^ value_at(bytes_of(c.state) + i, 8)) * 0x9e3779b97f4a7c15u ^ h >> 29;
   return h;
 }
 
@@ -117,7 +118,8 @@ std::string first_difference(const test_case& c, const outcome& expected, const 
     const std::uint8_t *want = bytes_of(expected.state) + at.offset, *have = bytes_of(actual.state) + at.offset;
     if (std::memcmp(want, have, at.size) == 0) return;
     for (unsigned i = 0; i < at.size / at.element; ++i) {
-      const std::uint64_t w = value_at(want + i * at.element, at.element), h = value_at(have + i * at.element, at.element);
+      const std::uint64_t w = value_at(want + i * at.element, at.element),
+                          h = value_at(have + i * at.element, at.element);
       if (w == h) continue;
       if (at.predicate) {
         unsigned bit = 0;
@@ -126,8 +128,8 @@ std::string first_difference(const test_case& c, const outcome& expected, const 
                       static_cast<int>(w >> bit & 1), static_cast<int>(h >> bit & 1));
       } else {
         std::snprintf(text, sizeof text, "%s element %u of %u bits: expected 0x%0*" PRIx64 ", model 0x%0*" PRIx64,
-                      at.name, i, at.element * 8, static_cast<int>(at.element * 2), w,
-                      static_cast<int>(at.element * 2), h);
+                      at.name, i, at.element * 8, static_cast<int>(at.element * 2), w, static_cast<int>(at.element * 2),
+                      h);
       }
       found = text;
       return;
@@ -151,8 +153,9 @@ std::string describe_inputs(const test_case& c) {
   std::string text;
   char line[120];
   const auto add = [&] { text += line; };
-  std::snprintf(line, sizeof line, "  fpcr 0x%08" PRIx64 " fpsr 0x%08" PRIx64 " nzcv 0x%08" PRIx64 " sp 0x%" PRIx64 "\n",
-                c.state.fpcr, c.state.fpsr, c.state.nzcv, c.state.sp);
+  std::snprintf(line, sizeof line,
+                "  fpcr 0x%08" PRIx64 " fpsr 0x%08" PRIx64 " nzcv 0x%08" PRIx64 " sp 0x%" PRIx64 "\n", c.state.fpcr,
+                c.state.fpsr, c.state.nzcv, c.state.sp);
   add();
   std::uint64_t shown_z = 0, shown_p = 0, shown_x = 0;
   const auto bits = [&](const char* name, unsigned n, const std::uint8_t* p) {

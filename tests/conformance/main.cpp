@@ -1,5 +1,6 @@
-// Runs every instruction word of the table on the processor and in the model, from equal states, and compares everything.
-// With --write it records the model's outcomes, and with --replay it compares another build's record with this build's.
+// Runs every instruction word of the table on the processor and in the model, from equal states, and compares
+// everything. With --write it records the model's outcomes, and with --replay it compares another build's record with
+// this build's.
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
@@ -294,7 +295,8 @@ class run {
       if (model.code != AARCH64_DECODE_EXECUTED)
         difference = "the handler did not answer 0";
       else if (model.instr_stored != stores_word)
-        difference = stores_word ? "the handler did not store the word in instr" : "the handler stored the word in instr";
+        difference =
+            stores_word ? "the handler did not store the word in instr" : "the handler stored the word in instr";
       else if (model.stray_bytes)
         difference = "a predicate byte of the model holds more than its bit 0";
     }

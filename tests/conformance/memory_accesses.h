@@ -28,7 +28,7 @@ struct memory_plan {
 
 /// Operand numbers of a memory word.
 struct memory_operands {
-  unsigned data;      ///< Zt or Pt
+  unsigned data;       ///< Zt or Pt
   unsigned governing;  ///< 16 when there is none
   unsigned base;       ///< general register, 31 the stack pointer
   unsigned index;      ///< general register, 31 the zero register

@@ -36,8 +36,8 @@ void run_model(const test_case& c, model_outcome& result) {
   code = AARCH64_DECODE_UNDECODED;
   const std::uint64_t control = read_control();
   write_floating_point(c.state.fpcr, c.state.fpsr);
-  result.faulted = handle != nullptr &&
-                   catches_fault([](void*) { code = handle(&state, word); }, nullptr, &result.fault_address);
+  result.faulted =
+      handle != nullptr && catches_fault([](void*) { code = handle(&state, word); }, nullptr, &result.fault_address);
   write_floating_point(control, 0);
   result.code = code;
   result.stray_bytes = !from_model(state, result.state);

@@ -119,7 +119,8 @@ namespace {
 
 block the_block;
 
-// A place holds the words, `ldr xN, literal` and a branch to the trampoline of xN. Static, to be within reach of a branch.
+// A place holds the words, `ldr xN, literal` and a branch to the trampoline of xN. Static, to be within reach of a
+// branch.
 struct place {
   std::uint32_t code[native_longest + 2];
 };
@@ -171,7 +172,8 @@ unsigned native_place(std::span<const std::uint32_t> words, unsigned spare) {
   *at = 0x58000000u | (offset_words(&the_code.literal, at) & 0x7ffff) << 5 | spare;
   ++at;
   *at = 0x14000000u | (offset_words(reinterpret_cast<const void*>(leave[spare - first_spare]), at) & 0x3ffffff);
-  __builtin___clear_cache(reinterpret_cast<char*>(&the_code.places[n]), reinterpret_cast<char*>(&the_code.places[n + 1]));
+  __builtin___clear_cache(reinterpret_cast<char*>(&the_code.places[n]),
+                          reinterpret_cast<char*>(&the_code.places[n + 1]));
   return n;
 }
 

@@ -9,8 +9,8 @@
 namespace conformance {
 
 struct native_result {
-  bool faulted = false;   ///< SIGSEGV or SIGBUS: the state is that of the fault
-  bool undefined = false;  ///< SIGILL
+  bool faulted = false;       ///< SIGSEGV or SIGBUS: the state is that of the fault
+  bool undefined = false;     ///< SIGILL
   std::uint64_t address = 0;  ///< of the fault
 };
 

@@ -19,9 +19,7 @@ class random_source {
     return z ^ (z >> 31);
   }
   /// A number below `bound`, which is below 2^32.
-  std::uint32_t below(std::uint32_t bound) {
-    return static_cast<std::uint32_t>(((next() >> 32) * bound) >> 32);
-  }
+  std::uint32_t below(std::uint32_t bound) { return static_cast<std::uint32_t>(((next() >> 32) * bound) >> 32); }
   bool chance(std::uint32_t of_100) { return below(100) < of_100; }
   template <class T, std::size_t N>
   const T& pick(const T (&values)[N]) {
@@ -37,7 +35,9 @@ class random_source {
 };
 
 /// Mixes values into one seed.
-inline std::uint64_t mix(std::uint64_t a, std::uint64_t b) { return random_source(a ^ (b * 0xd6e8feb86659fd93u)).next(); }
+inline std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
+  return random_source(a ^ (b * 0xd6e8feb86659fd93u)).next();
+}
 
 /// A hash of a name that is the same everywhere.
 inline std::uint64_t hash_name(const char* name) {

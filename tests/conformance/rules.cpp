@@ -27,19 +27,23 @@ enum rule_index {
 
 difference_rule rules[rule_count] = {
     {"shifted-8-bit-immediate",
-     "the processor reserves an 8-bit element's immediate that is shifted left by 8; here its value is 0, so the processor "
+     "the processor reserves an 8-bit element's immediate that is shifted left by 8; here its value is 0, so the "
+     "processor "
      "is asked with the immediate 0",
      0},
     {"reserved-logical-immediate",
-     "the processor reserves a logical immediate of all ones; here it is expanded as any other: ones throughout, or 0 where "
+     "the processor reserves a logical immediate of all ones; here it is expanded as any other: ones throughout, or 0 "
+     "where "
      "64 ones leave an empty element",
      0},
     {"index-register-31",
-     "the processor reserves the zero register as the index of a contiguous access; here it adds zero, so the processor is "
+     "the processor reserves the zero register as the index of a contiguous access; here it adds zero, so the "
+     "processor is "
      "asked with an index register that holds zero",
      0},
     {"first-fault-page-probe",
-     "LDFF1B, LDFF1W and LDFF1D (scalar plus scalar) probe the next page only, count unreadable elements by the register's "
+     "LDFF1B, LDFF1W and LDFF1D (scalar plus scalar) probe the next page only, count unreadable elements by the "
+     "register's "
      "element size, and leave the destination of failed elements alone; an unreadable first page ends the process",
      0},
     {"non-fault-page-probe",
@@ -47,15 +51,18 @@ difference_rule rules[rule_count] = {
      "their destination alone; an element that runs into an unreadable page ends the process",
      0},
     {"first-fault-guarded-read",
-     "the other LDFF1 guard every element, the first active one too: from the first that cannot be read all elements are "
+     "the other LDFF1 guard every element, the first active one too: from the first that cannot be read all elements "
+     "are "
      "zero and marked, and nothing faults",
      0},
     {"emulator-speculative-page-crossing",
-     "the emulated processor gives up first-fault and non-fault loads at a page end although the next page is readable; "
+     "the emulated processor gives up first-fault and non-fault loads at a page end although the next page is "
+     "readable; "
      "expected is what the definition gives",
      0},
     {"emulator-speculative-first-inactive",
-     "the emulated processor loads wrong data when element 0 of a contiguous first-fault or non-fault load is inactive; "
+     "the emulated processor loads wrong data when element 0 of a contiguous first-fault or non-fault load is "
+     "inactive; "
      "expected is what the definition gives",
      0},
     {"store-fault-is-partial",
@@ -67,11 +74,13 @@ difference_rule rules[rule_count] = {
      "addresses or the load is the vector library's; the emulated processor writes none",
      0},
     {"emulator-straddling-fault",
-     "a plain access whose element or structure lies across the end of a readable page ends the emulator, so only the model is asked; "
+     "a plain access whose element or structure lies across the end of a readable page ends the emulator, so only the "
+     "model is asked; "
      "it must fault",
      0},
     {"emulator-unzip-predicate",
-     "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits too low at "
+     "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits too "
+     "low at "
      "this vector length; expected is its answer with that put right, and the 8 bits that are lost so as defined",
      0},
 };
@@ -214,8 +223,8 @@ void expect_speculative(const test_case& c, bool native_ran, const window::conte
   const memory_form& m = row.memory;
   outcome defined;
   defined.state = c.state;
-  speculative_load load{m, plan_accesses(row, c.word, c.state), memory,
-                        defined.state.z[operands_of(row, c.word).data], defined};
+  speculative_load load{m, plan_accesses(row, c.word, c.state), memory, defined.state.z[operands_of(row, c.word).data],
+                        defined};
   rule_index mechanism = guarded_first_fault;
   if (m.access == access_kind::non_fault) {
     mechanism = probe_non_fault;
@@ -270,8 +279,8 @@ void expect_plain_fault(const test_case& c, bool native_ran, const memory_plan& 
   const unsigned bytes = c.row->memory.memory_bytes;
   const memory_operands o = operands_of(*c.row, c.word);
   const bool vector_form = m.address != address_form::base_immediate && m.address != address_form::base_index;
-  const bool loads_in_place = !m.stores() && !m.predicate_register &&
-                              c.row->row->model == sve::decode::kind::direct && !(vector_form && o.data == o.vector);
+  const bool loads_in_place = !m.stores() && !m.predicate_register && c.row->row->model == sve::decode::kind::direct &&
+                              !(vector_form && o.data == o.vector);
   for (unsigned i = 0; i < plan.count; ++i) {
     const memory_access& a = plan.accesses[i];
     std::uint8_t* element = expected.state.z[(o.data + a.register_offset) % 32] + a.element * m.element_bytes;

@@ -1,5 +1,5 @@
-// What the model must answer: the processor's own answer, changed by named rules where a difference is required or where
-// the processor's answer cannot be had.
+// What the model must answer: the processor's own answer, changed by named rules where a difference is required or
+// where the processor's answer cannot be had.
 #pragma once
 
 #include <cstdint>
@@ -41,8 +41,8 @@ std::uint32_t native_word(const row_info& row, std::uint32_t word);
 /// Whether the processor can be asked. Gives the register that only the native word names its value.
 bool prepare_native(test_case& c);
 
-/// Turns the processor's outcome (or the start, where it was not asked) into the required one, and counts the rules that
-/// changed it. `original` is the memory at the start.
+/// Turns the processor's outcome (or the start, where it was not asked) into the required one, and counts the rules
+/// that changed it. `original` is the memory at the start.
 void apply_rules(const test_case& c, bool native_ran, const window::contents& original, outcome& expected);
 
 }  // namespace conformance

@@ -51,7 +51,8 @@ struct format {
   u64 top() const { return ones(exponent_bits); }
   u64 bias() const { return ones(exponent_bits - 1); }
   u64 make(u64 sign, u64 exponent, u64 fraction) const {
-    return sign << (exponent_bits + fraction_bits) | (exponent & top()) << fraction_bits | (fraction & ones(fraction_bits));
+    return sign << (exponent_bits + fraction_bits) | (exponent & top()) << fraction_bits |
+           (fraction & ones(fraction_bits));
   }
 };
 
@@ -146,8 +147,8 @@ void fill(std::uint8_t* z, unsigned bits, Value value) {
 
 void fill_vector(const row_info& row, random_source& random, std::uint8_t* z) {
   constexpr unsigned widths[] = {8, 16, 32, 64};
-  unsigned bits = row.element_bits >= 8 && row.element_bits <= 64 && random.chance(70) ? row.element_bits
-                                                                                       : random.pick(widths);
+  unsigned bits =
+      row.element_bits >= 8 && row.element_bits <= 64 && random.chance(70) ? row.element_bits : random.pick(widths);
   const bool floats = row.floating_point() ? random.chance(85) : random.chance(5);
   if (floats && bits == 8) bits = 16;
   const auto value = [&] { return floats ? special_float(bits, random) : edge_integer(bits, random); };
@@ -325,10 +326,10 @@ void place_contiguous(const row_info& row, std::uint32_t word, random_source& ra
   const memory_form& m = row.memory;
   const memory_operands o = operands_of(row, word);
   const bool whole = m.access == access_kind::fill || m.access == access_kind::spill;
-  const unsigned span = whole                                          ? immediate_unit(m)
-                        : m.access == access_kind::replicate           ? m.memory_bytes
-                        : m.access == access_kind::replicate_quadword  ? 16
-                                                                       : m.elements() * m.registers * m.memory_bytes;
+  const unsigned span = whole                                         ? immediate_unit(m)
+                        : m.access == access_kind::replicate          ? m.memory_bytes
+                        : m.access == access_kind::replicate_quadword ? 16
+                                                                      : m.elements() * m.registers * m.memory_bytes;
   const u64 target = pick_address(random, span, m.memory_bytes);
   u64& base = o.base == register_31 ? state.sp : state.x[o.base];
   if (m.address == address_form::base_immediate) {
@@ -402,8 +403,8 @@ constexpr u64 rounding_mode = u64{3} << 22, flush = u64{1} << 24, default_nan = 
               alternative_half = u64{1} << 26, flush_16 = u64{1} << 19;
 
 u64 control_word(unsigned n) {
-  return (u64{n} << 22 & rounding_mode) | (n & 4 ? flush : 0) | (n & 8 ? default_nan : 0) |
-         (n & 16 ? flush_16 : 0) | (n & 32 ? alternative_half : 0);
+  return (u64{n} << 22 & rounding_mode) | (n & 4 ? flush : 0) | (n & 8 ? default_nan : 0) | (n & 16 ? flush_16 : 0) |
+         (n & 32 ? alternative_half : 0);
 }
 
 }  // namespace

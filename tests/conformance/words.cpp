@@ -8,7 +8,8 @@ namespace {
 
 reserved_rule rules[] = {
     {"logical-immediate-without-width",
-     "with N clear and imms all ones the element of a logical immediate has no width: no such instruction exists, and its "
+     "with N clear and imms all ones the element of a logical immediate has no width: no such instruction exists, and "
+     "its "
      "expansion in the model does not return",
      [](const row_info& row, std::uint32_t word) {
        return is_logical_immediate(row) && (word >> 17 & 1) == 0 && (word >> 5 & 63) == 63;
@@ -44,8 +45,7 @@ void extremes(const row_info& row, random_source& random, std::uint32_t& word) {
   // All bits that are no register, set or clear: the ends of every immediate.
   if (random.chance(10)) {
     std::uint32_t registers = 0;
-    for (const operand& o : row.operands)
-      registers |= o.with(0, 31);
+    for (const operand& o : row.operands) registers |= o.with(0, 31);
     const std::uint32_t immediate = row.operand_bits() & ~registers;
     word = random.chance(50) ? word | immediate : word & ~immediate;
   }

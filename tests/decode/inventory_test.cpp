@@ -8,6 +8,7 @@
 
 #include "sve/decode/table.h"
 #include "sve/insn/functions.h"
+#include "sve/lanes/repeat.h"
 #include "sve/veclib/routines.h"
 
 namespace {

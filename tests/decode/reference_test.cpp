@@ -33,4 +33,20 @@ TEST(Reference, HoldsEveryRowOnce) {
     }
 }
 
+TEST(Reference, HoldsEverySignature) {
+  ASSERT_EQ(std::system(SVE_REFERENCE_COMMAND), 0);
+  std::stringstream text;
+  text << std::ifstream(std::filesystem::path(SVE_REFERENCE_OUTPUT) / "signatures.md").rdbuf();
+  const auto holds = [&](const std::string& line) { return text.str().find("\n" + line + "\n") != std::string::npos; };
+  EXPECT_TRUE(holds("aarch64_decode_rc sve_add_zpz(cpu_state*, aarch64_z_reg, aarch64_p_reg, aarch64_z_reg);"));
+  EXPECT_TRUE(holds("VectorV VecU8AddVVM(const VectorV&, const PredV&, const VectorV&, CpuContext*);"));
+  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::row& r : m->rows) {
+      EXPECT_NE(text.str().find(" " + std::string(r.function->name) + "("), std::string::npos) << r.function->name;
+      EXPECT_TRUE(r.model == sve::decode::kind::prefetch ||
+                  text.str().find(" " + std::string(r.name) + "(") != std::string::npos)
+          << r.name;
+    }
+}
+
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "sve/decode/table.h"
+#include "sve/decode/words.h"
 
 namespace {
 
@@ -91,6 +92,24 @@ TEST(Unallocated, NoOtherRow) {
       }
     }
   EXPECT_GT(rows, 1300);
+}
+
+// The keys alone know what the table knows.
+TEST(Words, AreModelledThatARowTakesAndTheArchitectureHas) {
+  std::mt19937 random(2);
+  const auto agrees = [](std::uint32_t word) {
+    return sve::decode::is_modelled(word) == (find_row(word) && !is_unallocated(word));
+  };
+  for (const auto* map : sve::decode::maps_in_is_sve_order())
+    for (const auto& row : map->rows)
+      for (int i = 0; i < 20; ++i) {
+        const std::uint32_t word = map->word(row.key) | (static_cast<std::uint32_t>(random()) & ~map->fixed_bits);
+        EXPECT_TRUE(agrees(word)) << std::hex << word;
+      }
+  for (int i = 0; i < 1000000; ++i) {
+    const auto word = static_cast<std::uint32_t>(random());
+    EXPECT_TRUE(agrees(word) && agrees((word & ~(15u << 25)) | 2u << 25)) << std::hex << word;
+  }
 }
 
 }  // namespace

@@ -100,14 +100,15 @@ Result on_processor(FPSCR fpscr, FPSCR& status, Instruction instruction) {
 namespace processor {
 
 ONE(fsqrt)
-ONE(frecpe) ONE(frsqrte) ONE(frecpx) ONE(frintn) ONE(frintp) ONE(frintm) ONE(frintz) ONE(frinta) ONE(frinti) ONE(frintx)
-    TWO(fadd) TWO(fsub) TWO(fmul) TWO(fmulx) TWO(fdiv) TWO(fmax) TWO(fmin) TWO(fmaxnm) TWO(fminnm) TWO(frecps)
-        TWO(frsqrts) COMPARE(fcmp) COMPARE(fcmpe) TO_FIXED(fcvtzs) TO_FIXED(fcvtzu) TO_FIXED(fcvtns) TO_FIXED(fcvtnu)
-            TO_FIXED(fcvtas) TO_FIXED(fcvtau) TO_FIXED(fcvtps) TO_FIXED(fcvtpu) TO_FIXED(fcvtms) TO_FIXED(fcvtmu)
-                FROM_FIXED(scvtf) FROM_FIXED(ucvtf)
+// clang-format off
+ONE(frecpe) ONE(frsqrte) ONE(frecpx) ONE(frintn) ONE(frintp) ONE(frintm) ONE(frintz) ONE(frinta) ONE(frinti)
+ONE(frintx) TWO(fadd) TWO(fsub) TWO(fmul) TWO(fmulx) TWO(fdiv) TWO(fmax) TWO(fmin) TWO(fmaxnm) TWO(fminnm)
+TWO(frecps) TWO(frsqrts) COMPARE(fcmp) COMPARE(fcmpe) TO_FIXED(fcvtzs) TO_FIXED(fcvtzu) TO_FIXED(fcvtns)
+TO_FIXED(fcvtnu) TO_FIXED(fcvtas) TO_FIXED(fcvtau) TO_FIXED(fcvtps) TO_FIXED(fcvtpu) TO_FIXED(fcvtms)
+TO_FIXED(fcvtmu) FROM_FIXED(scvtf) FROM_FIXED(ucvtf)
 
-                    template <class T>
-                    T fmadd(T addend, T x, T y) {
+template <class T>
+T fmadd(T addend, T x, T y) {
   Vector<T> result;
   const auto a = as_vector(addend), b = as_vector(x), c = as_vector(y);
   if constexpr (sizeof(T) == 2) asm volatile("fmadd %h0, %h1, %h2, %h3" : "=w"(result) : "w"(b), "w"(c), "w"(a));
@@ -115,6 +116,7 @@ ONE(frecpe) ONE(frsqrte) ONE(frecpx) ONE(frintn) ONE(frintp) ONE(frintm) ONE(fri
   if constexpr (sizeof(T) == 8) asm volatile("fmadd %d0, %d1, %d2, %d3" : "=w"(result) : "w"(b), "w"(c), "w"(a));
   return std::bit_cast<T>(result);
 }
+// clang-format on
 
 template <class From, class To>
 To fcvt(From x) {

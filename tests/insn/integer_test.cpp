@@ -1,4 +1,6 @@
 // Element-wise integer arithmetic and logic as instruction functions.
+#include <gtest/gtest-spi.h>
+
 #include <limits>
 
 #include "registers.h"
@@ -246,6 +248,23 @@ TEST(Unpredicated, Immediates) {
       "orr", u64{}, [&](cpu_state* s) { return sve_orr_zi(s, zdn, {mask}); }, [](u64 a) { return a | mask; });
   check(
       "eor", u64{}, [&](cpu_state* s) { return sve_eor_zi(s, zdn, {mask}); }, [](u64 a) { return a ^ mask; });
+}
+
+// A wrong result is shown with its operands: the registers that the call reads.
+void expect_a_wrong_sum() {
+  run(
+      "wrong sum", 1, [](cpu_state* s) { return sve_add_zzz(s, z(5, element_h), z(3, element_h), z(9, element_h)); },
+      [](cpu_state& e, const cpu_state& s) {
+        auto a = elements<u16>(s.z[3]);
+        const auto b = elements<u16>(s.z[9]);
+        for (std::size_t i = 0; i < a.size(); ++i) a[i] = static_cast<u16>(a[i] + b[i] + (i == 2));
+        put(e.z[5], a);
+      });
+}
+
+TEST(Failures, TellOperandsAndResultsByElement) {
+  EXPECT_FATAL_FAILURE(expect_a_wrong_sum(),
+                       "z5, elements of 2 bytes\n element        z3        z9  expected       got\n       2  ");
 }
 
 }  // namespace

@@ -11,11 +11,13 @@
 #include <sstream>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "sve/insn/functions.h"
 #include "sve/insn/predicates.h"
 #include "sve/lanes/lanes.h"
 #include "tests/edge_words.h"
+#include "tests/side_by_side.h"
 
 namespace insn_test {
 
@@ -37,6 +39,7 @@ vector_of<T> elements(const byte* bytes) {
 }
 template <class T>
 void put(byte* bytes, const vector_of<T>& v) {
+  element_bytes = sizeof(T);
   std::memcpy(bytes, v.data(), vector_bytes);
 }
 template <class T>
@@ -47,6 +50,7 @@ bool active(const byte* predicate, std::size_t i) {
 /// A canonical predicate for elements of T from a function of the index.
 template <class T, class Test>
 vector_of<byte> canonical(Test test) {
+  element_bytes = sizeof(T);
   vector_of<byte> p{};
   for (std::size_t i = 0; i < sve::lanes<T>; ++i) p[i * sizeof(T)] = test(i) ? 1 : 0;
   return p;
@@ -162,6 +166,34 @@ void for_each_type(Body body) {
   body.template operator()<u64>();
 }
 
+/// The first register that differs, beside the operands: the registers without which the call gives something else.
+template <class Call>
+std::string explained(Call call, const cpu_state& start, const cpu_state& expected, const cpu_state& actual) {
+  const auto registers = [](auto& state) {
+    std::vector<decltype(&state.ffr[0])> all;
+    for (auto& r : state.z) all.push_back(r);
+    for (auto& r : state.p) all.push_back(r);
+    all.push_back(state.ffr);
+    return all;
+  };
+  const auto name = [](std::size_t n) {
+    return n == 48 ? std::string("ffr") : (n < 32 ? "z" : "p") + std::to_string(n % 32);
+  };
+  const auto is = registers(actual), should = registers(expected), was = registers(start);
+  std::size_t result = 0;
+  while (result < is.size() && std::memcmp(is[result], should[result], vector_bytes) == 0) ++result;
+  if (result == is.size()) return "";
+  std::vector<column> operands;
+  for (std::size_t n = 0; n < was.size(); ++n) {
+    cpu_state other = start;
+    byte* const changed = registers(other)[n];
+    for (std::size_t i = 0; i < vector_bytes; ++i) changed[i] ^= 0x55;
+    call(&other);
+    if (std::memcmp(registers(other)[result], is[result], vector_bytes) != 0) operands.push_back({name(n), was[n]});
+  }
+  return "\n" + name(result) + ", " + side_by_side(vector_bytes, operands, should[result], is[result]);
+}
+
 /// Runs `call` on random states against `expect`, which turns a copy of the start into the expected state.
 template <class Call, class Expect>
 void run(const char* name, int cases, Call call, Expect expect) {
@@ -171,7 +203,7 @@ void run(const char* name, int cases, Call call, Expect expect) {
     cpu_state expected = start, actual = start;
     expect(expected, start);
     ASSERT_EQ(call(&actual), AARCH64_DECODE_EXECUTED) << name;
-    ASSERT_EQ(difference(expected, actual), "") << name << ", case " << i;
+    ASSERT_EQ(difference(expected, actual), "") << name << ", case " << i << explained(call, start, expected, actual);
   }
 }
 

@@ -59,7 +59,10 @@ __attribute__((noinline)) long loop(void) {
 
 void* threads_part(void* argument) {
   long x = 0;
-  __asm__ volatile("index z0.s, %w1, #1\n ptrue p0.s\n nop\n in_thread: incb %0" : "+r"(x) : "r"((int)(long)argument) : "z0", "p0");
+  __asm__ volatile("index z0.s, %w1, #1\n ptrue p0.s\n nop\n in_thread: incb %0"
+                   : "+r"(x)
+                   : "r"((int)(long)argument)
+                   : "z0", "p0");
   return (void*)x;
 }
 
@@ -83,7 +86,8 @@ int main(int argc, char** argv) {
     vectors();
     abort();
   }
-  if (!strcmp(mode, "fault")) __asm__ volatile("ptrue p0.b\n faulting: ld1b {z0.b}, p0/z, [%0]" ::"r"(16L) : "z0", "p0");
+  if (!strcmp(mode, "fault"))
+    __asm__ volatile("ptrue p0.b\n faulting: ld1b {z0.b}, p0/z, [%0]" ::"r"(16L) : "z0", "p0");
   if (!strcmp(mode, "loop")) printf("looped %ld\n", loop());
   return 0;
 }

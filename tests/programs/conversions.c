@@ -7,9 +7,9 @@
 #define N 90
 typedef __fp16 fp16;
 
-#define CONVERT(from, to)                                                      \
-  KERNEL void from##_to_##to(to* t, const from* f, size_t n) {                 \
-    for (size_t i = 0; i < n; ++i) t[i] = (to)f[i];                            \
+#define CONVERT(from, to)                                      \
+  KERNEL void from##_to_##to(to* t, const from* f, size_t n) { \
+    for (size_t i = 0; i < n; ++i) t[i] = (to)f[i];            \
   }
 CONVERT(double, float)
 CONVERT(float, double)

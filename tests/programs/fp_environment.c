@@ -23,9 +23,9 @@ KERNEL double half_product(double a, double b) {
 }
 
 static void flags(const char* what) {
-  printf("%s:%s%s%s%s%s\n", what, fetestexcept(FE_INVALID) ? " invalid" : "", fetestexcept(FE_DIVBYZERO) ? " divbyzero" : "",
-         fetestexcept(FE_OVERFLOW) ? " overflow" : "", fetestexcept(FE_UNDERFLOW) ? " underflow" : "",
-         fetestexcept(FE_INEXACT) ? " inexact" : "");
+  printf("%s:%s%s%s%s%s\n", what, fetestexcept(FE_INVALID) ? " invalid" : "",
+         fetestexcept(FE_DIVBYZERO) ? " divbyzero" : "", fetestexcept(FE_OVERFLOW) ? " overflow" : "",
+         fetestexcept(FE_UNDERFLOW) ? " underflow" : "", fetestexcept(FE_INEXACT) ? " inexact" : "");
   feclearexcept(FE_ALL_EXCEPT);
 }
 
@@ -35,8 +35,8 @@ int main(void) {
   for (int i = 0; i < 4; ++i) {
     fesetround(modes[i]);
     feclearexcept(FE_ALL_EXCEPT);
-    printf("%s: %a %a %a %a\n", names[i], (double)sum_of(1.0f, tiny), (double)sum_of(-1.0f, -tiny), fused(1.0, third, 0.1),
-           quotient(-1.0, third));
+    printf("%s: %a %a %a %a\n", names[i], (double)sum_of(1.0f, tiny), (double)sum_of(-1.0f, -tiny),
+           fused(1.0, third, 0.1), quotient(-1.0, third));
     flags("after sums");
     printf("%a %a\n", half_product(1.001, 1.001), half_product(60000.0, 2.0));
     flags("after halves");

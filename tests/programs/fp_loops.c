@@ -5,21 +5,20 @@
 
 #define N 403
 
-#define LOOPS(type)                                                                     \
-  KERNEL void axpy_##type(type* y, const type* x, type a, size_t n) {                   \
-    for (size_t i = 0; i < n; ++i) y[i] += a * x[i];                                    \
-  }                                                                                     \
-  KERNEL type dot_##type(const type* x, const type* y, size_t n) {                      \
-    type sum = 0;                                                                       \
-    for (size_t i = 0; i < n; ++i) sum += x[i] * y[i]; /* in order: fadda */            \
-    return sum;                                                                         \
-  }                                                                                     \
-  KERNEL void stencil_##type(type* to, const type* from, size_t n) {                    \
-    for (size_t i = 1; i + 1 < n; ++i)                                                  \
-      to[i] = (from[i - 1] + from[i + 1]) / (type)2 - from[i] * (type)0.25;             \
-  }                                                                                     \
-  KERNEL void limits_##type(type* to, const type* from, type low, type high, size_t n) { \
-    for (size_t i = 0; i < n; ++i) to[i] = from[i] < low ? low : from[i] > high ? high : from[i]; \
+#define LOOPS(type)                                                                                          \
+  KERNEL void axpy_##type(type* y, const type* x, type a, size_t n) {                                        \
+    for (size_t i = 0; i < n; ++i) y[i] += a * x[i];                                                         \
+  }                                                                                                          \
+  KERNEL type dot_##type(const type* x, const type* y, size_t n) {                                           \
+    type sum = 0;                                                                                            \
+    for (size_t i = 0; i < n; ++i) sum += x[i] * y[i]; /* in order: fadda */                                 \
+    return sum;                                                                                              \
+  }                                                                                                          \
+  KERNEL void stencil_##type(type* to, const type* from, size_t n) {                                         \
+    for (size_t i = 1; i + 1 < n; ++i) to[i] = (from[i - 1] + from[i + 1]) / (type)2 - from[i] * (type)0.25; \
+  }                                                                                                          \
+  KERNEL void limits_##type(type* to, const type* from, type low, type high, size_t n) {                     \
+    for (size_t i = 0; i < n; ++i) to[i] = from[i] < low ? low : from[i] > high ? high : from[i];            \
   }
 typedef __fp16 fp16;
 LOOPS(double)

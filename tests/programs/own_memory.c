@@ -1,8 +1,8 @@
 // A program whose own memcpy, memset and strlen are SVE code, and replace libc's for every library.
-#include "common.h"
-
 #include <stddef.h>
 #include <string.h>
+
+#include "common.h"
 
 void* memcpy(void* to, const void* from, size_t n) {
   char* restrict d = to;

@@ -12,8 +12,11 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "sve/runner/launcher/check.h"
+#include "sve/runner/launcher/code.h"
 #include "sve/runner/launcher/command_line.h"
 #include "sve/runner/launcher/dynamorio.h"
 #include "sve/runner/launcher/program.h"
@@ -281,8 +284,6 @@ TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
     std::string content;
     const char* says;
   } cases[] = {
-      {"script", "#!/usr/bin/env python3\nprint(1)\n", "sve-run /usr/bin/env python3 "},
-      {"bare_script", "#!\n", "sve-run /bin/sh "},
       {"text", "hello\n", "not an ELF program"},
       {"empty", "", "not an ELF program"},
       {"cut", std::string(ELFMAG) + "\2\1", "not for 64-bit"},
@@ -317,6 +318,135 @@ TEST_F(Programs, DynamicPrograms) {
   const std::string path = file("prog", elf(EM_AARCH64, loader));
   EXPECT_EQ(check_program(path).status, 0);
   EXPECT_EQ(check_program(path).path, path);
+}
+
+TEST_F(Programs, OfScriptsAreTheirInterpreters) {
+  const std::string program = file("prog", elf(EM_AARCH64, loader));
+  const auto resolved = [&](const std::string& path, words& command) {
+    command = {path, "-a"};
+    return resolve_scripts(find_program(path, ""), command);
+  };
+  words command;
+  EXPECT_EQ(resolved(program, command).path, program);
+  EXPECT_EQ(command, (words{program, "-a"}));
+  const std::string script = file("script", "#! " + program + " -x  -y \t\nprint(1)\n");
+  EXPECT_EQ(resolved(script, command).path, program);
+  EXPECT_EQ(command, (words{program, "-x  -y", script, "-a"}));
+  const std::string outer = file("outer", "#!" + script);
+  EXPECT_EQ(resolved(outer, command).path, program);
+  EXPECT_EQ(command, (words{program, "-x  -y", script, outer, "-a"}));
+  const std::string bare = file("bare", "#!\n");
+  EXPECT_EQ(resolved(bare, command).path, "/bin/sh");
+
+  const std::string endless = directory + "/endless";
+  file("endless", "#!" + endless);
+  EXPECT_EQ(resolved(endless, command).status, 126);
+  const std::string orphan = file("orphan", "#!/nonesuch/python\n");
+  const finding f = resolved(orphan, command);
+  EXPECT_EQ(f.status, 127);
+  EXPECT_TRUE(f.error.starts_with(orphan + ": a script of /nonesuch/python: ")) << f.error;
+}
+
+// A file of one function of code, and what lies in it as data.
+struct code_file {
+  std::vector<std::uint32_t> words;
+  std::size_t data_from, data_to;  // in words
+};
+
+std::string file_with_code(const code_file& code) {
+  const auto bytes = [](const auto& record) {
+    return std::string(reinterpret_cast<const char*>(&record), sizeof record);
+  };
+  constexpr std::uint64_t address = 0x1000;
+  const std::string text(reinterpret_cast<const char*>(code.words.data()), code.words.size() * 4);
+  const std::string names("\0f\0$x\0$d", 9);
+  std::string symbols;
+  for (const auto& [name, type, word, size] : {std::tuple{1u, STT_FUNC, std::size_t{0}, code.words.size() - 1},
+                                               {3u, STT_NOTYPE, 0, 0},
+                                               {6u, STT_NOTYPE, code.data_from, 0},
+                                               {3u, STT_NOTYPE, code.data_to, 0}}) {
+    Elf64_Sym symbol{};
+    symbol.st_name = name;
+    symbol.st_info = static_cast<unsigned char>(ELF64_ST_INFO(STB_GLOBAL, type));
+    symbol.st_shndx = 1;
+    symbol.st_value = address + 4 * word;
+    symbol.st_size = 4 * size;
+    symbols += bytes(symbol);
+  }
+  std::string content(sizeof(Elf64_Ehdr), '\0');
+  std::vector<Elf64_Shdr> sections(1);
+  const auto add = [&](unsigned type, unsigned flags, unsigned link, const std::string& data) {
+    Elf64_Shdr section{};
+    section.sh_type = type;
+    section.sh_flags = flags;
+    section.sh_link = link;
+    section.sh_addr = flags ? address : 0;
+    section.sh_offset = content.size();
+    section.sh_size = data.size();
+    sections.push_back(section);
+    content += data;
+  };
+  add(SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0, text);
+  add(SHT_SYMTAB, 0, 3, symbols);
+  add(SHT_STRTAB, 0, 0, names);
+  Elf64_Ehdr header{};
+  header.e_shoff = content.size();
+  header.e_shentsize = sizeof(Elf64_Shdr);
+  header.e_shnum = static_cast<Elf64_Half>(sections.size());
+  for (const Elf64_Shdr& section : sections) content += bytes(section);
+  std::memcpy(content.data(), &header, sizeof header);
+  return content;
+}
+
+TEST_F(Programs, TheirCodeIsCountedByFunctionAndExtension) {
+  constexpr std::uint32_t add = 0x04200000, saddlb = 0x45410000, fmopa = 0x80810000, nop = 0xd503201f;
+  const code_summary code =
+      summarise_code(file("code", file_with_code({{add, nop, saddlb, add, fmopa, fmopa, add, add}, 5, 7})));
+  EXPECT_EQ(code.instructions, 3u);
+  EXPECT_EQ(code.functions, (std::vector<std::pair<std::string, std::uint64_t>>{{"f", 2}, {"", 1}}));
+  ASSERT_EQ(code.refused.size(), 2u);
+  EXPECT_EQ(code.refused[0].extension, "SME");
+  EXPECT_EQ(code.refused[0].instructions, 1u);
+  EXPECT_EQ(code.refused[1].extension, "SVE2");
+  EXPECT_EQ(code.refused[1].function, "f");
+}
+
+TEST_F(Programs, AreCheckedWithAVerdict) {
+  surroundings here;
+  here.kernel = "Linux 6";
+  here.libraries = [](const std::string&) { return words{}; };
+  here.dynamorio = [] { return finding{0, "/dr", ""}; };
+  const std::string own = file("own", elf(EM_AARCH64, loader)), fixed = file("fixed", elf(EM_AARCH64, ""));
+  const std::string sve = file("sve", file_with_code({{0x04200000, 0}, 1, 1}));
+  const std::string later = file("later", file_with_code({{0x04200000, 0x45410000, 0}, 2, 2}));
+  const std::string user = file("user", elf(EM_AARCH64, loader));
+  chmod(user.c_str(), 04755);
+  const std::string script = file("script", "#!" + own + "\n");
+  const auto verdict = [&](const words& program, int status, const std::string& says) {
+    command_line line;
+    line.program = program;
+    const check_result result = check(line, here);
+    EXPECT_EQ(result.status, status) << result.text;
+    std::string text;
+    std::istringstream read(result.text.substr(result.text.rfind("\nverdict")));
+    for (std::string word; read >> word;) text += word + " ";
+    EXPECT_TRUE(text.find(says) != std::string::npos) << result.text;
+    return result.text;
+  };
+  verdict({own}, 0, "runs without sve-run: no SVE code was found.");
+  verdict({script, "a b"}, 0, "runs with: sve-run " + script + " 'a b'");
+  verdict({fixed}, 0, "runs without sve-run");
+  verdict({file("x86", elf(EM_X86_64, ""))}, 126, "x86-64");
+  verdict({"nonesuch"}, 127, "no such program");
+  here.libraries = [&](const std::string&) { return words{sve}; };
+  EXPECT_NE(verdict({own}, 0, "runs with: sve-run " + own).find("sve: 1 instruction in f (1)"), std::string::npos);
+  here.libraries = [&](const std::string&) { return words{later}; };
+  EXPECT_NE(verdict({own}, 0, "runs with: ").find("later: 1 instruction of SVE2, first in f"), std::string::npos);
+  here.libraries = [&](const std::string&) { return words{sve, "libnone.so"}; };
+  verdict({own}, 126, "does not find libnone.so");
+  here.has_sve = true;
+  here.libraries = [](const std::string&) { return words{}; };
+  verdict({own}, 0, "runs by itself");
 }
 
 }  // namespace

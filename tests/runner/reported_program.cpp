@@ -6,6 +6,7 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,6 +15,11 @@
 #include <thread>
 
 #include "tests/runner/sve_instructions.h"
+
+// Words of extensions that are not SVE's first version, in functions that the reports are to name.
+extern "C" [[gnu::noinline]] void widens_by_sve2() { asm volatile(".inst 0x45410000"); }     // saddlb z0.h, z0.b, z1.b
+extern "C" [[gnu::noinline]] void multiplies_by_sme() { asm volatile(".inst 0x80810000"); }  // fmopa za0.s, ...
+static void skip_instruction(int, siginfo_t*, void* context) { static_cast<ucontext_t*>(context)->uc_mcontext.pc += 4; }
 
 int main(int argc, char** argv) {
   const auto mode = [&](const char* name) { return argc > 1 && std::strcmp(argv[1], name) == 0; };
@@ -42,6 +48,27 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (mode("abort")) std::abort();
+  if (mode("handled-sve2")) {
+    struct sigaction action {};
+    action.sa_sigaction = skip_instruction;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGILL, &action, nullptr);
+    widens_by_sve2();
+  }
+  if (mode("sve2")) widens_by_sve2();
+  if (mode("sme")) multiplies_by_sme();
+  if (mode("sandboxed-sve2")) {
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    widens_by_sve2();
+  }
+  if (mode("generated-sme")) {
+    void* const code = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    std::memcpy(code, "\0\0\x81\x80", 4);
+    __builtin___clear_cache(static_cast<char*>(code), static_cast<char*>(code) + 4);
+    mprotect(code, 4096, PROT_READ | PROT_EXEC);
+    reinterpret_cast<void (*)()>(code)();
+  }
+  if (mode("illegal")) asm volatile("udf #0");
   if (mode("many-places")) {  // each is executed once
     const std::size_t places = std::strtoul(operand, nullptr, 10), size = (8 * places + 4095) & ~std::size_t{4095};
     auto* code =

@@ -158,7 +158,7 @@ TEST(Count, Vectors) {
 #define CHECK(Type, T)                                                                         \
   check_saturating_vector<T>("qinc " #Type, Vec##Type##QIncrVLVI, Vec##Type##QIncrCountPV, 1); \
   check_saturating_vector<T>("qdec " #Type, Vec##Type##QDecrVLVI, Vec##Type##QDecrCountPV, -1);
-      CHECK(U16, u16) CHECK(U32, u32) CHECK(U64, u64) CHECK(S16, s16) CHECK(S32, s32) CHECK(S64, s64)
+  CHECK(U16, u16) CHECK(U32, u32) CHECK(U64, u64) CHECK(S16, s16) CHECK(S32, s32) CHECK(S64, s64)
 #undef CHECK
 }
 

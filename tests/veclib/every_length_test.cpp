@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sve/fplib/fplib.h"
+#include "sve/lanes/repeat.h"
 #include "sve/processor/vectors.h"
 #include "tests/fplib/operands.h"
 #include "values.h"
@@ -312,7 +313,8 @@ TEST(EveryLength, FloatingPoint) {
 
 TEST(EveryLength, TheProcessorGivesWhatTheLibraryGives) {
   if (!sve::processor::exists) GTEST_SKIP() << "the library alone computes on this host";
-  ASSERT_EQ(sve::processor::widths, (sve::processor::settles_all ? 2u : 0u) | 4u | 8u) << "as the tests' processors have";
+  ASSERT_EQ(sve::processor::widths, (sve::processor::settles_all ? 2u : 0u) | 4u | 8u)
+      << "as the tests' processors have";
 #define SVE_CHECK(...) compare_engines(__VA_ARGS__)
 #include "sve/veclib/routines.inc"
 #undef SVE_CHECK

@@ -1,5 +1,7 @@
 // Element-wise integer routines of the vector library: arithmetic, logic, shifts, bit operations, reductions, dot
 // products and addresses. Expectations are computed on 128-bit values and cut to the element.
+#include <gtest/gtest-spi.h>
+
 #include <limits>
 
 #include "values.h"
@@ -231,7 +233,7 @@ TEST(Shift, ByWideElements) {
   CHECK(U32, u32)
 #undef CHECK
 #define CHECK(Type, T) wide_shift<T>("shr w " #Type, Vec##Type##ShrVWM, Vec##Type##ShrVWX, right);
-      CHECK(U8, u8) CHECK(U16, u16) CHECK(U32, u32) CHECK(S8, s8) CHECK(S16, s16) CHECK(S32, s32)
+  CHECK(U8, u8) CHECK(U16, u16) CHECK(U32, u32) CHECK(S8, s8) CHECK(S16, s16) CHECK(S32, s32)
 #undef CHECK
 }
 
@@ -335,12 +337,13 @@ TEST(Reduce, EveryOperation) {
 #define CHECK(Type, T) reduce<T>("add " #Type, Vec##Type##AddReduceV, 0, add, whole);
   FOR_UNSIGNED(CHECK)
   CHECK(S8, s8)
-  CHECK(S16, s16) CHECK(S32, s32)
+  CHECK(S16, s16)
+  CHECK(S32, s32)
 #undef CHECK
 #define CHECK(Type, T)                                                                                \
   reduce<T>("max " #Type, Vec##Type##MaxReduceV, std::numeric_limits<T>::min(), larger, extremum<T>); \
   reduce<T>("min " #Type, Vec##Type##MinReduceV, std::numeric_limits<T>::max(), smaller, extremum<T>);
-      FOR_INTEGERS(CHECK)
+  FOR_INTEGERS(CHECK)
 #undef CHECK
 #define CHECK(Type, T)                                                                                          \
   reduce<T>(                                                                                                    \
@@ -350,9 +353,9 @@ TEST(Reduce, EveryOperation) {
       "or " #Type, Vec##Type##OrReduceV, 0, [](wide a, wide b) { return a | b; }, whole);                       \
   reduce<T>(                                                                                                    \
       "xor " #Type, Vec##Type##XorReduceV, 0, [](wide a, wide b) { return a ^ b; }, whole);
-          FOR_UNSIGNED(CHECK)
+  FOR_UNSIGNED(CHECK)
 #undef CHECK
-              CpuContext c{0, 0, 0, 14, {}};
+  CpuContext c{0, 0, 0, 14, {}};
   VectorV minus_one;
   std::memset(minus_one.bytes, 0xff, sizeof minus_one.bytes);
   EXPECT_EQ(VecS32AddReduceV(bits_of([](auto) { return true; }), minus_one, &c), static_cast<u64>(-28));
@@ -404,6 +407,20 @@ TEST(Address, BasePlusScaledOffset) {
              [](wide a, wide b) { return a + wide{static_cast<u32>(b)} * Scale; });
   CHECK(1) CHECK(2) CHECK(4) CHECK(8)
 #undef CHECK
+}
+
+// A wrong result is shown with its operands: those that the routine reads.
+void expect_a_wrong_sum() {
+  run(
+      "wrong sum", 1, [](const operands& o, CpuContext* c) { return VecU16AddVVX(o.a, o.b, c); },
+      [](const operands& o, CpuContext& c) {
+        return generated<u16>(c, [&](auto e) { return at<u16>(o.a, e) + at<u16>(o.b, e) + (e == 2); });
+      });
+}
+
+TEST(Failures, TellOperandsAndResultsByElement) {
+  EXPECT_FATAL_FAILURE(expect_a_wrong_sum(),
+                       "elements of 2 bytes\n element         a         b  expected       got\n       2  ");
 }
 
 }  // namespace

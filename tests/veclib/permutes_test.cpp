@@ -292,7 +292,10 @@ void check_index(sve::routine::ii_signed* routine) {
 TEST(Scalars, InsertCopyBroadcastAndIndex) {
 #define CHECK(Type, T) check_scalars<T>(Vec##Type##InsertS, Vec##Type##DupSM);
   FOR_UNSIGNED(CHECK)
-  CHECK(B8, u8) CHECK(H16, u16) CHECK(F32, u32) CHECK(D64, u64)
+  CHECK(B8, u8)
+  CHECK(H16, u16)
+  CHECK(F32, u32)
+  CHECK(D64, u64)
 #undef CHECK
 #define CHECK(Type, T)                                                      \
   check_immediates<T>(Vec##Type##DupI, Vec##Type##DupIM, Vec##Type##DupIZ); \
@@ -300,11 +303,11 @@ TEST(Scalars, InsertCopyBroadcastAndIndex) {
   check_index<T>(Vec##Type##IndexIS);                                       \
   check_index<T>(Vec##Type##IndexSI);                                       \
   check_index<T>(Vec##Type##IndexSS);
-      FOR_SIGNED(CHECK)
+  FOR_SIGNED(CHECK)
 #undef CHECK
-          run(
-              "dupm", 10, [](const operands& o, CpuContext* c) { return VecS64DupMaskI(o.x, c); },
-              [](const operands& o, CpuContext& c) { return generated<u64>(c, [&](auto) { return o.x; }); });
+  run(
+      "dupm", 10, [](const operands& o, CpuContext* c) { return VecS64DupMaskI(o.x, c); },
+      [](const operands& o, CpuContext& c) { return generated<u64>(c, [&](auto) { return o.x; }); });
   run(
       "move", 10, [](const operands& o, CpuContext* c) { return VecU32SpecialMoveV(o.a, c); },
       [](const operands& o, CpuContext&) { return o.a; });

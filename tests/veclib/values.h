@@ -4,17 +4,22 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cstring>
 #include <functional>
 #include <random>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "sve/lanes/lanes.h"
 #include "sve/veclib/predicates.h"
 #include "sve/veclib/routines.h"
 #include "tests/edge_words.h"
+#include "tests/side_by_side.h"
 
 namespace veclib_test {
 
@@ -83,6 +88,7 @@ PredV bits_of(Test test) {
 }
 template <class T, class Test>
 PredV canonical(const CpuContext& c, Test test) {
+  element_bytes = sizeof(T);
   const std::size_t n = count<T>(c);
   PredV p{};
   for (std::size_t e = 0; e < n; ++e)
@@ -175,6 +181,51 @@ operands random_operands(Rng& random) {
           random_predicate(random), random_predicate(random), random_word(random),   random_word(random)};
 }
 
+/// A value as bytes: a predicate's are 0 and 1, a scalar's the first eight.
+inline std::array<byte, 256> bytes_of(const VectorV& v) {
+  std::array<byte, 256> bytes;
+  std::memcpy(bytes.data(), v.bytes, bytes.size());
+  return bytes;
+}
+inline std::array<byte, 256> bytes_of(const PredV& p) {
+  std::array<byte, 256> bytes;
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = bit(p, i);
+  return bytes;
+}
+inline std::array<byte, 256> bytes_of(u64 x) {
+  std::array<byte, 256> bytes{};
+  std::memcpy(bytes.data(), &x, sizeof x);
+  return bytes;
+}
+
+/// The result beside the operands: those without which the call gives something else.
+template <class Call, class Result>
+std::string explained(Call call, const operands& o, const CpuContext& before, const Result& expected,
+                      const Result& actual) {
+  const std::size_t length = std::is_same_v<Result, u64> ? 8 : before.vl_word * std::size_t{8};
+  const auto is = bytes_of(actual), should = bytes_of(expected);
+  std::vector<std::pair<std::string, std::array<byte, 256>>> used;
+  const auto look = [&](const char* name, auto operands::*member) {
+    operands other = o;
+    unsigned char* const changed = reinterpret_cast<unsigned char*>(&(other.*member));
+    for (std::size_t i = 0; i < sizeof(other.*member); ++i) changed[i] ^= 0x55;
+    CpuContext context = before;
+    const auto now = bytes_of(Result(call(other, &context)));
+    if (std::memcmp(now.data(), is.data(), length) != 0) used.emplace_back(name, bytes_of(o.*member));
+  };
+  look("a", &operands::a);
+  look("b", &operands::b);
+  look("c", &operands::c);
+  look("p", &operands::p);
+  look("q", &operands::q);
+  look("r", &operands::r);
+  look("x", &operands::x);
+  look("y", &operands::y);
+  std::vector<column> columns;
+  for (const auto& [name, bytes] : used) columns.push_back({name, bytes.data()});
+  return "\n" + side_by_side(length, columns, should.data(), is.data());
+}
+
 /// Runs `call` at every length on random operands. `expect` gives the result from the operands and the context, in
 /// which it also makes the changes that the call must make; it is handed the context before the call.
 template <class Call, class Expect>
@@ -184,10 +235,13 @@ void run(std::string_view name, int cases, Call call, Expect expect, bool zero_t
     if (granules == 0 && !zero_too) continue;
     for (int i = 0; i < cases; ++i) {
       const operands o = random_operands(random);
-      CpuContext context = random_context(granules, random), expected_context = context;
+      const CpuContext before = random_context(granules, random);
+      CpuContext context = before, expected_context = before;
       const auto expected = expect(o, expected_context);
       const auto actual = call(o, &context);
-      ASSERT_EQ(difference(expected, actual, context), "") << name << ", case " << i;
+      ASSERT_EQ(difference(expected, actual, context), "")
+          << name << ", case " << i
+          << explained<Call, std::decay_t<decltype(actual)>>(call, o, before, expected, actual);
       ASSERT_EQ(difference(expected_context, context), "") << name << ", case " << i << " at " << granules;
     }
   }
@@ -196,6 +250,7 @@ void run(std::string_view name, int cases, Call call, Expect expect, bool zero_t
 /// The vector whose element e is element(e), below the length.
 template <class T, class Element>
 VectorV generated(const CpuContext& c, Element element) {
+  element_bytes = sizeof(T);
   VectorV v{};
   for (std::size_t e = 0; e < count<T>(c); ++e) sve::store<T>(v.bytes, e, static_cast<T>(element(e)));
   return v;

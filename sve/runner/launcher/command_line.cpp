@@ -40,7 +40,15 @@ class HelpFormatter : public CLI::Formatter {
     return wrapped("  " + option->get_name(false, true) + (value.empty() || value[0] == '[' ? "" : " ") + value,
                    help_indent, option->get_description());
   }
-  std::string make_footer(const CLI::App* app) const override { return "\n" + wrapped("", 0, app->get_footer()); }
+  std::string make_footer(const CLI::App* app) const override {
+    return wrapped("", 0, app->get_footer()) +
+           "\nExamples:\n"
+           "  sve-run ./program arguments\n"
+           "  sve-run --check ./program\n"
+           "  sve-run --quiet --counts=/tmp/counts.%p ./program\n"
+           "  sve-run --platform=dynamorio --dynamorio /opt/dynamorio ./static_program\n"
+           "\nSee also: man sve-run\n";
+  }
 };
 
 // The options whose value may be the word behind them. That of --counts may be left away, so it stands behind a '='.
@@ -68,6 +76,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
+  app.add_flag("--check", line.check, "Run nothing; tell what would happen to PROGRAM, and why");
   app.add_flag("-q,--quiet", line.quiet, "Do not print the totals at exit");
   app.add_flag_callback(
       "--no-announce", [&line] { line.announce = false; },
@@ -124,7 +133,9 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
                "every instruction is then a call of the model");
   app.add_flag("--time", line.time,
                "Measure for the report how much of the processors' time went into SVE instructions");
-  app.footer("Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found.");
+  app.footer(
+      "Exit status: the program's; 125 if sve-run fails, 126 if PROGRAM cannot be run, 127 if it is not found. With "
+      "--check 0 if it runs, 1 if it may end by an instruction that is refused.");
 
   try {
     std::reverse(own.begin(), own.end());  // CLI11 takes them so

@@ -7,6 +7,7 @@
 namespace sve::runner {
 
 struct command_line {
+  bool check = false;  ///< tell what would happen instead
   bool quiet = false;
   bool announce = true;
   bool patch = true;

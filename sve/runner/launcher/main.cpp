@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <sys/auxv.h>
 #include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "sve/runner/launcher/check.h"
 #include "sve/runner/launcher/command_line.h"
 #include "sve/runner/launcher/dynamorio.h"
 #include "sve/runner/launcher/program.h"
@@ -54,19 +57,74 @@ int run(const std::string& path, const std::vector<std::string>& words) {
               path + ": " + std::strerror(errno) + "; try to run it without sve-run");
 }
 
+// The directory of DynamoRIO, and the client that it is to load.
+struct dynamorio_place {
+  finding home, client;
+};
+
+dynamorio_place find_dynamorio_and_client(const command_line& line) {
+  const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
+  const auto variable = [](const char* name) { return std::getenv(name); };
+  const auto here = own_directory();
+  dynamorio_place place;
+  place.client = find_client({here / SVE_CLIENT_FROM_BUILD, here / SVE_CLIENT_FROM_PROGRAM}, readable);
+  place.home = find_dynamorio(line.dynamorio_home, variable, readable);
+  if (place.home.status == 0 && place.client.status != 0) place.home = place.client;
+  return place;
+}
+
 int run_under_dynamorio(const command_line& line, const std::string& program) {
   if (!line.report_directory.empty()) setenv(options_variable, options_value(line).c_str(), 1);
-  const auto here = own_directory();
-  const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
-  const finding home = find_dynamorio(
-      line.dynamorio_home, [](const char* name) { return std::getenv(name); }, readable);
+  const auto [home, client] = find_dynamorio_and_client(line);
   if (home.status != 0) return fail(home.status, home.error);
-  std::vector<std::filesystem::path> places;
-  for (const char* place : {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM}) places.push_back(here / place);
-  const finding client = find_client(places, readable);
-  if (client.status != 0) return fail(client.status, client.error);
   const auto words = dynamorio_command(line, home.path, client.path, program);
   return run(words.front(), words);
+}
+
+// As the loader tells them that would load them, to whoever asks for it as `ldd` does.
+std::vector<std::string> libraries_of(const std::string& program) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    setenv("LD_TRACE_LOADED_OBJECTS", "1", 1);
+    char* const arguments[] = {const_cast<char*>(program.c_str()), nullptr};
+    syscall(SYS_execve, program.c_str(), arguments, environ);
+    _exit(status_failed);
+  }
+  close(ends[1]);
+  std::string text;
+  char piece[4096];
+  for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;) text.append(piece, static_cast<std::size_t>(n));
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  // "libm.so.6 => /lib/libm.so.6 (0x1000)", "libm.so.6 => not found", "/lib/ld-linux-aarch64.so.1 (0x1000)".
+  std::vector<std::string> libraries;
+  std::istringstream lines(text);
+  for (std::string line, name, word; std::getline(lines, line);) {
+    std::istringstream words(line);
+    words >> name >> word;
+    if (word == "=>" && words >> word && word == "not") {
+      libraries.push_back(name);
+    } else if (const auto path = word[0] == '/' ? word : name; path[0] == '/') {
+      libraries.push_back(path);
+    }
+  }
+  return libraries;
+}
+
+int check(const command_line& line, const char* search_path) {
+  struct utsname system;
+  surroundings here;
+  if (uname(&system) == 0) here.kernel = std::string(system.sysname) + " " + system.release;
+  here.has_sve = processor_has_sve();
+  here.search_path = search_path;
+  here.libraries = libraries_of;
+  here.dynamorio = [&] { return find_dynamorio_and_client(line).home; };
+  const check_result result = sve::runner::check(line, here);
+  std::fputs(result.text.c_str(), stdout);
+  return result.status;
 }
 
 // Beside this program, as in a build tree, or where it is installed.
@@ -83,7 +141,7 @@ std::optional<std::string> find_library() {
 // other does, so one from another place goes.
 std::string preload_list(const std::string& library, const std::string& program, const char* wished) {
   std::string list = library;
-  if (const std::string sanitizer = sanitizer_of(program); !sanitizer.empty()) list = sanitizer + ":" + list;
+  if (const std::string sanitizer = kind_of(program).sanitizer; !sanitizer.empty()) list = sanitizer + ":" + list;
   std::string entries = wished ? wished : "";
   std::replace(entries.begin(), entries.end(), ' ', ':');
   std::istringstream words(entries);
@@ -131,7 +189,9 @@ int main(int argc, char** argv) {
   command_line& line = parsed.line;
 
   const char* search_path = std::getenv("PATH");
-  finding program = find_program(line.program.front(), search_path ? search_path : "/usr/local/bin:/usr/bin:/bin");
+  if (!search_path) search_path = "/usr/local/bin:/usr/bin:/bin";
+  if (line.check) return check(line, search_path);
+  finding program = resolve_scripts(find_program(line.program.front(), search_path), line.program);
   if (program.status == 0)
     program = line.dynamorio || is_sve_run(program.path) ? check_machine(program.path) : check_program(program.path);
   if (program.status != 0) return fail(program.status, program.error);

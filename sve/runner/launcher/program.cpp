@@ -1,17 +1,15 @@
 #include "sve/runner/launcher/program.h"
 
 #include <elf.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstring>
 #include <optional>
-#include <vector>
+
+#include "sve/runner/launcher/elf_file.h"
 
 #ifndef EM_AARCH64
 #define EM_AARCH64 183
@@ -19,6 +17,8 @@
 
 namespace sve::runner {
 namespace {
+
+constexpr int most_interpreters = 4;  // as the kernel has it: interpreters may be scripts themselves
 
 finding refuse(int status, std::string_view name, std::string_view text) {
   finding f;
@@ -31,87 +31,6 @@ bool is_directory(const std::string& path) {
   struct stat s;
   return stat(path.c_str(), &s) == 0 && S_ISDIR(s.st_mode);
 }
-
-class File {
- public:
-  explicit File(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-  ~File() {
-    if (fd_ >= 0) close(fd_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  bool is_open() const { return fd_ >= 0; }
-  /// As many of `size` bytes at `offset` as there are.
-  std::string read(std::size_t size, std::uint64_t offset) const {
-    std::string bytes(size, '\0');
-    const ssize_t n = pread(fd_, bytes.data(), size, static_cast<off_t>(offset));
-    bytes.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
-    return bytes;
-  }
-  template <class T>
-  std::optional<T> record(std::uint64_t offset) const {
-    const std::string bytes = read(sizeof(T), offset);
-    if (bytes.size() != sizeof(T)) return std::nullopt;
-    T value;
-    std::memcpy(&value, bytes.data(), sizeof value);
-    return value;
-  }
-
- private:
-  int fd_;
-};
-
-// The segments that an ELF file's headers tell of. A damaged file may tell anything.
-class program_headers {
- public:
-  explicit program_headers(const File& file) {
-    const auto header = file.record<Elf64_Ehdr>(0);
-    for (unsigned i = 0; header && i < header->e_phnum; ++i) {
-      const auto segment = file.record<Elf64_Phdr>(header->e_phoff + std::uint64_t{i} * header->e_phentsize);
-      if (!segment) return;
-      segments_.push_back(*segment);
-    }
-  }
-  std::optional<Elf64_Phdr> find(unsigned type) const {
-    for (const Elf64_Phdr& segment : segments_)
-      if (segment.p_type == type) return segment;
-    return std::nullopt;
-  }
-  /// The entries of the dynamic section with this tag.
-  std::vector<std::uint64_t> dynamic(const File& file, std::int64_t tag) const {
-    std::vector<std::uint64_t> values;
-    const auto segment = find(PT_DYNAMIC);
-    const std::uint64_t count = segment ? std::min<std::uint64_t>(segment->p_filesz / sizeof(Elf64_Dyn), 4096) : 0;
-    for (std::uint64_t i = 0; i < count; ++i) {
-      const auto entry = file.record<Elf64_Dyn>(segment->p_offset + i * sizeof(Elf64_Dyn));
-      if (!entry || entry->d_tag == DT_NULL) break;
-      if (entry->d_tag == tag) values.push_back(entry->d_un.d_val);
-    }
-    return values;
-  }
-  /// A dynamic section, and no mark of a position-independent program.
-  bool is_library(const File& file) const {
-    if (!find(PT_DYNAMIC)) return false;
-    const auto flags = dynamic(file, DT_FLAGS_1);
-    return flags.empty() || !(flags.front() & DF_1_PIE);
-  }
-  /// The names of the libraries that the program was linked with.
-  std::vector<std::string> needed(const File& file) const {
-    std::vector<std::string> names;
-    const auto strings = dynamic(file, DT_STRTAB);
-    if (strings.empty()) return names;
-    for (const Elf64_Phdr& segment : segments_) {
-      if (segment.p_type != PT_LOAD || strings.front() - segment.p_vaddr >= segment.p_filesz) continue;
-      const std::uint64_t table = strings.front() - segment.p_vaddr + segment.p_offset;
-      for (const std::uint64_t name : dynamic(file, DT_NEEDED)) names.push_back(file.read(256, table + name).c_str());
-      break;
-    }
-    return names;
-  }
-
- private:
-  std::vector<Elf64_Phdr> segments_;
-};
 
 std::string machine_name(unsigned machine) {
   switch (machine) {
@@ -132,13 +51,20 @@ std::string machine_name(unsigned machine) {
   }
 }
 
-// "#!/usr/bin/env python3" is a script of "/usr/bin/env python3".
-finding refuse_script(const std::string& path, const std::string& head) {
-  std::string interpreter = head.substr(2, head.find('\n') - 2);
-  const auto first = interpreter.find_first_not_of(" \t");
-  const auto last = interpreter.find_last_not_of(" \t\r");
-  interpreter = first == std::string::npos ? "/bin/sh" : interpreter.substr(first, last - first + 1);
-  return refuse(status_not_executable, path, "a script; run its interpreter: sve-run " + interpreter + " " + path);
+// The interpreter that the first line of a script names, and the one argument that it may have; nothing for other
+// files.
+std::vector<std::string> interpreter_of(const std::string& path) {
+  const std::string head = ElfFile(path).read(256, 0);
+  if (!head.starts_with("#!")) return {};
+  constexpr char blanks[] = " \t\r";
+  const std::string line = head.substr(2, head.find('\n') - 2);
+  const auto first = line.find_first_not_of(blanks);
+  if (first == std::string::npos) return {"/bin/sh"};
+  const auto end = std::min(line.find_first_of(blanks, first), line.size());
+  std::vector<std::string> words = {line.substr(first, end - first)};
+  if (const auto argument = line.find_first_not_of(blanks, end); argument != std::string::npos)
+    words.push_back(line.substr(argument, line.find_last_not_of(blanks) + 1 - argument));
+  return words;
 }
 
 }  // namespace
@@ -181,14 +107,31 @@ finding find_program(std::string_view name, std::string_view search_path) {
                 is_path ? "no such program; check the path" : "no such program in PATH; give its path, as in ./NAME");
 }
 
+finding resolve_scripts(const finding& program, std::vector<std::string>& words) {
+  finding f = program;
+  for (int depth = 0; f.status == 0; ++depth) {
+    std::vector<std::string> interpreter = interpreter_of(f.path);
+    if (interpreter.empty()) return f;
+    if (depth == most_interpreters) {
+      return refuse(status_not_executable, program.path, "a script of scripts without end; name a program in its #!");
+    }
+    words.front() = f.path;
+    words.insert(words.begin(), interpreter.begin(), interpreter.end());
+    const std::string script = f.path;
+    // Not searched for in PATH.
+    const bool is_path = interpreter.front().find('/') != std::string::npos;
+    f = find_program(is_path ? interpreter.front() : "./" + interpreter.front(), "");
+    if (f.status != 0) f.error = script + ": a script of " + f.error;
+  }
+  return f;
+}
+
 finding check_machine(const std::string& path) {
-  const File file(path);
+  const ElfFile file(path);
   if (!file.is_open()) {
     return refuse(status_not_executable, path, "cannot be read; make it readable: chmod +r " + path);
   }
-  const std::string head = file.read(256, 0);
-  if (head.starts_with("#!")) return refuse_script(path, head);
-  if (!head.starts_with(ELFMAG)) {
+  if (!file.read(SELFMAG, 0).starts_with(ELFMAG)) {
     return refuse(status_not_executable, path, "not an ELF program; give the program that gcc or your linker made");
   }
   const auto header = file.record<Elf64_Ehdr>(0);
@@ -208,47 +151,52 @@ finding check_machine(const std::string& path) {
   return f;
 }
 
+program_kind kind_of(const std::string& path) {
+  const ElfFile file(path);
+  program_kind kind;
+  kind.loader = file.loader();
+  kind.is_dynamic = file.find(PT_INTERP).has_value();
+  kind.is_library = !kind.is_dynamic && file.is_library();
+  kind.has_glibc = kind.loader.find("ld-linux-aarch64") != std::string::npos;
+  struct stat s;
+  kind.changes_user = stat(path.c_str(), &s) == 0 && (((s.st_mode & S_ISUID) && s.st_uid != geteuid()) ||
+                                                      ((s.st_mode & S_ISGID) && s.st_gid != getegid()));
+  kind.gets_capabilities = getuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0;
+  kind.is_go = file.has_section(".go.buildinfo") || file.has_section(".note.go.buildid");
+  for (const std::string& name : file.needed())
+    for (const char* prefix : {"libasan.so.", "libhwasan.so.", "libtsan.so."})
+      if (kind.sanitizer.empty() && name.starts_with(prefix)) kind.sanitizer = name;
+  return kind;
+}
+
 finding check_program(const std::string& path) {
   if (finding machine = check_machine(path); machine.status != 0) return machine;
-  const File file(path);
-  const program_headers segments(file);
-  std::string loader;
-  if (const auto segment = segments.find(PT_INTERP)) {
-    loader = file.read(std::min<std::uint64_t>(segment->p_filesz, PATH_MAX), segment->p_offset).c_str();
-    if (loader.empty()) return refuse(status_not_executable, path, "its ELF headers are damaged; link it again");
+  const program_kind kind = kind_of(path);
+  if (kind.is_dynamic && kind.loader.empty()) {
+    return refuse(status_not_executable, path, "its ELF headers are damaged; link it again");
   }
-  if (loader.empty() && segments.is_library(file)) {
+  if (kind.is_library) {
     return refuse(status_not_executable, path, "a shared library, not a program; run a program that loads it");
   }
-  if (loader.empty()) {
+  if (!kind.is_dynamic) {
     return refuse(status_not_executable, path,
                   "statically linked, and preloading cannot reach it; link it dynamically (without -static), or give "
                   "--platform=dynamorio");
   }
-  if (loader.find("ld-linux-aarch64") == std::string::npos) {
+  if (!kind.has_glibc) {
     return refuse(status_not_executable, path,
-                  "its loader is " + loader + ", not glibc's ld-linux-aarch64.so.1; build it against glibc");
+                  "its loader is " + kind.loader + ", not glibc's ld-linux-aarch64.so.1; build it against glibc");
   }
-  struct stat s;
-  if (stat(path.c_str(), &s) == 0 &&
-      (((s.st_mode & S_ISUID) && s.st_uid != geteuid()) || ((s.st_mode & S_ISGID) && s.st_gid != getegid()))) {
+  if (kind.changes_user) {
     return refuse(status_not_executable, path,
                   "set-user-ID or set-group-ID, which turns preloading off; run a plain copy");
   }
-  if (getuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0) {
+  if (kind.gets_capabilities) {
     return refuse(status_not_executable, path, "has file capabilities, which turn preloading off; run a plain copy");
   }
   finding f;
   f.path = path;
   return f;
-}
-
-std::string sanitizer_of(const std::string& path) {
-  const File file(path);
-  for (const std::string& name : program_headers(file).needed(file))
-    for (const char* prefix : {"libasan.so.", "libhwasan.so.", "libtsan.so."})
-      if (name.starts_with(prefix)) return name;
-  return "";
 }
 
 }  // namespace sve::runner

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sve::runner {
 
@@ -21,13 +22,26 @@ struct finding {
 /// Looks `name` up as the shell does: a name with a '/' is a path, any other is searched for in `search_path`.
 finding find_program(std::string_view name, std::string_view search_path);
 
+/// What the kernel runs for `program`, the first of `words`: for a script its interpreter, which comes before it in the
+/// words then.
+finding resolve_scripts(const finding& program, std::vector<std::string>& words);
+
 /// Checks that the program at `path` is one for AArch64.
 finding check_machine(const std::string& path);
 
+/// What is to be known of an AArch64 program before it is run.
+struct program_kind {
+  bool is_dynamic = false, is_library = false;
+  bool has_glibc = false;
+  std::string loader;
+  bool changes_user = false;       ///< set-user-ID or set-group-ID, to another one
+  bool gets_capabilities = false;  ///< from its file, for this user
+  bool is_go = false;
+  std::string sanitizer;  ///< the library of one that it was linked with, which must come first of all; empty if none
+};
+program_kind kind_of(const std::string& path);
+
 /// Checks that preloading reaches the program at `path`: a dynamically linked AArch64 program for glibc.
 finding check_program(const std::string& path);
-
-/// The sanitizer's library that the program at `path` was linked with, which must come first of all; empty if none.
-std::string sanitizer_of(const std::string& path);
 
 }  // namespace sve::runner

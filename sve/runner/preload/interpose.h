@@ -28,18 +28,14 @@ int __ppoll_chk(struct pollfd* fds, nfds_t count, const struct timespec* timeout
 int __cxa_at_quick_exit(void (*function)(void*), void* dso);
 }
 
-#define SVE_INTERPOSED(X)                                                                                              \
-  X(pthread_sigmask)                                                                                                   \
-  X(__sigsetjmp)                                                                                                       \
-  X(getcontext)                                                                                                        \
-  X(setcontext)                                                                                                        \
-  X(swapcontext)                                                                                                       \
-  X(sigtimedwait)                                                                                                      \
-  X(thrd_create)                                                                                                       \
-  X(timer_create) X(mq_notify) X(getaddrinfo_a) X(aio_read) X(aio_write) X(aio_fsync) X(lio_listio) X(sysconf)         \
-      X(system) X(popen) X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait) X(epoll_pwait2) \
-          X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(execve) X(execvpe) X(fexecve)      \
-              X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl) X(__cxa_at_quick_exit)
+// clang-format off
+#define SVE_INTERPOSED(X)                                                                                      \
+  X(pthread_sigmask) X(__sigsetjmp) X(getcontext) X(setcontext) X(swapcontext) X(sigtimedwait) X(thrd_create)  \
+  X(timer_create) X(mq_notify) X(getaddrinfo_a) X(aio_read) X(aio_write) X(aio_fsync) X(lio_listio) X(sysconf) \
+  X(system) X(popen) X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait)             \
+  X(epoll_pwait2) X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(execve) X(execvpe) \
+  X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl) X(__cxa_at_quick_exit)
+// clang-format on
 
 namespace sve::runner {
 

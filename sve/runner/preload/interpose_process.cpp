@@ -23,6 +23,7 @@
 #include "sve/runner/preload/process.h"
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
+#include "sve/report/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/state/vector_length.h"
 

@@ -22,6 +22,7 @@
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/run_data.h"
 #include "sve/runner/preload/signals.h"
+#include "sve/report/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/interruption.h"
 #include "sve/runner/sites/site.h"

@@ -6,10 +6,12 @@
 #include <cstring>
 
 #include "sve/decode/text.h"
+#include "sve/decode/words.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
+#include "sve/runner/preload/place.h"
 #include "sve/runner/preload/process.h"
 #include "sve/runner/preload/run_data.h"
 #include "sve/runner/sites/site.h"
@@ -31,6 +33,15 @@ std::atomic<bool> reported{false};
 int report_target() {
   if (const int fd = stderr_file.get(); fd >= 0) return fd;
   return stderr_file.refers(STDERR_FILENO) ? STDERR_FILENO : -1;
+}
+
+// In a sandbox nothing but a write is sure to be allowed.
+void write_line(const char* text, std::size_t size) {
+  if (is_sandboxed()) {
+    if (stderr_file.number() >= 0) kernel_write(stderr_file.number(), text, size);
+  } else if (const int fd = report_target(); fd >= 0) {
+    write_quietly(fd, text, size);
+  }
 }
 
 // A %p in the file's name stands for the process id.
@@ -121,10 +132,10 @@ void restart_report() {
 
 namespace {
 
-Text<320> total_line() {
+void write_total() {
   Text<320> line;
   line << wanted.program_name << ": " << count_executions() << " SVE instructions executed\n";
-  return line;
+  write_line(line.data(), line.size());
 }
 
 }  // namespace
@@ -133,41 +144,54 @@ void report(process_end how, int signal) {
   if (!is_active()) return;
   if (is_sandboxed()) {
     if (reported.exchange(true)) return;
-    if (wanted.totals && stderr_file.number() >= 0) {
-      const Text<320> line = total_line();
-      kernel_write(stderr_file.number(), line.data(), line.size());
-    }
+    if (wanted.totals) write_total();
     write_run_data(how, signal);
     return;
   }
   if (in_borrowed_memory() || reported.exchange(true)) return;
   const SignalsBlocked signals;
-  if (const int fd = report_target(); wanted.totals && fd >= 0) {
-    const Text<320> line = total_line();
-    write_quietly(fd, line.data(), line.size());
-  }
+  if (wanted.totals) write_total();
   if (wanted.counts) report_counts();
   write_run_data(how, signal);
 }
 
 void report_again() { reported = false; }
 
-void report_death(int sig) {
+namespace {
+
+// What a program is told that dies by an instruction which neither the processor nor the runner executes.
+void explain_illegal(thread_block* block, const void* instruction) {
+  std::uint32_t word;
+  std::memcpy(&word, instruction, sizeof word);
+  const char* const extension = decode::extension_of(word);
+  if (!extension) return;
+  Text<1024> line;
+  (line << "illegal instruction ").hex(word, 8) << " of " << extension << " at ";
+  add_place(line, block, reinterpret_cast<std::uintptr_t>(instruction));
+  line << ": sve-run executes no " << extension << "; build with -march=armv8-a+sve";
+  print_line(line.c_str());
+}
+
+}  // namespace
+
+void report_death(thread_block* block, const siginfo_t& info) {
   if (!is_active() || in_borrowed_memory()) return;
+  const int sig = info.si_signo;
   const bool is_fault = sig == SIGSEGV || sig == SIGBUS;
-  if (const int fd = report_target(); is_fault && wanted.totals && !reported && fd >= 0) {
+  if (is_fault && wanted.totals && !reported) {
     Text<160> line;
     line << "zorvi's SVESigHandler caught signal " << (sig == SIGSEGV ? "SIGSEGV" : "SIGBUS")
          << " from the process being emulated, passing it to the default signal handler.\n";
-    write_quietly(fd, line.data(), line.size());
+    write_line(line.data(), line.size());
   }
+  if (sig == SIGILL && info.si_code > 0) explain_illegal(block, info.si_addr);
   report(process_end::signal, sig);
 }
 
 void print_line(const char* text) {
   Text<4096 + 256> line;
   line << "sve-run: " << text << "\n";
-  if (const int fd = report_target(); fd >= 0) write_quietly(fd, line.data(), line.size());
+  write_line(line.data(), line.size());
 }
 
 }  // namespace sve::runner

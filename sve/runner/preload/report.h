@@ -1,7 +1,10 @@
 // The totals and counts that a process prints when it ends.
 #pragma once
 
+#include <signal.h>
+
 #include "sve/report/run_data.h"
+#include "sve/runner/preload/thread_block.h"
 
 namespace sve::runner {
 
@@ -20,8 +23,9 @@ void stderr_changed();
 /// Prints totals and counts and leaves the data for a report, once a process. `signal` where one is how it ends.
 void report(process_end how, int signal = 0);
 
-/// The same before death by `sig`, with the words for a fault of the program.
-void report_death(int sig);
+/// The same before death by a signal, with the words for a fault of the program and for an instruction that is of
+/// another extension of the architecture.
+void report_death(thread_block* block, const siginfo_t& info);
 
 /// Exec has failed after the report was printed: there will be another one.
 void report_again();

@@ -135,7 +135,7 @@ program_action take_action(int sig) {
 
 // Ends the process by the signal when the program resumes.
 void take_default_action(siginfo_t info, bool recurs) {
-  services.report_death(info.si_signo);
+  services.report_death(this_thread_block, info);
   death_is_near();
   const kernel_action action;
   kernel_sigaction(info.si_signo, &action, nullptr);

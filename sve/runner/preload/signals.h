@@ -38,8 +38,8 @@ struct signal_services {
   bool (*serve_trap)(thread_block* block, siginfo_t* info, ucontext_t* context);
   /// Whether a fault at `context` is the model's own question about memory; if so, the answer is in `context`.
   bool (*answer_fault)(int sig, void* context);
-  /// The process is about to die by `sig`.
-  void (*report_death)(int sig);
+  /// The process is about to die by the signal. `block` is null where there is none.
+  void (*report_death)(thread_block* block, const siginfo_t& info);
   /// Whether it is to be called for all signals whose default action is that.
   bool reports_ends;
 };

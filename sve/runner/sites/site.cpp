@@ -14,6 +14,7 @@
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
+#include "sve/report/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/code_memory.h"
 #include "sve/runner/sites/entry.h"

@@ -4,6 +4,7 @@
 
 #include "sve/decode/dispatch.h"
 #include "sve/insn/functions.h"
+#include "sve/lanes/repeat.h"
 #include "sve/stats/stats.h"
 #include "sve/veclib/initialize.h"
 #include "sve/veclib/routines.h"
