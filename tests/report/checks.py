@@ -32,7 +32,8 @@ def work_directory():
 
 
 def run(*command, status=0, **options):
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=120,
+                          **options)
     check(done.returncode == status, *command, ": status", done.returncode, "expected", status, done.stderr)
     return done
 

@@ -90,9 +90,9 @@ check(os.WIFSIGNALED(status) and os.WTERMSIG(status) == signal.SIGINT, "status",
 own = read_report(path("typed.json"))["processes"]
 check([(p["end"], p["signal"]) for p in own] == [("signal", signal.SIGINT)], own)
 
-# Stopped and continued, as a shell does it.
+# Stopped and continued, as a shell does it: in a group of its own, since one that nobody waits for is not stopped.
 process = subprocess.Popen([sve_run, "-q", "--report", path("stopped.json"), program, "pause"], stdout=subprocess.PIPE,
-                           text=True)
+                           text=True, preexec_fn=os.setpgrp)
 process.stdout.readline()
 process.send_signal(signal.SIGTSTP)
 _, status = os.waitpid(process.pid, os.WUNTRACED)
