@@ -242,7 +242,8 @@ TEST_F(Client, LeavesDataForAReport) {
   std::stringstream text;
   text << file.rdbuf();
   const std::string data = text.str();
-  EXPECT_TRUE(data.starts_with("sve-run-data 1\nbits 896\nplatform dynamorio\nprocess " + std::to_string(getpid()) + " "))
+  EXPECT_TRUE(
+      data.starts_with("sve-run-data 1\nbits 896\nplatform dynamorio\nprocess " + std::to_string(getpid()) + " "))
       << data;
   EXPECT_NE(data.find("program /some/where/program\ncounts\nend unknown\ntotal 4\n"), data.npos) << data;
   for (const char* word : {" 1 2 0\nword 0 0x2518e3e0 0\n", " 1 2 0\nword 0 0x4210000 0\n"})

@@ -1,5 +1,5 @@
-// A plugin of the emulator that counts executions of SVE words by address: what a processor with SVE executes, counted by
-// somebody else. Writes "ADDRESS WORD COUNT" lines to the file given as out=FILE.
+// A plugin of the emulator that counts executions of SVE words by address: what a processor with SVE executes, counted
+// by somebody else. Writes "ADDRESS WORD COUNT" lines to the file given as out=FILE.
 #include <inttypes.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -45,7 +45,8 @@ static void block_translated(plugin_id id, struct qemu_plugin_tb* block) {
     uint32_t word;
     memcpy(&word, qemu_plugin_insn_data(insn), sizeof word);
     if ((word >> 25 & 15) == 2)  // the major opcode of SVE
-      qemu_plugin_register_vcpu_insn_exec_inline(insn, plugin_add_u64, counter_of(qemu_plugin_insn_vaddr(insn), word), 1);
+      qemu_plugin_register_vcpu_insn_exec_inline(insn, plugin_add_u64, counter_of(qemu_plugin_insn_vaddr(insn), word),
+                                                 1);
   }
 }
 

@@ -14,6 +14,7 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "sve/report/text.h"
 #include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/early.h"
@@ -23,7 +24,6 @@
 #include "sve/runner/preload/process.h"
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/signals.h"
-#include "sve/report/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/state/vector_length.h"
 

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "sve/fault/fault_capture.h"
+#include "sve/report/text.h"
 #include "sve/runner/options.h"
 #include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/early.h"
@@ -22,7 +23,6 @@
 #include "sve/runner/preload/report.h"
 #include "sve/runner/preload/run_data.h"
 #include "sve/runner/preload/signals.h"
-#include "sve/report/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/interruption.h"
 #include "sve/runner/sites/site.h"

@@ -10,11 +10,11 @@
 
 #include "sve/decode/text.h"
 #include "sve/report/run_data.h"
+#include "sve/report/text.h"
 #include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/report.h"
-#include "sve/report/text.h"
 #include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/code_memory.h"
 #include "sve/runner/sites/entry.h"

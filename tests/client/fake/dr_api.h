@@ -2,9 +2,9 @@
 // is told, and a test reads that back. The names are the platform's.
 #pragma once
 
-#include <csetjmp>
 #include <sys/types.h>
 
+#include <csetjmp>
 #include <cstddef>
 #include <cstdint>
 
