@@ -74,7 +74,8 @@ class Control {
     doubt(signed_magnitude(r) > static_cast<std::make_signed_t<T>>(Format<T>::infinity));
     return r;
   }
-  /// A result that was rounded. One between the smallest normal number and infinity raises at most inexact.
+  /// A result that was rounded. One between the smallest normal number and the largest, to which overflow may round,
+  /// raises at most inexact.
   template <class T>
   [[gnu::always_inline]] Piece<T> rounded(Piece<T> r) {
     using Signed = std::make_signed_t<T>;
@@ -82,7 +83,7 @@ class Control {
     const auto above = signed_magnitude(r) - static_cast<Signed>(Format<T>::hidden);
     constexpr Signed range = static_cast<Signed>(Format<T>::infinity - Format<T>::hidden);
     doubt((above > range) | (above == 0));
-    extreme_ |= reinterpret_cast<Bits>((above <= 0) | (above >= range));
+    extreme_ |= reinterpret_cast<Bits>((above <= 0) | (above >= range - 1));
     return r;
   }
 

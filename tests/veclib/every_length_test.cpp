@@ -51,9 +51,9 @@ A next(const arguments& from, left& to, unsigned& vectors, unsigned& scalars, un
 }
 
 template <class R, class... A>
-left call(R (*routine)(A...), const arguments& from, u32 granules, u32 fpcr = 0) {
+left call(R (*routine)(A...), const arguments& from, u32 granules, u32 fpcr = 0, u32 fpsr = 0) {
   left to;
-  CpuContext c{0, 0, fpcr, granules, bits_of([](auto) { return true; })};
+  CpuContext c{0, fpsr, fpcr, granules, bits_of([](auto) { return true; })};
   unsigned vectors = 0, scalars = 0, results = 0;
   // Braces keep the order.
   std::tuple<A...> a{next<A>(from, to, vectors, scalars, results, &c)...};
@@ -161,8 +161,11 @@ void check_floating_point(const routine_name& name, R (*routine)(A...)) {
 
 VectorV random_numbers(operands::Random& random) {
   VectorV v;
+  const bool one_value = random.below(2);  // so that no other element hides what it raises
   const auto fill = [&]<class T>(T near) {
-    for (std::size_t i = 0; i < 256 / sizeof(T); ++i) sve::store<T>(v.bytes, i, operands::random_value(random, near));
+    const T value = operands::random_value(random, near);
+    for (std::size_t i = 0; i < 256 / sizeof(T); ++i)
+      sve::store<T>(v.bytes, i, one_value ? value : operands::random_value(random, near));
   };
   const u64 near = random();
   switch (random.below(3)) {
@@ -195,7 +198,7 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
     a.base = random();
     a.other = random();
     if (has(name.op, "VI") || has(name.op, "FC")) a.base &= has(name.op, "FC") ? 3 : 1, a.other &= 1;
-    const u32 fpcr = operands::random_controls(random);
+    const u32 fpcr = operands::random_controls(random), fpsr = random.below(2) ? 0x10 : 0;  // inexact before, or not
     std::fesetround(FE_UPWARD);
     std::feclearexcept(FE_ALL_EXCEPT);
     std::feraiseexcept(FE_DIVBYZERO);
@@ -204,7 +207,7 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
     const unsigned usual = _mm_getcsr(), hostile = (usual | flushes) & ~traps_masked;
     _mm_setcsr(hostile);
 #endif
-    const left by_processor = call(routine, a, length, fpcr);
+    const left by_processor = call(routine, a, length, fpcr, fpsr);
 #if defined(__x86_64__)
     const unsigned after = _mm_getcsr();
     _mm_setcsr(usual);
@@ -218,7 +221,7 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
       ASSERT_EQ(status, FE_DIVBYZERO) << name.text() << " changes the caller's status";
     }
     const unsigned widths = std::exchange(sve::processor::widths, 0u);
-    const left by_library = call(routine, a, length, fpcr);
+    const left by_library = call(routine, a, length, fpcr, fpsr);
     sve::processor::widths = widths;
     const std::string where = name.text() + ", round " + std::to_string(round) + ", length " + std::to_string(length) +
                               ", fpcr " + operands::hex(fpcr);
