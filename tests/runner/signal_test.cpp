@@ -449,10 +449,12 @@ TEST_F(Signals, AnotherThreadTakesWhatThisOneBlocks) {
     static std::atomic<pthread_t> taker;
     taker = 0;
     install(sig, [](int, siginfo_t*, void*) { taker = pthread_self(); });
-    std::atomic<bool> stop{false};
-    std::thread other([&stop] {
+    std::atomic<bool> runs{false}, stop{false};
+    std::thread other([&] {
+      runs = true;
       while (!stop) usleep(1000);
     });
+    while (!runs) usleep(1000);
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, sig);
