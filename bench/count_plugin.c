@@ -1,8 +1,6 @@
 // A plugin of the emulator that counts the instructions executed: on an emulated AArch64 processor that is exactly what
 // a processor would execute, on every machine. Writes "MARK COUNT" lines to the file given as out=FILE: one for each
 // mark of the program (count_mark.h), one for the whole run with the mark "end".
-//
-// Debian packages no header for the plugin interface; these are the parts of its version 1 that are used.
 #include <inttypes.h>
 #include <stdbool.h>
 #include <stddef.h>
@@ -10,21 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#define EXPORT __attribute__((visibility("default")))
-
-typedef uint64_t plugin_id;
-struct qemu_plugin_tb;
-struct qemu_plugin_insn;
-enum { plugin_add_u64 = 0 };
-
-void qemu_plugin_register_vcpu_tb_trans_cb(plugin_id id, void (*f)(plugin_id, struct qemu_plugin_tb*));
-size_t qemu_plugin_tb_n_insns(const struct qemu_plugin_tb* block);
-struct qemu_plugin_insn* qemu_plugin_tb_get_insn(const struct qemu_plugin_tb* block, size_t i);
-void qemu_plugin_register_vcpu_insn_exec_inline(struct qemu_plugin_insn* insn, int op, void* counter, uint64_t amount);
-void qemu_plugin_register_vcpu_syscall_cb(plugin_id id,
-                                          void (*f)(plugin_id, unsigned, int64_t, uint64_t, uint64_t, uint64_t,
-                                                    uint64_t, uint64_t, uint64_t, uint64_t, uint64_t));
-void qemu_plugin_register_atexit_cb(plugin_id id, void (*f)(plugin_id, void*), void* argument);
+#include "plugin_interface.h"
 
 EXPORT int qemu_plugin_version = 1;
 

@@ -119,7 +119,7 @@ std::string add_library(const std::string& name, Operation operation) {
 
 // One line of the summary: the library's time against that of quad precision, which it has to keep within `limit`.
 struct Comparison {
-  std::string library, quad, host;
+  std::string ours, quad, host;
   double limit;
 };
 std::vector<Comparison> comparisons;
@@ -273,10 +273,10 @@ int main(int argc, char** argv) {
   std::printf("\n%-24s %9s %9s %9s %12s %12s\n", "operation", "ns", "quad ns", "host ns", "of quad", "of host");
   int late = 0;
   for (const Comparison& line : comparisons) {
-    const auto own = keeper.times.find(line.library), host = keeper.times.find(line.host);
+    const auto own = keeper.times.find(line.ours), host = keeper.times.find(line.host);
     if (own == keeper.times.end() || host == keeper.times.end()) continue;
     const auto quad = keeper.times.find(line.quad);
-    std::printf("%-24s %9.2f ", line.library.c_str(), own->second);
+    std::printf("%-24s %9.2f ", line.ours.c_str(), own->second);
     if (quad == keeper.times.end()) {
       std::printf("%9s %9.2f %12s %11.1fx\n", "", host->second, "", own->second / host->second);
       continue;

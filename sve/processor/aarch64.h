@@ -154,23 +154,6 @@ SVE_PIECE_UNARY(from_unsigned, "ucvtf")
 SVE_PIECE_UNARY(to_signed, "fcvtzs")
 SVE_PIECE_UNARY(to_unsigned, "fcvtzu")
 
-/// As the function for one element; the rounding that FPCR selects is known to `round_by_control` and `round_exactly`.
-template <class T>
-[[gnu::always_inline]] inline Piece<T> FPRoundInt(Piece<T> a, FPRounding rounding, bool, Live control) {
-  switch (rounding) {
-    case FPRounding_PosInf:
-      return round_up(a, control);
-    case FPRounding_NegInf:
-      return round_down(a, control);
-    case FPRounding_Zero:
-      return round_towards_zero(a, control);
-    case FPRounding_TiesAway:
-      return round_ties_away(a, control);
-    default:
-      return round_ties_even(a, control);
-  }
-}
-
 /// Between formats. By way of single precision where that is exact.
 template <class From, class To, class Slot>
 [[gnu::always_inline]] inline Piece<Slot> convert(Piece<Slot> a, Live) {

@@ -42,6 +42,29 @@ concept has_operation = exists &&
                    Control&>;
 
 template <class T>
+concept Rounds = requires(Piece<T> a, Under under) {
+  round_ties_away(a, under);
+};
+
+/// As the function for one element; the rounding that the host's control register selects is known to
+/// `round_by_control` and `round_exactly`.
+template <Rounds T>
+[[gnu::always_inline]] inline Piece<T> FPRoundInt(Piece<T> a, FPRounding rounding, bool, Under control) {
+  switch (rounding) {
+    case FPRounding_PosInf:
+      return round_up(a, control);
+    case FPRounding_NegInf:
+      return round_down(a, control);
+    case FPRounding_Zero:
+      return round_towards_zero(a, control);
+    case FPRounding_TiesAway:
+      return round_ties_away(a, control);
+    default:
+      return round_ties_even(a, control);
+  }
+}
+
+template <class T>
 concept Multiplies = requires(Piece<T> a, Under under) {
   FPMulAdd(a, a, FPMul(a, a, under), under);
 };

@@ -294,23 +294,6 @@ template <Computed T>
   return FPAdd(whole, Piece<T>((away & number<T>(1).bits) | (a.bits & Format<T>::sign)), control);
 }
 
-/// As the function for one element; the rounding that MXCSR selects is known to `round_by_control` and `round_exactly`.
-template <Computed T>
-[[gnu::always_inline]] inline Piece<T> FPRoundInt(Piece<T> a, FPRounding rounding, bool, Control& control) {
-  switch (rounding) {
-    case FPRounding_PosInf:
-      return round_up(a, control);
-    case FPRounding_NegInf:
-      return round_down(a, control);
-    case FPRounding_Zero:
-      return round_towards_zero(a, control);
-    case FPRounding_TiesAway:
-      return round_ties_away(a, control);
-    default:
-      return round_ties_even(a, control);
-  }
-}
-
 // ---- Conversions of the low parts of slots, whose results fill the slots ----
 
 [[gnu::always_inline]] inline Piece<std::uint32_t> low_words(Piece<std::uint64_t> a) {

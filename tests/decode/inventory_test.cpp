@@ -15,7 +15,7 @@ namespace {
 
 /// How much there is of everything. It stands here and nowhere else.
 constexpr struct {
-  std::size_t direct, direct_fp, library, prefetch;  // rows by kind
+  std::size_t direct, direct_fp, of_library, prefetch;  // rows by kind
   std::size_t reached_functions, unreached_functions, stubs;
   std::size_t routines;
 } count = {657, 73, 717, 36, 410, 48, 339, 1447};
@@ -97,7 +97,7 @@ TEST(Inventory, Counts) {
   using enum sve::decode::kind;
   EXPECT_EQ(rows[static_cast<int>(direct)], count.direct);
   EXPECT_EQ(rows[static_cast<int>(direct_fp)], count.direct_fp);
-  EXPECT_EQ(rows[static_cast<int>(library)], count.library);
+  EXPECT_EQ(rows[static_cast<int>(library)], count.of_library);
   EXPECT_EQ(rows[static_cast<int>(prefetch)], count.prefetch);
 }
 
