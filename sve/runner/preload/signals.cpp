@@ -14,6 +14,12 @@
 #ifndef SS_AUTODISARM
 #define SS_AUTODISARM (1u << 31)
 #endif
+#ifndef SA_EXPOSE_TAGBITS
+#define SA_EXPOSE_TAGBITS 0x800
+#endif
+#ifndef SA_UNSUPPORTED
+#define SA_UNSUPPORTED 0x400
+#endif
 
 namespace sve::runner {
 namespace {
@@ -85,7 +91,7 @@ void resend_held(thread_block* block, signal_bits set) {
   }
 }
 
-constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART;
+constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART | SA_EXPOSE_TAGBITS;
 
 void signal_entry(int sig, siginfo_t* info, void* raw_context);
 
@@ -103,6 +109,7 @@ kernel_action kernel_form(int sig, const program_action& action) {
     form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
     form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
     if (action.handler == ignore_action) form.flags |= SA_RESTART;
+    if (is_owned(sig)) form.flags |= SA_EXPOSE_TAGBITS;  // who gets the address says later whether it is to see them
     form.mask = ~owned_signals;
   } else {
     form.handler = action.handler;
@@ -188,7 +195,10 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
   const bool switches = (action.flags & SA_ONSTACK) && stack_flags(stack, machine.sp) == 0;
   const auto top = switches ? reinterpret_cast<std::uintptr_t>(stack.ss_sp) + stack.ss_size : machine.sp;
   const frame_place place = place_frame(block, context, top);
-  if (!guarded(block, [&] { write_frame(place, block, info, context, before); })) {
+  siginfo_t shown = info;
+  if (is_owned(sig) && info.si_code > 0 && !(action.flags & SA_EXPOSE_TAGBITS))
+    shown.si_addr = reinterpret_cast<void*>(without_tag(reinterpret_cast<std::uintptr_t>(info.si_addr)));
+  if (!guarded(block, [&] { write_frame(place, block, shown, context, before); })) {
     if (sig == SIGSEGV) return take_default_action(forced(SIGSEGV, SI_KERNEL, 0), false);
     return deliver(block, forced(SIGSEGV, SI_KERNEL, 0), context, true, false);
   }
@@ -241,6 +251,7 @@ void resume_from_frame(thread_block* block, ucontext_t* context) {
 void signal_entry(int sig, siginfo_t* info, void* raw_context) {
   auto* context = static_cast<ucontext_t*>(raw_context);
   thread_block* block = this_thread_block;
+  notice_copy();  // before anything is counted
   if (block) {
     if (services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
     sig = info->si_signo;
@@ -271,7 +282,6 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     errno = saved_errno;
     return;
   }
-  notice_copy();
   // An entry may be what has asked for the block.
   if (is_new && services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
   if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
@@ -459,6 +469,8 @@ void unlock_actions() {
   held_lock.unlock();
   action_lock.unlock();
 }
+
+void actions_are_whole() { version &= ~1u; }
 
 void forget_pending() { process_held.present = 0; }
 

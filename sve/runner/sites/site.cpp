@@ -371,7 +371,7 @@ void note_for_report(bool lanes, bool time) {
 void lock_sites() { lock.lock(); }
 void unlock_sites() { lock.unlock(); }
 
-void sites_after_fork_in_child() {
+void sites_after_fork_in_child(bool has_counted) {
   executions_without_site = 0;
   traps = 0;
   ended_count = 0;
@@ -385,13 +385,14 @@ void sites_after_fork_in_child() {
       if (s->uses) new (&s->uses[k]) lane_use{};
     }
   }
+  const std::size_t wiped = has_counted ? 0 : n;
   for_each_thread_block(
       [](thread_block* block, void* argument) {
         std::fill_n(counts_of(block), *static_cast<const std::size_t*>(argument), 0);
         block->partial = 0;
         block->in_runs = 0;
       },
-      const_cast<std::size_t*>(&n));
+      const_cast<std::size_t*>(&wiped));
   leave_code_to_parent();
   if (patching) start_patching();
 }
