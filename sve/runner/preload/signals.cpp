@@ -30,6 +30,7 @@ constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kern
 
 signal_services services;
 bool has_landing_pads = false;
+bool drops_unknown_flags = false;  // the kernel, since 5.11
 
 }  // namespace
 
@@ -93,6 +94,10 @@ void resend_held(thread_block* block, signal_bits set) {
 
 constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART | SA_EXPOSE_TAGBITS;
 
+// By what it shows of an action programs find out what a kernel knows.
+constexpr unsigned long known_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_SIGINFO | SA_ONSTACK | SA_RESTART | SA_NODEFER |
+                                      SA_RESETHAND | SA_EXPOSE_TAGBITS | 0x04000000;  // SA_RESTORER
+
 void signal_entry(int sig, siginfo_t* info, void* raw_context);
 
 // Whether the default action of a signal is the process's end, which we want to report.
@@ -109,7 +114,8 @@ kernel_action kernel_form(int sig, const program_action& action) {
     form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
     form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
     if (action.handler == ignore_action) form.flags |= SA_RESTART;
-    if (is_owned(sig)) form.flags |= SA_EXPOSE_TAGBITS;  // who gets the address says later whether it is to see them
+    if (is_owned(sig))
+      form.flags |= SA_EXPOSE_TAGBITS | SA_UNSUPPORTED;  // who gets the address says later whether it is to see them
     form.mask = ~owned_signals;
   } else {
     form.handler = action.handler;
@@ -328,6 +334,8 @@ void start_signals(const signal_services& given, signal_bits ignored) {
     const kernel_action form = kernel_form(sig, actions[sig]);
     kernel_sigaction(sig, &form, nullptr);
   }
+  kernel_action ours;
+  drops_unknown_flags = kernel_sigaction(SIGILL, nullptr, &ours) == 0 && !(ours.flags & SA_UNSUPPORTED);
 }
 
 int change_action(int sig, const program_action* action, program_action* old) {
@@ -349,8 +357,10 @@ int change_action(int sig, const program_action* action, program_action* old) {
   if (const long error = kernel_sigaction(sig, nullptr, &before); error != 0) return static_cast<int>(-error);
   const program_action was = program_form(sig, before);
   if (action) {
-    const kernel_action form = kernel_form(sig, *action);
-    write_action(sig, *action);
+    program_action wanted = *action;
+    if (drops_unknown_flags) wanted.flags &= known_flags;
+    const kernel_action form = kernel_form(sig, wanted);
+    write_action(sig, wanted);
     kernel_sigaction(sig, &form, nullptr);
   }
   if (old) *old = was;
