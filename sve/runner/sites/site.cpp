@@ -41,6 +41,11 @@ bool noting = false, counting_lanes = false, counting_time = false;  // for a re
 std::uint64_t ended_time = 0;
 std::atomic<std::uint64_t> traps{0};
 
+// Between them lies all that ever was patched.
+std::atomic<std::uintptr_t> lowest_patched{~std::uintptr_t{0}}, highest_patched{0};
+
+bool may_hold_patches(std::uintptr_t from, std::uintptr_t to) { return from <= highest_patched && lowest_patched < to; }
+
 // Threads whose blocks are another's by now. What there is no room for is added to the last one.
 struct ended_thread {
   int id;
@@ -461,6 +466,9 @@ bool branch_to_entry(site* s) {
   const std::uint64_t entry = need_entry(s);
   const std::uint32_t branch = entry ? branch_to(reinterpret_cast<std::uint64_t>(s->address), entry) : 0;
   if (branch == 0) return false;
+  const auto at = reinterpret_cast<std::uintptr_t>(s->address);
+  lowest_patched = std::min(lowest_patched.load(), at);
+  highest_patched = std::max(highest_patched.load(), at);
   s->patch.store(branch, std::memory_order_release);
   if (patch_word(s->address, s->words[0], branch)) return true;
   s->patch.store(0, std::memory_order_release);
@@ -518,7 +526,7 @@ bool is_patched(const std::uint32_t* address) {
 }
 
 void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) {
-  if (!knows_code_mapping(from, to)) return;
+  if (!knows_code_mapping(from, to) && !(become_writable && may_hold_patches(from, to))) return;
   const SignalsBlocked signals;
   const std::lock_guard guard(lock);
   forget_code_mappings();
