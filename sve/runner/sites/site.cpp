@@ -530,10 +530,13 @@ void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) 
   const SignalsBlocked signals;
   const std::lock_guard guard(lock);
   forget_code_mappings();
+  mapping m;
   for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); become_writable && i < n; ++i) {
     site* s = by_index[i];
     const auto at = reinterpret_cast<std::uintptr_t>(s->address);
-    if (at >= from && at < to) restore(s);
+    if (at < from || at >= to || s->patch.load(std::memory_order_relaxed) == 0) continue;
+    // What was patched may be gone, and data that cannot be read lie there now.
+    if (at >= m.begin && at < m.end ? m.readable : find_mapping(at, m) && m.readable) restore(s);
   }
 }
 
