@@ -2,6 +2,7 @@
 // frames, what frames are refused, stacks. It must print the same under sve-run as on a kernel whose processor has SVE.
 #include <asm/sigcontext.h>
 #include <pthread.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
@@ -311,6 +312,96 @@ void stacks() {
   for (const unsigned flags : {SS_AUTODISARM, unsigned{SS_ONSTACK}, unsigned{SS_DISABLE}, 4u}) on_stack(65536, flags);
 }
 
+// ---- Tagged addresses ----
+
+constexpr std::uint64_t tag = std::uint64_t{0x5a} << 56;
+std::uint64_t tagged_page;
+sigjmp_buf behind_fault;
+
+void show_fault(int sig, siginfo_t* info, void* raw) {
+  const auto at = reinterpret_cast<std::uint64_t>(info->si_addr);
+  const std::uint64_t from = static_cast<ucontext_t*>(raw)->uc_mcontext.fault_address;
+  std::printf("signal %d, code %d, tag %#x, offset %ld; in the frame tag %#x, offset %ld\n", sig, info->si_code,
+              static_cast<unsigned>(at >> 56), static_cast<long>(at << 8 >> 8) - static_cast<long>(tagged_page),
+              static_cast<unsigned>(from >> 56), static_cast<long>(from << 8 >> 8) - static_cast<long>(tagged_page));
+  siglongjmp(behind_fault, 1);
+}
+
+template <class Body>
+[[gnu::noipa]] void attempt(Body body, int i) {
+  if (sigsetjmp(behind_fault, 1) == 0) body(i);
+}
+
+template <class Body>
+void with_fault(const char* what, Body body) {
+  for (int i = 0; i < 3; ++i) {  // at a trap, and of a site that has been patched
+    std::printf("%s: ", what);
+    attempt(body, i);
+  }
+}
+
+void tags() {
+  struct sigaction action = {}, seen = {};
+  action.sa_flags = 0x400 | 0x800 | 0x10000;  // SA_UNSUPPORTED, SA_EXPOSE_TAGBITS, none
+  sigaction(SIGSEGV, &action, nullptr);
+  sigaction(SIGSEGV, nullptr, &seen);
+  std::printf("flags %#x", static_cast<unsigned>(seen.sa_flags));
+  sigaction(SIGUSR1, &action, nullptr);
+  sigaction(SIGUSR1, nullptr, &seen);
+  std::printf(" %#x\n", static_cast<unsigned>(seen.sa_flags));
+  auto* const memory =
+      static_cast<unsigned char*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  for (int i = 0; i < 4096; ++i) memory[i] = static_cast<unsigned char>(i * 7);
+  tagged_page = reinterpret_cast<std::uint64_t>(memory) + 4096;
+  mprotect(memory + 4096, 4096, PROT_NONE);
+  const std::uint64_t good = (tagged_page - 4096) | tag, bad = tagged_page | tag, last = (tagged_page - 56) | tag;
+  for (int i = 0; i < 3; ++i) {
+    unsigned char out[4][112];
+    asm volatile(SVE_ASM("ptrue p0.b\n"
+                         "ld1b {z1.b}, p0/z, [%0]\n st1b {z1.b}, p0, [%1]\n"
+                         "index z2.d, %0, #3\n ld1d {z3.d}, p0/z, [z2.d]\n str z3, [%1, #1, mul vl]\n"
+                         "setffr\n ldff1b {z4.b}, p0/z, [%2]\n rdffr p1.b\n"
+                         "mov z4.b, p1/z, #1\n str z4, [%1, #2, mul vl]\n"
+                         "st1d {z3.d}, p0, [z2.d]\n ld1b {z5.b}, p0/z, [%0]\n str z5, [%1, #3, mul vl]\n")::"r"(good),
+                 "r"(out), "r"(last)
+                 : "memory", "v1", "v2", "v3", "v4", "v5");
+    std::printf("through tags %#x\n", sum(out[0], sizeof out));
+  }
+  for (const int flags : {0, 0x800}) {
+    handle(SIGSEGV, show_fault, flags);
+    with_fault("scalar", [=](int) { asm volatile("ldr x9, [%0]" ::"r"(bad + 8) : "x9"); });
+    with_fault("contiguous", [=](int i) {
+      asm volatile(SVE_ASM("ptrue p0.b\n ld1b {z1.b}, p0/z, [%0]")::"r"(i ? bad : good) : "v1");
+      if (i == 0) std::printf("none\n");
+    });
+    with_fault("store", [=](int i) {
+      asm volatile(SVE_ASM("ptrue p0.b\n st1w {z1.s}, p0, [%0]")::"r"(i ? bad : good) : "memory");
+      if (i == 0) std::printf("none\n");
+    });
+    with_fault("gather", [=](int i) {
+      asm volatile(SVE_ASM("ptrue p0.b\n index z2.d, %0, #8\n ld1d {z1.d}, p0/z, [z2.d]")::"r"(i ? bad : good)
+                   : "v1", "v2");
+      if (i == 0) std::printf("none\n");
+    });
+    with_fault("first-fault", [=](int i) {
+      asm volatile(SVE_ASM("ptrue p0.b\n setffr\n ldff1b {z1.b}, p0/z, [%0]")::"r"(i ? bad : good) : "v1");
+      if (i == 0) std::printf("none\n");
+    });
+  }
+  // What is written to is the program's own again, however it is named.
+  auto* const code =
+      static_cast<std::uint32_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  code[0] = 0x0420e3e0;  // cntb x0
+  code[1] = 0xd65f03c0;  // ret
+  __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + 2));
+  mprotect(code, 4096, PROT_READ | PROT_EXEC);
+  const auto bytes = reinterpret_cast<std::uint64_t (*)()>(code)();
+  errno = prctl(PR_SET_TAGGED_ADDR_CTRL, PR_TAGGED_ADDR_ENABLE, 0, 0, 0);
+  const int answer =
+      mprotect(reinterpret_cast<void*>(reinterpret_cast<std::uint64_t>(code) | tag), 4096, PROT_READ | PROT_WRITE);
+  std::printf("%lu bytes, mprotect %d, word %#x\n", static_cast<unsigned long>(bytes), answer, code[0]);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -327,5 +418,6 @@ int main(int argc, char** argv) {
   lengths(argv);
   frames();
   stacks();
+  tags();
   return 0;
 }

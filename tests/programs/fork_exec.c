@@ -9,6 +9,21 @@
 
 extern char** environ;
 
+// How a new program is started: as it is, or by what stands in for a processor with SVE where the kernel has none.
+static const char* path = "/proc/self/exe";
+static char* arguments[] = {NULL, NULL, NULL, NULL};
+static char** number = &arguments[1];
+static char own_path[4096];
+
+static void choose_start(char* name) {
+  arguments[0] = name;
+  if (!getenv("SVE_CHILDREN_BY")) return;
+  if (readlink("/proc/self/exe", own_path, sizeof own_path - 1) < 0) return;
+  path = arguments[0] = getenv("SVE_CHILDREN_BY");
+  arguments[1] = own_path;
+  number = &arguments[2];
+}
+
 KERNEL void step(int32_t* a, int32_t factor, size_t n) {
   for (size_t i = 0; i < n; ++i) a[i] = a[i] * factor + (int32_t)i;
 }
@@ -37,21 +52,23 @@ int main(int argc, char** argv) {
     }
     printf("copy ended with %d\n", finish(child));
   }
-  // The path of this program as it was started.
+  choose_start(argv[0]);
+  *number = "7";
   pid_t child = fork();
   if (child == 0) {
-    execl("/proc/self/exe", argv[0], "7", (char*)NULL);
+    execv(path, arguments);
     _exit(99);
   }
   printf("exec ended with %d\n", finish(child));
+  *number = "8";
   child = vfork();
   if (child == 0) {
-    execl("/proc/self/exe", argv[0], "8", (char*)NULL);
+    execv(path, arguments);
     _exit(99);
   }
   printf("vfork and exec ended with %d\n", finish(child));
-  char* arguments[] = {argv[0], "9", NULL};
-  if (posix_spawn(&child, "/proc/self/exe", NULL, NULL, arguments, environ) != 0) child = -1;
+  *number = "9";
+  if (posix_spawn(&child, path, NULL, NULL, arguments, environ) != 0) child = -1;
   printf("spawn ended with %d\n", finish(child));
   step(a, 5, N);
   printf("parent: %016llx\n", (unsigned long long)digest(a, sizeof a));

@@ -93,6 +93,20 @@ TEST(Sites, CodeThatBecomesWritableIsTheProgramsOwnAgain) {
   EXPECT_EQ(code.call(0), 112u);
 }
 
+TEST(Sites, OneAfterTheOtherBecomesTheProgramsOwnAgain) {
+  Code codes[3] = {Code(2), Code(2), Code(2)};
+  for (Code& code : codes) {
+    code[0] = incb_x0;
+    code[1] = ret;
+    code.make_executable();
+    EXPECT_EQ(code.call(0), 112u);
+  }
+  for (Code& code : codes) {
+    code.make(PROT_READ | PROT_WRITE);
+    EXPECT_EQ(code[0], incb_x0);
+  }
+}
+
 TEST(Sites, ManyThreadsMeetFreshOnesAtOnce) {
   constexpr std::size_t sites = 10000, threads = 16;
   Code code(2 * sites);

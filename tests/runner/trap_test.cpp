@@ -8,6 +8,7 @@
 #include <mqueue.h>
 #include <netdb.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/auxv.h>
@@ -530,6 +531,15 @@ TEST(Processes, AVforkedChildIsSilentAndLeavesTheParentAlone) {
   EXPECT_EQ(result.error_output, report_of(1));
 }
 
+long raw_copy() { return syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0); }
+
+// What a copy of the process ends with.
+int status_of(long child) {
+  int status = 0;
+  waitpid(static_cast<pid_t>(child), &status, 0);
+  return status;
+}
+
 // A copy made by a system call of the program's own: no vforked child.
 TEST(Processes, RawCopiesAreProcessesOfTheirOwn) {
   all_true_p0();
@@ -537,7 +547,7 @@ TEST(Processes, RawCopiesAreProcessesOfTheirOwn) {
   const auto result = in_child([] {
     cntb();
     cntb();
-    const long child = syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0);
+    const long child = raw_copy();
     if (child == 0) {
       if (read_z7() != filled(0x31)) _exit(1);
       static volatile int calls = 0;
@@ -554,12 +564,45 @@ TEST(Processes, RawCopiesAreProcessesOfTheirOwn) {
       raise(SIGUSR1);
       _exit(calls == 113 ? 6 : 7);
     }
-    int status = 0;
-    waitpid(static_cast<pid_t>(child), &status, 0);
-    _exit(WEXITSTATUS(status));
+    _exit(WEXITSTATUS(status_of(child)));
   });
   EXPECT_TRUE(result.exited_with(6)) << result.status;
   EXPECT_EQ(result.error_output, report_of(2) + report_of(2));
+}
+
+// Of places that are patched already, which no trap tells of.
+TEST(Processes, RawCopiesCountFromNothingWithoutATrap) {
+  if (madvise(nullptr, 0, 9999) == 0) GTEST_SKIP() << "SKIPPED: this kernel follows no advice on memory (qemu-user)";
+  const auto result = in_child([] {
+    for (int i = 0; i < 3; ++i) cntb();
+    const long child = raw_copy();
+    if (child == 0) {
+      for (int i = 0; i < 5; ++i) cntb();
+      _exit(4);
+    }
+    const int status = status_of(child);
+    cntb();
+    _exit(WEXITSTATUS(status));
+  });
+  EXPECT_TRUE(result.exited_with(4)) << result.status;
+  EXPECT_EQ(result.error_output, report_of(5) + report_of(4));
+}
+
+TEST(Processes, ClonesOnStacksOfTheirOwn) {
+  all_true_p0();
+  fill_z7(0x32);
+  const auto result = in_child([] {
+    cntb();
+    alignas(16) static char stack[16384];
+    const auto body = [](void* argument) {
+      const bool is_whole = read_z7() == filled(0x32) && argument == stack;
+      return is_whole ? static_cast<int>(cntb()) : 1;
+    };
+    const int child = clone(body, stack + sizeof stack, SIGCHLD, stack);
+    _exit(WEXITSTATUS(status_of(child)));
+  });
+  EXPECT_TRUE(result.exited_with(112)) << result.status;
+  EXPECT_EQ(result.error_output, report_of(2) + report_of(1));
 }
 
 std::uint64_t halfwords_for_the_first_time() {
@@ -612,6 +655,60 @@ TEST(Processes, ManyCopiesWhileThreadsTrap) {
   }
   stop = true;
   busy.join();
+}
+
+// Whatever the other threads are at, which the copy has not.
+TEST_F(GeneratedCode, RawCopiesWaitForNobody) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> busy;
+  for (int t = 0; t < 3; ++t)
+    busy.emplace_back([&] {
+      while (!stop) {
+        void* const own = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        auto* const words = static_cast<std::uint32_t*>(own);
+        words[0] = cntb_x0;
+        words[1] = ret;
+        __builtin___clear_cache(reinterpret_cast<char*>(words), reinterpret_cast<char*>(words + 2));
+        mprotect(own, page, PROT_READ | PROT_EXEC);
+        reinterpret_cast<std::uint64_t (*)()>(own)();
+        mprotect(own, page, PROT_READ | PROT_WRITE);
+        munmap(own, page);
+      }
+    });
+  int wrong = 0;
+  for (int i = 0; i < 100; ++i) {
+    const long child = raw_copy();
+    if (child == 0) {
+      alarm(20);
+      syscall(SYS_exit_group, call(code, {cnth_x0, ret}) == 56 ? 5 : 6);
+    }
+    const int status = status_of(child);
+    wrong += !WIFEXITED(status) || WEXITSTATUS(status) != 5;
+  }
+  stop = true;
+  for (auto& thread : busy) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+// The copy's code is the copy's alone.
+TEST_F(GeneratedCode, RawCopiesGetTheirOwnWordsBack) {
+  code[0] = cntb_x0;
+  code[1] = ret;
+  __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + 2));
+  mprotect(code, page, PROT_READ | PROT_EXEC);
+  const auto call_it = reinterpret_cast<std::uint64_t (*)()>(code);
+  EXPECT_EQ(call_it(), 112u);
+  const std::uint32_t patched = code[0];
+  const long child = raw_copy();
+  if (child == 0) {
+    mprotect(code, page, PROT_READ | PROT_WRITE);
+    syscall(SYS_exit_group, code[0] == cntb_x0 ? 5 : 6);
+  }
+  const int status = status_of(child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 5) << status;
+  EXPECT_EQ(code[0], patched);
+  EXPECT_EQ(call_it(), 112u);
+  mprotect(code, page, PROT_READ | PROT_WRITE | PROT_EXEC);
 }
 
 TEST(NewPrograms, AreEmulatedEvenWithABareEnvironment) {

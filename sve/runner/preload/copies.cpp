@@ -45,6 +45,12 @@ void begin_process() {
   process_id = kernel_process_id();
 }
 
+bool copies_are_wiped() { return is_wiped; }
+
+void wipe_in_copies(long begin, std::size_t size) {
+  if (is_wiped) system_call(SYS_madvise, begin, static_cast<long>(size), MADV_WIPEONFORK);
+}
+
 bool in_borrowed_memory() {
   if (is_own_process()) return false;
   if (is_vforked() || (is_wiped && *marker)) return true;

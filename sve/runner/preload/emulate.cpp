@@ -16,6 +16,9 @@
 namespace sve::runner {
 namespace {
 
+// In the processor's state: that the instruction before was an indirect branch.
+constexpr std::uint64_t landing_pad_mask = 3u << 10;
+
 // All of our words have this major opcode, so that the end of a run is found without a search.
 bool may_be_ours(std::uint32_t word) { return (word >> 25 & 15) == 2; }
 
@@ -118,6 +121,18 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   std::uint32_t* const start = state->pc;
   // A vforked child makes none: the lock may be held by a thread that the child has not, where it is a copy after all.
   site* const s = is_sandboxed() ? find_site(start) : in_borrowed_memory() ? nullptr : need_site(start);
+  // An indirect branch to here, from code that has landing pads. Whether the page wants one the processor tells at our
+  // branch, which is as little one as the program's own word: what comes back from it has met the landing pad's fault.
+  const bool may_need_landing_pad = (context->uc_mcontext.pstate & landing_pad_mask) != 0;
+  if (may_need_landing_pad) {
+    if (s && !is_sandboxed() && has_room_to_push(block)) patch_site(s);
+    if (is_patched(start)) {
+      if (block->sent_to == start) return false;
+      block->sent_to = start;
+      return true;
+    }
+  }
+  block->sent_to = nullptr;
   // Another thread may have patched it since it trapped here.
   if (!s && !handler_of(*start)) return is_patched(start);
   block->used_sve = true;
@@ -144,7 +159,7 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   }
   // The program's own data were not there. It hears of it as of a fault of the instruction that is now at `pc`.
   std::memcpy(context->uc_mcontext.__reserved, block->fault_records, sizeof block->fault_records);
-  context->uc_mcontext.fault_address = reinterpret_cast<std::uintptr_t>(block->fault.si_addr);
+  context->uc_mcontext.fault_address = without_tag(reinterpret_cast<std::uintptr_t>(block->fault.si_addr));
   store_state(state, context);
   *info = block->fault;
   return false;

@@ -7,6 +7,7 @@
 #include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <setjmp.h>
 #include <signal.h>
 #include <spawn.h>
@@ -34,7 +35,8 @@ int __cxa_at_quick_exit(void (*function)(void*), void* dso);
   X(timer_create) X(mq_notify) X(getaddrinfo_a) X(aio_read) X(aio_write) X(aio_fsync) X(lio_listio) X(sysconf) \
   X(system) X(popen) X(sigpending) X(sigsuspend) X(pselect) X(ppoll) X(__ppoll_chk) X(epoll_pwait)             \
   X(epoll_pwait2) X(longjmp) X(_longjmp) X(siglongjmp) X(__longjmp_chk) X(pthread_create) X(execve) X(execvpe) \
-  X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl) X(__cxa_at_quick_exit)
+  X(fexecve) X(execveat) X(posix_spawn) X(posix_spawnp) X(getauxval) X(prctl) X(clone)              \
+  X(__cxa_at_quick_exit)
 // clang-format on
 
 namespace sve::runner {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdarg>
 
+#include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/interpose.h"
 #include "sve/runner/preload/kernel.h"
 #include "sve/runner/preload/process.h"
@@ -23,7 +24,8 @@ long result_or_error(long result) {
 }
 
 void code_changes(const void* begin, std::size_t size, bool becomes_writable) {
-  const auto from = reinterpret_cast<std::uintptr_t>(begin);
+  notice_copy();
+  const auto from = without_tag(reinterpret_cast<std::uintptr_t>(begin));
   sites_change(from, from + size, becomes_writable);
 }
 

@@ -350,6 +350,33 @@ pid_t _Fork() noexcept {
   return static_cast<pid_t>(child < 0 ? sve_fail(child) : child);
 }
 
+// A copy of the process that begins in a function, on a stack of its own.
+int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) noexcept {
+  va_list list;
+  va_start(list, argument);
+  auto* const parent_id = va_arg(list, pid_t*);
+  void* const thread_pointer = va_arg(list, void*);
+  auto* const child_id = va_arg(list, pid_t*);
+  va_end(list);
+  const auto real_clone = real.clone ? real.clone : next<decltype(::clone)>("clone");
+  if (!is_active() || (flags & CLONE_VM) || !function || !stack)
+    return real_clone(function, stack, flags, argument, parent_id, thread_pointer, child_id);
+  struct call {
+    int (*function)(void*);
+    void* argument;
+  } in_child{function, argument};
+  before_fork();
+  const int child = real_clone(
+      [](void* raw) -> int {
+        after_fork_in_child();
+        const auto* own = static_cast<const call*>(raw);
+        end_process(own->function(own->argument));
+      },
+      stack, flags, &in_child, parent_id, thread_pointer, child_id);
+  after_fork_in_parent();
+  return child;
+}
+
 // The kernel's figure for the largest signal frame is that of a processor without SVE.
 long sysconf(int name) noexcept {
   if (!real.sysconf && name == _SC_PAGESIZE) return static_cast<long>(*auxiliary_value(AT_PAGESZ));

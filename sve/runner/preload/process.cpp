@@ -145,23 +145,33 @@ void after_fork_in_parent() {
   kernel_mask(SIG_SETMASK, mask_before_fork);
 }
 
-void after_fork_in_child() {
-  if (!active) return;
+namespace {
+
+void begin_copy(bool has_counted) {
   begin_process();
   keep_own_thread_block();
   forget_pending();
-  sites_after_fork_in_child();
+  sites_after_fork_in_child(has_counted);
   restart_report();
   mark_counts_begun();
   after_fork_in_parent();
 }
 
+}  // namespace
+
+void after_fork_in_child() {
+  if (active) begin_copy(false);
+}
+
 namespace {
 
-// A copy made by a system call of the program's own: it may hold our locks, as far as other threads had them.
+// A copy made by a system call of the program's own: other threads may have held our locks, which are not in it.
 void adopt_copy() {
+  SleepingLock::holders_are_gone = true;
   before_fork();
-  after_fork_in_child();
+  SleepingLock::holders_are_gone = false;
+  actions_are_whole();
+  begin_copy(copies_are_wiped());
 }
 
 // The signals that the parent ignored, where it could not tell the kernel.

@@ -14,6 +14,12 @@
 #ifndef SS_AUTODISARM
 #define SS_AUTODISARM (1u << 31)
 #endif
+#ifndef SA_EXPOSE_TAGBITS
+#define SA_EXPOSE_TAGBITS 0x800
+#endif
+#ifndef SA_UNSUPPORTED
+#define SA_UNSUPPORTED 0x400
+#endif
 
 namespace sve::runner {
 namespace {
@@ -24,6 +30,7 @@ constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kern
 
 signal_services services;
 bool has_landing_pads = false;
+bool drops_unknown_flags = false;  // the kernel, since 5.11
 
 }  // namespace
 
@@ -85,7 +92,11 @@ void resend_held(thread_block* block, signal_bits set) {
   }
 }
 
-constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART;
+constexpr unsigned long kept_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_RESTART | SA_EXPOSE_TAGBITS;
+
+// By what it shows of an action programs find out what a kernel knows.
+constexpr unsigned long known_flags = SA_NOCLDSTOP | SA_NOCLDWAIT | SA_SIGINFO | SA_ONSTACK | SA_RESTART | SA_NODEFER |
+                                      SA_RESETHAND | SA_EXPOSE_TAGBITS | 0x04000000;  // SA_RESTORER
 
 void signal_entry(int sig, siginfo_t* info, void* raw_context);
 
@@ -103,6 +114,8 @@ kernel_action kernel_form(int sig, const program_action& action) {
     form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
     form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
     if (action.handler == ignore_action) form.flags |= SA_RESTART;
+    if (is_owned(sig))
+      form.flags |= SA_EXPOSE_TAGBITS | SA_UNSUPPORTED;  // who gets the address says later whether it is to see them
     form.mask = ~owned_signals;
   } else {
     form.handler = action.handler;
@@ -188,7 +201,10 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
   const bool switches = (action.flags & SA_ONSTACK) && stack_flags(stack, machine.sp) == 0;
   const auto top = switches ? reinterpret_cast<std::uintptr_t>(stack.ss_sp) + stack.ss_size : machine.sp;
   const frame_place place = place_frame(block, context, top);
-  if (!guarded(block, [&] { write_frame(place, block, info, context, before); })) {
+  siginfo_t shown = info;
+  if (is_owned(sig) && info.si_code > 0 && !(action.flags & SA_EXPOSE_TAGBITS))
+    shown.si_addr = reinterpret_cast<void*>(without_tag(reinterpret_cast<std::uintptr_t>(info.si_addr)));
+  if (!guarded(block, [&] { write_frame(place, block, shown, context, before); })) {
     if (sig == SIGSEGV) return take_default_action(forced(SIGSEGV, SI_KERNEL, 0), false);
     return deliver(block, forced(SIGSEGV, SI_KERNEL, 0), context, true, false);
   }
@@ -241,6 +257,7 @@ void resume_from_frame(thread_block* block, ucontext_t* context) {
 void signal_entry(int sig, siginfo_t* info, void* raw_context) {
   auto* context = static_cast<ucontext_t*>(raw_context);
   thread_block* block = this_thread_block;
+  notice_copy();  // before anything is counted
   if (block) {
     if (services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
     sig = info->si_signo;
@@ -271,7 +288,6 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     errno = saved_errno;
     return;
   }
-  notice_copy();
   // An entry may be what has asked for the block.
   if (is_new && services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
   if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
@@ -318,6 +334,8 @@ void start_signals(const signal_services& given, signal_bits ignored) {
     const kernel_action form = kernel_form(sig, actions[sig]);
     kernel_sigaction(sig, &form, nullptr);
   }
+  kernel_action ours;
+  drops_unknown_flags = kernel_sigaction(SIGILL, nullptr, &ours) == 0 && !(ours.flags & SA_UNSUPPORTED);
 }
 
 int change_action(int sig, const program_action* action, program_action* old) {
@@ -339,8 +357,10 @@ int change_action(int sig, const program_action* action, program_action* old) {
   if (const long error = kernel_sigaction(sig, nullptr, &before); error != 0) return static_cast<int>(-error);
   const program_action was = program_form(sig, before);
   if (action) {
-    const kernel_action form = kernel_form(sig, *action);
-    write_action(sig, *action);
+    program_action wanted = *action;
+    if (drops_unknown_flags) wanted.flags &= known_flags;
+    const kernel_action form = kernel_form(sig, wanted);
+    write_action(sig, wanted);
     kernel_sigaction(sig, &form, nullptr);
   }
   if (old) *old = was;
@@ -459,6 +479,8 @@ void unlock_actions() {
   held_lock.unlock();
   action_lock.unlock();
 }
+
+void actions_are_whole() { version &= ~1u; }
 
 void forget_pending() { process_held.present = 0; }
 

@@ -98,4 +98,7 @@ void unlock_actions();
 /// In the child: nothing waits that was sent to the parent.
 void forget_pending();
 
+/// In a copy of the process where another thread may have been changing an action: it is not in the copy.
+void actions_are_whole();
+
 }  // namespace sve::runner

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/process.h"
 #include "sve/runner/sites/site.h"
 
@@ -89,6 +90,7 @@ stack_t runner_stack(const thread_block* block) {
 }
 
 thread_block* make_thread_block() {
+  notice_copy();
   const SignalsBlocked signals;
   thread_block* block = take_unused();
   if (block) {
@@ -102,6 +104,9 @@ thread_block* make_thread_block() {
                                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (mapping < 0 && mapping > -4096) return nullptr;
     system_call(SYS_mprotect, mapping, guard_size, PROT_NONE);
+    // What a copy of the process executes before we know of it counts from nothing, too.
+    wipe_in_copies(mapping + static_cast<long>(block_offset + thread_counts_offset),
+                   mapping_size - block_offset - thread_counts_offset);
     block = reinterpret_cast<thread_block*>(mapping + static_cast<long>(block_offset));  // the pages come zeroed
   }
   block->program_stack.ss_flags = SS_DISABLE;

@@ -73,6 +73,8 @@ struct thread_block {
   void (*start)();
   void* start_argument;
 
+  const std::uint32_t* sent_to;  ///< the patched place at which the last trap has told the thread to try again
+
   std::int64_t partial;  ///< instructions executed in runs that did not come to their end, and without a site
   bool inherits_length;  ///< what PR_SVE_VL_INHERIT says; no other part of the length can change
   int thread_id;

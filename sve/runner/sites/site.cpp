@@ -42,6 +42,11 @@ bool noting = false, counting_lanes = false, counting_time = false;  // for a re
 std::uint64_t ended_time = 0;
 std::atomic<std::uint64_t> traps{0};
 
+// Between them lies all that ever was patched.
+std::atomic<std::uintptr_t> lowest_patched{~std::uintptr_t{0}}, highest_patched{0};
+
+bool may_hold_patches(std::uintptr_t from, std::uintptr_t to) { return from <= highest_patched && lowest_patched < to; }
+
 // Threads whose blocks are another's by now. What there is no room for is added to the last one.
 struct ended_thread {
   int id;
@@ -372,7 +377,7 @@ void note_for_report(bool lanes, bool time) {
 void lock_sites() { lock.lock(); }
 void unlock_sites() { lock.unlock(); }
 
-void sites_after_fork_in_child() {
+void sites_after_fork_in_child(bool has_counted) {
   executions_without_site = 0;
   traps = 0;
   ended_count = 0;
@@ -386,13 +391,14 @@ void sites_after_fork_in_child() {
       if (s->uses) new (&s->uses[k]) lane_use{};
     }
   }
+  const std::size_t wiped = has_counted ? 0 : n;
   for_each_thread_block(
       [](thread_block* block, void* argument) {
         std::fill_n(counts_of(block), *static_cast<const std::size_t*>(argument), 0);
         block->partial = 0;
         block->in_runs = 0;
       },
-      const_cast<std::size_t*>(&n));
+      const_cast<std::size_t*>(&wiped));
   leave_code_to_parent();
   if (patching) start_patching();
 }
@@ -461,6 +467,9 @@ bool branch_to_entry(site* s) {
   const std::uint64_t entry = need_entry(s);
   const std::uint32_t branch = entry ? branch_to(reinterpret_cast<std::uint64_t>(s->address), entry) : 0;
   if (branch == 0) return false;
+  const auto at = reinterpret_cast<std::uintptr_t>(s->address);
+  lowest_patched = std::min(lowest_patched.load(), at);
+  highest_patched = std::max(highest_patched.load(), at);
   s->patch.store(branch, std::memory_order_release);
   if (patch_word(s->address, s->words[0], branch)) return true;
   s->patch.store(0, std::memory_order_release);
@@ -518,14 +527,17 @@ bool is_patched(const std::uint32_t* address) {
 }
 
 void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) {
-  if (!knows_code_mapping(from, to)) return;
+  if (!knows_code_mapping(from, to) && !(become_writable && may_hold_patches(from, to))) return;
   const SignalsBlocked signals;
   const std::lock_guard guard(lock);
   forget_code_mappings();
+  mapping m;
   for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); become_writable && i < n; ++i) {
     site* s = by_index[i];
     const auto at = reinterpret_cast<std::uintptr_t>(s->address);
-    if (at >= from && at < to) restore(s);
+    if (at < from || at >= to || s->patch.load(std::memory_order_relaxed) == 0) continue;
+    // What was patched may be gone, and data that cannot be read lie there now.
+    if (at >= m.begin && at < m.end ? m.readable : find_mapping(at, m) && m.readable) restore(s);
   }
 }
 

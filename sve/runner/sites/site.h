@@ -84,7 +84,8 @@ counted_word* collect_counts(std::size_t& size);
 void tell_sites(RunDataWriter& data);
 
 /// Called in a forked child, which counts from nothing and has no share in what its parent makes from now on.
-void sites_after_fork_in_child();
+/// `has_counted`: what this thread's counts hold is its own already.
+void sites_after_fork_in_child(bool has_counted);
 /// Around fork: no site is half made in the child.
 void lock_sites();
 void unlock_sites();
