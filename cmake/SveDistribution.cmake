@@ -1,8 +1,4 @@
 # Packages: `cmake --build BUILD --target package` makes Debian's and a tarball that can be unpacked anywhere.
-if(NOT PROJECT_IS_TOP_LEVEL)
-  return()
-endif()
-
 set(components library development)
 if(TARGET sve-run)
   list(APPEND components runner)

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -17,8 +18,10 @@
 
 #include "sve/runner/launcher/command_line.h"
 #include "sve/runner/launcher/dynamorio.h"
+#include "sve/runner/launcher/library.h"
 #include "sve/runner/launcher/program.h"
 #include "sve/runner/options.h"
+#include "sve/state/vector_length.h"
 
 namespace {
 
@@ -53,28 +56,24 @@ int run(const std::string& path, const std::vector<std::string>& words) {
               path + ": " + std::strerror(errno) + "; try to run it without sve-run");
 }
 
-int run_under_dynamorio(const command_line& line, const std::string& program) {
-  const auto here = own_directory();
+// The library of this vector length, beside this program, as in a build tree, or where it is installed.
+finding find_library_of(const std::string& bits, const char* prefix, std::initializer_list<const char*> places,
+                        const std::string& remedy) {
+  std::vector<std::filesystem::path> paths;
+  for (const char* place : places) paths.push_back(own_directory() / place);
+  return find_library(paths, prefix, bits, remedy);
+}
+
+int run_under_dynamorio(const command_line& line, const std::string& program, const std::string& bits) {
   const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
   const finding home = find_dynamorio(
       line.dynamorio_home, [](const char* name) { return std::getenv(name); }, readable);
   if (home.status != 0) return fail(home.status, home.error);
-  std::vector<std::filesystem::path> places;
-  for (const char* place : {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM}) places.push_back(here / place);
-  const finding client = find_client(places, readable);
+  const finding client = find_library_of(bits, client_prefix, {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM},
+                                         "the client is not there; build with DynamoRIO_DIR set, and install");
   if (client.status != 0) return fail(client.status, client.error);
   const auto words = dynamorio_command(line, home.path, client.path, program);
   return run(words.front(), words);
-}
-
-// Beside this program, as in a build tree, or where it is installed.
-std::optional<std::string> find_library() {
-  const auto here = own_directory();
-  for (const auto& directory : {here, here / SVE_LIBRARY_FROM_PROGRAM}) {
-    const auto path = (directory / library_name).lexically_normal();
-    if (access(path.c_str(), R_OK) == 0) return path.string();
-  }
-  return std::nullopt;
 }
 
 // What to preload before the program's own wishes. Of two copies of the library in one process none would know what the
@@ -86,7 +85,7 @@ std::string preload_list(const std::string& library, const std::string& program,
   std::replace(entries.begin(), entries.end(), ' ', ':');
   std::istringstream words(entries);
   for (std::string entry; std::getline(words, entry, ':');)
-    if (!entry.empty() && entry.substr(entry.rfind('/') + 1) != library_name) list += ":" + entry;
+    if (!entry.empty() && !entry.substr(entry.rfind('/') + 1).starts_with(library_prefix)) list += ":" + entry;
   return list;
 }
 
@@ -101,6 +100,14 @@ std::optional<std::string> prepare_counts_file(command_line& line) {
   if (fd < 0) return line.counts_file + ": " + std::strerror(errno) + "; give --counts a file that can be written";
   close(fd);
   return std::nullopt;
+}
+
+// What is asked for; or what an outer sve-run took, by its library where the variable has got lost; or this build's.
+std::string wanted_length(const command_line& line, const char* preloaded) {
+  if (!line.vector_length.empty()) return line.vector_length;
+  if (const char* const said = std::getenv(length_variable); said && *said) return said;
+  const std::string outer = length_in(preloaded ? preloaded : "", library_prefix);
+  return outer.empty() ? std::to_string(sve::vector_bits) : outer;
 }
 
 }  // namespace
@@ -124,21 +131,23 @@ int main(int argc, char** argv) {
     if (!line.quiet) fail(0, "this processor has SVE and runs the program itself, at its own vector length");
     return run(program.path, line.program);
   }
-  if (line.dynamorio) return run_under_dynamorio(line, program.path);
-  const auto library = find_library();
-  if (!library) {
-    return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM
-                                                           "; install it again");
-  }
-  if (library->find_first_of(" :$") != std::string::npos) {
+  const char* preloaded = std::getenv(preload_variable);
+  const std::string bits = wanted_length(line, preloaded);
+  // What is asked for here holds for another sve-run below too.
+  if (!line.vector_length.empty()) setenv(length_variable, bits.c_str(), 1);
+  if (line.dynamorio) return run_under_dynamorio(line, program.path, bits);
+  const finding library =
+      find_library_of(bits, library_prefix, {"", SVE_LIBRARY_FROM_PROGRAM},
+                      "not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM "; install it again");
+  if (library.status != 0) return fail(library.status, library.error);
+  if (library.path.find_first_of(" :$") != std::string::npos) {
     return fail(status_failed,
-                *library + ": the loader takes no path with a space, colon or dollar; install it elsewhere");
+                library.path + ": the loader takes no path with a space, colon or dollar; install it elsewhere");
   }
   if (const auto error = prepare_counts_file(line)) return fail(status_failed, *error);
 
-  const char* preloaded = std::getenv(preload_variable);
-  const bool nested = preloaded && std::strstr(preloaded, library_name);
-  setenv(preload_variable, preload_list(*library, program.path, preloaded).c_str(), 1);
+  const bool nested = preloaded && std::strstr(preloaded, library_prefix);
+  setenv(preload_variable, preload_list(library.path, program.path, preloaded).c_str(), 1);
   std::string options = options_value(line);
   if (nested && !line.counts) options = with_outer_counts(options, std::getenv(options_variable));
   if (options.empty()) {
