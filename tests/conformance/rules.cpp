@@ -1,6 +1,7 @@
 // The required differences, each computed from its definition.
 #include "tests/conformance/rules.h"
 
+#include <bit>
 #include <cstring>
 
 #include "tests/conformance/memory_accesses.h"
@@ -24,6 +25,9 @@ enum rule_index {
   unzip_predicate,
   rule_count
 };
+
+// Where a predicate takes more than one word and half of it is no whole number of them, but for powers of two.
+constexpr bool emulator_unzips_wrongly = sve::vector_bytes > 64 && !std::has_single_bit(sve::vector_bytes);
 
 difference_rule rules[rule_count] = {
     {"shifted-8-bit-immediate",
@@ -73,7 +77,7 @@ difference_rule rules[rule_count] = {
     {"emulator-unzip-predicate",
      "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits too low at "
      "this vector length; expected is its answer with that put right, and the 8 bits that are lost so as defined",
-     0},
+     0, emulator_unzips_wrongly},
 };
 
 void fire(rule_index r) { ++rules[r].fired; }
@@ -379,7 +383,7 @@ void apply_rules(const test_case& c, bool native_ran, const window::contents& or
     }
     const memory_plan plan = plan_accesses(row, c.word, c.state);
     if (any_unreadable(plan, m.memory_bytes)) expect_plain_fault(c, native_ran, plan, original, expected);
-  } else if (row.name_has("Uzp1PP") || row.name_has("Uzp2PP")) {
+  } else if (emulator_unzips_wrongly && (row.name_has("Uzp1PP") || row.name_has("Uzp2PP"))) {
     expect_unzip(c, row.name_has("Uzp2PP"), expected);
   } else if (reserved_logical_immediate(row, c.word)) {
     expect_reserved_logical(c, expected);

@@ -119,9 +119,9 @@ TEST(Predicated, OnlyBitZeroOfAnElementsFirstByteCounts) {
     return n;
   };
   EXPECT_EQ(active_elements(0xfe, 1), 0u);
-  EXPECT_EQ(active_elements(0x01, 1), 28u);
-  EXPECT_EQ(active_elements(0x01, 4), 28u);
-  EXPECT_EQ(active_elements(0x03, 4), 28u);
+  EXPECT_EQ(active_elements(0x01, 1), sve::lanes<u32>);
+  EXPECT_EQ(active_elements(0x01, 4), sve::lanes<u32>);
+  EXPECT_EQ(active_elements(0x03, 4), sve::lanes<u32>);
   EXPECT_EQ(active_elements(0x02, 4), 0u);
 }
 
