@@ -1,9 +1,12 @@
 # The further vector lengths: each is a build of its own below this one, with its settings, since everything but the
 # launcher and the programs of tests follows from the length. Its products come to lie beside this build's, are installed
 # with them, and its tests are among this build's.
-set(further_lengths ${SVE_VECTOR_LENGTHS})
-list(REMOVE_ITEM further_lengths ${SVE_VECTOR_BITS})
-list(REMOVE_DUPLICATES further_lengths)
+set(further_lengths)
+foreach(length ${SVE_VECTOR_LENGTHS})
+  if(NOT length STREQUAL SVE_VECTOR_BITS AND NOT length IN_LIST further_lengths)
+    list(APPEND further_lengths ${length})
+  endif()
+endforeach()
 
 set(settings "")
 get_cmake_property(variables CACHE_VARIABLES)
@@ -28,7 +31,7 @@ foreach(length ${further_lengths})
 set(SVE_VECTOR_BITS ${length} CACHE STRING \"\" FORCE)
 set(SVE_VECTOR_LENGTHS ${length} CACHE STRING \"\" FORCE)
 set(SVE_BUILD_BENCH OFF CACHE BOOL \"\" FORCE)
-set(SVE_MAIN_BUILD [==[${PROJECT_BINARY_DIR}]==] CACHE INTERNAL \"\" FORCE)
+set(SVE_MAIN_BUILD [==[${PROJECT_BINARY_DIR}]==] CACHE PATH \"\" FORCE)
 ")
   add_custom_command(
     OUTPUT ${folder}/CMakeCache.txt

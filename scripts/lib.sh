@@ -43,7 +43,7 @@ need() {
 # What building takes, tests and benchmarks included.
 install_build_tools() {
   need g++ cmake ninja-build ccache binutils pkg-config git python3 \
-    libgtest-dev libbenchmark-dev libcli11-dev libfmt-dev libcapstone-dev
+    libgtest-dev libbenchmark-dev libcli11-dev libfmt-dev libcapstone-dev clang
   if [[ $machine == x86_64 ]]; then
     need gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest
   fi
@@ -129,6 +129,12 @@ register_emulator() {
 }
 
 jobs=$(nproc)
+
+# The emulated processor that has SVE at $1 bits, for qemu-aarch64's -cpu.
+processor_with_sve() { echo "max,sve$1=on,sve-default-vector-length=$(($1 / 8)),sme=off"; }
+
+# What a build tree is configured for, in bits.
+vector_bits() { sed -n 's/^SVE_VECTOR_BITS:.*=//p' "build/$1/CMakeCache.txt"; }
 
 # build PRESET [TARGET...]
 build() {

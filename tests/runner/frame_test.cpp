@@ -28,7 +28,8 @@ namespace {
 
 using namespace sve_instructions;
 
-constexpr unsigned quadwords = 7;
+const unsigned quadwords = static_cast<unsigned>(vector_bytes / 16);
+const std::size_t sve_size = (SVE_SIG_CONTEXT_SIZE(quadwords) + 15) / 16 * 16;
 
 // The records of a frame, in order; those of the extra space follow its own.
 struct record {
@@ -86,7 +87,7 @@ class Frames : public testing::Test {
 
 TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
   static vector seen;
-  static std::uint16_t predicate[7], ffr[7];
+  static std::uint16_t predicate[16], ffr[16];
   static std::vector<std::uint32_t> order;
   static bool well_placed;
   install(SIGUSR1, [](int, siginfo_t* info, void* raw) {
@@ -94,10 +95,10 @@ TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
     const unsigned char* at = sve_record(raw);
     sve_context head;
     std::memcpy(&head, at, sizeof head);
-    well_placed = head.vl == 112 && head.flags == 0 && head.head.size == 3840;
-    std::memcpy(seen.data(), at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 112);
-    std::memcpy(predicate, at + SVE_SIG_PREG_OFFSET(quadwords, 1), 14);
-    std::memcpy(ffr, at + SVE_SIG_FFR_OFFSET(quadwords), 14);
+    well_placed = head.vl == vector_bytes && head.flags == 0 && head.head.size == sve_size;
+    std::memcpy(seen.data(), at + SVE_SIG_ZREG_OFFSET(quadwords, 7), vector_bytes);
+    std::memcpy(predicate, at + SVE_SIG_PREG_OFFSET(quadwords, 1), vector_bytes / 8);
+    std::memcpy(ffr, at + SVE_SIG_FFR_OFFSET(quadwords), vector_bytes / 8);
     order.clear();
     for (const record& r : records(raw)) {
       well_placed = well_placed && reinterpret_cast<std::uintptr_t>(r.at) % 16 == 0;
@@ -118,20 +119,22 @@ TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
   EXPECT_EQ(calls, 1);
   EXPECT_TRUE(well_placed);
   EXPECT_EQ(seen, filled(0x42));
-  for (int i = 0; i < 7; ++i) {
+  for (std::size_t i = 0; i < vector_bytes / 16; ++i) {
     EXPECT_EQ(predicate[i], 0x5555);
     EXPECT_EQ(ffr[i], 0xffff);
   }
-  EXPECT_EQ(order, (std::vector<std::uint32_t>{FPSIMD_MAGIC, EXTRA_MAGIC, SVE_MAGIC, 0}));
+  const bool fits = sizeof(fpsimd_context) + sve_size + 64 <= sizeof(mcontext_t::__reserved);
+  EXPECT_EQ(order, fits ? (std::vector<std::uint32_t>{FPSIMD_MAGIC, SVE_MAGIC, 0})
+                        : (std::vector<std::uint32_t>{FPSIMD_MAGIC, EXTRA_MAGIC, SVE_MAGIC, 0}));
 }
 
 // What a handler changes in the frame is what the interrupted code goes on with.
 TEST_F(Frames, AreReadBack) {
   install(SIGUSR1, [](int, siginfo_t*, void* raw) {
     unsigned char* at = sve_record(raw);
-    std::memset(at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x55, 112);
-    std::memset(at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, 14);
-    std::memset(at + SVE_SIG_FFR_OFFSET(quadwords), 0x33, 14);
+    std::memset(at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x55, vector_bytes);
+    std::memset(at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, vector_bytes / 8);
+    std::memset(at + SVE_SIG_FFR_OFFSET(quadwords), 0x33, vector_bytes / 8);
     // The low 128 bits are those of the V registers' own record.
     std::memset(record_of(raw, FPSIMD_MAGIC) + offsetof(fpsimd_context, vregs) + 16 * 7, 0x66, 16);
   });
@@ -142,8 +145,8 @@ TEST_F(Frames, AreReadBack) {
   EXPECT_EQ(read_z7(), expected);
   std::uint64_t active = 0, in_ffr = 0;
   asm volatile(SVE_ASM("cntp %0, p0, p1.b\n rdffr p2.b\n cntp %1, p0, p2.b\n") : "=r"(active), "=r"(in_ffr));
-  EXPECT_EQ(active, 28u);
-  EXPECT_EQ(in_ffr, 56u);
+  EXPECT_EQ(active, vector_bytes / 4);
+  EXPECT_EQ(in_ffr, vector_bytes / 2);
 }
 
 // A record that is only a head, or none, clears what V registers do not hold.
@@ -474,7 +477,7 @@ TEST_F(Frames, ExceptionsPassThroughHandlers) {
         caught = e.what();
       }
       EXPECT_EQ(caught, sig == SIGILL ? "illegal" : "fault");
-      EXPECT_EQ(cntb(), 112u);
+      EXPECT_EQ(cntb(), vector_bytes);
     }
   }
 }
@@ -506,7 +509,7 @@ TEST_F(Frames, AThreadMayBeCancelledInAHandler) {
   pthread_create(
       &thread, nullptr,
       [](void*) -> void* {
-        pthread_cleanup_push([](void*) { cleaned = cntb() == 112; }, nullptr);
+        pthread_cleanup_push([](void*) { cleaned = cntb() == vector_bytes; }, nullptr);
         throw_through(SIGSEGV);
         pthread_cleanup_pop(0);
         return nullptr;
