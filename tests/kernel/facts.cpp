@@ -244,8 +244,8 @@ void frames() {
     if (child == 0) {
       handle(SIGTRAP, change_frame);
       trap_with_vectors(out);
-      std::printf("z0 %#x z7 %#x z31 %#x predicates %#x ", sum(out, length), sum(out + length, length), sum(out + 2 * length, length),
-                  sum(out + 24 * length / 8, 4 * length / 8));
+      std::printf("z0 %#x z7 %#x z31 %#x predicates %#x ", sum(out, length), sum(out + length, length),
+                  sum(out + 2 * length, length), sum(out + 24 * length / 8, 4 * length / 8));
       std::fflush(stdout);
       _exit(0);
     }

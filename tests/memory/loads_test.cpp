@@ -261,7 +261,8 @@ TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
   for (const bool into_addresses : {false, true}) {
     SetUp();
     for (std::size_t e = 0; e < doubles; ++e) {
-      const std::uint64_t address = e < fitting ? memory.address(static_cast<std::ptrdiff_t>(8 * e)) : memory.end_address();
+      const std::uint64_t address =
+          e < fitting ? memory.address(static_cast<std::ptrdiff_t>(8 * e)) : memory.end_address();
       std::memcpy(state.z[8] + 8 * e, &address, 8);
     }
     *shared.at = state;

@@ -180,7 +180,8 @@ TEST(Sites, ACopyOfTheProcessKeepsThemAndMakesItsOwn) {
   }
   code.make_executable();
   EXPECT_EQ(code.call(0), vector_bytes);
-  const auto child = in_child([&] { _exit(code.call(0) == counted[0] && code.call(2) == counted[1] && code.call(4) == counted[2] ? 0 : 1); });
+  const auto child = in_child(
+      [&] { _exit(code.call(0) == counted[0] && code.call(2) == counted[1] && code.call(4) == counted[2] ? 0 : 1); });
   EXPECT_TRUE(child.exited_with(0)) << child.status;
   // What the child has made meanwhile is not in the way of what this process makes.
   EXPECT_EQ(code.call(6), counted[3]);

@@ -574,7 +574,8 @@ constexpr int no_sandbox = 77;
 TEST(Sandboxes, OfReadWriteAndExitLetTrapsBe) {
   const auto result = in_child([] {
     if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) _exit(no_sandbox);
-    const bool right = cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes;
+    const bool right =
+        cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes;
     syscall(SYS_exit, right ? 7 : 8);
   });
   if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
@@ -594,7 +595,8 @@ TEST(Sandboxes, OfAListLetTrapsAndTheReportBe) {
     const sock_fprog filter{sizeof program / sizeof program[0], program};
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) != 0)
       _exit(no_sandbox);
-    _exit(cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes ? 7 : 8);
+    _exit(cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes ? 7
+                                                                                                                 : 8);
   });
   if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
   EXPECT_TRUE(result.exited_with(7)) << result.status;

@@ -64,8 +64,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   if (program != arguments.end() && *program == "--") ++program;
   line.program.assign(program, arguments.end());
 
-  CLI::App app("Runs an AArch64 program that uses SVE on a processor without it.",
-               "sve-run");
+  CLI::App app("Runs an AArch64 program that uses SVE on a processor without it.", "sve-run");
   app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");

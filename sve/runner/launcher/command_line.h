@@ -12,7 +12,7 @@ struct command_line {
   bool patch = true;
   std::string translate = "native";  ///< or handlers, or off
   bool trace_translation = false;
-  std::string vector_length;         ///< in bits; empty: none is asked for
+  std::string vector_length;  ///< in bits; empty: none is asked for
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
   bool dynamorio = false;            ///< the platform is DynamoRIO, not the embedded one

@@ -1502,7 +1502,8 @@ class translator {
     store_q(n, z_offset(n, 0));
     const bool is_low = i.how == action::unpack_low;
     add_offset(z, base_, z_offset(n, is_low ? 0 : static_cast<unsigned>(vector_bytes) / 2));
-    // In an order in which no piece is overwritten that is still to be read. Of an odd number the last one is half a piece.
+    // In an order in which no piece is overwritten that is still to be read. Of an odd number the last one is half a
+    // piece.
     constexpr unsigned last = (pieces - 1) / 2;
     for (unsigned k = 0; k <= last; ++k) {
       const unsigned q = is_low ? last - k : k;

@@ -15,7 +15,8 @@ int main() {
   std::memset(state.z[1], 3, sizeof state.z[1]);
   std::uint32_t word = 0x04000020;  // add z0.b, p0/m, z0.b, z1.b
   state.pc = &word;
-  if (!is_sve(word) || execute_sve_instruction(&state) != AARCH64_DECODE_EXECUTED || state.z[0][sve::vector_bytes - 1] != 5) {
+  if (!is_sve(word) || execute_sve_instruction(&state) != AARCH64_DECODE_EXECUTED ||
+      state.z[0][sve::vector_bytes - 1] != 5) {
     std::puts("the installed library did not add");
     return 1;
   }
