@@ -6,6 +6,17 @@ using namespace sve::fp;
 
 namespace {
 
+// Whether the processor's results are right; else nothing has happened.
+template <class U, class Host, class Test, class... Sources>
+bool compared_by_processor(Host& host, byte* dst, const byte* predicate, Test test, const Sources*... src) {
+  if (!processor::serves(host.control())) return false;
+  const processor::Raised raised =
+      processor::compare_pieces<U>(host.control(), host.raised_before(), dst, processor::ActiveBytes{predicate},
+                                   vector_bytes, on_pieces_of<U, Test>{test}, src...);
+  if (raised.settled) host.raise(static_cast<int>(raised.flags));
+  return raised.settled;
+}
+
 // A canonical predicate; the flags stay.
 template <class Test, class... Sources>
 aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test test, Sources... registers) {
@@ -18,14 +29,17 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
     const auto one = [&](std::size_t i) {
       store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
     };
-    if constexpr (has_vectors<U, Test, Sources...> && processor::exists) {
-      on_pieces<U>(
+    if constexpr (has_pieces<U, Test, Sources...> && processor::settles_all) {
+      on_live_pieces<U>(
           predicate, test,
           [&result](std::size_t i, auto mask, auto truth) {
             Piece<U>(truth.bits & mask & Piece<U>(U{1}).bits).store(result + i);
           },
           z_of(state, registers)...);
-    } else if constexpr (has_vectors<U, Test, Sources...>) {
+    } else if constexpr (has_lanes<U, Test, Sources...>) {
+      if constexpr (has_pieces<U, Test, Sources...>)
+        if (compared_by_processor<U>(host, p_of(state, pd), predicate, test, z_of(state, registers)...)) [[likely]]
+          return;
       PendingElements<U> pending;
       const LaneOutcome outcome = compare_on_lanes<U>(result, active_bytes(predicate), lanes<U>, pending,
                                                       on_lanes_of<U>(test), z_of(state, registers)...);

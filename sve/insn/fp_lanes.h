@@ -22,54 +22,56 @@ inline aarch64_decode_rc for_fp_size(unsigned int code, Body body) {
 
 using processor::Piece;
 
-// The host's operations on vectors, where it has them: under the live control, as those on elements.
+// The host's operations on vectors, as far as it has them, as those on elements: on AArch64 under the live control.
 template <class U>
 class pieces_fp {
+  processor::Under under_;
+
  public:
-  using P = Piece<U>;
-  auto add(P a, P b) const { return FPAdd(a, b, live); }
-  auto subtract(P a, P b) const { return FPSub(a, b, live); }
-  auto multiply(P a, P b) const { return FPMul(a, b, live); }
-  auto divide(P a, P b) const { return FPDiv(a, b, live); }
-  auto maximum(P a, P b) const { return FPMax(a, b, live); }
-  auto maximum_number(P a, P b) const { return FPMaxNum(a, b, live); }
-  auto minimum_number(P a, P b) const { return FPMinNum(a, b, live); }
-  auto reciprocal_step(P a, P b) const { return FPRecipStepFused(a, b, live); }
-  auto square_root(P a) const { return FPSqrt(a, live); }
-  auto reciprocal_estimate(P a) const { return FPRecipEstimate(a, live); }
-  auto round_ties_away(P a) const { return FPRoundInt(a, FPRounding_TiesAway, false, live); }
-  auto multiply_add(P c, P a, P b) const { return FPMulAdd(c, a, b, live); }
-  auto multiply_subtract(P c, P a, P b) const { return FPMulAdd(c, FPNeg(a), b, live); }
-  auto negated_multiply_add(P c, P a, P b) const { return FPMulAdd(FPNeg(c), FPNeg(a), b, live); }
-  auto negated_multiply_subtract(P c, P a, P b) const { return FPMulAdd(FPNeg(c), a, b, live); }
-  auto equal(P a, P b) const { return FPCompareEQ(a, b, live); }
-  auto not_equal(P a, P b) const { return !FPCompareEQ(a, b, live); }
-  auto unordered(P a, P b) const { return FPCompareUN(a, b, live); }
-  auto greater_or_equal(P a, P b) const { return FPCompareGE(a, b, live); }
-  auto greater(P a, P b) const { return FPCompareGT(a, b, live); }
-  auto less_or_equal(P a, P b) const { return FPCompareGE(b, a, live); }
-  auto less(P a, P b) const { return FPCompareGT(b, a, live); }
-
- private:
-  static constexpr processor::Live live{};
+  explicit pieces_fp(processor::Under under) : under_(under) {}
+#define PIECES_OPERATION(name, operands, call) \
+  template <class P>                           \
+  auto name operands SVE_RETURNS(call)
+  PIECES_OPERATION(add, (P a, P b), FPAdd(a, b, under_))
+  PIECES_OPERATION(subtract, (P a, P b), FPSub(a, b, under_))
+  PIECES_OPERATION(multiply, (P a, P b), FPMul(a, b, under_))
+  PIECES_OPERATION(divide, (P a, P b), FPDiv(a, b, under_))
+  PIECES_OPERATION(maximum, (P a, P b), FPMax(a, b, under_))
+  PIECES_OPERATION(maximum_number, (P a, P b), FPMaxNum(a, b, under_))
+  PIECES_OPERATION(minimum_number, (P a, P b), FPMinNum(a, b, under_))
+  PIECES_OPERATION(reciprocal_step, (P a, P b), FPRecipStepFused(a, b, under_))
+  PIECES_OPERATION(square_root, (P a), FPSqrt(a, under_))
+  PIECES_OPERATION(reciprocal_estimate, (P a), FPRecipEstimate(a, under_))
+  PIECES_OPERATION(round_ties_away, (P a), FPRoundInt(a, FPRounding_TiesAway, false, under_))
+  PIECES_OPERATION(multiply_add, (P c, P a, P b), FPMulAdd(c, a, b, under_))
+  PIECES_OPERATION(multiply_subtract, (P c, P a, P b), FPMulAdd(c, FPNeg(a), b, under_))
+  PIECES_OPERATION(negated_multiply_add, (P c, P a, P b), FPMulAdd(FPNeg(c), FPNeg(a), b, under_))
+  PIECES_OPERATION(negated_multiply_subtract, (P c, P a, P b), FPMulAdd(FPNeg(c), a, b, under_))
+  PIECES_OPERATION(equal, (P a, P b), FPCompareEQ(a, b, under_))
+  PIECES_OPERATION(not_equal, (P a, P b), !FPCompareEQ(a, b, under_))
+  PIECES_OPERATION(unordered, (P a, P b), FPCompareUN(a, b, under_))
+  PIECES_OPERATION(greater_or_equal, (P a, P b), FPCompareGE(a, b, under_))
+  PIECES_OPERATION(greater, (P a, P b), FPCompareGT(a, b, under_))
+  PIECES_OPERATION(less_or_equal, (P a, P b), FPCompareGE(b, a, under_))
+  PIECES_OPERATION(less, (P a, P b), FPCompareGT(b, a, under_))
+#undef PIECES_OPERATION
 };
 
-// Whether `Op` can be computed on the host's vectors as well: by its instructions, or on lanes of integers.
-template <class U>
-using host_vector = std::conditional_t<processor::exists, Piece<U>, Lanes<U>>;
-template <class U>
-using vector_fp = std::conditional_t<processor::exists, pieces_fp<U>, lanes_fp<U>>;
+// Whether `Op` can be computed on a kind of vectors: by the host's instructions, or on lanes of integers.
+template <class Host, class Element, class Op, class... Sources>
+concept computes_vectors =
+    std::invocable<const Op&, Host&, decltype(static_cast<void>(std::declval<Sources>()), std::declval<Element>())...>;
 template <class U, class Op, class... Sources>
-constexpr bool has_vectors = requires(Op op, vector_fp<U>& host, const Sources*... src) {
-  op(host, (static_cast<void>(src), host_vector<U>())...);
-};
+concept has_pieces = processor::exists && computes_vectors<pieces_fp<U>, Piece<U>, Op, Sources...>;
+template <class U, class Op, class... Sources>
+concept has_lanes = computes_vectors<lanes_fp<U>, Lanes<U>, Op, Sources...>;
 
-// finish(i, mask, op(host, src piece...)) for each piece of a register, with the masks of its active elements. The
-// others compute with 1.0, which raises nothing.
+// finish(i, mask, op(host, src piece...)) for each piece of a register under the live control, with the masks of its
+// active elements. The others compute with 1.0, which raises nothing.
 template <class U, class Op, class Finish, class... Sources>
-inline void on_pieces(const byte* predicate, Op op, Finish finish, const Sources*... src) {
+inline void on_live_pieces(const byte* predicate, Op op, Finish finish, const Sources*... src) {
   static_assert(vector_bytes % 16 == 0);
-  vector_fp<U> host;
+  pieces_fp<U> host{{}};
 #pragma GCC unroll 16
   for (std::size_t i = 0; i < vector_bytes; i += 16) {
     const auto mask = processor::piece_mask<U>(predicate + i);
@@ -78,33 +80,56 @@ inline void on_pieces(const byte* predicate, Op op, Finish finish, const Sources
   }
 }
 
+// The operation as the loops over pieces under a control of their own call it.
+template <class U, class Op>
+struct on_pieces_of {
+  using P = Piece<U>;
+  using Control = processor::Control;
+  Op op;
+  auto operator()(P a, Control& control) const { return called(control, a); }
+  auto operator()(P a, P b, Control& control) const { return called(control, a, b); }
+  auto operator()(P a, P b, P c, Control& control) const { return called(control, a, b, c); }
+  template <class... Operands>
+  auto called(Control& control, Operands... x) const {
+    pieces_fp<U> host(control);
+    return op(host, x...);
+  }
+};
+
 // The operation as the loops over lanes call it.
 template <class U, class Op>
 inline auto on_lanes_of(Op op) {
   return [op](LaneStatus<U>& status, auto... x) {
-    vector_fp<U> host(status);
+    lanes_fp<U> host(status);
     return op(host, x...);
   };
 }
 
-inline ActiveBits active_bytes(const byte* predicate) {
-  return {register_bits(predicate).words, vector_bytes};
-}
+inline ActiveBits active_bytes(const byte* predicate) { return {register_bits(predicate).words, vector_bytes}; }
 
 // dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
 // the end of a register too: what follows it belongs to the state.
 template <class U, class Host, class Op, class... Sources>
 inline void merge_on(Host& host, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
   using Value = fp_value<U>;
-  if constexpr (has_vectors<U, Op, Sources...> && processor::exists) {
-    on_pieces<U>(
+  if constexpr (has_pieces<U, Op, Sources...> && processor::settles_all) {
+    on_live_pieces<U>(
         predicate, op,
         [dst, old](std::size_t i, auto mask, Piece<U> computed) {
           Piece<U>(processor::select<U>(mask, computed.bits, Piece<U>::load(old + i).bits)).store(dst + i);
         },
         src...);
     return;
-  } else if constexpr (has_vectors<U, Op, Sources...>) {
+  } else if constexpr (has_pieces<U, Op, Sources...>) {
+    if (processor::serves(host.control())) [[likely]] {
+      const processor::Raised raised =
+          processor::merge_pieces<U>(host.control(), host.raised_before(), dst, old, processor::ActiveBytes{predicate},
+                                     vector_bytes, processor::harmless<U>, on_pieces_of<U, Op>{op}, src...);
+      if (raised.settled) [[likely]]
+        return host.raise(static_cast<int>(raised.flags));
+    }
+  }
+  if constexpr (has_lanes<U, Op, Sources...>) {
     if (host.rounds_to_nearest()) {
       alignas(normal_lanes::lane_vector_bytes) byte result[normal_lanes::whole_lane_vectors(vector_bytes)];
       PendingElements<U> pending;

@@ -175,6 +175,8 @@ class host_fp {
   explicit host_fp(cpu_state* state) : state_(state), working_(state->fpcr & ~status_bits) {}
   ~host_fp() { state_->fpsr |= working_ & status_bits; }
 
+  FPSCR control() const { return working_ & ~status_bits; }
+  FPSCR raised_before() const { return state_->fpsr; }
   bool rounds_to_nearest() const { return rounding() == FPRounding_TiesEven; }
   void raise(int flags) { working_ |= static_cast<FPSCR>(flags); }
   host_fp(const host_fp&) = delete;

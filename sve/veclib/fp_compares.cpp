@@ -10,13 +10,14 @@ namespace {
 template <class T, class Test, class... Sources>
 processor::Raised compare_by_processor(PredV& r, const PredV& p, CpuContext* ctx, Test test, const Sources&... src) {
   const std::size_t bytes = count<T>(ctx) * sizeof(T);
-  return processor::compare_pieces<T>(ctx->fpcr, r.words, active_bits(p, bytes), bytes, test, src.bytes...);
+  return processor::compare_pieces<T>(ctx->fpcr, ctx->fpsr, r.words, active_bits(p, bytes), bytes, test, src.bytes...);
 }
 template <class T, class Test, class... Sources>
 processor::Raised compare_by_processor(in_place::PredV& r, const in_place::PredV& p, in_place::CpuContext* ctx,
                                        Test test, const Sources&... src) {
   r.bytes = ctx->destination;
-  return processor::compare_pieces<T>(ctx->fpcr, r.bytes, activity(p, vector_bytes), vector_bytes, test, src.bytes...);
+  return processor::compare_pieces<T>(ctx->fpcr, ctx->fpsr, r.bytes, activity(p, vector_bytes), vector_bytes, test,
+                                      src.bytes...);
 }
 
 // The same by the library: bytes of truth, in whole vectors of lanes.
@@ -45,16 +46,20 @@ in_place::PredV of_bytes(const VectorV& truth, const in_place::CpuContext* ctx) 
 template <class T, class Predicate, class Context, class Test, class... Sources>
 Predicate compare(const Predicate& p, Context* ctx, Test test, const Sources&... src) {
   const FPSCR control = ctx->fpcr;
-  if constexpr (processor::exists) {
-    if (processor::computes<T>()) [[likely]] {
+  constexpr bool has_pieces = processor::has_operation<T, Test, Sources...>;
+  if constexpr (has_pieces) {
+    if (processor::computes<T>(control)) [[likely]] {
       Predicate result;
-      status_of(control, compare_by_processor<T>(result, p, ctx, test, src...)).fold_into(ctx);
-      return result;
+      const processor::Raised raised = compare_by_processor<T>(result, p, ctx, test, src...);
+      if (raised.settled) [[likely]] {
+        status_of(control, raised).fold_into(ctx);
+        return result;
+      }
     }
   }
   VectorV truth;
   const std::size_t n = count<T>(ctx);
-  by_library(
+  by_library<has_pieces>(
       [=, to = truth.bytes](const Predicate& under, const auto*... from) {
         return compare_by_library<T>(to, n, under, control, test, from...);
       },
@@ -63,24 +68,24 @@ Predicate compare(const Predicate& p, Context* ctx, Test test, const Sources&...
   return of_bytes(truth, ctx);
 }
 
-constexpr auto eq = [](auto a, auto b, auto& s) { return FPCompareEQ(a, b, s); };
-constexpr auto ne = [](auto a, auto b, auto& s) { return !FPCompareEQ(a, b, s); };
-constexpr auto ge = [](auto a, auto b, auto& s) { return FPCompareGE(a, b, s); };
-constexpr auto gt = [](auto a, auto b, auto& s) { return FPCompareGT(a, b, s); };
-constexpr auto un = [](auto a, auto b, auto& s) { return FPCompareUN(a, b, s); };
-constexpr auto acge = [](auto a, auto b, auto& s) { return FPCompareGE(magnitude_of(a), magnitude_of(b), s); };
-constexpr auto acgt = [](auto a, auto b, auto& s) { return FPCompareGT(magnitude_of(a), magnitude_of(b), s); };
+constexpr auto eq = [](auto a, auto b, auto& s) SVE_RETURNS(FPCompareEQ(a, b, s));
+constexpr auto ne = [](auto a, auto b, auto& s) SVE_RETURNS(!FPCompareEQ(a, b, s));
+constexpr auto ge = [](auto a, auto b, auto& s) SVE_RETURNS(FPCompareGE(a, b, s));
+constexpr auto gt = [](auto a, auto b, auto& s) SVE_RETURNS(FPCompareGT(a, b, s));
+constexpr auto un = [](auto a, auto b, auto& s) SVE_RETURNS(FPCompareUN(a, b, s));
+constexpr auto acge = [](auto a, auto b, auto& s) SVE_RETURNS(FPCompareGE(magnitude_of(a), magnitude_of(b), s));
+constexpr auto acgt = [](auto a, auto b, auto& s) SVE_RETURNS(FPCompareGT(magnitude_of(a), magnitude_of(b), s));
 
 // Against zero.
-constexpr auto eq0 = [](auto a, auto& s) { return FPCompareEQ(a, decltype(a)(0), s); };
-constexpr auto ne0 = [](auto a, auto& s) { return !FPCompareEQ(a, decltype(a)(0), s); };
-constexpr auto ge0 = [](auto a, auto& s) { return FPCompareGE(a, decltype(a)(0), s); };
-constexpr auto gt0 = [](auto a, auto& s) { return FPCompareGT(a, decltype(a)(0), s); };
-constexpr auto le0 = [](auto a, auto& s) { return FPCompareGE(decltype(a)(0), a, s); };
-constexpr auto lt0 = [](auto a, auto& s) { return FPCompareGT(decltype(a)(0), a, s); };
+constexpr auto eq0 = [](auto a, auto& s) SVE_RETURNS(FPCompareEQ(a, decltype(a)(0), s));
+constexpr auto ne0 = [](auto a, auto& s) SVE_RETURNS(!FPCompareEQ(a, decltype(a)(0), s));
+constexpr auto ge0 = [](auto a, auto& s) SVE_RETURNS(FPCompareGE(a, decltype(a)(0), s));
+constexpr auto gt0 = [](auto a, auto& s) SVE_RETURNS(FPCompareGT(a, decltype(a)(0), s));
+constexpr auto le0 = [](auto a, auto& s) SVE_RETURNS(FPCompareGE(decltype(a)(0), a, s));
+constexpr auto lt0 = [](auto a, auto& s) SVE_RETURNS(FPCompareGT(decltype(a)(0), a, s));
 // The 32-bit and 64-bit forms that no row reaches negate the opposite compare, so that a NaN compares true; kept so.
-constexpr auto le0_unreached = [](auto a, auto& s) { return !FPCompareGT(a, decltype(a)(0), s); };
-constexpr auto lt0_unreached = [](auto a, auto& s) { return !FPCompareGE(a, decltype(a)(0), s); };
+constexpr auto le0_unreached = [](auto a, auto& s) SVE_RETURNS(!FPCompareGT(a, decltype(a)(0), s));
+constexpr auto lt0_unreached = [](auto a, auto& s) SVE_RETURNS(!FPCompareGE(a, decltype(a)(0), s));
 
 }  // namespace
 

@@ -15,10 +15,10 @@ T at(const Vector& v, std::size_t i) {
 template <class T>
 constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
 
-constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, b, c, s); });
-constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) { return FPMulAdd(a, FPNeg(b), c, s); });
-constexpr on_lanes product([](auto a, auto b, auto& s) { return FPMul(a, b, s); });
-constexpr on_lanes sum([](auto a, auto b, auto& s) { return FPAdd(a, b, s); });
+constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, b, c, s)));
+constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, FPNeg(b), c, s)));
+constexpr on_lanes product([](auto a, auto b, auto& s) SVE_RETURNS(FPMul(a, b, s)));
+constexpr on_lanes sum([](auto a, auto b, auto& s) SVE_RETURNS(FPAdd(a, b, s)));
 
 // Elements that have a partner.
 template <class T, class Context>

@@ -12,7 +12,7 @@ namespace {
 template <class T, class Vector, class Predicate, class Context>
 auto rounded(const Vector& old, const Predicate& p, const Vector& a, Context* ctx, FPRounding rounding) {
   return fp_unary<T>(old, p, a, ctx,
-                     on_processor([rounding](auto x, auto& s) { return FPRoundInt(x, rounding, false, s); }));
+                     on_processor([rounding](auto x, auto& s) SVE_RETURNS(FPRoundInt(x, rounding, false, s))));
 }
 
 // By the rounding of `fpcr`.
@@ -24,8 +24,8 @@ template <class T>
 T round_exactly(T x, FPSCR& s) {
   return FPRoundInt(x, rounding_of(s), true, s);
 }
-constexpr on_processor by_control([](auto x, auto& s) { return round_by_control(x, s); });
-constexpr on_processor exactly([](auto x, auto& s) { return round_exactly(x, s); });
+constexpr on_processor by_control([](auto x, auto& s) SVE_RETURNS(round_by_control(x, s)));
+constexpr on_processor exactly([](auto x, auto& s) SVE_RETURNS(round_exactly(x, s)));
 
 // ---- Conversions: the low part of each slot, by the sizes of the source and of the result ----
 
@@ -55,25 +55,25 @@ Slot to_integer(Slot x, FPSCR& s) {
 template <class Slot, class From, class To, class Vector, class Predicate, class Context>
 auto converted(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
   return fp_merging_under<Slot>(old, p, ctx, without_half_controls(ctx->fpcr),
-                                on_processor([](auto x, auto& s) { return convert<From, To>(x, s); }), a);
+                                on_processor([](auto x, auto& s) SVE_RETURNS(convert<From, To>(x, s))), a);
 }
 
 // Whether the processor has the conversions between the half format and integers, which not all have.
 template <class Value, class Slot, class Vector, class Predicate, class Context, class Op, class Marked>
 auto converted_where(const Vector& old, const Predicate& p, const Vector& a, Context* ctx, Op op, Marked marked) {
-  if (processor::computes<Value>()) return fp_unary<Slot>(old, p, a, ctx, marked);
+  if (processor::computes<Value>(ctx->fpcr)) return fp_unary<Slot>(old, p, a, ctx, marked);
   return fp_unary<Slot>(old, p, a, ctx, op);
 }
 
 template <class Slot, class Integer, class To, class Vector, class Predicate, class Context>
 auto converted_from(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
-  const auto op = [](auto x, auto& s) { return from_integer<Integer, To>(x, s); };
+  const auto op = [](auto x, auto& s) SVE_RETURNS(from_integer<Integer, To>(x, s));
   return converted_where<To, Slot>(old, p, a, ctx, op, on_processor<decltype(op), true>(op));
 }
 
 template <class Slot, class From, class Integer, class Vector, class Predicate, class Context>
 auto converted_to(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
-  const auto op = [](auto x, auto& s) { return to_integer<From, Integer>(x, s); };
+  const auto op = [](auto x, auto& s) SVE_RETURNS(to_integer<From, Integer>(x, s));
   return converted_where<From, unsigned_of<Slot>>(old, p, a, ctx, op, on_processor(op));
 }
 

@@ -57,16 +57,17 @@ template <class Body, class... Arguments>
 [[gnu::noinline]] auto out_of_line(Body body, Arguments... arguments) {
   return body(arguments...);
 }
-template <class Body, class... Arguments>
+template <bool besides_processor, class Body, class... Arguments>
 inline auto by_library(Body body, const Arguments&... arguments) {
-  if constexpr (processor::exists)
+  if constexpr (besides_processor)
     return out_of_line(body, arguments...);
   else
     return body(arguments...);
 }
 
-/// Marks an operation that the host's processor computes as well: op(x..., status) with x an element and an `FPSCR&`,
-/// or with x of `processor::Piece` and their `processor::Control`. Its operands are floating-point values, or integers.
+/// Marks an operation that the host's processor may compute as well: op(x..., status) with x an element and an
+/// `FPSCR&`, or with x of `processor::Piece` and their `processor::Control`. Its operands are floating-point values, or
+/// integers.
 template <class Op, bool of_integers = false>
 struct on_processor : Op {
   explicit constexpr on_processor(Op op) : Op(op) {}
@@ -172,17 +173,20 @@ template <class T, class Vector, class Predicate, class Context, class Op, class
 inline auto fp_merged(std::size_t n, const Vector& old, const Predicate& p, Context* context, FPSCR control, Op op,
                       const Sources&... src) {
   return element_wise(context, [&](byte* r) {
-    if constexpr (processor::exists && runs_on_processor<Op>) {
-      if (processor::computes<T>()) [[likely]] {
+    constexpr bool has_pieces = runs_on_processor<Op> && processor::has_operation<T, Op, Sources...>;
+    if constexpr (has_pieces) {
+      if (processor::computes<T>(control)) [[likely]] {
         const processor::Raised raised =
-            processor::merge_pieces<T>(control, r, old.bytes, activity(p, n * sizeof(T)), n * sizeof(T),
+            processor::merge_pieces<T>(control, context->fpsr, r, old.bytes, activity(p, n * sizeof(T)), n * sizeof(T),
                                        Op::template inactive<T>, op, src.bytes...);
-        status_of(control, raised).fold_into(context);
-        return;
+        if (raised.settled) [[likely]] {
+          status_of(control, raised).fold_into(context);
+          return;
+        }
       }
     }
     library_result(context, r, [&](byte* to) {
-      return by_library(
+      return by_library<has_pieces>(
           [=](const Predicate& under, const byte* kept, const auto*... from) {
             return fp_merged_by_library<T>(to, n, kept, under, control, op, from...);
           },

@@ -7,6 +7,12 @@ using namespace sve::veclib;
 
 namespace {
 
+constexpr auto sum = [](auto a, auto b, auto& s) SVE_RETURNS(FPAdd(a, b, s));
+constexpr auto maximum = [](auto a, auto b, auto& s) SVE_RETURNS(FPMax(a, b, s));
+constexpr auto minimum = [](auto a, auto b, auto& s) SVE_RETURNS(FPMin(a, b, s));
+constexpr auto maximum_number = [](auto a, auto b, auto& s) SVE_RETURNS(FPMaxNum(a, b, s));
+constexpr auto minimum_number = [](auto a, auto b, auto& s) SVE_RETURNS(FPMinNum(a, b, s));
+
 // Elements beyond the vector, up to the next power of two, and inactive ones are the pad value, and take part in every
 // round like all others; pads raise nothing.
 template <class T>
@@ -32,18 +38,22 @@ T tree(const Predicate& p, const Vector& a, Context* ctx, T pad, Op op) {
   std::size_t width = 1;
   while (width < n) width *= 2;
   const FPSCR fpcr = ctx->fpcr;
-  if constexpr (processor::exists) {
-    if (processor::computes<T>()) [[likely]] {
-      processor::Control control(fpcr);
+  constexpr bool has_pieces = processor::has_operation<T, Op, T, T>;
+  if constexpr (has_pieces) {
+    if (processor::computes<T>(fpcr)) [[likely]] {
+      processor::Control control(fpcr, ctx->fpsr);
       const T result =
           processor::reduce_pieces<T>(control, a.bytes, activity(p, n * sizeof(T)), n * sizeof(T), width, pad, op);
-      status_of(fpcr, {control.raised(), width > 1}).fold_into(ctx);
-      return result;
+      if (control.settled()) [[likely]] {
+        status_of(fpcr, {control.raised(), width > 1}).fold_into(ctx);
+        return result;
+      }
     }
   }
-  const auto r = by_library([=](const Predicate& under,
-                                const byte* from) { return tree_by_library<T>(under, from, n, width, fpcr, pad, op); },
-                            p, static_cast<const byte*>(a.bytes));
+  const auto r =
+      by_library<has_pieces>([=](const Predicate& under,
+                                 const byte* from) { return tree_by_library<T>(under, from, n, width, fpcr, pad, op); },
+                             p, static_cast<const byte*>(a.bytes));
   r.status.fold_into(ctx);
   return r.value;
 }
@@ -61,21 +71,24 @@ T ordered_sum(const Predicate& p, std::uint64_t start, const Vector& a, Context*
   const std::size_t n = count<T>(ctx);
   const T first = static_cast<T>(start);
   const FPSCR fpcr = ctx->fpcr;
-  if constexpr (processor::exists) {
-    if (processor::computes<T>()) [[likely]] {
-      processor::Control control(fpcr);
-      processor::Piece<T> sum(first);
+  constexpr bool has_pieces = processor::has_operation<T, decltype(sum), T, T>;
+  if constexpr (has_pieces) {
+    if (processor::computes<T>(fpcr)) [[likely]] {
+      processor::Control control(fpcr, ctx->fpsr);
+      processor::Piece<T> total(first);
       bool any = false;
       for (std::size_t i = 0; i < n; ++i)
         if (active<T>(p, i)) {
-          sum = add_first(sum, load<T>(a.bytes, i), control);
+          total = add_first(total, load<T>(a.bytes, i), control);
           any = true;
         }
-      status_of(fpcr, {control.raised(), any}).fold_into(ctx);
-      return sum.bits[0];
+      if (control.settled()) [[likely]] {
+        status_of(fpcr, {control.raised(), any}).fold_into(ctx);
+        return total.bits[0];
+      }
     }
   }
-  const auto r = by_library(
+  const auto r = by_library<has_pieces>(
       [=](const Predicate& under, const byte* from) { return ordered_sum_by_library<T>(under, first, from, n, fpcr); },
       p, static_cast<const byte*>(a.bytes));
   r.status.fold_into(ctx);
@@ -88,12 +101,6 @@ template <class T>
 constexpr T minus_infinity = FPNeg(Format<T>::infinity);
 template <class T>
 constexpr T default_nan = Format<T>::default_nan;
-
-constexpr auto sum = [](auto a, auto b, auto& s) { return FPAdd(a, b, s); };
-constexpr auto maximum = [](auto a, auto b, auto& s) { return FPMax(a, b, s); };
-constexpr auto minimum = [](auto a, auto b, auto& s) { return FPMin(a, b, s); };
-constexpr auto maximum_number = [](auto a, auto b, auto& s) { return FPMaxNum(a, b, s); };
-constexpr auto minimum_number = [](auto a, auto b, auto& s) { return FPMinNum(a, b, s); };
 
 }  // namespace
 
