@@ -46,7 +46,7 @@ set(SVE_MAIN_BUILD [==[${PROJECT_BINARY_DIR}]==] CACHE PATH \"\" FORCE)
     DEPENDS ${folder}/CMakeCache.txt
     COMMENT "Building for ${length} bits" VERBATIM USES_TERMINAL)
 
-  foreach(component library development runner)
+  foreach(component library development runner Unspecified)
     install(CODE "
       set(strip)
       if(CMAKE_INSTALL_DO_STRIP)
