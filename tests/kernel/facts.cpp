@@ -281,10 +281,10 @@ void on_stack(std::size_t size, unsigned flags) {
           stack_t now{};
           sigaltstack(nullptr, &now);
           static char line[200];
-          const int length = std::snprintf(
+          const int written = std::snprintf(
               line, sizeof line, "inside %#x %zu, frame says %#x %zu; ", static_cast<unsigned>(now.ss_flags),
               now.ss_size, static_cast<unsigned>(context->uc_stack.ss_flags), context->uc_stack.ss_size);
-          if (write(1, line, static_cast<std::size_t>(length)) < 0) _exit(1);
+          if (write(1, line, static_cast<std::size_t>(written)) < 0) _exit(1);
         },
         SA_ONSTACK);
     static unsigned char out[4096];

@@ -179,27 +179,6 @@ class Programs : public testing::Test {
   // A program's head and its one segment, the loader's name.
   static std::string elf(unsigned machine, const std::string& loader, unsigned char data = ELFDATA2LSB) {
     Elf64_Ehdr header{};
-
-// Of several lengths the one that is asked for, in the first place that has it; otherwise one line that names them.
-TEST_F(Programs, LibrariesAreFoundByTheirLength) {
-  const std::filesystem::path first = directory, second = first / "lib";
-  std::filesystem::create_directory(second);
-  for (const char* name : {"libsve_run_256.so", "lib/libsve_run_256.so", "lib/libsve_run_1024.so", "lib/libsve_run_x.so",
-                           "lib/libsve_run_512.so-gdb.py", "lib/libsve_stats_128.so"})
-    file(name, "");
-  const auto find = [&](const char* bits) { return find_library({first, second}, "libsve_run_", bits, "remedy"); };
-  EXPECT_EQ(find("256").path, (first / "libsve_run_256.so").string());
-  EXPECT_EQ(find("1024").path, (second / "libsve_run_1024.so").string());
-  for (const char* bits : {"512", "", "../lib/libsve_run_256"}) {
-    EXPECT_EQ(find(bits).status, 125) << bits;
-    EXPECT_NE(find(bits).error.find("only for 256, 1024"), std::string::npos) << find(bits).error;
-  }
-  const finding none = find_library({first / "nonesuch"}, "libsve_run_", "256", "remedy");
-  EXPECT_EQ(none.status, 125);
-  EXPECT_EQ(none.error, "libsve_run_256.so: remedy");
-  EXPECT_EQ(length_in("/a/libasan.so:/b/libsve_run_256.so:/c/libsve_run_128.so", "libsve_run_"), "256");
-  EXPECT_EQ(length_in("/a/libasan.so", "libsve_run_"), "");
-}
     std::memcpy(header.e_ident, ELFMAG, SELFMAG);
     header.e_ident[EI_CLASS] = ELFCLASS64;
     header.e_ident[EI_DATA] = data;
@@ -222,6 +201,27 @@ TEST_F(Programs, LibrariesAreFoundByTheirLength) {
 };
 
 constexpr char loader[] = "/lib/ld-linux-aarch64.so.1";
+
+// Of several lengths the one that is asked for, in the first place that has it; otherwise one line that names them.
+TEST_F(Programs, LibrariesAreFoundByTheirLength) {
+  const std::filesystem::path first = directory, second = first / "lib";
+  std::filesystem::create_directory(second);
+  for (const char* name : {"libsve_run_256.so", "lib/libsve_run_256.so", "lib/libsve_run_1024.so", "lib/libsve_run_x.so",
+                           "lib/libsve_run_512.so-gdb.py", "lib/libsve_stats_128.so"})
+    file(name, "");
+  const auto find = [&](const char* bits) { return find_library({first, second}, "libsve_run_", bits, "remedy"); };
+  EXPECT_EQ(find("256").path, (first / "libsve_run_256.so").string());
+  EXPECT_EQ(find("1024").path, (second / "libsve_run_1024.so").string());
+  for (const char* bits : {"512", "", "../lib/libsve_run_256"}) {
+    EXPECT_EQ(find(bits).status, 125) << bits;
+    EXPECT_NE(find(bits).error.find("only for 256, 1024"), std::string::npos) << find(bits).error;
+  }
+  const finding none = find_library({first / "nonesuch"}, "libsve_run_", "256", "remedy");
+  EXPECT_EQ(none.status, 125);
+  EXPECT_EQ(none.error, "libsve_run_256.so: remedy");
+  EXPECT_EQ(length_in("/a/libasan.so:/b/libsve_run_256.so:/c/libsve_run_128.so", "libsve_run_"), "256");
+  EXPECT_EQ(length_in("/a/libasan.so", "libsve_run_"), "");
+}
 
 TEST_F(Programs, AreFoundAsTheShellFindsThem) {
   std::filesystem::create_directory(directory + "/sub");
