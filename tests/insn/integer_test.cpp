@@ -89,7 +89,7 @@ void check_division_edges() {
     v.fill(b);
     put(state.z[1], v);
     function(&state, z_tied(0, size_code<T>), merging(0), z(1, size_code<T>));
-    return elements<S>(state.z[0])[3];
+    return elements<S>(state.z[0]).back();
   };
   EXPECT_EQ(divide(sve_sdiv_zpz, low, -1), low);
   EXPECT_EQ(divide(sve_sdiv_zpz, 17, 0), 0);
