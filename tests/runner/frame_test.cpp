@@ -30,6 +30,8 @@ using namespace sve_instructions;
 
 const unsigned quadwords = static_cast<unsigned>(vector_bytes / 16);
 const std::size_t sve_size = (SVE_SIG_CONTEXT_SIZE(quadwords) + 15) / 16 * 16;
+// Whether the vectors' record has room beside that of the V registers.
+const bool fits = sizeof(fpsimd_context) + sve_size + 64 <= sizeof(mcontext_t::__reserved);
 
 // The records of a frame, in order; those of the extra space follow its own.
 struct record {
@@ -123,7 +125,6 @@ TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
     EXPECT_EQ(predicate[i], 0x5555);
     EXPECT_EQ(ffr[i], 0xffff);
   }
-  const bool fits = sizeof(fpsimd_context) + sve_size + 64 <= sizeof(mcontext_t::__reserved);
   EXPECT_EQ(order, fits ? (std::vector<std::uint32_t>{FPSIMD_MAGIC, SVE_MAGIC, 0})
                         : (std::vector<std::uint32_t>{FPSIMD_MAGIC, EXTRA_MAGIC, SVE_MAGIC, 0}));
 }
@@ -157,7 +158,7 @@ TEST_F(Frames, WithoutVectorsClearThem) {
     const _aarch64_ctx none = {}, head = {SVE_MAGIC, sizeof(sve_context)};
     if (whole) {
       // The record of the V registers alone, as a program writes that knows no other.
-      std::memcpy(record_of(raw, EXTRA_MAGIC), &none, sizeof none);
+      std::memcpy(fits ? at : record_of(raw, EXTRA_MAGIC), &none, sizeof none);
       return;
     }
     std::memcpy(at, &head, sizeof head);
@@ -208,11 +209,13 @@ TEST_F(Frames, OfAThreadWithoutSveHoldAHeadAlone) {
 TEST_F(Frames, ThatAreForgedAreRefused) {
   static void (*forge)(void* raw);
   static void (*const forgeries[])(void*) = {
-      [](void* raw) { sve_record(raw)[8] = 128; },                                       // another length
-      [](void* raw) { sve_record(raw)[10] = SVE_SIG_FLAG_SM; },                          // streaming mode
-      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\x20\0\0\0", 4); },              // too short
-      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\0\0\1\0", 4); },                // beyond the end
-      [](void* raw) { std::memcpy(record_of(raw, EXTRA_MAGIC) + 8, "\x08\0\0\0", 4); },  // elsewhere
+      [](void* raw) { sve_record(raw)[8] = 128; },                           // another length
+      [](void* raw) { sve_record(raw)[10] = SVE_SIG_FLAG_SM; },              // streaming mode
+      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\x20\0\0\0", 4); },  // too short
+      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\0\0\1\0", 4); },    // beyond the end
+      [](void* raw) {
+        std::memcpy((fits ? sve_record(raw) : record_of(raw, EXTRA_MAGIC)) + 8, "\x08\0\0\0", 4);
+      },                                                                                 // elsewhere
       [](void* raw) { std::memcpy(record_of(raw, FPSIMD_MAGIC), "none", 4); },           // no V registers
       [](void* raw) { std::memcpy(records(raw).back().at, "more", 4); },                 // a kind that there is not
       [](void* raw) { std::memcpy(sve_record(raw), record_of(raw, FPSIMD_MAGIC), 8); },  // twice the same
@@ -235,9 +238,11 @@ TEST_F(Frames, ThatAreForgedAreRefused) {
 }
 
 TEST_F(Frames, TheirRoomIsTold) {
-  EXPECT_EQ(getauxval(51), 5072u);  // AT_MINSIGSTKSZ
-  EXPECT_GE(sysconf(_SC_MINSIGSTKSZ), 5072);
-  EXPECT_GE(sysconf(_SC_SIGSTKSZ), 4 * 5072);
+  // Where the vectors are in the extra space, they take it beside what a frame has without them.
+  const unsigned long room = fits ? 4720 : 1232 + sve_size;
+  EXPECT_EQ(getauxval(51), room);  // AT_MINSIGSTKSZ
+  EXPECT_GE(sysconf(_SC_MINSIGSTKSZ), static_cast<long>(room));
+  EXPECT_GE(sysconf(_SC_SIGSTKSZ), 4 * static_cast<long>(room));
 }
 
 // A stack with memory of a known pattern below it.
@@ -444,7 +449,7 @@ TEST_F(Frames, ATrapTakesNothingFromTheStack) {
                : "=&r"(bytes)
                : "r"(pages + 4096 + 16)
                : "x19", "memory");
-  EXPECT_EQ(bytes, 225u);
+  EXPECT_EQ(bytes, 2 * vector_bytes + 1);
   // Nor from below its end: red zones, as hand-written code has them, stay.
   std::memset(pages + 4096, 0x5a, 4096);
   asm volatile(SVE_ASM("mov x19, sp\n mov sp, %1\n cntb %0\n mov sp, x19\n")

@@ -67,15 +67,15 @@ TEST(Sites, AreBranchesAfterTheFirstVisit) {
   for (int i = 0; i < 3; ++i) code[i] = incb_x0;
   code[3] = ret;
   code.make_executable();
-  EXPECT_EQ(code.call(0), 336u);
+  EXPECT_EQ(code.call(0), 3 * vector_bytes);
   EXPECT_EQ(is_branch(code[0]), patches());
   EXPECT_EQ(code[1], incb_x0);
-  EXPECT_EQ(code.call(0, 1), 337u);
+  EXPECT_EQ(code.call(0, 1), 3 * vector_bytes + 1);
   // In the middle there is another site.
-  EXPECT_EQ(code.call(1), 224u);
+  EXPECT_EQ(code.call(1), 2 * vector_bytes);
   EXPECT_EQ(is_branch(code[1]), patches());
-  EXPECT_EQ(code.call(0), 336u);
-  EXPECT_EQ(code.call(1), 224u);
+  EXPECT_EQ(code.call(0), 3 * vector_bytes);
+  EXPECT_EQ(code.call(1), 2 * vector_bytes);
 }
 
 TEST(Sites, CodeThatBecomesWritableIsTheProgramsOwnAgain) {
@@ -84,7 +84,7 @@ TEST(Sites, CodeThatBecomesWritableIsTheProgramsOwnAgain) {
   code[1] = incb_x0;
   code[2] = ret;
   code.make_executable();
-  EXPECT_EQ(code.call(0), 224u);
+  EXPECT_EQ(code.call(0), 2 * vector_bytes);
   code.make(PROT_READ | PROT_WRITE);
   EXPECT_EQ(code[0], incb_x0);
   code[1] = ret;  // the second word alone changes
