@@ -173,7 +173,7 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
   for (const contiguous_form& f : store_forms) {
     std::memset(memory.begin(), 0, test::page);
     for (std::size_t i = 0; i < vector_bytes; ++i) state.z[4][i] = static_cast<std::uint8_t>(i + 1);
-    const unsigned fitting = 3;  // elements below the page end
+    const unsigned fitting = std::min<unsigned>(3, vector_bytes / f.element - 1);  // elements below the page end
     state.x[2] = memory.end_address(fitting * f.memory);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
     EXPECT_EQ(result.signal, SIGSEGV) << f.name;
