@@ -1,5 +1,5 @@
 // Time of every row's handler, by name, with the decode searches, the fixed cost of a library handler, and a plain
-// 112-byte load-load-store and plain copies beside them.
+// load-load-store of a register and plain copies beside them.
 #include <benchmark/benchmark.h>
 
 #include "bench/row_case.h"

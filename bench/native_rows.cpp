@@ -40,8 +40,8 @@ run_native:
 #define PTRUE(n) "  ptrue p" #n ".b\n"
     PTRUE(0) PTRUE(1) PTRUE(2) PTRUE(3) PTRUE(4) PTRUE(5) PTRUE(6) PTRUE(7) PTRUE(8) PTRUE(9) PTRUE(10) PTRUE(11)
         PTRUE(12) PTRUE(13) PTRUE(14) PTRUE(15) R"(
-  ldr x1, [x20, #448]
-  ldr x2, [x20, #456]
+  addvl x3, x20, #4
+  ldp x1, x2, [x3]
   blr x21
   ldp d14, d15, [sp, 96]
   ldp d12, d13, [sp, 80]
@@ -53,7 +53,7 @@ run_native:
   ret
 )");
 
-static_assert(offsetof(bench::registers, x1) == 448);
+static_assert(offsetof(bench::registers, x1) == 4 * sve::vector_bytes);
 
 namespace {
 

@@ -32,8 +32,9 @@ inline void map_window() {
 
 /// What the registers of a case hold. Zd, Zdn and Pd are 0, Zn and Rn 1, Zm and Rm 2, the governing predicate is P1.
 struct registers {
-  alignas(16) std::uint8_t z[4][112];  ///< Z3 keeps a copy of Z0, to which floating-point cases return after each word
-  std::uint64_t x1, x2;                ///< base inside the window, index
+  alignas(16) std::uint8_t
+      z[4][sve::vector_bytes];  ///< Z3 keeps a copy of Z0, to which floating-point cases return after each word
+  std::uint64_t x1, x2;         ///< base inside the window, index
 };
 
 struct row_case {
@@ -44,7 +45,7 @@ struct row_case {
 
 template <class T, class Next>
 void fill(std::uint8_t* z, Next next) {
-  for (std::size_t i = 0; i < 112 / sizeof(T); ++i) {
+  for (std::size_t i = 0; i < sve::lanes<T>; ++i) {
     const T value = static_cast<T>(next());
     std::memcpy(z + i * sizeof(T), &value, sizeof value);
   }

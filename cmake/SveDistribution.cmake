@@ -1,8 +1,4 @@
 # Packages: `cmake --build BUILD --target package` makes Debian's and a tarball that can be unpacked anywhere.
-if(NOT PROJECT_IS_TOP_LEVEL)
-  return()
-endif()
-
 set(components library development)
 if(TARGET sve-run)
   list(APPEND components runner)
@@ -64,7 +60,11 @@ debian_package(development libsve-stats-896-dev libdevel "${library_package} (= 
   "Headers, a CMake package and a pkg-config file for libsve_stats_896, and the\nreference of its operations.")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers ${PROJECT_BINARY_DIR}/shlibs)
 file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
-file(WRITE ${PROJECT_BINARY_DIR}/shlibs "libsve_stats_896 ${PROJECT_VERSION_MAJOR} ${library_package}\n")
+set(libraries "")
+foreach(length ${SVE_VECTOR_BITS} ${further_lengths})
+  string(APPEND libraries "libsve_stats_${length} ${PROJECT_VERSION_MAJOR} ${library_package}\n")
+endforeach()
+file(WRITE ${PROJECT_BINARY_DIR}/shlibs "${libraries}")
 if(TARGET sve-run)
   set(CPACK_DEBIAN_RUNNER_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
   install(FILES ${PROJECT_SOURCE_DIR}/cmake/sve-run.lintian-overrides RENAME sve-run
@@ -72,7 +72,7 @@ if(TARGET sve-run)
   set(CPACK_DEBIAN_RUNNER_PACKAGE_RECOMMENDS sve-report)
   debian_package(runner sve-run utils "${c_library}"
     "runs AArch64 programs that use SVE on processors without it"
-    "Serves each SVE instruction of an unmodified program by a software model with a\nvector length of 896 bits, exact to the bit; all others run natively.")
+    "Serves each SVE instruction of an unmodified program by a software model with a\nvector length of 896 bits, or another that is asked for, exact to the bit; all others run natively.")
 endif()
 if(TARGET sve-report)
   debian_package(report sve-report utils "${c_library}, ${cxx_library}, libdw1 (>= 0.188), libelf1 (>= 0.188)"

@@ -3,9 +3,19 @@
 option(SVE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(SVE_HOST_ARCH_FLAGS "On x86-64 build for AVX2 and its companions (x86-64-v3)" OFF)
 
+# The vector length is a header, so that what is installed has it too.
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/include/sve/state/built_length.h CONTENT
+  "// The vector length that this model is built for.\n#pragma once\n#define SVE_VECTOR_BITS @SVE_VECTOR_BITS@\n" @ONLY)
+# Beside those of another length.
+set(SVE_INCLUDE_FOLDER ${CMAKE_INSTALL_INCLUDEDIR})
+if(SVE_MAIN_BUILD)
+  string(APPEND SVE_INCLUDE_FOLDER /${SVE_LIBRARY})
+endif()
+
 add_library(sve_options INTERFACE)
 target_include_directories(sve_options INTERFACE
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
+  $<INSTALL_INTERFACE:${SVE_INCLUDE_FOLDER}>)
 target_compile_features(sve_options INTERFACE cxx_std_20)
 
 add_library(sve_warnings INTERFACE)
@@ -47,6 +57,11 @@ set(sve_merged_object ${PROJECT_BINARY_DIR}/sve_model.o)
 if(SVE_MERGE_MODEL)
   add_link_options(-fno-lto)
 endif()
+# At a further length everything links the whole model; leaving ordinary code away takes a third of the time.
+set(ordinary_code -ffat-lto-objects)
+if(SVE_MAIN_BUILD)
+  set(ordinary_code -fno-fat-lto-objects)
+endif()
 
 # sve_layer(NAME SOURCES... BELOW layers...)
 function(sve_layer name)
@@ -56,7 +71,7 @@ function(sve_layer name)
     target_link_libraries(${name} PUBLIC sve_options ${arg_BELOW}
                           PRIVATE $<BUILD_INTERFACE:sve_warnings> $<BUILD_INTERFACE:sve_model_flags>)
     if(SVE_MERGE_MODEL AND name IN_LIST sve_merged_layers)
-      target_compile_options(${name} PRIVATE -flto -ffat-lto-objects)
+      target_compile_options(${name} PRIVATE -flto ${ordinary_code})
     endif()
   else()
     add_library(${name} INTERFACE)

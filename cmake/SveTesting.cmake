@@ -25,7 +25,7 @@ function(sve_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest_main sve_warnings)
   sve_link_whole_model(${name})
-  add_test(NAME ${name} COMMAND ${name} ${arg_ARGS})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}"
+  add_test(NAME ${SVE_TEST_PREFIX}${name} COMMAND ${name} ${arg_ARGS})
+  set_tests_properties(${SVE_TEST_PREFIX}${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}"
                        SKIP_REGULAR_EXPRESSION "${SVE_SKIPPED}")
 endfunction()

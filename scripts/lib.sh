@@ -43,7 +43,8 @@ need() {
 # What building takes, tests and benchmarks included.
 install_build_tools() {
   need g++ cmake ninja-build ccache binutils pkg-config git python3 \
-    libgtest-dev libbenchmark-dev libcli11-dev libdw-dev nlohmann-json3-dev python3-jsonschema chromium-headless-shell
+    libgtest-dev libbenchmark-dev libcli11-dev libdw-dev nlohmann-json3-dev clang \
+    python3-jsonschema chromium-headless-shell
   if [[ $machine == x86_64 ]]; then
     need gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest
     fetch_libraries build/arm64 || say "No libraries for AArch64: sve-report is not built for it"
@@ -147,6 +148,12 @@ register_emulator() {
 }
 
 jobs=$(nproc)
+
+# The emulated processor that has SVE at $1 bits, for qemu-aarch64's -cpu.
+processor_with_sve() { echo "max,sve$1=on,sve-default-vector-length=$(($1 / 8)),sme=off"; }
+
+# What a build tree is configured for, in bits.
+vector_bits() { sed -n 's/^SVE_VECTOR_BITS:.*=//p' "build/$1/CMakeCache.txt"; }
 
 # build PRESET [TARGET...]
 build() {

@@ -31,6 +31,10 @@ namespace normal_lanes {
 
 /// Bytes of the vectors that lanes are computed in: those of the host, as far as they are used.
 inline constexpr std::size_t lane_vector_bytes = __BIGGEST_ALIGNMENT__ >= 32 ? 32 : 16;
+/// `bytes` and what vectors of lanes take beyond.
+constexpr std::size_t whole_lane_vectors(std::size_t bytes) {
+  return (bytes + lane_vector_bytes - 1) / lane_vector_bytes * lane_vector_bytes;
+}
 
 /// Elements of a format T, each in a word wide enough for the product of two significands of up to single precision.
 template <class T>

@@ -232,14 +232,21 @@ aarch64_decode_rc sve_str_zri(cpu_state* state, aarch64_z_reg zt, aarch64_i_rsp_
   return executed;
 }
 
-// A packed predicate is 14 bytes, moved as two overlapping 8-byte accesses at bytes 0 and 6: no byte beyond is touched.
-static_assert(predicate_bytes == 14);
+// A packed predicate is moved in words of 8 bytes. Where its bytes are no multiple of that the last word is read and
+// written again over the end of the one before it: no byte beyond is touched.
+inline constexpr std::size_t whole_words = predicate_bytes / 8, bytes_over = predicate_bytes % 8;
 
 // ldr Pt, [Xn|SP, #imm, mul vl]
 aarch64_decode_rc sve_ldr_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
-  const std::uint64_t low = read_memory<std::uint64_t>(address), high = read_memory<std::uint64_t>(address + 6);
-  register_bits(low, high >> 16).spread(p_of(state, pt));
+  predicate_words packed{};
+#pragma GCC unroll 4
+  for (std::size_t w = 0; w < whole_words; ++w) packed.words[w] = read_memory<std::uint64_t>(address + 8 * w);
+  if constexpr (whole_words == 0)
+    std::memcpy(packed.words, reinterpret_cast<const void*>(address), bytes_over);
+  else if constexpr (bytes_over != 0)
+    packed.words[whole_words] = read_memory<std::uint64_t>(address + predicate_bytes - 8) >> (64 - 8 * bytes_over);
+  unpack_register(packed.words, p_of(state, pt));
   return executed;
 }
 
@@ -247,7 +254,12 @@ aarch64_decode_rc sve_ldr_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_
 aarch64_decode_rc sve_str_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
   const register_bits packed(p_of(state, pt));
-  write_memory(address, packed.low);
-  write_memory(address + 6, packed.high << 16 | packed.low >> 48);
+#pragma GCC unroll 4
+  for (std::size_t w = 0; w < whole_words; ++w) write_memory(address + 8 * w, packed.words[w]);
+  if constexpr (whole_words == 0)
+    std::memcpy(reinterpret_cast<void*>(address), packed.words, bytes_over);
+  else if constexpr (bytes_over != 0)
+    write_memory(address + predicate_bytes - 8, packed.words[whole_words] << (64 - 8 * bytes_over) |
+                                                    packed.words[whole_words - 1] >> (8 * bytes_over));
   return executed;
 }

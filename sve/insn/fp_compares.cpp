@@ -24,7 +24,7 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
     using U = decltype(element);
     using Value = fp_value<U>;
     host_fp host(state);
-    alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
+    alignas(normal_lanes::lane_vector_bytes) byte result[normal_lanes::whole_lane_vectors(vector_bytes)];
     const byte* predicate = p_of(state, pg);
     const auto one = [&](std::size_t i) {
       store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);

@@ -72,7 +72,7 @@ template <class U, class Op, class Finish, class... Sources>
 inline void on_live_pieces(const byte* predicate, Op op, Finish finish, const Sources*... src) {
   static_assert(vector_bytes % 16 == 0);
   pieces_fp<U> host{{}};
-#pragma GCC unroll 7
+#pragma GCC unroll 16
   for (std::size_t i = 0; i < vector_bytes; i += 16) {
     const auto mask = processor::piece_mask<U>(predicate + i);
     const Piece<U> inactive(processor::harmless<U>);
@@ -105,11 +105,7 @@ inline auto on_lanes_of(Op op) {
   };
 }
 
-inline ActiveBits active_bytes(const byte* predicate) {
-  const register_bits bits(predicate);
-  const std::uint64_t words[] = {bits.low, bits.high};
-  return {words, vector_bytes};
-}
+inline ActiveBits active_bytes(const byte* predicate) { return {register_bits(predicate).words, vector_bytes}; }
 
 // dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
 // the end of a register too: what follows it belongs to the state.
@@ -135,7 +131,7 @@ inline void merge_on(Host& host, byte* dst, const byte* old, const byte* predica
   }
   if constexpr (has_lanes<U, Op, Sources...>) {
     if (host.rounds_to_nearest()) {
-      alignas(normal_lanes::lane_vector_bytes) byte result[std::bit_ceil(vector_bytes)];
+      alignas(normal_lanes::lane_vector_bytes) byte result[normal_lanes::whole_lane_vectors(vector_bytes)];
       PendingElements<U> pending;
       const LaneOutcome outcome =
           merge_on_lanes<U>(result, old, active_bytes(predicate), lanes<U>, pending, on_lanes_of<U>(op), src...);

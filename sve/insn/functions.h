@@ -21,7 +21,8 @@
 #undef SVE_STUBS
 #undef SVE_DECLARE_FUNCTION
 
-/// Interleaves of 112-byte buffers in units of `1 << es` bytes, shared by the Z and the P forms of an instruction.
+/// Interleaves of buffers of a register's size in units of `1 << es` bytes, shared by the Z and the P forms of an
+/// instruction.
 void sve_zip1(char* dst, char* a, char* b, element_size es);
 void sve_zip2(char* dst, char* a, char* b, element_size es);
 void sve_uzp1(char* dst, char* a, char* b, element_size es);

@@ -95,7 +95,7 @@ aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg 
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
   const byte_piece one = byte_piece{} + byte{1};
-#pragma GCC unroll 7
+#pragma GCC unroll 16
   for (std::size_t i = 0; i < register_pieces; ++i) {
     const byte_piece active = load_piece(predicate + 16 * i), taken = active & one & piece_below(end, i);
     const byte_piece kept = reinterpret_cast<byte_piece>((active & one) == 0) & load_piece(dst + 16 * i);

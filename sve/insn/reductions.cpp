@@ -49,7 +49,7 @@ aarch64_decode_rc sve_uaddv_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg
     using T = decltype(element);
     const byte* predicate = p_of(state, pg);
     const byte* src = z_of(state, zn);
-    // The sum of 112 elements of up to 16 bits fits 32 bits.
+    // The sum of a register's elements of up to 16 bits fits 32 bits.
     using Sum = std::conditional_t<sizeof(T) <= 2, std::uint32_t, std::uint64_t>;
     Sum sum = 0;
     for (std::size_t i = 0; i < lanes<T>; ++i) sum += static_cast<Sum>(load<T>(src, i) & active_mask<T>(predicate, i));

@@ -48,6 +48,14 @@ std::size_t read_elements(byte* to, const byte* predicate, u64 start, std::size_
   return n;
 }
 
+// All elements' memory, if all of it can be read at once. What is less than a word is left to reads by element.
+template <class T, class M>
+bool copy_span(byte* span, u64 start) {
+  constexpr std::size_t bytes = lanes<T> * sizeof(M);
+  if constexpr (bytes < sizeof(u64)) return false;
+  return guarded_copy(span, start, bytes);
+}
+
 // The elements of a span that could be read whole.
 template <class T, class M>
 void take_span(byte* dst, const byte* predicate, const byte* span) {
@@ -68,7 +76,7 @@ aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p
   // The span is that of a whole vector whatever the load covers.
   const int offset = static_cast<int>(start & (page_size - 1));
   const int end = static_cast<int>((start + vector_bytes) & (page_size - 1));
-  if (offset <= end && guarded_copy(span, start, lanes<T> * sizeof(M))) {
+  if (offset <= end && copy_span<T, M>(span, start)) {
     take_span<T, M>(dst, predicate, span);
     return executed;
   }
@@ -101,8 +109,7 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
   bool readable = is_readable(start);  // also when no element is active
   // In one page all elements are read or none is.
   alignas(16) byte span[vector_bytes];
-  constexpr std::size_t bytes = lanes<T> * sizeof(M);
-  if (readable && within_page(start, bytes) && guarded_copy(span, start, bytes)) {
+  if (readable && within_page(start, lanes<T> * sizeof(M)) && copy_span<T, M>(span, start)) {
     take_span<T, M>(dst, predicate, span);
     return executed;
   }

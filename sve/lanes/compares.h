@@ -20,7 +20,7 @@ template <class T, class Test, class... Sources>
   typedef T Elements [[gnu::vector_size(16)]];
   const byte_piece one = piece_of_words(first_bytes(sizeof(T)));
   byte_piece every = ~byte_piece{}, found{};
-#pragma GCC unroll 8
+#pragma GCC unroll 16
   for (std::size_t i = 0; i < register_pieces; ++i) {
     const byte_piece active = load_piece(predicate + 16 * i);
     const byte_piece truth =

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 
 #include "sve/state/vector_length.h"
 
@@ -38,9 +39,10 @@ template <class T>
 struct pattern_counts {
   constexpr pattern_counts() {
     for (unsigned pattern = 0; pattern < 32; ++pattern)
-      count[pattern] = static_cast<byte>(VecTrueILength(pattern, static_cast<int>(lanes<T>)));
+      count[pattern] = static_cast<number>(VecTrueILength(pattern, static_cast<int>(lanes<T>)));
   }
-  byte count[32] = {};
+  using number = std::conditional_t<lanes<T> <= 255, byte, std::uint16_t>;
+  number count[32] = {};
 };
 template <class T>
 inline constexpr pattern_counts<T> counts_of_patterns;

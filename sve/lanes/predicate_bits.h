@@ -96,6 +96,7 @@ namespace sve {
 
 /// Spreads bits to `count` bytes (a multiple of 8) of 0 or 1.
 [[gnu::always_inline]] inline void unpack_bits(const std::uint64_t* words, std::uint8_t* bytes, std::size_t count) {
+#pragma GCC unroll 4
   for (std::size_t i = 0; i < count; i += 64) unpack_word(words[i / 64], bytes + i, count - i < 64 ? count - i : 64);
 }
 
@@ -124,55 +125,65 @@ static_assert(vector_bytes % 16 == 0);
   return (words[0] | words[1]) != 0;
 #endif
 }
-/// The sum of a piece's bytes, which is below 256.
+/// The sum of a piece's bytes, which is at most `vector_bytes`.
 [[gnu::always_inline]] inline std::uint64_t sum_of(byte_piece piece) {
+  constexpr bool fits_a_byte = vector_bytes < 256;
 #if defined(__ARM_NEON)
+  if constexpr (!fits_a_byte) return vaddlvq_u8(reinterpret_cast<uint8x16_t>(piece));
   return vaddvq_u8(reinterpret_cast<uint8x16_t>(piece));
 #else
   std::uint64_t words[2];
   std::memcpy(words, &piece, sizeof words);
+  if constexpr (!fits_a_byte) {
+    const std::uint64_t even = 0x00ff00ff00ff00ffu;
+    const std::uint64_t pairs = (words[0] & even) + (words[0] >> 8 & even) + (words[1] & even) + (words[1] >> 8 & even);
+    return pairs * 0x0001000100010001u >> 48;
+  }
   return (words[0] + words[1]) * 0x0101010101010101u >> 56;
 #endif
 }
 
-/// The bits of a whole predicate register, as two words.
-struct word_pair {
-  std::uint64_t low, high;
+/// The bits of a whole predicate register, those of the last word above them 0.
+inline constexpr std::size_t register_words = (vector_bytes + 63) / 64;
+struct predicate_words {
+  std::uint64_t words[register_words];
 };
 /// Bit 0 of each byte of the pieces `piece(0)` and so on of a register.
 template <class Piece>
-[[gnu::always_inline]] inline word_pair pack_pieces(Piece piece) {
-  static_assert(register_pieces > 4 && register_pieces <= 8);
+[[gnu::always_inline]] inline predicate_words pack_pieces(Piece piece) {
+  predicate_words r{};
 #if defined(__ARM_NEON)
-  // Each byte becomes its place in a byte of the result; three rounds of adding neighbours join them.
+  // Each byte becomes its place in a byte of the result; three rounds of adding neighbours join those of eight pieces.
   const uint8x16_t place = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
-  uint8x16_t sums[8];
-#pragma GCC unroll 8
-  for (std::size_t i = 0; i < 8; ++i)
-    sums[i] =
-        i < register_pieces
-            ? vandq_u8(vtstq_u8(reinterpret_cast<uint8x16_t>(piece(i < register_pieces ? i : 0)), vdupq_n_u8(1)), place)
-            : vdupq_n_u8(0);
+#pragma GCC unroll 2
+  for (std::size_t first = 0; first < register_pieces; first += 8) {
+    uint8x16_t sums[8];
+    std::size_t n = register_pieces - first < 8 ? register_pieces - first : 8;
+#pragma GCC unroll 16
+    for (std::size_t i = 0; i < n; ++i)
+      sums[i] = vandq_u8(vtstq_u8(reinterpret_cast<uint8x16_t>(piece(first + i)), vdupq_n_u8(1)), place);
 #pragma GCC unroll 3
-  for (std::size_t n = 4; n > 0; n /= 2)
+    for (int round = 0; round < 3; ++round, n = (n + 1) / 2)
 #pragma GCC unroll 4
-    for (std::size_t i = 0; i < n; ++i) sums[i] = vpaddq_u8(sums[2 * i], sums[2 * i + 1]);
-  const uint64x2_t words = vreinterpretq_u64_u8(sums[0]);
-  return {vgetq_lane_u64(words, 0), vgetq_lane_u64(words, 1)};
+      for (std::size_t i = 0; i < n; i += 2) sums[i / 2] = vpaddq_u8(sums[i], i + 1 < n ? sums[i + 1] : vdupq_n_u8(0));
+    const uint64x2_t words = vreinterpretq_u64_u8(sums[0]);
+    r.words[first / 4] = vgetq_lane_u64(words, 0);
+    if (first / 4 + 1 < register_words) r.words[first / 4 + 1] = vgetq_lane_u64(words, 1);
+  }
 #else
-  std::uint64_t words[2] = {};
-#pragma GCC unroll 8
+#pragma GCC unroll 16
   for (std::size_t i = 0; i < register_pieces; ++i) {
     byte bytes[16];
     store_piece(bytes, piece(i));
-    words[i / 4] |= pack_word(bytes, 16) << (16 * (i % 4));
+    r.words[i / 4] |= pack_word(bytes, 16) << (16 * (i % 4));
   }
-  return {words[0], words[1]};
 #endif
+  return r;
 }
 
 /// All ones in the bytes of piece `i` of a register that lie below position `end`.
 [[gnu::always_inline]] inline byte_piece piece_below(unsigned end, std::size_t i) {
+  if (vector_bytes > 255 && end > 255) return ~byte_piece{};
   const byte_piece from = byte_piece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} + static_cast<byte>(16 * i);
   return reinterpret_cast<byte_piece>(from < byte_piece{} + static_cast<byte>(end < 256 ? end : 255));
 }
@@ -180,21 +191,20 @@ template <class Piece>
 /// The pieces of a register joined.
 [[gnu::always_inline]] inline byte_piece union_of(const std::uint8_t* bytes) {
   byte_piece all{};
-#pragma GCC unroll 8
+#pragma GCC unroll 16
   for (std::size_t i = 0; i < register_pieces; ++i) all |= load_piece(bytes + 16 * i);
   return all;
 }
 
-/// Packs the bytes of a register to two words of bits.
+/// Packs the bytes of a register to words of bits.
 [[gnu::always_inline]] inline void pack_register(const std::uint8_t* bytes, std::uint64_t* words) {
-  const word_pair packed = pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); });
-  words[0] = packed.low;
-  words[1] = packed.high;
+  const predicate_words packed = pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); });
+#pragma GCC unroll 4
+  for (std::size_t w = 0; w < register_words; ++w) words[w] = packed.words[w];
 }
-/// Spreads two words of bits to the bytes of a register.
+/// Spreads words of bits to the bytes of a register.
 [[gnu::always_inline]] inline void unpack_register(const std::uint64_t* words, std::uint8_t* bytes) {
-  unpack_word(words[0], bytes, 64);
-  unpack_word(words[1], bytes + 64, vector_bytes - 64);
+  unpack_bits(words, bytes, vector_bytes);
 }
 
 /// Whether each byte of a predicate register is 0 or 1.
@@ -219,16 +229,15 @@ inline void make_canonical(std::uint8_t* bytes) {
 /// Whether every 64-bit word of a predicate register has all bits of `mask`.
 [[gnu::always_inline]] inline bool every_word_has(std::uint64_t mask, const std::uint8_t* bytes) {
 #if defined(__AVX2__)
-  static_assert(vector_bytes % 32 == 16);
   const auto whole = [&](std::size_t i) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + i)); };
-  __m256i all = whole(0);
-  for (std::size_t i = 32; i + 32 <= vector_bytes; i += 32) all = _mm256_and_si256(all, whole(i));
+  __m256i all = _mm256_set1_epi8(-1);
+  for (std::size_t i = 0; i + 32 <= vector_bytes; i += 32) all = _mm256_and_si256(all, whole(i));
   const __m128i rest = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + vector_bytes - 16));
   const __m128i both = _mm_and_si128(_mm256_castsi256_si128(all), _mm256_extracti128_si256(all, 1));
   return _mm_testc_si128(_mm_and_si128(both, rest), _mm_set1_epi64x(static_cast<long long>(mask)));
 #else
   byte_piece all = load_piece(bytes);
-#pragma GCC unroll 8
+#pragma GCC unroll 16
   for (std::size_t i = 1; i < register_pieces; ++i) all &= load_piece(bytes + 16 * i);
   return !any_of(piece_of_words(mask) & ~all);
 #endif
@@ -254,39 +263,60 @@ inline std::uint64_t common_elements(const byte* a, const byte* b) {
 }
 
 /// What one asks of the bits of a whole predicate register.
-struct register_bits : word_pair {
-  register_bits(word_pair words) : word_pair(words) {}
-  register_bits(std::uint64_t l, std::uint64_t h) : word_pair{l, h} {}
-  explicit register_bits(const std::uint64_t* words) : word_pair{words[0], words[1]} {}
+struct register_bits : predicate_words {
+  register_bits(const predicate_words& all) : predicate_words(all) {}
   explicit register_bits(const std::uint8_t* bytes)
-      : word_pair(pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); })) {}
+      : predicate_words(pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); })) {}
   /// The bits that decide over elements of `size` bytes: every size-th one.
   static register_bits elements(unsigned size) {
     constexpr std::uint64_t every[] = {~std::uint64_t{0},  0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
                                        0x0101010101010101u};
-    const std::uint64_t mask = every[size - 1];
-    return {mask, mask & ((std::uint64_t{1} << (vector_bytes - 64)) - 1)};
+    return below(vector_bytes).each([&](std::uint64_t word, std::size_t) { return word & every[size - 1]; });
   }
   /// The bits 0 to `end` - 1.
   static register_bits below(int end) {
     const auto ones = [](int n) { return n <= 0 ? 0 : n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1; };
-    return {ones(end), ones(end - 64)};
+    return register_bits(predicate_words{}).each([&](std::uint64_t, std::size_t w) {
+      return ones(end - 64 * static_cast<int>(w));
+    });
   }
 
-  friend register_bits operator&(register_bits a, register_bits b) { return {a.low & b.low, a.high & b.high}; }
-  friend bool operator==(register_bits a, register_bits b) { return a.low == b.low && a.high == b.high; }
-  friend register_bits operator~(register_bits a) { return {~a.low, ~a.high}; }
-  explicit operator bool() const { return (low | high) != 0; }
-  bool test(int i) const { return (i < 64 ? low >> i : high >> (i - 64)) & 1; }
+  friend register_bits operator&(const register_bits& a, const register_bits& b) {
+    return a.each([&](std::uint64_t word, std::size_t w) { return word & b.words[w]; });
+  }
+  friend register_bits operator~(const register_bits& a) {
+    return a.each([](std::uint64_t word, std::size_t) { return ~word; });
+  }
+  explicit operator bool() const {
+    std::uint64_t any = 0;
+    for (const std::uint64_t word : words) any |= word;
+    return any != 0;
+  }
+  bool test(int i) const {
+    const auto at = static_cast<unsigned>(i);
+    return words[register_words == 1 ? 0 : at / 64] >> at % 64 & 1;
+  }
   /// Index of the lowest and of the highest set bit, or -1.
-  int first() const { return low ? __builtin_ctzll(low) : high ? 64 + __builtin_ctzll(high) : -1; }
-  int last() const { return high ? 127 - __builtin_clzll(high) : low ? 63 - __builtin_clzll(low) : -1; }
-  int count() const { return __builtin_popcountll(low) + __builtin_popcountll(high); }
+  int first() const {
+#pragma GCC unroll 4
+    for (std::size_t w = 0; w < register_words; ++w)
+      if (words[w]) return static_cast<int>(64 * w) + __builtin_ctzll(words[w]);
+    return -1;
+  }
+  int last() const {
+#pragma GCC unroll 4
+    for (std::size_t w = register_words; w-- > 0;)
+      if (words[w]) return static_cast<int>(64 * w) + 63 - __builtin_clzll(words[w]);
+    return -1;
+  }
 
-  /// Spreads the bits to the bytes of a register, 0 or 1.
-  void spread(std::uint8_t* bytes) const {
-    unpack_word(low, bytes, 64);
-    unpack_word(high, bytes + 64, vector_bytes - 64);
+ private:
+  template <class Op>
+  [[gnu::always_inline]] register_bits each(Op op) const {
+    predicate_words r;
+#pragma GCC unroll 4
+    for (std::size_t w = 0; w < register_words; ++w) r.words[w] = op(words[w], w);
+    return r;
   }
 };
 

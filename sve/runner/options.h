@@ -16,9 +16,13 @@ inline constexpr char preload_variable[] = "LD_PRELOAD";
 inline constexpr char ignored_variable[] = "SVE_RUN_IGNORED";
 /// Among them, in the place of a signal that nobody can ignore: the vector length is inherited (PR_SVE_VL_INHERIT).
 inline constexpr unsigned long length_is_inherited = 1ul << 8;
-inline constexpr char library_name[] = "libsve_run.so";
 inline constexpr char report_name[] = "sve-report";
-inline constexpr char client_name[] = "libsve_stats_896.so";
+/// What the names of the preloaded libraries and of the clients of DynamoRIO begin with; the vector length in bits and
+/// ".so" follow.
+inline constexpr char library_prefix[] = "libsve_run_";
+inline constexpr char client_prefix[] = "libsve_stats_";
+/// The vector length in bits that sve-run takes where no option gives one.
+inline constexpr char length_variable[] = "SVE_RUN_VECTOR_LENGTH";
 
 inline constexpr std::string_view quiet_word = "quiet";
 inline constexpr std::string_view no_announce_word = "no-announce";

@@ -1,17 +1,20 @@
-// The model's vector length. The number 112 is written here once; everything else derives from it.
+// The model's vector length. The build says it, once; everything else derives from it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "sve/state/built_length.h"
+
 namespace sve {
 
 using byte = std::uint8_t;
 
+/// Bits in a Z register: one of the architecture's lengths.
+inline constexpr std::size_t vector_bits = SVE_VECTOR_BITS;
+static_assert(vector_bits % 128 == 0 && vector_bits >= 128 && vector_bits <= 2048);
 /// Bytes in a Z register, and in a predicate in its byte-per-vector-byte form.
-inline constexpr std::size_t vector_bytes = 112;
-/// Bits in a Z register.
-inline constexpr std::size_t vector_bits = vector_bytes * 8;
+inline constexpr std::size_t vector_bytes = vector_bits / 8;
 /// 64-bit granules in a Z register, the unit of `CpuContext::vl_word`.
 inline constexpr std::size_t vector_granules = vector_bytes / 8;
 /// Bytes of a predicate in the architecture's packed form.

@@ -13,7 +13,7 @@ int initialized;
 
 int SVEInitialize() {
   if (initialized) return initialized;
-  cpu_ctxt.vl_word = 2;  // a length of 128 bits, unlike the 14 granules of the handlers; nothing runs on this record
+  cpu_ctxt.vl_word = 2;  // a length of 128 bits, not that of the handlers; nothing runs on this record
   ctxt = &cpu_ctxt;
   sve::install_fault_capture();
   sve::processor::initialize();

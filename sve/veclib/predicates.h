@@ -81,7 +81,7 @@ inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
 }
 template <class Op, class... Sources>
 inline in_place::PredV combined(const in_place::CpuContext* context, Op op, const Sources&... src) {
-#pragma GCC unroll 7
+#pragma GCC unroll 16
   for (std::size_t i = 0; i < register_pieces; ++i)
     store_piece(context->result + 16 * i, op(piece_of(src, i)...) & (byte_piece{} + byte{1}));
   return {context->result};

@@ -257,7 +257,7 @@ lines sequence(unsigned int word, const unsigned int* at, const cpu_state* state
   const auto number = [](auto value) { return std::to_string(value); };
   const auto field = [&](std::size_t offset, int size) { return "[x27+" + number(offset) + ":" + number(size) + "]"; };
   const auto x = [](std::size_t n) { return offsetof(cpu_state, x) + 8 * n; };
-  const auto z = [](std::size_t n) { return offsetof(cpu_state, z) + 112 * n; };
+  const auto z = [](std::size_t n) { return offsetof(cpu_state, z) + sve::vector_bytes * n; };
   const std::string base = "mov x27, #" + number(reinterpret_cast<std::intptr_t>(state));
   lines l = {"save x26, slot 2",
              "save x27, slot 3",
@@ -452,8 +452,8 @@ TEST_F(Run, TheRegistersOfTheSequenceAreWrittenThroughTheSlots) {
 }
 
 TEST_F(Run, NativeWritesKeepTheUpperBytes) {
-  std::memset(state().z[0], 0x10, 112);
-  std::memset(state().z[1], 0x02, 112);
+  std::memset(state().z[0], 0x10, sve::vector_bytes);
+  std::memset(state().z[1], 0x02, sve::vector_bytes);
   m.q[0].fill(0x20);
   m.q[1].fill(0x01);
   execute({add_z0_z0_z1});
@@ -476,10 +476,10 @@ TEST_F(Run, FlagsReachTheApplication) {
 
 TEST_F(Run, TheStackPointerIsTheApplications) {
   execute({addvl_x1_sp_1});
-  EXPECT_EQ(m.x[1], 0x101fu + 112);
-  alignas(16) byte stack[112] = {};
+  EXPECT_EQ(m.x[1], 0x101fu + sve::vector_bytes);
+  alignas(16) byte stack[sve::vector_bytes] = {};
   m.x[31] = reinterpret_cast<reg_t>(stack);
-  std::memset(state().z[0], 0x33, 112);
+  std::memset(state().z[0], 0x33, sve::vector_bytes);
   execute({str_z0_sp});
   EXPECT_EQ(stack[0], 0x01);  // the native register's
   EXPECT_EQ(stack[111], 0x33);

@@ -27,8 +27,9 @@ static void* run(void* argument) {
       : [rounds] "r"(rounds)
       : "cc", "v0", "p1");
   (void)argument;
-  // 14 elements that begin as 0 to 13
-  return (void*)(uintptr_t)(elements == 14 * (uint64_t)rounds && sum == 91 + 14 * (uint64_t)rounds);
+  // Elements that begin as 0, 1, 2 and so on.
+  const uint64_t n = VECTOR_BYTES / 8;
+  return (void*)(uintptr_t)(elements == n * (uint64_t)rounds && sum == n * (n - 1) / 2 + n * (uint64_t)rounds);
 }
 
 int main(int argc, char** argv) {

@@ -36,7 +36,7 @@ static void use_sve(int sig) {
       : "=r"(sum)
       :
       : "v0", "v1", "v31", "p0", "p1", "p2", "memory");
-  if (sum != 7 * 112) ++wrong;
+  if (sum != 7 * VECTOR_BYTES) ++wrong;
   ++signals;
   (void)sig;
 }
@@ -61,7 +61,7 @@ static void* spin(void* argument) {
 static void* nothing(void* argument) {
   uint64_t n;
   __asm__ volatile("cntb %0" : "=r"(n));
-  return n == 112 ? argument : NULL;
+  return n == VECTOR_BYTES ? argument : NULL;
 }
 
 static char* beyond_the_end(void) {
@@ -120,7 +120,7 @@ int main(int argc, char** argv) {
           : "=r"(lanes), "=r"(active), "=r"(first_fault)
           :
           : "cc", "x9", "v0", "v31", "p0", "p1", "p2", "p3", "memory");
-      differences += lanes != 3 * 112 || active != 112 || first_fault != 112;
+      differences += lanes != 3 * VECTOR_BYTES || active != VECTOR_BYTES || first_fault != VECTOR_BYTES;
     }
     every(0, 0);
     printf("%ld differences, %d handlers wrong\n", differences, wrong);

@@ -21,7 +21,8 @@ struct alignas(16) machine {
   std::uint8_t p[16][sve::predicate_bytes];
   std::uint8_t ffr[sve::predicate_bytes];
 };
-static_assert(offsetof(machine, z) == 288 && offsetof(machine, p) == 3872 && offsetof(machine, ffr) == 4096);
+static_assert(offsetof(machine, z) == 288 && offsetof(machine, p) == 288 + 32 * sve::vector_bytes &&
+              offsetof(machine, ffr) == 288 + 34 * sve::vector_bytes);
 
 inline constexpr unsigned register_31 = 31;
 

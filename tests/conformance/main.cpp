@@ -365,7 +365,8 @@ class run {
       }
     };
     for (const reserved_rule& r : reserved_rules()) rule("left out", r.name, r.fired, r.reason);
-    for (const difference_rule& r : difference_rules()) rule("difference", r.name, r.fired, r.reason);
+    for (const difference_rule& r : difference_rules())
+      if (r.exists) rule("difference", r.name, r.fired, r.reason);
     std::printf("%u of %zu rows passed, %" PRIu64 " cases, %" PRIu64 " failed, seed %" PRIu64 ", %.0f cases a second\n",
                 rows_passed_, everything ? all_rows().size() : std::size_t{rows_}, cases_, failures_, options_.seed,
                 static_cast<double>(cases_) / seconds);

@@ -21,7 +21,7 @@ struct memory_access {
 };
 
 struct memory_plan {
-  memory_access accesses[4 * 112];  ///< in the order of execution
+  memory_access accesses[4 * sve::vector_bytes];  ///< in the order of execution
   unsigned count = 0;
   std::uint64_t start = 0;  ///< of the contiguous forms
 };

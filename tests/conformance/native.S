@@ -1,6 +1,8 @@
 // Loads every register from a block, branches to one word, and stores every register back. One pair of routines for each
 // register that can hold the block's address, since a word may use any three of the others.
 
+#include "sve/state/built_length.h"
+
         .arch armv8.2-a+sve
 
 #define SP_OFFSET 248
@@ -9,9 +11,10 @@
 #define FPCR_OFFSET 272
 #define TARGET_OFFSET 280
 #define Z_OFFSET 288
-#define P_OFFSET 3872
-#define HOST_SP_OFFSET 4112
-#define HOST_FPCR_OFFSET 4120
+#define VECTOR_BYTES (SVE_VECTOR_BITS / 8)
+#define P_OFFSET (Z_OFFSET + 32 * VECTOR_BYTES)
+#define HOST_SP_OFFSET ((P_OFFSET + 17 * VECTOR_BYTES / 8 + 15) / 16 * 16)
+#define HOST_FPCR_OFFSET (HOST_SP_OFFSET + 8)
 
 // Every general register but \skip, by pairs that avoid it.
         .macro  general op, at, skip
@@ -53,7 +56,8 @@ conformance_enter_\skip:
         str     x1, [x0, #HOST_SP_OFFSET]
         mrs     x1, fpcr
         str     x1, [x0, #HOST_FPCR_OFFSET]
-        add     x1, x0, #P_OFFSET
+        mov     x1, #P_OFFSET
+        add     x1, x0, x1
         ldr     p0, [x1, #16, mul vl]
         wrffr   p0.b
         predicates ldr, x1
@@ -89,7 +93,8 @@ conformance_leave_\skip:
         str     x1, [x0, #SP_OFFSET]
         add     x1, x0, #Z_OFFSET
         vectors str, x1
-        add     x1, x0, #P_OFFSET
+        mov     x1, #P_OFFSET
+        add     x1, x0, x1
         predicates str, x1
         rdffr   p0.b
         str     p0, [x1, #16, mul vl]

@@ -102,7 +102,7 @@ struct block : machine {
   std::uint64_t host_sp;
   std::uint64_t host_fpcr;
 };
-static_assert(sizeof(machine) == 4112);
+static_assert(sizeof(machine) % 16 == 0 && sizeof(machine) - offsetof(machine, ffr) - sizeof machine::ffr < 16);
 
 extern "C" {
 void conformance_enter_25(block*);
@@ -149,7 +149,7 @@ bool native_available(const char** why) {
     return false;
   }
   if ((length & PR_SVE_VL_LEN_MASK) != static_cast<int>(sve::vector_bytes)) {
-    *why = "the processor's vector length is not 112 bytes";
+    *why = "the processor's vector length is another one than this build's";
     return false;
   }
   return true;

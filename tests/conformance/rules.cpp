@@ -1,6 +1,7 @@
 // The required differences, each computed from its definition.
 #include "tests/conformance/rules.h"
 
+#include <bit>
 #include <cstring>
 
 #include "tests/conformance/memory_accesses.h"
@@ -24,6 +25,9 @@ enum rule_index {
   unzip_predicate,
   rule_count
 };
+
+// Where a predicate takes more than one word and half of it is no whole number of them, but for powers of two.
+constexpr bool emulator_unzips_wrongly = sve::vector_bytes > 64 && !std::has_single_bit(sve::vector_bytes);
 
 difference_rule rules[rule_count] = {
     {"shifted-8-bit-immediate",
@@ -82,7 +86,7 @@ difference_rule rules[rule_count] = {
      "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits too "
      "low at "
      "this vector length; expected is its answer with that put right, and the 8 bits that are lost so as defined",
-     0},
+     0, emulator_unzips_wrongly},
 };
 
 void fire(rule_index r) { ++rules[r].fired; }
@@ -255,8 +259,7 @@ void expect_speculative(const test_case& c, bool native_ran, const window::conte
 void expect_whole_register(const test_case& c, const memory_plan& plan, unsigned at, outcome& expected) {
   const memory_form& m = c.row->memory;
   const unsigned data = operands_of(*c.row, c.word).data, piece = m.predicate_register ? 8 : 16;
-  // A predicate's second piece overlaps its first: bytes 6 to 13.
-  const unsigned done = m.predicate_register ? (at < 8 ? 0 : 8) : at / piece * piece;
+  const unsigned done = at / piece * piece;
   if (!m.stores()) {
     if (!m.predicate_register)
       std::memcpy(expected.state.z[data] + done, c.state.z[data] + done, sve::vector_bytes - done);
@@ -389,7 +392,7 @@ void apply_rules(const test_case& c, bool native_ran, const window::contents& or
     }
     const memory_plan plan = plan_accesses(row, c.word, c.state);
     if (any_unreadable(plan, m.memory_bytes)) expect_plain_fault(c, native_ran, plan, original, expected);
-  } else if (row.name_has("Uzp1PP") || row.name_has("Uzp2PP")) {
+  } else if (emulator_unzips_wrongly && (row.name_has("Uzp1PP") || row.name_has("Uzp2PP"))) {
     expect_unzip(c, row.name_has("Uzp2PP"), expected);
   } else if (reserved_logical_immediate(row, c.word)) {
     expect_reserved_logical(c, expected);

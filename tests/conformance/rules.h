@@ -32,6 +32,7 @@ struct difference_rule {
   const char* name;
   const char* reason;
   std::uint64_t fired;
+  bool exists = true;  ///< at this vector length
 };
 std::span<difference_rule> difference_rules();
 

@@ -273,7 +273,7 @@ void relate_scalars(const row_info& row, std::uint32_t word, random_source& rand
   const unsigned to = m->number(word), from = n->number(word);
   if (to == register_31) return;
   const u64 base = from == register_31 ? 0 : state.x[from];
-  state.x[to] = base + random.below(140) - 8;
+  state.x[to] = base + random.below(sve::vector_bytes * 5 / 4) - 8;
   if (random.chance(30)) state.x[to] ^= random.next() << 32;  // equal words, different doublewords
 }
 

@@ -121,7 +121,7 @@ TEST_F(Dispatch, APrefetchChangesNothingAtAll) {
 TEST_F(Dispatch, TheLogicalImmediateOfOneBit) {
   // dupm z3.d, #1: N set, immr 0, imms 0.
   EXPECT_EQ(execute(0x05c20003), AARCH64_DECODE_EXECUTED);
-  for (std::size_t i = 0; i < 14; ++i) {
+  for (std::size_t i = 0; i < sve::lanes<std::uint64_t>; ++i) {
     std::uint64_t element;
     std::memcpy(&element, state.z[3] + 8 * i, 8);
     EXPECT_EQ(element, 1u);

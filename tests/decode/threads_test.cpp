@@ -54,7 +54,7 @@ TEST(Threads, ExecuteAndCountAll) {
     for (int i = 0; i < rounds; ++i) {
       state.pc = mine;
       for (int k = 0; k < 3; ++k) wrong += execute_sve_instruction(&state) != AARCH64_DECODE_EXECUTED;
-      wrong += state.x[t] != 112;
+      wrong += state.x[t] != sve::vector_bytes;
     }
     wrong += state.z[0][5] != 0;
   });

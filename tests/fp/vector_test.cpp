@@ -161,7 +161,7 @@ class HostFp : public testing::Test {
   }
   template <class T>
   void fill(unsigned z, T value) {
-    for (std::size_t i = 0; i < 112 / sizeof(T); ++i) std::memcpy(state.z[z] + i * sizeof(T), &value, sizeof value);
+    for (std::size_t i = 0; i < sve::lanes<T>; ++i) std::memcpy(state.z[z] + i * sizeof(T), &value, sizeof value);
   }
   template <class T>
   T lane(unsigned z, std::size_t i) {
@@ -179,7 +179,7 @@ TEST_F(HostFp, ASignallingNaNIsQuietedAndRaisesInvalid) {
   fill<single>(0, 0x7f800001);
   fill<single>(1, bits(1.0f));
   run([&] { sve_fadd_zpz(&state, tied(0, element_s), pg, {1, element_s}); });
-  EXPECT_EQ(lane<single>(0, 27), 0x7fc00001u);
+  EXPECT_EQ(lane<single>(0, sve::lanes<single> - 1), 0x7fc00001u);
   EXPECT_EQ(state.fpsr, ioc);
 }
 
@@ -216,7 +216,7 @@ TEST_F(HostFp, AbsoluteValueThatNoRowReachesKeepsWhatIsNotBelowZero) {
   for (std::size_t i = 0; i < std::size(in); ++i) {
     fill<single>(1, in[i]);
     run([&] { sve_fabs_zpz(&state, {0, element_s}, pg, {1, element_s}); });
-    EXPECT_EQ(lane<single>(0, 9), out[i]) << i;
+    EXPECT_EQ(lane<single>(0, sve::lanes<single> - 1), out[i]) << i;
   }
 }
 
@@ -251,23 +251,23 @@ class Unreached : public HostFp {
   void compare(const char* name, Call call, Routine routine) {
     for (int round = 0; round < 400; ++round) {
       for (const unsigned z : {d, a, b})
-        for (std::size_t i = 0; i < 112 / sizeof(T); ++i) {
+        for (std::size_t i = 0; i < sve::lanes<T>; ++i) {
           const T x = random_value<T>();
           std::memcpy(state.z[z] + i * sizeof(T), &x, sizeof x);
         }
       PredV p{};
-      for (std::size_t i = 0; i < 112; ++i) {
+      for (std::size_t i = 0; i < sve::vector_bytes; ++i) {
         state.p[1][i] = static_cast<std::uint8_t>(round == 0 ? 1 : random());
         p.words[i / 64] |= std::uint64_t{state.p[1][i] & 1u} << (i % 64);
       }
       state.fpsr = 0;
       state.fpcr = std::array{0u, 1u << 22, 2u << 22, 3u << 22, 1u << 25, 1u << 24}[random() % 6];
-      CpuContext c = context_with(state.fpcr);
+      CpuContext c = context_with(state.fpcr, sve::vector_granules);
       VectorV operands[3];
-      for (const unsigned z : {d, a, b}) std::memcpy(operands[z - d].bytes, state.z[z], 112);
+      for (const unsigned z : {d, a, b}) std::memcpy(operands[z - d].bytes, state.z[z], sve::vector_bytes);
       const VectorV expected = routine(operands, p, &c);
       run([&] { ASSERT_EQ(call(), AARCH64_DECODE_EXECUTED); });
-      ASSERT_EQ(std::memcmp(state.z[d], expected.bytes, 112), 0) << name << " round " << round;
+      ASSERT_EQ(std::memcmp(state.z[d], expected.bytes, sve::vector_bytes), 0) << name << " round " << round;
       ASSERT_EQ(state.fpsr & 0x9f, c.fpsr) << name << " round " << round;
     }
   }

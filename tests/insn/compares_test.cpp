@@ -105,7 +105,7 @@ TEST(Compare, Edges) {
     EXPECT_EQ(flags(state), "N---") << size;
   }
   vector_of<u8> rising;
-  for (std::size_t i = 0; i < 112; ++i) rising[i] = static_cast<u8>(2 * i + 16);
+  for (std::size_t i = 0; i < vector_bytes; ++i) rising[i] = static_cast<u8>(2 * i + 136 - vector_bytes);
   put(state.z[2], rising);
   sve_cmphi_ppzi(&state, p(0, element_b), zeroing(1), z(2, element_b), 127);
   EXPECT_EQ(elements<u8>(state.p[0]), canonical<u8>([&](auto i) { return rising[i] >= 128; }));

@@ -5,16 +5,6 @@ namespace {
 
 using namespace insn_test;
 
-// The written table at 112 bytes.
-u32 count(unsigned pattern, unsigned size) {
-  static constexpr u32 pow2[] = {64, 32, 16, 8}, mul4[] = {112, 56, 28, 12}, mul3[] = {111, 54, 27, 12};
-  const u32 all = 112u >> size;
-  if (pattern == 0) return pow2[size];
-  if (pattern <= 8) return pattern;
-  if (pattern <= 13) return (1u << (pattern - 5)) <= all ? 1u << (pattern - 5) : 0;
-  return pattern == 29 ? mul4[size] : pattern == 30 ? mul3[size] : pattern == 31 ? all : 0;
-}
-
 using sve::insn::rii;
 using sve::insn::zii;
 struct counted {
@@ -38,7 +28,7 @@ void for_each_pattern(Body body) {
 TEST(CountedScalar, EveryPatternAndMultiplier) {
   for (unsigned size = 0; size < 4; ++size)
     for_each_pattern([&](unsigned pattern, unsigned multiplier) {
-      const u64 n = u64{count(pattern, size)} * multiplier;
+      const u64 n = u64{pattern_length(pattern, size)} * multiplier;
       const counted& f = by_size[size];
       for (const unsigned d : {7u, 31u}) {
         run(
@@ -55,7 +45,7 @@ TEST(CountedScalar, EveryPatternAndMultiplier) {
         run(
             "cnt", 1, [&](cpu_state* s) { return f.count_all(s, x(d), pattern, multiplier); },
             [&](cpu_state& e, const cpu_state&) {
-              if (d != 31) e.x[d] = u64{multiplier} * (112u >> size);
+              if (d != 31) e.x[d] = u64{multiplier} * (static_cast<unsigned>(vector_bytes >> size));
             });
       }
     });
@@ -64,7 +54,7 @@ TEST(CountedScalar, EveryPatternAndMultiplier) {
 template <class T>
 void check_vectors() {
   for_each_pattern([](unsigned pattern, unsigned multiplier) {
-    const u32 n = count(pattern, size_code<T>) * multiplier;
+    const u32 n = pattern_length(pattern, size_code<T>) * multiplier;
     const auto plus = [](byte* bytes, u64 amount) {
       auto v = elements<T>(bytes);
       for (T& a : v) a = static_cast<T>(a + amount);
@@ -101,7 +91,7 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
     for (const unsigned d : {7u, 31u})
       for (const unsigned width : {element_s, element_d}) {
         const auto check = [&](const char* name, rii* f, unsigned size, bool wide) {
-          const u64 n = u64{count(pattern, size)} * multiplier;
+          const u64 n = u64{pattern_length(pattern, size)} * multiplier;
           for (const u64 value : {u64{0}, u64{5}, n - 1, n, n + 1, 0xffffffff'00000000 | n, ~u64{0}})
             run(
                 name, 1,
@@ -118,7 +108,7 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
       }
   });
   cpu_state state{};
-  state.x[1] = 0xffffffff'00000010;
+  state.x[1] = 0xffffffff'00000002 + sve::vector_granules;
   sve_uqdecd_rii(&state, x(1, element_d), 31, 1);  // an operand that says 3 in `size` takes the 64-bit form
   EXPECT_EQ(state.x[1], 0xffffffff'00000002u);
   state.x[1] = 5;
@@ -147,7 +137,7 @@ TEST(CountPredicate, IncpAndCntp) {
 
 TEST(Length, AddvlAddplRdvl) {
   for (int imm = -32; imm < 32; ++imm) {
-    const auto times = [&](int unit) { return static_cast<u64>(static_cast<std::int64_t>(imm * unit)); };
+    const auto times = [&](std::size_t unit) { return static_cast<u64>(static_cast<std::int64_t>(imm)) * unit; };
     for (const unsigned d : {7u, 31u})
       for (const unsigned n : {8u, 31u}) {  // 31 is the stack pointer, read and written
         const auto expect = [&](cpu_state& e, const cpu_state& s, u64 amount) {
@@ -155,21 +145,21 @@ TEST(Length, AddvlAddplRdvl) {
         };
         run(
             "addvl", 2, [&](cpu_state* s) { return sve_addvl_rri(s, xsp(d), xsp(n), imm); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(112)); });
+            [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(vector_bytes)); });
         run(
             "addpl", 2, [&](cpu_state* s) { return sve_addpl_rri(s, xsp(d), xsp(n), imm); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(14)); });
+            [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(sve::predicate_bytes)); });
       }
     for (const unsigned d : {7u, 31u})
       run(
           "rdvl", 1, [&](cpu_state* s) { return sve_rdvl_ri(s, x(d), imm); },
           [&](cpu_state& e, const cpu_state&) {
-            if (d != 31) e.x[d] = times(112);
+            if (d != 31) e.x[d] = times(vector_bytes);
           });
   }
   cpu_state state{};
   sve_rdvl_ri(&state, x(1), -1);
-  EXPECT_EQ(state.x[1], static_cast<u64>(-112));
+  EXPECT_EQ(state.x[1], 0 - u64{vector_bytes});
 }
 
 }  // namespace

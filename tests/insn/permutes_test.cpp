@@ -182,9 +182,10 @@ TEST(Dup, IndexedAtEverySizeAndIndex) {
   }
   cpu_state state{};
   for (std::size_t i = 0; i < vector_bytes; ++i) state.z[1][i] = static_cast<byte>(i);
-  sve_dup_zzi(&state, z(2, element_q), z(1, element_q), 6);  // bytes 96 to 111, to all seven units
-  for (std::size_t i = 0; i < vector_bytes; ++i) EXPECT_EQ(state.z[2][i], 96 + i % 16);
-  sve_dup_zzi(&state, z(2, element_q), z(1, element_q), 7);
+  constexpr unsigned units = vector_bytes / 16;
+  sve_dup_zzi(&state, z(2, element_q), z(1, element_q), units - 1);  // the last sixteen bytes, to all units
+  for (std::size_t i = 0; i < vector_bytes; ++i) EXPECT_EQ(state.z[2][i], vector_bytes - 16 + i % 16);
+  sve_dup_zzi(&state, z(2, element_q), z(1, element_q), units);
   EXPECT_EQ(elements<u8>(state.z[2]), vector_of<u8>{});
 }
 
@@ -298,8 +299,8 @@ TEST(Unpack, VectorsAndPredicates) {
           "punpk", 60,
           [&](cpu_state* s) { return (high ? sve_punpkhi_pp : sve_punpklo_pp)(s, p(d, element_h), p(5, element_b)); },
           [&](cpu_state& e, const cpu_state& s) {
-            for (std::size_t i = 0; i < 56; ++i) {
-              e.p[d][2 * i] = s.p[5][(high ? 56 : 0) + i] & 1;
+            for (std::size_t i = 0; i < vector_bytes / 2; ++i) {
+              e.p[d][2 * i] = s.p[5][(high ? vector_bytes / 2 : 0) + i] & 1;
               e.p[d][2 * i + 1] = 0;
             }
           });

@@ -56,6 +56,24 @@ vector_of<byte> canonical(Test test) {
   return p;
 }
 
+/// What a predicate pattern selects of a register's elements of `1 << size` bytes; patterns without a name select none.
+inline unsigned pattern_length(unsigned pattern, unsigned size) {
+  const auto all = static_cast<unsigned>(vector_bytes >> size);
+  const auto if_there_are = [all](unsigned n) { return n <= all ? n : 0; };
+  switch (pattern) {
+    case 0:
+      return std::bit_floor(all);
+    case 29:
+      return all - all % 4;
+    case 30:
+      return all - all % 3;
+    case 31:
+      return all;
+    default:
+      return pattern <= 8 ? if_there_are(pattern) : pattern <= 13 ? if_there_are(16u << (pattern - 9)) : 0;
+  }
+}
+
 // Operand records.
 inline aarch64_z_reg z(unsigned number, unsigned size) { return {number, size}; }
 inline aarch64_z_reg z_tied(unsigned number, unsigned size) { return {number, aarch64_z_reg::none, size, size}; }

@@ -29,7 +29,7 @@ namespace {
 
 using namespace sve_instructions;
 
-constexpr unsigned quadwords = 7;
+constexpr unsigned length = SVE_VECTOR_BITS / 8, quadwords = length / 16;
 
 void print_length(const char* what, unsigned long argument) {
   errno = 0;
@@ -43,14 +43,14 @@ void print_length(const char* what, unsigned long argument) {
 void lengths(char** argv) {
   std::printf("length %#x, announced %d\n", static_cast<unsigned>(prctl(PR_SVE_GET_VL)),
               (getauxval(AT_HWCAP) & HWCAP_SVE) != 0);
-  print_length("the same", 112);
+  print_length("the same", length);
   print_length("longer", 256);
   print_length("longest", 8192);
   print_length("too long", 8208);
   print_length("no length", 0);
-  print_length("not whole", 120);
-  print_length("inherited", 112 | PR_SVE_VL_INHERIT);
-  print_length("unknown flag", 112 | 1 << 20);
+  print_length("not whole", length + 8);
+  print_length("inherited", length | PR_SVE_VL_INHERIT);
+  print_length("unknown flag", length | 1 << 20);
   std::fflush(stdout);
   if (fork() == 0) {
     std::printf("in a child: %#x\n", static_cast<unsigned>(prctl(PR_SVE_GET_VL)));
@@ -68,14 +68,14 @@ void lengths(char** argv) {
     wait(nullptr);
   };
   in_new_program("inherited by a new program");
-  print_length("no more inherited", 112);
+  print_length("no more inherited", length);
   in_new_program("by a new program");
-  print_length("on exec", 112 | PR_SVE_SET_VL_ONEXEC);
-  print_length("on exec, inherited", 112 | PR_SVE_SET_VL_ONEXEC | PR_SVE_VL_INHERIT);
+  print_length("on exec", length | PR_SVE_SET_VL_ONEXEC);
+  print_length("on exec, inherited", length | PR_SVE_SET_VL_ONEXEC | PR_SVE_VL_INHERIT);
   in_new_program("by a new program");
-  print_length("as at first", 112);
+  print_length("as at first", length);
   pthread_t thread;
-  prctl(PR_SVE_SET_VL, 112 | PR_SVE_VL_INHERIT);
+  prctl(PR_SVE_SET_VL, length | PR_SVE_VL_INHERIT);
   pthread_create(
       &thread, nullptr,
       [](void*) -> void* {
@@ -84,7 +84,7 @@ void lengths(char** argv) {
       },
       nullptr);
   pthread_join(thread, nullptr);
-  prctl(PR_SVE_SET_VL, 112);
+  prctl(PR_SVE_SET_VL, length);
 }
 
 // ---- Frames ----
@@ -190,9 +190,9 @@ void change_frame(int, siginfo_t*, void* raw) {
   extra_context extra;
   std::memcpy(&extra, extra_at, sizeof extra);
   if (is("vectors")) {
-    std::memset(sve_at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x77, 112);
-    std::memset(sve_at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, 14);
-    std::memset(sve_at + SVE_SIG_FFR_OFFSET(quadwords), 0x01, 14);
+    std::memset(sve_at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x77, length);
+    std::memset(sve_at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, length / 8);
+    std::memset(sve_at + SVE_SIG_FFR_OFFSET(quadwords), 0x01, length / 8);
   }
   if (is("low parts")) std::memset(fpsimd_at + 16 + 7 * 16, 0x55, 16);
   if (is("another length")) sve.vl = 64;
@@ -245,8 +245,8 @@ void frames() {
     if (child == 0) {
       handle(SIGTRAP, change_frame);
       trap_with_vectors(out);
-      std::printf("z0 %#x z7 %#x z31 %#x predicates %#x ", sum(out, 112), sum(out + 112, 112), sum(out + 224, 112),
-                  sum(out + 24 * 14, 4 * 14));
+      std::printf("z0 %#x z7 %#x z31 %#x predicates %#x ", sum(out, length), sum(out + length, length),
+                  sum(out + 2 * length, length), sum(out + 24 * length / 8, 4 * length / 8));
       std::fflush(stdout);
       _exit(0);
     }
@@ -282,10 +282,10 @@ void on_stack(std::size_t size, unsigned flags) {
           stack_t now{};
           sigaltstack(nullptr, &now);
           static char line[200];
-          const int length = std::snprintf(
+          const int written = std::snprintf(
               line, sizeof line, "inside %#x %zu, frame says %#x %zu; ", static_cast<unsigned>(now.ss_flags),
               now.ss_size, static_cast<unsigned>(context->uc_stack.ss_flags), context->uc_stack.ss_size);
-          if (write(1, line, static_cast<std::size_t>(length)) < 0) _exit(1);
+          if (write(1, line, static_cast<std::size_t>(written)) < 0) _exit(1);
         },
         SA_ONSTACK);
     static unsigned char out[4096];

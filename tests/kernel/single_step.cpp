@@ -21,6 +21,8 @@
 #include <map>
 #include <vector>
 
+#include "sve/state/vector_length.h"
+
 namespace {
 
 extern "C" {
@@ -34,9 +36,9 @@ struct shared {
 };
 shared* seen;
 
-std::uint32_t stored[28];
+std::uint32_t stored[sve::lanes<std::uint32_t>];
 constexpr std::uint64_t x9_before = 1000;
-constexpr unsigned lanes = 28;
+constexpr unsigned lanes = sve::lanes<std::uint32_t>;
 
 void expect(bool right, const char* what, long at) {
   if (right) return;
@@ -65,7 +67,8 @@ void look(int, siginfo_t*, void* raw) {
   ++seen->handled;
   seen->at = at;
   expect(at >= 0 && at <= 5, "the program counter", at);
-  expect(machine.regs[9] == x9_before + (at >= 1 ? 112 : 0) + (at >= 5 ? 112 : 0), "x9", at);
+  expect(machine.regs[9] == x9_before + (at >= 1 ? sve::vector_bytes : 0) + (at >= 5 ? sve::vector_bytes : 0), "x9",
+         at);
   expect(machine.regs[10] == 3 && machine.regs[11] == 8 && machine.regs[19] == 19 && machine.regs[29] == 29 &&
              machine.regs[30] == 30 && machine.regs[0] == 0x100 && machine.regs[1] == 0x101,
          "other registers", at);

@@ -177,20 +177,22 @@ TEST_F(ForeignAction, FirstFaultAndNonFaultLoadsMark) {
   memory.fill_counting();
   static cpu_state state;
   std::memset(state.p[1], 1, sizeof state.p[1]);
+  constexpr std::size_t half = sve::vector_bytes / 2;
   std::memset(state.ffr, 1, sizeof state.ffr);
-  state.x[2] = memory.end_address(40);
+  state.x[2] = memory.end_address(half);
   const aarch64_p_reg pg(1, aarch64_p_reg::zeroing);
   sve_ldff1b_scaled_zprr(&state, {4, 0}, pg, {2, 3}, {31, 3});
-  EXPECT_EQ(state.ffr[39], 1);
-  EXPECT_EQ(state.ffr[40], 0);
+  EXPECT_EQ(state.ffr[half - 1], 1);
+  EXPECT_EQ(state.ffr[half], 0);
   std::memset(state.ffr, 1, sizeof state.ffr);
   sve_ldnf1b_zpri(&state, {5, 0}, pg, {2, 3}, 0);
-  EXPECT_EQ(state.ffr[39], 1);
-  EXPECT_EQ(state.ffr[40], 0);
-  context.vl_word = 14;
-  context.ffr = PredV{{~0ul, ~0ul, 0, 0}};
-  VecU8CLoadFF1LSSZ(PredV{{~0ul, ~0ul, 0, 0}}, state.x[2], 0, &context);
-  EXPECT_EQ(context.ffr.words[0], (1ul << 40) - 1);
+  EXPECT_EQ(state.ffr[half - 1], 1);
+  EXPECT_EQ(state.ffr[half], 0);
+  context.vl_word = sve::vector_granules;
+  const PredV all{{~0ul, ~0ul, ~0ul, ~0ul}};
+  context.ffr = all;
+  VecU8CLoadFF1LSSZ(all, state.x[2], 0, &context);
+  for (std::size_t i = 0; i < sve::vector_bytes; ++i) EXPECT_EQ(context.ffr.words[i / 64] >> i % 64 & 1, i < half);
   EXPECT_EQ(handled, 0);
 }
 

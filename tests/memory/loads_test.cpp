@@ -1,6 +1,7 @@
 // Loads and stores of the instruction functions and of the library at page ends, with wrapping register groups,
 // inactive elements over unmapped memory, and the three ways in which first-fault and non-fault loads meet unreadable
 // memory.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -20,6 +21,8 @@
 namespace {
 
 using sve::vector_bytes;
+constexpr std::size_t words = sve::lanes<std::uint32_t>, doubles = sve::lanes<std::uint64_t>;
+constexpr PredV all_of_value{{~0ul, ~0ul, ~0ul, ~0ul}};
 using test::guarded_memory;
 using test::in_child;
 
@@ -170,7 +173,7 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
   for (const contiguous_form& f : store_forms) {
     std::memset(memory.begin(), 0, test::page);
     for (std::size_t i = 0; i < vector_bytes; ++i) state.z[4][i] = static_cast<std::uint8_t>(i + 1);
-    const unsigned fitting = 3;  // elements below the page end
+    const unsigned fitting = std::min<unsigned>(3, vector_bytes / f.element - 1);  // elements below the page end
     state.x[2] = memory.end_address(fitting * f.memory);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
     EXPECT_EQ(result.signal, SIGSEGV) << f.name;
@@ -207,7 +210,7 @@ TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
   for (const contiguous_form& f : load_forms)
     for (const bool sparse : {false, true}) {
       SetUp();
-      const unsigned fitting = 5;
+      const unsigned fitting = std::min<unsigned>(5, vector_bytes / f.element - 1 - sparse);
       if (sparse) state.p[1][(vector_bytes / f.element - 1) * f.element] = 0;
       state.x[2] = memory.end_address(fitting * f.memory + f.memory / 2);  // the next one lies across the end
       *shared.at = state;
@@ -236,7 +239,8 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
     for (const bool sparse : {false, true}) {
       SetUp();
       if (sparse) state.p[1][vector_bytes - f.bytes] = 0;
-      const unsigned fitting = 3 * f.n + 1;  // fields: three structures, and one field of the fourth
+      const unsigned whole = std::min<unsigned>(3, vector_bytes / f.bytes - 1 - sparse);
+      const unsigned fitting = whole * f.n + 1;  // fields: whole structures, and one field of the next
       state.x[2] = memory.end_address(fitting * f.bytes);
       *shared.at = state;
       EXPECT_EQ(in_child([&] { f.load(shared.at, Z(30, 0), governing, base, 0); }).signal, SIGSEGV);
@@ -245,7 +249,7 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
                               memory.end() - (fitting - i) * f.bytes, f.bytes),
                   0)
             << f.n << " of " << f.bytes << " sparse " << sparse << " field " << i;
-      EXPECT_EQ(shared.at->z[31][3 * f.bytes], 0xa5) << "the field that faulted";
+      EXPECT_EQ(shared.at->z[31][whole * f.bytes], 0xa5) << "the field that faulted";
     }
 }
 
@@ -253,10 +257,12 @@ TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
   const guarded_memory memory;
   memory.fill_counting();
   const shared_state shared;
+  const std::size_t fitting = doubles / 2;
   for (const bool into_addresses : {false, true}) {
     SetUp();
-    for (std::size_t e = 0; e < 14; ++e) {
-      const std::uint64_t address = e < 9 ? memory.address(static_cast<std::ptrdiff_t>(8 * e)) : memory.end_address();
+    for (std::size_t e = 0; e < doubles; ++e) {
+      const std::uint64_t address =
+          e < fitting ? memory.address(static_cast<std::ptrdiff_t>(8 * e)) : memory.end_address();
       std::memcpy(state.z[8] + 8 * e, &address, 8);
     }
     *shared.at = state;
@@ -265,7 +271,7 @@ TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
     if (into_addresses)
       EXPECT_EQ(std::memcmp(shared.at->z[8], state.z[8], vector_bytes), 0) << "the addresses stay whole";
     else
-      EXPECT_EQ(std::memcmp(shared.at->z[9], memory.begin(), 9 * 8), 0);
+      EXPECT_EQ(std::memcmp(shared.at->z[9], memory.begin(), fitting * 8), 0);
   }
 }
 
@@ -283,7 +289,7 @@ TEST_F(Loads, ASpillThatFaultsHasStoredThePiecesBelow) {
     };
     std::memset(memory.begin(), 0, test::page);
     CpuContext context{};
-    context.vl_word = 14;
+    context.vl_word = sve::vector_granules;
     const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(fitting));
     EXPECT_EQ(in_child([&] { VecU64SpillSI(start, 0, v, &context); }).signal, SIGSEGV);
     ASSERT_EQ(stored(), fitting);
@@ -292,7 +298,7 @@ TEST_F(Loads, ASpillThatFaultsHasStoredThePiecesBelow) {
     EXPECT_EQ(in_child([&] { sve_str_zri(&state, Z(7, 5), base, 0); }).signal, SIGSEGV);
     ASSERT_EQ(stored() / 16, fitting / 16);
     std::memset(memory.begin(), 0, test::page);
-    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(PredV{{~0ul, ~0ul, 0, 0}}, start, 0, v, &context); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(all_of_value, start, 0, v, &context); }).signal, SIGSEGV);
     ASSERT_EQ(stored(), fitting);
   }
 }
@@ -326,16 +332,16 @@ int run_mending(const std::function<void()>& instruction) {
 }
 
 TEST_F(Loads, AListIsFollowedOverPagesThatComeOnDemand) {
-  constexpr std::size_t pages = 14;
+  constexpr std::size_t pages = doubles, step = pages / 2;
   const guarded_memory memory(pages);
   // i = next[i], one element a page.
   for (std::size_t e = 0; e < pages; ++e) {
-    const std::uint64_t next = memory.address(static_cast<std::ptrdiff_t>(((e + 5) % pages) * test::page + 8 * e));
-    std::memcpy(memory.begin() + e * test::page + 8 * ((e + pages - 5) % pages), &next, 8);
+    const std::uint64_t next = memory.address(static_cast<std::ptrdiff_t>(((e + step) % pages) * test::page + 8 * e));
+    std::memcpy(memory.begin() + e * test::page + 8 * ((e + pages - step) % pages), &next, 8);
   }
   for (const bool indexed : {false, true}) {
     for (std::size_t e = 0; e < pages; ++e) {
-      const std::uint64_t first = e * test::page + 8 * ((e + pages - 5) % pages) + (indexed ? 0 : memory.address());
+      const std::uint64_t first = e * test::page + 8 * ((e + pages - step) % pages) + (indexed ? 0 : memory.address());
       std::memcpy(state.z[8] + 8 * e, &first, 8);
     }
     state.x[2] = memory.address();
@@ -350,7 +356,7 @@ TEST_F(Loads, AListIsFollowedOverPagesThatComeOnDemand) {
     for (std::size_t e = 0; e < pages; ++e) {
       std::uint64_t got;
       std::memcpy(&got, state.z[8] + 8 * e, 8);
-      EXPECT_EQ(got, memory.address(static_cast<std::ptrdiff_t>(((e + 5) % pages) * test::page + 8 * e))) << e;
+      EXPECT_EQ(got, memory.address(static_cast<std::ptrdiff_t>(((e + step) % pages) * test::page + 8 * e))) << e;
     }
   }
 }
@@ -391,13 +397,12 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
     std::function<void(std::uint64_t start)> load;
   };
   CpuContext context{};
-  context.vl_word = 14;
+  context.vl_word = sve::vector_granules;
   VectorV offsets{};
-  for (std::uint32_t e = 0; e < 28; ++e) {
+  for (std::uint32_t e = 0; e < words; ++e) {
     const std::uint32_t offset = 4 * e;
     std::memcpy(offsets.bytes + offset, &offset, 4);
   }
-  const PredV all{{~0ul, ~0ul, 0, 0}};
   const auto first_fault = [&](auto function, unsigned size) {
     return [this, function, size](std::uint64_t start) {
       state.x[2] = start;
@@ -415,15 +420,15 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
                                {true, first_fault(sve_ldff1d_scaled_zprr, 3)},
                                {false, non_fault(sve_ldnf1b_zpri, 0)},
                                {false, non_fault(sve_ldnf1d_zpri, 3)},
-                               {false, [&](std::uint64_t s) { VecU16CLoadFF2LSSZ(all, s, 0, &context); }},
-                               {false, [&](std::uint64_t s) { VecU32LoadFF4VSZ(all, offsets, s, &context); }}};
+                               {false, [&](std::uint64_t s) { VecU16CLoadFF2LSSZ(all_of_value, s, 0, &context); }},
+                               {false, [&](std::uint64_t s) { VecU32LoadFF4VSZ(all_of_value, offsets, s, &context); }}};
   // In a child: who is killed would take the other tests along.
   const auto result = in_child([&] {
     const restless_page restless(reinterpret_cast<std::uint8_t*>(end));
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
     while (std::chrono::steady_clock::now() < until)
       for (const speculative& f : forms)
-        for (std::uint64_t below = 8; below <= 104; below += 8) {
+        for (std::uint64_t below = 8; below < vector_bytes; below += 8) {
           std::memset(state.ffr, 1, vector_bytes);
           f.load(end - below);
           // What lies on the page that stays is loaded, whatever happens.
@@ -443,21 +448,22 @@ TEST_F(Loads, WholeRegisters) {
   state.x[2] = memory.end_address(vector_bytes);
   sve_ldr_zri(&state, Z(7, 5), base, 0);
   EXPECT_EQ(std::memcmp(state.z[7], memory.end() - vector_bytes, vector_bytes), 0);
-  state.x[2] = memory.address(256 * 14);
+  state.x[2] = memory.address(32 * static_cast<std::ptrdiff_t>(vector_bytes));
   sve_str_zri(&state, Z(7, 5), base, -32);
   EXPECT_EQ(std::memcmp(memory.begin(), state.z[7], vector_bytes), 0);
-  // A predicate needs exactly 14 bytes, at either end of a page.
-  for (const std::ptrdiff_t at : {std::ptrdiff_t{0}, std::ptrdiff_t{test::page - 14}}) {
+  constexpr auto predicate = static_cast<std::ptrdiff_t>(sve::predicate_bytes);
+  // A predicate needs exactly its packed bytes, at either end of a page.
+  for (const std::ptrdiff_t at : {std::ptrdiff_t{0}, std::ptrdiff_t{test::page - predicate}}) {
     memory.fill_counting();
-    state.x[2] = memory.address(at + 14);
+    state.x[2] = memory.address(at + predicate);
     sve_ldr_pri(&state, P(5, P::bare), base, -1);
     for (std::size_t i = 0; i < vector_bytes; ++i)
       ASSERT_EQ(state.p[5][i], memory.begin()[at + static_cast<std::ptrdiff_t>(i / 8)] >> (i % 8) & 1) << i;
     std::vector<std::uint8_t> whole(memory.begin(), memory.end());
     for (auto& byte : state.p[5]) byte = static_cast<std::uint8_t>(byte | 0xfe);  // only bit 0 counts
-    std::memset(memory.begin() + at, 0, 14);
+    std::memset(memory.begin() + at, 0, sve::predicate_bytes);
     sve_str_pri(&state, P(5, P::bare), base, -1);
-    EXPECT_EQ(std::memcmp(memory.begin(), whole.data(), whole.size()), 0) << "nothing beside the 14 bytes";
+    EXPECT_EQ(std::memcmp(memory.begin(), whole.data(), whole.size()), 0) << "nothing beside those bytes";
   }
 }
 
@@ -575,16 +581,16 @@ TEST_F(Loads, GatherOffsetsExtendBySignOrByZero) {
   memory.fill_counting();
   const std::uint64_t middle = memory.address(4096);
   state.x[2] = middle;
-  for (std::size_t e = 0; e < 14; ++e)
+  for (std::size_t e = 0; e < doubles; ++e)
     set_lane<std::uint64_t>(state.z[8], e, 0xdeadbeef'ffffffffu - e);  // low word -1-e
   sve_ld1w_d_sxtw_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
-  for (std::size_t e = 0; e < 14; ++e)
+  for (std::size_t e = 0; e < doubles; ++e)
     EXPECT_EQ(lane<std::uint64_t>(state.z[9], e), lane<std::uint32_t>(memory.begin() + 4096 - 4 * (e + 1), 0)) << e;
   // The same low words, zero-extended, reach far above the base: with a base that far below the window they land in it.
   state.x[2] = middle - std::uint64_t{0xffffffff} * 8 - 8;
-  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, 0x12345678'ffffffffu - e);
+  for (std::size_t e = 0; e < doubles; ++e) set_lane<std::uint64_t>(state.z[8], e, 0x12345678'ffffffffu - e);
   sve_ld1d_uxtw_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
-  for (std::size_t e = 0; e < 14; ++e)
+  for (std::size_t e = 0; e < doubles; ++e)
     EXPECT_EQ(lane<std::uint64_t>(state.z[9], e), lane<std::uint64_t>(memory.begin() + 4096 - 8 * (e + 1), 0)) << e;
 }
 
@@ -598,7 +604,7 @@ TEST_F(Loads, AVectorOf32BitBasesIsZeroExtended) {
   set_lane<std::uint32_t>(bases.bytes, 0, 0xffffffffu);
   PredV first{{1, 0, 0, 0}};
   CpuContext context{};
-  context.vl_word = 14;
+  context.vl_word = sve::vector_granules;
   EXPECT_EQ(lane<std::uint32_t>(VecU32Load1VIZ(first, bases, 1, &context).bytes, 0), 0x77u);
   munmap(at, test::page);
 }
@@ -607,17 +613,17 @@ TEST_F(Loads, EqualScatterAddressesKeepTheHighestElement) {
   const guarded_memory memory;
   state.x[2] = memory.address(64);
   std::memset(state.z[8], 0, vector_bytes);
-  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[9], e, e + 100);
+  for (std::size_t e = 0; e < doubles; ++e) set_lane<std::uint64_t>(state.z[9], e, e + 100);
   sve_st1d_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
-  EXPECT_EQ(lane<std::uint64_t>(memory.begin() + 64, 0), 113u);
-  for (std::size_t e = 10; e < 14; ++e) state.p[1][e * 8] = 0;
+  EXPECT_EQ(lane<std::uint64_t>(memory.begin() + 64, 0), 99u + doubles);
+  for (std::size_t e = doubles / 2; e < doubles; ++e) state.p[1][e * 8] = 0;
   sve_st1d_scaled_zprz(&state, Z(9, 3), governing, base, Z(8, 3));
-  EXPECT_EQ(lane<std::uint64_t>(memory.begin() + 64, 0), 109u);
+  EXPECT_EQ(lane<std::uint64_t>(memory.begin() + 64, 0), 99u + doubles / 2);
 }
 
 TEST_F(Loads, InactiveGatherElementsFormNoAddress) {
   all_inactive();
-  for (std::size_t e = 0; e < 14; ++e) set_lane<std::uint64_t>(state.z[8], e, 0x10);
+  for (std::size_t e = 0; e < doubles; ++e) set_lane<std::uint64_t>(state.z[8], e, 0x10);
   sve_ld1d_zpzi(&state, Z(9, 3), governing, Z(8, 3), 0);
   EXPECT_TRUE(is_zero(9));
   sve_st1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
@@ -625,11 +631,11 @@ TEST_F(Loads, InactiveGatherElementsFormNoAddress) {
   const guarded_memory memory;
   memory.fill_counting();
   std::memset(state.p[1], 1, vector_bytes);
-  for (std::size_t e = 0; e < 14; ++e)
-    set_lane<std::uint64_t>(state.z[8], e, memory.address(static_cast<std::ptrdiff_t>(13 - e) * 8));
+  for (std::size_t e = 0; e < doubles; ++e)
+    set_lane<std::uint64_t>(state.z[8], e, memory.address(static_cast<std::ptrdiff_t>(doubles - 1 - e) * 8));
   sve_ld1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
-  for (std::size_t e = 0; e < 14; ++e)
-    EXPECT_EQ(lane<std::uint64_t>(state.z[8], e), lane<std::uint64_t>(memory.begin(), 13 - e));
+  for (std::size_t e = 0; e < doubles; ++e)
+    EXPECT_EQ(lane<std::uint64_t>(state.z[8], e), lane<std::uint64_t>(memory.begin(), doubles - 1 - e));
 }
 
 // ---- First-fault, by a probe of the next page ----
@@ -686,11 +692,11 @@ TEST_F(Loads, NonFaultIsNotSticky) {
   memory.fill_counting();
   // The first 10 bytes of the span lie on the unreadable page before.
   state.x[2] = memory.address(-10);
-  for (std::size_t i = 20; i < 24; ++i) state.p[1][i] = 0;  // elements 10 and 11 inactive
+  for (std::size_t i = 12; i < 16; ++i) state.p[1][i] = 0;  // elements 6 and 7 inactive
   state.p[1][4] = 0;                                        // element 2, on the unreadable page, too
   sve_ldnf1h_zpri(&state, Z(4, 1), governing, base, 0);
-  for (std::size_t e = 0; e < 56; ++e) {
-    const bool inactive = e == 2 || e == 10 || e == 11;
+  for (std::size_t e = 0; e < 2 * words; ++e) {
+    const bool inactive = e == 2 || e == 6 || e == 7;
     const std::uint16_t expected = inactive ? 0 : e < 5 ? 0xa5a5 : lane<std::uint16_t>(memory.begin() - 10, e);
     ASSERT_EQ(lane<std::uint16_t>(state.z[4], e), expected) << e;
     ASSERT_EQ(state.ffr[2 * e], e < 5 && !inactive ? 0 : 1) << e;
@@ -731,7 +737,7 @@ TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
       {"ldnf1w", 4, 4, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU32CLoadNF4SIZ(p, s, 0, c); }},
       {"ldff1w gather", 4, 4, [](const PredV& p, std::uint64_t s, CpuContext* c) {
          VectorV offsets{};
-         for (std::size_t e = 0; e < 28; ++e)
+         for (std::size_t e = 0; e < words; ++e)
            set_lane<std::uint32_t>(offsets.bytes, e, static_cast<std::uint32_t>(4 * e));
          return VecU32LoadFF4VSZ(p, offsets, s, c);
        }}};
@@ -741,10 +747,10 @@ TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
     for (std::size_t readable = 0; readable <= n; ++readable)
       for (int round = 0; round < 4; ++round) {
         CpuContext context{};
-        context.vl_word = 14;
+        context.vl_word = sve::vector_granules;
         for (auto& word : context.ffr.words) word = ~std::uint64_t{0};
-        PredV p{{random(), random(), 0, 0}};
-        if (round == 0) p = PredV{{~std::uint64_t{0}, ~std::uint64_t{0}, 0, 0}};
+        PredV p{{random(), random(), random(), random()}};
+        if (round == 0) p = all_of_value;
         // One byte of the first element beyond is still readable where an element has several.
         const std::uint64_t start =
             memory.end_address(static_cast<std::ptrdiff_t>(readable * f.memory + (f.memory > 1)));
@@ -780,14 +786,13 @@ TEST_F(Loads, FirstFaultInSixteenThreads) {
   for (int t = 0; t < threads; ++t)
     running.emplace_back([&, t] {
       CpuContext context{};
-      context.vl_word = 14;
-      const PredV all{{~std::uint64_t{0}, ~std::uint64_t{0}, 0, 0}};
-      const std::size_t readable = static_cast<std::size_t>(t) % 14;
+      context.vl_word = sve::vector_granules;
+      const std::size_t readable = static_cast<std::size_t>(t) % doubles;
       for (int i = 0; i < rounds; ++i) {
         for (auto& word : context.ffr.words) word = ~std::uint64_t{0};
         const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(readable * 8));
-        const VectorV r = VecU64CLoadFF8LSSZ(all, start, 0, &context);
-        for (std::size_t e = 0; e < 14; ++e) {
+        const VectorV r = VecU64CLoadFF8LSSZ(all_of_value, start, 0, &context);
+        for (std::size_t e = 0; e < doubles; ++e) {
           const std::uint64_t expected =
               e < readable ? lane<std::uint64_t>(reinterpret_cast<const std::uint8_t*>(start), e) : 0;
           wrong[static_cast<std::size_t>(t)] += lane<std::uint64_t>(r.bytes, e) != expected;
@@ -806,7 +811,7 @@ TEST_F(Loads, QuadwordsLookAtSixteenPredicateBits) {
   const guarded_memory memory;
   memory.fill_counting();
   CpuContext context{};
-  context.vl_word = 14;
+  context.vl_word = sve::vector_granules;
   const std::uint64_t end = memory.end_address(16);
   const auto check = [&](const VectorV& r, const std::uint8_t* from, auto active, std::size_t size) {
     for (std::size_t i = 0; i < vector_bytes; ++i) ASSERT_EQ(r.bytes[i], active(i % 16 / size) ? from[i % 16] : 0) << i;
@@ -818,13 +823,13 @@ TEST_F(Loads, QuadwordsLookAtSixteenPredicateBits) {
       VecU64LoadDup8QSIZ(all, end + 16, -1, &context), memory.end() - 16, [](std::size_t) { return true; }, 8);
   check(
       VecU32LoadDup4QSSZ(all, end - 8, 2, &context), memory.end() - 16, [](std::size_t) { return true; }, 4);
-  const PredV words{{1u << 0 | 1u << 8 | 0xf0f0, 0, 0, 0}};
+  const PredV in_words{{1u << 0 | 1u << 8 | 0xf0f0, 0, 0, 0}};
   check(
-      VecU32LoadDup4QSIZ(words, end, 0, &context), memory.end() - 16,
-      [&](std::size_t i) { return words.words[0] >> (4 * i) & 1; }, 4);
-  const PredV doubles{{1u << 8, 0, 0, 0}};
+      VecU32LoadDup4QSIZ(in_words, end, 0, &context), memory.end() - 16,
+      [&](std::size_t i) { return in_words.words[0] >> (4 * i) & 1; }, 4);
+  const PredV in_doubles{{1u << 8, 0, 0, 0}};
   check(
-      VecU64LoadDup8QSIZ(doubles, end, 0, &context), memory.end() - 16, [](std::size_t i) { return i == 1; }, 8);
+      VecU64LoadDup8QSIZ(in_doubles, end, 0, &context), memory.end() - 16, [](std::size_t i) { return i == 1; }, 8);
   const PredV above{{~std::uint64_t{0xffff}, ~std::uint64_t{0}, 0, 0}};
   check(
       VecU16LoadDup2QSIZ(above, 0x10, 0, &context), memory.begin(), [](std::size_t) { return false; }, 2);
@@ -836,9 +841,9 @@ TEST_F(Loads, ReplicatedElementsScaleTheirImmediateAndExtend) {
   memory.begin()[63 * 2 + 1] = 0x80;
   state.x[2] = memory.address();
   sve_ld1rsh_d_zpri(&state, Z(4, 3), governing, base, 63);
-  for (std::size_t e = 0; e < 14; ++e) EXPECT_EQ(lane<std::uint64_t>(state.z[4], e), 0xffffffffffff8000u);
+  for (std::size_t e = 0; e < doubles; ++e) EXPECT_EQ(lane<std::uint64_t>(state.z[4], e), 0xffffffffffff8000u);
   sve_ld1rh_s_zpri(&state, Z(4, 2), governing, base, 63);
-  for (std::size_t e = 0; e < 28; ++e) EXPECT_EQ(lane<std::uint32_t>(state.z[4], e), 0x8000u);
+  for (std::size_t e = 0; e < words; ++e) EXPECT_EQ(lane<std::uint32_t>(state.z[4], e), 0x8000u);
 }
 
 // Lengths other than the model's; at length 0 nothing is touched.

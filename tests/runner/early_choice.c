@@ -12,10 +12,10 @@ static int none(void) { return 0; }
 static int seen(void) { return 1; }
 typedef int chosen_function(void);
 
-static chosen_function* by_code(void) { return bytes() == 112 ? seen : none; }
+static chosen_function* by_code(void) { return bytes() >= 16 ? seen : none; }
 static chosen_function* by_argument(unsigned long features) { return features & HWCAP_SVE ? seen : none; }
 static chosen_function* by_question(void) { return getauxval(AT_HWCAP) & HWCAP_SVE ? seen : none; }
-static chosen_function* by_own_code(void) { return bytes() == 112 ? seen : none; }
+static chosen_function* by_own_code(void) { return bytes() >= 16 ? seen : none; }
 
 int choice_by_code(void) __attribute__((ifunc("by_code")));
 int choice_by_argument(void) __attribute__((ifunc("by_argument")));

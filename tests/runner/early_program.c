@@ -11,7 +11,7 @@ static inline unsigned long bytes(void) {
 
 static int one(void) { return 1; }
 static int two(void) { return 2; }
-static int (*choose(unsigned long features))(void) { return bytes() == 112 && features & HWCAP_SVE ? two : one; }
+static int (*choose(unsigned long features))(void) { return bytes() >= 16 && features & HWCAP_SVE ? two : one; }
 int chosen(void) __attribute__((ifunc("choose")));
 
 static unsigned long before_all, before_main;

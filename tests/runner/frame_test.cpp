@@ -28,7 +28,10 @@ namespace {
 
 using namespace sve_instructions;
 
-constexpr unsigned quadwords = 7;
+const unsigned quadwords = static_cast<unsigned>(vector_bytes / 16);
+const std::size_t sve_size = (SVE_SIG_CONTEXT_SIZE(quadwords) + 15) / 16 * 16;
+// Whether the vectors' record has room beside that of the V registers.
+const bool fits = sizeof(fpsimd_context) + sve_size + 64 <= sizeof(mcontext_t::__reserved);
 
 // The records of a frame, in order; those of the extra space follow its own.
 struct record {
@@ -86,7 +89,7 @@ class Frames : public testing::Test {
 
 TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
   static vector seen;
-  static std::uint16_t predicate[7], ffr[7];
+  static std::uint16_t predicate[16], ffr[16];
   static std::vector<std::uint32_t> order;
   static bool well_placed;
   install(SIGUSR1, [](int, siginfo_t* info, void* raw) {
@@ -94,10 +97,10 @@ TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
     const unsigned char* at = sve_record(raw);
     sve_context head;
     std::memcpy(&head, at, sizeof head);
-    well_placed = head.vl == 112 && head.flags == 0 && head.head.size == 3840;
-    std::memcpy(seen.data(), at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 112);
-    std::memcpy(predicate, at + SVE_SIG_PREG_OFFSET(quadwords, 1), 14);
-    std::memcpy(ffr, at + SVE_SIG_FFR_OFFSET(quadwords), 14);
+    well_placed = head.vl == vector_bytes && head.flags == 0 && head.head.size == sve_size;
+    std::memcpy(seen.data(), at + SVE_SIG_ZREG_OFFSET(quadwords, 7), vector_bytes);
+    std::memcpy(predicate, at + SVE_SIG_PREG_OFFSET(quadwords, 1), vector_bytes / 8);
+    std::memcpy(ffr, at + SVE_SIG_FFR_OFFSET(quadwords), vector_bytes / 8);
     order.clear();
     for (const record& r : records(raw)) {
       well_placed = well_placed && reinterpret_cast<std::uintptr_t>(r.at) % 16 == 0;
@@ -118,20 +121,21 @@ TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
   EXPECT_EQ(calls, 1);
   EXPECT_TRUE(well_placed);
   EXPECT_EQ(seen, filled(0x42));
-  for (int i = 0; i < 7; ++i) {
+  for (std::size_t i = 0; i < vector_bytes / 16; ++i) {
     EXPECT_EQ(predicate[i], 0x5555);
     EXPECT_EQ(ffr[i], 0xffff);
   }
-  EXPECT_EQ(order, (std::vector<std::uint32_t>{FPSIMD_MAGIC, EXTRA_MAGIC, SVE_MAGIC, 0}));
+  EXPECT_EQ(order, fits ? (std::vector<std::uint32_t>{FPSIMD_MAGIC, SVE_MAGIC, 0})
+                        : (std::vector<std::uint32_t>{FPSIMD_MAGIC, EXTRA_MAGIC, SVE_MAGIC, 0}));
 }
 
 // What a handler changes in the frame is what the interrupted code goes on with.
 TEST_F(Frames, AreReadBack) {
   install(SIGUSR1, [](int, siginfo_t*, void* raw) {
     unsigned char* at = sve_record(raw);
-    std::memset(at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x55, 112);
-    std::memset(at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, 14);
-    std::memset(at + SVE_SIG_FFR_OFFSET(quadwords), 0x33, 14);
+    std::memset(at + SVE_SIG_ZREG_OFFSET(quadwords, 7), 0x55, vector_bytes);
+    std::memset(at + SVE_SIG_PREG_OFFSET(quadwords, 1), 0x11, vector_bytes / 8);
+    std::memset(at + SVE_SIG_FFR_OFFSET(quadwords), 0x33, vector_bytes / 8);
     // The low 128 bits are those of the V registers' own record.
     std::memset(record_of(raw, FPSIMD_MAGIC) + offsetof(fpsimd_context, vregs) + 16 * 7, 0x66, 16);
   });
@@ -142,8 +146,8 @@ TEST_F(Frames, AreReadBack) {
   EXPECT_EQ(read_z7(), expected);
   std::uint64_t active = 0, in_ffr = 0;
   asm volatile(SVE_ASM("cntp %0, p0, p1.b\n rdffr p2.b\n cntp %1, p0, p2.b\n") : "=r"(active), "=r"(in_ffr));
-  EXPECT_EQ(active, 28u);
-  EXPECT_EQ(in_ffr, 56u);
+  EXPECT_EQ(active, vector_bytes / 4);
+  EXPECT_EQ(in_ffr, vector_bytes / 2);
 }
 
 // A record that is only a head, or none, clears what V registers do not hold.
@@ -154,7 +158,7 @@ TEST_F(Frames, WithoutVectorsClearThem) {
     const _aarch64_ctx none = {}, head = {SVE_MAGIC, sizeof(sve_context)};
     if (whole) {
       // The record of the V registers alone, as a program writes that knows no other.
-      std::memcpy(record_of(raw, EXTRA_MAGIC), &none, sizeof none);
+      std::memcpy(fits ? at : record_of(raw, EXTRA_MAGIC), &none, sizeof none);
       return;
     }
     std::memcpy(at, &head, sizeof head);
@@ -205,11 +209,13 @@ TEST_F(Frames, OfAThreadWithoutSveHoldAHeadAlone) {
 TEST_F(Frames, ThatAreForgedAreRefused) {
   static void (*forge)(void* raw);
   static void (*const forgeries[])(void*) = {
-      [](void* raw) { sve_record(raw)[8] = 128; },                                       // another length
-      [](void* raw) { sve_record(raw)[10] = SVE_SIG_FLAG_SM; },                          // streaming mode
-      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\x20\0\0\0", 4); },              // too short
-      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\0\0\1\0", 4); },                // beyond the end
-      [](void* raw) { std::memcpy(record_of(raw, EXTRA_MAGIC) + 8, "\x08\0\0\0", 4); },  // elsewhere
+      [](void* raw) { sve_record(raw)[8] = 128; },                           // another length
+      [](void* raw) { sve_record(raw)[10] = SVE_SIG_FLAG_SM; },              // streaming mode
+      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\x20\0\0\0", 4); },  // too short
+      [](void* raw) { std::memcpy(sve_record(raw) + 4, "\0\0\1\0", 4); },    // beyond the end
+      [](void* raw) {
+        std::memcpy((fits ? sve_record(raw) : record_of(raw, EXTRA_MAGIC)) + 8, "\x08\0\0\0", 4);
+      },                                                                                 // elsewhere
       [](void* raw) { std::memcpy(record_of(raw, FPSIMD_MAGIC), "none", 4); },           // no V registers
       [](void* raw) { std::memcpy(records(raw).back().at, "more", 4); },                 // a kind that there is not
       [](void* raw) { std::memcpy(sve_record(raw), record_of(raw, FPSIMD_MAGIC), 8); },  // twice the same
@@ -232,9 +238,11 @@ TEST_F(Frames, ThatAreForgedAreRefused) {
 }
 
 TEST_F(Frames, TheirRoomIsTold) {
-  EXPECT_EQ(getauxval(51), 5072u);  // AT_MINSIGSTKSZ
-  EXPECT_GE(sysconf(_SC_MINSIGSTKSZ), 5072);
-  EXPECT_GE(sysconf(_SC_SIGSTKSZ), 4 * 5072);
+  // Where the vectors are in the extra space, they take it beside what a frame has without them.
+  const unsigned long room = fits ? 4720 : 1232 + sve_size;
+  EXPECT_EQ(getauxval(51), room);  // AT_MINSIGSTKSZ
+  EXPECT_GE(sysconf(_SC_MINSIGSTKSZ), static_cast<long>(room));
+  EXPECT_GE(sysconf(_SC_SIGSTKSZ), 4 * static_cast<long>(room));
 }
 
 // A stack with memory of a known pattern below it.
@@ -336,7 +344,7 @@ TEST_F(Frames, ACrashHandlerMayDoItAll) {
   *static_cast<volatile int*>(nowhere) = 1;
   EXPECT_EQ(calls, 1);
   EXPECT_TRUE(here && inner_here);
-  EXPECT_EQ(readable, 162u);
+  EXPECT_EQ(readable, vector_bytes + std::min<std::size_t>(vector_bytes, 50));
   undefined_instruction();
   EXPECT_EQ(calls, 2);
   load_z7(page);
@@ -441,7 +449,7 @@ TEST_F(Frames, ATrapTakesNothingFromTheStack) {
                : "=&r"(bytes)
                : "r"(pages + 4096 + 16)
                : "x19", "memory");
-  EXPECT_EQ(bytes, 225u);
+  EXPECT_EQ(bytes, 2 * vector_bytes + 1);
   // Nor from below its end: red zones, as hand-written code has them, stay.
   std::memset(pages + 4096, 0x5a, 4096);
   asm volatile(SVE_ASM("mov x19, sp\n mov sp, %1\n cntb %0\n mov sp, x19\n")
@@ -474,7 +482,7 @@ TEST_F(Frames, ExceptionsPassThroughHandlers) {
         caught = e.what();
       }
       EXPECT_EQ(caught, sig == SIGILL ? "illegal" : "fault");
-      EXPECT_EQ(cntb(), 112u);
+      EXPECT_EQ(cntb(), vector_bytes);
     }
   }
 }
@@ -506,7 +514,7 @@ TEST_F(Frames, AThreadMayBeCancelledInAHandler) {
   pthread_create(
       &thread, nullptr,
       [](void*) -> void* {
-        pthread_cleanup_push([](void*) { cleaned = cntb() == 112; }, nullptr);
+        pthread_cleanup_push([](void*) { cleaned = cntb() == vector_bytes; }, nullptr);
         throw_through(SIGSEGV);
         pthread_cleanup_pop(0);
         return nullptr;

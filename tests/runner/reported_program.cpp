@@ -24,7 +24,7 @@ static void skip_instruction(int, siginfo_t*, void* context) { static_cast<ucont
 int main(int argc, char** argv) {
   const auto mode = [&](const char* name) { return argc > 1 && std::strcmp(argv[1], name) == 0; };
   const char* const operand = argc > 2 ? argv[2] : "";
-  if (sve_instructions::cntb() != 112) return 1;
+  if (sve_instructions::cntb() != sve_instructions::vector_bytes) return 1;
   if (mode("show-preload")) return std::puts(std::getenv("LD_PRELOAD")) < 0;
   if (mode("file-in-place-of-stderr")) {
     close(STDERR_FILENO);

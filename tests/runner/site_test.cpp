@@ -26,7 +26,7 @@ constexpr std::size_t page = 4096;
 constexpr std::uint32_t incb_x0 = 0x0430e3e0, ret = 0xd65f03c0;
 // cntb, cnth, cntw, cntd into X0, and what they give.
 constexpr std::array<std::uint32_t, 4> counts_into_x0 = {0x0420e3e0, 0x0460e3e0, 0x04a0e3e0, 0x04e0e3e0};
-constexpr std::array<std::uint64_t, 4> counted = {112, 56, 28, 14};
+const std::array<std::uint64_t, 4> counted = {vector_bytes, vector_bytes / 2, vector_bytes / 4, vector_bytes / 8};
 
 bool patches() {
   const char* options = std::getenv("SVE_RUN_OPTIONS");
@@ -67,15 +67,15 @@ TEST(Sites, AreBranchesAfterTheFirstVisit) {
   for (int i = 0; i < 3; ++i) code[i] = incb_x0;
   code[3] = ret;
   code.make_executable();
-  EXPECT_EQ(code.call(0), 336u);
+  EXPECT_EQ(code.call(0), 3 * vector_bytes);
   EXPECT_EQ(is_branch(code[0]), patches());
   EXPECT_EQ(code[1], incb_x0);
-  EXPECT_EQ(code.call(0, 1), 337u);
+  EXPECT_EQ(code.call(0, 1), 3 * vector_bytes + 1);
   // In the middle there is another site.
-  EXPECT_EQ(code.call(1), 224u);
+  EXPECT_EQ(code.call(1), 2 * vector_bytes);
   EXPECT_EQ(is_branch(code[1]), patches());
-  EXPECT_EQ(code.call(0), 336u);
-  EXPECT_EQ(code.call(1), 224u);
+  EXPECT_EQ(code.call(0), 3 * vector_bytes);
+  EXPECT_EQ(code.call(1), 2 * vector_bytes);
 }
 
 TEST(Sites, CodeThatBecomesWritableIsTheProgramsOwnAgain) {
@@ -84,13 +84,13 @@ TEST(Sites, CodeThatBecomesWritableIsTheProgramsOwnAgain) {
   code[1] = incb_x0;
   code[2] = ret;
   code.make_executable();
-  EXPECT_EQ(code.call(0), 224u);
+  EXPECT_EQ(code.call(0), 2 * vector_bytes);
   code.make(PROT_READ | PROT_WRITE);
   EXPECT_EQ(code[0], incb_x0);
   code[1] = ret;  // the second word alone changes
   code.make_executable();
-  EXPECT_EQ(code.call(0), 112u);
-  EXPECT_EQ(code.call(0), 112u);
+  EXPECT_EQ(code.call(0), vector_bytes);
+  EXPECT_EQ(code.call(0), vector_bytes);
 }
 
 TEST(Sites, OneAfterTheOtherBecomesTheProgramsOwnAgain) {
@@ -142,7 +142,7 @@ TEST(Sites, NeighboursArePatchedWhileOthersExecuteThem) {
       std::minstd_rand random(t + 1);
       for (int k = 0; k < 4000; ++k) {
         const std::size_t run = random() % runs, at = random() % length;
-        if (code.call(run * (length + 1) + at) != 112 * (length - at)) ++wrong;
+        if (code.call(run * (length + 1) + at) != vector_bytes * (length - at)) ++wrong;
       }
     });
   for (auto& thread : all) thread.join();
@@ -164,7 +164,7 @@ TEST(Sites, WritableCodeMayBeRewrittenAtAnyTime) {
     code.clear();
     const std::uint64_t got = code.call(0);
     if (i % 3 == 1 && got != counted[second]) ++wrong;
-    if (i % 3 == 2 && got != counted[first] + 112) ++wrong;
+    if (i % 3 == 2 && got != counted[first] + vector_bytes) ++wrong;
   }
   EXPECT_EQ(wrong, 0);
 }
@@ -181,7 +181,7 @@ TEST(Sites, OtherCodeAtTheSameAddress) {
     __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + 3));
     ASSERT_EQ(mprotect(place, page, PROT_READ | PROT_EXEC), 0);
     for (int k = 0; k < 3; ++k)
-      EXPECT_EQ(reinterpret_cast<std::uint64_t (*)()>(place)(), counted[i % 4] + (i % 3 ? 112 : 0));
+      EXPECT_EQ(reinterpret_cast<std::uint64_t (*)()>(place)(), counted[i % 4] + (i % 3 ? vector_bytes : 0));
     ASSERT_EQ(munmap(place, page), 0);
   }
 }
@@ -193,13 +193,14 @@ TEST(Sites, ACopyOfTheProcessKeepsThemAndMakesItsOwn) {
     code[2 * i + 1] = ret;
   }
   code.make_executable();
-  EXPECT_EQ(code.call(0), 112u);
-  const auto child = in_child([&] { _exit(code.call(0) == 112 && code.call(2) == 56 && code.call(4) == 28 ? 0 : 1); });
+  EXPECT_EQ(code.call(0), vector_bytes);
+  const auto child = in_child(
+      [&] { _exit(code.call(0) == counted[0] && code.call(2) == counted[1] && code.call(4) == counted[2] ? 0 : 1); });
   EXPECT_TRUE(child.exited_with(0)) << child.status;
   // What the child has made meanwhile is not in the way of what this process makes.
-  EXPECT_EQ(code.call(6), 14u);
-  EXPECT_EQ(code.call(4), 28u);
-  EXPECT_EQ(code.call(2), 56u);
+  EXPECT_EQ(code.call(6), counted[3]);
+  EXPECT_EQ(code.call(4), vector_bytes / 4);
+  EXPECT_EQ(code.call(2), vector_bytes / 2);
 }
 
 // ---- Signals in the middle of runs ----
@@ -226,7 +227,7 @@ TEST(Runs, AreWholeUnderAStormOfTimers) {
   int wrong = 0, rounds = 0;
   while (ticks < 300) {
     std::uint64_t sum = 0, n = 1000;
-    vector out;
+    vector out{};
     asm volatile(SVE_ASM("ptrue p0.b\n"
                          "dup z7.b, #0\n"
                          "1: incb %0\n"
@@ -239,7 +240,7 @@ TEST(Runs, AreWholeUnderAStormOfTimers) {
                  : "+r"(sum), "+r"(n)
                  : "r"(out.data())
                  : "v7", "cc", "memory");
-    if (sum != 1000 * (112 + 112 - 56) || out != filled(static_cast<std::uint8_t>(1000))) ++wrong;
+    if (sum != 1000 * (vector_bytes + vector_bytes / 2) || out != filled(static_cast<std::uint8_t>(1000))) ++wrong;
     ++rounds;
   }
   sigaction(SIGALRM, &before, nullptr);
@@ -290,11 +291,11 @@ TEST(Runs, AFaultInTheMiddleIsTheInstructionsOwn) {
                    : "r"(guarded_page), "r"(out.data())
                    : "x9", "v6", "v7", "memory");
       EXPECT_FALSE(escapes);
-      EXPECT_EQ(x9, 5u + 224);
+      EXPECT_EQ(x9, 5u + 2 * vector_bytes);
       EXPECT_EQ(out, filled(0x45));
       EXPECT_EQ(fault_pc, i >= 2 ? load : 0u);
     }
-    EXPECT_EQ(fault_x9, i >= 2 ? 5u + 112 : 0u);  // what is before it is done, what is behind it is not
+    EXPECT_EQ(fault_x9, i >= 2 ? 5u + vector_bytes : 0u);  // what is before it is done, what is behind it is not
   }
   sigaction(SIGSEGV, &before, nullptr);
   munmap(guarded_page, page);

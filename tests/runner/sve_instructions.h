@@ -1,13 +1,24 @@
 // SVE instructions for tests that run under sve-run themselves; the tests are compiled for a processor without SVE.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+
+#include "sve/state/built_length.h"
 
 namespace sve_instructions {
 
-using vector = std::array<std::uint8_t, 112>;
+/// The vector length in bytes that the test meets: what the variable of sve-run says, or the one of this build.
+inline const std::size_t vector_bytes = [] {
+  const char* const bits = std::getenv("SVE_RUN_VECTOR_LENGTH");
+  return (bits ? std::strtoul(bits, nullptr, 10) : SVE_VECTOR_BITS) / 8;
+}();
+
+/// Room for the longest vector; 0 above the length.
+using vector = std::array<std::uint8_t, 256>;
 
 #define SVE_ASM(text) ".arch_extension sve\n" text
 
@@ -32,8 +43,8 @@ inline void fill_z7(std::uint32_t byte) { asm volatile(SVE_ASM("dup z7.b, %w0"):
 inline void load_z7(const void* p) { asm volatile(SVE_ASM("ld1b {z7.b}, p0/z, [%0]")::"r"(p) : "v7", "memory"); }
 
 inline vector filled(std::uint8_t byte) {
-  vector v;
-  v.fill(byte);
+  vector v{};
+  std::fill_n(v.begin(), vector_bytes, byte);
   return v;
 }
 

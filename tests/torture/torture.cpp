@@ -25,11 +25,13 @@
 
 #include <atomic>
 
+#include "sve/state/built_length.h"
+
 extern char** environ;
 
 namespace {
 
-constexpr size_t vector_bytes = 112, page = 4096;
+constexpr size_t vector_bytes = SVE_VECTOR_BITS / 8, predicate_bytes = vector_bytes / 8, page = 4096;
 constexpr int thread_count = 3;
 
 #define SVE(text) ".arch_extension sve\n" text
@@ -59,7 +61,7 @@ uint64_t digest(const void* data, size_t size, uint64_t hash) {
 
 struct alignas(16) values {
   uint8_t z[8][vector_bytes];
-  uint8_t p[4][14 + 2];
+  uint8_t p[4][predicate_bytes + 2];
 };
 
 // Loads Z0 to Z7 and P0 to P3, turns them over `rounds` times in some of the ways that the bits of `choice` say, and
@@ -257,7 +259,7 @@ void racing_loads() {
       &both);
   while (!done) {
     unsigned char out[2 * vector_bytes];
-    uint8_t loaded[14 + 2];
+    uint8_t loaded[predicate_bytes + 2];
     asm volatile(SVE("ptrue p0.b\n setffr\n"
                      "ldnf1b {z0.b}, p0/z, [%1]\n"
                      "rdffr p1.b\n"

@@ -99,18 +99,18 @@ TEST(FlagWriters, TheTwoModelsDifferOnStrayBitsAlone) {
   Random random(3);
   const auto both = [](auto element, const PredV& mask, const PredV& result) {
     using T = decltype(element);
-    char m[112], r[112];
-    for (std::size_t i = 0; i < 112; ++i) m[i] = bit(mask, i), r[i] = bit(result, i);
+    char m[sve::vector_bytes], r[sve::vector_bytes];
+    for (std::size_t i = 0; i < sve::vector_bytes; ++i) m[i] = bit(mask, i), r[i] = bit(result, i);
     cpu_state state{};
     sve_ptest<T>(&state, m, r);
-    CpuContext c{0, 0, 0, 14, {}};
+    CpuContext c{0, 0, 0, sve::vector_granules, {}};
     PredSetNZCV(mask, result, 8 * sizeof(T), &c);
     return std::pair{state.nzcv, u64{c.nzcv}};
   };
   const auto check = [&](auto element) {
     using T = decltype(element);
     int differ = 0;
-    const CpuContext c{0, 0, 0, 14, {}};
+    const CpuContext c{0, 0, 0, sve::vector_granules, {}};
     for (int i = 0; i < 400; ++i) {
       const PredV mask = random_predicate(random), result = random_predicate(random);
       const auto [a, b] = both(element, mask, canonical<T>(c, [&](auto e) { return active<T>(result, e); }));
@@ -124,7 +124,7 @@ TEST(FlagWriters, TheTwoModelsDifferOnStrayBitsAlone) {
   check(u16{});
   check(u32{});
   check(u64{});
-  const PredV all = bits_of([](auto) { return true; }), stray = bits_of([](auto i) { return i == 111; });
+  const PredV all = bits_of([](auto) { return true; }), stray = bits_of([](auto i) { return i == sve::vector_bytes - 1; });
   const auto [function, library] = both(u16{}, all, stray);
   EXPECT_EQ(function, z_bit | c_bit);
   EXPECT_EQ(library, 0u);

@@ -7,6 +7,7 @@
 
 #include "sve/runner/launcher/program.h"
 #include "sve/runner/options.h"
+#include "sve/state/vector_length.h"
 
 namespace sve::runner {
 
@@ -54,7 +55,7 @@ class HelpFormatter : public CLI::Formatter {
 // The options whose value may be the word behind them. That of --counts may be left away, so it stands behind a '='.
 bool takes_next_word(std::string_view option) {
   return option == "--platform" || option == "--dynamorio" || option == "--dynamorio-options" ||
-         option == "--translate" || option == "--report";
+         option == "--translate" || option == "--report" || option == "--vector-length";
 }
 
 }  // namespace
@@ -71,8 +72,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   if (program != arguments.end() && *program == "--") ++program;
   line.program.assign(program, arguments.end());
 
-  CLI::App app("Runs an AArch64 program that uses SVE on a processor without it, at a vector length of 896 bits.",
-               "sve-run");
+  CLI::App app("Runs an AArch64 program that uses SVE on a processor without it.", "sve-run");
   app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", std::string("sve-run ") + SVE_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
@@ -94,6 +94,15 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
                    : "there is no translation " + how + ", only native, handlers and off";
       });
   app.add_flag("--trace-translation", line.trace_translation, "Print each run and the code made of it to stderr");
+  app.add_option("--vector-length", line.vector_length,
+                 "The vector length that the program meets, one of those that are installed; otherwise the variable " +
+                     std::string(length_variable) + " says it, or it is " + std::to_string(vector_bits))
+      ->type_name("BITS")
+      ->check([](const std::string& bits) {
+        return !bits.empty() && bits.find_first_not_of("0123456789") == bits.npos
+                   ? std::string()
+                   : "a vector length is a number of bits, not " + bits;
+      });
   std::string platform = "embedded";
   app.add_option("--platform", platform,
                  "How instructions are caught: embedded, a preloaded library that handles SIGILL; or dynamorio, the "

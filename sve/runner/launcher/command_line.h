@@ -13,6 +13,7 @@ struct command_line {
   bool patch = true;
   std::string translate = "native";  ///< or handlers, or off
   bool trace_translation = false;
+  std::string vector_length;  ///< in bits; empty: none is asked for
   bool counts = false;
   std::string counts_file;           ///< empty: stderr
   std::vector<std::string> reports;  ///< files, by their endings; - is text on stderr

@@ -44,12 +44,6 @@ finding find_dynamorio(const std::string& given, const std::function<const char*
                  " in it; name an installation of DynamoRIO for AArch64 with " + source);
 }
 
-finding find_client(const std::vector<std::filesystem::path>& places, const readable_test& readable) {
-  for (const auto& place : places)
-    if (readable((place / client_name).string())) return found(place / client_name);
-  return missing(std::string("the client ") + client_name + " is not there; build with DynamoRIO_DIR set, and install");
-}
-
 std::vector<std::string> dynamorio_command(const command_line& line, const std::string& home, const std::string& client,
                                            const std::string& program) {
   std::vector<std::string> words = {(std::filesystem::path(home) / launcher_of_dynamorio).string(), "-thread_private",

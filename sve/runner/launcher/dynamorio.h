@@ -1,4 +1,4 @@
-// Running a program under DynamoRIO: where it and its client are, and the command.
+// Running a program under DynamoRIO: where it is, and the command.
 #pragma once
 
 #include <filesystem>
@@ -17,9 +17,6 @@ using readable_test = std::function<bool(const std::string&)>;
 /// its CMake files.
 finding find_dynamorio(const std::string& given, const std::function<const char*(const char*)>& variable,
                        const readable_test& readable);
-
-/// The client, in the first of `places` that has it.
-finding find_client(const std::vector<std::filesystem::path>& places, const readable_test& readable);
 
 /// The words of the command that runs `program`, at its path, with the arguments of `line`.
 std::vector<std::string> dynamorio_command(const command_line& line, const std::string& home, const std::string& client,

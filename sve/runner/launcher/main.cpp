@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -20,9 +21,11 @@
 #include "sve/runner/launcher/check.h"
 #include "sve/runner/launcher/command_line.h"
 #include "sve/runner/launcher/dynamorio.h"
+#include "sve/runner/launcher/library.h"
 #include "sve/runner/launcher/program.h"
 #include "sve/runner/launcher/reporting.h"
 #include "sve/runner/options.h"
+#include "sve/state/vector_length.h"
 
 namespace {
 
@@ -57,25 +60,33 @@ int run(const std::string& path, const std::vector<std::string>& words) {
               path + ": " + std::strerror(errno) + "; try to run it without sve-run");
 }
 
+// The library of this vector length, beside this program, as in a build tree, or where it is installed.
+finding find_library_of(const std::string& bits, const char* prefix, std::initializer_list<const char*> places,
+                        const std::string& remedy) {
+  std::vector<std::filesystem::path> paths;
+  for (const char* place : places) paths.push_back(own_directory() / place);
+  return find_library(paths, prefix, bits, remedy);
+}
+
 // The directory of DynamoRIO, and the client that it is to load.
 struct dynamorio_place {
   finding home, client;
 };
 
-dynamorio_place find_dynamorio_and_client(const command_line& line) {
+dynamorio_place find_dynamorio_and_client(const command_line& line, const std::string& bits) {
   const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
   const auto variable = [](const char* name) { return std::getenv(name); };
-  const auto here = own_directory();
   dynamorio_place place;
-  place.client = find_client({here / SVE_CLIENT_FROM_BUILD, here / SVE_CLIENT_FROM_PROGRAM}, readable);
+  place.client = find_library_of(bits, client_prefix, {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM},
+                                 "the client is not there; build with DynamoRIO_DIR set, and install");
   place.home = find_dynamorio(line.dynamorio_home, variable, readable);
   if (place.home.status == 0 && place.client.status != 0) place.home = place.client;
   return place;
 }
 
-int run_under_dynamorio(const command_line& line, const std::string& program) {
+int run_under_dynamorio(const command_line& line, const std::string& program, const std::string& bits) {
   if (!line.report_directory.empty()) setenv(options_variable, options_value(line).c_str(), 1);
-  const auto [home, client] = find_dynamorio_and_client(line);
+  const auto [home, client] = find_dynamorio_and_client(line, bits);
   if (home.status != 0) return fail(home.status, home.error);
   const auto words = dynamorio_command(line, home.path, client.path, program);
   return run(words.front(), words);
@@ -114,27 +125,17 @@ std::vector<std::string> libraries_of(const std::string& program) {
   return libraries;
 }
 
-int check(const command_line& line, const char* search_path) {
+int check(const command_line& line, const char* search_path, const std::string& bits) {
   struct utsname system;
   surroundings here;
   if (uname(&system) == 0) here.kernel = std::string(system.sysname) + " " + system.release;
   here.has_sve = processor_has_sve();
   here.search_path = search_path;
   here.libraries = libraries_of;
-  here.dynamorio = [&] { return find_dynamorio_and_client(line).home; };
+  here.dynamorio = [&] { return find_dynamorio_and_client(line, bits).home; };
   const check_result result = sve::runner::check(line, here);
   std::fputs(result.text.c_str(), stdout);
   return result.status;
-}
-
-// Beside this program, as in a build tree, or where it is installed.
-std::optional<std::string> find_library() {
-  const auto here = own_directory();
-  for (const auto& directory : {here, here / SVE_LIBRARY_FROM_PROGRAM}) {
-    const auto path = (directory / library_name).lexically_normal();
-    if (access(path.c_str(), R_OK) == 0) return path.string();
-  }
-  return std::nullopt;
 }
 
 // What to preload before the program's own wishes. Of two copies of the library in one process none would know what the
@@ -146,13 +147,13 @@ std::string preload_list(const std::string& library, const std::string& program,
   std::replace(entries.begin(), entries.end(), ' ', ':');
   std::istringstream words(entries);
   for (std::string entry; std::getline(words, entry, ':');)
-    if (!entry.empty() && entry.substr(entry.rfind('/') + 1) != library_name) list += ":" + entry;
+    if (!entry.empty() && !entry.substr(entry.rfind('/') + 1).starts_with(library_prefix)) list += ":" + entry;
   return list;
 }
 
 int run_embedded(const command_line& line, const std::string& program, const std::string& library) {
   const char* preloaded = std::getenv(preload_variable);
-  const bool nested = preloaded && std::strstr(preloaded, library_name);
+  const bool nested = preloaded && std::strstr(preloaded, library_prefix);
   setenv(preload_variable, preload_list(library, program, preloaded).c_str(), 1);
   std::string options = options_value(line);
   if (nested) options = with_outer_wishes(options, std::getenv(options_variable));
@@ -177,6 +178,14 @@ std::optional<std::string> prepare_counts_file(command_line& line) {
   return std::nullopt;
 }
 
+// What is asked for; or what an outer sve-run took, by its library where the variable has got lost; or this build's.
+std::string wanted_length(const command_line& line, const char* preloaded) {
+  if (!line.vector_length.empty()) return line.vector_length;
+  if (const char* const said = std::getenv(length_variable); said && *said) return said;
+  const std::string outer = length_in(preloaded ? preloaded : "", library_prefix);
+  return outer.empty() ? std::to_string(sve::vector_bits) : outer;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -190,7 +199,9 @@ int main(int argc, char** argv) {
 
   const char* search_path = std::getenv("PATH");
   if (!search_path) search_path = "/usr/local/bin:/usr/bin:/bin";
-  if (line.check) return check(line, search_path);
+  const char* preloaded = std::getenv(preload_variable);
+  const std::string bits = wanted_length(line, preloaded);
+  if (line.check) return check(line, search_path, bits);
   finding program = resolve_scripts(find_program(line.program.front(), search_path), line.program);
   if (program.status == 0)
     program = line.dynamorio || is_sve_run(program.path) ? check_machine(program.path) : check_program(program.path);
@@ -210,17 +221,18 @@ int main(int argc, char** argv) {
     if (prepared.status != 0) return fail(prepared.status, prepared.error);
     return run_for_reports(line, prepared.path, program_of_line);
   };
-  if (line.dynamorio) return become([&] { return run_under_dynamorio(line, program.path); });
-  const auto library = find_library();
-  if (!library) {
-    return fail(status_failed, std::string(library_name) + ": not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM
-                                                           "; install it again");
-  }
-  if (library->find_first_of(" :$") != std::string::npos) {
+  // What is asked for here holds for another sve-run below too.
+  if (!line.vector_length.empty()) setenv(length_variable, bits.c_str(), 1);
+  if (line.dynamorio) return become([&] { return run_under_dynamorio(line, program.path, bits); });
+  const finding library =
+      find_library_of(bits, library_prefix, {"", SVE_LIBRARY_FROM_PROGRAM},
+                      "not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM "; install it again");
+  if (library.status != 0) return fail(library.status, library.error);
+  if (library.path.find_first_of(" :$") != std::string::npos) {
     return fail(status_failed,
-                *library + ": the loader takes no path with a space, colon or dollar; install it elsewhere");
+                library.path + ": the loader takes no path with a space, colon or dollar; install it elsewhere");
   }
   if (const auto error = prepare_counts_file(line)) return fail(status_failed, *error);
 
-  return become([&] { return run_embedded(line, program.path, *library); });
+  return become([&] { return run_embedded(line, program.path, library.path); });
 }

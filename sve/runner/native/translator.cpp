@@ -540,7 +540,7 @@ class translator {
     std::fill_n(other_.of, 32, static_cast<std::uint8_t>(no_register));
     const std::size_t begin = code_->size(), log_begin = log_->size();
     measuring_ = true;
-    put_span(first, end, pieces - 2, 2);
+    put_span(first, end, pieces > 2 ? pieces - 2 : pieces - 1, pieces > 2 ? 2 : 1);
     measuring_ = false;
     code_->truncate(begin);
     log_->truncate(log_begin);
@@ -551,7 +551,9 @@ class translator {
       store_q(n, z_offset(n, 0));
       if (loads) log_->add(code_->size(), code_event::lent_z, n);
     }
-    for (unsigned p = pieces; p > 1; p -= 2) put_span(first, end, p - 2, 2);
+    unsigned p = pieces;
+    for (; p > 2; p -= 2) put_span(first, end, p - 2, 2);
+    if (p == 2) put_span(first, end, 1, 1);
     put_span(first, end, 0, 1);
     if (loads) log_->add(code_->size(), code_event::returned_z);
     for (std::size_t i = first; i < end; ++i) {
@@ -560,7 +562,6 @@ class translator {
       code_->put(insns_[i].word);
     }
   }
-  static_assert(pieces % 2 == 1);
 
   // The pieces from `p` on, one or two.
   void put_span(std::size_t first, std::size_t end, unsigned p, unsigned halves) {
@@ -972,7 +973,7 @@ class translator {
       const int at = a.offset + static_cast<int>((16 >> steps) * p);
       if (steps == 0 && p == 0) {
         code_->put(str_q, n, a.r, at);
-      } else if (steps == 0) {
+      } else if (steps == 0 && p + 1 < pieces) {
         load_pair(t, u, z_offset(n, 16 * p));
         code_->put(stp_q, t, u, a.r, at);
         ++p;
@@ -1038,6 +1039,7 @@ class translator {
       code_->put(ldp_q, t, u, from, 16 * p);
       code_->put(stp_q, t, u, to, 16 * p);
     }
+    if (pieces % 2 == 0) return;
     code_->put(ldr_q, t, from, 16 * (pieces - 1));
     code_->put(str_q, t, to, 16 * (pieces - 1));
   }
@@ -1200,10 +1202,13 @@ class translator {
   // What has been gathered becomes a register's.
   void put_gathered(unsigned d, unsigned at, unsigned t, unsigned u) {
     code_->put(ldr_q, d, at, 0);
-    for (unsigned p = 1; p < pieces; p += 2) {
+    for (unsigned p = 1; p + 1 < pieces; p += 2) {
       code_->put(ldp_q, t, u, at, 16 * p);
       store_pair(t, u, z_offset(d, 16 * p));
     }
+    if (pieces % 2 != 0) return;
+    code_->put(ldr_q, t, at, 16 * (pieces - 1));
+    store_q(t, z_offset(d, 16 * (pieces - 1)));
   }
 
   void put_compare(const insn& i) {
@@ -1511,13 +1516,15 @@ class translator {
     store_q(n, z_offset(n, 0));
     const bool is_low = i.how == action::unpack_low;
     add_offset(z, base_, z_offset(n, is_low ? 0 : static_cast<unsigned>(vector_bytes) / 2));
-    // In an order in which no piece is overwritten that is still to be read.
-    for (unsigned k = 0; k <= pieces / 2; ++k) {
-      const unsigned q = is_low ? pieces / 2 - k : k;
-      if (q == pieces / 2) {
+    // In an order in which no piece is overwritten that is still to be read. Of an odd number the last one is half a
+    // piece.
+    constexpr unsigned last = (pieces - 1) / 2;
+    for (unsigned k = 0; k <= last; ++k) {
+      const unsigned q = is_low ? last - k : k;
+      if (pieces % 2 != 0 && q == last) {
         code_->put(ldr_d, t, z, 16 * q);
-        vector(low, from_size, a, t);
-        store_q(a, z_offset(i.d, 32 * q));
+        vector(low, from_size, q == 0 ? i.d : a, t);
+        if (q > 0) store_q(a, z_offset(i.d, 32 * q));
         continue;
       }
       code_->put(ldr_q, t, z, 16 * q);
@@ -1534,7 +1541,8 @@ class translator {
   void put_zero_rest(unsigned d) { put_zero_rest_with(d, spare(0)); }
   void put_zero_rest_with(unsigned d, unsigned t) {
     code_->put(movi_zero, t);
-    for (unsigned p = 1; p < pieces; p += 2) store_pair(t, t, z_offset(d, 16 * p));
+    for (unsigned p = 1; p + 1 < pieces; p += 2) store_pair(t, t, z_offset(d, 16 * p));
+    if (pieces % 2 == 0) store_q(t, z_offset(d, 16 * (pieces - 1)));
   }
 
   // The operand's piece, its inactive elements those of `identity`.
@@ -1615,25 +1623,29 @@ class translator {
   // A tree of neighbours, over as many pieces as a power of two, those that there are not being 0.
   void put_fp_sum(const insn& i) {
     const bool masked = !is_full(i, known_);
-    static_assert(pieces == 7);
-    const unsigned m = spare(0);
-    unsigned at[8];
-    for (unsigned k = 0; k < 8; ++k) at[k] = spare(1 + k);
-    for (unsigned p = 0; p < pieces; ++p) {
-      const unsigned from = put_reduced_piece(i, p, at[p], masked ? m : no_register, no_register);
-      move_v(at[p], from);
-    }
-    code_->put(movi_zero, at[7]);
-    for (unsigned step = 1; step < 8; step *= 2)
-      for (unsigned k = 0; k < 8; k += 2 * step) vector(v_faddp, i.size, at[k], at[k], at[k + step]);
-    put_zero_rest(i.d);
+    const unsigned m = masked ? spare(std::bit_width(pieces - 1) + 1) : no_register;
+    const unsigned sum = put_fp_tree(i, m, 0, std::bit_ceil(pieces), 0);
+    put_zero_rest_with(i.d, spare(1));
     // One piece is left.
     if (i.size == element_s) {
-      vector(v_faddp, i.size, at[0], at[0], at[0]);
-      code_->put(faddp_scalar_s, i.d, at[0]);
+      vector(v_faddp, i.size, sum, sum, sum);
+      code_->put(faddp_scalar_s, i.d, sum);
     } else {
-      code_->put(faddp_scalar_d, i.d, at[0]);
+      code_->put(faddp_scalar_d, i.d, sum);
     }
+  }
+  // Of `count` pieces from `first` on, in the k-th spare register.
+  unsigned put_fp_tree(const insn& i, unsigned m, unsigned first, unsigned count, unsigned k) {
+    const unsigned at = spare(k);
+    if (first >= pieces) {
+      code_->put(movi_zero, at);
+    } else if (count == 1) {
+      move_v(at, put_reduced_piece(i, first, at, m, no_register));
+    } else {
+      put_fp_tree(i, m, first, count / 2, k);
+      vector(v_faddp, i.size, at, at, put_fp_tree(i, m, first + count / 2, count / 2, k + 1));
+    }
+    return at;
   }
 
   // ---- General registers ----

@@ -1,4 +1,4 @@
-// Runs as native code: what 896 bits are to the processor is seven of its own vectors.
+// Runs as native code: a vector is several of the processor's own.
 //
 // The low sixteen bytes of each Z register are the processor's V register, the other six pieces and the predicates lie
 // in the thread's cpu_state. The code works on the program's own registers, and borrows a few that the run does not

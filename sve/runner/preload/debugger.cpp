@@ -18,29 +18,29 @@ extern const char sve_entry_save[], sve_entry_leaving[], sve_entry_left[];
 // The types of the registers as a debugger shows them. This file alone has debug information, and these are in it.
 union sve_z_register {
   union {
-    std::uint8_t u[112];
-    std::int8_t s[112];
+    std::uint8_t u[sve::vector_bytes];
+    std::int8_t s[sve::vector_bytes];
   } b;
   union {
-    __fp16 f[56];
-    std::uint16_t u[56];
-    std::int16_t s[56];
+    __fp16 f[sve::vector_bytes / 2];
+    std::uint16_t u[sve::vector_bytes / 2];
+    std::int16_t s[sve::vector_bytes / 2];
   } h;
   union {
-    float f[28];
-    std::uint32_t u[28];
-    std::int32_t s[28];
+    float f[sve::vector_bytes / 4];
+    std::uint32_t u[sve::vector_bytes / 4];
+    std::int32_t s[sve::vector_bytes / 4];
   } s;
   union {
-    double f[14];
-    std::uint64_t u[14];
-    std::int64_t s[14];
+    double f[sve::vector_bytes / 8];
+    std::uint64_t u[sve::vector_bytes / 8];
+    std::int64_t s[sve::vector_bytes / 8];
   } d;
 };
 
 // A flag an element: that of its lowest byte.
 struct sve_p_register {
-  std::uint8_t b[112], h[56], s[28], d[14];
+  std::uint8_t b[sve::vector_bytes], h[sve::vector_bytes / 2], s[sve::vector_bytes / 4], d[sve::vector_bytes / 8];
 };
 
 namespace sve::runner {
@@ -73,7 +73,7 @@ using namespace sve::runner;
 
 /// Read by gdb.py, which knows this order. All are words of 64 bits.
 extern const struct sve_run_debugger_interface {
-  std::uint64_t version = 1;
+  std::uint64_t version = 2;
   thread_block* const* blocks;
   std::uint64_t next = offsetof(thread_block, next), thread_id = offsetof(thread_block, thread_id),
                 running = offsetof(thread_block, running), used = offsetof(thread_block, used_sve),
@@ -82,6 +82,7 @@ extern const struct sve_run_debugger_interface {
                 z = offsetof(cpu_state, z), p = offsetof(cpu_state, p), ffr = offsetof(cpu_state, ffr);
   entry_place* const* entries;
   const void* entry_count;
+  std::uint64_t vector_bytes = sve::vector_bytes;
   std::uint64_t site_address = offsetof(site, address), site_count = offsetof(site, count);
   const char *save, *leaving, *left;
   const void* handler_return;

@@ -135,13 +135,16 @@ void relocate(const LoadedObject& us, const link_map* objects) {
   });
 }
 
+// This library, of any build and any length.
+bool is_runner(const char* name) { return std::strncmp(name, library_prefix, sizeof library_prefix - 1) == 0; }
+
 // Whether an object that the loader may relocate before us does so. Those of libc are not asked for SVE, and the
 // program itself, which is the first, comes after us.
 bool others_choose(const link_map* objects, const LoadedObject& loader) {
   for (const link_map* other = objects->l_next; other; other = other->l_next) {
     if (is_ourselves(other) || other->l_addr == loader.base() || other->l_addr == 0) continue;
     const LoadedObject object(other->l_addr, other->l_ld);
-    if (std::strncmp(object.name(), "libc.so.", 8) == 0 || std::strcmp(object.name(), library_name) == 0) continue;
+    if (std::strncmp(object.name(), "libc.so.", 8) == 0 || is_runner(object.name())) continue;
     if (object.chooses_implementations()) return true;
   }
   return false;

@@ -78,17 +78,15 @@ void put(void* at, const T& value) {
 }
 
 void pack(const std::uint8_t (&bytes)[vector_bytes], std::uint8_t* bits) {
-  const std::uint64_t low = pack_word(bytes, 64), high = pack_word(bytes + 64, vector_bytes - 64);
-  std::memcpy(bits, &low, 8);
-  std::memcpy(bits + 8, &high, predicate_bytes - 8);
+  predicate_words packed;
+  pack_register(bytes, packed.words);
+  std::memcpy(bits, packed.words, predicate_bytes);
 }
 
 void unpack(const std::uint8_t* bits, std::uint8_t (&bytes)[vector_bytes]) {
-  std::uint64_t low = 0, high = 0;
-  std::memcpy(&low, bits, 8);
-  std::memcpy(&high, bits + 8, predicate_bytes - 8);
-  unpack_word(low, bytes, 64);
-  unpack_word(high, bytes + 64, vector_bytes - 64);
+  predicate_words packed{};
+  std::memcpy(packed.words, bits, predicate_bytes);
+  unpack_register(packed.words, bytes);
 }
 
 void write_sve_record(std::uint8_t* at, const thread_block* block, const fpsimd_context* vectors) {

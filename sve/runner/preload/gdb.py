@@ -1,4 +1,4 @@
-"""For gdb, which loads this by itself with libsve_run.so: programs under sve-run as on a processor with SVE.
+"""For gdb, which loads this by itself with libsve_run_896.so and its kin: programs under sve-run as on a processor with SVE.
 
     info sve [REGISTER...]         Z0 to Z31, P0 to P15 and FFR of the selected thread and frame
     print $sve_z(0).s.u[3]         by element type: b, h, s, d, each as f, u or s
@@ -15,8 +15,8 @@ import struct
 import gdb
 import gdb.unwinder
 
-VECTOR = 112
-FIELDS = ("version blocks next thread_id running used state x sp nzcv z p ffr entries entry_count site_address "
+VECTOR = 0  # bytes; the library says it
+FIELDS = ("version blocks next thread_id running used state x sp nzcv z p ffr entries entry_count vector_bytes site_address "
           "site_count save leaving left handler_return end_is_near tell_debugged prepare_sites").split()
 
 
@@ -53,10 +53,12 @@ class Runner:
             values = struct.unpack(f"<{len(FIELDS)}Q", memory(int(symbol.value().address), 8 * len(FIELDS)))
         except gdb.error:
             return None
-        if values[0] != 1 or values[-1] == 0:
+        if values[0] != 2 or values[-1] == 0:
             return None
         Runner.known = Runner(values)
         Runner.known.process = process
+        global VECTOR
+        VECTOR = Runner.known.vector_bytes
         return Runner.known
 
     @staticmethod
@@ -275,7 +277,7 @@ class Registers:
 
     def p_at(self, n):  # 16 is FFR
         if self.record:
-            return self.record + 16 + 32 * VECTOR + 14 * n
+            return self.record + 16 + 32 * VECTOR + VECTOR // 8 * n
         return self.state + (self.runner.ffr if n == 16 else self.runner.p + VECTOR * n)
 
     def p(self, n):
@@ -284,13 +286,13 @@ class Registers:
             return bytes(VECTOR)
         if self.record is None:
             return bytes(b != 0 for b in memory(self.p_at(n), VECTOR))
-        bits = int.from_bytes(memory(self.p_at(n), 14), "little")
+        bits = int.from_bytes(memory(self.p_at(n), VECTOR // 8), "little")
         return bytes(bits >> i & 1 for i in range(VECTOR))
 
     def set_p(self, n, flags):
         self.need_whole_record()
         bits = sum(flag << i for i, flag in enumerate(flags))
-        gdb.selected_inferior().write_memory(self.p_at(n), bits.to_bytes(14, "little") if self.record else flags)
+        gdb.selected_inferior().write_memory(self.p_at(n), bits.to_bytes(VECTOR // 8, "little") if self.record else flags)
         self.use()
 
     def need_whole_record(self):

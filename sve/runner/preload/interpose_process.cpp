@@ -108,7 +108,7 @@ struct needed_environment {
       if (is_variable(environment[count], options_variable)) options_at = count;
       if (is_variable(environment[count], ignored_variable)) ignored_at = count;
     }
-    has_library = preload_at >= 0 && std::strstr(environment[preload_at], library_name) != nullptr;  // of any build
+    has_library = preload_at >= 0 && std::strstr(environment[preload_at], library_prefix) != nullptr;  // of any build
     is_reachable = !is_active() || library_is_reachable();
   }
   bool is_complete() const { return is_reachable && has_library && ignored == 0 && ignored_at < 0; }

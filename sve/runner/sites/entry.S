@@ -6,7 +6,7 @@
 // Entries of the file of V registers, whose low parts Z0 to Z31 have in common with them.
         .macro each_v op
         .irp    n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31
-        \op    q\n, [x19, #SVE_STATE_Z + 112 * \n]
+        \op    q\n, [x19, #SVE_STATE_Z + SVE_VECTOR_BITS / 8 * \n]
         .endr
         .endm
 
