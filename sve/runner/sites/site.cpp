@@ -503,8 +503,11 @@ bool sites_are_debugged() {
   const SignalsBlocked signals;
   const std::unique_lock guard(lock, std::try_to_lock);
   if (!guard) return false;
-  if (debugged) return true;
+  if (debugged && patching) return true;
   debugged = true;
+  // gdb steps over a trap by no step of its own: a program that was to keep its words has breakpoints in them anyway.
+  if (!patching) start_patching();
+  patching = true;
   translating = translation::handlers;
   first_debugged = count_of_sites.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < first_debugged; ++i) restore(by_index[i]);
