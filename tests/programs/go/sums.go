@@ -36,7 +36,7 @@ func fault() (recovered bool) {
 func main() {
 	fmt.Println("a vector has", C.vector_bytes(), "bytes")
 	var all sync.WaitGroup
-	totals := make([]C.int64_t, 16)
+	totals := make([]C.int64_t, 8)
 	recovered := make([]bool, len(totals))
 	for g := range totals {
 		all.Add(1)
@@ -46,7 +46,7 @@ func main() {
 			for i := range values {
 				values[i] = C.int64_t(i * (g + 1))
 			}
-			for round := 0; round < 50; round++ {
+			for round := 0; round < 20; round++ {
 				totals[g] = C.sum_of_squares(&values[0], C.long(len(values)))
 				_ = make([]byte, 100000)
 			}
