@@ -11,6 +11,7 @@
 #include "sve/decode/text.h"
 #include "sve/report/run_data.h"
 #include "sve/report/text.h"
+#include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
@@ -492,7 +493,7 @@ void patch_site(site* s) {
     return s->gave_up.load(std::memory_order_relaxed) ||
            read_word(s->address) == s->patch.load(std::memory_order_relaxed);
   };
-  if (!patching || is_done()) return;
+  if (!patching || is_done() || in_borrowed_memory()) return;
   const std::lock_guard guard(lock);
   if (is_done() || read_word(s->address) == breakpoint_word) return;
   if (branch_to_entry(s)) return;
