@@ -43,7 +43,7 @@ need() {
 # What building takes, tests and benchmarks included.
 install_build_tools() {
   need g++ cmake ninja-build ccache binutils pkg-config git python3 \
-    libgtest-dev libbenchmark-dev libcli11-dev libdw-dev nlohmann-json3-dev clang \
+    libgtest-dev libbenchmark-dev libcli11-dev libdw-dev nlohmann-json3-dev clang golang-go \
     python3-jsonschema chromium-headless-shell
   if [[ $machine == x86_64 ]]; then
     need gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 long watched[16];
@@ -85,6 +86,13 @@ int main(int argc, char** argv) {
   if (!strcmp(mode, "abort")) {
     vectors();
     abort();
+  }
+  if (!strcmp(mode, "fork")) {
+    const pid_t child = fork();
+    if (child == 0) _exit(steps(3000) == 3225 ? 5 : 6);
+    int status;
+    waitpid(child, &status, 0);
+    printf("child %d, parent %ld\n", WEXITSTATUS(status), steps(4000));
   }
   if (!strcmp(mode, "fault"))
     __asm__ volatile("ptrue p0.b\n faulting: ld1b {z0.b}, p0/z, [%0]" ::"r"(16L) : "z0", "p0");

@@ -1,5 +1,5 @@
-// Prints what indirect branches to SVE instructions do in pages that want landing pads and in others. It must print the
-// same under sve-run as on a processor with SVE.
+// Prints what indirect branches to SVE instructions do in pages that want landing pads, its own among them, and in
+// others. It must print the same under sve-run as on a processor with SVE.
 #include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -14,7 +14,10 @@
 namespace {
 
 constexpr int prot_bti = 0x10;
-constexpr std::uint32_t bti_c = 0xd503245f, cntb_x0 = 0x0420e3e0, incb_x0 = 0x0430e3e0, ret = 0xd65f03c0;
+constexpr std::uint32_t words[] = {0xd503245f, 0x0420e3e0, 0x0430e3e0, 0x0430e3e0, 0xd65f03c0};
+asm(".text\n .balign 4\n own_words: bti c\n .inst 0x0420e3e0, 0x0430e3e0, 0x0430e3e0\n ret");  // cntb x0; incb x0,
+                                                                                               // twice
+extern "C" std::uint32_t own_words[];
 
 sigjmp_buf behind;
 std::uint32_t* code;
@@ -48,6 +51,17 @@ std::uint64_t by_ret(std::uint32_t* at) {
   if (sigsetjmp(behind, 1) == 0) std::printf("%lu\n", static_cast<unsigned long>(go(at)));
 }
 
+// Three times from each: a place is patched when it has been met.
+void attempt_all(const char* name, std::uint64_t (*go)(std::uint32_t*), std::uint32_t* words_at) {
+  code = words_at;
+  for (int i = 0; i < 3; ++i) {
+    for (const int at : {1, 0, 2}) {
+      std::printf("%s to word %d: ", name, at);
+      attempt(go, code + at);
+    }
+  }
+}
+
 }  // namespace
 
 int main() {
@@ -60,20 +74,15 @@ int main() {
     const char* name;
     std::uint64_t (*go)(std::uint32_t*);
   } ways[] = {{"blr", by_blr}, {"br", by_br}, {"ret", by_ret}};
+  for (const auto& way : ways) attempt_all(way.name, way.go, own_words);
   for (const int guard : {0, prot_bti}) {
     for (const auto& way : ways) {
-      code =
-          static_cast<std::uint32_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-      const std::uint32_t words[] = {bti_c, cntb_x0, incb_x0, incb_x0, ret};
-      std::memcpy(code, words, sizeof words);
-      __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + 5));
-      if (mprotect(code, 4096, PROT_READ | PROT_EXEC | guard) != 0) return 1;
-      for (int i = 0; i < 3; ++i) {
-        for (const int at : {1, 0, 2}) {
-          std::printf("guard %#x, %s to word %d: ", guard, way.name, at);
-          attempt(way.go, code + at);
-        }
-      }
+      void* const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+      std::memcpy(page, words, sizeof words);
+      __builtin___clear_cache(static_cast<char*>(page), static_cast<char*>(page) + sizeof words);
+      if (mprotect(page, 4096, PROT_READ | PROT_EXEC | guard) != 0) return 1;
+      std::printf("guard %#x\n", guard);
+      attempt_all(way.name, way.go, static_cast<std::uint32_t*>(page));
     }
   }
   return 0;

@@ -614,36 +614,125 @@ std::uint64_t halfwords_for_the_first_time() {
 
 constexpr int no_sandbox = 77;
 
-TEST(Sandboxes, OfReadWriteAndExitLetTrapsBe) {
-  const auto result = in_child([] {
-    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) _exit(no_sandbox);
-    const bool right =
-        cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes;
-    syscall(SYS_exit, right ? 7 : 8);
+// Reading, writing, ending and `allowed` are allowed; what the rest comes to is `otherwise`.
+template <class Enter>
+bool filter_calls(unsigned otherwise, Enter enter, unsigned allowed = SYS_read) {
+  sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ, allowed, 6, 0),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_read, 5, 0),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_write, 4, 0),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_exit, 3, 0),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_exit_group, 2, 0),
+                           BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_rt_sigreturn, 1, 0),
+                           BPF_STMT(BPF_RET | BPF_K, otherwise),
+                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog filter{sizeof program / sizeof program[0], program};
+  return enter(&filter);
+}
+
+// A system call that no function of the C library makes.
+long bare_call(long number, long a, long b = 0, long c = 0) {
+  register long x8 asm("x8") = number;
+  register long x0 asm("x0") = a;
+  register long x1 asm("x1") = b;
+  register long x2 asm("x2") = c;
+  register long x3 asm("x3") = 0;
+  register long x4 asm("x4") = 0;
+  asm volatile("svc #0" : "+r"(x0) : "r"(x8), "r"(x1), "r"(x2), "r"(x3), "r"(x4) : "memory");
+  return x0;
+}
+
+// Places old and new, when it is called first.
+[[gnu::noinline]] bool counts_in_sandbox() {
+  return cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes;
+}
+
+template <class Enter>
+void strict_sandbox_lets_traps_be(Enter enter) {
+  const auto result = in_child([=] {
+    if (enter() != 0) _exit(no_sandbox);
+    syscall(SYS_exit, counts_in_sandbox() ? 7 : 8);
   });
   if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
   EXPECT_TRUE(result.exited_with(7)) << result.status;
 }
 
-TEST(Sandboxes, OfAListLetTrapsAndTheReportBe) {
-  const auto result = in_child([] {
-    sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_read, 5, 0),
-                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_write, 4, 0),
-                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_exit, 3, 0),
-                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_exit_group, 2, 0),
-                             BPF_JUMP(BPF_JMP | BPF_JEQ, SYS_rt_sigreturn, 1, 0),
-                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
-                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-    const sock_fprog filter{sizeof program / sizeof program[0], program};
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &filter) != 0)
-      _exit(no_sandbox);
-    _exit(cntb() == vector_bytes && halfwords_for_the_first_time() == vector_bytes / 2 && cntb() == vector_bytes ? 7
-                                                                                                                 : 8);
+TEST(Sandboxes, OfReadWriteAndExitLetTrapsBe) {
+  strict_sandbox_lets_traps_be([] { return prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT); });
+  strict_sandbox_lets_traps_be([] { return syscall(SYS_prctl, PR_SET_SECCOMP, SECCOMP_MODE_STRICT); });
+  strict_sandbox_lets_traps_be([] { return syscall(SYS_seccomp, SECCOMP_SET_MODE_STRICT, 0, nullptr); });
+}
+
+template <class Enter>
+void list_lets_traps_and_the_report_be(Enter enter) {
+  const auto result = in_child([=] {
+    if (!filter_calls(SECCOMP_RET_KILL_PROCESS, enter)) _exit(no_sandbox);
+    _exit(counts_in_sandbox() ? 7 : 8);
   });
   if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
   EXPECT_TRUE(result.exited_with(7)) << result.status;
   EXPECT_EQ(result.error_output, report_of(3));
+}
+
+TEST(Sandboxes, OfAListLetTrapsAndTheReportBe) {
+  list_lets_traps_and_the_report_be([](const sock_fprog* filter) {
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, filter) == 0;
+  });
+  // Neither by prctl: the one by a call that is not seen, the other by one that is.
+  list_lets_traps_and_the_report_be([](const sock_fprog* filter) {
+    return bare_call(SYS_prctl, PR_SET_NO_NEW_PRIVS, 1) == 0 &&
+           syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, filter) == 0;
+  });
+}
+
+// Nobody sees these begin. Places that have been met need no call but the return from their trap, if they trap still.
+TEST(Sandboxes, OfBareCallsLetPlacesThatAreMetBe) {
+  const auto result = in_child([] {
+    counts_in_sandbox();
+    counts_in_sandbox();
+    if (bare_call(SYS_prctl, PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) _exit(no_sandbox);
+    bare_call(SYS_exit, counts_in_sandbox() ? 7 : 8);
+  });
+  if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
+  EXPECT_TRUE(result.exited_with(7)) << result.status;
+}
+
+// New places ask whether there is a sandbox.
+TEST(Sandboxes, OfBareCallsAreSeenWhereAskingIsAllowed) {
+  for (const unsigned otherwise : {SECCOMP_RET_ERRNO | EPERM, SECCOMP_RET_KILL_PROCESS}) {
+    const auto result = in_child([=] {
+      const bool begun = filter_calls(
+          otherwise,
+          [](const sock_fprog* filter) {
+            return bare_call(SYS_prctl, PR_SET_NO_NEW_PRIVS, 1) == 0 &&
+                   bare_call(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, reinterpret_cast<long>(filter)) == 0;
+          },
+          otherwise == SECCOMP_RET_KILL_PROCESS ? SYS_prctl : SYS_read);
+      if (!begun) _exit(no_sandbox);
+      _exit(counts_in_sandbox() ? 7 : 8);
+    });
+    if (result.exited_with(no_sandbox)) GTEST_SKIP() << "this kernel has no seccomp";
+    EXPECT_TRUE(result.exited_with(7)) << result.status;
+    EXPECT_EQ(result.error_output, report_of(3));
+  }
+}
+
+// In memory that is its parent's until it has a program of its own.
+TEST_F(GeneratedCode, AVforkedChildsSandboxIsItsOwn) {
+  const auto is_patched_when_called = [this](int at, std::uint32_t word) {
+    const std::uint32_t words[] = {word, ret};
+    EXPECT_EQ(mprotect(code, page, PROT_READ | PROT_WRITE), 0);
+    std::memcpy(code + at, words, sizeof words);
+    __builtin___clear_cache(reinterpret_cast<char*>(code + at), reinterpret_cast<char*>(code + at + 2));
+    EXPECT_EQ(mprotect(code, page, PROT_READ | PROT_EXEC), 0);
+    reinterpret_cast<std::uint64_t (*)()>(code + at)();
+    return code[at] != word;
+  };
+  const bool is_patched = is_patched_when_called(0, cntb_x0);
+  const pid_t child = vfork();
+  if (child == 0) _exit(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 ? 3 : 4);
+  EXPECT_EQ(WEXITSTATUS(status_of(child)), 3);
+  EXPECT_EQ(is_patched_when_called(8, cnth_x0), is_patched);
 }
 
 TEST(Processes, ManyCopiesWhileThreadsTrap) {

@@ -124,7 +124,8 @@ TEST(FlagWriters, TheTwoModelsDifferOnStrayBitsAlone) {
   check(u16{});
   check(u32{});
   check(u64{});
-  const PredV all = bits_of([](auto) { return true; }), stray = bits_of([](auto i) { return i == sve::vector_bytes - 1; });
+  const PredV all = bits_of([](auto) { return true; }),
+              stray = bits_of([](auto i) { return i == sve::vector_bytes - 1; });
   const auto [function, library] = both(u16{}, all, stray);
   EXPECT_EQ(function, z_bit | c_bit);
   EXPECT_EQ(library, 0u);

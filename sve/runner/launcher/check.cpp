@@ -155,15 +155,13 @@ check_result check(const command_line& line, const surroundings& here) {
   std::string options;
   finding platform = check_program(program.path);
   const bool is_reached_only_by_dynamorio =
-      !kind.changes_user && !kind.gets_capabilities && (!kind.is_dynamic || !kind.has_glibc || kind.is_go);
+      !kind.changes_user && !kind.gets_capabilities && (!kind.is_dynamic || !kind.has_glibc);
   if (line.dynamorio || is_reached_only_by_dynamorio) {
     platform = here.dynamorio();
     options = " --platform=dynamorio";
     if (platform.status == 0) options += " --dynamorio " + shell_word(platform.path);
-    say("platform",
-        std::string("dynamorio") + (line.dynamorio ? ", as was asked for"
-                                    : kind.is_go   ? ": the Go runtime takes SIGILL by system calls of its own"
-                                                   : ": preloading cannot reach such a program"));
+    say("platform", std::string("dynamorio") +
+                        (line.dynamorio ? ", as was asked for" : ": preloading cannot reach such a program"));
   } else if (platform.status == 0) {
     say("platform", "embedded");
   }

@@ -119,8 +119,11 @@ bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
   const time_of_trap time(block);
   load_state(state, context);
   std::uint32_t* const start = state->pc;
-  // A vforked child makes none: the lock may be held by a thread that the child has not, where it is a copy after all.
-  site* const s = is_sandboxed() ? find_site(start) : in_borrowed_memory() ? nullptr : need_site(start);
+  site* s = find_site(start);
+  if (!s) notice_sandbox();
+  // A vforked child makes none, and patches none: the lock may be held by a thread that the child has not, where it is
+  // a copy after all.
+  if (!s && !is_sandboxed() && !in_borrowed_memory()) s = need_site(start);
   // An indirect branch to here, from code that has landing pads. Whether the page wants one the processor tells at our
   // branch, which is as little one as the program's own word: what comes back from it has met the landing pad's fault.
   const bool may_need_landing_pad = (context->uc_mcontext.pstate & landing_pad_mask) != 0;

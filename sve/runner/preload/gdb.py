@@ -142,6 +142,21 @@ def before_resuming():
             runner.prepare(location.address, location.address + 4)
 
 
+def around_call(event):
+    """A function that gdb calls leaves the program's registers as they were. gdb itself knows of V alone."""
+    runner = Runner.current()
+    block = runner.block() if runner else 0
+    if isinstance(event, gdb.InferiorCallPreEvent):
+        parts = ((runner.z, 32 * VECTOR), (runner.p, 16 * VECTOR), (runner.ffr, VECTOR)) if block else ()
+        around_call.kept.append([(block + runner.state + at, memory(block + runner.state + at, size)) for at, size in parts])
+    elif around_call.kept:
+        for at, bytes_before in around_call.kept.pop():
+            gdb.selected_inferior().write_memory(at, bytes_before)
+
+
+around_call.kept = []
+
+
 def after_stepi():
     """One instruction of the program is one step, not the first of an entry's."""
     runner = Runner.current()
@@ -435,6 +450,7 @@ def start():
     for command in ("step", "next", "stepi", "nexti", "continue", "finish", "until", "advance"):
         gdb.execute(f"define hook-{command}\npython gdb.sve_before_resuming()\nend", to_string=True)
     gdb.execute("define hookpost-stepi\npython gdb.sve_after_stepi()\nend", to_string=True)
+    gdb.events.inferior_call.connect(around_call)
     gdb.events.exited.connect(Runner.forget)
     gdb.events.clear_objfiles.connect(Runner.forget)
     for signal in ("SIGILL", "SIGSEGV"):

@@ -3,6 +3,7 @@
 #include <alloca.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/seccomp.h>
 
 #include <algorithm>
 #include <atomic>
@@ -402,12 +403,20 @@ int prctl(int option, ...) noexcept {
   unsigned long a[4];
   for (unsigned long& argument : a) argument = va_arg(list, unsigned long);
   va_end(list);
+  need_real_functions();
   if (announces() && option == PR_SVE_GET_VL) return vector_length();
   if (announces() && option == PR_SVE_SET_VL) return request_vector_length(a[0]);
-  // Before a program filters its system calls it gives up what new programs could gain, and then it may load its filter
-  // by a raw system call.
+  // Before a program filters its system calls it gives up what new programs could gain, unless it is root's, and then
+  // it may load its filter by a raw system call.
   if (option == PR_SET_SECCOMP || option == PR_SET_NO_NEW_PRIVS) sandbox_begins();
   return real.prctl(option, a[0], a[1], a[2], a[3]);
+}
+
+// By syscall(): libc has no function of this name.
+__attribute__((visibility("hidden"))) long sve_seccomp(unsigned operation, unsigned flags, void* arguments) {
+  if (operation == SECCOMP_SET_MODE_STRICT || operation == SECCOMP_SET_MODE_FILTER) sandbox_begins();
+  const long result = system_call(SYS_seccomp, operation, flags, address(arguments));
+  return result < 0 ? sve_fail(result) : result;
 }
 
 }  // extern "C"

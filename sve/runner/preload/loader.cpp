@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "sve/runner/preload/early.h"
+
 namespace sve::runner {
 
 LoadedObject::LoadedObject(std::uintptr_t base, const ElfW(Dyn) * dynamic) : base_(base) {
@@ -102,6 +104,26 @@ LoadedObject object_around(const void* inside) {
   const auto* segment = reinterpret_cast<const ElfW(Phdr)*>(at + header->e_phoff);
   while (segment->p_type != PT_DYNAMIC) ++segment;
   return {at, reinterpret_cast<const ElfW(Dyn)*>(at + segment->p_vaddr)};
+}
+
+bool program_has_note_of(const char* owner) {
+  const unsigned long* const place = auxiliary_value(AT_PHDR);
+  const unsigned long* const count = auxiliary_value(AT_PHNUM);
+  if (!place || !count) return false;
+  const std::span headers(reinterpret_cast<const ElfW(Phdr)*>(*place), *count);
+  std::uintptr_t base = 0;
+  for (const ElfW(Phdr) & header : headers)
+    if (header.p_type == PT_PHDR) base = *place - header.p_vaddr;
+  for (const ElfW(Phdr) & header : headers) {
+    if (header.p_type != PT_NOTE) continue;
+    const std::uintptr_t end = base + header.p_vaddr + header.p_filesz;
+    for (std::uintptr_t at = base + header.p_vaddr; at < end;) {
+      const auto* const note = reinterpret_cast<const ElfW(Nhdr)*>(at);
+      if (note->n_namesz == 4 && std::strncmp(reinterpret_cast<const char*>(note + 1), owner, 4) == 0) return true;
+      at += sizeof *note + ((note->n_namesz + 3) & ~3u) + ((note->n_descsz + 3) & ~3u);
+    }
+  }
+  return false;
 }
 
 }  // namespace sve::runner

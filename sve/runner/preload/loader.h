@@ -53,4 +53,7 @@ class LoadedObject {
 /// The object that holds the code at `inside`, whose headers begin it.
 LoadedObject object_around(const void* inside);
 
+/// Whether the program has a note whose owner has this name of three letters.
+bool program_has_note_of(const char* owner);
+
 }  // namespace sve::runner

@@ -120,12 +120,19 @@ bool is_active() { return active; }
 
 namespace {
 std::atomic<bool> sandboxed{false};
-}
+long filter_at_start = 0;
+
+// How system calls are filtered, or an error.
+long filter_of_calls() { return system_call(SYS_prctl, PR_GET_SECCOMP); }
+}  // namespace
 bool is_sandboxed() { return sandboxed.load(std::memory_order_relaxed); }
 void sandbox_begins() {
-  if (!active) return;
+  if (!active || in_borrowed_memory()) return;
   need_thread_block();
   sandboxed = true;
+}
+void notice_sandbox() {
+  if (active && !is_sandboxed() && filter_of_calls() != filter_at_start) sandboxed = true;
 }
 bool announces() { return active && options.announce; }
 const char* library_path() { return own_path; }
@@ -209,6 +216,7 @@ void serve_traps(char** environment) {
   const bool is_served = inherited.handler > reinterpret_cast<std::uintptr_t>(SIG_IGN);
   active = (*features & hwcap_sve) == 0 && !is_served;
   if (!active) return;
+  filter_at_start = filter_of_calls();
   if (options.report_directory[0]) note_for_report(options.lane_use, options.time);
   start_thread_blocks();
   const signal_bits ignored = take_ignored(environment);

@@ -13,6 +13,8 @@ bool is_active();
 /// which is rt_sigreturn, and what prints the total, which is write.
 bool is_sandboxed();
 void sandbox_begins();
+/// Finds out whether it has begun unseen, by a system call of the program's own.
+void notice_sandbox();
 
 /// Whether programs that ask are told that there is SVE.
 bool announces();

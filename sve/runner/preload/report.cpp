@@ -142,6 +142,7 @@ void write_total() {
 
 void report(process_end how, int signal) {
   if (!is_active()) return;
+  notice_sandbox();
   if (is_sandboxed()) {
     if (reported.exchange(true)) return;
     if (wanted.totals) write_total();

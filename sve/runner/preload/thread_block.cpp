@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "sve/runner/preload/copies.h"
+#include "sve/runner/preload/loader.h"
 #include "sve/runner/preload/process.h"
 #include "sve/runner/sites/site.h"
 
@@ -27,6 +28,11 @@ constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_
 pthread_key_t key;
 SleepingLock list_lock;
 thread_block* main_block = nullptr;
+
+// The Go runtime asks for alternate stacks, and sets masks, by system calls of its own, and would take the runner's
+// stack for one that it is to use. So its threads get the runner's with their first signal, which comes on the stack
+// that Go has set.
+bool is_go = false;
 
 std::byte* mapping_of(const thread_block* block) {
   return reinterpret_cast<std::byte*>(const_cast<thread_block*>(block)) - block_offset;
@@ -131,10 +137,11 @@ void free_thread_block(thread_block* block) {
 void begin_thread(thread_block* block) {
   block->thread_id = kernel_thread_id();
   block->blocked |= kernel_mask(SIG_UNBLOCK, owned_signals) & owned_signals;
+  if (is_go) block->blocked = 0;
   const SignalsBlocked signals;
   const stack_t ours = runner_stack(block);
   stack_t before{};
-  system_call(SYS_sigaltstack, address(&ours), address(&before));
+  system_call(SYS_sigaltstack, is_go ? 0 : address(&ours), address(&before));
   if (!(before.ss_flags & SS_DISABLE)) block->program_stack = before;
   this_thread_block = block;
   // The key is one of the first, whose values lie in the thread's descriptor: this neither allocates nor locks.
@@ -181,6 +188,7 @@ void leave_guarded(thread_block* block) {
 }
 
 void start_thread_blocks() {
+  is_go = program_has_note_of("Go");
   pthread_key_create(&key, thread_ends);
   main_block = make_thread_block();
   if (main_block) begin_thread(main_block);

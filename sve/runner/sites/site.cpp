@@ -11,6 +11,7 @@
 #include "sve/decode/text.h"
 #include "sve/report/run_data.h"
 #include "sve/report/text.h"
+#include "sve/runner/preload/copies.h"
 #include "sve/runner/preload/debugger.h"
 #include "sve/runner/preload/emulate.h"
 #include "sve/runner/preload/kernel.h"
@@ -492,7 +493,7 @@ void patch_site(site* s) {
     return s->gave_up.load(std::memory_order_relaxed) ||
            read_word(s->address) == s->patch.load(std::memory_order_relaxed);
   };
-  if (!patching || is_done()) return;
+  if (!patching || is_done() || in_borrowed_memory()) return;
   const std::lock_guard guard(lock);
   if (is_done() || read_word(s->address) == breakpoint_word) return;
   if (branch_to_entry(s)) return;
@@ -503,8 +504,11 @@ bool sites_are_debugged() {
   const SignalsBlocked signals;
   const std::unique_lock guard(lock, std::try_to_lock);
   if (!guard) return false;
-  if (debugged) return true;
+  if (debugged && patching) return true;
   debugged = true;
+  // gdb steps over a trap by no step of its own: a program that was to keep its words has breakpoints in them anyway.
+  if (!patching) start_patching();
+  patching = true;
   translating = translation::handlers;
   first_debugged = count_of_sites.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < first_debugged; ++i) restore(by_index[i]);

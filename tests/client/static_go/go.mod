@@ -1,0 +1,3 @@
+module lanes
+
+go 1.19

@@ -1,0 +1,3 @@
+module sums
+
+go 1.19
