@@ -1,17 +1,15 @@
-// Words whose elements, at every size, are where mistakes show; and the types' short names.
+// Words whose elements, at every size, are where mistakes show.
 #pragma once
 
-#include <cstdint>
 #include <iterator>
 #include <random>
 
+#include "sve/state/integers.h"
+
 namespace test {
 
+using namespace sve::integers;
 using Random = std::mt19937_64;
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
 
 // Integers, then floating-point numbers: infinities, NaNs, ones, the largest subnormal ones.
 inline constexpr u64 edge_words[] = {0,

@@ -6,12 +6,6 @@
 namespace sve {
 namespace {
 
-// Adds the flags that unpacking raised.
-template <class T>
-Outcome<T> with_flags(Outcome<T> outcome, int flags) {
-  return {outcome.value, outcome.flags | flags};
-}
-
 template <class T>
 constexpr Outcome<T> invalid(int flags) {
   return {Format<T>::default_nan, flags | flag_ioc};
@@ -149,6 +143,4 @@ unsigned long fp64_muladd(unsigned long a, unsigned long b, unsigned long c, int
   template T FPDiv(T, T, FPSCR&);                                    \
   template T FPSqrt(T, FPSCR&);                                      \
   template T FPMulAdd(T, T, T, FPSCR&);
-SVE_FPLIB_INSTANTIATE(unsigned short)
-SVE_FPLIB_INSTANTIATE(unsigned int)
-SVE_FPLIB_INSTANTIATE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_INSTANTIATE)

@@ -20,8 +20,14 @@ struct Outcome {
   T value;
   int flags;
 };
+/// The same with flags that were raised before: mostly by unpacking.
+template <class T>
+constexpr Outcome<T> with_flags(Outcome<T> outcome, int flags) {
+  return {outcome.value, outcome.flags | flags};
+}
 
 /// The three formats by the type that holds their bits; no other type has a format.
+#define SVE_FPLIB_FORMATS(DO) DO(unsigned short) DO(unsigned int) DO(unsigned long)
 template <class T>
 struct Format;
 

@@ -31,8 +31,7 @@ working_status compare_by_library(byte* truth, std::size_t n, const Predicate& p
       [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src...);
   if (outcome.active) status();
   if (outcome.pending) [[unlikely]]
-    for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e]) store<T>(truth, e, test(load<T>(src, e)..., status()) ? 1 : 0);
+    pending.for_each(n, [&](std::size_t e) { store<T>(truth, e, test(load<T>(src, e)..., status()) ? 1 : 0); });
   return status;
 }
 

@@ -25,10 +25,6 @@ namespace veclib_test {
 
 using sve::byte;
 using namespace test;
-using s8 = std::int8_t;
-using s16 = std::int16_t;
-using s32 = std::int32_t;
-using s64 = std::int64_t;
 using wide = __int128;
 
 /// Lengths in granules: the smallest, the one that `cpu_ctxt` names, one that is no power of two, the model's, the
