@@ -88,8 +88,6 @@ constexpr auto lt0_unreached = [](auto a, auto& s) SVE_RETURNS(!FPCompareGE(a, d
 
 }  // namespace
 
-#define FP_TYPES F16, F32, D64
-
 SVE_DEFINE_CMP_VV(CmpEQVVZ, compare<T>(p, ctx, eq, a, b), FP_TYPES)
 SVE_DEFINE_CMP_VV(CmpNEVVZ, compare<T>(p, ctx, ne, a, b), FP_TYPES)
 SVE_DEFINE_CMP_VV(CmpGEVVZ, compare<T>(p, ctx, ge, a, b), FP_TYPES)
