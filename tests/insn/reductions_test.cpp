@@ -63,13 +63,11 @@ const reduction reductions[] = {
 template <class T>
 void check(const reduction& r, unsigned code) {
   for (const unsigned d : {5u, 6u})  // the register's other bytes are cleared, also when it is the source
-    run(
-        r.name, 200, [&](cpu_state* s) { return r.function(s, d, merging(1), z(6, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          const u64 value = reduced<T>(r.op, s.p[1], s.z[6]);
-          std::memset(e.z[d], 0, vector_bytes);
-          std::memcpy(e.z[d], &value, 8);
-        });
+    run(r.name, 200, calling(r.function, d, merging(1), z(6, code)), [&](auto& e, auto& s) {
+      const u64 value = reduced<T>(r.op, s.p[1], s.z[6]);
+      std::memset(e.z[d], 0, vector_bytes);
+      std::memcpy(e.z[d], &value, 8);
+    });
 }
 
 TEST(Reduction, EveryOperationAndSize) {
@@ -114,7 +112,7 @@ void check_address(bool doubleword) {
             s->instr = (s->instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
             return sve_adr_scaled_zzz(s, z(d, element_b), z(6, element_b), z(7, element_b));
           },
-          [&](cpu_state& e, const cpu_state& s) {
+          [&](auto& e, auto& s) {
             e.instr = (s.instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
             auto base = elements<T>(s.z[6]);
             const auto offset = elements<T>(s.z[7]);

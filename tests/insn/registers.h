@@ -212,6 +212,27 @@ std::string explained(Call call, const cpu_state& start, const cpu_state& expect
   return "\n" + name(result) + ", " + side_by_side(vector_bytes, operands, should[result], is[result]);
 }
 
+/// The call of a function with these operands on a state.
+template <class... Operands, class... Given>
+auto calling(aarch64_decode_rc (*function)(cpu_state*, Operands...), Given... given) {
+  return [=](cpu_state* state) { return function(state, given...); };
+}
+
+/// dst[i] = op(src[i]...), or where there is a predicate active ? op(src[i]...) : dst[i], for elements of T.
+template <class T, class Op, class... Sources>
+void map_elements(byte* dst, Op op, const Sources*... src) {
+  vector_of<T> r;
+  for (std::size_t i = 0; i < r.size(); ++i) r[i] = static_cast<T>(op(sve::load<T>(src, i)...));
+  put(dst, r);
+}
+template <class T, class Op, class... Sources>
+void merge_elements(byte* dst, const byte* predicate, Op op, const Sources*... src) {
+  auto r = elements<T>(dst);
+  for (std::size_t i = 0; i < r.size(); ++i)
+    if (active<T>(predicate, i)) r[i] = static_cast<T>(op(sve::load<T>(src, i)...));
+  put(dst, r);
+}
+
 /// Runs `call` on random states against `expect`, which turns a copy of the start into the expected state.
 template <class Call, class Expect>
 void run(const char* name, int cases, Call call, Expect expect) {
