@@ -242,11 +242,9 @@ class Keeper : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
+    for (const Run& run : runs)
+      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")
         times[run.run_name.function_name] = run.GetAdjustedCPUTime() / count;
-      }
-    }
   }
   std::map<std::string, double> times;
 };

@@ -41,9 +41,8 @@ Outcome<T> multiply_any(T a, T b, int mode) {
   Unpacked<T> y = fp_unpack(b, mode, flags);
   if (x.nan() || y.nan()) return with_flags(fp_process_NaNs(a, b, mode), flags);
   const unsigned sgn = x.sgn ^ y.sgn;
-  if ((x.infinite() && y.zero()) || (x.zero() && y.infinite())) {
+  if ((x.infinite() && y.zero()) || (x.zero() && y.infinite()))
     return Extended ? Outcome<T>{two<T>(sgn), flags} : invalid<T>(flags);
-  }
   if (x.infinite() || y.infinite()) return {with_sign(sgn, F::infinity), flags};
   if (x.zero() || y.zero()) return {with_sign<T>(sgn, 0), flags};
   fp_normalise(x);

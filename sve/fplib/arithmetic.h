@@ -176,9 +176,8 @@ template <class T>
 [[gnu::always_inline]] inline Outcome<T> multiply_add(T a, T b, T c, int mode) {
   // An addend of zero, the usual start of an accumulation, needs no more than no hidden bit.
   const bool addend_zero = magnitude_of(a) == 0;
-  if (!((is_normal(a) | addend_zero) & is_normal(b) & is_normal(c))) [[unlikely]] {
+  if (!((is_normal(a) | addend_zero) & is_normal(b) & is_normal(c))) [[unlikely]]
     return multiply_add_any(a, b, c, 0, mode);
-  }
   Unpacked<T> addend = unpack_normal(a);
   if (addend_zero) addend.mnt = 0;
   return add_terms(addend_term(addend), product_term(unpack_normal(b), unpack_normal(c)), 0, mode);

@@ -198,9 +198,8 @@ template <class T>
   using F = Format<T>;
   constexpr int drop = significand_top - F::fraction_bits;
   constexpr std::uint64_t rest_mask = (std::uint64_t{1} << drop) - 1;
-  if (static_cast<unsigned>(exp - 1) >= F::exponent_max - 2u || rm > mode_rounding) [[unlikely]] {
+  if (static_cast<unsigned>(exp - 1) >= F::exponent_max - 2u || rm > mode_rounding) [[unlikely]]
     return round_pack<T>(sgn, exp, fraction_at_top<T>(significand), rm, mode);
-  }
   std::uint64_t bias = 0;
   if (rm == FPRounding_TiesEven) {
     bias = (rest_mask >> 1) + ((significand >> drop) & 1);

@@ -85,7 +85,7 @@ int check_convert(Failures& failures, From a, FPSCR fpscr) {
 
 template <class From, class To>
 int check_to_fixed(Failures& failures, From a, FPSCR fpscr, int fbits) {
-  for (int rounding = 0; rounding < 5; ++rounding) {
+  for (int rounding = 0; rounding < 5; ++rounding)
     for (const bool u : {false, true}) {
       check(
           failures, u ? "fplibFPToFixed u" : "fplibFPToFixed",
@@ -93,7 +93,6 @@ int check_to_fixed(Failures& failures, From a, FPSCR fpscr, int fbits) {
           [=](From x, FPSCR& s) { return fplibFPToFixed<From, To>(x, fbits, u, static_cast<FPRounding>(rounding), s); },
           a);
     }
-  }
   return 10;
 }
 
@@ -120,14 +119,13 @@ int check_one_operand(Failures& failures, T a, FPSCR fpscr, int fbits) {
   check(failures, "FPRecipEstimate", reference::recip_estimate(a, fpscr), fpscr, FPRecipEstimate<T>, a);
   check(failures, "FPRSqrtEstimate", reference::rsqrt_estimate(a, fpscr), fpscr, FPRSqrtEstimate<T>, a);
   int count = 3;
-  for (int rounding = 0; rounding < 5; ++rounding) {
+  for (int rounding = 0; rounding < 5; ++rounding)
     for (const bool exact : {false, true}) {
       check(
           failures, "FPRoundInt", reference::round_int(a, rounding, exact, fpscr), fpscr,
           [=](T x, FPSCR& s) { return FPRoundInt(x, static_cast<FPRounding>(rounding), exact, s); }, a);
       ++count;
     }
-  }
   if constexpr (sizeof(T) != 2) count += check_convert<T, unsigned short>(failures, a, fpscr);
   if constexpr (sizeof(T) != 4) count += check_convert<T, unsigned int>(failures, a, fpscr);
   if constexpr (sizeof(T) != 8) count += check_convert<T, unsigned long>(failures, a, fpscr);
@@ -139,7 +137,7 @@ int check_one_operand(Failures& failures, T a, FPSCR fpscr, int fbits) {
 
 template <class T>
 int check_from_fixed(Failures& failures, std::uint64_t a, FPSCR fpscr, int fbits) {
-  for (int rounding = 0; rounding < 4; ++rounding) {
+  for (int rounding = 0; rounding < 4; ++rounding)
     for (const bool u : {false, true}) {
       check(
           failures, "fplibFixedToFP", reference::from_fixed<T>(a, fbits, u, rounding, fpscr), fpscr,
@@ -148,7 +146,6 @@ int check_from_fixed(Failures& failures, std::uint64_t a, FPSCR fpscr, int fbits
           },
           a);
     }
-  }
   return 8;
 }
 

@@ -114,9 +114,8 @@ bool plain(Half a, FPSCR fpscr) {
 }
 
 int check_pair(Failures& failures, Half a, Half b, FPSCR fpscr) {
-  if (!plain(a, fpscr) || !plain(b, fpscr)) {
+  if (!plain(a, fpscr) || !plain(b, fpscr))
     return checks::check_two_operands(failures, a, b, fpscr) + checks::check_compares(failures, a, b, fpscr);
-  }
   const double x = values[a], y = values[b];
   const int rounding = static_cast<int>(fpscr >> 22 & 3);
   const bool flush = fpscr & sve::fpscr_fz16;
@@ -163,12 +162,11 @@ TEST(HalfPairs, DISABLED_All) {
   Failures failures;
   Random random(32);
   std::uint64_t count = 0;
-  for (unsigned a = 0; a < 0x10000 && !failures.enough(); ++a) {
+  for (unsigned a = 0; a < 0x10000 && !failures.enough(); ++a)
     for (unsigned b = 0; b < 0x10000; ++b) {
       count += static_cast<std::uint64_t>(
           check_pair(failures, static_cast<Half>(a), static_cast<Half>(b), pair_controls(random())));
     }
-  }
   operands::report("all half pairs", count);
 }
 

@@ -52,11 +52,8 @@ void check_binary(const predicated& f, unsigned code) {
   for (const unsigned m : {6u, 5u}) {  // the second source apart, or the destination itself
     aarch64_z_reg zdn = z_tied(5, code);
     run(f.name, 60, calling(f.function, zdn, merging(1), z(m, code)), [&](auto& e, auto& s) {
-      auto a = elements<T>(s.z[5]);
-      const auto b = elements<T>(s.z[m]);
-      for (std::size_t i = 0; i < a.size(); ++i)
-        if (active<T>(s.p[1], i)) a[i] = static_cast<T>(f.op(a[i], b[i], 8 * sizeof(T)));
-      put(e.z[5], a);
+      merge_elements<T>(
+          e.z[5], s.p[1], [&](T a, T b) { return f.op(a, b, 8 * sizeof(T)); }, s.z[5], s.z[m]);
     });
   }
 }
@@ -131,11 +128,8 @@ template <class T>
 void check_unary(const char* name, sve::insn::zpz* function, unsigned code, u64 (*op)(u64, int)) {
   for (const unsigned n : {6u, 5u})
     run(name, 60, calling(function, z(5, code), merging(1), z(n, code)), [&](auto& e, auto& s) {
-      auto r = elements<T>(s.z[5]);
-      const auto a = elements<T>(s.z[n]);
-      for (std::size_t i = 0; i < a.size(); ++i)
-        if (active<T>(s.p[1], i)) r[i] = static_cast<T>(op(a[i], 8 * sizeof(T)));
-      put(e.z[5], r);
+      merge_elements<T>(
+          e.z[5], s.p[1], [&](T a) { return op(a, 8 * sizeof(T)); }, s.z[n]);
     });
 }
 
@@ -175,13 +169,7 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
       for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}, {5u, 5u}})
         run(f.name, 40,
             calling(f.function, z_tied(5, size_code<T>), merging(1), z(n, size_code<T>), z(m, size_code<T>)),
-            [&](auto& e, auto& s) {
-              auto a = elements<T>(s.z[5]);
-              const auto b = elements<T>(s.z[n]), c = elements<T>(s.z[m]);
-              for (std::size_t i = 0; i < a.size(); ++i)
-                if (active<T>(s.p[1], i)) a[i] = static_cast<T>(f.op(a[i], b[i], c[i]));
-              put(e.z[5], a);
-            });
+            [&](auto& e, auto& s) { merge_elements<T>(e.z[5], s.p[1], f.op, s.z[5], s.z[n], s.z[m]); });
   });
 }
 
@@ -191,10 +179,8 @@ template <class T>
 void check_unpredicated(const char* name, sve::insn::zzz* function, unsigned code, binary op) {
   for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}})
     run(name, 20, calling(function, z(5, code), z(n, code), z(m, code)), [&](auto& e, auto& s) {
-      auto a = elements<T>(s.z[n]);
-      const auto b = elements<T>(s.z[m]);
-      for (std::size_t i = 0; i < a.size(); ++i) a[i] = static_cast<T>(op(a[i], b[i], 0));
-      put(e.z[5], a);
+      map_elements<T>(
+          e.z[5], [&](T a, T b) { return op(a, b, 0); }, s.z[n], s.z[m]);
     });
 }
 
@@ -212,11 +198,7 @@ TEST(Unpredicated, Vectors) {
 TEST(Unpredicated, Immediates) {
   const auto check = [](const char* name, auto element, auto call, auto op) {
     using T = decltype(element);
-    run(name, 5, call, [&](auto& e, auto& s) {
-      auto a = elements<T>(s.z[5]);
-      for (T& v : a) v = static_cast<T>(op(u64{v}));
-      put(e.z[5], a);
-    });
+    run(name, 5, call, [&](auto& e, auto& s) { map_elements<T>(e.z[5], op, s.z[5]); });
   };
   for_each_type([&]<class T>() {
     const aarch64_z_reg zdn = z_tied(5, size_code<T>);

@@ -1,4 +1,6 @@
 // Moves of elements as instruction functions, against plain index arithmetic.
+#include <functional>
+
 #include "registers.h"
 #include "tests/index_rules.h"
 
@@ -124,15 +126,6 @@ void fill(byte* dst, u64 value) {
   put(dst, r);
 }
 
-// active ? value(i) : otherwise(i)
-template <class T, class Value, class Otherwise>
-void blend(byte* dst, const byte* predicate, Value value, Otherwise otherwise) {
-  vector_of<T> r;
-  for (std::size_t i = 0; i < sve::lanes<T>; ++i)
-    r[i] = active<T>(predicate, i) ? static_cast<T>(value(i)) : static_cast<T>(otherwise(i));
-  put(dst, r);
-}
-
 TEST(Dup, ImmediateRegisterAndPattern) {
   for_each_type([]<class T>() {
     for (const int imm : {0, 1, -1, -128, 127, -32768, 32512})
@@ -170,10 +163,8 @@ TEST(Copy, ImmediatesMergeOrZero) {
     for (const unsigned qualifier : {aarch64_p_reg::merging, aarch64_p_reg::zeroing, aarch64_p_reg::bare})
       for (const int imm : {0, -1, 127, -128, 32512, -32768})
         run("cpy_zpi", 10, calling(sve_cpy_zpi, z(3, size_code<T>), p(9, qualifier), imm), [&](auto& e, auto& s) {
-          const auto old = elements<T>(s.z[3]);
-          blend<T>(
-              e.z[3], s.p[9], [&](auto) { return static_cast<std::int64_t>(imm); },
-              [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
+          if (qualifier == aarch64_p_reg::zeroing) fill<T>(e.z[3], 0);
+          merge_elements<T>(e.z[3], s.p[9], [&] { return imm; });
         });
   });
 }
@@ -181,18 +172,11 @@ TEST(Copy, ImmediatesMergeOrZero) {
 TEST(Copy, ScalarsMerge) {
   for_each_type([]<class T>() {
     for (const unsigned n : {0u, 31u})
-      run("cpy_zpr", 30, calling(sve_cpy_zpr, z(3, size_code<T>), merging(2), xsp(n)), [&](auto& e, auto& s) {
-        const auto old = elements<T>(s.z[3]);
-        blend<T>(
-            e.z[3], s.p[2], [&](auto) { return n == 31 ? s.sp : s.x[0]; }, [&](auto i) { return old[i]; });
-      });
+      run("cpy_zpr", 30, calling(sve_cpy_zpr, z(3, size_code<T>), merging(2), xsp(n)),
+          [&](auto& e, auto& s) { merge_elements<T>(e.z[3], s.p[2], [&] { return n == 31 ? s.sp : s.x[0]; }); });
     for (const unsigned n : {3u, 4u})
       run("cpy_zpv", 30, calling(sve_cpy_zpv, z(3, size_code<T>), merging(2), z(n, size_code<T>)),
-          [&](auto& e, auto& s) {
-            const auto old = elements<T>(s.z[3]), from = elements<T>(s.z[n]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto) { return from[0]; }, [&](auto i) { return old[i]; });
-          });
+          [&](auto& e, auto& s) { merge_elements<T>(e.z[3], s.p[2], [&] { return sve::load<T>(s.z[n], 0); }); });
   });
 }
 
@@ -201,9 +185,8 @@ TEST(Select, ElementsAndPredicateBytes) {
     for (const auto& [n, m] : {std::pair{4u, 5u}, {4u, 4u}, {3u, 5u}, {4u, 3u}})
       run("sel", 30, calling(sve_sel_zpzz, z_tied(3, size_code<T>), p(2), z(n, size_code<T>), z_tied(m, size_code<T>)),
           [&](auto& e, auto& s) {
-            const auto a = elements<T>(s.z[n]), b = elements<T>(s.z[m]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto i) { return a[i]; }, [&](auto i) { return b[i]; });
+            std::memcpy(e.z[3], s.z[m], vector_bytes);
+            merge_elements<T>(e.z[3], s.p[2], std::identity(), s.z[n]);
           });
   });
   for (const unsigned d : {0u, 1u, 2u, 3u})
@@ -219,10 +202,8 @@ TEST(MovePrefix, CopiesOrBlends) {
     for (const unsigned qualifier : {aarch64_p_reg::merging, aarch64_p_reg::zeroing})
       run("movprfx", 30, calling(sve_movprfx_zpz, z(3, size_code<T>), p(2, qualifier), z(4, size_code<T>)),
           [&](auto& e, auto& s) {
-            const auto old = elements<T>(s.z[3]), from = elements<T>(s.z[4]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto i) { return from[i]; },
-                [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
+            if (qualifier == aarch64_p_reg::zeroing) fill<T>(e.z[3], 0);
+            merge_elements<T>(e.z[3], s.p[2], std::identity(), s.z[4]);
           });
   });
 }
