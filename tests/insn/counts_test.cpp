@@ -80,12 +80,10 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
           const u64 n = u64{pattern_length(pattern, size)} * multiplier;
           for (const u64 value : {u64{0}, u64{5}, n - 1, n, n + 1, 0xffffffff'00000000 | n, ~u64{0}})
             run(
-                name, 1,
-                [&](cpu_state* s) {
-                  s->x[7] = value;
-                  return f(s, x_tied(d, width), pattern, multiplier);
-                },
-                [&](auto& e, auto&) { e.x[7] = d == 31 ? value : saturated(value, n, wide); });
+                name, 1, [=](cpu_state& s) { s.x[7] = value; }, calling(f, x_tied(d, width), pattern, multiplier),
+                [&](auto& e, auto&) {
+                  if (d != 31) e.x[7] = saturated(value, n, wide);
+                });
         };
         check("uqdecb", sve_uqdecb_rii, element_b, width == element_d);
         check("uqdecw", sve_uqdecw_rii, element_s, width == element_d);

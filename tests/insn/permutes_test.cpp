@@ -103,16 +103,13 @@ TEST(Permute, TblTakesTheIndexAtFullWidth) {
     for (const unsigned d : {4u, 5u, 6u})
       run(
           "tbl", 60,
-          [&](cpu_state* s) {
-            for (std::size_t i = 0; i < n; i += 2) sve::store<T>(s->z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
-            return sve_tbl_zzz(s, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>));
+          [&](cpu_state& s) {
+            for (std::size_t i = 0; i < n; i += 2) sve::store<T>(s.z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
           },
+          calling(sve_tbl_zzz, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)),
           [&](auto& e, auto& s) {
-            for (std::size_t i = 0; i < n; i += 2) sve::store<T>(e.z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
-            const auto a = elements<T>(s.z[5]), index = elements<T>(e.z[6]);
-            vector_of<T> r;
-            for (std::size_t i = 0; i < n; ++i) r[i] = index[i] < n ? a[index[i]] : T{0};
-            put(e.z[d], r);
+            map_elements<T>(
+                e.z[d], [&](T index) { return index < n ? sve::load<T>(s.z[5], index) : T{0}; }, s.z[6]);
           });
   });
 }
@@ -216,10 +213,8 @@ void check_unpack(const char* name, sve::insn::zz* function, bool high) {
   using Raw = std::make_unsigned_t<To>;
   for (const unsigned d : {4u, 5u})
     run(name, 20, calling(function, z(d, size_code<To>), z(5, size_code<From>)), [&](auto& e, auto& s) {
-      const auto a = elements<From>(s.z[5]);
-      vector_of<Raw> r;
-      for (std::size_t i = 0; i < n; ++i) r[i] = static_cast<Raw>(static_cast<To>(a[(high ? n : 0) + i]));
-      put(e.z[d], r);
+      std::size_t i = high ? n : 0;
+      map_elements<Raw>(e.z[d], [&] { return static_cast<To>(sve::load<From>(s.z[5], i++)); });
     });
 }
 

@@ -107,18 +107,11 @@ void check_address(bool doubleword) {
   for (unsigned shift = 0; shift < 4; ++shift)
     for (const unsigned d : {5u, 6u, 7u})
       run(
-          "adr", 20,
-          [&](cpu_state* s) {
-            s->instr = (s->instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
-            return sve_adr_scaled_zzz(s, z(d, element_b), z(6, element_b), z(7, element_b));
-          },
+          "adr", 20, [&](cpu_state& s) { s.instr = (s.instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22; },
+          calling(sve_adr_scaled_zzz, z(d, element_b), z(6, element_b), z(7, element_b)),
           [&](auto& e, auto& s) {
-            e.instr = (s.instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
-            auto base = elements<T>(s.z[6]);
-            const auto offset = elements<T>(s.z[7]);
-            for (std::size_t i = 0; i < base.size(); ++i)
-              base[i] = static_cast<T>(base[i] + offset[i] * (T{1} << shift));
-            put(e.z[d], base);
+            map_elements<T>(
+                e.z[d], [&](T base, T offset) { return base + offset * (T{1} << shift); }, s.z[6], s.z[7]);
           });
 }
 

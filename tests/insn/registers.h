@@ -233,17 +233,25 @@ void merge_elements(byte* dst, const byte* predicate, Op op, const Sources*... s
   put(dst, r);
 }
 
-/// Runs `call` on random states against `expect`, which turns a copy of the start into the expected state.
-template <class Call, class Expect>
-void run(const char* name, int cases, Call call, Expect expect) {
+/// Runs `call` on random states, which `adjust` has changed, against `expect`, which turns a copy of the start into the
+/// expected state.
+template <class Adjust, class Call, class Expect>
+void run(const char* name, int cases, Adjust adjust, Call call, Expect expect) {
   Random random(std::hash<std::string_view>{}(name));
   for (int i = 0; i < cases; ++i) {
-    const cpu_state start = random_state(random);
+    cpu_state start = random_state(random);
+    adjust(start);
     cpu_state expected = start, actual = start;
     expect(expected, start);
     ASSERT_EQ(call(&actual), AARCH64_DECODE_EXECUTED) << name;
     ASSERT_EQ(difference(expected, actual), "") << name << ", case " << i << explained(call, start, expected, actual);
   }
+}
+
+template <class Call, class Expect>
+void run(const char* name, int cases, Call call, Expect expect) {
+  run(
+      name, cases, [](cpu_state&) {}, call, expect);
 }
 
 }  // namespace insn_test

@@ -27,12 +27,6 @@ u64 active_count(const PredV& p, const CpuContext& c) {
   return n;
 }
 
-template <class T>
-T clamp(wide x) {
-  constexpr wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  return static_cast<T>(x < low ? low : x > high ? high : x);
-}
-
 // A saturated scalar of type Scalar fills its register by its signedness.
 template <class Scalar>
 u64 scalar(u64 x, u64 n, int sign) {

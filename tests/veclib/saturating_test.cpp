@@ -1,17 +1,9 @@
 // Saturating additions and subtractions of the vector library.
-#include <limits>
-
 #include "values.h"
 
 namespace {
 
 using namespace veclib_test;
-
-template <class T>
-T clamp(wide x) {
-  constexpr wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  return static_cast<T>(x < low ? low : x > high ? high : x);
-}
 
 template <class T>
 void check_vectors(const char* name, sve::routine::vvx* routine, int sign) {

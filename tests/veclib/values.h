@@ -8,6 +8,7 @@
 #include <bit>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <random>
 #include <span>
 #include <string>
@@ -75,6 +76,13 @@ unsigned group(const PredV& p, std::size_t e) {
 template <class T>
 std::size_t count(const CpuContext& c) {
   return c.vl_word * std::size_t{8} / sizeof(T);
+}
+
+/// The nearest value of T.
+template <class T>
+T clamp(wide x) {
+  constexpr wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
+  return static_cast<T>(x < low ? low : x > high ? high : x);
 }
 
 /// A predicate from a function of the bit, or canonical from a function of the element.
@@ -286,23 +294,18 @@ void run_at(std::span<const u32> granules_each, std::string_view name, int cases
       }
   }
 }
-inline constexpr auto as_drawn = [](operands&) {};
-
 template <class Call, class Expect>
-void run(std::string_view name, int cases, Call call, Expect expect) {
-  run_at(lengths, name, cases, as_drawn, call, expect);
+void run_at(std::span<const u32> granules_each, std::string_view name, int cases, Call call, Expect expect) {
+  run_at(
+      granules_each, name, cases, [](operands&) {}, call, expect);
 }
-template <class Adjust, class Call, class Expect>
-void run(std::string_view name, int cases, Adjust adjust, Call call, Expect expect) {
-  run_at(lengths, name, cases, adjust, call, expect);
+template <class... Steps>
+void run(std::string_view name, int cases, Steps... steps) {
+  run_at(lengths, name, cases, steps...);
 }
-template <class Call, class Expect>
-void run_from_zero(std::string_view name, int cases, Call call, Expect expect) {
-  run_at(lengths_and_zero, name, cases, as_drawn, call, expect);
-}
-template <class Adjust, class Call, class Expect>
-void run_from_zero(std::string_view name, int cases, Adjust adjust, Call call, Expect expect) {
-  run_at(lengths_and_zero, name, cases, adjust, call, expect);
+template <class... Steps>
+void run_from_zero(std::string_view name, int cases, Steps... steps) {
+  run_at(lengths_and_zero, name, cases, steps...);
 }
 
 /// The vector whose element e is element(e), below the length.
