@@ -33,8 +33,7 @@ inline constexpr u64 edge_words[] = {0,
                                      0x000fffffffffffff,
                                      0x007fffff'80000001};
 
-template <class Rng>
-u64 random_word(Rng& random) {
+inline u64 random_word(Random& random) {
   return random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random();
 }
 

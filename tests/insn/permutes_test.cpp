@@ -61,8 +61,8 @@ TEST(Permute, InterleavesOfBuffers) {
   Random random(7);
   for_each_type([&]<class T>() {
     byte a[vector_bytes], b[vector_bytes], dst[vector_bytes], expected[vector_bytes];
-    random_vector(a, random);
-    random_vector(b, random);
+    random_words(a, vector_bytes, random);
+    random_words(b, vector_bytes, random);
     const auto check = [&](auto function, index_rule rule) {
       const auto chars = [](byte* bytes) { return reinterpret_cast<char*>(bytes); };
       function(chars(dst), chars(a), chars(b), static_cast<element_size>(size_code<T>));

@@ -36,8 +36,7 @@ inline constexpr u32 lengths[] = {1, 2, 6, 14, 32};
 inline constexpr u32 lengths_and_zero[] = {0, 1, 2, 6, 14, 32};
 
 /// All 256 bytes, so that elements beyond the length are there to be taken by mistake.
-template <class Rng>
-VectorV random_vector(Rng& random) {
+inline VectorV random_vector(Random& random) {
   VectorV v;
   for (std::size_t i = 0; i < 32; ++i) sve::store<u64>(v.bytes, i, random_word(random));
   return v;
@@ -135,8 +134,7 @@ inline void define_flags(CpuContext& c, const PredV& mask, const PredV& result, 
   set_flags(c, a.any && a.n, !a.any, !a.any || a.c);
 }
 
-template <class Rng>
-CpuContext random_context(u32 granules, Rng& random) {
+inline CpuContext random_context(u32 granules, Random& random) {
   CpuContext c;
   c.nzcv = static_cast<u32>(random());
   c.fpsr = static_cast<u32>(random());
@@ -181,8 +179,7 @@ struct operands {
   PredV p, q, r;
   u64 x, y;
 };
-template <class Rng>
-operands random_operands(Rng& random) {
+inline operands random_operands(Random& random) {
   return {random_vector(random),    random_vector(random),    random_vector(random), random_predicate(random),
           random_predicate(random), random_predicate(random), random_word(random),   random_word(random)};
 }
