@@ -75,10 +75,26 @@ const contiguous_form store_forms[] = {FORM(st1b, 1, 1, false),   FORM(st1b_h, 2
                                        FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
                                        FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
 
+// Structures of n fields.
+struct {
+  sve::insn::zpri *load, *store;
+  unsigned n, bytes;
+} const structure_forms[] = {
+    {sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1}, {sve_ld4b_zpri, sve_st4b_zpri, 4, 1},
+    {sve_ld2h_zpri, sve_st2h_zpri, 2, 2}, {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
+    {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4}, {sve_ld4w_zpri, sve_st4w_zpri, 4, 4},
+    {sve_ld2d_zpri, sve_st2d_zpri, 2, 8}, {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
+
+// Up to eight bytes, zero-extended.
+std::uint64_t element(const std::uint8_t* from, std::size_t bytes) {
+  std::uint64_t value = 0;
+  std::memcpy(&value, from, bytes);
+  return value;
+}
+
 // Element e of what a load leaves, from the bytes at `from`.
 std::uint64_t extended(const contiguous_form& f, const std::uint8_t* from) {
-  std::uint64_t value = 0;
-  std::memcpy(&value, from, f.memory);
+  std::uint64_t value = element(from, f.memory);
   if (f.is_signed) {
     const int above = 64 - 8 * static_cast<int>(f.memory);
     value = static_cast<std::uint64_t>(static_cast<std::int64_t>(value << above) >> above);
@@ -98,10 +114,9 @@ TEST_F(Loads, ContiguousFormsFitTheLastAndTheFirstBytesOfAPage) {
         state.x[2] = start;
         ASSERT_EQ(f.immediate(&state, Z(4, 0), governing, base, 0), 0);
         for (unsigned e = 0; e < n; ++e) {
-          std::uint64_t got = 0;
-          std::memcpy(&got, state.z[4] + e * f.element, f.element);
           const bool active = state.p[1][e * f.element] & 1;
-          ASSERT_EQ(got, active ? extended(f, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory) : 0)
+          ASSERT_EQ(element(state.z[4] + e * f.element, f.element),
+                    active ? extended(f, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory) : 0)
               << f.name << " element " << e;
         }
       }
@@ -132,21 +147,16 @@ TEST_F(Loads, ContiguousAddresses) {
     for (const int imm : {-8, -1, 1, 7}) {
       state.x[2] = memory.address(1500);
       f.immediate(&state, Z(4, 0), governing, base, imm);
-      std::uint64_t got = 0;
-      std::memcpy(&got, state.z[4], f.element);
-      EXPECT_EQ(got, extended(f, memory.begin() + 1500 + imm * unit)) << f.name << " imm " << imm;
+      EXPECT_EQ(element(state.z[4], f.element), extended(f, memory.begin() + 1500 + imm * unit))
+          << f.name << " imm " << imm;
     }
     // An index counts memory elements; register 31 adds nothing as an index and is SP as a base.
     state.sp = memory.address(700);
     state.x[3] = 5;
     f.indexed(&state, Z(4, 0), governing, stack, index_register);
-    std::uint64_t got = 0;
-    std::memcpy(&got, state.z[4], f.element);
-    EXPECT_EQ(got, extended(f, memory.begin() + 700 + 5 * f.memory)) << f.name;
+    EXPECT_EQ(element(state.z[4], f.element), extended(f, memory.begin() + 700 + 5 * f.memory)) << f.name;
     f.indexed(&state, Z(4, 0), governing, stack, zero_register);
-    got = 0;
-    std::memcpy(&got, state.z[4], f.element);
-    EXPECT_EQ(got, extended(f, memory.begin() + 700)) << f.name;
+    EXPECT_EQ(element(state.z[4], f.element), extended(f, memory.begin() + 700)) << f.name;
   }
 }
 
@@ -216,9 +226,8 @@ TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
       *shared.at = state;
       EXPECT_EQ(in_child([&] { f.immediate(shared.at, Z(4, 0), governing, base, 0); }).signal, SIGSEGV) << f.name;
       for (unsigned e = 0; e < fitting; ++e) {
-        std::uint64_t got = 0;
-        std::memcpy(&got, shared.at->z[4] + e * f.element, f.element);
-        EXPECT_EQ(got, extended(f, memory.end() - fitting * f.memory - f.memory / 2 + e * f.memory))
+        EXPECT_EQ(element(shared.at->z[4] + e * f.element, f.element),
+                  extended(f, memory.end() - fitting * f.memory - f.memory / 2 + e * f.memory))
             << f.name << " sparse " << sparse << " element " << e;
       }
       EXPECT_EQ(shared.at->z[4][fitting * f.element], 0xa5) << f.name << ": the element that faulted";
@@ -229,13 +238,7 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
   const guarded_memory memory;
   memory.fill_counting();
   const shared_state shared;
-  struct {
-    aarch64_decode_rc (*load)(cpu_state*, Z, P, SP, int);
-    unsigned n, bytes;
-  } const forms[] = {{sve_ld2b_zpri, 2, 1}, {sve_ld3b_zpri, 3, 1}, {sve_ld4b_zpri, 4, 1}, {sve_ld2h_zpri, 2, 2},
-                     {sve_ld3h_zpri, 3, 2}, {sve_ld4h_zpri, 4, 2}, {sve_ld2w_zpri, 2, 4}, {sve_ld3w_zpri, 3, 4},
-                     {sve_ld4w_zpri, 4, 4}, {sve_ld2d_zpri, 2, 8}, {sve_ld3d_zpri, 3, 8}, {sve_ld4d_zpri, 4, 8}};
-  for (const auto& f : forms)
+  for (const auto& f : structure_forms)
     for (const bool sparse : {false, true}) {
       SetUp();
       if (sparse) state.p[1][vector_bytes - f.bytes] = 0;
@@ -506,17 +509,8 @@ TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
 TEST_F(Loads, StructureGroupsWrapAtZ31) {
   const guarded_memory memory;
   memory.fill_counting();
-  using load_function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
-  struct {
-    load_function load, store;
-    unsigned n, bytes;
-  } const forms[] = {
-      {sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1}, {sve_ld4b_zpri, sve_st4b_zpri, 4, 1},
-      {sve_ld2h_zpri, sve_st2h_zpri, 2, 2}, {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
-      {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4}, {sve_ld4w_zpri, sve_st4w_zpri, 4, 4},
-      {sve_ld2d_zpri, sve_st2d_zpri, 2, 8}, {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
   std::mt19937 random(3);
-  for (const auto& f : forms)
+  for (const auto& f : structure_forms)
     for (const bool sparse : {false, true}) {
       for (auto& byte : state.p[1]) byte = sparse ? random() & 1 : 1;
       const std::size_t span = f.n * vector_bytes;
