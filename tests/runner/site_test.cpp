@@ -99,7 +99,7 @@ TEST(Sites, OneAfterTheOtherBecomesTheProgramsOwnAgain) {
     code[0] = incb_x0;
     code[1] = ret;
     code.make_executable();
-    EXPECT_EQ(code.call(0), 112u);
+    EXPECT_EQ(code.call(0), vector_bytes);
   }
   for (Code& code : codes) {
     code.make(PROT_READ | PROT_WRITE);
