@@ -16,6 +16,7 @@
 #include "sve/insn/functions.h"
 #include "sve/veclib/initialize.h"
 #include "sve/veclib/routines.h"
+#include "tests/children.h"
 #include "tests/memory/guarded_memory.h"
 
 namespace {
@@ -24,7 +25,6 @@ using sve::vector_bytes;
 constexpr std::size_t words = sve::lanes<std::uint32_t>, doubles = sve::lanes<std::uint64_t>;
 constexpr PredV all_of_value{{~0ul, ~0ul, ~0ul, ~0ul}};
 using test::guarded_memory;
-using test::in_child;
 
 using Z = aarch64_z_reg;
 using P = aarch64_p_reg;
@@ -186,8 +186,8 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
     const unsigned fitting = std::min<unsigned>(3, vector_bytes / f.element - 1);  // elements below the page end
     state.x[2] = memory.end_address(fitting * f.memory);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
-    EXPECT_EQ(result.signal, SIGSEGV) << f.name;
-    EXPECT_NE(result.stderr_text.find("SVESigHandler caught signal SIGSEGV"), std::string::npos);
+    EXPECT_EQ(result.signal(), SIGSEGV) << f.name;
+    EXPECT_NE(result.error_output.find("SVESigHandler caught signal SIGSEGV"), std::string::npos);
     for (unsigned e = 0; e < fitting; ++e)
       EXPECT_EQ(std::memcmp(memory.end() - (fitting - e) * f.memory, state.z[4] + e * f.element, f.memory), 0)
           << f.name << " element " << e;
@@ -195,7 +195,7 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
   for (const contiguous_form& f : load_forms) {
     state.x[2] = memory.end_address(vector_bytes / f.element * f.memory - 1);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
-    EXPECT_EQ(result.signal, SIGSEGV) << f.name;
+    EXPECT_EQ(result.signal(), SIGSEGV) << f.name;
   }
 }
 
@@ -224,7 +224,7 @@ TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
       if (sparse) state.p[1][(vector_bytes / f.element - 1) * f.element] = 0;
       state.x[2] = memory.end_address(fitting * f.memory + f.memory / 2);  // the next one lies across the end
       *shared.at = state;
-      EXPECT_EQ(in_child([&] { f.immediate(shared.at, Z(4, 0), governing, base, 0); }).signal, SIGSEGV) << f.name;
+      EXPECT_EQ(in_child([&] { f.immediate(shared.at, Z(4, 0), governing, base, 0); }).signal(), SIGSEGV) << f.name;
       for (unsigned e = 0; e < fitting; ++e) {
         EXPECT_EQ(element(shared.at->z[4] + e * f.element, f.element),
                   extended(f, memory.end() - fitting * f.memory - f.memory / 2 + e * f.memory))
@@ -246,7 +246,7 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
       const unsigned fitting = whole * f.n + 1;  // fields: whole structures, and one field of the next
       state.x[2] = memory.end_address(fitting * f.bytes);
       *shared.at = state;
-      EXPECT_EQ(in_child([&] { f.load(shared.at, Z(30, 0), governing, base, 0); }).signal, SIGSEGV);
+      EXPECT_EQ(in_child([&] { f.load(shared.at, Z(30, 0), governing, base, 0); }).signal(), SIGSEGV);
       for (unsigned i = 0; i < fitting; ++i)
         EXPECT_EQ(std::memcmp(shared.at->z[(30 + i % f.n) % 32] + i / f.n * f.bytes,
                               memory.end() - (fitting - i) * f.bytes, f.bytes),
@@ -270,7 +270,7 @@ TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
     }
     *shared.at = state;
     const Z to(into_addresses ? 8 : 9, 3);
-    EXPECT_EQ(in_child([&] { sve_ld1d_zpzi(shared.at, to, governing, Z(8, 3), 0); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { sve_ld1d_zpzi(shared.at, to, governing, Z(8, 3), 0); }).signal(), SIGSEGV);
     if (into_addresses)
       EXPECT_EQ(std::memcmp(shared.at->z[8], state.z[8], vector_bytes), 0) << "the addresses stay whole";
     else
@@ -294,14 +294,14 @@ TEST_F(Loads, ASpillThatFaultsHasStoredThePiecesBelow) {
     CpuContext context{};
     context.vl_word = sve::vector_granules;
     const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(fitting));
-    EXPECT_EQ(in_child([&] { VecU64SpillSI(start, 0, v, &context); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { VecU64SpillSI(start, 0, v, &context); }).signal(), SIGSEGV);
     ASSERT_EQ(stored(), fitting);
     std::memset(memory.begin(), 0, test::page);
     state.x[2] = start;
-    EXPECT_EQ(in_child([&] { sve_str_zri(&state, Z(7, 5), base, 0); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { sve_str_zri(&state, Z(7, 5), base, 0); }).signal(), SIGSEGV);
     ASSERT_EQ(stored() / 16, fitting / 16);
     std::memset(memory.begin(), 0, test::page);
-    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(all_of_value, start, 0, v, &context); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(all_of_value, start, 0, v, &context); }).signal(), SIGSEGV);
     ASSERT_EQ(stored(), fitting);
   }
 }
@@ -441,7 +441,7 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
           if (!f.faults_at_first) f.load(end + 64);
         }
   });
-  EXPECT_EQ(result.signal, 0) << result.stderr_text;
+  EXPECT_EQ(result.signal(), 0) << result.error_output;
   EXPECT_EQ(result.status, 0);
 }
 
@@ -676,7 +676,8 @@ TEST_F(Loads, FirstFaultAtExactlyAPageEndLoadsAll) {
   for (const std::uint8_t byte : state.ffr) EXPECT_EQ(byte, 1);
   // An unreadable first page is not tested: it ends the process.
   state.x[2] = memory.end_address() + 64;
-  EXPECT_EQ(in_child([&] { sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register); }).signal, SIGSEGV);
+  EXPECT_EQ(in_child([&] { sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register); }).signal(),
+            SIGSEGV);
 }
 
 // ---- Non-fault, by a probe of each page ----
@@ -709,7 +710,7 @@ TEST_F(Loads, NonFaultWithNothingActiveProbesAndChangesNoMarks) {
 TEST_F(Loads, ANonFaultElementThatStraddlesAPageEndIsFatal) {
   const guarded_memory memory;
   state.x[2] = memory.end_address(7);
-  EXPECT_EQ(in_child([&] { sve_ldnf1d_zpri(&state, Z(4, 3), governing, base, 0); }).signal, SIGSEGV);
+  EXPECT_EQ(in_child([&] { sve_ldnf1d_zpri(&state, Z(4, 3), governing, base, 0); }).signal(), SIGSEGV);
 }
 
 // ---- First-fault and non-fault, by a guarded read of each element ----
