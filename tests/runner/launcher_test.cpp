@@ -233,8 +233,8 @@ constexpr char loader[] = "/lib/ld-linux-aarch64.so.1";
 TEST_F(Programs, LibrariesAreFoundByTheirLength) {
   const std::filesystem::path first = directory, second = first / "lib";
   std::filesystem::create_directory(second);
-  for (const char* name : {"libsve_run_256.so", "lib/libsve_run_256.so", "lib/libsve_run_1024.so", "lib/libsve_run_x.so",
-                           "lib/libsve_run_512.so-gdb.py", "lib/libsve_stats_128.so"})
+  for (const char* name : {"libsve_run_256.so", "lib/libsve_run_256.so", "lib/libsve_run_1024.so",
+                           "lib/libsve_run_x.so", "lib/libsve_run_512.so-gdb.py", "lib/libsve_stats_128.so"})
     file(name, "");
   const auto find = [&](const char* bits) { return find_library({first, second}, "libsve_run_", bits, "remedy"); };
   EXPECT_EQ(find("256").path, (first / "libsve_run_256.so").string());

@@ -504,8 +504,8 @@ int main(int argc, char** argv) {
   this_thread_block = block;
   // What is addressed by the stack pointer reaches so far, where nothing of this test's may lie.
   constexpr std::size_t reach = 512 * sve::vector_bytes;
-  auto* around = static_cast<std::uint8_t*>(
-      mmap(nullptr, stack_bytes + 2 * reach, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  auto* around =
+      static_cast<std::uint8_t*>(mmap(nullptr, stack_bytes + 2 * reach, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   if (code == MAP_FAILED || room == MAP_FAILED || around == MAP_FAILED) return 2;
   stack = around + (reach + stack_bytes - 1) / stack_bytes * stack_bytes;
   if (mprotect(stack, stack_bytes, PROT_READ | PROT_WRITE) != 0) return 2;
