@@ -116,11 +116,10 @@ std::uint64_t memory_element(const window::contents& memory, std::uint64_t addre
   return value;
 }
 
-/// Index register 31 of a contiguous access other than a first-fault load.
+/// Index register 31 of a contiguous access or prefetch, other than a first-fault load.
 bool reserved_index(const row_info& row, std::uint32_t word) {
-  const memory_form& m = row.memory;
-  return m.address == address_form::base_index && (word >> 16 & 31) == register_31 &&
-         m.access != access_kind::first_fault;
+  return row.row->form->address == sve::decode::address_form::base_index && (word >> 16 & 31) == register_31 &&
+         row.memory.access != access_kind::first_fault;
 }
 bool reserved_shift(const row_info& row, std::uint32_t word) {
   return row.element_bits == 8 && has_shifted_immediate(row) && (word >> 13 & 1);

@@ -18,10 +18,8 @@ using sve::decode::is_unallocated;
 using sve::decode::spelling;
 using test::for_each_row;
 
-/// Memory by a base register and an index register.
-bool has_index(const sve::decode::row& row) {
-  return row.function->is_memory() && row.form->address == sve::decode::address_form::base_index;
-}
+/// Whether an address is a base register and an index register.
+bool has_index(const sve::decode::row& row) { return row.form->address == sve::decode::address_form::base_index; }
 
 TEST(Unallocated, EveryFormIsThatOfRows) {
   for (const auto& form : sve::decode::unallocated_forms()) {
