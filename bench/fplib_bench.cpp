@@ -150,36 +150,20 @@ void add_arithmetic(const std::string& type, const std::string& where, int sprea
     comparisons.push_back({add_library("fplib" + type + "/" + op + where, library), against,
                            add("host" + type + "/" + op + where, host), limit});
   };
-  compare(
-      "add", quad.add, 0.5, [&](std::size_t i, FPSCR& s) { return FPAdd(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] + y[i]; });
-  compare(
-      "sub", quad.sub, 0.5, [&](std::size_t i, FPSCR& s) { return FPSub(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] - y[i]; });
-  compare(
-      "mul", quad.mul, 0.5, [&](std::size_t i, FPSCR& s) { return FPMul(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] * y[i]; });
-  compare(
-      "div", quad.div, 0.5, [&](std::size_t i, FPSCR& s) { return FPDiv(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] / y[i]; });
-  compare(
-      "fma", quad.mul, 1, [&](std::size_t i, FPSCR& s) { return FPMulAdd(c[i], a[i], b[i], s); },
-      [&](std::size_t i) { return std::fma(x[i], y[i], z[i]); });
-  compare(
-      "sqrt", quad.div, 1, [&](std::size_t i, FPSCR& s) { return FPSqrt(FPAbs(a[i]), s); },
-      [&](std::size_t i) { return std::sqrt(std::fabs(x[i])); });
-  compare(
-      "eq", quad.eq, 0.5, [&](std::size_t i, FPSCR& s) { return FPCompareEQ(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] == y[i]; });
-  compare(
-      "ge", quad.ge, 0.5, [&](std::size_t i, FPSCR& s) { return FPCompareGE(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] >= y[i]; });
-  compare(
-      "gt", quad.gt, 0.5, [&](std::size_t i, FPSCR& s) { return FPCompareGT(a[i], b[i], s); },
-      [&](std::size_t i) { return x[i] > y[i]; });
-  compare(
-      "max", quad.gt, 0.5, [&](std::size_t i, FPSCR& s) { return FPMax(a[i], b[i], s); },
-      [&](std::size_t i) { return std::fmax(x[i], y[i]); });
+#define COMPARE(op, against, limit, library, host) \
+  compare(                                         \
+      op, against, limit, [&](std::size_t i, FPSCR& s) { return library; }, [&](std::size_t i) { return host; })
+  COMPARE("add", quad.add, 0.5, FPAdd(a[i], b[i], s), x[i] + y[i]);
+  COMPARE("sub", quad.sub, 0.5, FPSub(a[i], b[i], s), x[i] - y[i]);
+  COMPARE("mul", quad.mul, 0.5, FPMul(a[i], b[i], s), x[i] * y[i]);
+  COMPARE("div", quad.div, 0.5, FPDiv(a[i], b[i], s), x[i] / y[i]);
+  COMPARE("fma", quad.mul, 1, FPMulAdd(c[i], a[i], b[i], s), std::fma(x[i], y[i], z[i]));
+  COMPARE("sqrt", quad.div, 1, FPSqrt(FPAbs(a[i]), s), std::sqrt(std::fabs(x[i])));
+  COMPARE("eq", quad.eq, 0.5, FPCompareEQ(a[i], b[i], s), x[i] == y[i]);
+  COMPARE("ge", quad.ge, 0.5, FPCompareGE(a[i], b[i], s), x[i] >= y[i]);
+  COMPARE("gt", quad.gt, 0.5, FPCompareGT(a[i], b[i], s), x[i] > y[i]);
+  COMPARE("max", quad.gt, 0.5, FPMax(a[i], b[i], s), std::fmax(x[i], y[i]));
+#undef COMPARE
 }
 
 // Conversions, each beside quad precision's conversion from or to the same type.
@@ -195,41 +179,25 @@ void add_conversions(const std::string& type) {
                            add("host" + type + "/" + op, host), 0.5});
   };
   const auto nearest = FPRounding_TiesEven;
+#define COMPARE(op, library, host, quad)                                                         \
+  compare(                                                                                       \
+      op, [&](std::size_t i, FPSCR& s) { return library; }, [&](std::size_t i) { return host; }, \
+      [&](std::size_t i) { return quad; })
   if constexpr (sizeof(T) == 4) {
-    compare(
-        "widen", [&](std::size_t i, FPSCR& s) { return FPConvert<T, Other>(a[i], nearest, s); },
-        [&](std::size_t i) { return static_cast<OtherHost>(x[i]); },
-        [&](std::size_t i) { return static_cast<Quad>(x[i]); });
+    COMPARE("widen", (FPConvert<T, Other>(a[i], nearest, s)), static_cast<OtherHost>(x[i]), static_cast<Quad>(x[i]));
   } else {
-    compare(
-        "narrow", [&](std::size_t i, FPSCR& s) { return FPConvert<T, Other>(a[i], nearest, s); },
-        [&](std::size_t i) { return static_cast<OtherHost>(x[i]); },
-        [&](std::size_t i) { return static_cast<OtherHost>(q[i]); });
+    COMPARE("narrow", (FPConvert<T, Other>(a[i], nearest, s)), static_cast<OtherHost>(x[i]),
+            static_cast<OtherHost>(q[i]));
   }
-  compare(
-      "to_signed",
-      [&](std::size_t i, FPSCR& s) {
-        return fplibFPToFixed<T, unsigned long>(integral[i], 0, false, FPRounding_Zero, s);
-      },
-      [&](std::size_t i) { return static_cast<long>(xi[i]); }, [&](std::size_t i) { return static_cast<long>(qi[i]); });
-  compare(
-      "to_unsigned",
-      [&](std::size_t i, FPSCR& s) {
-        return fplibFPToFixed<T, unsigned long>(FPAbs(integral[i]), 0, true, FPRounding_Zero, s);
-      },
-      [&](std::size_t i) { return static_cast<unsigned long>(std::fabs(xi[i])); },
-      [&](std::size_t i) { return static_cast<unsigned long>(qi[i] < 0 ? -qi[i] : qi[i]); });
-  compare(
-      "from_signed",
-      [&](std::size_t i, FPSCR& s) {
-        return fplibFixedToFP<T>(static_cast<unsigned long>(n[i]), 0, false, nearest, s);
-      },
-      [&](std::size_t i) { return static_cast<Host>(n[i]); }, [&](std::size_t i) { return static_cast<Quad>(n[i]); });
-  compare(
-      "from_unsigned",
-      [&](std::size_t i, FPSCR& s) { return fplibFixedToFP<T>(static_cast<unsigned long>(n[i]), 0, true, nearest, s); },
-      [&](std::size_t i) { return static_cast<Host>(static_cast<unsigned long>(n[i])); },
-      [&](std::size_t i) { return static_cast<Quad>(static_cast<unsigned long>(n[i])); });
+  COMPARE("to_signed", (fplibFPToFixed<T, unsigned long>(integral[i], 0, false, FPRounding_Zero, s)),
+          static_cast<long>(xi[i]), static_cast<long>(qi[i]));
+  COMPARE("to_unsigned", (fplibFPToFixed<T, unsigned long>(FPAbs(integral[i]), 0, true, FPRounding_Zero, s)),
+          static_cast<unsigned long>(std::fabs(xi[i])), static_cast<unsigned long>(qi[i] < 0 ? -qi[i] : qi[i]));
+  COMPARE("from_signed", fplibFixedToFP<T>(static_cast<unsigned long>(n[i]), 0, false, nearest, s),
+          static_cast<Host>(n[i]), static_cast<Quad>(n[i]));
+  COMPARE("from_unsigned", fplibFixedToFP<T>(static_cast<unsigned long>(n[i]), 0, true, nearest, s),
+          static_cast<Host>(static_cast<unsigned long>(n[i])), static_cast<Quad>(static_cast<unsigned long>(n[i])));
+#undef COMPARE
   // Rounding to integral has no software form in the runtime.
   comparisons.push_back(
       {add_library("fplib" + type + "/round",
@@ -242,11 +210,9 @@ class Keeper : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
+    for (const Run& run : runs)
+      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")
         times[run.run_name.function_name] = run.GetAdjustedCPUTime() / count;
-      }
-    }
   }
   std::map<std::string, double> times;
 };

@@ -17,7 +17,8 @@ target_link_options(${SVE_LIBRARY} PRIVATE
 set(public_headers
   decode/dispatch.h
   insn/functions.h insn/functions.inc insn/signatures.h insn/stubs.inc
-  state/cpu_state.h lanes/forget_repeat.h lanes/repeat.h state/operands.h state/register_names.h state/vector_length.h
+  state/cpu_state.h lanes/forget_repeat.h lanes/repeat.h state/integers.h state/operands.h state/register_names.h
+  state/vector_length.h
   stats/stats.h
   veclib/initialize.h veclib/routines.h veclib/routines.inc veclib/signatures.h veclib/signatures.inc veclib/types.h)
 list(TRANSFORM public_headers PREPEND ${PROJECT_SOURCE_DIR}/sve/)

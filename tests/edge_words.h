@@ -1,17 +1,15 @@
-// Words whose elements, at every size, are where mistakes show; and the types' short names.
+// Words whose elements, at every size, are where mistakes show.
 #pragma once
 
-#include <cstdint>
 #include <iterator>
 #include <random>
 
+#include "sve/state/integers.h"
+
 namespace test {
 
+using namespace sve::integers;
 using Random = std::mt19937_64;
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
 
 // Integers, then floating-point numbers: infinities, NaNs, ones, the largest subnormal ones.
 inline constexpr u64 edge_words[] = {0,
@@ -35,8 +33,7 @@ inline constexpr u64 edge_words[] = {0,
                                      0x000fffffffffffff,
                                      0x007fffff'80000001};
 
-template <class Rng>
-u64 random_word(Rng& random) {
+inline u64 random_word(Random& random) {
   return random() % 3 == 0 ? edge_words[random() % std::size(edge_words)] : random();
 }
 

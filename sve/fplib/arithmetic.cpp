@@ -6,12 +6,6 @@
 namespace sve {
 namespace {
 
-// Adds the flags that unpacking raised.
-template <class T>
-Outcome<T> with_flags(Outcome<T> outcome, int flags) {
-  return {outcome.value, outcome.flags | flags};
-}
-
 template <class T>
 constexpr Outcome<T> invalid(int flags) {
   return {Format<T>::default_nan, flags | flag_ioc};
@@ -47,9 +41,8 @@ Outcome<T> multiply_any(T a, T b, int mode) {
   Unpacked<T> y = fp_unpack(b, mode, flags);
   if (x.nan() || y.nan()) return with_flags(fp_process_NaNs(a, b, mode), flags);
   const unsigned sgn = x.sgn ^ y.sgn;
-  if ((x.infinite() && y.zero()) || (x.zero() && y.infinite())) {
+  if ((x.infinite() && y.zero()) || (x.zero() && y.infinite()))
     return Extended ? Outcome<T>{two<T>(sgn), flags} : invalid<T>(flags);
-  }
   if (x.infinite() || y.infinite()) return {with_sign(sgn, F::infinity), flags};
   if (x.zero() || y.zero()) return {with_sign<T>(sgn, 0), flags};
   fp_normalise(x);
@@ -149,6 +142,4 @@ unsigned long fp64_muladd(unsigned long a, unsigned long b, unsigned long c, int
   template T FPDiv(T, T, FPSCR&);                                    \
   template T FPSqrt(T, FPSCR&);                                      \
   template T FPMulAdd(T, T, T, FPSCR&);
-SVE_FPLIB_INSTANTIATE(unsigned short)
-SVE_FPLIB_INSTANTIATE(unsigned int)
-SVE_FPLIB_INSTANTIATE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_INSTANTIATE)

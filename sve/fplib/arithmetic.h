@@ -5,6 +5,9 @@
 // `*_any` functions, which are the whole operation.
 #pragma once
 
+#include <algorithm>
+#include <type_traits>
+
 #include "sve/fplib/core.h"
 
 namespace sve {
@@ -80,57 +83,47 @@ template <class T, bool Extended>
   return multiply_finite(unpack_normal(a), unpack_normal(b), mode);
 }
 
-/// How the fused operation holds its two terms. Both stand in words of type `Term`, on one exponent scale: shift and
-/// exponent, and what the operands' own scale takes (bias and fraction bits, twice in a product), add up to the same
-/// for both, 19 + 114 + 25 = 9 + 99 + 50 in half, 27 + 13 + 150 = 3 - 113 + 300 in single, 64 + 11 + 1075 = 3 - 1003 +
-/// 2150 in double precision. Products fill 31 of 32, 51 of 64 and 109 of 128 bits and addends no more than 31, 51 and
-/// 117, so that the top bit is the sum's sign. A term that is shifted out of the word leaves a sticky one. It is at
-/// least three bits below the last of the larger term; where more than one leading bit cancels, nothing has been
-/// shifted out. So one rounding is correct.
+/// How the fused operation holds its two terms in words of type `Word`, on one exponent scale: that of a leading one at
+/// `top`. A product of significands stands as high as it may: its top bit is below `top`, which takes the sum's carry,
+/// so that the word's own is the sum's sign; where the word has room for more, the factor that is shifted stays in 64
+/// bits. An addend's leading one stands at the place of a product's higher one. A term that is shifted out of the word
+/// leaves a sticky one. It is at least three bits below the last of the larger term; where more than one leading bit
+/// cancels, nothing has been shifted out. So one rounding is correct.
+template <class T, class Word>
+struct FusedLayout {
+  static constexpr int significand_bits = Format<T>::fraction_bits + 1;
+  static constexpr int top = 8 * sizeof(Word) - 2;
+  static constexpr int product_shift = std::min(top - 2 * significand_bits, 64 - significand_bits);
+  static constexpr int addend_shift = product_shift + significand_bits;
+  static constexpr int addend_exponent = top - addend_shift - Format<T>::fraction_bits;
+  static constexpr int product_exponent = top - Format<T>::bias - product_shift - 2 * Format<T>::fraction_bits;
+  static_assert(product_shift >= 3);
+};
+
+/// The word of a term where one element is computed at a time.
 template <class T>
-struct FusedLayout;
+using TermWord = std::conditional_t<sizeof(T) == 8, Uint128, std::uint64_t>;
 
-template <>
-struct FusedLayout<unsigned short> {
-  using Term = std::uint64_t;  // 32 bits are used
-  static constexpr int addend_shift = 19, addend_exponent = 114;
-  static constexpr int product_shift = 9, product_exponent = 99;
-  static constexpr int result_exponent = -112 + 32;  // single precision's scale, and the unused half of the word
-};
-template <>
-struct FusedLayout<unsigned int> {
-  using Term = std::uint64_t;
-  static constexpr int addend_shift = 27, addend_exponent = 13;
-  static constexpr int product_shift = 3, product_exponent = -113;
-  static constexpr int result_exponent = 0;
-};
-template <>
-struct FusedLayout<unsigned long> {
-  using Term = Uint128;
-  static constexpr int addend_shift = 64, addend_exponent = 11;
-  static constexpr int product_shift = 3, product_exponent = -1003;
-  static constexpr int result_exponent = 0;
-};
-
-/// One term of a sum: (-1)^sgn * magnitude * 2^exp on the scale of the format's `FusedLayout`.
+/// One term of a sum: (-1)^sgn * magnitude * 2^exp on the scale of its layout.
 template <class T>
 struct Term {
   unsigned sgn;
   int exp;
-  typename FusedLayout<T>::Term magnitude;
+  TermWord<T> magnitude;
+  using Layout = FusedLayout<T, TermWord<T>>;
 };
 
 template <class T>
 [[gnu::always_inline]] inline Term<T> addend_term(Unpacked<T> a) {
-  using L = FusedLayout<T>;
-  return {a.sgn, a.exp + L::addend_exponent, static_cast<typename L::Term>(a.mnt) << L::addend_shift};
+  using L = typename Term<T>::Layout;
+  return {a.sgn, a.exp + L::addend_exponent, static_cast<TermWord<T>>(a.mnt) << L::addend_shift};
 }
 
 template <class T>
 [[gnu::always_inline]] inline Term<T> product_term(Unpacked<T> b, Unpacked<T> c) {
-  using L = FusedLayout<T>;
+  using L = typename Term<T>::Layout;
   return {b.sgn ^ c.sgn, b.exp + c.exp + L::product_exponent,
-          static_cast<typename L::Term>(b.mnt) * (c.mnt << L::product_shift)};
+          static_cast<TermWord<T>>(b.mnt) * (c.mnt << L::product_shift)};
 }
 
 [[gnu::always_inline]] inline std::uint64_t align_term(std::uint64_t x, int distance) {
@@ -147,8 +140,7 @@ template <class T>
 /// Adds two terms, of which at most one is zero, and rounds their sum times 2^scale.
 template <class T>
 [[gnu::always_inline]] inline Outcome<T> add_terms(Term<T> x, Term<T> y, int scale, int mode) {
-  using L = FusedLayout<T>;
-  using Word = typename L::Term;
+  using Word = TermWord<T>;
   const int distance = x.exp - y.exp;
   const bool swap = distance < 0;
   exchange_if(swap, x.magnitude, y.magnitude);
@@ -161,12 +153,12 @@ template <class T>
   const unsigned sgn = x.sgn ^ negative ^ (differ & static_cast<unsigned>(swap));
   if (sum == 0) [[unlikely]]
     return exact_zero<T>(mode);
-  int exp = (swap ? y.exp : x.exp) + scale + L::result_exponent;
+  int exp = (swap ? y.exp : x.exp) + scale;
   std::uint64_t significand;
   if constexpr (sizeof(Word) == 8) {
     const int shift = std::countl_zero(sum) - (63 - significand_top);
     significand = sum << shift;
-    exp -= shift + 1;
+    exp -= shift;
   } else {
     if (static_cast<std::uint64_t>(sum >> 64) == 0) [[unlikely]] {  // nearly all cancelled
       sum <<= 63;
@@ -175,7 +167,7 @@ template <class T>
     const std::uint64_t high = static_cast<std::uint64_t>(sum >> 64), low = static_cast<std::uint64_t>(sum);
     const int shift = std::countl_zero(high) - (63 - significand_top);
     significand = (high << shift) | (low >> 1 >> (63 - shift)) | static_cast<std::uint64_t>(low << shift != 0);
-    exp -= shift + 1;
+    exp -= shift;
   }
   return round_normalised<T>(sgn, exp, significand, mode & mode_rounding, mode);
 }
@@ -184,9 +176,8 @@ template <class T>
 [[gnu::always_inline]] inline Outcome<T> multiply_add(T a, T b, T c, int mode) {
   // An addend of zero, the usual start of an accumulation, needs no more than no hidden bit.
   const bool addend_zero = magnitude_of(a) == 0;
-  if (!((is_normal(a) | addend_zero) & is_normal(b) & is_normal(c))) [[unlikely]] {
+  if (!((is_normal(a) | addend_zero) & is_normal(b) & is_normal(c))) [[unlikely]]
     return multiply_add_any(a, b, c, 0, mode);
-  }
   Unpacked<T> addend = unpack_normal(a);
   if (addend_zero) addend.mnt = 0;
   return add_terms(addend_term(addend), product_term(unpack_normal(b), unpack_normal(c)), 0, mode);
@@ -236,7 +227,5 @@ unsigned long fp64_muladd(unsigned long a, unsigned long b, unsigned long c, int
   extern template sve::Outcome<T> sve::multiply_any<T, false>(T, T, int); \
   extern template sve::Outcome<T> sve::multiply_any<T, true>(T, T, int);  \
   extern template sve::Outcome<T> sve::multiply_add_any(T, T, T, int, int);
-SVE_FPLIB_DECLARE(unsigned short)
-SVE_FPLIB_DECLARE(unsigned int)
-SVE_FPLIB_DECLARE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_DECLARE)
 #undef SVE_FPLIB_DECLARE

@@ -28,7 +28,7 @@ Outcome<T> select_any(T a, T b, int mode) {
   const T y = flushed(b, mode, flags);
   if (is_nan(a) || is_nan(b)) {
     const Outcome<T> nan = fp_process_NaNs(a, b, mode);
-    return {nan.value, nan.flags | flags};
+    return with_flags(nan, flags);
   }
   const bool negative = sign_of(a) || sign_of(b);
   const bool pick_a = sign_of(a) != sign_of(b) ? sign_of(Maximum ? b : a) != 0 : (Maximum ? a > b : a < b) != negative;
@@ -62,6 +62,4 @@ template int FPCompare(unsigned long, unsigned long, bool, FPSCR&);
   template T FPMin(T, T, FPSCR&);                                  \
   template T FPMaxNum(T, T, FPSCR&);                               \
   template T FPMinNum(T, T, FPSCR&);
-SVE_FPLIB_INSTANTIATE(unsigned short)
-SVE_FPLIB_INSTANTIATE(unsigned int)
-SVE_FPLIB_INSTANTIATE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_INSTANTIATE)

@@ -140,9 +140,7 @@ template <class T>
   extern template sve::Outcome<sve::Relation> sve::relate_any(T, T, int); \
   extern template sve::Outcome<T> sve::select_any<T, false>(T, T, int);   \
   extern template sve::Outcome<T> sve::select_any<T, true>(T, T, int);
-SVE_FPLIB_DECLARE(unsigned short)
-SVE_FPLIB_DECLARE(unsigned int)
-SVE_FPLIB_DECLARE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_DECLARE)
 #undef SVE_FPLIB_DECLARE
 extern template int FPCompare(unsigned int, unsigned int, bool, FPSCR&);
 extern template int FPCompare(unsigned long, unsigned long, bool, FPSCR&);

@@ -102,7 +102,7 @@ Outcome<T> scale_by(T a, int scale, int mode) {
   fp_normalise(u);
   const Outcome<T> scaled = round_normalised<T>(
       u.sgn, u.exp + scale, u.mnt << (significand_top - Format<T>::fraction_bits), mode & mode_rounding, mode);
-  return {scaled.value, scaled.flags | flags};
+  return with_flags(scaled, flags);
 }
 
 }  // namespace
@@ -175,6 +175,4 @@ SVE_FPLIB_FIXED_PAIRS(SVE_FPLIB_INSTANTIATE)
 #define SVE_FPLIB_INSTANTIATE(T)                      \
   template T FPRoundInt(T, FPRounding, bool, FPSCR&); \
   template T fplibFixedToFP<T>(unsigned long, int, bool, FPRounding, FPSCR&);
-SVE_FPLIB_INSTANTIATE(unsigned short)
-SVE_FPLIB_INSTANTIATE(unsigned int)
-SVE_FPLIB_INSTANTIATE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_INSTANTIATE)

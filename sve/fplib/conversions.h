@@ -78,9 +78,8 @@ template <class From, class To>
   const Unpacked<From> v = unpack_normal(op);
   const int exp = v.exp - F::bias + fbits;
   // Whether a value of exactly as many bits as the result is in range, the general form decides.
-  if (!is_normal(op) || rounding != FPRounding_Zero || exp == width - 1) [[unlikely]] {
+  if (!is_normal(op) || rounding != FPRounding_Zero || exp == width - 1) [[unlikely]]
     return to_fixed_any<From, To>(op, fbits, u, rounding, mode);
-  }
   const std::uint64_t significand = v.mnt << (significand_top - F::fraction_bits);
   const int count = exp > significand_top ? 0 : exp < 0 ? significand_top + 1 : significand_top - exp;
   const std::uint64_t x = significand >> count;

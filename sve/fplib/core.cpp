@@ -39,9 +39,7 @@ Outcome<T> round_pack(unsigned sgn, int exp, T mnt, int rm, int mode) {
   if (rm == FPRounding_Odd && error != 0) mantissa |= 1;
 
   const bool alternative = sizeof(T) == 2 && (mode & mode_ahp);
-  if (alternative && biased > F::exponent_max) {
-    return {with_sign<T>(sgn, F::magnitude_mask), flags | flag_ioc};
-  }
+  if (alternative && biased > F::exponent_max) return {with_sign<T>(sgn, F::magnitude_mask), flags | flag_ioc};
   if (!alternative && biased >= F::exponent_max) {
     const bool to_infinity =
         rm == FPRounding_TiesEven || (rm == FPRounding_PosInf && !sgn) || (rm == FPRounding_NegInf && sgn);

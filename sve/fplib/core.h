@@ -20,8 +20,14 @@ struct Outcome {
   T value;
   int flags;
 };
+/// The same with flags that were raised before: mostly by unpacking.
+template <class T>
+constexpr Outcome<T> with_flags(Outcome<T> outcome, int flags) {
+  return {outcome.value, outcome.flags | flags};
+}
 
 /// The three formats by the type that holds their bits; no other type has a format.
+#define SVE_FPLIB_FORMATS(DO) DO(unsigned short) DO(unsigned int) DO(unsigned long)
 template <class T>
 struct Format;
 
@@ -192,9 +198,8 @@ template <class T>
   using F = Format<T>;
   constexpr int drop = significand_top - F::fraction_bits;
   constexpr std::uint64_t rest_mask = (std::uint64_t{1} << drop) - 1;
-  if (static_cast<unsigned>(exp - 1) >= F::exponent_max - 2u || rm > mode_rounding) [[unlikely]] {
+  if (static_cast<unsigned>(exp - 1) >= F::exponent_max - 2u || rm > mode_rounding) [[unlikely]]
     return round_pack<T>(sgn, exp, fraction_at_top<T>(significand), rm, mode);
-  }
   std::uint64_t bias = 0;
   if (rm == FPRounding_TiesEven) {
     bias = (rest_mask >> 1) + ((significand >> drop) & 1);

@@ -170,7 +170,5 @@ template <class T>
 #define SVE_FPLIB_DECLARE(T)                                  \
   extern template sve::Outcome<T> sve::divide_any(T, T, int); \
   extern template sve::Outcome<T> sve::square_root_any(T, int);
-SVE_FPLIB_DECLARE(unsigned short)
-SVE_FPLIB_DECLARE(unsigned int)
-SVE_FPLIB_DECLARE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_DECLARE)
 #undef SVE_FPLIB_DECLARE

@@ -9,11 +9,6 @@
 namespace sve {
 namespace {
 
-template <class T>
-constexpr Outcome<T> with_flags(Outcome<T> outcome, int flags) {
-  return {outcome.value, outcome.flags | flags};
-}
-
 // The eight bits of an estimate, `estimate` in 256 to 511, with the leading one at the hidden bit.
 template <class T>
 constexpr T at_hidden_bit(unsigned estimate) {
@@ -191,6 +186,4 @@ unsigned long UnsignedRSqrtEstimate(unsigned long op, int) {
   template T FPTRIMADD(unsigned long, T, T, FPSCR&); \
   template T FPTRISMUL(T, T, FPSCR&);                \
   template T FPEXPA(T);
-SVE_FPLIB_INSTANTIATE(unsigned short)
-SVE_FPLIB_INSTANTIATE(unsigned int)
-SVE_FPLIB_INSTANTIATE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_INSTANTIATE)

@@ -69,7 +69,5 @@ unsigned long UnsignedRSqrtEstimate(unsigned long op, int ignored);
   extern template T FPRecpX(T, FPSCR&);                     \
   extern template T FPTRIMADD(unsigned long, T, T, FPSCR&); \
   extern template T FPTRISMUL(T, T, FPSCR&);
-SVE_FPLIB_DECLARE(unsigned short)
-SVE_FPLIB_DECLARE(unsigned int)
-SVE_FPLIB_DECLARE(unsigned long)
+SVE_FPLIB_FORMATS(SVE_FPLIB_DECLARE)
 #undef SVE_FPLIB_DECLARE

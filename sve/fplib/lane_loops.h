@@ -41,6 +41,13 @@ struct ActiveBits {
 template <class T>
 struct PendingElements {
   typename Lanes<T>::Word words[256 / sizeof(T)];
+
+  /// Calls body(e) for those of the first n elements.
+  template <class Body>
+  [[gnu::always_inline]] void for_each(std::size_t n, Body body) const {
+    for (std::size_t e = 0; e < n; ++e)
+      if (words[e]) body(e);
+  }
 };
 
 /// Whether any element was active, was done with a rounded result, is pending.
@@ -48,20 +55,16 @@ struct LaneOutcome {
   bool active, inexact, pending;
 };
 
-/// dst[e] = active ? op(status, src[e]...) : old[e] for n elements; pending ones are left undefined. Whole vectors of
-/// `lane_vector_bytes` are read and written, so the arrays extend to a multiple of that.
-template <class T, class Op, class... Sources>
-[[gnu::always_inline]] inline LaneOutcome merge_on_lanes(std::uint8_t* dst, const std::uint8_t* old,
-                                                         const ActiveBits& active, std::size_t n,
-                                                         PendingElements<T>& pending, Op op, const Sources*... src) {
+/// Runs body(status, e, mask of the active lanes) for the vectors of lanes of n elements.
+template <class T, class Body>
+[[gnu::always_inline]] inline LaneOutcome on_each_vector(const ActiveBits& active, std::size_t n,
+                                                         PendingElements<T>& pending, Body body) {
   using Vector = typename Lanes<T>::Vector;
   Vector any_active{}, any_pending{}, inexact{};
   for (std::size_t e = 0; e < n; e += Lanes<T>::count) {
     LaneStatus<T> status;
-    const Lanes<T> computed = op(status, Lanes<T>::load(src + e * sizeof(T))...);
-    const Lanes<T> kept = Lanes<T>::load(old + e * sizeof(T));
     const Vector mask = active.mask<T>(e);
-    Lanes<T>(normal_lanes::select<T>(mask, computed.bits, kept.bits)).store(dst + e * sizeof(T));
+    body(status, e, mask);
     status.pending &= mask;
     std::memcpy(pending.words + e, &status.pending, sizeof status.pending);
     any_active |= mask;
@@ -71,24 +74,27 @@ template <class T, class Op, class... Sources>
   return {normal_lanes::any<T>(any_active), normal_lanes::any<T>(inexact), normal_lanes::any<T>(any_pending)};
 }
 
+/// dst[e] = active ? op(status, src[e]...) : old[e] for n elements; pending ones are left undefined. Whole vectors of
+/// `lane_vector_bytes` are read and written, so the arrays extend to a multiple of that.
+template <class T, class Op, class... Sources>
+[[gnu::always_inline]] inline LaneOutcome merge_on_lanes(std::uint8_t* dst, const std::uint8_t* old,
+                                                         const ActiveBits& active, std::size_t n,
+                                                         PendingElements<T>& pending, Op op, const Sources*... src) {
+  return on_each_vector<T>(active, n, pending, [&](LaneStatus<T>& status, std::size_t e, auto mask) {
+    const Lanes<T> computed = op(status, Lanes<T>::load(src + e * sizeof(T))...);
+    const Lanes<T> kept = Lanes<T>::load(old + e * sizeof(T));
+    Lanes<T>(normal_lanes::select<T>(mask, computed.bits, kept.bits)).store(dst + e * sizeof(T));
+  });
+}
+
 /// dst[e] = active and test(status, src[e]...), as 1 or 0, for n elements; pending ones are left undefined.
 template <class T, class Test, class... Sources>
 [[gnu::always_inline]] inline LaneOutcome compare_on_lanes(std::uint8_t* dst, const ActiveBits& active, std::size_t n,
                                                            PendingElements<T>& pending, Test test,
                                                            const Sources*... src) {
-  using Vector = typename Lanes<T>::Vector;
-  Vector any_active{}, any_pending{};
-  for (std::size_t e = 0; e < n; e += Lanes<T>::count) {
-    LaneStatus<T> status;
-    const auto truth = test(status, Lanes<T>::load(src + e * sizeof(T))...);
-    const Vector mask = active.mask<T>(e);
-    Lanes<T>(truth.bits & mask & 1).store(dst + e * sizeof(T));
-    status.pending &= mask;
-    std::memcpy(pending.words + e, &status.pending, sizeof status.pending);
-    any_active |= mask;
-    any_pending |= status.pending;
-  }
-  return {normal_lanes::any<T>(any_active), false, normal_lanes::any<T>(any_pending)};
+  return on_each_vector<T>(active, n, pending, [&](LaneStatus<T>& status, std::size_t e, auto mask) {
+    Lanes<T>(test(status, Lanes<T>::load(src + e * sizeof(T))...).bits & mask & 1).store(dst + e * sizeof(T));
+  });
 }
 
 }  // namespace sve

@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "sve/fplib/core.h"
+#include "sve/fplib/arithmetic.h"
 #include "sve/fplib/tables.h"
 
 #if defined(__AVX2__)
@@ -266,23 +266,6 @@ template <class T>
   }
 }
 
-/// Where the fused operation puts its two terms in a word, as `FusedLayout` does and on the same scale (18 + 115 + 25 =
-/// 8 + 100 + 50, 37 + 3 + 150 = 13 - 123 + 300), but as high as the sum's carry allows.
-template <class T>
-struct FusedPlace;
-template <>
-struct FusedPlace<unsigned short> {
-  static constexpr int addend_shift = 18, addend_exponent = 115;
-  static constexpr int product_shift = 8, product_exponent = 100;
-  static constexpr int result_exponent = -113;
-};
-template <>
-struct FusedPlace<unsigned int> {
-  static constexpr int addend_shift = 37, addend_exponent = 3;
-  static constexpr int product_shift = 13, product_exponent = -123;
-  static constexpr int result_exponent = -1;
-};
-
 /// (a + b * c) * 2^scale, rounded once. In double precision, lanes where half of all bits cancel stay pending.
 template <class T>
 [[gnu::always_inline]] inline Lanes<T> multiply_add(Lanes<T> a, Lanes<T> b, Lanes<T> c, int scale,
@@ -296,7 +279,7 @@ template <class T>
   // A product of zero counts as far below the addend.
   const Vector<T> lowered = (y.zero | z.zero) & Word<T>{4 * F::exponent_max};
   if constexpr (sizeof(T) < 8) {
-    using L = FusedPlace<T>;
+    using L = FusedLayout<T, Word<T>>;
     const Vector<T> addend = x.significand << L::addend_shift;
     const Vector<T> term = sizeof(T) == 4 ? multiply_low_halves<T>(y.significand, z.significand) << L::product_shift
                                           : (y.significand * z.significand) << L::product_shift;
@@ -313,7 +296,7 @@ template <class T>
     const Vector<T> cancelled = is_zero<T>(sum);
     const Vector<T> sgn =
         select<T>(cancelled, a.bits & product_sign, select<T>(swap, product_sign, a.bits) ^ negative) & sign;
-    Vector<T> exp = select<T>(swap, term_exp, addend_exp) + Word<T>(L::result_exponent + scale);
+    Vector<T> exp = select<T>(swap, term_exp, addend_exp) + Word<T>(scale);
     normalise<T, sizeof(Word<T>) == 8 ? 6 : 5>(sum, exp);
     return round<T>(sgn, exp, sum, cancelled, status);
   } else {

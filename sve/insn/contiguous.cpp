@@ -84,81 +84,31 @@ aarch64_decode_rc replicate(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg
   return executed;
 }
 
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
-using s8 = std::int8_t;
-using s16 = std::int16_t;
-using s32 = std::int32_t;
-
 }  // namespace
 
-#define LOAD_SI(name, T, M)                                                                                       \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
-                                      int imm) {                                                                  \
-    return load_from<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                        \
-  }
-#define LOAD(name, T, M)                                                                           \
-  LOAD_SI(name, T, M)                                                                              \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {             \
-    return load_from<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                             \
-  }
-#define STORE_SI(name, T, M)                                                                                      \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
-                                      int imm) {                                                                  \
-    return store_to<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm));                                         \
-  }
-#define STORE(name, T, M)                                                                          \
-  STORE_SI(name, T, M)                                                                             \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {             \
-    return store_to<T, M>(state, zt, pg, start_at<M>(state, rn, rm));                              \
-  }
+#define LOAD_SI(name, T, M) \
+  SVE_ZPRI(name) { return load_from<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm)); }
+#define LOAD(name, T, M) \
+  LOAD_SI(name, T, M)    \
+  SVE_ZPRR(name) { return load_from<T, M>(state, zt, pg, start_at<M>(state, rn, rm)); }
+#define STORE_SI(name, T, M) \
+  SVE_ZPRI(name) { return store_to<T, M>(state, zt, pg, start_at<T, M>(state, rn, imm)); }
+#define STORE(name, T, M) \
+  STORE_SI(name, T, M)    \
+  SVE_ZPRR(name) { return store_to<T, M>(state, zt, pg, start_at<M>(state, rn, rm)); }
 #define REPLICATE(name, T, M)                                                                                     \
   aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
                                       unsigned int imm) {                                                         \
     return replicate<T, M>(state, zt, pg, rn, imm);                                                               \
   }
 
-LOAD(ld1b, u8, u8)
-LOAD(ld1b_h, u16, u8)
-LOAD(ld1b_s, u32, u8)
-LOAD(ld1b_d, u64, u8)
-LOAD(ld1sb_h, u16, s8)
-LOAD(ld1sb_s, u32, s8)
-LOAD(ld1sb_d, u64, s8)
-LOAD(ld1h, u16, u16)
-LOAD(ld1h_s, u32, u16)
-LOAD(ld1h_d, u64, u16)
-LOAD(ld1sh_s, u32, s16)
-LOAD(ld1sh_d, u64, s16)
-LOAD(ld1w, u32, u32)
-LOAD(ld1w_d, u64, u32)
-LOAD(ld1sw_d, u64, s32)
-LOAD(ld1d, u64, u64)
-
-STORE(st1b, u8, u8)
-STORE(st1b_h, u16, u8)
-STORE(st1b_s, u32, u8)
-STORE(st1b_d, u64, u8)
-STORE(st1h, u16, u16)
-STORE(st1h_s, u32, u16)
-STORE(st1h_d, u64, u16)
-STORE(st1w, u32, u32)
-STORE(st1w_d, u64, u32)
-STORE(st1d, u64, u64)
+SVE_LOAD_FUNCTIONS(LOAD, ld1)
+SVE_STORE_FUNCTIONS(STORE, st1)
+SVE_LOAD_FUNCTIONS(REPLICATE, ld1r)
 
 // Non-temporal forms move the same elements; there is no hint to pass on.
-LOAD(ldnt1b, u8, u8)
-LOAD(ldnt1h, u16, u16)
-LOAD(ldnt1w, u32, u32)
-LOAD(ldnt1d, u64, u64)
-STORE(stnt1b, u8, u8)
-STORE(stnt1h, u16, u16)
-STORE(stnt1w, u32, u32)
-STORE(stnt1d, u64, u64)
+SVE_SAME_SIZE_FUNCTIONS(LOAD, ldnt1)
+SVE_SAME_SIZE_FUNCTIONS(STORE, stnt1)
 
 // Names of forms that no encoding produces; they behave as the plain forms of the same sizes.
 LOAD_SI(ld1sb, u8, u8)
@@ -175,23 +125,6 @@ STORE_SI(st1sh_d, u64, u16)
 STORE_SI(st1sw, u32, u32)
 STORE_SI(st1sw_d, u64, u32)
 STORE_SI(st1sd, u64, u64)
-
-REPLICATE(ld1rb, u8, u8)
-REPLICATE(ld1rb_h, u16, u8)
-REPLICATE(ld1rb_s, u32, u8)
-REPLICATE(ld1rb_d, u64, u8)
-REPLICATE(ld1rh, u16, u16)
-REPLICATE(ld1rh_s, u32, u16)
-REPLICATE(ld1rh_d, u64, u16)
-REPLICATE(ld1rw, u32, u32)
-REPLICATE(ld1rw_d, u64, u32)
-REPLICATE(ld1rd, u64, u64)
-REPLICATE(ld1rsb_h, u16, s8)
-REPLICATE(ld1rsb_s, u32, s8)
-REPLICATE(ld1rsb_d, u64, s8)
-REPLICATE(ld1rsh_s, u32, s16)
-REPLICATE(ld1rsh_d, u64, s16)
-REPLICATE(ld1rsw_d, u64, s32)
 
 namespace {
 

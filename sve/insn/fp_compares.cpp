@@ -44,8 +44,7 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
       const LaneOutcome outcome = compare_on_lanes<U>(result, active_bytes(predicate), lanes<U>, pending,
                                                       on_lanes_of<U>(test), z_of(state, registers)...);
       if (outcome.pending) [[unlikely]]
-        for (std::size_t i = 0; i < lanes<U>; ++i)
-          if (pending.words[i]) one(i);
+        pending.for_each(lanes<U>, one);
     } else {
       for (std::size_t i = 0; i < lanes<U>; ++i)
         if (active<U>(predicate, i))

@@ -23,11 +23,6 @@ aarch64_decode_rc convert(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, 
   return executed;
 }
 
-using s32 = std::int32_t;
-using s64 = std::int64_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
-
 }  // namespace
 
 #define FROM_INTEGER(name, Slot, Integer, To)                                                                  \

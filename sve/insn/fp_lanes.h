@@ -137,8 +137,7 @@ inline void merge_on(Host& host, byte* dst, const byte* old, const byte* predica
           merge_on_lanes<U>(result, old, active_bytes(predicate), lanes<U>, pending, on_lanes_of<U>(op), src...);
       if (outcome.inexact) host.raise(flag_ixc);
       if (outcome.pending) [[unlikely]]
-        for (std::size_t i = 0; i < lanes<U>; ++i)
-          if (pending.words[i]) store<Value>(result, i, op(host, load<Value>(src, i)...));
+        pending.for_each(lanes<U>, [&](std::size_t i) { store<Value>(result, i, op(host, load<Value>(src, i)...)); });
       std::memcpy(dst, result, vector_bytes);
       return;
     }

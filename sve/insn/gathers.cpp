@@ -5,14 +5,6 @@ using namespace sve;
 
 namespace {
 
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
-using s8 = std::int8_t;
-using s16 = std::int16_t;
-using s32 = std::int32_t;
-
 // What an element of the offset vector adds to the base: itself, or its low 32 bits extended by sign or by zero.
 constexpr auto whole = [](auto offset) { return u64{offset}; };
 constexpr auto sxtw = [](auto offset) { return static_cast<u64>(static_cast<std::int64_t>(static_cast<s32>(offset))); };

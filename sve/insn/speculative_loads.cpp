@@ -8,14 +8,6 @@ using namespace sve;
 
 namespace {
 
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
-using s8 = std::int8_t;
-using s16 = std::int16_t;
-using s32 = std::int32_t;
-
 bool is_readable(u64 address) { return addr_is_readable(reinterpret_cast<char volatile*>(address)); }
 
 // One element, guarded.
@@ -141,16 +133,10 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
 
 }  // namespace
 
-#define FIRST_FAULT(name, T, M)                                                                    \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {             \
-    return load_first_fault<T, M>(state, zt, pg, rn, rm);                                          \
-  }
-#define NON_FAULT(name, T, M)                                                                                     \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
-                                      int imm) {                                                                  \
-    return load_non_fault<T, M>(state, zt, pg, rn, imm);                                                          \
-  }
+#define FIRST_FAULT(name, T, M) \
+  SVE_ZPRR(name) { return load_first_fault<T, M>(state, zt, pg, rn, rm); }
+#define NON_FAULT(name, T, M) \
+  SVE_ZPRI(name) { return load_non_fault<T, M>(state, zt, pg, rn, imm); }
 
 FIRST_FAULT(ldff1b_d, u64, u8)
 FIRST_FAULT(ldff1b_h, u16, u8)
@@ -160,19 +146,4 @@ FIRST_FAULT(ldff1d, u64, u64)
 FIRST_FAULT(ldff1w_d, u64, u32)
 FIRST_FAULT(ldff1w, u32, u32)
 
-NON_FAULT(ldnf1b_d, u64, u8)
-NON_FAULT(ldnf1b_h, u16, u8)
-NON_FAULT(ldnf1b_s, u32, u8)
-NON_FAULT(ldnf1b, u8, u8)
-NON_FAULT(ldnf1d, u64, u64)
-NON_FAULT(ldnf1h_d, u64, u16)
-NON_FAULT(ldnf1h_s, u32, u16)
-NON_FAULT(ldnf1h, u16, u16)
-NON_FAULT(ldnf1sb_d, u64, s8)
-NON_FAULT(ldnf1sb_h, u16, s8)
-NON_FAULT(ldnf1sb_s, u32, s8)
-NON_FAULT(ldnf1sh_d, u64, s16)
-NON_FAULT(ldnf1sh_s, u32, s16)
-NON_FAULT(ldnf1sw_d, u64, s32)
-NON_FAULT(ldnf1w_d, u64, u32)
-NON_FAULT(ldnf1w, u32, u32)
+SVE_LOAD_FUNCTIONS(NON_FAULT, ldnf1)

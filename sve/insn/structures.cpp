@@ -5,11 +5,6 @@ using namespace sve;
 
 namespace {
 
-using u8 = std::uint8_t;
-using u16 = std::uint16_t;
-using u32 = std::uint32_t;
-using u64 = std::uint64_t;
-
 template <unsigned N>
 struct group {
   group(cpu_state* state, aarch64_z_reg first) {
@@ -62,38 +57,13 @@ std::uint64_t start_at(cpu_state* state, aarch64_i_rsp_reg rn, aarch64_i_reg rm)
 
 }  // namespace
 
-#define STRUCTURES(name, move, T, N)                                                                              \
-  aarch64_decode_rc sve_##name##_zpri(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, aarch64_i_rsp_reg rn, \
-                                      int imm) {                                                                  \
-    return move<T, N>(state, zt, pg, start_at<N>(state, rn, imm));                                                \
-  }                                                                                                               \
-  aarch64_decode_rc sve_##name##_scaled_zprr(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg,                \
-                                             aarch64_i_rsp_reg rn, aarch64_i_reg rm) {                            \
-    return move<T, N>(state, zt, pg, start_at<T>(state, rn, rm));                                                 \
-  }
+#define STRUCTURES(name, T, M, move, N)                                             \
+  SVE_ZPRI(name) { return move<T, N>(state, zt, pg, start_at<N>(state, rn, imm)); } \
+  SVE_ZPRR(name) { return move<T, N>(state, zt, pg, start_at<T>(state, rn, rm)); }
 
-STRUCTURES(ld2b, load_structures, u8, 2)
-STRUCTURES(ld2h, load_structures, u16, 2)
-STRUCTURES(ld2w, load_structures, u32, 2)
-STRUCTURES(ld2d, load_structures, u64, 2)
-STRUCTURES(ld3b, load_structures, u8, 3)
-STRUCTURES(ld3h, load_structures, u16, 3)
-STRUCTURES(ld3w, load_structures, u32, 3)
-STRUCTURES(ld3d, load_structures, u64, 3)
-STRUCTURES(ld4b, load_structures, u8, 4)
-STRUCTURES(ld4h, load_structures, u16, 4)
-STRUCTURES(ld4w, load_structures, u32, 4)
-STRUCTURES(ld4d, load_structures, u64, 4)
-
-STRUCTURES(st2b, store_structures, u8, 2)
-STRUCTURES(st2h, store_structures, u16, 2)
-STRUCTURES(st2w, store_structures, u32, 2)
-STRUCTURES(st2d, store_structures, u64, 2)
-STRUCTURES(st3b, store_structures, u8, 3)
-STRUCTURES(st3h, store_structures, u16, 3)
-STRUCTURES(st3w, store_structures, u32, 3)
-STRUCTURES(st3d, store_structures, u64, 3)
-STRUCTURES(st4b, store_structures, u8, 4)
-STRUCTURES(st4h, store_structures, u16, 4)
-STRUCTURES(st4w, store_structures, u32, 4)
-STRUCTURES(st4d, store_structures, u64, 4)
+SVE_SAME_SIZE_FUNCTIONS(STRUCTURES, ld2, load_structures, 2)
+SVE_SAME_SIZE_FUNCTIONS(STRUCTURES, ld3, load_structures, 3)
+SVE_SAME_SIZE_FUNCTIONS(STRUCTURES, ld4, load_structures, 4)
+SVE_SAME_SIZE_FUNCTIONS(STRUCTURES, st2, store_structures, 2)
+SVE_SAME_SIZE_FUNCTIONS(STRUCTURES, st3, store_structures, 3)
+SVE_SAME_SIZE_FUNCTIONS(STRUCTURES, st4, store_structures, 4)

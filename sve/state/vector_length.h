@@ -2,13 +2,11 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
 #include "sve/state/built_length.h"
+#include "sve/state/integers.h"
 
 namespace sve {
-
-using byte = std::uint8_t;
 
 /// Bits in a Z register: one of the architecture's lengths.
 inline constexpr std::size_t vector_bits = SVE_VECTOR_BITS;

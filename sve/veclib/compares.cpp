@@ -100,9 +100,6 @@ constexpr auto wide_lt = [](auto a, auto b, auto above, auto) { return (a < b) |
 
 }  // namespace
 
-#define UNSIGNED_TYPES U8, U16, U32, U64
-#define SIGNED_TYPES S8, S16, S32, S64
-
 SVE_DEFINE_CMP_VV(CmpFlgEQVVZ, compare<T>(p, ctx, eq, a, b), SIGNED_TYPES)
 SVE_DEFINE_CMP_VV(CmpFlgNEVVZ, compare<T>(p, ctx, ne, a, b), SIGNED_TYPES)
 SVE_DEFINE_CMP_VV(CmpFlgGEVVZ, compare<T>(p, ctx, ge, a, b), UNSIGNED_TYPES, SIGNED_TYPES)

@@ -70,8 +70,6 @@ std::uint64_t length_times(std::int64_t imm, std::uint64_t unit) { return static
 
 }  // namespace
 
-#define UNSIGNED_TYPES U8, U16, U32, U64
-#define INTEGER_TYPES UNSIGNED_TYPES, S8, S16, S32, S64
 #define VECTOR_TYPES U16, U32, U64
 #define SATURATING_VECTOR_TYPES VECTOR_TYPES, S16, S32, S64
 

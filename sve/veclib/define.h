@@ -24,6 +24,12 @@
   __VA_ARGS__               \
   }
 
+// The element types of most routines.
+#define UNSIGNED_TYPES U8, U16, U32, U64
+#define SIGNED_TYPES S8, S16, S32, S64
+#define INTEGER_TYPES UNSIGNED_TYPES, SIGNED_TYPES
+#define FP_TYPES F16, F32, D64
+
 #define SVE_IN_V(name) [[maybe_unused]] const VectorV& name
 #define SVE_IN_P(name) [[maybe_unused]] const PredV& name
 #define SVE_IN_U(name) [[maybe_unused]] std::uint64_t name

@@ -88,8 +88,6 @@ auto trigonometric_multiply_add(const Vector& a, const Vector& b, std::uint64_t 
 
 }  // namespace
 
-#define FP_TYPES F16, F32, D64
-
 SVE_DEFINE_VVM(AddVVM, fp_merging<T>(a, p, b, ctx, sum), FP_TYPES)
 SVE_DEFINE_VVM(SubVVM, fp_merging<T>(a, p, b, ctx, subtract), FP_TYPES)
 SVE_DEFINE_VVM(SubRVVM, fp_merging<T>(a, p, b, ctx, subtract_reversed), FP_TYPES)

@@ -31,8 +31,7 @@ working_status compare_by_library(byte* truth, std::size_t n, const Predicate& p
       [test](LaneStatus<T>& lanes, auto... x) { return test(x..., lanes); }, src...);
   if (outcome.active) status();
   if (outcome.pending) [[unlikely]]
-    for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e]) store<T>(truth, e, test(load<T>(src, e)..., status()) ? 1 : 0);
+    pending.for_each(n, [&](std::size_t e) { store<T>(truth, e, test(load<T>(src, e)..., status()) ? 1 : 0); });
   return status;
 }
 
@@ -88,8 +87,6 @@ constexpr auto le0_unreached = [](auto a, auto& s) SVE_RETURNS(!FPCompareGT(a, d
 constexpr auto lt0_unreached = [](auto a, auto& s) SVE_RETURNS(!FPCompareGE(a, decltype(a)(0), s));
 
 }  // namespace
-
-#define FP_TYPES F16, F32, D64
 
 SVE_DEFINE_CMP_VV(CmpEQVVZ, compare<T>(p, ctx, eq, a, b), FP_TYPES)
 SVE_DEFINE_CMP_VV(CmpNEVVZ, compare<T>(p, ctx, ne, a, b), FP_TYPES)

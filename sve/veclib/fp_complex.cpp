@@ -91,8 +91,6 @@ auto indexed(Context* ctx, const Vector& m, std::uint64_t index, Op op, const So
 
 }  // namespace
 
-#define FP_TYPES F16, F32, D64
-
 SVE_DEFINE_VVM_ROTATED(FCADDVVM, complex_add<T>(a, p, b, rotation, ctx), FP_TYPES)
 SVE_DEFINE_VVVM_ROTATED(FCMLAVVVM, complex_mla<T>(a, p, b, c, rotation, ctx), FP_TYPES)
 SVE_DEFINE_VVVI_ROTATED(FCMLAVVVIX, complex_mla_indexed<T>(a, b, c, rotation, imm, ctx), F16, F32)

@@ -83,8 +83,6 @@ using double_ = unsigned long;
 
 }  // namespace
 
-#define FP_TYPES F16, F32, D64
-
 SVE_DEFINE_VVM(FRIntNVM, rounded<T>(a, p, b, ctx, FPRounding_TiesEven), FP_TYPES)
 SVE_DEFINE_VVM(FRIntPVM, rounded<T>(a, p, b, ctx, FPRounding_PosInf), FP_TYPES)
 SVE_DEFINE_VVM(FRIntMVM, rounded<T>(a, p, b, ctx, FPRounding_NegInf), FP_TYPES)

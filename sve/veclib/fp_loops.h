@@ -160,8 +160,7 @@ inline working_status fp_merged_by_library(byte* r, std::size_t n, const byte* o
       std::memcpy(r, old, n * sizeof(T));
       for (std::size_t e = 0; e < n; ++e) pending.words[e] = is_active<T>(p, e);
     }
-    for (std::size_t e = 0; e < n; ++e)
-      if (pending.words[e]) store<T>(r, e, one(e));
+    pending.for_each(n, [&](std::size_t e) { store<T>(r, e, one(e)); });
   } else {
     for (std::size_t e = 0; e < n; ++e) store<T>(r, e, is_active<T>(p, e) ? one(e) : load<T>(old, e));
   }

@@ -104,8 +104,6 @@ constexpr T default_nan = Format<T>::default_nan;
 
 }  // namespace
 
-#define FP_TYPES F16, F32, D64
-
 SVE_DEFINE_PSV_SCALAR(AddReduceAV, ordered_sum<T>(p, scalar, a, ctx), FP_TYPES)
 SVE_DEFINE_PV_SCALAR(AddReduceFV, tree<T>(p, a, ctx, T{0}, sum), FP_TYPES)
 SVE_DEFINE_PV_SCALAR(MaxReduceFV, tree<T>(p, a, ctx, minus_infinity<T>, maximum), FP_TYPES)

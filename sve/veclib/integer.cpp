@@ -111,10 +111,6 @@ constexpr auto address_uxtw = [](auto base, auto offset) {
 
 }  // namespace
 
-#define UNSIGNED_TYPES U8, U16, U32, U64
-#define SIGNED_TYPES S8, S16, S32, S64
-#define INTEGER_TYPES UNSIGNED_TYPES, SIGNED_TYPES
-
 SVE_DEFINE_VVM(AddVVM, merging<T>(a, p, b, ctx, sum), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(SubVVM, merging<T>(a, p, b, ctx, difference), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(SubRVVM, merging<T>(a, p, b, ctx, reversed_difference), UNSIGNED_TYPES)

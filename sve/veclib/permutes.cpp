@@ -298,7 +298,6 @@ auto indexed(std::int64_t start, std::int64_t step, const Context* ctx) {
 
 }  // namespace
 
-#define UNSIGNED_TYPES U8, U16, U32, U64
 #define SCALAR_TYPES UNSIGNED_TYPES, B8, H16, F32, D64
 #define PREDICATE_TYPES P8, P16, P32, P64
 
@@ -350,18 +349,18 @@ SVE_DEFINE_VVM(MovePrefix1VM, merging_unary<T>(a, p, b, ctx, [](T x) { return x;
 SVE_DEFINE_PV(MovePrefix1VZ, zeroing_move<T>(p, a, ctx), UNSIGNED_TYPES)
 
 SVE_DEFINE_I(DupS, broadcast<T>(imm, ctx), UNSIGNED_TYPES)
-SVE_DEFINE_I(DupI, broadcast<T>(imm, ctx), F16, F32, D64)
-SVE_DEFINE_I_SIGNED(DupI, broadcast<T>(static_cast<std::uint64_t>(imm), ctx), S8, S16, S32, S64)
+SVE_DEFINE_I(DupI, broadcast<T>(imm, ctx), FP_TYPES)
+SVE_DEFINE_I_SIGNED(DupI, broadcast<T>(static_cast<std::uint64_t>(imm), ctx), SIGNED_TYPES)
 SVE_DEFINE_I(DupMaskI, broadcast<T>(imm, ctx), S64)
 SVE_DEFINE_VIM(DupSM, merged_scalar<T>(a, p, imm, ctx), SCALAR_TYPES)
-SVE_DEFINE_VIM(DupIM, merged_scalar<T>(a, p, imm, ctx), F16, F32, D64)
-SVE_DEFINE_VIM_SIGNED(DupIM, merged_scalar<T>(a, p, static_cast<std::uint64_t>(imm), ctx), S8, S16, S32, S64)
-SVE_DEFINE_PI_SIGNED(DupIZ, zeroed_scalar<T>(p, static_cast<std::uint64_t>(imm), ctx), S8, S16, S32, S64)
+SVE_DEFINE_VIM(DupIM, merged_scalar<T>(a, p, imm, ctx), FP_TYPES)
+SVE_DEFINE_VIM_SIGNED(DupIM, merged_scalar<T>(a, p, static_cast<std::uint64_t>(imm), ctx), SIGNED_TYPES)
+SVE_DEFINE_PI_SIGNED(DupIZ, zeroed_scalar<T>(p, static_cast<std::uint64_t>(imm), ctx), SIGNED_TYPES)
 SVE_DEFINE_VI(ExtDupVI, element_everywhere<T>(a, imm, ctx), UNSIGNED_TYPES)
-SVE_DEFINE_II_SIGNED(IndexII, indexed<T>(start, step, ctx), S8, S16, S32, S64)
-SVE_DEFINE_II_SIGNED(IndexIS, indexed<T>(start, step, ctx), S8, S16, S32, S64)
-SVE_DEFINE_II_SIGNED(IndexSI, indexed<T>(start, step, ctx), S8, S16, S32, S64)
-SVE_DEFINE_II_SIGNED(IndexSS, indexed<T>(start, step, ctx), S8, S16, S32, S64)
+SVE_DEFINE_II_SIGNED(IndexII, indexed<T>(start, step, ctx), SIGNED_TYPES)
+SVE_DEFINE_II_SIGNED(IndexIS, indexed<T>(start, step, ctx), SIGNED_TYPES)
+SVE_DEFINE_II_SIGNED(IndexSI, indexed<T>(start, step, ctx), SIGNED_TYPES)
+SVE_DEFINE_II_SIGNED(IndexSS, indexed<T>(start, step, ctx), SIGNED_TYPES)
 
 // The count of 128-bit units reads the length word whole.
 SVE_IN_BOTH(VectorV VecU128ExtDupVI(const VectorV& a, std::uint64_t imm, CpuContext* ctx) {

@@ -280,21 +280,21 @@ SVE_DEFINE_PATTERN_P(TrueFlgI, pattern_true_flagged<T>(pattern, ctx), P8, P16, P
 
 SVE_DEFINE(void, (SVE_IN_P(p), SVE_IN_P(q), SVE_CTX), TestPZ, PredSetNZCV(p, q, 8, ctx), P)
 
-SVE_DEFINE_WHILE(While4LTSS, (while_true<T, std::uint32_t>(first, limit, ctx, false)), U8, U16, U32, U64)
-SVE_DEFINE_WHILE(While8LTSS, (while_true<T, std::uint64_t>(first, limit, ctx, false)), U8, U16, U32, U64)
-SVE_DEFINE_WHILE(While4LESS, (while_true<T, std::uint32_t>(first, limit, ctx, true)), U8, U16, U32, U64)
-SVE_DEFINE_WHILE(While8LESS, (while_true<T, std::uint64_t>(first, limit, ctx, true)), U8, U16, U32, U64)
-SVE_DEFINE_WHILE_SIGNED(While4LTSS, (while_true<T, std::int32_t>(first, limit, ctx, false)), S8, S16, S32, S64)
-SVE_DEFINE_WHILE_SIGNED(While8LTSS, (while_true<T, std::int64_t>(first, limit, ctx, false)), S8, S16, S32, S64)
-SVE_DEFINE_WHILE_SIGNED(While4LESS, (while_true<T, std::int32_t>(first, limit, ctx, true)), S8, S16, S32, S64)
-SVE_DEFINE_WHILE_SIGNED(While8LESS, (while_true<T, std::int64_t>(first, limit, ctx, true)), S8, S16, S32, S64)
+SVE_DEFINE_WHILE(While4LTSS, (while_true<T, std::uint32_t>(first, limit, ctx, false)), UNSIGNED_TYPES)
+SVE_DEFINE_WHILE(While8LTSS, (while_true<T, std::uint64_t>(first, limit, ctx, false)), UNSIGNED_TYPES)
+SVE_DEFINE_WHILE(While4LESS, (while_true<T, std::uint32_t>(first, limit, ctx, true)), UNSIGNED_TYPES)
+SVE_DEFINE_WHILE(While8LESS, (while_true<T, std::uint64_t>(first, limit, ctx, true)), UNSIGNED_TYPES)
+SVE_DEFINE_WHILE_SIGNED(While4LTSS, (while_true<T, std::int32_t>(first, limit, ctx, false)), SIGNED_TYPES)
+SVE_DEFINE_WHILE_SIGNED(While8LTSS, (while_true<T, std::int64_t>(first, limit, ctx, false)), SIGNED_TYPES)
+SVE_DEFINE_WHILE_SIGNED(While4LESS, (while_true<T, std::int32_t>(first, limit, ctx, true)), SIGNED_TYPES)
+SVE_DEFINE_WHILE_SIGNED(While8LESS, (while_true<T, std::int64_t>(first, limit, ctx, true)), SIGNED_TYPES)
 
 // Both operands at the width of the element.
 #define SVE_DEFINE_TERMINATE(...) SVE_DEFINE(void, (SVE_IN_U(x), SVE_IN_U(y), SVE_CTX), __VA_ARGS__)
 SVE_DEFINE_TERMINATE(CTermEQ, terminate(static_cast<T>(x) == static_cast<T>(y), ctx), U32, U64)
 SVE_DEFINE_TERMINATE(CTermNE, terminate(static_cast<T>(x) != static_cast<T>(y), ctx), U32, U64)
 
-SVE_DEFINE_COUNT_P(SCountP, count_both<T>(p, q, ctx), U8, U16, U32, U64)
+SVE_DEFINE_COUNT_P(SCountP, count_both<T>(p, q, ctx), UNSIGNED_TYPES)
 
 // The first-fault register of the context. Its status being clear means that all of it is set.
 SVE_DEFINE_PP(ActualP, combined(ctx, both, p, ctx->ffr), P)

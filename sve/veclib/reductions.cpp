@@ -84,9 +84,6 @@ auto dot(const Vector& a, const Second& b, const Vector& accumulator, const Cont
 
 }  // namespace
 
-#define UNSIGNED_TYPES U8, U16, U32, U64
-#define INTEGER_TYPES UNSIGNED_TYPES, S8, S16, S32, S64
-
 SVE_DEFINE_PV_SCALAR(AddReduceV, summed<T>(p, a, ctx), UNSIGNED_TYPES, S8, S16, S32)
 SVE_DEFINE_PV_SCALAR(MaxReduceV, scalar(reduced<T>(p, a, ctx, lowest<T>, larger)), INTEGER_TYPES)
 SVE_DEFINE_PV_SCALAR(MinReduceV, scalar(reduced<T>(p, a, ctx, highest<T>, smaller)), INTEGER_TYPES)

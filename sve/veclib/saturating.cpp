@@ -53,8 +53,6 @@ auto subtract_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) 
 
 }  // namespace
 
-#define INTEGER_TYPES U8, U16, U32, U64, S8, S16, S32, S64
-
 SVE_DEFINE_VV(QAddVVX, mapped<T>(ctx, saturating_sum, a, b), INTEGER_TYPES)
 SVE_DEFINE_VV(QSubVVX, mapped<T>(ctx, saturating_difference, a, b), INTEGER_TYPES)
 SVE_DEFINE_VI(QAddVIX, add_immediate<T>(a, imm, ctx), INTEGER_TYPES)

@@ -105,10 +105,6 @@ constexpr auto containers_reversed = [](T a) { return Reverse(a, 8 * sizeof(T), 
 
 }  // namespace
 
-#define UNSIGNED_TYPES U8, U16, U32, U64
-#define SIGNED_TYPES S8, S16, S32, S64
-#define INTEGER_TYPES UNSIGNED_TYPES, SIGNED_TYPES
-
 SVE_DEFINE_VVM(ShlVVM, merging<T>(a, p, b, ctx, left_by), UNSIGNED_TYPES)
 SVE_DEFINE_VVM(ShrVVM, merging<T>(a, p, b, ctx, right_by), INTEGER_TYPES)
 SVE_DEFINE_VVM(ShlRVVM, merging<T>(a, p, b, ctx, left_reversed), UNSIGNED_TYPES)

@@ -1,8 +1,7 @@
 // The shapes of the vector library's routines.
 #pragma once
 
-#include <cstdint>
-
+#include "sve/state/integers.h"
 #include "sve/veclib/types.h"
 
 namespace sve::routine {

@@ -269,28 +269,20 @@ lines sequence(unsigned int word, const unsigned int* at, const cpu_state* state
   for (int n = 0; n < 26; n += 2) l.push_back("stp " + field(x(n), 16) + ", x" + number(n) + ", x" + number(n + 1));
   l.push_back("stp " + field(x(29), 16) + ", x29, x30");
   for (int n = 0; n < 32; ++n) l.push_back("str " + field(z(n), 16) + ", q" + number(n));
-  l.push_back("mrs x26, nzcv");
-  l.push_back("str " + field(offsetof(cpu_state, nzcv), 8) + ", x26");
-  l.push_back("mrs x26, fpsr");
-  l.push_back("str " + field(offsetof(cpu_state, fpsr), 4) + ", w26");
-  l.push_back("mrs x26, fpcr");
-  l.push_back("str " + field(offsetof(cpu_state, fpcr), 4) + ", w26");
-  l.push_back("call emulate_instruction, #" + number(word) + ":4, #" + number(reinterpret_cast<std::intptr_t>(at)) +
-              ":8, #" + number(reinterpret_cast<std::intptr_t>(is_sve(word))) + ":8");
-  l.push_back(base);
-  l.push_back("ldr w26, " + field(offsetof(cpu_state, fpcr), 4));
-  l.push_back("msr fpcr, x26");
-  l.push_back("ldr w26, " + field(offsetof(cpu_state, fpsr), 4));
-  l.push_back("msr fpsr, x26");
-  l.push_back("ldr x26, " + field(offsetof(cpu_state, nzcv), 8));
-  l.push_back("msr nzcv, x26");
+  const std::string nzcv = field(offsetof(cpu_state, nzcv), 8), fpsr = field(offsetof(cpu_state, fpsr), 4),
+                    fpcr = field(offsetof(cpu_state, fpcr), 4);
+  l.insert(l.end(),
+           {"mrs x26, nzcv", "str " + nzcv + ", x26", "mrs x26, fpsr", "str " + fpsr + ", w26", "mrs x26, fpcr",
+            "str " + fpcr + ", w26",
+            "call emulate_instruction, #" + number(word) + ":4, #" + number(reinterpret_cast<std::intptr_t>(at)) +
+                ":8, #" + number(reinterpret_cast<std::intptr_t>(is_sve(word))) + ":8",
+            base, "ldr w26, " + fpcr, "msr fpcr, x26", "ldr w26, " + fpsr, "msr fpsr, x26", "ldr x26, " + nzcv,
+            "msr nzcv, x26"});
   for (int n = 0; n < 32; ++n) l.push_back("ldr q" + number(n) + ", " + field(z(n), 16));
   for (int n = 0; n < 26; n += 2) l.push_back("ldp x" + number(n) + ", x" + number(n + 1) + ", " + field(x(n), 16));
-  l.push_back("ldp x29, x30, " + field(x(29), 16));
-  l.push_back("ldr x26, " + field(offsetof(cpu_state, sp), 8));
-  l.push_back("add sp, x26, #0, lsl, #0");
-  for (const char* last : {"restore x27, slot 4", "set stolen x27", "restore x27, slot 3", "restore x26, slot 2"})
-    l.push_back(last);
+  l.insert(l.end(), {"ldp x29, x30, " + field(x(29), 16), "ldr x26, " + field(offsetof(cpu_state, sp), 8),
+                     "add sp, x26, #0, lsl, #0", "restore x27, slot 4", "set stolen x27", "restore x27, slot 3",
+                     "restore x26, slot 2"});
   return l;
 }
 

@@ -73,12 +73,11 @@ TEST_P(Port, TheCallRunsOnTheThreadsStack) {
             (lines{"mov x0, #7", "mov x1, #16384", "mov x2, #-9", read_stack("x9"),
                    "mov x10, #" + std::to_string(reinterpret_cast<std::intptr_t>(callee)), "add x19, sp, #0, lsl, #0",
                    "add sp, x9, #0, lsl, #0", "blr x30, x10", "add sp, x19, #0, lsl, #0", "app d503201f"}));
-  for (const instr_t* i : list.instructions) {
+  for (const instr_t* i : list.instructions)
     if (i->special == instr_t::none && !i->is_original) {
       EXPECT_FALSE(i->is_app) << i->text;
       EXPECT_EQ(i->translation, address) << i->text;
     }
-  }
   fake::clear(list);
 }
 
@@ -391,13 +390,12 @@ TEST_F(Faults, WithoutFaultTheHandlersResultComesBack) {
 // The try block is for words with the top bit set. Those are the memory instructions, and no others.
 TEST(GuardedCall, TheTopBitTellsMemoryInstructions) {
   int memory = 0, others = 0;
-  for (const auto* map : sve::decode::maps_in_is_sve_order()) {
+  for (const auto* map : sve::decode::maps_in_is_sve_order())
     for (const auto& row : map->rows) {
       const bool accesses = row.function->access != sve::decode::access_kind::none;
       EXPECT_EQ(map->word(row.key) >> 31 != 0, accesses) << row.name;
       ++(accesses ? memory : others);
     }
-  }
   EXPECT_GT(memory, 300);
   EXPECT_GT(others, 900);
 }

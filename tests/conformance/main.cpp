@@ -1,6 +1,7 @@
 // Runs every instruction word of the table on the processor and in the model, from equal states, and compares
 // everything. With --write it records the model's outcomes, and with --replay it compares another build's record with
 // this build's.
+#include <algorithm>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/conformance/delta.h"
@@ -52,37 +54,32 @@ void usage(std::FILE* to) {
       to);
 }
 
+unsigned number(const char* text) { return static_cast<unsigned>(std::strtoul(text, nullptr, 0)); }
+
+const struct known_option {
+  std::string_view name;
+  void (*set)(options& o, const char* value);
+} known_options[] = {
+    {"--cases", [](options& o, const char* value) { o.cases = number(value); }},
+    {"--seed", [](options& o, const char* value) { o.seed = std::strtoull(value, nullptr, 0); }},
+    {"--row", [](options& o, const char* value) { o.row = value; }},
+    {"--case", [](options& o, const char* value) { o.one_case = std::strtol(value, nullptr, 0); }},
+    {"--runs", [](options& o, const char* value) { o.runs = number(value); }},
+    {"--run", [](options& o, const char* value) { o.one_run = std::strtol(value, nullptr, 0); }},
+    {"--write", [](options& o, const char* value) { o.write = value; }},
+    {"--replay", [](options& o, const char* value) { o.replay = value; }},
+};
+
 options parse(int argc, char** argv) {
   options o;
-  const auto value = [&](int& i) {
-    if (++i >= argc) {
-      usage(stderr);
-      std::exit(2);
+  for (int i = 1; i < argc; i += 2) {
+    const std::string_view name = argv[i];
+    const auto known = std::ranges::find(known_options, name, &known_option::name);
+    if (known == std::end(known_options) || i + 1 == argc) {
+      usage(name == "--help" ? stdout : stderr);
+      std::exit(name == "--help" ? 0 : 2);
     }
-    return argv[i];
-  };
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view a = argv[i];
-    if (a == "--cases")
-      o.cases = static_cast<unsigned>(std::strtoul(value(i), nullptr, 0));
-    else if (a == "--seed")
-      o.seed = std::strtoull(value(i), nullptr, 0);
-    else if (a == "--row")
-      o.row = value(i);
-    else if (a == "--case")
-      o.one_case = std::strtol(value(i), nullptr, 0);
-    else if (a == "--runs")
-      o.runs = static_cast<unsigned>(std::strtoul(value(i), nullptr, 0));
-    else if (a == "--run")
-      o.one_run = std::strtol(value(i), nullptr, 0);
-    else if (a == "--write")
-      o.write = value(i);
-    else if (a == "--replay")
-      o.replay = value(i);
-    else {
-      usage(a == "--help" ? stdout : stderr);
-      std::exit(a == "--help" ? 0 : 2);
-    }
+    known->set(o, argv[i + 1]);
   }
   return o;
 }

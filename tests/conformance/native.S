@@ -2,28 +2,15 @@
 // register that can hold the block's address, since a word may use any three of the others.
 
 #include "sve/state/built_length.h"
+#include "tests/machine_registers.S"
 
         .arch armv8.2-a+sve
 
-#define SP_OFFSET 248
-#define NZCV_OFFSET 256
-#define FPSR_OFFSET 264
-#define FPCR_OFFSET 272
 #define TARGET_OFFSET 280
-#define Z_OFFSET 288
 #define VECTOR_BYTES (SVE_VECTOR_BITS / 8)
-#define P_OFFSET (Z_OFFSET + 32 * VECTOR_BYTES)
+#define P_OFFSET (V_OFFSET + 32 * VECTOR_BYTES)
 #define HOST_SP_OFFSET ((P_OFFSET + 17 * VECTOR_BYTES / 8 + 15) / 16 * 16)
 #define HOST_FPCR_OFFSET (HOST_SP_OFFSET + 8)
-
-// Every general register but \skip, by pairs that avoid it.
-        .macro  general op, at, skip
-        .irp    n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30
-        .if     \n - \skip
-        \op     x\n, [\at, #8 * \n]
-        .endif
-        .endr
-        .endm
 
         .macro  vectors op, at
         .irp    n, 0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31
@@ -42,16 +29,7 @@
         .type   conformance_enter_\skip, %function
 // void enter(block*): the block's target is the word's place.
 conformance_enter_\skip:
-        stp     x29, x30, [sp, #-16]!
-        stp     x19, x20, [sp, #-16]!
-        stp     x21, x22, [sp, #-16]!
-        stp     x23, x24, [sp, #-16]!
-        stp     x25, x26, [sp, #-16]!
-        stp     x27, x28, [sp, #-16]!
-        stp     d8, d9, [sp, #-16]!
-        stp     d10, d11, [sp, #-16]!
-        stp     d12, d13, [sp, #-16]!
-        stp     d14, d15, [sp, #-16]!
+        push_kept
         mov     x1, sp
         str     x1, [x0, #HOST_SP_OFFSET]
         mrs     x1, fpcr
@@ -61,18 +39,13 @@ conformance_enter_\skip:
         ldr     p0, [x1, #16, mul vl]
         wrffr   p0.b
         predicates ldr, x1
-        add     x1, x0, #Z_OFFSET
+        add     x1, x0, #V_OFFSET
         vectors ldr, x1
-        ldr     x1, [x0, #FPSR_OFFSET]
-        msr     fpsr, x1
-        ldr     x1, [x0, #FPCR_OFFSET]
-        msr     fpcr, x1
-        ldr     x1, [x0, #NZCV_OFFSET]
-        msr     nzcv, x1
+        load_system x0, x1
         ldr     x1, [x0, #SP_OFFSET]
         mov     sp, x1
         mov     x\skip, x0
-        general ldr, x\skip, \skip
+        each_x  ldr, x\skip, \skip
         ldr     x\skip, [x\skip, #TARGET_OFFSET]
         br      x\skip
         .size   conformance_enter_\skip, . - conformance_enter_\skip
@@ -81,17 +54,14 @@ conformance_enter_\skip:
         .type   conformance_leave_\skip, %function
 // Reached by a branch, with the block's address in x\skip.
 conformance_leave_\skip:
-        general str, x\skip, \skip
+        each_x  str, x\skip, \skip
         mov     x0, x\skip
-        mrs     x1, nzcv
-        str     x1, [x0, #NZCV_OFFSET]
-        mrs     x1, fpsr
-        str     x1, [x0, #FPSR_OFFSET]
+        store_system x0, x1
         mrs     x1, fpcr
         str     x1, [x0, #FPCR_OFFSET]
         mov     x1, sp
         str     x1, [x0, #SP_OFFSET]
-        add     x1, x0, #Z_OFFSET
+        add     x1, x0, #V_OFFSET
         vectors str, x1
         mov     x1, #P_OFFSET
         add     x1, x0, x1
@@ -102,16 +72,7 @@ conformance_leave_\skip:
         msr     fpcr, x1
         ldr     x1, [x0, #HOST_SP_OFFSET]
         mov     sp, x1
-        ldp     d14, d15, [sp], #16
-        ldp     d12, d13, [sp], #16
-        ldp     d10, d11, [sp], #16
-        ldp     d8, d9, [sp], #16
-        ldp     x27, x28, [sp], #16
-        ldp     x25, x26, [sp], #16
-        ldp     x23, x24, [sp], #16
-        ldp     x21, x22, [sp], #16
-        ldp     x19, x20, [sp], #16
-        ldp     x29, x30, [sp], #16
+        pop_kept
         ret
         .size   conformance_leave_\skip, . - conformance_leave_\skip
         .endm

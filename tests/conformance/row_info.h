@@ -53,6 +53,7 @@ struct row_info {
   memory_form memory;
 
   bool floating_point() const { return row->function->floating_point; }
+  bool unzips_predicates() const { return row->mnemonic().starts_with("uzp") && operands[0].kind == role::p; }
   bool name_has(std::string_view part) const {
     return std::string_view(row->name).find(part) != std::string_view::npos;
   }

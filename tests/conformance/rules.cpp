@@ -32,60 +32,53 @@ constexpr bool emulator_unzips_wrongly = sve::vector_bytes > 64 && !std::has_sin
 difference_rule rules[rule_count] = {
     {"shifted-8-bit-immediate",
      "the processor reserves an 8-bit element's immediate that is shifted left by 8; here its value is 0, so the "
-     "processor "
-     "is asked with the immediate 0",
+     "processor is asked with the immediate 0",
      0},
     {"reserved-logical-immediate",
-     "the processor reserves a logical immediate of all ones; here it is expanded as any other: ones throughout, or 0 "
-     "where "
-     "64 ones leave an empty element",
+     "the processor reserves a logical immediate of all ones; here it is expanded as any other: ones throughout, or "
+     "0 where 64 ones leave an empty element",
      0},
     {"index-register-31",
      "the processor reserves the zero register as the index of a contiguous access; here it adds zero, so the "
-     "processor is "
-     "asked with an index register that holds zero",
+     "processor is asked with an index register that holds zero",
      0},
     {"first-fault-page-probe",
      "LDFF1B, LDFF1W and LDFF1D (scalar plus scalar) probe the next page only, count unreadable elements by the "
-     "register's "
-     "element size, and leave the destination of failed elements alone; an unreadable first page ends the process",
+     "register's element size, and leave the destination of failed elements alone; an unreadable first page ends "
+     "the process",
      0},
     {"non-fault-page-probe",
-     "LDNF1 probes an element's first byte once a page: a failure is not sticky, marks active elements only and leaves "
-     "their destination alone; an element that runs into an unreadable page ends the process",
+     "LDNF1 probes an element's first byte once a page: a failure is not sticky, marks active elements only and "
+     "leaves their destination alone; an element that runs into an unreadable page ends the process",
      0},
     {"first-fault-guarded-read",
-     "the other LDFF1 guard every element, the first active one too: from the first that cannot be read all elements "
-     "are "
-     "zero and marked, and nothing faults",
+     "the other LDFF1 guard every element, the first active one too: from the first that cannot be read all "
+     "elements are zero and marked, and nothing faults",
      0},
     {"emulator-speculative-page-crossing",
      "the emulated processor gives up first-fault and non-fault loads at a page end although the next page is "
-     "readable; "
-     "expected is what the definition gives",
+     "readable; expected is what the definition gives",
      0},
     {"emulator-speculative-first-inactive",
      "the emulated processor loads wrong data when element 0 of a contiguous first-fault or non-fault load is "
-     "inactive; "
-     "expected is what the definition gives",
+     "inactive; expected is what the definition gives",
      0},
     {"store-fault-is-partial",
-     "a store that faults has stored the elements below the fault; the emulated processor checks all pages first and "
-     "stores nothing",
+     "a store that faults has stored the elements below the fault; the emulated processor checks all pages first "
+     "and stores nothing",
      0},
     {"load-fault-destination",
      "a load that faults has written the elements below the fault to its destination, unless that is its vector of "
      "addresses or the load is the vector library's; the emulated processor writes none",
      0},
     {"emulator-straddling-fault",
-     "a plain access whose element or structure lies across the end of a readable page ends the emulator, so only the "
-     "model is asked; "
-     "it must fault",
+     "a plain access whose element or structure lies across the end of a readable page ends the emulator, so only "
+     "the model is asked; it must fault",
      0},
     {"emulator-unzip-predicate",
-     "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits too "
-     "low at "
-     "this vector length; expected is its answer with that put right, and the 8 bits that are lost so as defined",
+     "the emulated processor lays bits 32 to 55 of what UZP1 and UZP2 of predicates take from each source 4 bits "
+     "too low at this vector length; expected is its answer with that put right, and the 8 bits that are lost so as "
+     "defined",
      0, emulator_unzips_wrongly},
 };
 
@@ -123,11 +116,10 @@ std::uint64_t memory_element(const window::contents& memory, std::uint64_t addre
   return value;
 }
 
-/// Index register 31 of a contiguous access other than a first-fault load.
+/// Index register 31 of a contiguous access or prefetch, other than a first-fault load.
 bool reserved_index(const row_info& row, std::uint32_t word) {
-  const memory_form& m = row.memory;
-  const bool index_form = m.address == address_form::base_index || row.name_has("LSS");
-  return index_form && (word >> 16 & 31) == register_31 && m.access != access_kind::first_fault;
+  return row.row->form->address == sve::decode::address_form::base_index && (word >> 16 & 31) == register_31 &&
+         row.memory.access != access_kind::first_fault;
 }
 bool reserved_shift(const row_info& row, std::uint32_t word) {
   return row.element_bits == 8 && has_shifted_immediate(row) && (word >> 13 & 1);
@@ -313,16 +305,16 @@ void expect_plain_fault(const test_case& c, bool native_ran, const memory_plan& 
 
 void expect_reserved_logical(const test_case& c, outcome& expected) {
   const bool empty = c.word >> 17 & 1;
-  const std::string_view operation = c.row->row->name;
+  const std::string_view operation = c.row->row->mnemonic();
   expected.state = c.state;
   std::uint8_t* z = expected.state.z[c.word & 31];
   for (unsigned i = 0; i < sve::vector_bytes; ++i) {
     const std::uint8_t imm = empty ? 0 : 0xff;
-    if (operation == "VecU64OrVIX")
+    if (operation == "orr")
       z[i] |= imm;
-    else if (operation == "VecU64XorVIX")
+    else if (operation == "eor")
       z[i] ^= imm;
-    else if (operation == "VecU64AndVIX")
+    else if (operation == "and")
       z[i] &= imm;
     else
       z[i] = imm;
@@ -392,8 +384,8 @@ void apply_rules(const test_case& c, bool native_ran, const window::contents& or
     }
     const memory_plan plan = plan_accesses(row, c.word, c.state);
     if (any_unreadable(plan, m.memory_bytes)) expect_plain_fault(c, native_ran, plan, original, expected);
-  } else if (emulator_unzips_wrongly && (row.name_has("Uzp1PP") || row.name_has("Uzp2PP"))) {
-    expect_unzip(c, row.name_has("Uzp2PP"), expected);
+  } else if (emulator_unzips_wrongly && row.unzips_predicates()) {
+    expect_unzip(c, row.row->mnemonic() == "uzp2", expected);
   } else if (reserved_logical_immediate(row, c.word)) {
     expect_reserved_logical(c, expected);
   }

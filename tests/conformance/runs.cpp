@@ -1,5 +1,6 @@
 #include "tests/conformance/runs.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -32,16 +33,16 @@ struct run_case {
 
 /// These test a whole predicate byte, so that with stray bits their answer is not the processor's. Required.
 bool looks_at_whole_bytes(const row_info& row) {
-  return row.name_has("NorPPZ") || row.name_has("BreakNext") || row.name_has("BreakPrevB");
+  constexpr std::string_view rows[] = {"nor", "brkn", "brkns", "brkpb", "brkpbs"};
+  return std::ranges::count(rows, row.row->mnemonic()) != 0;
 }
 
 /// Rows whose answers are the processor's own, whatever stood in the registers before.
 std::vector<const row_info*> eligible_rows(bool floating_point) {
   std::vector<const row_info*> rows;
-  for (const row_info& row : all_rows()) {
-    const bool unzip = row.name_has("Uzp1PP") || row.name_has("Uzp2PP");
-    if (!row.memory.is_memory() && !unzip && (!floating_point || row.floating_point())) rows.push_back(&row);
-  }
+  for (const row_info& row : all_rows())
+    if (!row.memory.is_memory() && !row.unzips_predicates() && (!floating_point || row.floating_point()))
+      rows.push_back(&row);
   return rows;
 }
 

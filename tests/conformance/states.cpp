@@ -9,7 +9,7 @@
 namespace conformance {
 namespace {
 
-using u64 = std::uint64_t;
+using sve::u64;
 
 constexpr u64 ones(unsigned n) { return n >= 64 ? ~u64{0} : (u64{1} << n) - 1; }
 

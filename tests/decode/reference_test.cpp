@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-#include "sve/decode/table.h"
+#include "tests/states.h"
 
 namespace {
 
@@ -22,15 +22,14 @@ TEST(Reference, HoldsEveryRowOnce) {
     text << std::ifstream(file.path()).rdbuf();
     pages[file.path().stem().string()] = text.str();
   }
-  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& r : m->rows) {
-      const std::string name = "| `" + std::string(r.name) + "` |";
-      for (const auto& [page, text] : pages) {
-        std::size_t found = 0;
-        for (std::size_t at = text.find(name); at != text.npos; at = text.find(name, at + 1)) ++found;
-        EXPECT_EQ(found, page == name_of(r.function->of)) << name << " on page " << page;
-      }
+  test::for_each_row([&](auto&, auto& r) {
+    const std::string name = "| `" + std::string(r.name) + "` |";
+    for (const auto& [page, text] : pages) {
+      std::size_t found = 0;
+      for (std::size_t at = text.find(name); at != text.npos; at = text.find(name, at + 1)) ++found;
+      EXPECT_EQ(found, page == name_of(r.function->of)) << name << " on page " << page;
     }
+  });
 }
 
 TEST(Reference, HoldsEverySignature) {
@@ -40,13 +39,12 @@ TEST(Reference, HoldsEverySignature) {
   const auto holds = [&](const std::string& line) { return text.str().find("\n" + line + "\n") != std::string::npos; };
   EXPECT_TRUE(holds("aarch64_decode_rc sve_add_zpz(cpu_state*, aarch64_z_reg, aarch64_p_reg, aarch64_z_reg);"));
   EXPECT_TRUE(holds("VectorV VecU8AddVVM(const VectorV&, const PredV&, const VectorV&, CpuContext*);"));
-  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& r : m->rows) {
-      EXPECT_NE(text.str().find(" " + std::string(r.function->name) + "("), std::string::npos) << r.function->name;
-      EXPECT_TRUE(r.model == sve::decode::kind::prefetch ||
-                  text.str().find(" " + std::string(r.name) + "(") != std::string::npos)
-          << r.name;
-    }
+  test::for_each_row([&](auto&, auto& r) {
+    EXPECT_NE(text.str().find(" " + std::string(r.function->name) + "("), std::string::npos) << r.function->name;
+    EXPECT_TRUE(r.model == sve::decode::kind::prefetch ||
+                text.str().find(" " + std::string(r.name) + "(") != std::string::npos)
+        << r.name;
+  });
 }
 
 }  // namespace

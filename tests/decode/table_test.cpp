@@ -11,10 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/states.h"
+
 namespace {
 
 using sve::decode::map;
 using sve::decode::row;
+using test::for_each_row;
 
 // The bit ranges of the maps' keys, in the order of is_sve's search.
 constexpr const char* expected[] = {"31_0",
@@ -71,12 +74,6 @@ std::uint32_t bits_of(const char* ranges) {
     ranges += length;
   }
   return bits;
-}
-
-template <class Visit>
-void for_each_row(Visit visit) {
-  for (const map* m : sve::decode::maps_in_is_sve_order())
-    for (const row& r : m->rows) visit(*m, r);
 }
 
 TEST(Table, MapsHaveTheirBits) {

@@ -12,6 +12,7 @@
 #include "sve/insn/functions.h"
 #include "sve/insn/host_fp.h"
 #include "sve/veclib/routines.h"
+#include "tests/states.h"
 
 namespace {
 
@@ -148,15 +149,10 @@ class HostFp : public testing::Test {
   // On AArch64 the instruction functions work under the live registers, and the handler fetches the status.
   template <class Run>
   void run(Run action) {
+    const test::live_control control(state);
+    action();
 #if defined(__aarch64__)
-    std::uint64_t fpcr, fpsr;
-    asm volatile("mrs %0, fpcr\n\tmrs %1, fpsr" : "=r"(fpcr), "=r"(fpsr));
-    asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(std::uint64_t{state.fpcr}), "r"(std::uint64_t{state.fpsr}));
-    action();
     sve::read_host_status(&state);
-    asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(fpcr), "r"(fpsr));
-#else
-    action();
 #endif
   }
   template <class T>

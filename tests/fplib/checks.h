@@ -30,7 +30,7 @@ void check(Failures& failures, const char* name, const Expected& expected, FPSCR
   check(failures, #operation, reference::expected(a, b, fpscr), fpscr, operation<T>, a, b)
 
 template <class T>
-int check_two_operands(Failures& failures, T a, T b, FPSCR fpscr) {
+std::uint64_t check_two_operands(Failures& failures, T a, T b, FPSCR fpscr) {
   CHECK2(FPAdd, add);
   CHECK2(FPSub, sub);
   CHECK2(FPMul, mul);
@@ -42,7 +42,7 @@ int check_two_operands(Failures& failures, T a, T b, FPSCR fpscr) {
 }
 
 template <class T>
-int check_compares(Failures& failures, T a, T b, FPSCR fpscr) {
+std::uint64_t check_compares(Failures& failures, T a, T b, FPSCR fpscr) {
   const auto quiet = reference::compare_values(a, b, fpscr, false);
   const auto signalling = reference::compare_values(a, b, fpscr, true);
   using Truth = reference::Result<bool>;
@@ -68,13 +68,13 @@ int check_compares(Failures& failures, T a, T b, FPSCR fpscr) {
 }
 
 template <class T>
-int check_muladd(Failures& failures, T a, T b, T c, FPSCR fpscr) {
+std::uint64_t check_muladd(Failures& failures, T a, T b, T c, FPSCR fpscr) {
   check(failures, "FPMulAdd", reference::muladd(a, b, c, fpscr), fpscr, FPMulAdd<T>, a, b, c);
   return 1;
 }
 
 template <class From, class To>
-int check_convert(Failures& failures, From a, FPSCR fpscr) {
+std::uint64_t check_convert(Failures& failures, From a, FPSCR fpscr) {
   for (const int rounding : {0, 1, 2, 3, 5}) {
     check(
         failures, "FPConvert", reference::convert<From, To>(a, rounding, fpscr), fpscr,
@@ -84,8 +84,8 @@ int check_convert(Failures& failures, From a, FPSCR fpscr) {
 }
 
 template <class From, class To>
-int check_to_fixed(Failures& failures, From a, FPSCR fpscr, int fbits) {
-  for (int rounding = 0; rounding < 5; ++rounding) {
+std::uint64_t check_to_fixed(Failures& failures, From a, FPSCR fpscr, int fbits) {
+  for (int rounding = 0; rounding < 5; ++rounding)
     for (const bool u : {false, true}) {
       check(
           failures, u ? "fplibFPToFixed u" : "fplibFPToFixed",
@@ -93,7 +93,6 @@ int check_to_fixed(Failures& failures, From a, FPSCR fpscr, int fbits) {
           [=](From x, FPSCR& s) { return fplibFPToFixed<From, To>(x, fbits, u, static_cast<FPRounding>(rounding), s); },
           a);
     }
-  }
   return 10;
 }
 
@@ -105,7 +104,7 @@ T scale(T a, long by, FPSCR& fpscr) {
 }
 
 template <class T>
-int check_scale(Failures& failures, T a, long by, FPSCR fpscr) {
+std::uint64_t check_scale(Failures& failures, T a, long by, FPSCR fpscr) {
   using By = std::conditional_t<sizeof(T) == 2, short, std::conditional_t<sizeof(T) == 4, int, long>>;
   const By narrow = static_cast<By>(by);
   check(
@@ -115,19 +114,18 @@ int check_scale(Failures& failures, T a, long by, FPSCR fpscr) {
 }
 
 template <class T>
-int check_one_operand(Failures& failures, T a, FPSCR fpscr, int fbits) {
+std::uint64_t check_one_operand(Failures& failures, T a, FPSCR fpscr, int fbits) {
   check(failures, "FPSqrt", reference::sqrt(a, fpscr), fpscr, FPSqrt<T>, a);
   check(failures, "FPRecipEstimate", reference::recip_estimate(a, fpscr), fpscr, FPRecipEstimate<T>, a);
   check(failures, "FPRSqrtEstimate", reference::rsqrt_estimate(a, fpscr), fpscr, FPRSqrtEstimate<T>, a);
-  int count = 3;
-  for (int rounding = 0; rounding < 5; ++rounding) {
+  std::uint64_t count = 3;
+  for (int rounding = 0; rounding < 5; ++rounding)
     for (const bool exact : {false, true}) {
       check(
           failures, "FPRoundInt", reference::round_int(a, rounding, exact, fpscr), fpscr,
           [=](T x, FPSCR& s) { return FPRoundInt(x, static_cast<FPRounding>(rounding), exact, s); }, a);
       ++count;
     }
-  }
   if constexpr (sizeof(T) != 2) count += check_convert<T, unsigned short>(failures, a, fpscr);
   if constexpr (sizeof(T) != 4) count += check_convert<T, unsigned int>(failures, a, fpscr);
   if constexpr (sizeof(T) != 8) count += check_convert<T, unsigned long>(failures, a, fpscr);
@@ -138,8 +136,8 @@ int check_one_operand(Failures& failures, T a, FPSCR fpscr, int fbits) {
 }
 
 template <class T>
-int check_from_fixed(Failures& failures, std::uint64_t a, FPSCR fpscr, int fbits) {
-  for (int rounding = 0; rounding < 4; ++rounding) {
+std::uint64_t check_from_fixed(Failures& failures, std::uint64_t a, FPSCR fpscr, int fbits) {
+  for (int rounding = 0; rounding < 4; ++rounding)
     for (const bool u : {false, true}) {
       check(
           failures, "fplibFixedToFP", reference::from_fixed<T>(a, fbits, u, rounding, fpscr), fpscr,
@@ -148,7 +146,6 @@ int check_from_fixed(Failures& failures, std::uint64_t a, FPSCR fpscr, int fbits
           },
           a);
     }
-  }
   return 8;
 }
 

@@ -112,7 +112,7 @@ using Types = testing::Types<unsigned int, unsigned long>;
 TYPED_TEST_SUITE(HostTest, Types);
 
 template <class T>
-int check_all(Failures& failures, int rounding, T a, T b, T c) {
+std::uint64_t check_all(Failures& failures, int rounding, T a, T b, T c) {
   using Float = Host<T>;
   using Signed = std::make_signed_t<T>;
   using Other = std::conditional_t<sizeof(T) == 4, unsigned long, unsigned int>;
@@ -177,8 +177,7 @@ TYPED_TEST(HostTest, GridOfTwoOperands) {
   const auto values = operands::grid<T>();
   for (const T a : values) {
     for (const T b : values) {
-      count += static_cast<std::uint64_t>(
-          check_all(failures, static_cast<int>(random.below(4)), a, b, values[random.below(values.size())]));
+      count += check_all(failures, static_cast<int>(random.below(4)), a, b, values[random.below(values.size())]);
     }
     if (failures.enough()) return;
   }
@@ -198,7 +197,7 @@ TYPED_TEST(HostTest, RandomOperands) {
     FPSCR scratch = 0;
     const T near = random() & 1 ? FPMul(a, b, scratch) : b;
     const T c = operands::random_value<T>(random, near);
-    count += static_cast<std::uint64_t>(check_all(failures, static_cast<int>(random.below(4)), a, b, c));
+    count += check_all(failures, static_cast<int>(random.below(4)), a, b, c);
   }
   operands::report("random operands against the host", count);
 }

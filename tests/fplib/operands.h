@@ -62,11 +62,10 @@ std::vector<T> grid(bool brief = false) {
     }
   }
   std::vector<T> values;
-  for (const int e : exponents) {
+  for (const int e : exponents)
     for (const T f : fractions) {
       for (const T sign : {T{0}, F::sign}) values.push_back(static_cast<T>(sign | static_cast<T>(e) << m | f));
     }
-  }
   return values;
 }
 

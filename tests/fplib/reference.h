@@ -216,13 +216,12 @@ struct Operation {
   }
   /// The NaN that a set of operands gives, if one of them is a NaN.
   std::optional<Result<T>> nan(std::initializer_list<Operand<T>> operands) const {
-    for (const Kind kind : {Kind::signalling, Kind::quiet}) {
+    for (const Kind kind : {Kind::signalling, Kind::quiet})
       for (const Operand<T>& x : operands) {
         if (x.kind != kind) continue;
         const int more = kind == Kind::signalling ? sve::flag_ioc : 0;
         return result(controls.dn ? F::default_nan : static_cast<T>(x.bits | F::quiet), more);
       }
-    }
     return std::nullopt;
   }
   /// (x + y * z) * 2^scale for finite operands. A zero sum of terms with one sign keeps it.

@@ -140,9 +140,8 @@ void expect_root(Failures& failures, T a, FPSCR fpscr) {
   FPSCR working = fpscr;
   const T root = FPSqrt(a, working);
   const auto exact = reference::sqrt(a, fpscr);
-  if (root != exact.value || working != (fpscr | static_cast<FPSCR>(exact.flags))) {
+  if (root != exact.value || working != (fpscr | static_cast<FPSCR>(exact.flags)))
     failures.add("the root of " + hex(a) + " under " + hex(fpscr));
-  }
 }
 
 template <class T>
@@ -150,9 +149,8 @@ void expect_quotient(Failures& failures, T a, T b, FPSCR fpscr) {
   FPSCR working = fpscr;
   const T quotient = FPDiv(a, b, working);
   const auto exact = reference::div(a, b, fpscr);
-  if (quotient != exact.value || working != (fpscr | static_cast<FPSCR>(exact.flags))) {
+  if (quotient != exact.value || working != (fpscr | static_cast<FPSCR>(exact.flags)))
     failures.add(hex(a) + " / " + hex(b) + " under " + hex(fpscr));
-  }
 }
 
 // A root's correction is right only if the iteration never comes out above the root. Both parities of the exponent and
@@ -179,13 +177,12 @@ TEST(Iteration, EveryRootOfHalfPrecision) {
 TEST(Iteration, EveryQuotientOfHalfFractions) {
   Failures failures;
   const unsigned step = operands::cases(0) != 0 ? 1 : 7;
-  for (unsigned a = 0; a < 1024 && !failures.enough(); ++a) {
+  for (unsigned a = 0; a < 1024 && !failures.enough(); ++a)
     for (unsigned b = a % step; b < 1024; b += step) {
       const auto x = static_cast<unsigned short>(0x3c00 | a), y = static_cast<unsigned short>(0x3c00 | b);
       expect_quotient(failures, x, y, 3u << 22);
       expect_quotient(failures, x, y, 1u << 22);
     }
-  }
 }
 
 // The hardest cases of the last bit: quotients and roots that are exact, and their neighbours by one unit.
@@ -222,7 +219,7 @@ TEST(Iteration, EndsOfIntervals) {
   Failures failures;
   Random random(10);
   std::uint64_t count = 0;
-  for (unsigned long high = 0; high < 1u << 14 && !failures.enough(); ++high) {
+  for (unsigned long high = 0; high < 1u << 14 && !failures.enough(); ++high)
     for (const unsigned long low : {0ul, 1ul, 0x3fffffffful, 0x3ffffffffful, 0x200000000ul}) {
       const unsigned long fraction = (high << 38 | low) & 0xfffffffffffff;
       const FPSCR mode = static_cast<FPSCR>(random.below(4)) << 22;
@@ -233,7 +230,6 @@ TEST(Iteration, EndsOfIntervals) {
       expect_root(failures, 0x3fe0000000000000 | fraction, mode);
       count += 4;
     }
-  }
   operands::report("ends of intervals", count);
 }
 

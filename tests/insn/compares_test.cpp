@@ -55,13 +55,12 @@ TEST(Compare, VectorsAtEverySize) {
       for (const unsigned d : {0u, 1u})  // Pd apart, and the same as Pg
         run(
             c.name, 120,
-            [&](cpu_state* s) {
-              if (s->x[0] & 1) std::memcpy(s->z[6], s->z[5], vector_bytes / 2);
-              return c.function(s, p(d, size_code<T>), zeroing(1), z(5, size_code<T>), z(6, size_code<T>));
+            [](cpu_state& s) {
+              if (s.x[0] & 1) std::memcpy(s.z[6], s.z[5], vector_bytes / 2);
             },
-            [&](cpu_state& e, const cpu_state& s) {
-              if (s.x[0] & 1) std::memcpy(e.z[6], s.z[5], vector_bytes / 2);
-              const auto a = elements<T>(s.z[5]), b = elements<T>(e.z[6]);
+            calling(c.function, p(d, size_code<T>), zeroing(1), z(5, size_code<T>), z(6, size_code<T>)),
+            [&](auto& e, auto& s) {
+              const auto a = elements<T>(s.z[5]), b = elements<T>(s.z[6]);
               expect_compare<T>(e, s, d, 1,
                                 [&](auto i) { return c.test(value(a[i], c.is_signed), value(b[i], c.is_signed)); });
             });
@@ -75,15 +74,16 @@ TEST(Compare, EveryImmediateAtEverySize) {
       for (int imm = is_signed ? -16 : 0; imm < (is_signed ? 16 : 128); ++imm)
         run(
             c.name, 4,
+            [&](cpu_state& s) {
+              for (std::size_t i = 0; i < sve::lanes<T>; i += 3) sve::store<T>(s.z[5], i, static_cast<T>(imm));
+            },
             [&](cpu_state* s) {
-              for (std::size_t i = 0; i < sve::lanes<T>; i += 3) sve::store<T>(s->z[5], i, static_cast<T>(imm));
               return is_signed ? c.signed_function(s, p(0, size_code<T>), zeroing(1), z(5, size_code<T>), imm)
                                : c.unsigned_function(s, p(0, size_code<T>), zeroing(1), z(5, size_code<T>),
                                                      static_cast<unsigned>(imm));
             },
-            [&](cpu_state& e, const cpu_state& s) {
-              for (std::size_t i = 0; i < sve::lanes<T>; i += 3) sve::store<T>(e.z[5], i, static_cast<T>(imm));
-              const auto a = elements<T>(e.z[5]);
+            [&](auto& e, auto& s) {
+              const auto a = elements<T>(s.z[5]);
               expect_compare<T>(e, s, 0, 1, [&](auto i) { return c.test(value(a[i], is_signed), imm); });
             });
     }
@@ -120,13 +120,11 @@ TEST(Compare, Edges) {
 
 TEST(Compare, OtherSizeCodesAre8Bits) {
   for (const unsigned code : {0u, 4u, 5u})
-    run(
-        "code", 20, [&](cpu_state* s) { return sve_cmpgt_ppzz(s, p(0, code), zeroing(1), z(5, code), z(6, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          expect_compare<u8>(e, s, 0, 1, [&](auto i) {
-            return static_cast<std::int8_t>(s.z[5][i]) > static_cast<std::int8_t>(s.z[6][i]);
-          });
-        });
+    run("code", 20, calling(sve_cmpgt_ppzz, p(0, code), zeroing(1), z(5, code), z(6, code)), [&](auto& e, auto& s) {
+      expect_compare<u8>(e, s, 0, 1, [&](auto i) {
+        return static_cast<std::int8_t>(s.z[5][i]) > static_cast<std::int8_t>(s.z[6][i]);
+      });
+    });
 }
 
 }  // namespace

@@ -31,22 +31,16 @@ TEST(CountedScalar, EveryPatternAndMultiplier) {
       const u64 n = u64{pattern_length(pattern, size)} * multiplier;
       const counted& f = by_size[size];
       for (const unsigned d : {7u, 31u}) {
-        run(
-            "inc", 1, [&](cpu_state* s) { return f.increment(s, x_tied(d), pattern, multiplier); },
-            [&](cpu_state& e, const cpu_state&) {
-              if (d != 31) e.x[d] += n;
-            });
-        run(
-            "dec", 1, [&](cpu_state* s) { return f.decrement(s, x_tied(d), pattern, multiplier); },
-            [&](cpu_state& e, const cpu_state&) {
-              if (d != 31) e.x[d] -= n;
-            });
+        run("inc", 1, calling(f.increment, x_tied(d), pattern, multiplier), [&](auto& e, auto&) {
+          if (d != 31) e.x[d] += n;
+        });
+        run("dec", 1, calling(f.decrement, x_tied(d), pattern, multiplier), [&](auto& e, auto&) {
+          if (d != 31) e.x[d] -= n;
+        });
         // No row reaches these, and they ignore the pattern.
-        run(
-            "cnt", 1, [&](cpu_state* s) { return f.count_all(s, x(d), pattern, multiplier); },
-            [&](cpu_state& e, const cpu_state&) {
-              if (d != 31) e.x[d] = u64{multiplier} * (static_cast<unsigned>(vector_bytes >> size));
-            });
+        run("cnt", 1, calling(f.count_all, x(d), pattern, multiplier), [&](auto& e, auto&) {
+          if (d != 31) e.x[d] = u64{multiplier} * (static_cast<unsigned>(vector_bytes >> size));
+        });
       }
     });
 }
@@ -60,18 +54,10 @@ void check_vectors() {
       for (T& a : v) a = static_cast<T>(a + amount);
       put(bytes, v);
     };
-    run(
-        "inc", 1,
-        [&](cpu_state* s) {
-          return by_size[size_code<T>].increment_vector(s, z_tied(9, size_code<T>), pattern, multiplier);
-        },
-        [&](cpu_state& e, const cpu_state&) { plus(e.z[9], n); });
-    run(
-        "dec", 1,
-        [&](cpu_state* s) {
-          return by_size[size_code<T>].decrement_vector(s, z_tied(9, size_code<T>), pattern, multiplier);
-        },
-        [&](cpu_state& e, const cpu_state&) { plus(e.z[9], 0 - u64{n}); });
+    run("inc", 1, calling(by_size[size_code<T>].increment_vector, z_tied(9, size_code<T>), pattern, multiplier),
+        [&](auto& e, auto&) { plus(e.z[9], n); });
+    run("dec", 1, calling(by_size[size_code<T>].decrement_vector, z_tied(9, size_code<T>), pattern, multiplier),
+        [&](auto& e, auto&) { plus(e.z[9], 0 - u64{n}); });
   });
 }
 
@@ -94,12 +80,10 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
           const u64 n = u64{pattern_length(pattern, size)} * multiplier;
           for (const u64 value : {u64{0}, u64{5}, n - 1, n, n + 1, 0xffffffff'00000000 | n, ~u64{0}})
             run(
-                name, 1,
-                [&](cpu_state* s) {
-                  s->x[7] = value;
-                  return f(s, x_tied(d, width), pattern, multiplier);
-                },
-                [&](cpu_state& e, const cpu_state&) { e.x[7] = d == 31 ? value : saturated(value, n, wide); });
+                name, 1, [=](cpu_state& s) { s.x[7] = value; }, calling(f, x_tied(d, width), pattern, multiplier),
+                [&](auto& e, auto&) {
+                  if (d != 31) e.x[7] = saturated(value, n, wide);
+                });
         };
         check("uqdecb", sve_uqdecb_rii, element_b, width == element_d);
         check("uqdecw", sve_uqdecw_rii, element_s, width == element_d);
@@ -119,18 +103,14 @@ TEST(Uqdec, SaturatesAtZeroAtItsScalarWidth) {
 TEST(CountPredicate, IncpAndCntp) {
   for_each_type([]<class T>() {
     for (const unsigned d : {7u, 31u}) {
-      run(
-          "incp", 200, [&](cpu_state* s) { return sve_incp_rp(s, x_tied(d), p(3, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            for (std::size_t i = 0; d != 31 && i < sve::lanes<T>; ++i) e.x[d] += active<T>(s.p[3], i);
-          });
-      run(
-          "cntp", 200, [&](cpu_state* s) { return sve_cntp_rpp(s, x(d), p(4), p(3, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            if (d == 31) return;
-            e.x[d] = 0;
-            for (std::size_t i = 0; i < sve::lanes<T>; ++i) e.x[d] += active<T>(s.p[3], i) && active<T>(s.p[4], i);
-          });
+      run("incp", 200, calling(sve_incp_rp, x_tied(d), p(3, size_code<T>)), [&](auto& e, auto& s) {
+        for (std::size_t i = 0; d != 31 && i < sve::lanes<T>; ++i) e.x[d] += active<T>(s.p[3], i);
+      });
+      run("cntp", 200, calling(sve_cntp_rpp, x(d), p(4), p(3, size_code<T>)), [&](auto& e, auto& s) {
+        if (d == 31) return;
+        e.x[d] = 0;
+        for (std::size_t i = 0; i < sve::lanes<T>; ++i) e.x[d] += active<T>(s.p[3], i) && active<T>(s.p[4], i);
+      });
     }
   });
 }
@@ -143,19 +123,15 @@ TEST(Length, AddvlAddplRdvl) {
         const auto expect = [&](cpu_state& e, const cpu_state& s, u64 amount) {
           (d == 31 ? e.sp : e.x[d]) = (n == 31 ? s.sp : s.x[n]) + amount;
         };
-        run(
-            "addvl", 2, [&](cpu_state* s) { return sve_addvl_rri(s, xsp(d), xsp(n), imm); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(vector_bytes)); });
-        run(
-            "addpl", 2, [&](cpu_state* s) { return sve_addpl_rri(s, xsp(d), xsp(n), imm); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, s, times(sve::predicate_bytes)); });
+        run("addvl", 2, calling(sve_addvl_rri, xsp(d), xsp(n), imm),
+            [&](auto& e, auto& s) { expect(e, s, times(vector_bytes)); });
+        run("addpl", 2, calling(sve_addpl_rri, xsp(d), xsp(n), imm),
+            [&](auto& e, auto& s) { expect(e, s, times(sve::predicate_bytes)); });
       }
     for (const unsigned d : {7u, 31u})
-      run(
-          "rdvl", 1, [&](cpu_state* s) { return sve_rdvl_ri(s, x(d), imm); },
-          [&](cpu_state& e, const cpu_state&) {
-            if (d != 31) e.x[d] = times(vector_bytes);
-          });
+      run("rdvl", 1, calling(sve_rdvl_ri, x(d), imm), [&](auto& e, auto&) {
+        if (d != 31) e.x[d] = times(vector_bytes);
+      });
   }
   cpu_state state{};
   sve_rdvl_ri(&state, x(1), -1);

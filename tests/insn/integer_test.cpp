@@ -51,15 +51,10 @@ template <class T>
 void check_binary(const predicated& f, unsigned code) {
   for (const unsigned m : {6u, 5u}) {  // the second source apart, or the destination itself
     aarch64_z_reg zdn = z_tied(5, code);
-    run(
-        f.name, 60, [&](cpu_state* s) { return f.function(s, zdn, merging(1), z(m, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          auto a = elements<T>(s.z[5]);
-          const auto b = elements<T>(s.z[m]);
-          for (std::size_t i = 0; i < a.size(); ++i)
-            if (active<T>(s.p[1], i)) a[i] = static_cast<T>(f.op(a[i], b[i], 8 * sizeof(T)));
-          put(e.z[5], a);
-        });
+    run(f.name, 60, calling(f.function, zdn, merging(1), z(m, code)), [&](auto& e, auto& s) {
+      merge_elements<T>(
+          e.z[5], s.p[1], [&](T a, T b) { return f.op(a, b, 8 * sizeof(T)); }, s.z[5], s.z[m]);
+    });
   }
 }
 
@@ -132,15 +127,10 @@ TEST(Predicated, OnlyBitZeroOfAnElementsFirstByteCounts) {
 template <class T>
 void check_unary(const char* name, sve::insn::zpz* function, unsigned code, u64 (*op)(u64, int)) {
   for (const unsigned n : {6u, 5u})
-    run(
-        name, 60, [&](cpu_state* s) { return function(s, z(5, code), merging(1), z(n, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          auto r = elements<T>(s.z[5]);
-          const auto a = elements<T>(s.z[n]);
-          for (std::size_t i = 0; i < a.size(); ++i)
-            if (active<T>(s.p[1], i)) r[i] = static_cast<T>(op(a[i], 8 * sizeof(T)));
-          put(e.z[5], r);
-        });
+    run(name, 60, calling(function, z(5, code), merging(1), z(n, code)), [&](auto& e, auto& s) {
+      merge_elements<T>(
+          e.z[5], s.p[1], [&](T a) { return op(a, 8 * sizeof(T)); }, s.z[n]);
+    });
 }
 
 TEST(Unary, NegateAndExtend) {
@@ -177,18 +167,9 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
   for_each_type([&]<class T>() {
     for (const auto& f : forms)
       for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}, {5u, 5u}})
-        run(
-            f.name, 40,
-            [&](cpu_state* s) {
-              return f.function(s, z_tied(5, size_code<T>), merging(1), z(n, size_code<T>), z(m, size_code<T>));
-            },
-            [&](cpu_state& e, const cpu_state& s) {
-              auto a = elements<T>(s.z[5]);
-              const auto b = elements<T>(s.z[n]), c = elements<T>(s.z[m]);
-              for (std::size_t i = 0; i < a.size(); ++i)
-                if (active<T>(s.p[1], i)) a[i] = static_cast<T>(f.op(a[i], b[i], c[i]));
-              put(e.z[5], a);
-            });
+        run(f.name, 40,
+            calling(f.function, z_tied(5, size_code<T>), merging(1), z(n, size_code<T>), z(m, size_code<T>)),
+            [&](auto& e, auto& s) { merge_elements<T>(e.z[5], s.p[1], f.op, s.z[5], s.z[n], s.z[m]); });
   });
 }
 
@@ -197,14 +178,10 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
 template <class T>
 void check_unpredicated(const char* name, sve::insn::zzz* function, unsigned code, binary op) {
   for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}})
-    run(
-        name, 20, [&](cpu_state* s) { return function(s, z(5, code), z(n, code), z(m, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          auto a = elements<T>(s.z[n]);
-          const auto b = elements<T>(s.z[m]);
-          for (std::size_t i = 0; i < a.size(); ++i) a[i] = static_cast<T>(op(a[i], b[i], 0));
-          put(e.z[5], a);
-        });
+    run(name, 20, calling(function, z(5, code), z(n, code), z(m, code)), [&](auto& e, auto& s) {
+      map_elements<T>(
+          e.z[5], [&](T a, T b) { return op(a, b, 0); }, s.z[n], s.z[m]);
+    });
 }
 
 TEST(Unpredicated, Vectors) {
@@ -221,11 +198,7 @@ TEST(Unpredicated, Vectors) {
 TEST(Unpredicated, Immediates) {
   const auto check = [](const char* name, auto element, auto call, auto op) {
     using T = decltype(element);
-    run(name, 5, call, [&](cpu_state& e, const cpu_state& s) {
-      auto a = elements<T>(s.z[5]);
-      for (T& v : a) v = static_cast<T>(op(u64{v}));
-      put(e.z[5], a);
-    });
+    run(name, 5, call, [&](auto& e, auto& s) { map_elements<T>(e.z[5], op, s.z[5]); });
   };
   for_each_type([&]<class T>() {
     const aarch64_z_reg zdn = z_tied(5, size_code<T>);
@@ -252,14 +225,12 @@ TEST(Unpredicated, Immediates) {
 
 // A wrong result is shown with its operands: the registers that the call reads.
 void expect_a_wrong_sum() {
-  run(
-      "wrong sum", 1, [](cpu_state* s) { return sve_add_zzz(s, z(5, element_h), z(3, element_h), z(9, element_h)); },
-      [](cpu_state& e, const cpu_state& s) {
-        auto a = elements<u16>(s.z[3]);
-        const auto b = elements<u16>(s.z[9]);
-        for (std::size_t i = 0; i < a.size(); ++i) a[i] = static_cast<u16>(a[i] + b[i] + (i == 2));
-        put(e.z[5], a);
-      });
+  run("wrong sum", 1, calling(sve_add_zzz, z(5, element_h), z(3, element_h), z(9, element_h)), [&](auto& e, auto& s) {
+    auto a = elements<u16>(s.z[3]);
+    const auto b = elements<u16>(s.z[9]);
+    for (std::size_t i = 0; i < a.size(); ++i) a[i] = static_cast<u16>(a[i] + b[i] + (i == 2));
+    put(e.z[5], a);
+  });
 }
 
 TEST(Failures, TellOperandsAndResultsByElement) {

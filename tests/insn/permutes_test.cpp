@@ -1,20 +1,12 @@
 // Moves of elements as instruction functions, against plain index arithmetic.
+#include <functional>
+
 #include "registers.h"
+#include "tests/index_rules.h"
 
 namespace {
 
 using namespace insn_test;
-
-// ---- Permutes of two sources: dst[i] = from(i, n) of the sources joined, element 0 of the second being index n ----
-
-using index_rule = std::size_t (*)(std::size_t i, std::size_t n);
-std::size_t zip(std::size_t i, std::size_t n, std::size_t base) { return base + i / 2 + (i % 2 ? n : 0); }
-const index_rule zip1 = [](std::size_t i, std::size_t n) { return zip(i, n, 0); };
-const index_rule zip2 = [](std::size_t i, std::size_t n) { return zip(i, n, n / 2); };
-const index_rule uzp1 = [](std::size_t i, std::size_t) { return 2 * i; };
-const index_rule uzp2 = [](std::size_t i, std::size_t) { return 2 * i + 1; };
-const index_rule trn1 = [](std::size_t i, std::size_t n) { return i % 2 ? n + i - 1 : i; };
-const index_rule trn2 = [](std::size_t i, std::size_t n) { return i % 2 ? n + i : i + 1; };
 
 template <class T>
 void permute(byte* dst, const byte* a, const byte* b, index_rule rule) {
@@ -50,10 +42,8 @@ TEST(Permute, VectorsFollowTheirIndexRule) {
   for_each_type([]<class T>() {
     for (const vector_permute& f : vector_permutes)
       for (const unsigned d : {4u, 5u, 6u})  // the destination apart, or one of the sources
-        run(
-            f.name, 30,
-            [&](cpu_state* s) { return f.function(s, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)); },
-            [&](cpu_state& e, const cpu_state& s) { permute<T>(e.z[d], s.z[5], s.z[6], f.rule); });
+        run(f.name, 30, calling(f.function, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)),
+            [&](auto& e, auto& s) { permute<T>(e.z[d], s.z[5], s.z[6], f.rule); });
   });
 }
 
@@ -62,10 +52,8 @@ TEST(Permute, PredicatesFollowTheSameRules) {
   for_each_type([]<class T>() {
     for (const predicate_permute& f : predicate_permutes)
       for (const unsigned d : {4u, 5u, 6u})
-        run(
-            f.name, 60,
-            [&](cpu_state* s) { return f.function(s, p(d, size_code<T>), p(5, size_code<T>), p(6, size_code<T>)); },
-            [&](cpu_state& e, const cpu_state& s) { permute<T>(e.p[d], s.p[5], s.p[6], f.rule); });
+        run(f.name, 60, calling(f.function, p(d, size_code<T>), p(5, size_code<T>), p(6, size_code<T>)),
+            [&](auto& e, auto& s) { permute<T>(e.p[d], s.p[5], s.p[6], f.rule); });
   });
 }
 
@@ -73,8 +61,8 @@ TEST(Permute, InterleavesOfBuffers) {
   Random random(7);
   for_each_type([&]<class T>() {
     byte a[vector_bytes], b[vector_bytes], dst[vector_bytes], expected[vector_bytes];
-    random_vector(a, random);
-    random_vector(b, random);
+    random_words(a, vector_bytes, random);
+    random_words(b, vector_bytes, random);
     const auto check = [&](auto function, index_rule rule) {
       const auto chars = [](byte* bytes) { return reinterpret_cast<char*>(bytes); };
       function(chars(dst), chars(a), chars(b), static_cast<element_size>(size_code<T>));
@@ -89,14 +77,11 @@ TEST(Permute, InterleavesOfBuffers) {
 
 TEST(Permute, ReversalsMoveWholeUnits) {
   for_each_type([]<class T>() {
-    const index_rule reverse = [](std::size_t i, std::size_t n) { return n - 1 - i; };
     for (const unsigned d : {4u, 5u}) {
-      run(
-          "rev", 40, [&](cpu_state* s) { return sve_rev_zz(s, z(d, size_code<T>), z(5, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) { permute<T>(e.z[d], s.z[5], s.z[5], reverse); });
-      run(
-          "rev_pp", 40, [&](cpu_state* s) { return sve_rev_pp(s, p(d, size_code<T>), p(5, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) { permute<T>(e.p[d], s.p[5], s.p[5], reverse); });
+      run("rev", 40, calling(sve_rev_zz, z(d, size_code<T>), z(5, size_code<T>)),
+          [&](auto& e, auto& s) { permute<T>(e.z[d], s.z[5], s.z[5], reverse); });
+      run("rev_pp", 40, calling(sve_rev_pp, p(d, size_code<T>), p(5, size_code<T>)),
+          [&](auto& e, auto& s) { permute<T>(e.p[d], s.p[5], s.p[5], reverse); });
     }
   });
 }
@@ -104,14 +89,12 @@ TEST(Permute, ReversalsMoveWholeUnits) {
 TEST(Permute, ExtAtEveryStart) {
   for (unsigned imm = 0; imm < 256; ++imm)
     for (const unsigned m : {5u, 6u})
-      run(
-          "ext", 2, [&](cpu_state* s) { return sve_ext_zzi(s, z_tied(5, element_b), z(m, element_b), imm); },
-          [&](cpu_state& e, const cpu_state& s) {
-            for (std::size_t i = 0; i < vector_bytes; ++i) {
-              const std::size_t from = i + (imm < vector_bytes ? imm : 0);  // a start beyond the vector counts as 0
-              e.z[5][i] = from < vector_bytes ? s.z[5][from] : s.z[m][from - vector_bytes];
-            }
-          });
+      run("ext", 2, calling(sve_ext_zzi, z_tied(5, element_b), z(m, element_b), imm), [&](auto& e, auto& s) {
+        for (std::size_t i = 0; i < vector_bytes; ++i) {
+          const std::size_t from = i + (imm < vector_bytes ? imm : 0);  // a start beyond the vector counts as 0
+          e.z[5][i] = from < vector_bytes ? s.z[5][from] : s.z[m][from - vector_bytes];
+        }
+      });
 }
 
 TEST(Permute, TblTakesTheIndexAtFullWidth) {
@@ -120,16 +103,13 @@ TEST(Permute, TblTakesTheIndexAtFullWidth) {
     for (const unsigned d : {4u, 5u, 6u})
       run(
           "tbl", 60,
-          [&](cpu_state* s) {
-            for (std::size_t i = 0; i < n; i += 2) sve::store<T>(s->z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
-            return sve_tbl_zzz(s, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>));
+          [&](cpu_state& s) {
+            for (std::size_t i = 0; i < n; i += 2) sve::store<T>(s.z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
           },
-          [&](cpu_state& e, const cpu_state& s) {
-            for (std::size_t i = 0; i < n; i += 2) sve::store<T>(e.z[6], i, static_cast<T>(i % 3 ? n - 1 - i : n + i));
-            const auto a = elements<T>(s.z[5]), index = elements<T>(e.z[6]);
-            vector_of<T> r;
-            for (std::size_t i = 0; i < n; ++i) r[i] = index[i] < n ? a[index[i]] : T{0};
-            put(e.z[d], r);
+          calling(sve_tbl_zzz, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)),
+          [&](auto& e, auto& s) {
+            map_elements<T>(
+                e.z[d], [&](T index) { return index < n ? sve::load<T>(s.z[5], index) : T{0}; }, s.z[6]);
           });
   });
 }
@@ -143,29 +123,17 @@ void fill(byte* dst, u64 value) {
   put(dst, r);
 }
 
-// active ? value(i) : otherwise(i)
-template <class T, class Value, class Otherwise>
-void blend(byte* dst, const byte* predicate, Value value, Otherwise otherwise) {
-  vector_of<T> r;
-  for (std::size_t i = 0; i < sve::lanes<T>; ++i)
-    r[i] = active<T>(predicate, i) ? static_cast<T>(value(i)) : static_cast<T>(otherwise(i));
-  put(dst, r);
-}
-
 TEST(Dup, ImmediateRegisterAndPattern) {
   for_each_type([]<class T>() {
     for (const int imm : {0, 1, -1, -128, 127, -32768, 32512})
-      run(
-          "dup_zi", 2, [&](cpu_state* s) { return sve_dup_zi(s, z(3, size_code<T>), imm); },
-          [&](cpu_state& e, const cpu_state&) { fill<T>(e.z[3], static_cast<u64>(static_cast<std::int64_t>(imm))); });
+      run("dup_zi", 2, calling(sve_dup_zi, z(3, size_code<T>), imm),
+          [&](auto& e, auto&) { fill<T>(e.z[3], static_cast<u64>(static_cast<std::int64_t>(imm))); });
     for (const unsigned n : {0u, 30u, 31u})  // 31 is the stack pointer
-      run(
-          "dup_zr", 10, [&](cpu_state* s) { return sve_dup_zr(s, z(3, size_code<T>), xsp(n)); },
-          [&](cpu_state& e, const cpu_state& s) { fill<T>(e.z[3], n == 31 ? s.sp : s.x[n]); });
+      run("dup_zr", 10, calling(sve_dup_zr, z(3, size_code<T>), xsp(n)),
+          [&](auto& e, auto& s) { fill<T>(e.z[3], n == 31 ? s.sp : s.x[n]); });
   });
-  run(
-      "dupm", 5, [](cpu_state* s) { return sve_dupm_zi(s, z(3, element_d), {0x00ff00ff12345678}); },
-      [](cpu_state& e, const cpu_state&) { fill<u64>(e.z[3], 0x00ff00ff12345678); });
+  run("dupm", 5, calling(sve_dupm_zi, z(3, element_d), aarch64_sve_logical64_imm{0x00ff00ff12345678}),
+      [&](auto& e, auto&) { fill<u64>(e.z[3], 0x00ff00ff12345678); });
 }
 
 TEST(Dup, IndexedAtEverySizeAndIndex) {
@@ -173,12 +141,10 @@ TEST(Dup, IndexedAtEverySizeAndIndex) {
     const std::size_t bytes = std::size_t{1} << size;
     for (unsigned index = 0; index < 128; ++index)
       for (const unsigned n : {3u, 4u})
-        run(
-            "dup_zzi", 2, [&](cpu_state* s) { return sve_dup_zzi(s, z(3, size), z(n, size), index); },
-            [&](cpu_state& e, const cpu_state& s) {
-              for (std::size_t i = 0; i < vector_bytes; ++i)
-                e.z[3][i] = index * bytes < vector_bytes ? s.z[n][index * bytes + i % bytes] : 0;
-            });
+        run("dup_zzi", 2, calling(sve_dup_zzi, z(3, size), z(n, size), index), [&](auto& e, auto& s) {
+          for (std::size_t i = 0; i < vector_bytes; ++i)
+            e.z[3][i] = index * bytes < vector_bytes ? s.z[n][index * bytes + i % bytes] : 0;
+        });
   }
   cpu_state state{};
   for (std::size_t i = 0; i < vector_bytes; ++i) state.z[1][i] = static_cast<byte>(i);
@@ -193,76 +159,48 @@ TEST(Copy, ImmediatesMergeOrZero) {
   for_each_type([]<class T>() {
     for (const unsigned qualifier : {aarch64_p_reg::merging, aarch64_p_reg::zeroing, aarch64_p_reg::bare})
       for (const int imm : {0, -1, 127, -128, 32512, -32768})
-        run(
-            "cpy_zpi", 10, [&](cpu_state* s) { return sve_cpy_zpi(s, z(3, size_code<T>), p(9, qualifier), imm); },
-            [&](cpu_state& e, const cpu_state& s) {
-              const auto old = elements<T>(s.z[3]);
-              blend<T>(
-                  e.z[3], s.p[9], [&](auto) { return static_cast<std::int64_t>(imm); },
-                  [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
-            });
+        run("cpy_zpi", 10, calling(sve_cpy_zpi, z(3, size_code<T>), p(9, qualifier), imm), [&](auto& e, auto& s) {
+          if (qualifier == aarch64_p_reg::zeroing) fill<T>(e.z[3], 0);
+          merge_elements<T>(e.z[3], s.p[9], [&] { return imm; });
+        });
   });
 }
 
 TEST(Copy, ScalarsMerge) {
   for_each_type([]<class T>() {
     for (const unsigned n : {0u, 31u})
-      run(
-          "cpy_zpr", 30, [&](cpu_state* s) { return sve_cpy_zpr(s, z(3, size_code<T>), merging(2), xsp(n)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            const auto old = elements<T>(s.z[3]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto) { return n == 31 ? s.sp : s.x[0]; }, [&](auto i) { return old[i]; });
-          });
+      run("cpy_zpr", 30, calling(sve_cpy_zpr, z(3, size_code<T>), merging(2), xsp(n)),
+          [&](auto& e, auto& s) { merge_elements<T>(e.z[3], s.p[2], [&] { return n == 31 ? s.sp : s.x[0]; }); });
     for (const unsigned n : {3u, 4u})
-      run(
-          "cpy_zpv", 30,
-          [&](cpu_state* s) { return sve_cpy_zpv(s, z(3, size_code<T>), merging(2), z(n, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            const auto old = elements<T>(s.z[3]), from = elements<T>(s.z[n]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto) { return from[0]; }, [&](auto i) { return old[i]; });
-          });
+      run("cpy_zpv", 30, calling(sve_cpy_zpv, z(3, size_code<T>), merging(2), z(n, size_code<T>)),
+          [&](auto& e, auto& s) { merge_elements<T>(e.z[3], s.p[2], [&] { return sve::load<T>(s.z[n], 0); }); });
   });
 }
 
 TEST(Select, ElementsAndPredicateBytes) {
   for_each_type([]<class T>() {
     for (const auto& [n, m] : {std::pair{4u, 5u}, {4u, 4u}, {3u, 5u}, {4u, 3u}})
-      run(
-          "sel", 30,
-          [&](cpu_state* s) {
-            return sve_sel_zpzz(s, z_tied(3, size_code<T>), p(2), z(n, size_code<T>), z_tied(m, size_code<T>));
-          },
-          [&](cpu_state& e, const cpu_state& s) {
-            const auto a = elements<T>(s.z[n]), b = elements<T>(s.z[m]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto i) { return a[i]; }, [&](auto i) { return b[i]; });
+      run("sel", 30, calling(sve_sel_zpzz, z_tied(3, size_code<T>), p(2), z(n, size_code<T>), z_tied(m, size_code<T>)),
+          [&](auto& e, auto& s) {
+            std::memcpy(e.z[3], s.z[m], vector_bytes);
+            merge_elements<T>(e.z[3], s.p[2], std::identity(), s.z[n]);
           });
   });
   for (const unsigned d : {0u, 1u, 2u, 3u})
-    run(
-        "sel_pppp", 60, [&](cpu_state* s) { return sve_sel_pppp(s, p(d), p(1), p(2), p(3)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          for (std::size_t i = 0; i < vector_bytes; ++i) e.p[d][i] = s.p[1][i] & 1 ? s.p[2][i] : s.p[3][i];
-        });
+    run("sel_pppp", 60, calling(sve_sel_pppp, p(d), p(1), p(2), p(3)), [&](auto& e, auto& s) {
+      for (std::size_t i = 0; i < vector_bytes; ++i) e.p[d][i] = s.p[1][i] & 1 ? s.p[2][i] : s.p[3][i];
+    });
 }
 
 TEST(MovePrefix, CopiesOrBlends) {
-  run(
-      "movprfx", 5,
-      [](cpu_state* s) { return sve_movprfx_zz(s, z(3, aarch64_z_reg::none), z(4, aarch64_z_reg::none)); },
-      [](cpu_state& e, const cpu_state& s) { std::memcpy(e.z[3], s.z[4], vector_bytes); });
+  run("movprfx", 5, calling(sve_movprfx_zz, z(3, aarch64_z_reg::none), z(4, aarch64_z_reg::none)),
+      [&](auto& e, auto& s) { std::memcpy(e.z[3], s.z[4], vector_bytes); });
   for_each_type([]<class T>() {
     for (const unsigned qualifier : {aarch64_p_reg::merging, aarch64_p_reg::zeroing})
-      run(
-          "movprfx", 30,
-          [&](cpu_state* s) { return sve_movprfx_zpz(s, z(3, size_code<T>), p(2, qualifier), z(4, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            const auto old = elements<T>(s.z[3]), from = elements<T>(s.z[4]);
-            blend<T>(
-                e.z[3], s.p[2], [&](auto i) { return from[i]; },
-                [&](auto i) { return qualifier == aarch64_p_reg::zeroing ? T{0} : old[i]; });
+      run("movprfx", 30, calling(sve_movprfx_zpz, z(3, size_code<T>), p(2, qualifier), z(4, size_code<T>)),
+          [&](auto& e, auto& s) {
+            if (qualifier == aarch64_p_reg::zeroing) fill<T>(e.z[3], 0);
+            merge_elements<T>(e.z[3], s.p[2], std::identity(), s.z[4]);
           });
   });
 }
@@ -274,14 +212,10 @@ void check_unpack(const char* name, sve::insn::zz* function, bool high) {
   constexpr std::size_t n = sve::lanes<To>;
   using Raw = std::make_unsigned_t<To>;
   for (const unsigned d : {4u, 5u})
-    run(
-        name, 20, [&](cpu_state* s) { return function(s, z(d, size_code<To>), z(5, size_code<From>)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          const auto a = elements<From>(s.z[5]);
-          vector_of<Raw> r;
-          for (std::size_t i = 0; i < n; ++i) r[i] = static_cast<Raw>(static_cast<To>(a[(high ? n : 0) + i]));
-          put(e.z[d], r);
-        });
+    run(name, 20, calling(function, z(d, size_code<To>), z(5, size_code<From>)), [&](auto& e, auto& s) {
+      std::size_t i = high ? n : 0;
+      map_elements<Raw>(e.z[d], [&] { return static_cast<To>(sve::load<From>(s.z[5], i++)); });
+    });
 }
 
 TEST(Unpack, VectorsAndPredicates) {
@@ -295,10 +229,8 @@ TEST(Unpack, VectorsAndPredicates) {
   check_unpack<std::int64_t, std::int32_t>("sunpkhi s", sve_sunpkhi_s2d_zz, true);
   for (const bool high : {false, true})
     for (const unsigned d : {4u, 5u})
-      run(
-          "punpk", 60,
-          [&](cpu_state* s) { return (high ? sve_punpkhi_pp : sve_punpklo_pp)(s, p(d, element_h), p(5, element_b)); },
-          [&](cpu_state& e, const cpu_state& s) {
+      run("punpk", 60, calling(high ? sve_punpkhi_pp : sve_punpklo_pp, p(d, element_h), p(5, element_b)),
+          [&](auto& e, auto& s) {
             for (std::size_t i = 0; i < vector_bytes / 2; ++i) {
               e.p[d][2 * i] = s.p[5][(high ? vector_bytes / 2 : 0) + i] & 1;
               e.p[d][2 * i + 1] = 0;
@@ -320,28 +252,20 @@ TEST(Extract, LastBAndItsConditionalForm) {
   for_each_type([]<class T>() {
     const auto top = [](const cpu_state& s) { return u64{elements<T>(s.z[4]).back()}; };
     for (const unsigned d : {7u, 31u}) {  // a result for 31 is dropped
-      run(
-          "lastb_r", 80, [&](cpu_state* s) { return sve_lastb_rpz(s, x(d), p(2), z(4, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            if (d != 31) e.x[d] = last_b<T>(s, top(s));
-          });
-      run(
-          "clastb_r", 80,
-          [&](cpu_state* s) {
-            return sve_clastb_rpz(s, x_tied(d, size_code<T> == 3 ? 3 : 2), p(2), z(4, size_code<T>));
-          },
-          [&](cpu_state& e, const cpu_state& s) {
+      run("lastb_r", 80, calling(sve_lastb_rpz, x(d), p(2), z(4, size_code<T>)), [&](auto& e, auto& s) {
+        if (d != 31) e.x[d] = last_b<T>(s, top(s));
+      });
+      run("clastb_r", 80, calling(sve_clastb_rpz, x_tied(d, size_code<T> == 3 ? 3 : 2), p(2), z(4, size_code<T>)),
+          [&](auto& e, auto& s) {
             if (d != 31) e.x[d] = last_b<T>(s, static_cast<T>(s.x[d]));
           });
     }
     for (const unsigned d : {3u, 4u})
-      run(
-          "lastb_v", 80, [&](cpu_state* s) { return sve_lastb_vpz(s, d, p(2), z(4, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            const u64 value = last_b<T>(s, top(s));
-            std::memset(e.z[d], 0, vector_bytes);
-            std::memcpy(e.z[d], &value, 8);
-          });
+      run("lastb_v", 80, calling(sve_lastb_vpz, d, p(2), z(4, size_code<T>)), [&](auto& e, auto& s) {
+        const u64 value = last_b<T>(s, top(s));
+        std::memset(e.z[d], 0, vector_bytes);
+        std::memcpy(e.z[d], &value, 8);
+      });
   });
 }
 
@@ -359,20 +283,15 @@ TEST(Index, WrapsAtTheElement) {
     const auto reg = [](const cpu_state& s, unsigned n) { return n == 31 ? 0 : s.x[n]; };  // 31 is zero, not sp
     for (int a = -16; a < 16; a += 3)
       for (int b = -16; b < 16; b += 3)
-        run(
-            "index_ii", 1, [&](cpu_state* s) { return sve_index_zii(s, d, a, b); },
-            [&](cpu_state& e, const cpu_state&) { expect(e, wide(a), wide(b)); });
+        run("index_ii", 1, calling(sve_index_zii, d, a, b), [&](auto& e, auto&) { expect(e, wide(a), wide(b)); });
     for (const unsigned n : {5u, 31u})
       for (const unsigned m : {6u, 31u}) {
-        run(
-            "index_rr", 20, [&](cpu_state* s) { return sve_index_zrr(s, d, x(n), x(m)); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, reg(s, n), reg(s, m)); });
-        run(
-            "index_ir", 20, [&](cpu_state* s) { return sve_index_zir(s, d, -7, x(m)); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, wide(-7), reg(s, m)); });
-        run(
-            "index_ri", 20, [&](cpu_state* s) { return sve_index_zri(s, d, x(n), -7); },
-            [&](cpu_state& e, const cpu_state& s) { expect(e, reg(s, n), wide(-7)); });
+        run("index_rr", 20, calling(sve_index_zrr, d, x(n), x(m)),
+            [&](auto& e, auto& s) { expect(e, reg(s, n), reg(s, m)); });
+        run("index_ir", 20, calling(sve_index_zir, d, -7, x(m)),
+            [&](auto& e, auto& s) { expect(e, wide(-7), reg(s, m)); });
+        run("index_ri", 20, calling(sve_index_zri, d, x(n), -7),
+            [&](auto& e, auto& s) { expect(e, reg(s, n), wide(-7)); });
       }
   });
 }

@@ -31,9 +31,7 @@ TEST(Ptest, EveryInstanceFollowsTheDefinition) {
   check_ptest<unsigned short>();
   check_ptest<unsigned int>();
   check_ptest<unsigned long>();
-  run(
-      "ptest", 500, [](cpu_state* s) { return sve_ptest_pp(s, p(3), p(4)); },
-      [](cpu_state& e, const cpu_state& s) { define_flags(e, s.p[3], s.p[4], 1); });
+  run("ptest", 500, calling(sve_ptest_pp, p(3), p(4)), [&](auto& e, auto& s) { define_flags(e, s.p[3], s.p[4], 1); });
 }
 
 std::string ptest_flags(const vector_of<byte>& mask, const vector_of<byte>& result, u64 before = 0xf0000000) {
@@ -83,26 +81,22 @@ TEST(PredicateLogic, CombinesWholeBytesWherePgIsActive) {
   for (const logic& l : logics) {
     for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging}) {
       for (const unsigned d : {0u, 1u, 2u, 3u})  // Pd apart, and the same as each source
-        run(
-            l.name, 60, [&](cpu_state* s) { return l.function(s, p(d), p(1, qualifier), p(2), p(3)); },
-            [&](cpu_state& e, const cpu_state& s) {
-              for (std::size_t i = 0; i < vector_bytes; ++i)
-                e.p[d][i] = s.p[1][i] & 1                         ? l.op(s.p[2][i], s.p[3][i])
-                            : qualifier == aarch64_p_reg::zeroing ? 0
-                                                                  : s.p[d][i];
-            });
+        run(l.name, 60, calling(l.function, p(d), p(1, qualifier), p(2), p(3)), [&](auto& e, auto& s) {
+          for (std::size_t i = 0; i < vector_bytes; ++i)
+            e.p[d][i] = s.p[1][i] & 1                         ? l.op(s.p[2][i], s.p[3][i])
+                        : qualifier == aarch64_p_reg::zeroing ? 0
+                                                              : s.p[d][i];
+        });
     }
   }
 }
 
 TEST(PredicateLogic, NotInvertsBitZeroAlone) {
   for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging})
-    run(
-        "not", 200, [&](cpu_state* s) { return sve_not_ppp(s, p(0), p(1, qualifier), p(2)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          for (std::size_t i = 0; i < vector_bytes; ++i)
-            e.p[0][i] = s.p[1][i] & 1 ? ~s.p[2][i] & 1 : qualifier == aarch64_p_reg::zeroing ? 0 : s.p[0][i];
-        });
+    run("not", 200, calling(sve_not_ppp, p(0), p(1, qualifier), p(2)), [&](auto& e, auto& s) {
+      for (std::size_t i = 0; i < vector_bytes; ++i)
+        e.p[0][i] = s.p[1][i] & 1 ? ~s.p[2][i] & 1 : qualifier == aarch64_p_reg::zeroing ? 0 : s.p[0][i];
+    });
 }
 
 // ---- ptrue, pfalse ----
@@ -110,18 +104,14 @@ TEST(PredicateLogic, NotInvertsBitZeroAlone) {
 TEST(Ptrue, EqualsTheWrittenTable) {
   for_each_type([]<class T>() {
     for (unsigned pattern = 0; pattern < 64; ++pattern)  // beyond the field's range too
-      run(
-          "ptrue", 2, [&](cpu_state* s) { return sve_ptrue_pi(s, p(5, size_code<T>), pattern); },
-          [&](cpu_state& e, const cpu_state&) {
-            put(e.p[5], canonical<T>([&](auto i) { return i < pattern_length(pattern, size_code<T>); }));
-          });
+      run("ptrue", 2, calling(sve_ptrue_pi, p(5, size_code<T>), pattern), [&](auto& e, auto&) {
+        put(e.p[5], canonical<T>([&](auto i) { return i < pattern_length(pattern, size_code<T>); }));
+      });
   });
 }
 
 TEST(Ptrue, PfalseClears) {
-  run(
-      "pfalse", 5, [](cpu_state* s) { return sve_pfalse_p(s, p(5)); },
-      [](cpu_state& e, const cpu_state&) { std::memset(e.p[5], 0, vector_bytes); });
+  run("pfalse", 5, calling(sve_pfalse_p, p(5)), [&](auto& e, auto&) { std::memset(e.p[5], 0, vector_bytes); });
 }
 
 // ---- while ----
@@ -222,10 +212,8 @@ TEST(Break, AAndBFollowTheRunningFlag) {
   for (const bool after : {true, false})
     for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging})
       for (const unsigned d : {0u, 1u, 2u})
-        run(
-            "brk", 200,
-            [&](cpu_state* s) { return (after ? sve_brka_ppp : sve_brkb_ppp)(s, p(d), p(1, qualifier), p(2)); },
-            [&](cpu_state& e, const cpu_state& s) {
+        run("brk", 200, calling(after ? sve_brka_ppp : sve_brkb_ppp, p(d), p(1, qualifier), p(2)),
+            [&](auto& e, auto& s) {
               bool running = true;
               for (std::size_t i = 0; i < vector_bytes; ++i) {
                 if (!(s.p[1][i] & 1)) {
@@ -248,10 +236,8 @@ int last_active(const byte* predicate) {
 
 TEST(Break, NKeepsOrClearsAndItsFlagsHaveAnAllTrueMask) {
   for (const bool with_flags : {false, true})
-    run(
-        "brkn", 600,
-        [&](cpu_state* s) { return (with_flags ? sve_brkns_ppp : sve_brkn_ppp)(s, p_tied(0, 0), zeroing(1), p(2)); },
-        [&](cpu_state& e, const cpu_state& s) {
+    run("brkn", 600, calling(with_flags ? sve_brkns_ppp : sve_brkn_ppp, p_tied(0, 0), zeroing(1), p(2)),
+        [&](auto& e, auto& s) {
           const int last = last_active(s.p[1]);
           if (last < 0 || s.p[2][last] == 0) std::memset(e.p[0], 0, vector_bytes);  // the whole byte counts
           const auto all = canonical<u8>([](auto) { return true; });
@@ -267,12 +253,8 @@ TEST(Break, NKeepsOrClearsAndItsFlagsHaveAnAllTrueMask) {
 TEST(Break, PbStopsBeforeTheBreak) {
   for (const bool with_flags : {false, true})
     for (const unsigned d : {0u, 1u, 2u, 3u})
-      run(
-          "brkpb", 300,
-          [&](cpu_state* s) {
-            return (with_flags ? sve_brkpbs_pppp : sve_brkpb_pppp)(s, p(d), zeroing(1), p(2), p(3));
-          },
-          [&](cpu_state& e, const cpu_state& s) {
+      run("brkpb", 300, calling(with_flags ? sve_brkpbs_pppp : sve_brkpb_pppp, p(d), zeroing(1), p(2), p(3)),
+          [&](auto& e, auto& s) {
             const int at = last_active(s.p[1]);
             bool last = at >= 0 && s.p[2][at] != 0;
             vector_of<byte> result{};
@@ -290,17 +272,15 @@ TEST(Break, PbStopsBeforeTheBreak) {
 
 TEST(Pnext, FindsTheFirstActiveElementAfterTheLastOne) {
   for_each_type([]<class T>() {
-    run(
-        "pnext", 800, [](cpu_state* s) { return sve_pnext_pp(s, p_tied(3, size_code<T>), p(4)); },
-        [](cpu_state& e, const cpu_state& s) {
-          std::size_t next = 0;
-          for (std::size_t i = 0; i < sve::lanes<T>; ++i)
-            if (active<T>(s.p[3], i)) next = i + 1;
-          while (next < sve::lanes<T> && !active<T>(s.p[4], next)) ++next;
-          const auto result = canonical<T>([&](auto i) { return i == next; });
-          define_flags(e, s.p[4], result.data(), sizeof(T));
-          put(e.p[3], result);
-        });
+    run("pnext", 800, calling(sve_pnext_pp, p_tied(3, size_code<T>), p(4)), [&](auto& e, auto& s) {
+      std::size_t next = 0;
+      for (std::size_t i = 0; i < sve::lanes<T>; ++i)
+        if (active<T>(s.p[3], i)) next = i + 1;
+      while (next < sve::lanes<T> && !active<T>(s.p[4], next)) ++next;
+      const auto result = canonical<T>([&](auto i) { return i == next; });
+      define_flags(e, s.p[4], result.data(), sizeof(T));
+      put(e.p[3], result);
+    });
   });
 }
 
@@ -322,21 +302,13 @@ TEST(Pnext, Edges) {
 // ---- First-fault register ----
 
 TEST(FirstFaultRegister, IsCopiedByteForByte) {
-  run(
-      "setffr", 5, [](cpu_state* s) { return sve_setffr(s); },
-      [](cpu_state& e, const cpu_state&) { std::memset(e.ffr, 1, vector_bytes); });
-  run(
-      "wrffr", 50, [](cpu_state* s) { return sve_wrffr_p(s, p(7)); },
-      [](cpu_state& e, const cpu_state& s) { std::memcpy(e.ffr, s.p[7], vector_bytes); });
-  run(
-      "rdffr", 50, [](cpu_state* s) { return sve_rdffr_p(s, p(7)); },
-      [](cpu_state& e, const cpu_state& s) { std::memcpy(e.p[7], s.ffr, vector_bytes); });
+  run("setffr", 5, calling(sve_setffr), [&](auto& e, auto&) { std::memset(e.ffr, 1, vector_bytes); });
+  run("wrffr", 50, calling(sve_wrffr_p, p(7)), [&](auto& e, auto& s) { std::memcpy(e.ffr, s.p[7], vector_bytes); });
+  run("rdffr", 50, calling(sve_rdffr_p, p(7)), [&](auto& e, auto& s) { std::memcpy(e.p[7], s.ffr, vector_bytes); });
   for (const unsigned d : {7u, 8u})
-    run(
-        "rdffr_pp", 100, [&](cpu_state* s) { return sve_rdffr_pp(s, p(d), zeroing(8)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          for (std::size_t i = 0; i < vector_bytes; ++i) e.p[d][i] = s.ffr[i] & s.p[8][i];
-        });
+    run("rdffr_pp", 100, calling(sve_rdffr_pp, p(d), zeroing(8)), [&](auto& e, auto& s) {
+      for (std::size_t i = 0; i < vector_bytes; ++i) e.p[d][i] = s.ffr[i] & s.p[8][i];
+    });
   cpu_state state{};
   sve_setffr(&state);
   sve_rdffr_p(&state, p(0));

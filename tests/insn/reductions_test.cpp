@@ -63,13 +63,11 @@ const reduction reductions[] = {
 template <class T>
 void check(const reduction& r, unsigned code) {
   for (const unsigned d : {5u, 6u})  // the register's other bytes are cleared, also when it is the source
-    run(
-        r.name, 200, [&](cpu_state* s) { return r.function(s, d, merging(1), z(6, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          const u64 value = reduced<T>(r.op, s.p[1], s.z[6]);
-          std::memset(e.z[d], 0, vector_bytes);
-          std::memcpy(e.z[d], &value, 8);
-        });
+    run(r.name, 200, calling(r.function, d, merging(1), z(6, code)), [&](auto& e, auto& s) {
+      const u64 value = reduced<T>(r.op, s.p[1], s.z[6]);
+      std::memset(e.z[d], 0, vector_bytes);
+      std::memcpy(e.z[d], &value, 8);
+    });
 }
 
 TEST(Reduction, EveryOperationAndSize) {
@@ -109,18 +107,11 @@ void check_address(bool doubleword) {
   for (unsigned shift = 0; shift < 4; ++shift)
     for (const unsigned d : {5u, 6u, 7u})
       run(
-          "adr", 20,
-          [&](cpu_state* s) {
-            s->instr = (s->instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
-            return sve_adr_scaled_zzz(s, z(d, element_b), z(6, element_b), z(7, element_b));
-          },
-          [&](cpu_state& e, const cpu_state& s) {
-            e.instr = (s.instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22;
-            auto base = elements<T>(s.z[6]);
-            const auto offset = elements<T>(s.z[7]);
-            for (std::size_t i = 0; i < base.size(); ++i)
-              base[i] = static_cast<T>(base[i] + offset[i] * (T{1} << shift));
-            put(e.z[d], base);
+          "adr", 20, [&](cpu_state& s) { s.instr = (s.instr & ~u64{0x400c00}) | shift << 10 | u64{doubleword} << 22; },
+          calling(sve_adr_scaled_zzz, z(d, element_b), z(6, element_b), z(7, element_b)),
+          [&](auto& e, auto& s) {
+            map_elements<T>(
+                e.z[d], [&](T base, T offset) { return base + offset * (T{1} << shift); }, s.z[6], s.z[7]);
           });
 }
 

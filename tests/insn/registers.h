@@ -16,8 +16,8 @@
 #include "sve/insn/functions.h"
 #include "sve/insn/predicates.h"
 #include "sve/lanes/lanes.h"
-#include "tests/edge_words.h"
 #include "tests/side_by_side.h"
+#include "tests/states.h"
 
 namespace insn_test {
 
@@ -87,70 +87,6 @@ inline aarch64_i_reg x_tied(unsigned number, unsigned size = element_d) {
 }
 inline aarch64_i_rsp_reg xsp(unsigned number) { return {number, element_d}; }
 
-/// A predicate of one of several kinds: none, all, sparse, dense, and, unless only 0 and 1 are wanted, bytes with other
-/// bits than bit 0 set.
-template <class Rng>
-void random_predicate(byte* bytes, Rng& random, bool only_bits = false) {
-  const unsigned kind = static_cast<unsigned>(random() % 6);
-  for (std::size_t i = 0; i < vector_bytes; ++i) {
-    const unsigned r = static_cast<unsigned>(random());
-    bytes[i] = static_cast<byte>(kind == 0   ? 0
-                                 : kind == 1 ? 1
-                                 : kind == 2 ? r % 24 == 0
-                                 : kind == 3 ? r % 8 != 0
-                                 : kind == 4 ? r & 1
-                                             : r);
-    if (only_bits) bytes[i] &= 1;
-  }
-}
-
-template <class Rng>
-void random_vector(byte* bytes, Rng& random) {
-  for (std::size_t i = 0; i < vector_bytes; i += 8) {
-    const u64 word = random_word(random);
-    std::memcpy(bytes + i, &word, 8);
-  }
-}
-
-template <class Rng>
-cpu_state random_state(Rng& random) {
-  cpu_state state{};
-  for (auto& r : state.z) random_vector(r, random);
-  for (auto& r : state.x) r = random() % 2 ? edge_words[random() % std::size(edge_words)] : random();
-  for (auto& r : state.p) random_predicate(r, random);
-  random_predicate(state.ffr, random);
-  state.sp = random();
-  state.nzcv = random();  // all 64 bits: a flag write keeps the others
-  state.fpsr = static_cast<u32>(random());
-  state.fpcr = static_cast<u32>(random());
-  state.instr = random();
-  return state;
-}
-
-/// Where two states differ, or an empty string.
-inline std::string difference(const cpu_state& expected, const cpu_state& actual) {
-  std::ostringstream out;
-  const auto bytes = [&](const char* name, std::size_t n, const byte* a, const byte* b) {
-    if (std::memcmp(a, b, vector_bytes) == 0) return;
-    std::size_t i = 0;
-    while (a[i] == b[i]) ++i;
-    out << name << n << " byte " << i << ": expected " << int{a[i]} << ", is " << int{b[i]} << "; ";
-  };
-  const auto word = [&](const char* name, u64 a, u64 b) {
-    if (a != b) out << name << std::hex << ": expected " << a << ", is " << b << std::dec << "; ";
-  };
-  for (std::size_t i = 0; i < 32; ++i) bytes("z", i, expected.z[i], actual.z[i]);
-  for (std::size_t i = 0; i < 16; ++i) bytes("p", i, expected.p[i], actual.p[i]);
-  bytes("ffr", 0, expected.ffr, actual.ffr);
-  for (std::size_t i = 0; i < 31; ++i) word(("x" + std::to_string(i)).c_str(), expected.x[i], actual.x[i]);
-  word("sp", expected.sp, actual.sp);
-  word("nzcv", expected.nzcv, actual.nzcv);
-  word("fpsr", expected.fpsr, actual.fpsr);
-  word("fpcr", expected.fpcr, actual.fpcr);
-  word("instr", expected.instr, actual.instr);
-  return out.str();
-}
-
 inline void set_flags(cpu_state& state, bool n, bool z_, bool c, bool v = false) {
   state.nzcv = (state.nzcv & ~u64{0xf0000000}) | u64{n} << 31 | u64{z_} << 30 | u64{c} << 29 | u64{v} << 28;
 }
@@ -212,17 +148,46 @@ std::string explained(Call call, const cpu_state& start, const cpu_state& expect
   return "\n" + name(result) + ", " + side_by_side(vector_bytes, operands, should[result], is[result]);
 }
 
-/// Runs `call` on random states against `expect`, which turns a copy of the start into the expected state.
-template <class Call, class Expect>
-void run(const char* name, int cases, Call call, Expect expect) {
+/// The call of a function with these operands on a state.
+template <class... Operands, class... Given>
+auto calling(aarch64_decode_rc (*function)(cpu_state*, Operands...), Given... given) {
+  return [=](cpu_state* state) { return function(state, given...); };
+}
+
+/// dst[i] = op(src[i]...), or where there is a predicate active ? op(src[i]...) : dst[i], for elements of T.
+template <class T, class Op, class... Sources>
+void map_elements(byte* dst, Op op, const Sources*... src) {
+  vector_of<T> r;
+  for (std::size_t i = 0; i < r.size(); ++i) r[i] = static_cast<T>(op(sve::load<T>(src, i)...));
+  put(dst, r);
+}
+template <class T, class Op, class... Sources>
+void merge_elements(byte* dst, const byte* predicate, Op op, const Sources*... src) {
+  auto r = elements<T>(dst);
+  for (std::size_t i = 0; i < r.size(); ++i)
+    if (active<T>(predicate, i)) r[i] = static_cast<T>(op(sve::load<T>(src, i)...));
+  put(dst, r);
+}
+
+/// Runs `call` on random states, which `adjust` has changed, against `expect`, which turns a copy of the start into the
+/// expected state.
+template <class Adjust, class Call, class Expect>
+void run(const char* name, int cases, Adjust adjust, Call call, Expect expect) {
   Random random(std::hash<std::string_view>{}(name));
   for (int i = 0; i < cases; ++i) {
-    const cpu_state start = random_state(random);
+    cpu_state start = random_state(random);
+    adjust(start);
     cpu_state expected = start, actual = start;
     expect(expected, start);
     ASSERT_EQ(call(&actual), AARCH64_DECODE_EXECUTED) << name;
     ASSERT_EQ(difference(expected, actual), "") << name << ", case " << i << explained(call, start, expected, actual);
   }
+}
+
+template <class Call, class Expect>
+void run(const char* name, int cases, Call call, Expect expect) {
+  run(
+      name, cases, [](cpu_state&) {}, call, expect);
 }
 
 }  // namespace insn_test

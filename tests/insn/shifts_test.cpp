@@ -28,15 +28,10 @@ T shifted(shift kind, T a, u64 n) {
 template <class T>
 void check_vector(shift kind, sve::insn::zpz* function, unsigned code) {
   for (const unsigned m : {6u, 5u})
-    run(
-        "vector", 200, [&](cpu_state* s) { return function(s, z_tied(5, code), merging(1), z(m, code)); },
-        [&](cpu_state& e, const cpu_state& s) {
-          auto a = elements<T>(s.z[5]);
-          const auto n = elements<T>(s.z[m]);
-          for (std::size_t i = 0; i < a.size(); ++i)
-            if (active<T>(s.p[1], i)) a[i] = shifted(kind, a[i], n[i]);
-          put(e.z[5], a);
-        });
+    run("vector", 200, calling(function, z_tied(5, code), merging(1), z(m, code)), [&](auto& e, auto& s) {
+      merge_elements<T>(
+          e.z[5], s.p[1], [&](T a, T n) { return shifted(kind, a, n); }, s.z[5], s.z[m]);
+    });
 }
 
 TEST(Shift, ByVectorOnWholeAmounts) {
@@ -87,22 +82,15 @@ TEST(Shift, ByEveryImmediate) {
         {lsl, sve_lsl_zpi, sve_lsl_zzi}, {lsr, sve_lsr_zpi, sve_lsr_zzi}, {asr, sve_asr_zpi, sve_asr_zzi}};
     for (const auto& f : forms)
       for (unsigned imm = 0; imm <= 8 * sizeof(T) + 1; ++imm) {  // the width and more, too
-        run(
-            "zpi", 3, [&](cpu_state* s) { return f.predicated(s, z_tied(5, size_code<T>), merging(1), imm); },
-            [&](cpu_state& e, const cpu_state& s) {
-              auto a = elements<T>(s.z[5]);
-              for (std::size_t i = 0; i < a.size(); ++i)
-                if (active<T>(s.p[1], i)) a[i] = shifted(f.kind, a[i], imm);
-              put(e.z[5], a);
-            });
+        run("zpi", 3, calling(f.predicated, z_tied(5, size_code<T>), merging(1), imm), [&](auto& e, auto& s) {
+          merge_elements<T>(
+              e.z[5], s.p[1], [&](T a) { return shifted(f.kind, a, imm); }, s.z[5]);
+        });
         for (const unsigned n : {5u, 6u})
-          run(
-              "zzi", 3, [&](cpu_state* s) { return f.plain(s, z(5, size_code<T>), z(n, size_code<T>), imm); },
-              [&](cpu_state& e, const cpu_state& s) {
-                auto a = elements<T>(s.z[n]);
-                for (T& v : a) v = shifted(f.kind, v, imm);
-                put(e.z[5], a);
-              });
+          run("zzi", 3, calling(f.plain, z(5, size_code<T>), z(n, size_code<T>), imm), [&](auto& e, auto& s) {
+            map_elements<T>(
+                e.z[5], [&](T a) { return shifted(f.kind, a, imm); }, s.z[n]);
+          });
       }
   });
 }
@@ -110,30 +98,19 @@ TEST(Shift, ByEveryImmediate) {
 TEST(Bits, RbitAndRevw) {
   for_each_type([]<class T>() {
     for (const unsigned n : {5u, 6u})
-      run(
-          "rbit", 60, [&](cpu_state* s) { return sve_rbit_zpz(s, z(5, size_code<T>), merging(1), z(n, size_code<T>)); },
-          [&](cpu_state& e, const cpu_state& s) {
-            auto r = elements<T>(s.z[5]);
-            const auto a = elements<T>(s.z[n]);
-            for (std::size_t i = 0; i < a.size(); ++i) {
-              if (!active<T>(s.p[1], i)) continue;
-              T reversed = 0;
-              for (std::size_t k = 0; k < 8 * sizeof(T); ++k)
-                reversed = static_cast<T>(reversed << 1 | (a[i] >> k & 1));
-              r[i] = reversed;
-            }
-            put(e.z[5], r);
-          });
-  });
-  run(
-      "revw", 60, [](cpu_state* s) { return sve_revw_zpz(s, z(5, element_d), merging(1), z(6, element_d)); },
-      [](cpu_state& e, const cpu_state& s) {
-        auto r = elements<u64>(s.z[5]);
-        const auto a = elements<u32>(s.z[6]);
-        for (std::size_t i = 0; i < r.size(); ++i)
-          if (active<u64>(s.p[1], i)) r[i] = u64{a[2 * i]} << 32 | a[2 * i + 1];
-        put(e.z[5], r);
+      run("rbit", 60, calling(sve_rbit_zpz, z(5, size_code<T>), merging(1), z(n, size_code<T>)), [&](auto& e, auto& s) {
+        const auto reversed = [](T a) {
+          T r = 0;
+          for (std::size_t k = 0; k < 8 * sizeof(T); ++k) r = static_cast<T>(r << 1 | (a >> k & 1));
+          return r;
+        };
+        merge_elements<T>(e.z[5], s.p[1], reversed, s.z[n]);
       });
+  });
+  run("revw", 60, calling(sve_revw_zpz, z(5, element_d), merging(1), z(6, element_d)), [&](auto& e, auto& s) {
+    merge_elements<u64>(
+        e.z[5], s.p[1], [](u64 a) { return a << 32 | a >> 32; }, s.z[6]);
+  });
 }
 
 }  // namespace

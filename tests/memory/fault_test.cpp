@@ -9,12 +9,12 @@
 #include "sve/veclib/initialize.h"
 #include "sve/veclib/memory.h"
 #include "sve/veclib/routines.h"
+#include "tests/children.h"
 #include "tests/memory/guarded_memory.h"
 
 namespace {
 
 using test::guarded_memory;
-using test::in_child;
 
 const char message[] =
     "zorvi's SVESigHandler caught signal SIGSEGV from the process being emulated, passing it to the default signal "
@@ -58,11 +58,11 @@ TEST_F(Fault, GuardedReadsLeaveTheFlagOfASuccess) {
 TEST_F(Fault, PlainReadsAndWritesEndTheProcessWithTheMessage) {
   const guarded_memory memory;
   const auto read = in_child([&] { ReadMemLib4(memory.end_address(), 0, nullptr, &context); });
-  EXPECT_EQ(read.signal, SIGSEGV);
-  EXPECT_EQ(read.stderr_text, message) << "once: the second fault finds the default action";
+  EXPECT_EQ(read.signal(), SIGSEGV);
+  EXPECT_EQ(read.error_output, message) << "once: the second fault finds the default action";
   const auto written = in_child([&] { WriteMemLib4(1, memory.end_address(), &context); });
-  EXPECT_EQ(written.signal, SIGSEGV);
-  EXPECT_EQ(written.stderr_text, message);
+  EXPECT_EQ(written.signal(), SIGSEGV);
+  EXPECT_EQ(written.error_output, message);
 }
 
 TEST_F(Fault, ABusErrorIsNamedAndEndsTheProcess) {
@@ -77,11 +77,11 @@ TEST_F(Fault, ABusErrorIsNamedAndEndsTheProcess) {
   char* const behind = bytes + test::page;
 
   const auto plain = in_child([&] { ReadMemLib1(reinterpret_cast<std::uint64_t>(behind), 0, nullptr, &context); });
-  EXPECT_EQ(plain.signal, SIGBUS);
-  EXPECT_NE(plain.stderr_text.find("caught signal SIGBUS"), std::string::npos);
+  EXPECT_EQ(plain.signal(), SIGBUS);
+  EXPECT_NE(plain.error_output.find("caught signal SIGBUS"), std::string::npos);
   // The probe covers access violations alone.
   const auto probed = in_child([&] { addr_is_readable<char>(behind); });
-  EXPECT_EQ(probed.signal, SIGBUS);
+  EXPECT_EQ(probed.signal(), SIGBUS);
   // A guarded read covers both.
   bool fault = false;
   EXPECT_EQ(ReadMemLib1(reinterpret_cast<std::uint64_t>(behind), 1, &fault, &context), 0u);
@@ -235,8 +235,8 @@ TEST_F(ForeignAction, TheDefaultActionIsAnActionOfTheProgramToo) {
     if (action.sa_handler != SIG_DFL) _exit(2);
     ReadMemLib1(memory.end_address(), 0, nullptr, &context);
   });
-  EXPECT_EQ(result.signal, SIGSEGV);
-  EXPECT_EQ(result.stderr_text, "");
+  EXPECT_EQ(result.signal(), SIGSEGV);
+  EXPECT_EQ(result.error_output, "");
 }
 
 TEST_F(Fault, TheSimulatedMemoryIsInert) {

@@ -1,16 +1,11 @@
-// Memory for tests of loads and stores: readable pages between unreadable ones, and actions in child processes.
+// Memory for tests of loads and stores: readable pages between unreadable ones.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <string>
+#include <cstdlib>
 
 namespace test {
 
@@ -46,42 +41,5 @@ class guarded_memory {
   std::uint8_t* base_;
   std::size_t size_;
 };
-
-struct child_result {
-  int signal;  ///< that ended it, or 0
-  int status;  ///< exit status, if it exited
-  std::string stderr_text;
-};
-
-/// Runs `action` in a child process and tells how it ended.
-template <class Action>
-child_result in_child(Action action) {
-  int fds[2];
-  if (pipe(fds) != 0) std::abort();
-  std::fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_CORE, &none);
-    dup2(fds[1], 2);
-    close(fds[0]);
-    action();
-    _exit(0);
-  }
-  close(fds[1]);
-  child_result result{0, 0, ""};
-  char buffer[512];
-  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;)
-    result.stderr_text.append(buffer, static_cast<std::size_t>(n));
-  close(fds[0]);
-  // An emulator that runs this test says in a line of its own how the process ended.
-  const std::size_t emulator = result.stderr_text.find("qemu: uncaught target signal");
-  if (emulator != std::string::npos) result.stderr_text.resize(emulator);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
-  if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
-  return result;
-}
 
 }  // namespace test

@@ -16,6 +16,7 @@
 #include "sve/insn/functions.h"
 #include "sve/veclib/initialize.h"
 #include "sve/veclib/routines.h"
+#include "tests/children.h"
 #include "tests/memory/guarded_memory.h"
 
 namespace {
@@ -24,7 +25,6 @@ using sve::vector_bytes;
 constexpr std::size_t words = sve::lanes<std::uint32_t>, doubles = sve::lanes<std::uint64_t>;
 constexpr PredV all_of_value{{~0ul, ~0ul, ~0ul, ~0ul}};
 using test::guarded_memory;
-using test::in_child;
 
 using Z = aarch64_z_reg;
 using P = aarch64_p_reg;
@@ -75,10 +75,26 @@ const contiguous_form store_forms[] = {FORM(st1b, 1, 1, false),   FORM(st1b_h, 2
                                        FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
                                        FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
 
+// Structures of n fields.
+struct {
+  sve::insn::zpri *load, *store;
+  unsigned n, bytes;
+} const structure_forms[] = {
+    {sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1}, {sve_ld4b_zpri, sve_st4b_zpri, 4, 1},
+    {sve_ld2h_zpri, sve_st2h_zpri, 2, 2}, {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
+    {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4}, {sve_ld4w_zpri, sve_st4w_zpri, 4, 4},
+    {sve_ld2d_zpri, sve_st2d_zpri, 2, 8}, {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
+
+// Up to eight bytes, zero-extended.
+std::uint64_t element(const std::uint8_t* from, std::size_t bytes) {
+  std::uint64_t value = 0;
+  std::memcpy(&value, from, bytes);
+  return value;
+}
+
 // Element e of what a load leaves, from the bytes at `from`.
 std::uint64_t extended(const contiguous_form& f, const std::uint8_t* from) {
-  std::uint64_t value = 0;
-  std::memcpy(&value, from, f.memory);
+  std::uint64_t value = element(from, f.memory);
   if (f.is_signed) {
     const int above = 64 - 8 * static_cast<int>(f.memory);
     value = static_cast<std::uint64_t>(static_cast<std::int64_t>(value << above) >> above);
@@ -98,10 +114,9 @@ TEST_F(Loads, ContiguousFormsFitTheLastAndTheFirstBytesOfAPage) {
         state.x[2] = start;
         ASSERT_EQ(f.immediate(&state, Z(4, 0), governing, base, 0), 0);
         for (unsigned e = 0; e < n; ++e) {
-          std::uint64_t got = 0;
-          std::memcpy(&got, state.z[4] + e * f.element, f.element);
           const bool active = state.p[1][e * f.element] & 1;
-          ASSERT_EQ(got, active ? extended(f, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory) : 0)
+          ASSERT_EQ(element(state.z[4] + e * f.element, f.element),
+                    active ? extended(f, reinterpret_cast<const std::uint8_t*>(start) + e * f.memory) : 0)
               << f.name << " element " << e;
         }
       }
@@ -132,21 +147,16 @@ TEST_F(Loads, ContiguousAddresses) {
     for (const int imm : {-8, -1, 1, 7}) {
       state.x[2] = memory.address(1500);
       f.immediate(&state, Z(4, 0), governing, base, imm);
-      std::uint64_t got = 0;
-      std::memcpy(&got, state.z[4], f.element);
-      EXPECT_EQ(got, extended(f, memory.begin() + 1500 + imm * unit)) << f.name << " imm " << imm;
+      EXPECT_EQ(element(state.z[4], f.element), extended(f, memory.begin() + 1500 + imm * unit))
+          << f.name << " imm " << imm;
     }
     // An index counts memory elements; register 31 adds nothing as an index and is SP as a base.
     state.sp = memory.address(700);
     state.x[3] = 5;
     f.indexed(&state, Z(4, 0), governing, stack, index_register);
-    std::uint64_t got = 0;
-    std::memcpy(&got, state.z[4], f.element);
-    EXPECT_EQ(got, extended(f, memory.begin() + 700 + 5 * f.memory)) << f.name;
+    EXPECT_EQ(element(state.z[4], f.element), extended(f, memory.begin() + 700 + 5 * f.memory)) << f.name;
     f.indexed(&state, Z(4, 0), governing, stack, zero_register);
-    got = 0;
-    std::memcpy(&got, state.z[4], f.element);
-    EXPECT_EQ(got, extended(f, memory.begin() + 700)) << f.name;
+    EXPECT_EQ(element(state.z[4], f.element), extended(f, memory.begin() + 700)) << f.name;
   }
 }
 
@@ -176,8 +186,8 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
     const unsigned fitting = std::min<unsigned>(3, vector_bytes / f.element - 1);  // elements below the page end
     state.x[2] = memory.end_address(fitting * f.memory);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
-    EXPECT_EQ(result.signal, SIGSEGV) << f.name;
-    EXPECT_NE(result.stderr_text.find("SVESigHandler caught signal SIGSEGV"), std::string::npos);
+    EXPECT_EQ(result.signal(), SIGSEGV) << f.name;
+    EXPECT_NE(result.error_output.find("SVESigHandler caught signal SIGSEGV"), std::string::npos);
     for (unsigned e = 0; e < fitting; ++e)
       EXPECT_EQ(std::memcmp(memory.end() - (fitting - e) * f.memory, state.z[4] + e * f.element, f.memory), 0)
           << f.name << " element " << e;
@@ -185,7 +195,7 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
   for (const contiguous_form& f : load_forms) {
     state.x[2] = memory.end_address(vector_bytes / f.element * f.memory - 1);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
-    EXPECT_EQ(result.signal, SIGSEGV) << f.name;
+    EXPECT_EQ(result.signal(), SIGSEGV) << f.name;
   }
 }
 
@@ -214,11 +224,10 @@ TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
       if (sparse) state.p[1][(vector_bytes / f.element - 1) * f.element] = 0;
       state.x[2] = memory.end_address(fitting * f.memory + f.memory / 2);  // the next one lies across the end
       *shared.at = state;
-      EXPECT_EQ(in_child([&] { f.immediate(shared.at, Z(4, 0), governing, base, 0); }).signal, SIGSEGV) << f.name;
+      EXPECT_EQ(in_child([&] { f.immediate(shared.at, Z(4, 0), governing, base, 0); }).signal(), SIGSEGV) << f.name;
       for (unsigned e = 0; e < fitting; ++e) {
-        std::uint64_t got = 0;
-        std::memcpy(&got, shared.at->z[4] + e * f.element, f.element);
-        EXPECT_EQ(got, extended(f, memory.end() - fitting * f.memory - f.memory / 2 + e * f.memory))
+        EXPECT_EQ(element(shared.at->z[4] + e * f.element, f.element),
+                  extended(f, memory.end() - fitting * f.memory - f.memory / 2 + e * f.memory))
             << f.name << " sparse " << sparse << " element " << e;
       }
       EXPECT_EQ(shared.at->z[4][fitting * f.element], 0xa5) << f.name << ": the element that faulted";
@@ -229,13 +238,7 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
   const guarded_memory memory;
   memory.fill_counting();
   const shared_state shared;
-  struct {
-    aarch64_decode_rc (*load)(cpu_state*, Z, P, SP, int);
-    unsigned n, bytes;
-  } const forms[] = {{sve_ld2b_zpri, 2, 1}, {sve_ld3b_zpri, 3, 1}, {sve_ld4b_zpri, 4, 1}, {sve_ld2h_zpri, 2, 2},
-                     {sve_ld3h_zpri, 3, 2}, {sve_ld4h_zpri, 4, 2}, {sve_ld2w_zpri, 2, 4}, {sve_ld3w_zpri, 3, 4},
-                     {sve_ld4w_zpri, 4, 4}, {sve_ld2d_zpri, 2, 8}, {sve_ld3d_zpri, 3, 8}, {sve_ld4d_zpri, 4, 8}};
-  for (const auto& f : forms)
+  for (const auto& f : structure_forms)
     for (const bool sparse : {false, true}) {
       SetUp();
       if (sparse) state.p[1][vector_bytes - f.bytes] = 0;
@@ -243,7 +246,7 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
       const unsigned fitting = whole * f.n + 1;  // fields: whole structures, and one field of the next
       state.x[2] = memory.end_address(fitting * f.bytes);
       *shared.at = state;
-      EXPECT_EQ(in_child([&] { f.load(shared.at, Z(30, 0), governing, base, 0); }).signal, SIGSEGV);
+      EXPECT_EQ(in_child([&] { f.load(shared.at, Z(30, 0), governing, base, 0); }).signal(), SIGSEGV);
       for (unsigned i = 0; i < fitting; ++i)
         EXPECT_EQ(std::memcmp(shared.at->z[(30 + i % f.n) % 32] + i / f.n * f.bytes,
                               memory.end() - (fitting - i) * f.bytes, f.bytes),
@@ -267,7 +270,7 @@ TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
     }
     *shared.at = state;
     const Z to(into_addresses ? 8 : 9, 3);
-    EXPECT_EQ(in_child([&] { sve_ld1d_zpzi(shared.at, to, governing, Z(8, 3), 0); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { sve_ld1d_zpzi(shared.at, to, governing, Z(8, 3), 0); }).signal(), SIGSEGV);
     if (into_addresses)
       EXPECT_EQ(std::memcmp(shared.at->z[8], state.z[8], vector_bytes), 0) << "the addresses stay whole";
     else
@@ -291,14 +294,14 @@ TEST_F(Loads, ASpillThatFaultsHasStoredThePiecesBelow) {
     CpuContext context{};
     context.vl_word = sve::vector_granules;
     const std::uint64_t start = memory.end_address(static_cast<std::ptrdiff_t>(fitting));
-    EXPECT_EQ(in_child([&] { VecU64SpillSI(start, 0, v, &context); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { VecU64SpillSI(start, 0, v, &context); }).signal(), SIGSEGV);
     ASSERT_EQ(stored(), fitting);
     std::memset(memory.begin(), 0, test::page);
     state.x[2] = start;
-    EXPECT_EQ(in_child([&] { sve_str_zri(&state, Z(7, 5), base, 0); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { sve_str_zri(&state, Z(7, 5), base, 0); }).signal(), SIGSEGV);
     ASSERT_EQ(stored() / 16, fitting / 16);
     std::memset(memory.begin(), 0, test::page);
-    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(all_of_value, start, 0, v, &context); }).signal, SIGSEGV);
+    EXPECT_EQ(in_child([&] { VecU8CStore1SIZ(all_of_value, start, 0, v, &context); }).signal(), SIGSEGV);
     ASSERT_EQ(stored(), fitting);
   }
 }
@@ -438,7 +441,7 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
           if (!f.faults_at_first) f.load(end + 64);
         }
   });
-  EXPECT_EQ(result.signal, 0) << result.stderr_text;
+  EXPECT_EQ(result.signal(), 0) << result.error_output;
   EXPECT_EQ(result.status, 0);
 }
 
@@ -506,17 +509,8 @@ TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
 TEST_F(Loads, StructureGroupsWrapAtZ31) {
   const guarded_memory memory;
   memory.fill_counting();
-  using load_function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
-  struct {
-    load_function load, store;
-    unsigned n, bytes;
-  } const forms[] = {
-      {sve_ld2b_zpri, sve_st2b_zpri, 2, 1}, {sve_ld3b_zpri, sve_st3b_zpri, 3, 1}, {sve_ld4b_zpri, sve_st4b_zpri, 4, 1},
-      {sve_ld2h_zpri, sve_st2h_zpri, 2, 2}, {sve_ld3h_zpri, sve_st3h_zpri, 3, 2}, {sve_ld4h_zpri, sve_st4h_zpri, 4, 2},
-      {sve_ld2w_zpri, sve_st2w_zpri, 2, 4}, {sve_ld3w_zpri, sve_st3w_zpri, 3, 4}, {sve_ld4w_zpri, sve_st4w_zpri, 4, 4},
-      {sve_ld2d_zpri, sve_st2d_zpri, 2, 8}, {sve_ld3d_zpri, sve_st3d_zpri, 3, 8}, {sve_ld4d_zpri, sve_st4d_zpri, 4, 8}};
   std::mt19937 random(3);
-  for (const auto& f : forms)
+  for (const auto& f : structure_forms)
     for (const bool sparse : {false, true}) {
       for (auto& byte : state.p[1]) byte = sparse ? random() & 1 : 1;
       const std::size_t span = f.n * vector_bytes;
@@ -682,7 +676,8 @@ TEST_F(Loads, FirstFaultAtExactlyAPageEndLoadsAll) {
   for (const std::uint8_t byte : state.ffr) EXPECT_EQ(byte, 1);
   // An unreadable first page is not tested: it ends the process.
   state.x[2] = memory.end_address() + 64;
-  EXPECT_EQ(in_child([&] { sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register); }).signal, SIGSEGV);
+  EXPECT_EQ(in_child([&] { sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register); }).signal(),
+            SIGSEGV);
 }
 
 // ---- Non-fault, by a probe of each page ----
@@ -715,7 +710,7 @@ TEST_F(Loads, NonFaultWithNothingActiveProbesAndChangesNoMarks) {
 TEST_F(Loads, ANonFaultElementThatStraddlesAPageEndIsFatal) {
   const guarded_memory memory;
   state.x[2] = memory.end_address(7);
-  EXPECT_EQ(in_child([&] { sve_ldnf1d_zpri(&state, Z(4, 3), governing, base, 0); }).signal, SIGSEGV);
+  EXPECT_EQ(in_child([&] { sve_ldnf1d_zpri(&state, Z(4, 3), governing, base, 0); }).signal(), SIGSEGV);
 }
 
 // ---- First-fault and non-fault, by a guarded read of each element ----

@@ -17,7 +17,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tests/runner/children.h"
+#include "tests/children.h"
 #include "tests/runner/sve_instructions.h"
 
 #ifndef SS_AUTODISARM

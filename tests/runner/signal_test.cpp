@@ -14,7 +14,7 @@
 #include <cerrno>
 #include <thread>
 
-#include "tests/runner/children.h"
+#include "tests/children.h"
 #include "tests/runner/sve_instructions.h"
 
 namespace {

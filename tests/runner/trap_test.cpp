@@ -29,7 +29,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/runner/children.h"
+#include "tests/children.h"
 #include "tests/runner/sve_instructions.h"
 
 namespace {

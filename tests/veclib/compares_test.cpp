@@ -20,40 +20,25 @@ PredV expected(const operands& o, CpuContext& c, Test test) {
 
 template <class T>
 void check_vectors(const char* name, sve::routine::cmp_vv* routine, relation test) {
-  // Some elements of the second operand equal the first's.
-  const auto second = [](const operands& o) {
-    VectorV b = o.b;
-    for (std::size_t e = 0; e < 256 / sizeof(T); e += 3) sve::store<T>(b.bytes, e, at<T>(o.a, e));
-    return b;
+  const auto some_equal = [](operands& o) {
+    for (std::size_t e = 0; e < 256 / sizeof(T); e += 3) sve::store<T>(o.b.bytes, e, at<T>(o.a, e));
   };
-  run(
-      name, 80, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, second(o), c); },
-      [&](const operands& o, CpuContext& c) {
-        const VectorV b = second(o);
-        return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), at<T>(b, e)); });
-      },
-      true);
+  run_from_zero(name, 80, some_equal, routine, [&](auto& o, auto& c) {
+    return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), at<T>(o.b, e)); });
+  });
 }
 
 template <class T, class Routine>
 void check_immediates(const char* name, Routine* routine, relation test) {
   constexpr bool is_signed = std::is_signed_v<T>;
-  using Immediate = std::conditional_t<is_signed, s64, u64>;
   for (int imm = is_signed ? -16 : 0; imm < (is_signed ? 16 : 128); ++imm) {
-    const auto first = [&](const operands& o) {
-      VectorV a = o.a;
+    const auto some_near = [&](operands& o) {
       for (std::size_t e = 0; e < 256 / sizeof(T); e += 3)
-        sve::store<T>(a.bytes, e, static_cast<T>(imm + static_cast<int>(e % 9) / 3 - 1));
-      return a;
+        sve::store<T>(o.a.bytes, e, static_cast<T>(imm + static_cast<int>(e % 9) / 3 - 1));
     };
-    run(
-        name, 2,
-        [&](const operands& o, CpuContext* c) { return routine(o.p, first(o), static_cast<Immediate>(imm), c); },
-        [&](const operands& o, CpuContext& c) {
-          const VectorV a = first(o);
-          return expected<T>(o, c, [&](auto e) { return test(at<T>(a, e), imm); });
-        },
-        true);
+    run_from_zero(name, 2, some_near, calling(routine, imm), [&](auto& o, auto& c) {
+      return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), imm); });
+    });
   }
 }
 
@@ -61,19 +46,13 @@ void check_immediates(const char* name, Routine* routine, relation test) {
 template <class T>
 void check_wide(const char* name, sve::routine::cmp_vv* routine, relation test) {
   using Wide = std::conditional_t<std::is_signed_v<T>, s64, u64>;
-  const auto second = [](const operands& o) {
-    VectorV b = o.b;
+  const auto some_equal = [](operands& o) {
     for (std::size_t e = 0; e < 32; e += 2)
-      sve::store<Wide>(b.bytes, e, at<T>(o.a, e * 8 / sizeof(T) + e % 8 / sizeof(T)));
-    return b;
+      sve::store<Wide>(o.b.bytes, e, at<T>(o.a, e * 8 / sizeof(T) + e % 8 / sizeof(T)));
   };
-  run(
-      name, 80, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, second(o), c); },
-      [&](const operands& o, CpuContext& c) {
-        const VectorV b = second(o);
-        return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), at<Wide>(b, e * sizeof(T) / 8)); });
-      },
-      true);
+  run_from_zero(name, 80, some_equal, routine, [&](auto& o, auto& c) {
+    return expected<T>(o, c, [&](auto e) { return test(at<T>(o.a, e), at<Wide>(o.b, e * sizeof(T) / 8)); });
+  });
 }
 
 TEST(Compare, Vectors) {

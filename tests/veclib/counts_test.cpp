@@ -27,12 +27,6 @@ u64 active_count(const PredV& p, const CpuContext& c) {
   return n;
 }
 
-template <class T>
-T clamp(wide x) {
-  constexpr wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  return static_cast<T>(x < low ? low : x > high ? high : x);
-}
-
 // A saturated scalar of type Scalar fills its register by its signedness.
 template <class Scalar>
 u64 scalar(u64 x, u64 n, int sign) {
@@ -41,25 +35,22 @@ u64 scalar(u64 x, u64 n, int sign) {
 }
 
 // Around the limits of both widths.
-u64 operand(u64 random) {
+constexpr auto near_limits = [](operands& o) {
   constexpr u64 centres[] = {0,       0x7fffffff,         0xffffffff80000000, 0xffffffff,
                              ~u64{0}, 0x7fffffffffffffff, 0x8000000000000000};
-  return centres[random % 7] + (random >> 8) % 4096 - 2048;
-}
+  o.x = centres[o.x % 7] + (o.x >> 8) % 4096 - 2048;
+};
 
 template <class T>
 void check_plain_scalar(sve::routine::count* plain, sve::routine::count_scalar* increment,
                         sve::routine::count_scalar* decrement) {
   for_each_amount([&](u64 pattern, u64 field) {
-    run(
-        "cnt", 1, [&](const operands&, CpuContext* c) { return plain(pattern, field, c); },
-        [&](const operands&, CpuContext& c) { return amount<T>(pattern, field, c); }, true);
-    run(
-        "inc", 1, [&](const operands& o, CpuContext* c) { return increment(o.x, pattern, field, c); },
-        [&](const operands& o, CpuContext& c) { return o.x + amount<T>(pattern, field, c); }, true);
-    run(
-        "dec", 1, [&](const operands& o, CpuContext* c) { return decrement(o.x, pattern, field, c); },
-        [&](const operands& o, CpuContext& c) { return o.x - amount<T>(pattern, field, c); }, true);
+    run_from_zero("cnt", 1, calling(plain, pattern, field),
+                  [&](auto&, auto& c) { return amount<T>(pattern, field, c); });
+    run_from_zero("inc", 1, calling(increment, drawn, pattern, field),
+                  [&](auto& o, auto& c) { return o.x + amount<T>(pattern, field, c); });
+    run_from_zero("dec", 1, calling(decrement, drawn, pattern, field),
+                  [&](auto& o, auto& c) { return o.x - amount<T>(pattern, field, c); });
   });
 }
 
@@ -81,18 +72,10 @@ void check_saturating_scalar(const char* name, sve::routine::count_scalar* four,
   using Four = std::conditional_t<std::is_signed_v<T>, s32, u32>;
   using Eight = std::conditional_t<std::is_signed_v<T>, s64, u64>;
   for_each_amount([&](u64 pattern, u64 field) {
-    run(
-        name, 3, [&](const operands& o, CpuContext* c) { return four(operand(o.x), pattern, field, c); },
-        [&](const operands& o, CpuContext& c) {
-          return scalar<Four>(operand(o.x), amount<T>(pattern, field, c), sign);
-        },
-        true);
-    run(
-        name, 3, [&](const operands& o, CpuContext* c) { return eight(operand(o.x), pattern, field, c); },
-        [&](const operands& o, CpuContext& c) {
-          return scalar<Eight>(operand(o.x), amount<T>(pattern, field, c), sign);
-        },
-        true);
+    run_from_zero(name, 3, near_limits, calling(four, drawn, pattern, field),
+                  [&](auto& o, auto& c) { return scalar<Four>(o.x, amount<T>(pattern, field, c), sign); });
+    run_from_zero(name, 3, near_limits, calling(eight, drawn, pattern, field),
+                  [&](auto& o, auto& c) { return scalar<Eight>(o.x, amount<T>(pattern, field, c), sign); });
   });
 }
 
@@ -117,19 +100,13 @@ void check_plain_vector(sve::routine::count_vector* increment, sve::routine::cou
     return generated<T>(c, [&](auto e) { return at<T>(a, e) + n; });
   };
   for_each_amount([&](u64 pattern, u64 field) {
-    run(
-        "inc", 1, [&](const operands& o, CpuContext* c) { return increment(o.a, pattern, field, c); },
-        [&](const operands& o, CpuContext& c) { return plus(o.a, amount<T>(pattern, field, c), c); });
-    run(
-        "dec", 1, [&](const operands& o, CpuContext* c) { return decrement(o.a, pattern, field, c); },
-        [&](const operands& o, CpuContext& c) { return plus(o.a, 0 - amount<T>(pattern, field, c), c); });
+    run("inc", 1, calling(increment, pattern, field),
+        [&](auto& o, auto& c) { return plus(o.a, amount<T>(pattern, field, c), c); });
+    run("dec", 1, calling(decrement, pattern, field),
+        [&](auto& o, auto& c) { return plus(o.a, 0 - amount<T>(pattern, field, c), c); });
   });
-  run(
-      "incp", 60, [&](const operands& o, CpuContext* c) { return by_predicate(o.p, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return plus(o.a, active_count<T>(o.p, c), c); });
-  run(
-      "decp", 60, [&](const operands& o, CpuContext* c) { return down_by_predicate(o.p, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return plus(o.a, 0 - active_count<T>(o.p, c), c); });
+  run("incp", 60, by_predicate, [&](auto& o, auto& c) { return plus(o.a, active_count<T>(o.p, c), c); });
+  run("decp", 60, down_by_predicate, [&](auto& o, auto& c) { return plus(o.a, 0 - active_count<T>(o.p, c), c); });
 }
 
 template <class T>
@@ -139,13 +116,10 @@ void check_saturating_vector(const char* name, sve::routine::count_vector* by_pa
     return generated<T>(c, [&](auto e) { return clamp<T>(wide{at<T>(a, e)} + sign * static_cast<wide>(n)); });
   };
   for_each_amount([&](u64 pattern, u64 field) {
-    run(
-        name, 2, [&](const operands& o, CpuContext* c) { return by_pattern(o.a, pattern, field, c); },
-        [&](const operands& o, CpuContext& c) { return plus(o.a, amount<T>(pattern, field, c), c); });
+    run(name, 2, calling(by_pattern, pattern, field),
+        [&](auto& o, auto& c) { return plus(o.a, amount<T>(pattern, field, c), c); });
   });
-  run(
-      name, 60, [&](const operands& o, CpuContext* c) { return by_predicate(o.p, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return plus(o.a, active_count<T>(o.p, c), c); });
+  run(name, 60, by_predicate, [&](auto& o, auto& c) { return plus(o.a, active_count<T>(o.p, c), c); });
 }
 
 TEST(Count, Vectors) {
@@ -165,20 +139,13 @@ TEST(Count, Vectors) {
 template <class T>
 void check_predicate(sve::routine::count_p* both, sve::routine::count_p_scalar* increment,
                      sve::routine::count_p_scalar* decrement) {
-  run(
-      "cntp", 100, [&](const operands& o, CpuContext* c) { return both(o.p, o.q, c); },
-      [](const operands& o, CpuContext& c) {
-        u64 n = 0;
-        for (std::size_t e = 0; e < count<T>(c); ++e) n += active<T>(o.p, e) && active<T>(o.q, e);
-        return n;
-      },
-      true);
-  run(
-      "incp", 100, [&](const operands& o, CpuContext* c) { return increment(o.p, o.x, c); },
-      [](const operands& o, CpuContext& c) { return o.x + active_count<T>(o.p, c); }, true);
-  run(
-      "decp", 100, [&](const operands& o, CpuContext* c) { return decrement(o.p, o.x, c); },
-      [](const operands& o, CpuContext& c) { return o.x - active_count<T>(o.p, c); }, true);
+  run_from_zero("cntp", 100, both, [&](auto& o, auto& c) {
+    u64 n = 0;
+    for (std::size_t e = 0; e < count<T>(c); ++e) n += active<T>(o.p, e) && active<T>(o.q, e);
+    return n;
+  });
+  run_from_zero("incp", 100, increment, [&](auto& o, auto& c) { return o.x + active_count<T>(o.p, c); });
+  run_from_zero("decp", 100, decrement, [&](auto& o, auto& c) { return o.x - active_count<T>(o.p, c); });
 }
 
 // At length 0 the count is 0 and the saturating call still happens: a 32-bit operand is cut and extended.
@@ -187,14 +154,10 @@ void check_saturating_predicate(const char* name, sve::routine::count_p_scalar* 
                                 sve::routine::count_p_scalar* eight, int sign) {
   using Four = std::conditional_t<std::is_signed_v<T>, s32, u32>;
   using Eight = std::conditional_t<std::is_signed_v<T>, s64, u64>;
-  run(
-      name, 200, [&](const operands& o, CpuContext* c) { return four(o.p, operand(o.x), c); },
-      [&](const operands& o, CpuContext& c) { return scalar<Four>(operand(o.x), active_count<T>(o.p, c), sign); },
-      true);
-  run(
-      name, 200, [&](const operands& o, CpuContext* c) { return eight(o.p, operand(o.x), c); },
-      [&](const operands& o, CpuContext& c) { return scalar<Eight>(operand(o.x), active_count<T>(o.p, c), sign); },
-      true);
+  run_from_zero(name, 200, near_limits, four,
+                [&](auto& o, auto& c) { return scalar<Four>(o.x, active_count<T>(o.p, c), sign); });
+  run_from_zero(name, 200, near_limits, eight,
+                [&](auto& o, auto& c) { return scalar<Eight>(o.x, active_count<T>(o.p, c), sign); });
 }
 
 TEST(CountPredicate, PlainAndSaturating) {
@@ -213,15 +176,10 @@ TEST(CountPredicate, PlainAndSaturating) {
 TEST(Length, ReadsTheWordWhole) {
   for (s64 imm = -32; imm < 32; ++imm) {
     const auto i = static_cast<u64>(imm);
-    run(
-        "rdvl", 1, [&](const operands&, CpuContext* c) { return VecS64VLX(imm, c); },
-        [&](const operands&, CpuContext& c) { return i * 8 * c.vl_word; }, true);
-    run(
-        "addvl", 1, [&](const operands& o, CpuContext* c) { return VecS64AddVLX(o.x, imm, c); },
-        [&](const operands& o, CpuContext& c) { return o.x + i * 8 * c.vl_word; }, true);
-    run(
-        "addpl", 1, [&](const operands& o, CpuContext* c) { return VecS64AddPLX(o.x, imm, c); },
-        [&](const operands& o, CpuContext& c) { return o.x + i * c.vl_word; }, true);
+    run_from_zero("rdvl", 1, calling(VecS64VLX, imm), [&](auto&, auto& c) { return i * 8 * c.vl_word; });
+    run_from_zero("addvl", 1, calling(VecS64AddVLX, drawn, imm),
+                  [&](auto& o, auto& c) { return o.x + i * 8 * c.vl_word; });
+    run_from_zero("addpl", 1, calling(VecS64AddPLX, drawn, imm), [&](auto& o, auto& c) { return o.x + i * c.vl_word; });
   }
   // Bits above the length's 26: masked out where elements are counted, not in the length queries.
   CpuContext c{0, 0, 0, 0x4000000 | 14, {}};

@@ -20,13 +20,9 @@ wide multiply(wide a, wide b) {
 
 template <class T, class Op>
 void merging(const char* name, sve::routine::vvm* routine, Op op) {
-  run(
-      name, 60, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) {
-          return active<T>(o.p, e) ? op(wide{at<T>(o.a, e)}, wide{at<T>(o.b, e)}) : wide{at<T>(o.a, e)};
-        });
-      });
+  run(name, 60, routine, elements<T>([&](auto& o, auto e) {
+        return active<T>(o.p, e) ? op(wide{at<T>(o.a, e)}, wide{at<T>(o.b, e)}) : wide{at<T>(o.a, e)};
+      }));
 }
 // Old destination, predicate, source.
 template <class T, class Op>
@@ -35,32 +31,20 @@ void unary(const char* name, sve::routine::vvm* routine, Op op) {
 }
 template <class T, class Op>
 void ternary(const char* name, sve::routine::vvvm* routine, Op op) {
-  run(
-      name, 60, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, o.c, c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) {
-          return active<T>(o.p, e) ? op(wide{at<T>(o.a, e)}, wide{at<T>(o.b, e)}, wide{at<T>(o.c, e)})
-                                   : wide{at<T>(o.a, e)};
-        });
-      });
+  run(name, 60, routine, elements<T>([&](auto& o, auto e) {
+        return active<T>(o.p, e) ? op(wide{at<T>(o.a, e)}, wide{at<T>(o.b, e)}, wide{at<T>(o.c, e)})
+                                 : wide{at<T>(o.a, e)};
+      }));
 }
 template <class T, class Op>
 void plain(const char* name, sve::routine::vvx* routine, Op op) {
-  run(
-      name, 30, [&](const operands& o, CpuContext* c) { return routine(o.a, o.b, c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) { return op(wide{at<T>(o.a, e)}, wide{at<T>(o.b, e)}); });
-      });
+  run(name, 30, routine, elements<T>([&](auto& o, auto e) { return op(wide{at<T>(o.a, e)}, wide{at<T>(o.b, e)}); }));
 }
 template <class T, class Routine, class Op>
 void immediate(const char* name, Routine* routine, std::initializer_list<s64> values, Op op) {
-  using Immediate = std::conditional_t<std::is_same_v<Routine, sve::routine::vix_signed>, s64, u64>;
   for (const s64 imm : values)
-    run(
-        name, 5, [&](const operands& o, CpuContext* c) { return routine(o.a, static_cast<Immediate>(imm), c); },
-        [&](const operands& o, CpuContext& c) {
-          return generated<T>(c, [&](auto e) { return op(wide{at<T>(o.a, e)}, wide{imm}); });
-        });
+    run(name, 5, calling(routine, imm),
+        elements<T>([&](auto& o, auto e) { return op(wide{at<T>(o.a, e)}, wide{imm}); }));
 }
 
 constexpr auto add = [](wide a, wide b) { return a + b; };
@@ -172,44 +156,24 @@ u64 amount(wide n) {
 // Every 64-bit element of the second operand is an amount for those that it covers.
 template <class T, class Op>
 void wide_shift(const char* name, sve::routine::vvm* predicated, sve::routine::vvx* unpredicated, Op op) {
-  const auto amounts = [](const operands& o) {
-    VectorV v = o.b;
-    for (std::size_t u = 0; u < 32; u += 2) sve::store<u64>(v.bytes, u, at<u64>(o.b, u) % 70);
-    return v;
+  const auto amounts = [](operands& o) {
+    for (std::size_t u = 0; u < 32; u += 2) sve::store<u64>(o.b.bytes, u, at<u64>(o.b, u) % 70);
   };
-  const auto shifted = [&](const operands& o, const VectorV& n, std::size_t e) {
-    return op(wide{at<T>(o.a, e)}, at<u64>(n, e * sizeof(T) / 8));
-  };
-  run(
-      name, 60, [&](const operands& o, CpuContext* c) { return predicated(o.a, o.p, amounts(o), c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<T>(
-            c, [&](auto e) { return active<T>(o.p, e) ? shifted(o, amounts(o), e) : wide{at<T>(o.a, e)}; });
-      });
-  run(
-      name, 60, [&](const operands& o, CpuContext* c) { return unpredicated(o.a, amounts(o), c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) { return shifted(o, amounts(o), e); });
-      });
+  const auto shifted = [=](auto& o, std::size_t e) { return op(wide{at<T>(o.a, e)}, at<u64>(o.b, e * sizeof(T) / 8)); };
+  run(name, 60, amounts, predicated,
+      elements<T>([&](auto& o, auto e) { return active<T>(o.p, e) ? shifted(o, e) : wide{at<T>(o.a, e)}; }));
+  run(name, 60, amounts, unpredicated, elements<T>(shifted));
 }
 
 template <class T, class Plain, class Op>
 void shift_immediate(const char* name, sve::routine::vim* predicated, Plain* unpredicated, int low, Op op) {
-  using Immediate = std::conditional_t<std::is_same_v<Plain, sve::routine::vix_signed>, s64, u64>;
   for (int imm = low; imm < low + width<T>; ++imm) {
     const u64 n = static_cast<u64>(imm);
-    run(
-        name, 3, [&](const operands& o, CpuContext* c) { return predicated(o.a, o.p, n, c); },
-        [&](const operands& o, CpuContext& c) {
-          return generated<T>(
-              c, [&](auto e) { return active<T>(o.p, e) ? op(wide{at<T>(o.a, e)}, n) : wide{at<T>(o.a, e)}; });
-        });
+    run(name, 3, calling(predicated, n), elements<T>([&](auto& o, auto e) {
+          return active<T>(o.p, e) ? op(wide{at<T>(o.a, e)}, n) : wide{at<T>(o.a, e)};
+        }));
     if (unpredicated)
-      run(
-          name, 2, [&](const operands& o, CpuContext* c) { return unpredicated(o.a, static_cast<Immediate>(n), c); },
-          [&](const operands& o, CpuContext& c) {
-            return generated<T>(c, [&](auto e) { return op(wide{at<T>(o.a, e)}, n); });
-          });
+      run(name, 2, calling(unpredicated, n), elements<T>([&](auto& o, auto e) { return op(wide{at<T>(o.a, e)}, n); }));
   }
 }
 
@@ -315,15 +279,12 @@ TEST(Bits, CountsAndReversal) {
 
 template <class T, class Step>
 void reduce(const char* name, sve::routine::pv_scalar* routine, wide start, Step step, u64 (*finish)(wide)) {
-  run(
-      name, 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, c); },
-      [&](const operands& o, CpuContext& c) {
-        wide r = start;
-        for (std::size_t e = 0; e < count<T>(c); ++e)
-          if (active<T>(o.p, e)) r = step(r, wide{at<T>(o.a, e)});
-        return finish(r);
-      },
-      true);
+  run_from_zero(name, 200, routine, [&](auto& o, auto& c) {
+    wide r = start;
+    for (std::size_t e = 0; e < count<T>(c); ++e)
+      if (active<T>(o.p, e)) r = step(r, wide{at<T>(o.a, e)});
+    return finish(r);
+  });
 }
 
 constexpr auto whole = [](wide r) { return static_cast<u64>(r); };
@@ -372,16 +333,11 @@ void dot(const char* name, sve::routine::vvvx* routine, sve::routine::vvvix* ind
       return sum;
     });
   };
-  run(
-      name, 60, [&](const operands& o, CpuContext* c) { return routine(o.a, o.b, o.c, c); },
-      [&](const operands& o, CpuContext& c) { return expect(o, c, [](auto e) { return e; }); });
+  run(name, 60, routine, [&](auto& o, auto& c) { return expect(o, c, [](auto e) { return e; }); });
   constexpr std::size_t lanes = 16 / sizeof(T);  // of a 128-bit segment
   for (u64 index = 0; index < lanes; ++index)
-    run(
-        name, 60, [&](const operands& o, CpuContext* c) { return indexed(o.a, o.b, o.c, index, c); },
-        [&](const operands& o, CpuContext& c) {
-          return expect(o, c, [&](auto e) { return e / lanes * lanes + index; });
-        });
+    run(name, 60, calling(indexed, index),
+        [&](auto& o, auto& c) { return expect(o, c, [&](auto e) { return e / lanes * lanes + index; }); });
 }
 
 TEST(Dot, PlainAndIndexed) {
@@ -411,11 +367,8 @@ TEST(Address, BasePlusScaledOffset) {
 
 // A wrong result is shown with its operands: those that the routine reads.
 void expect_a_wrong_sum() {
-  run(
-      "wrong sum", 1, [](const operands& o, CpuContext* c) { return VecU16AddVVX(o.a, o.b, c); },
-      [](const operands& o, CpuContext& c) {
-        return generated<u16>(c, [&](auto e) { return at<u16>(o.a, e) + at<u16>(o.b, e) + (e == 2); });
-      });
+  run("wrong sum", 1, VecU16AddVVX,
+      elements<u16>([&](auto& o, auto e) { return at<u16>(o.a, e) + at<u16>(o.b, e) + (e == 2); }));
 }
 
 TEST(Failures, TellOperandsAndResultsByElement) {

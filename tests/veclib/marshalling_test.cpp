@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "sve/decode/table.h"
+#include "tests/states.h"
 #include "values.h"
 
 namespace {
@@ -13,59 +13,30 @@ using namespace veclib_test;
 using sve::vector_bytes;
 using sve::decode::kind;
 
-struct place {
-  const sve::decode::map* map = nullptr;
-  const sve::decode::row* row = nullptr;
-};
-
-template <class Body>
-void for_each_row(Body body) {
-  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& r : m->rows) body(place{m, &r});
-}
-
-/// The word of the row of that name, with no operands.
-u32 word_of(std::string_view name) {
-  u32 word = 0;
-  for_each_row([&](place at) {
-    if (at.row->name == name) word = at.map->word(at.row->key);
-  });
-  EXPECT_NE(word, 0u) << name;
-  return word;
-}
-
 aarch64_decode_rc execute(cpu_state& state, u32 word) { return sve::decode::find_row(word)->handle(&state, word); }
 
+// With controls and status of those bits alone that mean something.
 cpu_state random_state(Random& random) {
-  cpu_state state{};
-  for (auto& z : state.z)
-    for (std::size_t i = 0; i < vector_bytes; i += 8) sve::store<u64>(z + i, 0, random_word(random));
-  for (auto& p : state.p)
-    for (byte& b : p) b = static_cast<byte>(random());
-  for (byte& b : state.ffr) b = static_cast<byte>(random());
-  for (u64& x : state.x) x = random_word(random);
-  state.sp = random();
+  cpu_state state = test::random_state(random);
   state.pc = reinterpret_cast<u32*>(random());
-  state.nzcv = random();
-  state.fpsr = static_cast<u32>(random()) & 0x9f;
-  state.fpcr = static_cast<u32>(random()) & 0x07c80000;
+  state.fpsr &= 0x9f;
+  state.fpcr &= 0x07c80000;
   state.fpcr_extra = static_cast<u32>(random()) & 0x07c00000;
-  state.instr = random();
   return state;
 }
 
 TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
   Random random(11);
   int rows = 0;
-  for_each_row([&](place at) {
-    if (at.row->model != kind::library || at.row->function->is_memory()) return;
+  for_each_row([&](auto& map, auto& row) {
+    if (row.model != kind::library || row.function->is_memory()) return;
     ++rows;
     for (int i = 0; i < 4; ++i) {
-      const u32 word = at.map->word(at.row->key) | (static_cast<u32>(random()) & ~at.map->fixed_bits);
+      const u32 word = map.word(row.key) | (static_cast<u32>(random()) & ~map.fixed_bits);
       const cpu_state before = random_state(random);
       cpu_state s = before;
-      ASSERT_EQ(at.row->handle(&s, word), AARCH64_DECODE_EXECUTED);
-      const std::string_view name = at.row->name;
+      ASSERT_EQ(row.handle(&s, word), AARCH64_DECODE_EXECUTED);
+      const std::string_view name = row.name;
       EXPECT_EQ(s.instr, before.instr) << name;
       EXPECT_EQ(s.fpcr, before.fpcr | before.fpcr_extra) << name;
       EXPECT_EQ(s.fpcr_extra, before.fpcr_extra) << name;
@@ -75,7 +46,7 @@ TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
       EXPECT_EQ(s.sp, before.sp) << name;
       for (std::size_t b = 0; b < vector_bytes; ++b)
         ASSERT_EQ(s.ffr[b], before.ffr[b] & 1) << name;  // the same, as 0 or 1
-      for (const sve::decode::operand& o : at.row->operands())
+      for (const sve::decode::operand& o : row.operands())
         if (o.is_written() && o.kind == sve::decode::operand_kind::p) {
           const byte* p = s.p[o.number(word)];
           EXPECT_TRUE(std::all_of(p, p + vector_bytes, [](byte bit) { return bit <= 1; })) << name;
@@ -89,13 +60,13 @@ TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
 TEST(Marshalling, PrefetchesTouchNothing) {
   Random random(12);
   int rows = 0;
-  for_each_row([&](place at) {
-    if (at.row->model != kind::prefetch) return;
+  for_each_row([&](auto& map, auto& row) {
+    if (row.model != kind::prefetch) return;
     ++rows;
     const cpu_state before = random_state(random);
     cpu_state s = before;
-    EXPECT_EQ(at.row->handle(&s, at.map->word(at.row->key) | (static_cast<u32>(random()) & ~at.map->fixed_bits)), 0);
-    EXPECT_EQ(std::memcmp(&s, &before, sizeof s), 0) << at.row->name;
+    EXPECT_EQ(row.handle(&s, map.word(row.key) | (static_cast<u32>(random()) & ~map.fixed_bits)), 0);
+    EXPECT_EQ(std::memcmp(&s, &before, sizeof s), 0) << row.name;
   });
   EXPECT_GT(rows, 0);
 }

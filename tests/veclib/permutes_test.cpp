@@ -1,21 +1,10 @@
 // Moves of elements in the vector library, against plain index arithmetic.
+#include "tests/index_rules.h"
 #include "values.h"
 
 namespace {
 
 using namespace veclib_test;
-
-// ---- Two sources: element i of the result is element rule(i, n) of the sources joined ----
-
-using index_rule = std::size_t (*)(std::size_t i, std::size_t n);
-std::size_t zip(std::size_t i, std::size_t n, std::size_t base) { return base + i / 2 + (i % 2 ? n : 0); }
-const index_rule zip1 = [](std::size_t i, std::size_t n) { return zip(i, n, 0); };
-const index_rule zip2 = [](std::size_t i, std::size_t n) { return zip(i, n, n / 2); };
-const index_rule uzp1 = [](std::size_t i, std::size_t) { return 2 * i; };
-const index_rule uzp2 = [](std::size_t i, std::size_t) { return 2 * i + 1; };
-const index_rule trn1 = [](std::size_t i, std::size_t n) { return i % 2 ? n + i - 1 : i; };
-const index_rule trn2 = [](std::size_t i, std::size_t n) { return i % 2 ? n + i : i + 1; };
-const index_rule reverse = [](std::size_t i, std::size_t n) { return n - 1 - i; };
 
 template <class T>
 VectorV permuted(const VectorV& a, const VectorV& b, const CpuContext& c, index_rule rule) {
@@ -45,89 +34,68 @@ template <class T>
 void check_vectors(const char* name, sve::routine::vvx* routine, index_rule rule) {
   run(
       name, 30,
-      [&](const operands& o, CpuContext* c) {
-        return undefined(rule, count<T>(*c)) ? VectorV{} : routine(o.a, o.b, c);
-      },
-      [&](const operands& o, CpuContext& c) {
-        return undefined(rule, count<T>(c)) ? VectorV{} : permuted<T>(o.a, o.b, c, rule);
-      });
+      [&](auto& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? VectorV{} : routine(o.a, o.b, c); },
+      [&](auto& o, auto& c) { return undefined(rule, count<T>(c)) ? VectorV{} : permuted<T>(o.a, o.b, c, rule); });
 }
 template <class T>
 void check_predicates(const char* name, sve::routine::ppp* routine, index_rule rule) {
-  run(
-      name, 60,
-      [&](const operands& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? PredV{} : routine(o.p, o.q, c); },
-      [&](const operands& o, CpuContext& c) {
-        return undefined(rule, count<T>(c)) ? PredV{} : permuted<T>(o.p, o.q, c, rule);
-      },
-      true);
+  run_from_zero(
+      name, 60, [&](auto& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? PredV{} : routine(o.p, o.q, c); },
+      [&](auto& o, auto& c) { return undefined(rule, count<T>(c)) ? PredV{} : permuted<T>(o.p, o.q, c, rule); });
 }
 
 TEST(Permute, Vectors) {
-#define CHECK(Type, T)                                                                                \
-  check_vectors<T>("zip1 " #Type, Vec##Type##Zip1VV, zip1);                                           \
-  check_vectors<T>("zip2 " #Type, Vec##Type##Zip2VV, zip2);                                           \
-  check_vectors<T>("uzp1 " #Type, Vec##Type##Uzp1VV, uzp1);                                           \
-  check_vectors<T>("uzp2 " #Type, Vec##Type##Uzp2VV, uzp2);                                           \
-  check_vectors<T>("trn1 " #Type, Vec##Type##Trn1VV, trn1);                                           \
-  check_vectors<T>("trn2 " #Type, Vec##Type##Trn2VV, trn2);                                           \
-  run(                                                                                                \
-      "rev " #Type, 30, [](const operands& o, CpuContext* c) { return Vec##Type##ReverseV(o.a, c); }, \
-      [](const operands& o, CpuContext& c) { return permuted<T>(o.a, o.a, c, reverse); });
+#define CHECK(Type, T)                                      \
+  check_vectors<T>("zip1 " #Type, Vec##Type##Zip1VV, zip1); \
+  check_vectors<T>("zip2 " #Type, Vec##Type##Zip2VV, zip2); \
+  check_vectors<T>("uzp1 " #Type, Vec##Type##Uzp1VV, uzp1); \
+  check_vectors<T>("uzp2 " #Type, Vec##Type##Uzp2VV, uzp2); \
+  check_vectors<T>("trn1 " #Type, Vec##Type##Trn1VV, trn1); \
+  check_vectors<T>("trn2 " #Type, Vec##Type##Trn2VV, trn2); \
+  run("rev " #Type, 30, Vec##Type##ReverseV, [&](auto& o, auto& c) { return permuted<T>(o.a, o.a, c, reverse); });
   FOR_UNSIGNED(CHECK)
 #undef CHECK
 }
 
 TEST(Permute, Predicates) {
-#define CHECK(Type, T)                                                                                \
-  check_predicates<T>("zip1 " #Type, Vec##Type##Zip1PP, zip1);                                        \
-  check_predicates<T>("zip2 " #Type, Vec##Type##Zip2PP, zip2);                                        \
-  check_predicates<T>("uzp1 " #Type, Vec##Type##Uzp1PP, uzp1);                                        \
-  check_predicates<T>("uzp2 " #Type, Vec##Type##Uzp2PP, uzp2);                                        \
-  check_predicates<T>("trn1 " #Type, Vec##Type##Trn1PP, trn1);                                        \
-  check_predicates<T>("trn2 " #Type, Vec##Type##Trn2PP, trn2);                                        \
-  run(                                                                                                \
-      "rev " #Type, 60, [](const operands& o, CpuContext* c) { return Vec##Type##ReverseP(o.p, c); }, \
-      [](const operands& o, CpuContext& c) { return permuted<T>(o.p, o.p, c, reverse); }, true);
+#define CHECK(Type, T)                                         \
+  check_predicates<T>("zip1 " #Type, Vec##Type##Zip1PP, zip1); \
+  check_predicates<T>("zip2 " #Type, Vec##Type##Zip2PP, zip2); \
+  check_predicates<T>("uzp1 " #Type, Vec##Type##Uzp1PP, uzp1); \
+  check_predicates<T>("uzp2 " #Type, Vec##Type##Uzp2PP, uzp2); \
+  check_predicates<T>("trn1 " #Type, Vec##Type##Trn1PP, trn1); \
+  check_predicates<T>("trn2 " #Type, Vec##Type##Trn2PP, trn2); \
+  run_from_zero("rev " #Type, 60, Vec##Type##ReverseP,         \
+                [&](auto& o, auto& c) { return permuted<T>(o.p, o.p, c, reverse); });
   FOR_PREDICATES(CHECK)
 #undef CHECK
   for (const bool high : {false, true})
-    run(
-        "punpk", 60, [&](const operands& o, CpuContext* c) { return (high ? VecPUnpackHiP : VecPUnpackLoP)(o.p, c); },
-        [&](const operands& o, CpuContext& c) {
-          const std::size_t n = count<u16>(c);
-          return canonical<u16>(c, [&](auto e) { return bit(o.p, (high ? n : 0) + e); });
-        },
-        true);
+    run_from_zero("punpk", 60, high ? VecPUnpackHiP : VecPUnpackLoP, [&](auto& o, auto& c) {
+      const std::size_t n = count<u16>(c);
+      return canonical<u16>(c, [&](auto e) { return bit(o.p, (high ? n : 0) + e); });
+    });
 }
 
 TEST(Permute, Slide) {
   for (u64 imm = 0; imm < 256; ++imm)
-    run(
-        "ext", 1, [&](const operands& o, CpuContext* c) { return VecU8SlideVI(o.a, o.b, imm, c); },
-        [&](const operands& o, CpuContext& c) {
-          const std::size_t n = count<u8>(c);
-          return generated<u8>(c, [&](auto i) {
-            const std::size_t from = i + (imm < n ? imm : 0);
-            return from < n ? o.a.bytes[from] : o.b.bytes[from - n];
-          });
-        });
+    run("ext", 1, calling(VecU8SlideVI, imm), [&](auto& o, auto& c) {
+      const std::size_t n = count<u8>(c);
+      return generated<u8>(c, [&](auto i) {
+        const std::size_t from = i + (imm < n ? imm : 0);
+        return from < n ? o.a.bytes[from] : o.b.bytes[from - n];
+      });
+    });
 }
 
 template <class T>
 void check_lookup(sve::routine::vvx* routine) {
-  const auto indices = [](const operands& o) {
-    VectorV v = o.b;
-    for (std::size_t e = 0; e < 256 / sizeof(T); e += 2) sve::store<T>(v.bytes, e, static_cast<T>(at<T>(o.b, e) % 300));
-    return v;
+  const auto indices = [](operands& o) {
+    for (std::size_t e = 0; e < 256 / sizeof(T); e += 2)
+      sve::store<T>(o.b.bytes, e, static_cast<T>(at<T>(o.b, e) % 300));
   };
-  run(
-      "tbl", 60, [&](const operands& o, CpuContext* c) { return routine(o.a, indices(o), c); },
-      [&](const operands& o, CpuContext& c) {
-        const VectorV index = indices(o);
-        return generated<T>(c,
-                            [&](auto e) { return at<T>(index, e) < count<T>(c) ? at<T>(o.a, at<T>(index, e)) : T{0}; });
-      });
+  run("tbl", 60, indices, routine, elements<T>([](auto& o, auto e, auto& c) {
+        return at<T>(o.b, e) < count<T>(c) ? at<T>(o.a, at<T>(o.b, e)) : T{0};
+      }));
 }
 
 // ---- Under a predicate ----
@@ -142,27 +110,23 @@ int last_active(const operands& o, const CpuContext& c) {
 
 template <class T>
 void check_splice(sve::routine::pvv* routine) {
-  run(
-      "splice", 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, o.b, c); },
-      [](const operands& o, CpuContext& c) {
-        const int last = last_active<T>(o, c);
-        std::size_t first = 0;
-        while (last >= 0 && !active<T>(o.p, first)) ++first;
-        const std::size_t taken = last < 0 ? 0 : static_cast<std::size_t>(last) - first + 1;
-        return generated<T>(c, [&](auto e) { return e < taken ? at<T>(o.a, first + e) : at<T>(o.b, e - taken); });
-      });
+  run("splice", 200, routine, [&](auto& o, auto& c) {
+    const int last = last_active<T>(o, c);
+    std::size_t first = 0;
+    while (last >= 0 && !active<T>(o.p, first)) ++first;
+    const std::size_t taken = last < 0 ? 0 : static_cast<std::size_t>(last) - first + 1;
+    return generated<T>(c, [&](auto e) { return e < taken ? at<T>(o.a, first + e) : at<T>(o.b, e - taken); });
+  });
 }
 template <class T>
 void check_compress(sve::routine::pv* routine) {
-  run(
-      "compact", 200, [&](const operands& o, CpuContext* c) { return routine(o.p, o.a, c); },
-      [](const operands& o, CpuContext& c) {
-        VectorV r{};
-        std::size_t k = 0;
-        for (std::size_t e = 0; e < count<T>(c); ++e)
-          if (active<T>(o.p, e)) sve::store<T>(r.bytes, k++, at<T>(o.a, e));
-        return r;
-      });
+  run("compact", 200, routine, [&](auto& o, auto& c) {
+    VectorV r{};
+    std::size_t k = 0;
+    for (std::size_t e = 0; e < count<T>(c); ++e)
+      if (active<T>(o.p, e)) sve::store<T>(r.bytes, k++, at<T>(o.a, e));
+    return r;
+  });
 }
 
 // LAST A and B: the element, or `none` if no element is active.
@@ -180,18 +144,10 @@ T last_b(const operands& o, const CpuContext& c, T none) {
 template <class T>
 void check_extracts(sve::routine::pv_scalar* a, sve::routine::pv_scalar* b, sve::routine::psv_scalar* cond_a,
                     sve::routine::psv_scalar* cond_b) {
-  run(
-      "lasta", 100, [&](const operands& o, CpuContext* c) { return a(o.p, o.a, c); },
-      [](const operands& o, CpuContext& c) { return u64{last_a<T>(o, c, at<T>(o.a, 0))}; });
-  run(
-      "lastb", 100, [&](const operands& o, CpuContext* c) { return b(o.p, o.a, c); },
-      [](const operands& o, CpuContext& c) { return u64{last_b<T>(o, c, at<T>(o.a, count<T>(c) - 1))}; });
-  run(
-      "clasta", 100, [&](const operands& o, CpuContext* c) { return cond_a(o.p, o.x, o.a, c); },
-      [](const operands& o, CpuContext& c) { return u64{last_a<T>(o, c, static_cast<T>(o.x))}; }, true);
-  run(
-      "clastb", 100, [&](const operands& o, CpuContext* c) { return cond_b(o.p, o.x, o.a, c); },
-      [](const operands& o, CpuContext& c) { return u64{last_b<T>(o, c, static_cast<T>(o.x))}; }, true);
+  run("lasta", 100, a, [&](auto& o, auto& c) { return u64{last_a<T>(o, c, at<T>(o.a, 0))}; });
+  run("lastb", 100, b, [&](auto& o, auto& c) { return u64{last_b<T>(o, c, at<T>(o.a, count<T>(c) - 1))}; });
+  run_from_zero("clasta", 100, cond_a, [&](auto& o, auto& c) { return u64{last_a<T>(o, c, static_cast<T>(o.x))}; });
+  run_from_zero("clastb", 100, cond_b, [&](auto& o, auto& c) { return u64{last_b<T>(o, c, static_cast<T>(o.x))}; });
   // At length 0 the answer is undefined, but nothing outside the vector is read.
   CpuContext c{0, 0, 0, 0, {}};
   const VectorV v{};
@@ -206,29 +162,19 @@ void check_under_predicate(sve::routine::pvv* select, sve::routine::vvm* move_me
     return generated<T>(c, [&](auto e) { return active<T>(p, e) ? value(e) : otherwise(e); });
   };
   const auto of = [](const VectorV& v) { return [&v](auto e) { return at<T>(v, e); }; };
-  run(
-      "sel", 40, [&](const operands& o, CpuContext* c) { return select(o.p, o.a, o.b, c); },
-      [&](const operands& o, CpuContext& c) { return blend(o.p, c, of(o.a), of(o.b)); });
-  run(
-      "movprfx m", 40, [&](const operands& o, CpuContext* c) { return move_merging(o.b, o.p, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return blend(o.p, c, of(o.a), of(o.b)); });
-  run(
-      "movprfx z", 40, [&](const operands& o, CpuContext* c) { return move_zeroing(o.p, o.a, c); },
-      [&](const operands& o, CpuContext& c) { return blend(o.p, c, of(o.a), [](auto) { return T{0}; }); });
+  run("sel", 40, select, [&](auto& o, auto& c) { return blend(o.p, c, of(o.a), of(o.b)); });
+  run("movprfx m", 40, move_merging, [&](auto& o, auto& c) { return blend(o.p, c, of(o.b), of(o.a)); });
+  run("movprfx z", 40, move_zeroing,
+      [&](auto& o, auto& c) { return blend(o.p, c, of(o.a), [](auto) { return T{0}; }); });
   const auto everywhere = [](T value, const CpuContext& c) { return generated<T>(c, [&](auto) { return value; }); };
-  run(
-      "clasta v", 60, [&](const operands& o, CpuContext* c) { return vector_a(o.p, o.b, o.a, c); },
-      [&](const operands& o, CpuContext& c) {
-        return last_active<T>(o, c) < 0 ? o.b : everywhere(last_a<T>(o, c, 0), c);
-      });
-  run(
-      "clastb v", 60, [&](const operands& o, CpuContext* c) { return vector_b(o.p, o.b, o.a, c); },
-      [&](const operands& o, CpuContext& c) {
-        return last_active<T>(o, c) < 0 ? o.b : everywhere(last_b<T>(o, c, 0), c);
-      });
-  run(
-      "dup", 10, [&](const operands& o, CpuContext* c) { return dup(o.x, c); },
-      [&](const operands& o, CpuContext& c) { return everywhere(static_cast<T>(o.x), c); });
+  const auto swapped = [](auto routine) {
+    return [routine](const operands& o, CpuContext* c) { return routine(o.p, o.b, o.a, c); };
+  };
+  run("clasta v", 60, swapped(vector_a),
+      [&](auto& o, auto& c) { return last_active<T>(o, c) < 0 ? o.b : everywhere(last_a<T>(o, c, 0), c); });
+  run("clastb v", 60, swapped(vector_b),
+      [&](auto& o, auto& c) { return last_active<T>(o, c) < 0 ? o.b : everywhere(last_b<T>(o, c, 0), c); });
+  run("dup", 10, dup, [&](auto& o, auto& c) { return everywhere(static_cast<T>(o.x), c); });
 }
 
 TEST(UnderPredicate, EveryElementSize) {
@@ -250,43 +196,26 @@ TEST(UnderPredicate, EveryElementSize) {
 // A scalar into the vector's low end, or into active elements.
 template <class T>
 void check_scalars(sve::routine::vix* insert, sve::routine::vim* copy) {
-  run(
-      "insr", 40, [&](const operands& o, CpuContext* c) { return insert(o.a, o.x, c); },
-      [](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) { return e == 0 ? static_cast<T>(o.x) : at<T>(o.a, e - 1); });
-      });
-  run(
-      "cpy", 40, [&](const operands& o, CpuContext* c) { return copy(o.a, o.p, o.x, c); },
-      [](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(o.x) : at<T>(o.a, e); });
-      });
+  run("insr", 40, insert,
+      elements<T>([&](auto& o, auto e) { return e == 0 ? static_cast<T>(o.x) : at<T>(o.a, e - 1); }));
+  run("cpy", 40, copy,
+      elements<T>([&](auto& o, auto e) { return active<T>(o.p, e) ? static_cast<T>(o.x) : at<T>(o.a, e); }));
 }
 
 template <class T>
 void check_immediates(sve::routine::i_signed* dup, sve::routine::vim_signed* merging, sve::routine::iz* zeroing) {
   for (const s64 imm : {s64{0}, s64{-1}, s64{127}, s64{-32768}}) {
-    run(
-        "dup", 3, [&](const operands&, CpuContext* c) { return dup(imm, c); },
-        [&](const operands&, CpuContext& c) { return generated<T>(c, [&](auto) { return imm; }); });
-    run(
-        "cpy m", 10, [&](const operands& o, CpuContext* c) { return merging(o.a, o.p, imm, c); },
-        [&](const operands& o, CpuContext& c) {
-          return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : at<T>(o.a, e); });
-        });
-    run(
-        "cpy z", 10, [&](const operands& o, CpuContext* c) { return zeroing(o.p, imm, c); },
-        [&](const operands& o, CpuContext& c) {
-          return generated<T>(c, [&](auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : T{0}; });
-        });
+    run("dup", 3, calling(dup, imm), [&](auto&, auto& c) { return generated<T>(c, [&](auto) { return imm; }); });
+    run("cpy m", 10, calling(merging, imm),
+        elements<T>([&](auto& o, auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : at<T>(o.a, e); }));
+    run("cpy z", 10, calling(zeroing, imm),
+        elements<T>([&](auto& o, auto e) { return active<T>(o.p, e) ? static_cast<T>(imm) : T{0}; }));
   }
 }
 
 template <class T>
 void check_index(sve::routine::ii_signed* routine) {
-  run(
-      "index", 40,
-      [&](const operands& o, CpuContext* c) { return routine(static_cast<s64>(o.x), static_cast<s64>(o.y), c); },
-      [](const operands& o, CpuContext& c) { return generated<T>(c, [&](auto e) { return o.x + e * o.y; }); });
+  run("index", 40, routine, elements<T>([&](auto& o, auto e) { return o.x + e * o.y; }));
 }
 
 TEST(Scalars, InsertCopyBroadcastAndIndex) {
@@ -305,22 +234,16 @@ TEST(Scalars, InsertCopyBroadcastAndIndex) {
   check_index<T>(Vec##Type##IndexSS);
   FOR_SIGNED(CHECK)
 #undef CHECK
-  run(
-      "dupm", 10, [](const operands& o, CpuContext* c) { return VecS64DupMaskI(o.x, c); },
-      [](const operands& o, CpuContext& c) { return generated<u64>(c, [&](auto) { return o.x; }); });
-  run(
-      "move", 10, [](const operands& o, CpuContext* c) { return VecU32SpecialMoveV(o.a, c); },
-      [](const operands& o, CpuContext&) { return o.a; });
+  run("dupm", 10, VecS64DupMaskI, [&](auto& o, auto& c) { return generated<u64>(c, [&](auto) { return o.x; }); });
+  run("move", 10, VecU32SpecialMoveV, [&](auto& o, auto&) { return o.a; });
 }
 
 TEST(Scalars, IndexedBroadcast) {
   for (u64 index = 0; index < 260; ++index) {
-#define CHECK(Type, T)                                                                                       \
-  run(                                                                                                       \
-      "dup " #Type, 1, [&](const operands& o, CpuContext* c) { return Vec##Type##ExtDupVI(o.a, index, c); }, \
-      [&](const operands& o, CpuContext& c) {                                                                \
-        return generated<T>(c, [&](auto) { return index < count<T>(c) ? at<T>(o.a, index) : T{0}; });        \
-      });
+#define CHECK(Type, T)                                                                            \
+  run("dup " #Type, 1, calling(Vec##Type##ExtDupVI, index), [&](auto& o, auto& c) {               \
+    return generated<T>(c, [&](auto) { return index < count<T>(c) ? at<T>(o.a, index) : T{0}; }); \
+  });
     FOR_UNSIGNED(CHECK)
 #undef CHECK
     // Whole 128-bit units: the odd half at one granule, if any, stays out of it.
@@ -339,34 +262,23 @@ TEST(Scalars, IndexedBroadcast) {
 
 template <class T, class From>
 void check_extend(const char* name, sve::routine::vvm* routine) {
-  run(
-      name, 40, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
-      [](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) {
-          return active<T>(o.p, e) ? static_cast<T>(static_cast<From>(at<T>(o.b, e))) : at<T>(o.a, e);
-        });
-      });
+  run(name, 40, routine, elements<T>([&](auto& o, auto e) {
+        return active<T>(o.p, e) ? static_cast<T>(static_cast<From>(at<T>(o.b, e))) : at<T>(o.a, e);
+      }));
 }
 template <class T, class Narrow>
 void check_unpack(const char* name, sve::routine::v* low, sve::routine::v* high) {
   for (const bool upper : {false, true})
-    run(
-        name, 20, [&](const operands& o, CpuContext* c) { return (upper ? high : low)(o.a, c); },
-        [&](const operands& o, CpuContext& c) {
-          return generated<T>(c, [&](auto e) { return at<Narrow>(o.a, (upper ? count<T>(c) : 0) + e); });
-        });
+    run(name, 20, upper ? high : low,
+        elements<T>([&](auto& o, auto e, auto& c) { return at<Narrow>(o.a, (upper ? count<T>(c) : 0) + e); }));
 }
 template <class T>
 void check_reversal(const char* name, sve::routine::vvm* routine, std::size_t unit) {
-  run(
-      name, 40, [&](const operands& o, CpuContext* c) { return routine(o.a, o.p, o.b, c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<u8>(c, [&](auto i) {
-          const std::size_t e = i / sizeof(T), within = i % sizeof(T);
-          const std::size_t from = sizeof(T) - unit - within / unit * unit + within % unit;
-          return active<T>(o.p, e) ? o.b.bytes[e * sizeof(T) + from] : o.a.bytes[i];
-        });
-      });
+  run(name, 40, routine, elements<u8>([&](auto& o, auto i) {
+        const std::size_t e = i / sizeof(T), within = i % sizeof(T);
+        const std::size_t from = sizeof(T) - unit - within / unit * unit + within % unit;
+        return active<T>(o.p, e) ? o.b.bytes[e * sizeof(T) + from] : o.a.bytes[i];
+      }));
 }
 
 TEST(Elements, ExtendsUnpacksAndReversals) {

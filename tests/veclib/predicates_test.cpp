@@ -168,21 +168,14 @@ TEST(Logic, BitsAndFlagsAlsoAtLengthZero) {
     const auto result = [&](const operands& o) {
       return bits_of([&](auto i) { return bit(o.p, i) && l.op(bit(o.q, i), bit(o.r, i)); });
     };
-    run(
-        l.name, 60, [&](const operands& o, CpuContext* c) { return l.plain(o.p, o.q, o.r, c); },
-        [&](const operands& o, CpuContext&) { return result(o); }, true);
-    run(
-        l.name, 60, [&](const operands& o, CpuContext* c) { return l.flagged(o.p, o.q, o.r, c); },
-        [&](const operands& o, CpuContext& c) {
-          define_flags(c, o.p, result(o), 1);
-          return result(o);
-        },
-        true);
+    run_from_zero(l.name, 60, l.plain, [&](auto& o, auto&) { return result(o); });
+    run_from_zero(l.name, 60, l.flagged, [&](auto& o, auto& c) {
+      define_flags(c, o.p, result(o), 1);
+      return result(o);
+    });
   }
-  run(
-      "sel", 60, [](const operands& o, CpuContext* c) { return VecPSelPP(o.p, o.q, o.r, c); },
-      [](const operands& o, CpuContext&) { return bits_of([&](auto i) { return bit(bit(o.p, i) ? o.q : o.r, i); }); },
-      true);
+  run_from_zero("sel", 60, VecPSelPP,
+                [&](auto& o, auto&) { return bits_of([&](auto i) { return bit(bit(o.p, i) ? o.q : o.r, i); }); });
 }
 
 // ---- Generation ----
@@ -194,17 +187,12 @@ void check_true(sve::routine::pattern_p* plain, sve::routine::pattern_p* flagged
       const int n = restated_length(pattern, static_cast<int>(count<T>(c)));
       return canonical<T>(c, [&](auto e) { return static_cast<int>(e) < n; });
     };
-    run(
-        "ptrue", 2, [&](const operands&, CpuContext* c) { return plain(pattern, c); },
-        [&](const operands&, CpuContext& c) { return result(c); }, true);
-    run(
-        "ptrues", 2, [&](const operands&, CpuContext* c) { return flagged(pattern, c); },
-        [&](const operands&, CpuContext& c) {
-          const PredV r = result(c);
-          define_flags(c, r, r, sizeof(T));  // its own mask
-          return r;
-        },
-        true);
+    run_from_zero("ptrue", 2, calling(plain, pattern), [&](auto&, auto& c) { return result(c); });
+    run_from_zero("ptrues", 2, calling(flagged, pattern), [&](auto&, auto& c) {
+      const PredV r = result(c);
+      define_flags(c, r, r, sizeof(T));  // its own mask
+      return r;
+    });
   }
 }
 
@@ -212,9 +200,7 @@ TEST(Generate, TrueByPattern) {
 #define CHECK(Type, T) check_true<T>(Vec##Type##TrueI, Vec##Type##TrueFlgI);
   FOR_PREDICATES(CHECK)
 #undef CHECK
-  run(
-      "pfalse", 3, [](const operands&, CpuContext* c) { return VecPFalse(c); },
-      [](const operands&, CpuContext&) { return PredV{}; }, true);
+  run_from_zero("pfalse", 3, VecPFalse, [&](auto&, auto&) { return PredV{}; });
 }
 
 std::vector<u64> limits() {
@@ -317,40 +303,27 @@ TEST(Break, AAndB) {
   } const breaks[] = {{"brka", VecPBreakAPZ, VecPBreakAFlgPZ, VecPBreakAPM, true},
                       {"brkb", VecPBreakBPZ, VecPBreakBFlgPZ, VecPBreakBPM, false}};
   for (const auto& b : breaks) {
-    run(
-        b.name, 200, [&](const operands& o, CpuContext* c) { return b.zeroing(o.p, o.q, c); },
-        [&](const operands& o, CpuContext&) { return brk(o.p, o.q, b.after); }, true);
-    run(
-        b.name, 200, [&](const operands& o, CpuContext* c) { return b.flagged(o.p, o.q, c); },
-        [&](const operands& o, CpuContext& c) {
-          const PredV r = brk(o.p, o.q, b.after);
-          define_flags(c, o.p, r, 1);
-          return r;
-        },
-        true);
-    run(
-        b.name, 200, [&](const operands& o, CpuContext* c) { return b.merging(o.r, o.p, o.q, c); },
-        [&](const operands& o, CpuContext&) {
-          const PredV r = brk(o.p, o.q, b.after);
-          return bits_of([&](auto i) { return bit(bit(o.p, i) ? r : o.r, i); });
-        },
-        true);
+    run_from_zero(b.name, 200, b.zeroing, [&](auto& o, auto&) { return brk(o.p, o.q, b.after); });
+    run_from_zero(b.name, 200, b.flagged, [&](auto& o, auto& c) {
+      const PredV r = brk(o.p, o.q, b.after);
+      define_flags(c, o.p, r, 1);
+      return r;
+    });
+    run_from_zero(b.name, 200, b.merging, [&](auto& o, auto&) {
+      const PredV r = brk(o.q, o.r, b.after);
+      return bits_of([&](auto i) { return bit(bit(o.q, i) ? r : o.p, i); });
+    });
   }
 }
 
 TEST(Break, Next) {
   const auto result = [](const operands& o, const CpuContext& c) { return last_true(o.p, o.q, c) ? o.r : PredV{}; };
-  run(
-      "brkn", 300, [](const operands& o, CpuContext* c) { return VecPBreakNextPZ(o.p, o.q, o.r, c); },
-      [&](const operands& o, CpuContext& c) { return result(o, c); }, true);
-  run(
-      "brkns", 300, [](const operands& o, CpuContext* c) { return VecPBreakNextFlgPZ(o.p, o.q, o.r, c); },
-      [&](const operands& o, CpuContext& c) {
-        const PredV r = result(o, c);
-        define_flags(c, bits_of([](auto) { return true; }), r, 1);  // an all-true mask, not the governing one
-        return r;
-      },
-      true);
+  run_from_zero("brkn", 300, VecPBreakNextPZ, [&](auto& o, auto& c) { return result(o, c); });
+  run_from_zero("brkns", 300, VecPBreakNextFlgPZ, [&](auto& o, auto& c) {
+    const PredV r = result(o, c);
+    define_flags(c, bits_of([](auto) { return true; }), r, 1);  // an all-true mask, not the governing one
+    return r;
+  });
 }
 
 TEST(Break, Previous) {
@@ -364,60 +337,47 @@ TEST(Break, Previous) {
     const auto result = [&](const operands& o, const CpuContext& c) {
       return brk(o.p, o.r, b.after, last_true(o.p, o.q, c));
     };
-    run(
-        b.name, 300, [&](const operands& o, CpuContext* c) { return b.plain(o.p, o.q, o.r, c); },
-        [&](const operands& o, CpuContext& c) { return result(o, c); }, true);
-    run(
-        b.name, 300, [&](const operands& o, CpuContext* c) { return b.flagged(o.p, o.q, o.r, c); },
-        [&](const operands& o, CpuContext& c) {
-          const PredV r = result(o, c);
-          define_flags(c, o.p, r, 1);
-          return r;
-        },
-        true);
+    run_from_zero(b.name, 300, b.plain, [&](auto& o, auto& c) { return result(o, c); });
+    run_from_zero(b.name, 300, b.flagged, [&](auto& o, auto& c) {
+      const PredV r = result(o, c);
+      define_flags(c, o.p, r, 1);
+      return r;
+    });
   }
 }
 
 // ---- Queries ----
 
 TEST(Query, FirstActiveAlsoAtLengthZero) {
-  run(
-      "pfirst", 300, [](const operands& o, CpuContext* c) { return VecPSetFirstActiveP(o.p, o.q, c); },
-      [](const operands& o, CpuContext& c) {
-        bool found = false;
-        const PredV r = bits_of([&](auto i) {
-          if (found || !bit(o.p, i)) return bit(o.q, i);
-          return found = true;
-        });
-        define_flags(c, o.p, r, 1);
-        return r;
-      },
-      true);
+  run_from_zero("pfirst", 300, VecPSetFirstActiveP, [&](auto& o, auto& c) {
+    bool found = false;
+    const PredV r = bits_of([&](auto i) {
+      if (found || !bit(o.p, i)) return bit(o.q, i);
+      return found = true;
+    });
+    define_flags(c, o.p, r, 1);
+    return r;
+  });
 }
 
 template <class T>
 void check_next(sve::routine::ppp* routine) {
-  run(
-      "pnext", 400, [&](const operands& o, CpuContext* c) { return routine(o.p, o.q, c); },
-      [](const operands& o, CpuContext& c) {
-        std::size_t next = 0;
-        for (std::size_t e = 0; e < count<T>(c); ++e)
-          if (active<T>(o.q, e)) next = e + 1;
-        while (next < count<T>(c) && !active<T>(o.p, next)) ++next;
-        const PredV r = canonical<T>(c, [&](auto e) { return e == next; });
-        define_flags(c, o.p, r, sizeof(T));
-        return r;
-      },
-      true);
+  run_from_zero("pnext", 400, routine, [&](auto& o, auto& c) {
+    std::size_t next = 0;
+    for (std::size_t e = 0; e < count<T>(c); ++e)
+      if (active<T>(o.q, e)) next = e + 1;
+    while (next < count<T>(c) && !active<T>(o.p, next)) ++next;
+    const PredV r = canonical<T>(c, [&](auto e) { return e == next; });
+    define_flags(c, o.p, r, sizeof(T));
+    return r;
+  });
 }
 
 TEST(Query, NextActiveAndTest) {
 #define CHECK(Type, T) check_next<T>(Vec##Type##GenNextP);
   FOR_PREDICATES(CHECK)
 #undef CHECK
-  run(
-      "ptest", 200, [](const operands& o, CpuContext* c) { return VecPTestPZ(o.p, o.q, c), PredV{}; },
-      [](const operands& o, CpuContext& c) { return define_flags(c, o.p, o.q, 1), PredV{}; }, true);
+  run_from_zero("ptest", 200, VecPTestPZ, [&](auto& o, auto& c) { return define_flags(c, o.p, o.q, 1), PredV{}; });
 }
 
 // ---- First-fault register ----
@@ -426,26 +386,16 @@ TEST(FirstFaultRegister, OfTheContext) {
   const auto and_ffr = [](const operands& o, const CpuContext& c) {
     return bits_of([&](auto i) { return bit(o.p, i) && bit(c.ffr, i); });
   };
-  run(
-      "actual", 60, [](const operands& o, CpuContext* c) { return VecPActualP(o.p, c); },
-      [&](const operands& o, CpuContext& c) { return and_ffr(o, c); }, true);
-  run(
-      "actual flags", 60, [](const operands& o, CpuContext* c) { return VecPActualFlgP(o.p, c); },
-      [&](const operands& o, CpuContext& c) {
-        const PredV r = and_ffr(o, c);
-        define_flags(c, o.p, r, 1);
-        return r;
-      },
-      true);
-  run(
-      "read", 20, [](const operands&, CpuContext* c) { return VecPReadFFSRP(c); },
-      [](const operands&, CpuContext& c) { return c.ffr; }, true);
-  run(
-      "clear", 20, [](const operands&, CpuContext* c) { return VecPClearFFSR(c), PredV{}; },
-      [](const operands&, CpuContext& c) { return c.ffr = bits_of([](auto) { return true; }), PredV{}; }, true);
-  run(
-      "write", 20, [](const operands& o, CpuContext* c) { return VecPWriteFFSRP(o.p, c), PredV{}; },
-      [](const operands& o, CpuContext& c) { return c.ffr = o.p, PredV{}; }, true);
+  run_from_zero("actual", 60, VecPActualP, [&](auto& o, auto& c) { return and_ffr(o, c); });
+  run_from_zero("actual flags", 60, VecPActualFlgP, [&](auto& o, auto& c) {
+    const PredV r = and_ffr(o, c);
+    define_flags(c, o.p, r, 1);
+    return r;
+  });
+  run_from_zero("read", 20, VecPReadFFSRP, [&](auto&, auto& c) { return c.ffr; });
+  run_from_zero("clear", 20, VecPClearFFSR,
+                [&](auto&, auto& c) { return c.ffr = bits_of([](auto) { return true; }), PredV{}; });
+  run_from_zero("write", 20, VecPWriteFFSRP, [&](auto& o, auto& c) { return c.ffr = o.p, PredV{}; });
 }
 
 }  // namespace

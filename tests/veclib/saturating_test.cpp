@@ -1,6 +1,4 @@
 // Saturating additions and subtractions of the vector library.
-#include <limits>
-
 #include "values.h"
 
 namespace {
@@ -8,18 +6,9 @@ namespace {
 using namespace veclib_test;
 
 template <class T>
-T clamp(wide x) {
-  constexpr wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
-  return static_cast<T>(x < low ? low : x > high ? high : x);
-}
-
-template <class T>
 void check_vectors(const char* name, sve::routine::vvx* routine, int sign) {
-  run(
-      name, 100, [&](const operands& o, CpuContext* c) { return routine(o.a, o.b, c); },
-      [&](const operands& o, CpuContext& c) {
-        return generated<T>(c, [&](auto e) { return clamp<T>(wide{at<T>(o.a, e)} + sign * wide{at<T>(o.b, e)}); });
-      });
+  run(name, 100, routine,
+      elements<T>([&](auto& o, auto e) { return clamp<T>(wide{at<T>(o.a, e)} + sign * wide{at<T>(o.b, e)}); }));
 }
 
 // The immediate is unsigned, also where the element is signed.
@@ -28,12 +17,9 @@ void check_immediates(const char* name, sve::routine::vix* routine, int sign) {
   for (u64 imm = 0; imm < 256; ++imm)
     for (const u64 value : {imm, imm << 8}) {
       if (sizeof(T) == 1 && value > 255) continue;  // reserved, and 0 from its handlers
-      run(
-          name, 2, [&](const operands& o, CpuContext* c) { return routine(o.a, value, c); },
-          [&](const operands& o, CpuContext& c) {
-            return generated<T>(
-                c, [&](auto e) { return clamp<T>(wide{at<T>(o.a, e)} + sign * static_cast<wide>(value)); });
-          });
+      run(name, 2, calling(routine, value), elements<T>([&](auto& o, auto e) {
+            return clamp<T>(wide{at<T>(o.a, e)} + sign * static_cast<wide>(value));
+          }));
     }
 }
 

@@ -8,9 +8,12 @@
 #include <bit>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -25,10 +28,6 @@ namespace veclib_test {
 
 using sve::byte;
 using namespace test;
-using s8 = std::int8_t;
-using s16 = std::int16_t;
-using s32 = std::int32_t;
-using s64 = std::int64_t;
 using wide = __int128;
 
 /// Lengths in granules: the smallest, the one that `cpu_ctxt` names, one that is no power of two, the model's, the
@@ -37,8 +36,7 @@ inline constexpr u32 lengths[] = {1, 2, 6, 14, 32};
 inline constexpr u32 lengths_and_zero[] = {0, 1, 2, 6, 14, 32};
 
 /// All 256 bytes, so that elements beyond the length are there to be taken by mistake.
-template <class Rng>
-VectorV random_vector(Rng& random) {
+inline VectorV random_vector(Random& random) {
   VectorV v;
   for (std::size_t i = 0; i < 32; ++i) sve::store<u64>(v.bytes, i, random_word(random));
   return v;
@@ -77,6 +75,13 @@ unsigned group(const PredV& p, std::size_t e) {
 template <class T>
 std::size_t count(const CpuContext& c) {
   return c.vl_word * std::size_t{8} / sizeof(T);
+}
+
+/// The nearest value of T.
+template <class T>
+T clamp(wide x) {
+  constexpr wide low = std::numeric_limits<T>::min(), high = std::numeric_limits<T>::max();
+  return static_cast<T>(x < low ? low : x > high ? high : x);
 }
 
 /// A predicate from a function of the bit, or canonical from a function of the element.
@@ -129,8 +134,7 @@ inline void define_flags(CpuContext& c, const PredV& mask, const PredV& result, 
   set_flags(c, a.any && a.n, !a.any, !a.any || a.c);
 }
 
-template <class Rng>
-CpuContext random_context(u32 granules, Rng& random) {
+inline CpuContext random_context(u32 granules, Random& random) {
   CpuContext c;
   c.nzcv = static_cast<u32>(random());
   c.fpsr = static_cast<u32>(random());
@@ -175,8 +179,7 @@ struct operands {
   PredV p, q, r;
   u64 x, y;
 };
-template <class Rng>
-operands random_operands(Rng& random) {
+inline operands random_operands(Random& random) {
   return {random_vector(random),    random_vector(random),    random_vector(random), random_predicate(random),
           random_predicate(random), random_predicate(random), random_word(random),   random_word(random)};
 }
@@ -226,25 +229,80 @@ std::string explained(Call call, const operands& o, const CpuContext& before, co
   return "\n" + side_by_side(length, columns, should.data(), is.data());
 }
 
-/// Runs `call` at every length on random operands. `expect` gives the result from the operands and the context, in
-/// which it also makes the changes that the call must make; it is handed the context before the call.
-template <class Call, class Expect>
-void run(std::string_view name, int cases, Call call, Expect expect, bool zero_too = false) {
-  Random random(std::hash<std::string_view>{}(name));
-  for (const u32 granules : lengths_and_zero) {
-    if (granules == 0 && !zero_too) continue;
-    for (int i = 0; i < cases; ++i) {
-      const operands o = random_operands(random);
-      const CpuContext before = random_context(granules, random);
-      CpuContext context = before, expected_context = before;
-      const auto expected = expect(o, expected_context);
-      const auto actual = call(o, &context);
-      ASSERT_EQ(difference(expected, actual, context), "")
-          << name << ", case " << i
-          << explained<Call, std::decay_t<decltype(actual)>>(call, o, before, expected, actual);
-      ASSERT_EQ(difference(expected_context, context), "") << name << ", case " << i << " at " << granules;
-    }
+/// The next operand of a routine's type: vectors, predicates and scalars each in their order.
+template <class A>
+A next(const operands& o, CpuContext* context, std::span<const u64> scalars, unsigned& v, unsigned& p, unsigned& s) {
+  if constexpr (std::is_same_v<A, const VectorV&>)
+    return std::array{&o.a, &o.b, &o.c}[v++][0];
+  else if constexpr (std::is_same_v<A, const PredV&>)
+    return std::array{&o.p, &o.q, &o.r}[p++][0];
+  else if constexpr (std::is_same_v<A, CpuContext*>)
+    return context;
+  else
+    return static_cast<A>(scalars[s++]);
+}
+
+/// Among given scalars: x of the operands that are drawn.
+inline constexpr struct drawn_scalar {
+} drawn;
+inline u64 scalar_of(drawn_scalar, const operands& o) { return o.x; }
+template <class T>
+u64 scalar_of(T given, const operands&) {
+  return static_cast<u64>(given);
+}
+
+/// A call of a routine on operands in their order, its first scalars being those given. What returns nothing gives no
+/// element.
+template <class R, class... A, class... Given>
+auto calling(R (*routine)(A...), Given... given) {
+  return [=](const operands& o, CpuContext* context) {
+    const u64 scalars[] = {scalar_of(given, o)..., o.x, o.y};
+    unsigned v = 0, p = 0, s = 0;
+    const std::tuple<A...> arguments{next<A>(o, context, scalars, v, p, s)...};  // braces keep the order
+    if constexpr (std::is_void_v<R>)
+      return std::apply(routine, arguments), PredV{};
+    else
+      return std::apply(routine, arguments);
+  };
+}
+
+/// Runs a call, or a routine on operands in their order, at the lengths on random operands that `adjust` has changed.
+/// `expect` gives the result from the operands and the context, in which it also makes the changes that the call must
+/// make; it is handed the context before the call.
+template <class Adjust, class Call, class Expect>
+void run_at(std::span<const u32> granules_each, std::string_view name, int cases, Adjust adjust, Call call,
+            Expect expect) {
+  if constexpr (std::is_pointer_v<Call>)
+    return run_at(granules_each, name, cases, adjust, calling(call), expect);
+  else {
+    Random random(std::hash<std::string_view>{}(name));
+    for (const u32 granules : granules_each)
+      for (int i = 0; i < cases; ++i) {
+        operands o = random_operands(random);
+        adjust(o);
+        const CpuContext before = random_context(granules, random);
+        CpuContext context = before, expected_context = before;
+        const auto expected = expect(o, expected_context);
+        const auto actual = call(o, &context);
+        ASSERT_EQ(difference(expected, actual, context), "")
+            << name << ", case " << i
+            << explained<Call, std::decay_t<decltype(actual)>>(call, o, before, expected, actual);
+        ASSERT_EQ(difference(expected_context, context), "") << name << ", case " << i << " at " << granules;
+      }
   }
+}
+template <class Call, class Expect>
+void run_at(std::span<const u32> granules_each, std::string_view name, int cases, Call call, Expect expect) {
+  run_at(
+      granules_each, name, cases, [](operands&) {}, call, expect);
+}
+template <class... Steps>
+void run(std::string_view name, int cases, Steps... steps) {
+  run_at(lengths, name, cases, steps...);
+}
+template <class... Steps>
+void run_from_zero(std::string_view name, int cases, Steps... steps) {
+  run_at(lengths_and_zero, name, cases, steps...);
 }
 
 /// The vector whose element e is element(e), below the length.
@@ -254,6 +312,19 @@ VectorV generated(const CpuContext& c, Element element) {
   VectorV v{};
   for (std::size_t e = 0; e < count<T>(c); ++e) sve::store<T>(v.bytes, e, static_cast<T>(element(e)));
   return v;
+}
+
+/// The expectation that element e of the result is element(operands, e), or element(operands, e, context).
+template <class T, class Element>
+auto elements(Element element) {
+  return [=](const operands& o, const CpuContext& c) {
+    return generated<T>(c, [&](std::size_t e) {
+      if constexpr (std::is_invocable_v<Element, const operands&, std::size_t, const CpuContext&>)
+        return element(o, e, c);
+      else
+        return element(o, e);
+    });
+  };
 }
 
 }  // namespace veclib_test
