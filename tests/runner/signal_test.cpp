@@ -7,11 +7,14 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/select.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <ucontext.h>
 
 #include <atomic>
 #include <cerrno>
+#include <fstream>
+#include <string>
 #include <thread>
 
 #include "tests/children.h"
@@ -627,14 +630,22 @@ TEST_F(Signals, InterruptedCallsGoOnIfTheyMay) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const pthread_t self = pthread_self();
+    const std::string status = "/proc/self/task/" + std::to_string(syscall(SYS_gettid)) + "/stat";
+    std::atomic<bool> returned{false};
     std::thread sender([&] {
-      usleep(20000);
+      for (char state = 0; state != 'S';) {
+        std::string word;
+        std::ifstream(status) >> word >> word >> state;
+        usleep(1000);
+      }
       pthread_kill(self, SIGUSR1);
-      usleep(20000);
+      // What is there to read before the signal is would be read.
+      for (int i = 0; i < (restarts ? 20 : 10000) && !returned; ++i) usleep(1000);
       EXPECT_EQ(write(ends[1], "x", 1), 1);
     });
     char byte = 0;
     const ssize_t n = read(ends[0], &byte, 1);
+    returned = true;
     if (restarts) {
       EXPECT_EQ(n, 1);
     } else {
