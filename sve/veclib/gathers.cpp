@@ -37,7 +37,7 @@ auto gather(const Predicate& p, Context* ctx, Address address) {
   return whole_or_nothing(ctx, [&](byte* r) {
     const std::size_t n = count<T>(ctx);
     if (known_to_be_all<T>(p)) {
-#pragma GCC unroll 4
+#pragma GCC unroll 32
       for (std::size_t e = 0; e < n; ++e) {
         store<T>(r, e, static_cast<T>(read_plain<M>(address(e))));
         asm volatile("" ::: "memory");  // in rising order: a fault names the first element that has one
@@ -52,8 +52,14 @@ auto gather(const Predicate& p, Context* ctx, Address address) {
 template <class T, class M, class Predicate, class Vector, class Context, class Address>
 void scatter(const Predicate& p, const Vector& v, const Context* ctx, Address address) {
   const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e)
-    if (active<T>(p, e)) write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e)));
+  const auto one = [&](std::size_t e) { write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e))); };
+  if (known_to_be_all<T>(p)) {
+#pragma GCC unroll 32
+    for (std::size_t e = 0; e < n; ++e) one(e);
+  } else {
+    for (std::size_t e = 0; e < n; ++e)
+      if (active<T>(p, e)) one(e);
+  }
 }
 
 // A guarded read of each active element until the first that faults; from there upward every element is 0 and its bits
