@@ -61,10 +61,20 @@ concept whole_register = requires(cpu_state* state, word_t word) {
   Operand::place(state, word);
 };
 
+/// Whether both are registers of one file.
+template <class A, class B>
+concept of_one_kind =
+    whole_register<A> && whole_register<B> && std::is_same_v<typename A::register_type, typename B::register_type>;
+/// Whether both are the register that one field names.
+template <class A, class B>
+concept one_register = of_one_kind<A, B> && std::is_same_v<typename A::field, typename B::field>;
+
 /// An operand as a body takes it: its register, or a scalar fetched from the state.
-template <class Operand>
-[[gnu::always_inline]] inline auto operand_of(cpu_state* state, word_t word) {
-  if constexpr (whole_register<Operand>) {
+template <class Operand, class Result>
+[[gnu::always_inline]] inline auto operand_of(cpu_state* state, word_t word, byte* destination) {
+  if constexpr (one_register<Operand, Result>) {
+    return typename Operand::register_type{destination};
+  } else if constexpr (whole_register<Operand>) {
     return typename Operand::register_type{Operand::place(state, word)};
   } else {
     typename Operand::type value;
@@ -73,11 +83,11 @@ template <class Operand>
   }
 }
 
-/// Whether an operand is the register at `place`.
-template <class Operand>
-[[gnu::always_inline]] inline bool lies_at(const byte* place, cpu_state* state, word_t word) {
-  if constexpr (whole_register<Operand>)
-    return Operand::place(state, word) == place;
+/// Whether an operand is the register that the result goes to.
+template <class Operand, class Result>
+[[gnu::always_inline]] inline bool is_overwritten(word_t word) {
+  if constexpr (of_one_kind<Operand, Result>)
+    return Operand::number(word) == Result::number(word);
   else
     return false;
 }
@@ -118,16 +128,16 @@ struct library_call<Body, routine_form<Result, Operands...>> {
     alignas(16) byte aside[vector_bytes];
     context.destination = context.aside = aside;
     if constexpr (whole_register<Result>) context.destination = Result::place(state, word);
-    const bool is_source = (lies_at<Operands>(context.destination, state, word) || ...);
+    const bool is_source = (is_overwritten<Operands, Result>(word) || ...);
     context.result = is_source ? context.aside : context.destination;
     if constexpr (std::is_void_v<result>) {
       static_assert(std::is_same_v<Result, nothing>);
-      Body(operand_of<Operands>(state, word)..., &context);
+      Body(operand_of<Operands, Result>(state, word, context.destination)..., &context);
     } else if constexpr (whole_register<Result>) {
-      const auto computed = Body(operand_of<Operands>(state, word)..., &context);
+      const auto computed = Body(operand_of<Operands, Result>(state, word, context.destination)..., &context);
       if (computed.bytes != context.destination) std::memcpy(context.destination, computed.bytes, vector_bytes);
     } else {
-      Result::store(state, word, Body(operand_of<Operands>(state, word)..., &context));
+      Result::store(state, word, Body(operand_of<Operands, Result>(state, word, context.destination)..., &context));
     }
     leave(context, entered_fpsr, state);
     return AARCH64_DECODE_EXECUTED;

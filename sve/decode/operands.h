@@ -38,12 +38,15 @@ struct joined {
 
 // ---- Registers ----
 
-/// What routines take and give by value: a vector, a predicate, a scalar of 64 bits. `place` is where a register lies.
+/// What routines take and give by value: a vector, a predicate, a scalar of 64 bits. `place` is where a register lies,
+/// `number` which one of its kind it is.
 template <class Field>
 struct vector_value {
   using type = VectorV;
   using register_type = in_place::VectorV;
-  static byte* place(cpu_state* state, word_t w) { return state->z[Field::cut(w)]; }
+  using field = Field;
+  static unsigned number(word_t w) { return Field::cut(w); }
+  static byte* place(cpu_state* state, word_t w) { return address_in(state->z, Field::cut(w)); }
   static void load(VectorV& v, const cpu_state* state, word_t w) {
     std::memcpy(v.bytes, state->z[Field::cut(w)], vector_bytes);
   }
@@ -55,7 +58,9 @@ template <class Field>
 struct predicate_value {
   using type = PredV;
   using register_type = in_place::PredV;
-  static byte* place(cpu_state* state, word_t w) { return state->p[Field::cut(w)]; }
+  using field = Field;
+  static unsigned number(word_t w) { return Field::cut(w); }
+  static byte* place(cpu_state* state, word_t w) { return address_in(state->p, Field::cut(w)); }
   static void load(PredV& p, const cpu_state* state, word_t w) { to_bits(p, state->p[Field::cut(w)]); }
   static void to_bits(PredV& p, const byte* bytes) {
     pack_register(bytes, p.words);

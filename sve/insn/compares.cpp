@@ -10,14 +10,9 @@ namespace {
 
 template <class T, class Test, class... Sources>
 void compare_elements(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test test, const Sources*... src) {
-  byte aside[vector_bytes];
-  byte *const predicate = p_of(state, pg), *const result = pd.number == pg.number ? aside : p_of(state, pd);
-  const compare_outcome outcome = compare_register<T>(result, predicate, test, src...);
-  if (outcome.every_active()) [[likely]]
-    write_flags(state, result[0], !outcome.any(), !active<T>(result, lanes<T> - 1), false);
-  else
-    sve_ptest<unsigned_of<T>>(state, reinterpret_cast<const char*>(predicate), reinterpret_cast<const char*>(result));
-  if (result == aside) std::memcpy(predicate, aside, vector_bytes);
+  const byte* const predicate = p_of(state, pg);
+  computed_predicate<T> result(predicate, compared_pieces<T>(test, src...));
+  write_with_flags(state, p_of(state, pd), predicate, result);
 }
 
 template <signedness S, class Test>

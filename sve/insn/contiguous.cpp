@@ -76,8 +76,11 @@ aarch64_decode_rc replicate(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg
     return static_cast<T>(element);
   };
   if (all_active<T>(predicate)) {
+    if constexpr (native::reads_elements)
+      store_pieces(dst, [address](std::size_t) { return native::repeated_reads<T, M>(address); });
+    else
 #pragma GCC unroll 16
-    for (std::size_t e = 0; e < lanes<T>; ++e) store<T>(dst, e, read());
+      for (std::size_t e = 0; e < lanes<T>; ++e) store<T>(dst, e, read());
   } else {
     for (std::size_t e = 0; e < lanes<T>; ++e) store<T>(dst, e, active<T>(predicate, e) ? read() : T{0});
   }

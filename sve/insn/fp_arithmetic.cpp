@@ -1,18 +1,10 @@
 // Floating-point arithmetic on the host.
-#include <array>
-
 #include "sve/insn/fp_lanes.h"
 
 using namespace sve;
 using namespace sve::fp;
 
 namespace {
-
-constexpr auto all_active = [] {
-  std::array<byte, vector_bytes> predicate{};
-  predicate.fill(1);
-  return predicate;
-}();
 
 template <class Op>
 aarch64_decode_rc binary(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm, Op op) {
@@ -57,7 +49,7 @@ template <class Op, class... Sources>
 aarch64_decode_rc unpredicated(cpu_state* state, aarch64_z_reg zd, Op op, Sources... registers) {
   return for_fp_size(zd.size, [&](auto element) {
     byte* dst = z_of(state, zd);
-    merge<decltype(element)>(state, dst, dst, all_active.data(), op, z_of(state, registers)...);
+    merge<decltype(element)>(state, dst, dst, every_element{}, op, z_of(state, registers)...);
   });
 }
 

@@ -30,12 +30,15 @@ aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, 
       store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
     };
     if constexpr (has_pieces<U, Test, Sources...> && processor::settles_all) {
+      byte_piece found[register_pieces];
       on_live_pieces<U>(
           predicate, test,
-          [&result](std::size_t i, auto mask, auto truth) {
-            Piece<U>(truth.bits & mask & Piece<U>(U{1}).bits).store(result + i);
+          [&found](std::size_t i, auto mask, auto truth) {
+            found[i] = reinterpret_cast<byte_piece>(truth.bits & mask & Piece<U>(U{1}).bits);
           },
           z_of(state, registers)...);
+      store_pieces(p_of(state, pd), [&](std::size_t i) { return found[i]; });
+      return;
     } else if constexpr (has_lanes<U, Test, Sources...>) {
       if constexpr (has_pieces<U, Test, Sources...>)
         if (compared_by_processor<U>(host, p_of(state, pd), predicate, test, z_of(state, registers)...)) [[likely]]

@@ -2,6 +2,8 @@
 // wide. An inactive element executes no operation and raises nothing.
 #pragma once
 
+#include <array>
+
 #include "sve/insn/host_fp.h"
 #include "sve/insn/lanes.h"
 #include "sve/lanes/predicate_bits.h"
@@ -66,17 +68,46 @@ concept has_pieces = processor::exists && computes_vectors<pieces_fp<U>, Piece<U
 template <class U, class Op, class... Sources>
 concept has_lanes = computes_vectors<lanes_fp<U>, Lanes<U>, Op, Sources...>;
 
-// finish(i, mask, op(host, src piece...)) for each piece of a register under the live control, with the masks of its
+// The predicate of an instruction that has none.
+struct every_element {
+  operator const byte*() const {
+    static constexpr auto ones = [] {
+      std::array<byte, vector_bytes> predicate{};
+      predicate.fill(1);
+      return predicate;
+    }();
+    return ones.data();
+  }
+};
+template <class U>
+inline processor::Group<U> governing_group(const byte* predicate, std::size_t first, std::size_t n) {
+  return {predicate, first, n};
+}
+template <class U>
+inline processor::Group<U> governing_group(every_element, std::size_t, std::size_t) {
+  return processor::Group<U>(Piece<U>(U{1}));
+}
+
+// finish(i, mask, op(host, src piece...)) for each piece i of a register under the live control, with the masks of its
 // active elements. The others compute with 1.0, which raises nothing.
-template <class U, class Op, class Finish, class... Sources>
-inline void on_live_pieces(const byte* predicate, Op op, Finish finish, const Sources*... src) {
+template <class U, class Predicate, class Op, class Finish, class... Sources>
+inline void on_live_pieces(Predicate predicate, Op op, Finish finish, const Sources*... src) {
   static_assert(vector_bytes % 16 == 0);
   pieces_fp<U> host{{}};
-#pragma GCC unroll 16
-  for (std::size_t i = 0; i < vector_bytes; i += 16) {
-    const auto mask = processor::piece_mask<U>(predicate + i);
-    const Piece<U> inactive(processor::harmless<U>);
-    finish(i, mask, op(host, Piece<U>(processor::select<U>(mask, Piece<U>::load(src + i).bits, inactive.bits))...));
+  const Piece<U> one(U{1}), inactive(processor::harmless<U>);
+  const auto of_group = [&](std::size_t first, std::size_t n, const auto& governing, const auto&... group)
+      __attribute__((always_inline)) {
+#pragma GCC unroll 4
+    for (std::size_t k = 0; k < n; ++k) {
+      const auto mask = reinterpret_cast<typename Piece<U>::Bits>((governing.piece[k].bits & one.bits) != 0);
+      finish(first + k, mask, op(host, Piece<U>(processor::select<U>(mask, group.piece[k].bits, inactive.bits))...));
+    }
+  };
+#pragma GCC unroll 4
+  for (std::size_t first = 0; first < register_pieces; first += processor::group_pieces) {
+    const std::size_t left = register_pieces - first,
+                      n = left < processor::group_pieces ? left : processor::group_pieces;
+    of_group(first, n, governing_group<U>(predicate, first, n), processor::Group<U>(src, first, n)...);
   }
 }
 
@@ -109,16 +140,19 @@ inline ActiveBits active_bytes(const byte* predicate) { return {register_bits(pr
 
 // dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
 // the end of a register too: what follows it belongs to the state.
-template <class U, class Host, class Op, class... Sources>
-inline void merge_on(Host& host, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
+template <class U, class Host, class Predicate, class Op, class... Sources>
+inline void merge_on(Host& host, byte* dst, const byte* old, Predicate predicate, Op op, const Sources*... src) {
   using Value = fp_value<U>;
   if constexpr (has_pieces<U, Op, Sources...> && processor::settles_all) {
+    byte_piece merged[register_pieces];
     on_live_pieces<U>(
         predicate, op,
-        [dst, old](std::size_t i, auto mask, Piece<U> computed) {
-          Piece<U>(processor::select<U>(mask, computed.bits, Piece<U>::load(old + i).bits)).store(dst + i);
+        [&merged, old](std::size_t i, auto mask, Piece<U> computed) {
+          merged[i] = reinterpret_cast<byte_piece>(
+              processor::select<U>(mask, computed.bits, Piece<U>::load(old + 16 * i).bits));
         },
         src...);
+    store_pieces(dst, [&](std::size_t i) { return merged[i]; });
     return;
   } else if constexpr (has_pieces<U, Op, Sources...>) {
     if (processor::serves(host.control())) [[likely]] {
@@ -145,8 +179,8 @@ inline void merge_on(Host& host, byte* dst, const byte* old, const byte* predica
   merge_lanes_in_order<Value, vector_bytes>(
       dst, old, predicate, lanes<U>, [&](auto... x) { return op(host, x...); }, src...);
 }
-template <class U, class Op, class... Sources>
-inline void merge(cpu_state* state, byte* dst, const byte* old, const byte* predicate, Op op, const Sources*... src) {
+template <class U, class Predicate, class Op, class... Sources>
+inline void merge(cpu_state* state, byte* dst, const byte* old, Predicate predicate, Op op, const Sources*... src) {
   host_fp host(state);
   merge_on<U>(host, dst, old, predicate, op, src...);
 }

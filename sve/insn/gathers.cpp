@@ -10,6 +10,17 @@ constexpr auto whole = [](auto offset) { return u64{offset}; };
 constexpr auto sxtw = [](auto offset) { return static_cast<u64>(static_cast<std::int64_t>(static_cast<s32>(offset))); };
 constexpr auto uxtw = [](auto offset) { return u64{static_cast<u32>(offset)}; };
 
+// each(e, whether it is active) in rising order. Where all are, which is mostly so, they are not asked one by one.
+template <class T, class Each>
+[[gnu::always_inline]] inline void for_each_element(const byte* predicate, Each each) {
+  if (all_active<T>(predicate)) [[likely]] {
+#pragma GCC unroll 32
+    for (std::size_t e = 0; e < lanes<T>; ++e) each(e, true);
+  } else {
+    for (std::size_t e = 0; e < lanes<T>; ++e) each(e, active<T>(predicate, e));
+  }
+}
+
 // Element T of the register from element M of memory at address(vector element), in rising order. An inactive element
 // forms no address. A load that faults has written the elements below, unless its destination is the vector of
 // addresses: that one stays whole, so that a program that mends the fault can run the instruction again.
@@ -19,10 +30,10 @@ aarch64_decode_rc gather(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, a
   const byte* addresses = z_of(state, vector);
   alignas(16) byte whole_result[vector_bytes];
   byte* dst = zt.number == vector.number ? whole_result : z_of(state, zt);
-  for (std::size_t e = 0; e < lanes<T>; ++e) {
-    store<T>(dst, e, active<T>(predicate, e) ? static_cast<T>(read_memory<M>(address(load<T>(addresses, e)))) : T{0});
+  for_each_element<T>(predicate, [&](std::size_t e, bool is_active) {
+    store<T>(dst, e, is_active ? static_cast<T>(read_memory<M>(address(load<T>(addresses, e)))) : T{0});
     keep_order();
-  }
+  });
   if (dst == whole_result) std::memcpy(z_of(state, zt), whole_result, vector_bytes);
   return executed;
 }
@@ -33,8 +44,9 @@ aarch64_decode_rc scatter(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, 
   const byte* src = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
   const byte* addresses = z_of(state, vector);
-  for (std::size_t e = 0; e < lanes<T>; ++e)
-    if (active<T>(predicate, e)) write_memory<M>(address(load<T>(addresses, e)), static_cast<M>(load<T>(src, e)));
+  for_each_element<T>(predicate, [&](std::size_t e, bool is_active) {
+    if (is_active) write_memory<M>(address(load<T>(addresses, e)), static_cast<M>(load<T>(src, e)));
+  });
   return executed;
 }
 

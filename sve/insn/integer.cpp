@@ -5,11 +5,11 @@ using namespace sve;
 
 namespace {
 
-constexpr auto wrapping_multiply = [](auto a, auto b) {
+constexpr auto wrapping_multiply = SVE_BY_PIECES(2, native::multiply<Element>(a, b), [](auto a, auto b) {
   // Narrow elements promote to int, whose product could overflow; unsigned arithmetic wraps.
   using Wide = std::conditional_t<sizeof(a) == 8, std::uint64_t, std::uint32_t>;
   return static_cast<decltype(a)>(static_cast<Wide>(a) * static_cast<Wide>(b));
-};
+});
 
 // Division never traps: by 0 it gives 0, and by -1 the negated dividend, so that the smallest value stays itself.
 constexpr auto unsigned_divide = [](auto a, auto b) {
@@ -161,28 +161,32 @@ aarch64_decode_rc sve_uxtw_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg
 aarch64_decode_rc sve_mla_zpzz(cpu_state* state, aarch64_z_reg zda, aarch64_p_reg pg, aarch64_z_reg zn,
                                aarch64_z_reg zm) {
   return merging_ternary(state, zda.tied_dst_size, zda, pg, zn, zm,
-                         [](auto acc, auto n, auto m) { return acc + wrapping_multiply(n, m); });
+                         SVE_BY_PIECES(3, native::add<Element>(a, native::multiply<Element>(b, c)),
+                                       [](auto acc, auto n, auto m) { return acc + wrapping_multiply(n, m); }));
 }
 
 // mls Zda.T, Pg/M, Zn.T, Zm.T
 aarch64_decode_rc sve_mls_zpzz(cpu_state* state, aarch64_z_reg zda, aarch64_p_reg pg, aarch64_z_reg zn,
                                aarch64_z_reg zm) {
   return merging_ternary(state, zda.tied_dst_size, zda, pg, zn, zm,
-                         [](auto acc, auto n, auto m) { return acc - wrapping_multiply(n, m); });
+                         SVE_BY_PIECES(3, native::subtract<Element>(a, native::multiply<Element>(b, c)),
+                                       [](auto acc, auto n, auto m) { return acc - wrapping_multiply(n, m); }));
 }
 
 // mad Zdn.T, Pg/M, Zm.T, Za.T
 aarch64_decode_rc sve_mad_zpzz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm,
                                aarch64_z_reg za) {
   return merging_ternary(state, zdn.tied_dst_size, zdn, pg, zm, za,
-                         [](auto dn, auto m, auto a) { return a + wrapping_multiply(dn, m); });
+                         SVE_BY_PIECES(3, native::add<Element>(c, native::multiply<Element>(a, b)),
+                                       [](auto dn, auto m, auto a) { return a + wrapping_multiply(dn, m); }));
 }
 
 // msb Zdn.T, Pg/M, Zm.T, Za.T
 aarch64_decode_rc sve_msb_zpzz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm,
                                aarch64_z_reg za) {
   return merging_ternary(state, zdn.tied_dst_size, zdn, pg, zm, za,
-                         [](auto dn, auto m, auto a) { return a - wrapping_multiply(dn, m); });
+                         SVE_BY_PIECES(3, native::subtract<Element>(c, native::multiply<Element>(a, b)),
+                                       [](auto dn, auto m, auto a) { return a - wrapping_multiply(dn, m); }));
 }
 
 // Unpredicated.

@@ -30,8 +30,8 @@ template <class Body>
   return executed;
 }
 
-inline byte* z_of(cpu_state* state, aarch64_z_reg r) { return state->z[r.number]; }
-inline byte* p_of(cpu_state* state, aarch64_p_reg r) { return state->p[r.number]; }
+inline byte* z_of(cpu_state* state, aarch64_z_reg r) { return address_in(state->z, r.number); }
+inline byte* p_of(cpu_state* state, aarch64_p_reg r) { return address_in(state->p, r.number); }
 
 /// Destructive binary operation under a merging predicate: Zdn = active ? op(Zdn, Zm) : Zdn. The size is Zdn's.
 template <signedness S = signedness::unsigned_, class Op>

@@ -81,10 +81,12 @@ std::size_t at_width(const cpu_state* state, aarch64_i_reg rn, aarch64_i_reg rm,
 template <class Op, class... Sources>
 aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Op op, const Sources*... src) {
   byte* dst = p_of(state, pd);
-  if (pg.size == aarch64_p_reg::zeroing)
-    zero_lanes<byte>(dst, p_of(state, pg), vector_bytes, op, src...);
-  else
-    merge_lanes<byte>(dst, dst, p_of(state, pg), vector_bytes, op, src...);
+  const byte* predicate = p_of(state, pg);
+  store_pieces(dst, [&](std::size_t i) {
+    const byte_piece active = active_piece<byte>(predicate + 16 * i),
+                     computed = op(load_piece(src + 16 * i)...) & active;
+    return pg.size == aarch64_p_reg::zeroing ? computed : computed | (load_piece(dst + 16 * i) & ~active);
+  });
   return executed;
 }
 
@@ -94,13 +96,12 @@ aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg p
 aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, unsigned end) {
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
-  const byte_piece one = byte_piece{} + byte{1};
-#pragma GCC unroll 16
-  for (std::size_t i = 0; i < register_pieces; ++i) {
-    const byte_piece active = load_piece(predicate + 16 * i), taken = active & one & piece_below(end, i);
-    const byte_piece kept = reinterpret_cast<byte_piece>((active & one) == 0) & load_piece(dst + 16 * i);
-    store_piece(dst + 16 * i, pg.size == aarch64_p_reg::zeroing ? taken : taken | kept);
-  }
+  const leading_ones below(end);
+  store_pieces(dst, [&](std::size_t i) {
+    const byte_piece taken = load_piece(predicate + 16 * i) & below(i);
+    const byte_piece kept = load_piece(dst + 16 * i) & ~active_piece<byte>(predicate + 16 * i);
+    return pg.size == aarch64_p_reg::zeroing ? taken : taken | kept;
+  });
   return executed;
 }
 
@@ -134,14 +135,13 @@ aarch64_decode_rc sve_brkn(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg
 
 aarch64_decode_rc sve_brkpb(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn, aarch64_p_reg pm,
                             bool setflags) {
-  const unsigned end = last_is_true(state, pg, pn) ? before_break(state, pg, pm, false) : 0;
-  byte aside[vector_bytes];
-  byte* const result = setflags ? aside : p_of(state, pd);  // flags ask for Pg, which Pd may be
-  for (std::size_t i = 0; i < register_pieces; ++i)
-    store_piece(result + 16 * i, load_piece(p_of(state, pg) + 16 * i) & (byte_piece{} + byte{1}) & piece_below(end, i));
+  const leading_ones below(last_is_true(state, pg, pn) ? before_break(state, pg, pm, false) : 0);
+  const byte* const predicate = p_of(state, pg);
   if (setflags) {
-    sve_ptest<signed char>(state, chars(p_of(state, pg)), chars(aside));
-    std::memcpy(p_of(state, pd), aside, vector_bytes);
+    computed_predicate<byte> result(predicate, below);
+    write_with_flags(state, p_of(state, pd), predicate, result);
+  } else {
+    store_pieces(p_of(state, pd), [&](std::size_t i) { return load_piece(predicate + 16 * i) & below(i); });
   }
   return executed;
 }
@@ -190,41 +190,42 @@ aarch64_decode_rc sve_whilels_prr(cpu_state* state, aarch64_p_reg pd, aarch64_i_
 aarch64_decode_rc sve_and_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](byte n, byte m) { return n & m; }, p_of(state, pn), p_of(state, pm));
+      state, pd, pg, [](auto n, auto m) { return n & m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // bic Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_bic_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](byte n, byte m) { return n & ~m; }, p_of(state, pn), p_of(state, pm));
+      state, pd, pg, [](auto n, auto m) { return n & ~m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // eor Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_eor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](byte n, byte m) { return n ^ m; }, p_of(state, pn), p_of(state, pm));
+      state, pd, pg, [](auto n, auto m) { return n ^ m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // orr Pd.B, Pg/Z, Pn.B, Pm.B
 aarch64_decode_rc sve_orr_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](byte n, byte m) { return n | m; }, p_of(state, pn), p_of(state, pm));
+      state, pd, pg, [](auto n, auto m) { return n | m; }, p_of(state, pn), p_of(state, pm));
 }
 
 // nor Pd.B, Pg/Z, Pn.B, Pm.B: 1 where both bytes are 0.
 aarch64_decode_rc sve_nor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](byte n, byte m) { return (n | m) == 0 ? 1 : 0; }, p_of(state, pn), p_of(state, pm));
+      state, pd, pg, [](auto n, auto m) { return reinterpret_cast<byte_piece>((n | m) == 0) & 1; }, p_of(state, pn),
+      p_of(state, pm));
 }
 
 // not Pd.B, Pg/Z, Pn.B. No row reaches it: the decoder knows the alias as eor.
 aarch64_decode_rc sve_not_ppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn) {
   return byte_logic(
-      state, pd, pg, [](byte n) { return (n & 1) ^ 1; }, p_of(state, pn));
+      state, pd, pg, [](auto n) { return (n & 1) ^ 1; }, p_of(state, pn));
 }
 
 // brka Pd.B, Pg/ZM, Pn.B

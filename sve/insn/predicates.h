@@ -1,6 +1,7 @@
 // What the predicate instruction functions share: the flag writer.
 #pragma once
 
+#include "sve/lanes/compares.h"
 #include "sve/state/cpu_state.h"
 
 /// Writes N, Z, C and V of `nzcv` from a predicate in byte form under a mask: N is the result at the first element
@@ -18,3 +19,23 @@ extern template void sve_ptest<unsigned char>(cpu_state*, const char*, const cha
 extern template void sve_ptest<unsigned short>(cpu_state*, const char*, const char*);
 extern template void sve_ptest<unsigned int>(cpu_state*, const char*, const char*);
 extern template void sve_ptest<unsigned long>(cpu_state*, const char*, const char*);
+
+namespace sve {
+
+/// Writes what was computed under a predicate, and the flags of that.
+template <class T>
+[[gnu::always_inline]] inline void write_with_flags(cpu_state* state, byte* dst, const byte* predicate,
+                                                    computed_predicate<T>& result) {
+  if (result.every_active) [[likely]] {
+    state->nzcv = (state->nzcv & ~flag_mask) | result.flags_of_all();
+  } else {
+    byte aside[vector_bytes];  // the destination may be the predicate
+    result.restrict_to(predicate);
+    result.store(aside);
+    sve_ptest<std::make_unsigned_t<T>>(state, reinterpret_cast<const char*>(predicate),
+                                       reinterpret_cast<const char*>(aside));
+  }
+  result.store(dst);
+}
+
+}  // namespace sve

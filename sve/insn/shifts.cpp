@@ -13,30 +13,25 @@ inline constexpr unsigned width = 8 * sizeof(T);
 template <class T>
 using shifted = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
 
-constexpr auto left = [](auto a, auto n) {
+constexpr auto left = SVE_BY_PIECES(2, native::shifted_left<Element>(a, b), [](auto a, auto n) {
   using T = decltype(a);
   const bool fits = n < width<T>;
   return fits ? static_cast<T>(shifted<T>{a} << (fits ? n : 0)) : T{0};
-};
-constexpr auto right = [](auto a, auto n) {
+});
+constexpr auto right = SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), [](auto a, auto n) {
   using T = decltype(a);
   const bool fits = n < width<T>;
   return fits ? static_cast<T>(a >> (fits ? n : 0)) : T{0};
-};
+});
 // The sign comes in, so that a large amount leaves the sign alone. `n` is unsigned.
-constexpr auto right_arithmetic = [](auto a, auto n) {
+constexpr auto right_arithmetic = SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), [](auto a, auto n) {
   using T = decltype(a);
   constexpr auto limit = static_cast<decltype(n)>(width<T> - 1);
   return static_cast<T>(a >> (n < limit ? n : limit));
-};
-
-template <class Op>
-constexpr auto by(unsigned int n, Op op) {
-  return [n, op](auto a) { return op(a, n); };
-}
+});
 
 // Bytes reversed, then nibbles, pairs and bits swapped within each.
-constexpr auto reverse_bits = [](auto a) {
+constexpr auto reverse_bits = SVE_BY_PIECES(1, native::bits_reversed<Element>(a), [](auto a) {
   using T = decltype(a);
   std::uint64_t x = a;
   x = (x >> 4 & 0x0f0f0f0f0f0f0f0fu) | (x & 0x0f0f0f0f0f0f0f0fu) << 4;
@@ -46,7 +41,7 @@ constexpr auto reverse_bits = [](auto a) {
   if constexpr (sizeof(T) == 2) return static_cast<T>(__builtin_bswap16(static_cast<std::uint16_t>(x)));
   if constexpr (sizeof(T) == 4) return static_cast<T>(__builtin_bswap32(static_cast<std::uint32_t>(x)));
   if constexpr (sizeof(T) == 8) return static_cast<T>(__builtin_bswap64(x));
-};
+});
 
 }  // namespace
 
@@ -62,24 +57,25 @@ aarch64_decode_rc sve_lsr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg
 
 // asr Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_asr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return merging<signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zm, [](auto a, auto b) {
-    return right_arithmetic(a, static_cast<unsigned_of<decltype(b)>>(b));
-  });
+  return merging<signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zm,
+                                      SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), [](auto a, auto b) {
+                                        return right_arithmetic(a, static_cast<unsigned_of<decltype(b)>>(b));
+                                      }));
 }
 
 // lsl Zdn.T, Pg/M, Zdn.T, #imm
 aarch64_decode_rc sve_lsl_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, unsigned int imm) {
-  return merging_unary(state, zdn.tied_dst_size, zdn, pg, zdn, by(imm, left));
+  return merging_unary(state, zdn.tied_dst_size, zdn, pg, zdn, with_second(left, imm));
 }
 
 // lsr Zdn.T, Pg/M, Zdn.T, #imm. Complete, though the rows of the instruction go to the library.
 aarch64_decode_rc sve_lsr_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, unsigned int imm) {
-  return merging_unary(state, zdn.tied_dst_size, zdn, pg, zdn, by(imm, right));
+  return merging_unary(state, zdn.tied_dst_size, zdn, pg, zdn, with_second(right, imm));
 }
 
 // asr Zdn.T, Pg/M, Zdn.T, #imm
 aarch64_decode_rc sve_asr_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, unsigned int imm) {
-  return merging_unary<signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zdn, by(imm, right_arithmetic));
+  return merging_unary<signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zdn, with_second(right_arithmetic, imm));
 }
 
 namespace {
@@ -96,17 +92,17 @@ aarch64_decode_rc unpredicated_unary(cpu_state* state, aarch64_z_reg zd, aarch64
 
 // lsl Zd.T, Zn.T, #imm
 aarch64_decode_rc sve_lsl_zzi(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, unsigned int imm) {
-  return unpredicated_unary(state, zd, zn, by(imm, left));
+  return unpredicated_unary(state, zd, zn, with_second(left, imm));
 }
 
 // lsr Zd.T, Zn.T, #imm. Complete, though the rows of the instruction go to the library.
 aarch64_decode_rc sve_lsr_zzi(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, unsigned int imm) {
-  return unpredicated_unary(state, zd, zn, by(imm, right));
+  return unpredicated_unary(state, zd, zn, with_second(right, imm));
 }
 
 // asr Zd.T, Zn.T, #imm
 aarch64_decode_rc sve_asr_zzi(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, unsigned int imm) {
-  return unpredicated_unary<signedness::signed_>(state, zd, zn, by(imm, right_arithmetic));
+  return unpredicated_unary<signedness::signed_>(state, zd, zn, with_second(right_arithmetic, imm));
 }
 
 // rbit Zd.T, Pg/M, Zn.T

@@ -8,7 +8,7 @@ namespace {
 template <unsigned N>
 struct group {
   group(cpu_state* state, aarch64_z_reg first) {
-    for (unsigned k = 0; k < N; ++k) z[k] = state->z[(first.number + k) % 32];
+    for (unsigned k = 0; k < N; ++k) z[k] = address_in(state->z, (first.number + k) % 32);
   }
   byte* z[N];
 };
@@ -39,6 +39,14 @@ template <class T, unsigned N>
 aarch64_decode_rc store_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
   const group<N> from(state, zt);
   const byte* predicate = p_of(state, pg);
+  // A store that faults has stored the fields below.
+  if (all_active<T>(predicate) && within_page(start, N * vector_bytes)) {
+    byte* dst = reinterpret_cast<byte*>(start);
+#pragma GCC ivdep
+    for (std::size_t e = 0; e < lanes<T>; ++e)
+      for (unsigned k = 0; k < N; ++k) store<T>(dst, e * N + k, load<T>(from.z[k], e));
+    return executed;
+  }
   for (std::size_t e = 0; e < lanes<T>; ++e)
     if (active<T>(predicate, e))
       for (unsigned k = 0; k < N; ++k) write_memory<T>(start + (e * N + k) * sizeof(T), load<T>(from.z[k], e));

@@ -1,36 +1,50 @@
-// Compares of whole registers under a predicate in byte form, in pieces of sixteen bytes, and what flags ask of them.
+// Predicates that are computed under another one, with the flags that are asked of them: compares of whole registers,
+// and logic. In pieces of sixteen bytes.
 #pragma once
 
 #include "sve/lanes/predicate_bits.h"
 
 namespace sve {
 
-/// Bits of what was inactive, and of what compared true: of each piece's, joined.
-struct compare_outcome {
-  byte_piece missing, found;
-  bool every_active() const { return !any_of(missing); }
-  bool any() const { return any_of(found); }
+/// The bytes 0 or 1 of a predicate of elements of T, as pieces. It holds true elements that are inactive, too, until
+/// `restrict_to` has taken them out; nobody needs to where all are active.
+template <class T>
+struct computed_predicate {
+  /// `result(0)` and so on are pieces of which bit 0 of each element's first byte counts.
+  template <class Result>
+  [[gnu::always_inline]] computed_predicate(const byte* predicate, Result result) {
+    const byte_piece one = piece_of_words(first_bytes(sizeof(T)));
+#pragma GCC unroll 16
+    for (std::size_t i = 0; i < register_pieces; ++i) pieces[i] = result(i) & one;
+    every_active = every_word_has(first_bytes(sizeof(T)), predicate);
+  }
+  [[gnu::always_inline]] void restrict_to(const byte* predicate) {
+#pragma GCC unroll 16
+    for (std::size_t i = 0; i < register_pieces; ++i) pieces[i] &= load_piece(predicate + 16 * i);
+  }
+  [[gnu::always_inline]] void store(byte* dst) const {
+    store_pieces(dst, [this](std::size_t i) { return pieces[i]; });
+  }
+  /// N, Z, C and V in bits 31 to 28 where every element is active.
+  [[gnu::always_inline]] std::uint32_t flags_of_all() const {
+    byte_piece found{};
+#pragma GCC unroll 16
+    for (std::size_t i = 0; i < register_pieces; ++i) found |= pieces[i];
+    const std::uint32_t first = pieces[0][0], last = pieces[register_pieces - 1][16 - sizeof(T)];
+    return 0x60000000u ^ first << 31 ^ highest_byte(found) << 30 ^ last << 29;
+  }
+
+  byte_piece pieces[register_pieces];
+  bool every_active;
 };
 
-/// dst[i] = active and test(src[i]...), as 1 or 0 at the width of T: a canonical predicate. `test` takes vectors of T
-/// and compares element by element. `dst` may be the predicate, but none of the sources.
+/// The pieces of a compare of registers. `test` takes vectors of T and compares element by element.
 template <class T, class Test, class... Sources>
-[[gnu::always_inline]] inline compare_outcome compare_register(byte* dst, const byte* predicate, Test test,
-                                                               const Sources*... src) {
+[[gnu::always_inline]] inline auto compared_pieces(Test test, const Sources*... src) {
   typedef T Elements [[gnu::vector_size(16)]];
-  const byte_piece one = piece_of_words(first_bytes(sizeof(T)));
-  byte_piece every = ~byte_piece{}, found{};
-#pragma GCC unroll 16
-  for (std::size_t i = 0; i < register_pieces; ++i) {
-    const byte_piece active = load_piece(predicate + 16 * i);
-    const byte_piece truth =
-        reinterpret_cast<byte_piece>(test(reinterpret_cast<Elements>(load_piece(src + 16 * i))...));
-    const byte_piece result = truth & active & one;
-    store_piece(dst + 16 * i, result);
-    every &= active;
-    found |= result;
-  }
-  return {one & ~every, found};
+  return [=](std::size_t i) {
+    return reinterpret_cast<byte_piece>(test(reinterpret_cast<Elements>(load_piece(src + 16 * i))...));
+  };
 }
 
 }  // namespace sve

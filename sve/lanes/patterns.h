@@ -4,7 +4,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "sve/state/vector_length.h"
+#include "sve/lanes/predicate_bits.h"
 
 /// The number of elements that a five-bit predicate pattern selects out of `count`: POW2 (0), VL1 to VL8, VL16 to VL256
 /// (9 to 13), MUL4 (29), MUL3 (30), ALL (31); every other pattern selects none. Two answers are deliberate: POW2 of no
@@ -63,6 +63,17 @@ struct leading_table {
 };
 template <class T>
 inline constexpr leading_table<T> leading_true;
+
+/// A register of bytes of which the first `end` are 1 and all others 0, in pieces.
+class leading_ones {
+ public:
+  explicit leading_ones(std::size_t end)
+      : bytes_(leading_true<byte>.bytes + vector_bytes - (end < vector_bytes ? end : vector_bytes)) {}
+  [[gnu::always_inline]] byte_piece operator()(std::size_t i) const { return load_piece(bytes_ + 16 * i); }
+
+ private:
+  const byte* bytes_;
+};
 
 /// Makes the first `elements` elements of T of a predicate register true, and no others.
 template <class T>

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "sve/state/vector_length.h"
 
@@ -115,6 +117,57 @@ static_assert(vector_bytes % 16 == 0);
   std::memcpy(bytes, &piece, sizeof piece);
 }
 
+/// Where a register of a file of registers lies, as an address of its own. AArch64 compilers would otherwise reach its
+/// first piece by an index from the state's start, and then read it alone and not in a pair with the second one.
+[[gnu::always_inline]] inline byte* address_in(byte (*file)[vector_bytes], unsigned number) {
+#if defined(__ARM_NEON)
+  asm("" : "+r"(file));
+  byte* at = file[number];
+  asm("" : "+r"(at));
+  return at;
+#else
+  return file[number];
+#endif
+}
+
+/// Stores a register from pieces that `piece(0)` and so on give. GCC for AArch64 does not pair stores by itself.
+template <class Piece, std::size_t... I>
+[[gnu::always_inline]] inline void store_each_piece(byte* bytes, Piece piece, std::index_sequence<I...>) {
+  const byte_piece pieces[] = {piece(I)...};  // all of them, since a store in assembler may overlap any source
+#if defined(__ARM_NEON) && !defined(__clang__)
+  struct whole {
+    byte bytes[vector_bytes];
+  };
+  const auto store_two = [&]<std::size_t J>(std::integral_constant<std::size_t, J>) {
+    auto& destination = *reinterpret_cast<whole*>(bytes);
+    if constexpr (J % 2 == 1)
+      asm("stp %q1, %q2, [%3, %4]"
+          : "+m"(destination)
+          : "w"(pieces[J - 1]), "w"(pieces[J]), "r"(bytes), "i"(16 * (J - 1)));
+    else if constexpr (J + 1 == register_pieces)
+      asm("str %q1, [%2, %3]" : "+m"(destination) : "w"(pieces[J]), "r"(bytes), "i"(16 * J));
+  };
+  (store_two(std::integral_constant<std::size_t, I>{}), ...);
+#else
+  (store_piece(bytes + 16 * I, pieces[I]), ...);
+#endif
+}
+template <class Piece>
+[[gnu::always_inline]] inline void store_pieces(byte* bytes, Piece piece) {
+  store_each_piece(bytes, piece, std::make_index_sequence<register_pieces>{});
+}
+
+/// All ones in the elements of T that are active in a piece of a predicate register.
+template <class T>
+[[gnu::always_inline]] inline byte_piece active_piece(const byte* predicate) {
+  typedef std::make_unsigned_t<T> Elements [[gnu::vector_size(16)]];
+  byte_piece mask = reinterpret_cast<byte_piece>((reinterpret_cast<Elements>(load_piece(predicate)) & 1) != 0);
+#if defined(__ARM_NEON)
+  asm("" : "+w"(mask));  // a mask that one instruction tests for, where a choice by the test would take two
+#endif
+  return mask;
+}
+
 /// Whether a piece has any bit.
 [[gnu::always_inline]] inline bool any_of(byte_piece piece) {
 #if defined(__ARM_NEON)
@@ -123,6 +176,14 @@ static_assert(vector_bytes % 16 == 0);
   std::uint64_t words[2];
   std::memcpy(words, &piece, sizeof words);
   return (words[0] | words[1]) != 0;
+#endif
+}
+/// The highest of a piece's bytes, which are all 0 or 1.
+[[gnu::always_inline]] inline std::uint32_t highest_byte(byte_piece piece) {
+#if defined(__ARM_NEON)
+  return vmaxvq_u8(reinterpret_cast<uint8x16_t>(piece));
+#else
+  return any_of(piece);
 #endif
 }
 /// The sum of a piece's bytes, which is at most `vector_bytes`.
@@ -181,18 +242,37 @@ template <class Piece>
   return r;
 }
 
-/// All ones in the bytes of piece `i` of a register that lie below position `end`.
-[[gnu::always_inline]] inline byte_piece piece_below(unsigned end, std::size_t i) {
-  if (vector_bytes > 255 && end > 255) return ~byte_piece{};
-  const byte_piece from = byte_piece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} + static_cast<byte>(16 * i);
-  return reinterpret_cast<byte_piece>(from < byte_piece{} + static_cast<byte>(end < 256 ? end : 255));
-}
+/// All pieces of a register. AArch64 loads up to four at a time.
+struct all_pieces {
+  [[gnu::always_inline]] explicit all_pieces(const std::uint8_t* bytes) {
+#if defined(__ARM_NEON)
+    constexpr std::size_t rest = register_pieces % 4, fours = register_pieces - rest;
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < fours; i += 4) take<4>(i, vld1q_u8_x4(bytes + 16 * i));
+    if constexpr (rest == 3) take<3>(fours, vld1q_u8_x3(bytes + 16 * fours));
+    if constexpr (rest == 2) take<2>(fours, vld1q_u8_x2(bytes + 16 * fours));
+    if constexpr (rest == 1) piece[fours] = load_piece(bytes + 16 * fours);
+#else
+#pragma GCC unroll 16
+    for (std::size_t i = 0; i < register_pieces; ++i) piece[i] = load_piece(bytes + 16 * i);
+#endif
+  }
+  byte_piece piece[register_pieces];
+
+ private:
+  template <std::size_t N, class Several>
+  [[gnu::always_inline]] void take(std::size_t first, Several loaded) {
+#pragma GCC unroll 4
+    for (std::size_t k = 0; k < N; ++k) piece[first + k] = reinterpret_cast<byte_piece>(loaded.val[k]);
+  }
+};
 
 /// The pieces of a register joined.
 [[gnu::always_inline]] inline byte_piece union_of(const std::uint8_t* bytes) {
-  byte_piece all{};
+  const all_pieces pieces(bytes);
+  byte_piece all = pieces.piece[0];
 #pragma GCC unroll 16
-  for (std::size_t i = 0; i < register_pieces; ++i) all |= load_piece(bytes + 16 * i);
+  for (std::size_t i = 1; i < register_pieces; ++i) all |= pieces.piece[i];
   return all;
 }
 
@@ -209,7 +289,11 @@ template <class Piece>
 
 /// Whether each byte of a predicate register is 0 or 1.
 [[gnu::always_inline]] inline bool is_canonical(const std::uint8_t* bytes) {
+#if defined(__ARM_NEON)
+  return vmaxvq_u8(reinterpret_cast<uint8x16_t>(union_of(bytes))) <= 1;
+#else
   return !any_of(union_of(bytes) & (byte_piece{} + byte{0xfe}));
+#endif
 }
 
 /// Makes it so.
@@ -236,9 +320,10 @@ inline void make_canonical(std::uint8_t* bytes) {
   const __m128i both = _mm_and_si128(_mm256_castsi256_si128(all), _mm256_extracti128_si256(all, 1));
   return _mm_testc_si128(_mm_and_si128(both, rest), _mm_set1_epi64x(static_cast<long long>(mask)));
 #else
-  byte_piece all = load_piece(bytes);
+  const all_pieces pieces(bytes);
+  byte_piece all = pieces.piece[0];
 #pragma GCC unroll 16
-  for (std::size_t i = 1; i < register_pieces; ++i) all &= load_piece(bytes + 16 * i);
+  for (std::size_t i = 1; i < register_pieces; ++i) all &= pieces.piece[i];
   return !any_of(piece_of_words(mask) & ~all);
 #endif
 }

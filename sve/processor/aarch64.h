@@ -58,6 +58,18 @@ inline FPSCR Control::raised() const {
   return static_cast<FPSCR>(status & 0x9f);
 }
 
+/// An address whose loads are not joined with those through others, which may be far away.
+inline const std::uint8_t* own_address(const std::uint8_t* bytes) {
+  asm("" : "+r"(bytes));
+  return bytes;
+}
+/// Lets a piece be loaded here, and not where an operation needs it: between operations loads would not go in pairs.
+template <class T>
+[[gnu::always_inline]] inline Piece<T> in_register(Piece<T> a) {
+  asm("" : "+w"(a.bits));
+  return a;
+}
+
 // The arrangement of a piece stands in the text of an instruction.
 #define SVE_PIECE_ASM(h, s, d, ...)                                                         \
   do {                                                                                      \
@@ -113,6 +125,13 @@ template <class T>
 [[gnu::always_inline]] inline Piece<T> FPMulAdd(Piece<T> c, Piece<T> a, Piece<T> b, Live) {
   SVE_PIECE_ASM("fmla %0.8h, %1.8h, %2.8h", "fmla %0.4s, %1.4s, %2.4s", "fmla %0.2d, %1.2d, %2.2d", "+w"(c.bits)
                 : "w"(a.bits), "w"(b.bits));
+  return c;
+}
+
+template <class T>
+[[gnu::always_inline]] inline Piece<T> FPMulAdd(Piece<T> c, Negated<T> a, Piece<T> b, Live) {
+  SVE_PIECE_ASM("fmls %0.8h, %1.8h, %2.8h", "fmls %0.4s, %1.4s, %2.4s", "fmls %0.2d, %1.2d, %2.2d", "+w"(c.bits)
+                : "w"(a.positive.bits), "w"(b.bits));
   return c;
 }
 

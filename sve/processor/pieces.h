@@ -63,9 +63,15 @@ struct Pairs {
 
 // ---- Operations without status ----
 
+/// A negated piece, which remembers what it is the negation of: some instructions negate by themselves.
 template <class T>
-[[gnu::always_inline]] inline Piece<T> FPNeg(Piece<T> a) {
-  return Piece<T>(a.bits ^ Format<T>::sign);
+struct Negated : Piece<T> {
+  [[gnu::always_inline]] explicit Negated(Piece<T> a) : Piece<T>(a.bits ^ Format<T>::sign), positive(a) {}
+  Piece<T> positive;
+};
+template <class T>
+[[gnu::always_inline]] inline Negated<T> FPNeg(Piece<T> a) {
+  return Negated<T>(a);
 }
 template <class T>
 [[gnu::always_inline]] inline Piece<T> magnitude_of(Piece<T> a) {

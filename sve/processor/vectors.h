@@ -7,9 +7,11 @@
 // nothing here is ever instantiated.
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <utility>
 
+#include "sve/lanes/predicate_bits.h"
 #include "sve/processor/pieces.h"
 
 #if defined(__aarch64__)
@@ -112,6 +114,18 @@ template <Multiplies T>
 
 // ---- The loops over whole vectors ----
 
+/// Up to four pieces of a vector, loaded together: four of four vectors are what the host has registers for.
+inline constexpr std::size_t group_pieces = 4;
+template <class T>
+struct Group {
+  explicit Group(Piece<T> same) : piece{same, same, same, same} {}
+  [[gnu::always_inline]] Group(const std::uint8_t* vector, std::size_t first, std::size_t n) {
+#pragma GCC unroll 4
+    for (std::size_t k = 0; k < n; ++k) piece[k] = in_register(Piece<T>::load(vector + 16 * (first + k)));
+  }
+  Piece<T> piece[group_pieces];
+};
+
 /// Masks of a piece's elements from the predicate bits of a vector.
 template <class T>
 [[gnu::always_inline]] inline typename Piece<T>::Bits piece_mask(const ActiveBits& active, std::size_t piece) {
@@ -194,17 +208,34 @@ struct Raised {
   bool settled = true;
 };
 
-/// Where results wait until all is settled, if that is a question.
-struct Unsettled {
-  alignas(16) std::uint8_t bytes[settles_all ? 1 : 256];
-  [[gnu::always_inline]] void move_to(std::uint8_t* dst, std::size_t size, Raised raised) {
-    if constexpr (!settles_all)
-      if (raised.settled) {
-#pragma GCC unroll 8
-        for (std::size_t i = 0; i < size; i += 16) Piece<std::uint64_t>::load(bytes + i).store(dst + i);
-      }
+/// Whether results are formed in the host's registers and stored when all are: those of a register of the built length,
+/// if nothing can unsettle them. Stores in between would keep loads from going in pairs.
+[[gnu::always_inline]] inline bool formed_first(std::size_t bytes) {
+  return exists && settles_all && __builtin_constant_p(bytes) && bytes == vector_bytes;
+}
+
+/// Stores what `compute(put)` forms and hands to put(i, piece), unless it turns out unsettled.
+template <class Compute>
+[[gnu::always_inline]] inline Raised settled_results(std::uint8_t* dst, std::size_t bytes, Compute compute) {
+  if (formed_first(bytes)) {
+    byte_piece formed[register_pieces];
+    const Raised raised = compute([&formed](std::size_t i, auto piece) __attribute__((always_inline)) {
+      formed[i] = reinterpret_cast<byte_piece>(piece.bits);
+    });
+    store_pieces(dst, [&formed](std::size_t i) { return formed[i]; });
+    return raised;
   }
-};
+  alignas(16) std::uint8_t unsettled[settles_all ? 1 : 256];
+  std::uint8_t* const to = settles_all ? dst : unsettled;
+  const Raised raised =
+      compute([to](std::size_t i, auto piece) __attribute__((always_inline)) { piece.store(to + 16 * i); });
+  if constexpr (!settles_all)
+    if (raised.settled) {
+#pragma GCC unroll 8
+      for (std::size_t i = 0; i < bytes; i += 16) Piece<std::uint64_t>::load(unsettled + i).store(dst + i);
+    }
+  return raised;
+}
 
 /// finish(i, mask, op(src piece..., control)) for each piece of vectors of `bytes` bytes, a multiple of 8. `mask` is
 /// that of the active elements, or `no_mask` where all are. `before` are flags that have been raised before, which may
@@ -216,6 +247,20 @@ template <class T, class Activity, class Op, class Finish, class... Sources>
   Control control(fpcr, before);
   const std::size_t pieces = (bytes + 15) / 16;
   if (every_active<T>(active, bytes)) [[likely]] {
+    if constexpr (exists && settles_all)
+      if (formed_first(bytes)) {
+        const auto of_group = [&finish, &op, &control ](std::size_t first, std::size_t n, const auto&... group)
+            __attribute__((always_inline)) {
+#pragma GCC unroll 4
+          for (std::size_t k = 0; k < n; ++k) finish(first + k, no_mask{}, op(group.piece[k]..., control));
+        };
+#pragma GCC unroll 4
+        for (std::size_t first = 0; first < register_pieces; first += group_pieces) {
+          const std::size_t n = register_pieces - first < group_pieces ? register_pieces - first : group_pieces;
+          of_group(first, n, Group<T>(own_address(src), first, n)...);
+        }
+        return {control.raised(), true, control.settled()};
+      }
 #pragma GCC unroll 8
     for (std::size_t i = 0; i < pieces; ++i) finish(i, no_mask{}, op(piece_of<T>(src, i, bytes)..., control));
     return {control.raised(), bytes != 0, control.settled()};
@@ -238,18 +283,17 @@ template <class T, class Activity, class Op, class... Sources>
 [[gnu::always_inline]] inline Raised merge_pieces(FPSCR fpcr, FPSCR before, std::uint8_t* dst, const std::uint8_t* old,
                                                   const Activity& active, std::size_t bytes, T inactive, Op op,
                                                   const Sources*... src) {
-  Unsettled unsettled;
-  std::uint8_t* const to = settles_all ? dst : unsettled.bytes;
-  const Raised raised = for_each_piece<T>(
-      fpcr, before, active, bytes, inactive, op,
-      [to, old](std::size_t i, auto mask, Piece<T> computed) {
-        if constexpr (!std::is_same_v<decltype(mask), no_mask>)
-          computed = Piece<T>(select<T>(mask, computed.bits, Piece<T>::load(old + 16 * i).bits));
-        computed.store(to + 16 * i);
-      },
-      src...);
-  unsettled.move_to(dst, bytes, raised);
-  return raised;
+  return settled_results(
+      dst, bytes, [&](auto put) __attribute__((always_inline)) {
+        return for_each_piece<T>(
+            fpcr, before, active, bytes, inactive, op,
+            [ put, old ](std::size_t i, auto mask, Piece<T> computed) __attribute__((always_inline)) {
+              if constexpr (!std::is_same_v<decltype(mask), no_mask>)
+                computed = Piece<T>(select<T>(mask, computed.bits, Piece<T>::load(old + 16 * i).bits));
+              put(i, computed);
+            },
+            src...);
+      });
 }
 
 /// Sets the first bit of each active element that compares true in `words`, and clears all others.
@@ -268,18 +312,17 @@ template <class T, class Test, class... Sources>
 template <class T, class Test, class... Sources>
 [[gnu::always_inline]] inline Raised compare_pieces(FPSCR fpcr, FPSCR before, std::uint8_t* dst, ActiveBytes active,
                                                     std::size_t bytes, Test test, const Sources*... src) {
-  Unsettled unsettled;
-  std::uint8_t* const to = settles_all ? dst : unsettled.bytes;
-  const Raised raised = for_each_piece<T>(
-      fpcr, before, active, bytes, harmless<T>, test,
-      [to](std::size_t i, auto mask, Truth<T> truth) {
-        auto found = truth.bits & Piece<T>(T{1}).bits;
-        if constexpr (!std::is_same_v<decltype(mask), no_mask>) found &= mask;
-        Piece<T>(found).store(to + 16 * i);
-      },
-      src...);
-  unsettled.move_to(dst, bytes, raised);
-  return raised;
+  return settled_results(
+      dst, bytes, [&](auto put) __attribute__((always_inline)) {
+        return for_each_piece<T>(
+            fpcr, before, active, bytes, harmless<T>, test,
+            [put](std::size_t i, auto mask, Truth<T> truth) __attribute__((always_inline)) {
+              auto found = truth.bits & Piece<T>(T{1}).bits;
+              if constexpr (!std::is_same_v<decltype(mask), no_mask>) found &= mask;
+              put(i, Piece<T>(found));
+            },
+            src...);
+      });
 }
 
 /// The result of a balanced tree of adjacent pairs, `width` elements wide, a power of two, over a vector of `bytes`

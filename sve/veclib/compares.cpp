@@ -24,13 +24,7 @@ PredV compare(const PredV& p, CpuContext* ctx, Test test, const Sources&... src)
 }
 template <class T, class Test, class... Sources>
 in_place::PredV compare(const in_place::PredV& p, in_place::CpuContext* ctx, Test test, const Sources&... src) {
-  const in_place::PredV r{ctx->result};
-  const compare_outcome outcome = compare_register<T>(r.bytes, p.bytes, test, src.bytes...);
-  if (outcome.every_active()) [[likely]]
-    write_flags_of_all(ctx, r, 8 * sizeof(T), outcome.any());
-  else
-    set_flags_of_some(p, r, 8 * sizeof(T), ctx);
-  return r;
+  return flagged_pieces<T>(p, ctx, compared_pieces<T>(test, src.bytes...));
 }
 
 template <class T, class Predicate, class Vector, class Context, class Test>
@@ -47,8 +41,8 @@ constexpr auto gt = [](auto a, auto b) { return a > b; };
 constexpr auto le = [](auto a, auto b) { return a <= b; };
 constexpr auto lt = [](auto a, auto b) { return a < b; };
 
-// Each element against the 64-bit element that covers it, both by the routine's signedness. The wide element is brought
-// into the range of the narrow ones; where it was beyond, `above` or `below` is all ones.
+// Each element against the 64-bit element that covers it, both by the routine's signedness: with the low part of the
+// wide one, and all ones in `above` or `below` where that is beyond the range of the narrow ones.
 template <class T>
 using wide_of = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
 template <class T>
@@ -63,12 +57,10 @@ PredV compare_wide(const PredV& p, const VectorV& a, const VectorV& b, CpuContex
         ctx, [op](std::uint64_t unit) { return op(static_cast<wide_of<T>>(unit)); }, b);
   };
   const auto mask = [](bool condition) { return condition ? ~std::uint64_t{0} : 0; };
-  const VectorV nearest = of_units([](wide_of<T> x) {
-    return replicated<T>(static_cast<std::uint64_t>(x > high<T> ? high<T> : x < low<T> ? low<T> : x));
-  });
+  const VectorV low_part = of_units([](wide_of<T> x) { return replicated<T>(static_cast<std::uint64_t>(x)); });
   const VectorV above = of_units([mask](wide_of<T> x) { return mask(x > high<T>); });
   const VectorV below = of_units([mask](wide_of<T> x) { return mask(x < low<T>); });
-  return compare<T>(p, ctx, test, a, nearest, above, below);
+  return compare<T>(p, ctx, test, a, low_part, above, below);
 }
 
 template <class T, class Test>
@@ -81,11 +73,8 @@ in_place::PredV compare_wide(const in_place::PredV& p, const in_place::VectorV& 
         using Truth = decltype(x == x);
         const Units unit = reinterpret_cast<Units>(units);
         const auto above = unit > high<T>, below = unit < low<T>;
-        const Units nearest = above ? Units{} + high<T> : below ? Units{} + low<T> : unit;
-        const byte_piece places = byte_piece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-        const byte_piece narrow = __builtin_shuffle(reinterpret_cast<byte_piece>(nearest),
-                                                    (places & byte{8}) | (places & byte{sizeof(T) - 1}));
-        return test(x, reinterpret_cast<decltype(x)>(narrow), reinterpret_cast<Truth>(above),
+        const byte_piece low_part = units_spread<T>(reinterpret_cast<byte_piece>(unit));
+        return test(x, reinterpret_cast<decltype(x)>(low_part), reinterpret_cast<Truth>(above),
                     reinterpret_cast<Truth>(below));
       },
       a, b);
@@ -93,10 +82,10 @@ in_place::PredV compare_wide(const in_place::PredV& p, const in_place::VectorV& 
 
 constexpr auto wide_eq = [](auto a, auto b, auto above, auto below) { return (a == b) & ~(above | below); };
 constexpr auto wide_ne = [](auto a, auto b, auto above, auto below) { return (a != b) | above | below; };
-constexpr auto wide_ge = [](auto a, auto b, auto above, auto) { return (a >= b) & ~above; };
-constexpr auto wide_gt = [](auto a, auto b, auto, auto below) { return (a > b) | below; };
-constexpr auto wide_le = [](auto a, auto b, auto, auto below) { return (a <= b) & ~below; };
-constexpr auto wide_lt = [](auto a, auto b, auto above, auto) { return (a < b) | above; };
+constexpr auto wide_ge = [](auto a, auto b, auto above, auto below) { return ((a >= b) & ~above) | below; };
+constexpr auto wide_gt = [](auto a, auto b, auto above, auto below) { return ((a > b) & ~above) | below; };
+constexpr auto wide_le = [](auto a, auto b, auto above, auto below) { return ((a <= b) & ~below) | above; };
+constexpr auto wide_lt = [](auto a, auto b, auto above, auto below) { return ((a < b) & ~below) | above; };
 
 }  // namespace
 

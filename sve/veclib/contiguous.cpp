@@ -34,13 +34,26 @@ auto replicate(const Predicate& p, u64 base, std::int64_t imm, const Context* ct
   return zeroing<T>(p, ctx, [value] { return value; });
 }
 
+// Whether every element of T of the lowest 128 bits is active, where that is quickly told.
+template <class T>
+bool unit_known_to_be_all(const PredV&) {
+  return false;
+}
+template <class T>
+bool unit_known_to_be_all(const in_place::PredV& p) {
+  return !any_of(piece_of_words(first_bytes(sizeof(T))) & ~load_piece(p.bytes));
+}
+
 // One quadword, governed by the lowest 16 predicate bits alone, to every 128-bit unit. The count of units reads the
 // length word whole.
 template <class T, class Predicate, class Context>
 auto replicate_quadword(const Predicate& p, u64 address, const Context* ctx) {
-  byte unit[16];
-  for (std::size_t i = 0; i < sizeof unit / sizeof(T); ++i)
-    store<T>(unit, i, active<T>(p, i) ? read_plain<T>(address + i * sizeof(T)) : T{0});
+  alignas(16) byte unit[16];
+  if (unit_known_to_be_all<T>(p) && address % 4096 <= 4096 - sizeof unit)  // in one page: all of it or nothing
+    std::memcpy(unit, reinterpret_cast<const void*>(address), sizeof unit);
+  else
+    for (std::size_t i = 0; i < sizeof unit / sizeof(T); ++i)
+      store<T>(unit, i, active<T>(p, i) ? read_plain<T>(address + i * sizeof(T)) : T{0});
   return element_wise(ctx, [&](byte* r) {
     const std::size_t units = length_word(ctx) >> 1;
     for (std::size_t i = 0; i < units; ++i) std::memcpy(r + i * sizeof unit, unit, sizeof unit);

@@ -53,16 +53,12 @@ std::uint64_t saturating_minus(std::uint64_t x, std::uint64_t n) {
 template <class T, class Vector, class Context>
 auto saturating_plus(const Vector& a, std::uint64_t n, const Context* ctx) {
   static_assert(sizeof(T) > 1);
-  const T value = static_cast<T>(n);
-  return mapped<T>(
-      ctx, [value](T x) { return saturating_sum(x, value); }, a);
+  return mapped<T>(ctx, with_second(saturating_sum, static_cast<T>(n)), a);
 }
 template <class T, class Vector, class Context>
 auto saturating_minus(const Vector& a, std::uint64_t n, const Context* ctx) {
   static_assert(sizeof(T) > 1);
-  const T value = static_cast<T>(n);
-  return mapped<T>(
-      ctx, [value](T x) { return saturating_difference(x, value); }, a);
+  return mapped<T>(ctx, with_second(saturating_difference, static_cast<T>(n)), a);
 }
 
 // The length queries read the word whole: bits above the length would count here and nowhere else.

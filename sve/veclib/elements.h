@@ -156,38 +156,45 @@ inline PredV packed(const in_place::PredV& p) {
 
 /// First operand a, predicate, second operand b: active ? op(a, b) : a.
 template <class T, class Vector, class Predicate, class Second, class Context, class Op>
-inline auto merging(const Vector& a, const Predicate& p, const Second& b, const Context* context, Op op) {
-  return element_wise(context, [&](byte* r) {
-    merge_lanes<T>(r, a.bytes, as_bytes(p, context), covering_count<T>(context), op, a.bytes, b.bytes);
-  });
+[[gnu::always_inline]] inline auto merging(const Vector& a, const Predicate& p, const Second& b, const Context* context,
+                                           Op op) {
+  return element_wise(
+      context, [&](byte * r) __attribute__((always_inline)) {
+        merge_lanes<T>(r, a.bytes, as_bytes(p, context), covering_count<T>(context), op, a.bytes, b.bytes);
+      });
 }
 
 /// Old destination, predicate, source: active ? op(a) : old.
 template <class T, class Vector, class Predicate, class Context, class Op>
-inline auto merging_unary(const Vector& old, const Predicate& p, const Vector& a, const Context* context, Op op) {
-  return element_wise(context, [&](byte* r) {
-    merge_lanes<T>(r, old.bytes, as_bytes(p, context), covering_count<T>(context), op, a.bytes);
-  });
+[[gnu::always_inline]] inline auto merging_unary(const Vector& old, const Predicate& p, const Vector& a,
+                                                 const Context* context, Op op) {
+  return element_wise(
+      context, [&](byte * r) __attribute__((always_inline)) {
+        merge_lanes<T>(r, old.bytes, as_bytes(p, context), covering_count<T>(context), op, a.bytes);
+      });
 }
 
 /// Accumulator or first operand, predicate, two operands: active ? op(a, b, c) : a.
 template <class T, class Vector, class Predicate, class Context, class Op>
-inline auto merging_ternary(const Vector& a, const Predicate& p, const Vector& b, const Vector& c,
-                            const Context* context, Op op) {
-  return element_wise(context, [&](byte* r) {
-    merge_lanes<T>(r, a.bytes, as_bytes(p, context), covering_count<T>(context), op, a.bytes, b.bytes, c.bytes);
-  });
+[[gnu::always_inline]] inline auto merging_ternary(const Vector& a, const Predicate& p, const Vector& b,
+                                                   const Vector& c, const Context* context, Op op) {
+  return element_wise(
+      context, [&](byte * r) __attribute__((always_inline)) {
+        merge_lanes<T>(r, a.bytes, as_bytes(p, context), covering_count<T>(context), op, a.bytes, b.bytes, c.bytes);
+      });
 }
 
 /// op of each element of the sources, unpredicated.
 template <class T, class Context, class Op, class... Sources>
-inline auto mapped(const Context* context, Op op, const Sources&... src) {
-  return element_wise(context, [&](byte* r) { map_lanes<T>(r, covering_count<T>(context), op, src.bytes...); });
+[[gnu::always_inline]] inline auto mapped(const Context* context, Op op, const Sources&... src) {
+  return element_wise(
+      context, [&](byte * r)
+                   __attribute__((always_inline)) { map_lanes<T>(r, covering_count<T>(context), op, src.bytes...); });
 }
 
 /// The same into a temporary of the body.
 template <class T, class Context, class Op, class... Sources>
-inline VectorV mapped_aside(const Context* context, Op op, const Sources&... src) {
+[[gnu::always_inline]] inline VectorV mapped_aside(const Context* context, Op op, const Sources&... src) {
   VectorV r;
   map_lanes<T>(r.bytes, covering_count<T>(context), op, src.bytes...);
   return r;
@@ -195,9 +202,11 @@ inline VectorV mapped_aside(const Context* context, Op op, const Sources&... src
 
 /// Under a zeroing predicate: active ? op(src...) : 0.
 template <class T, class Predicate, class Context, class Op, class... Sources>
-inline auto zeroing(const Predicate& p, const Context* context, Op op, const Sources&... src) {
+[[gnu::always_inline]] inline auto zeroing(const Predicate& p, const Context* context, Op op, const Sources&... src) {
   return element_wise(
-      context, [&](byte* r) { zero_lanes<T>(r, as_bytes(p, context), covering_count<T>(context), op, src.bytes...); });
+      context, [&](byte * r) __attribute__((always_inline)) {
+        zero_lanes<T>(r, as_bytes(p, context), covering_count<T>(context), op, src.bytes...);
+      });
 }
 
 /// A vector with the element `index` of T of each 16-byte segment in all of the segment's places.

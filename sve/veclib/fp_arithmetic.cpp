@@ -86,6 +86,24 @@ auto trigonometric_multiply_add(const Vector& a, const Vector& b, std::uint64_t 
   return fp_mapped<T>(ctx, on_lanes([index](auto x, auto y, auto& s) SVE_RETURNS(FPTRIMADD(index, x, y, s))), a, b);
 }
 
+template <class T, class Vector, class Context>
+auto exponential(const Vector& a, const Context* ctx) {
+  if constexpr (sizeof(T) == 2) {
+    // Looked up whole, for which a vector of indices would only be taken apart again.
+    return element_wise(ctx, [&](byte* r) {
+      const std::size_t n = covering_count<T>(ctx);
+#pragma GCC unroll 8
+      for (std::size_t e = 0; e < n; ++e) {
+        store<T>(r, e, FPEXPA(load<T>(a.bytes, e)));
+        asm volatile("" ::: "memory");
+      }
+    });
+  } else {
+    return mapped<T>(
+        ctx, [](T x) { return FPEXPA(x); }, a);
+  }
+}
+
 }  // namespace
 
 SVE_DEFINE_VVM(AddVVM, fp_merging<T>(a, p, b, ctx, sum), FP_TYPES)
@@ -139,7 +157,4 @@ SVE_DEFINE_VV(TRISSELVV,
               mapped<T>(
                   ctx, [](T x, T y) { return FPTRISSEL(x, y); }, a, b),
               FP_TYPES)
-SVE_DEFINE_V(EXPAV,
-             mapped<T>(
-                 ctx, [](T x) { return FPEXPA(x); }, a),
-             FP_TYPES)
+SVE_DEFINE_V(EXPAV, exponential<T>(a, ctx), FP_TYPES)

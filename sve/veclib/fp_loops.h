@@ -171,27 +171,28 @@ inline working_status fp_merged_by_library(byte* r, std::size_t n, const byte* o
 template <class T, class Vector, class Predicate, class Context, class Op, class... Sources>
 inline auto fp_merged(std::size_t n, const Vector& old, const Predicate& p, Context* context, FPSCR control, Op op,
                       const Sources&... src) {
-  return element_wise(context, [&](byte* r) {
-    constexpr bool has_pieces = runs_on_processor<Op> && processor::has_operation<T, Op, Sources...>;
-    if constexpr (has_pieces) {
-      if (processor::computes<T>(control)) [[likely]] {
-        const processor::Raised raised =
-            processor::merge_pieces<T>(control, context->fpsr, r, old.bytes, activity(p, n * sizeof(T)), n * sizeof(T),
-                                       Op::template inactive<T>, op, src.bytes...);
-        if (raised.settled) [[likely]] {
-          status_of(control, raised).fold_into(context);
-          return;
+  return element_wise(
+      context, [&](byte * r) __attribute__((always_inline)) {
+        constexpr bool has_pieces = runs_on_processor<Op> && processor::has_operation<T, Op, Sources...>;
+        if constexpr (has_pieces) {
+          if (processor::computes<T>(control)) [[likely]] {
+            const processor::Raised raised =
+                processor::merge_pieces<T>(control, context->fpsr, r, old.bytes, activity(p, n * sizeof(T)),
+                                           n * sizeof(T), Op::template inactive<T>, op, src.bytes...);
+            if (raised.settled) [[likely]] {
+              status_of(control, raised).fold_into(context);
+              return;
+            }
+          }
         }
-      }
-    }
-    library_result(context, r, [&](byte* to) {
-      return by_library<has_pieces>(
-          [=](const Predicate& under, const byte* kept, const auto*... from) {
-            return fp_merged_by_library<T>(to, n, kept, under, control, op, from...);
-          },
-          p, static_cast<const byte*>(old.bytes), static_cast<const byte*>(src.bytes)...);
-    }).fold_into(context);
-  });
+        library_result(context, r, [&](byte* to) {
+          return by_library<has_pieces>(
+              [=](const Predicate& under, const byte* kept, const auto*... from) {
+                return fp_merged_by_library<T>(to, n, kept, under, control, op, from...);
+              },
+              p, static_cast<const byte*>(old.bytes), static_cast<const byte*>(src.bytes)...);
+        }).fold_into(context);
+      });
 }
 
 /// The same under a predicate.

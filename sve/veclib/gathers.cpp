@@ -9,8 +9,14 @@ namespace {
 template <class T, class M, class Predicate, class Vector, class Context, class Address>
 void scatter(const Predicate& p, const Vector& v, const Context* ctx, Address address) {
   const std::size_t n = count<T>(ctx);
-  for (std::size_t e = 0; e < n; ++e)
-    if (active<T>(p, e)) write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e)));
+  const auto one = [&](std::size_t e) { write_plain<M>(address(e), static_cast<M>(load<T>(v.bytes, e))); };
+  if (known_to_be_all<T>(p)) {
+#pragma GCC unroll 32
+    for (std::size_t e = 0; e < n; ++e) one(e);
+  } else {
+    for (std::size_t e = 0; e < n; ++e)
+      if (active<T>(p, e)) one(e);
+  }
 }
 
 }  // namespace

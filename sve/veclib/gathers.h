@@ -26,7 +26,7 @@ auto gather(const Predicate& p, Context* ctx, Address address) {
   return whole_or_nothing(ctx, [&](byte* r) {
     const std::size_t n = count<T>(ctx);
     if (known_to_be_all<T>(p)) {
-#pragma GCC unroll 4
+#pragma GCC unroll 32
       for (std::size_t e = 0; e < n; ++e) {
         store<T>(r, e, static_cast<T>(read_plain<M>(address(e))));
         asm volatile("" ::: "memory");  // in rising order: a fault names the first element that has one

@@ -1,4 +1,5 @@
 // Integer arithmetic, logic, multiply-add and address routines, element by element at any vector length.
+#include <bit>
 #include <limits>
 
 #include "sve/veclib/define.h"
@@ -25,7 +26,8 @@ constexpr calculation<T> wrapping(T a) {
 constexpr auto sum = [](auto a, auto b) { return wrapping(a) + wrapping(b); };
 constexpr auto difference = [](auto a, auto b) { return wrapping(a) - wrapping(b); };
 constexpr auto reversed_difference = [](auto a, auto b) { return wrapping(b) - wrapping(a); };
-constexpr auto product = [](auto a, auto b) { return wrapping(a) * wrapping(b); };
+constexpr auto product =
+    SVE_BY_PIECES(2, native::multiply<Element>(a, b), [](auto a, auto b) { return wrapping(a) * wrapping(b); });
 
 constexpr auto conjunction = [](auto a, auto b) { return a & b; };
 constexpr auto disjunction = [](auto a, auto b) { return a | b; };
@@ -37,7 +39,13 @@ template <class T, unsigned Bytes>
 constexpr auto extended = [](T a) {
   using Low =
       std::conditional_t<Bytes == 1, std::uint8_t, std::conditional_t<Bytes == 2, std::uint16_t, std::uint32_t>>;
-  return static_cast<std::conditional_t<std::is_signed_v<T>, signed_of<Low>, Low>>(a);
+  if constexpr (std::is_signed_v<T>) {
+    // At the element's own width, so that vectors of it stay such.
+    constexpr int above = width<T> - 8 * static_cast<int>(Bytes);
+    return static_cast<T>(static_cast<T>(static_cast<unsigned_of<T>>(a) << above) >> above);
+  } else {
+    return static_cast<T>(a & T{static_cast<Low>(~Low{0})});
+  }
 };
 
 // Division never traps: by 0 it gives 0, and the smallest value by -1 gives the smallest value.
@@ -85,10 +93,14 @@ constexpr auto inverted = [](auto a) { return static_cast<decltype(a)>(~a); };
 constexpr auto is_zero = [](auto a) { return a == 0 ? 1 : 0; };
 
 // a + b*c and the like; in the MADD forms a is the multiplicand and c the addend.
-constexpr auto mla = [](auto a, auto b, auto c) { return wrapping(a) + wrapping(b) * wrapping(c); };
-constexpr auto mls = [](auto a, auto b, auto c) { return wrapping(a) - wrapping(b) * wrapping(c); };
-constexpr auto madd = [](auto a, auto b, auto c) { return wrapping(c) + wrapping(a) * wrapping(b); };
-constexpr auto msub = [](auto a, auto b, auto c) { return wrapping(c) - wrapping(a) * wrapping(b); };
+constexpr auto mla = SVE_BY_PIECES(3, native::add<Element>(a, native::multiply<Element>(b, c)),
+                                   [](auto a, auto b, auto c) { return wrapping(a) + wrapping(b) * wrapping(c); });
+constexpr auto mls = SVE_BY_PIECES(3, native::subtract<Element>(a, native::multiply<Element>(b, c)),
+                                   [](auto a, auto b, auto c) { return wrapping(a) - wrapping(b) * wrapping(c); });
+constexpr auto madd = SVE_BY_PIECES(3, native::add<Element>(c, native::multiply<Element>(a, b)),
+                                    [](auto a, auto b, auto c) { return wrapping(c) + wrapping(a) * wrapping(b); });
+constexpr auto msub = SVE_BY_PIECES(3, native::subtract<Element>(c, native::multiply<Element>(a, b)),
+                                    [](auto a, auto b, auto c) { return wrapping(c) - wrapping(a) * wrapping(b); });
 
 template <class T, class Vector, class Context, class Op>
 auto with_immediate(const Vector& a, std::uint64_t imm, const Context* ctx, Op op) {
@@ -100,14 +112,14 @@ auto with_immediate(const Vector& a, std::uint64_t imm, const Context* ctx, Op o
 // Base plus offset times scale, the offset as it is or its low 32 bits extended.
 template <unsigned Scale>
 constexpr auto address = [](auto base, auto offset) { return base + offset * Scale; };
+// In shifts to the top and down, the second of which hosts add to the base in one instruction.
 template <unsigned Scale>
-constexpr auto address_sxtw = [](auto base, auto offset) {
-  return base + static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(offset))) * Scale;
+constexpr auto address_sxtw = [](std::uint64_t base, std::uint64_t offset) {
+  return base + static_cast<std::uint64_t>(static_cast<std::int64_t>(offset << 32) >> (32 - std::countr_zero(Scale)));
 };
 template <unsigned Scale>
-constexpr auto address_uxtw = [](auto base, auto offset) {
-  return base + static_cast<std::uint64_t>(static_cast<std::uint32_t>(offset)) * Scale;
-};
+constexpr auto address_uxtw =
+    [](std::uint64_t base, std::uint64_t offset) { return base + (offset << 32 >> (32 - std::countr_zero(Scale))); };
 
 }  // namespace
 

@@ -158,7 +158,15 @@ Predicate break_previous(const Predicate& governing, const Predicate& n, const P
                   bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : leading_bits(0));
 }
 
-// The source with the first active bit of the mask set in it.
+template <class Predicate, class Context>
+Predicate flagged_break_previous(const Predicate& governing, const Predicate& n, const Predicate& m, Context* ctx,
+                                 bool inclusive) {
+  return flagged_under(
+      governing, ctx, same,
+      bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : leading_bits(0));
+}
+
+// The source with the first active bit of the mask set in it. The mask may be the source, which that bit is in then.
 template <class Predicate, class Context>
 Predicate with_first_active(const Predicate& mask, const Predicate& source, const Context* ctx) {
   const int first = lowest_of(ctx, same, mask);
@@ -174,9 +182,13 @@ Predicate next_active(const Predicate& mask, const Predicate& source, Context* c
   const int next = lowest_of(
       ctx, [](auto m, auto starts, auto done) { return m & starts & ~done; }, mask, first_bits<T>{},
       leading_bits(last + 1));
+  std::uint32_t flags = flag_z_bit | flag_c_bit;
+  if (next >= 0)
+    flags = (lowest_of(ctx, both, mask, first_bits<T>{}) == next ? flag_n_bit : 0) |
+            (highest_of(ctx, both, mask, first_bits<T>{}) == next ? 0 : flag_c_bit);
+  write_flags(ctx, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit, flags);
   Predicate r = combined(ctx, same, leading_bits(0));
   if (next >= 0) set_bit(r, static_cast<std::size_t>(next));
-  PredSetNZCV(mask, r, 8 * sizeof(T), ctx);
   return r;
 }
 
@@ -246,7 +258,7 @@ void take(in_place::PredV& ffr, const in_place::PredV& p) { std::memcpy(ffr.byte
 
 #define PREDICATE_LOGIC(Name, FlgName, op)          \
   SVE_DEFINE_PPPP(Name, logic(p, q, r, ctx, op), P) \
-  SVE_DEFINE_PPPP(FlgName, flagged(p, logic(p, q, r, ctx, op), ctx), P)
+  SVE_DEFINE_PPPP(FlgName, flagged_under(p, ctx, op, q, r), P)
 
 PREDICATE_LOGIC(AndPPZ, AndFlgPPZ, both)
 PREDICATE_LOGIC(BicPPZ, BicFlgPPZ, bic)
@@ -258,9 +270,9 @@ PREDICATE_LOGIC(NorPPZ, NorFlgPPZ, nor)
 
 // p governs, q is Pn.
 SVE_DEFINE_PPP(BreakAPZ, until_break(p, q, ctx, true), P)
-SVE_DEFINE_PPP(BreakAFlgPZ, flagged(p, until_break(p, q, ctx, true), ctx), P)
+SVE_DEFINE_PPP(BreakAFlgPZ, flagged_under(p, ctx, same, before_break(p, q, ctx, true)), P)
 SVE_DEFINE_PPP(BreakBPZ, until_break(p, q, ctx, false), P)
-SVE_DEFINE_PPP(BreakBFlgPZ, flagged(p, until_break(p, q, ctx, false), ctx), P)
+SVE_DEFINE_PPP(BreakBFlgPZ, flagged_under(p, ctx, same, before_break(p, q, ctx, false)), P)
 // Merging: p is the old destination, q governs, r is Pn.
 SVE_DEFINE_PPPP(BreakAPM, merged_until_break(p, q, r, ctx, true), P)
 SVE_DEFINE_PPPP(BreakBPM, merged_until_break(p, q, r, ctx, false), P)
@@ -268,9 +280,9 @@ SVE_DEFINE_PPPP(BreakBPM, merged_until_break(p, q, r, ctx, false), P)
 SVE_DEFINE_PPPP(BreakNextPZ, break_next(p, q, r, ctx), P)
 SVE_DEFINE_PPPP(BreakNextFlgPZ, flagged_of_all(break_next(p, q, r, ctx), ctx), P)
 SVE_DEFINE_PPPP(BreakPrevAPZ, break_previous(p, q, r, ctx, true), P)
-SVE_DEFINE_PPPP(BreakPrevAFlgPZ, flagged(p, break_previous(p, q, r, ctx, true), ctx), P)
+SVE_DEFINE_PPPP(BreakPrevAFlgPZ, flagged_break_previous(p, q, r, ctx, true), P)
 SVE_DEFINE_PPPP(BreakPrevBPZ, break_previous(p, q, r, ctx, false), P)
-SVE_DEFINE_PPPP(BreakPrevBFlgPZ, flagged(p, break_previous(p, q, r, ctx, false), ctx), P)
+SVE_DEFINE_PPPP(BreakPrevBFlgPZ, flagged_break_previous(p, q, r, ctx, false), P)
 
 SVE_DEFINE_P(False, combined(ctx, same, leading_bits(0)), P)
 SVE_DEFINE_PPP(SetFirstActiveP, flagged(p, with_first_active(p, q, ctx), ctx), P)
@@ -298,7 +310,7 @@ SVE_DEFINE_COUNT_P(SCountP, count_both<T>(p, q, ctx), UNSIGNED_TYPES)
 
 // The first-fault register of the context. Its status being clear means that all of it is set.
 SVE_DEFINE_PP(ActualP, combined(ctx, both, p, ctx->ffr), P)
-SVE_DEFINE_PP(ActualFlgP, flagged(p, combined(ctx, both, p, ctx->ffr), ctx), P)
+SVE_DEFINE_PP(ActualFlgP, flagged_under(p, ctx, same, ctx->ffr), P)
 SVE_DEFINE_P(ReadFFSRP, combined(ctx, same, ctx->ffr), P)
 SVE_DEFINE(void, (SVE_CTX), ClearFFSR, take(ctx->ffr, combined(ctx, same, leading_bits(256))), P)
 SVE_DEFINE(void, (SVE_IN_P(p), SVE_CTX), WriteFFSRP, take(ctx->ffr, combined(ctx, same, p)), P)

@@ -1,6 +1,7 @@
 // Flags from predicates, and queries of predicates, at any vector length.
 #pragma once
 
+#include "sve/lanes/compares.h"
 #include "sve/lanes/patterns.h"
 #include "sve/veclib/elements.h"
 
@@ -61,7 +62,7 @@ constexpr std::uint64_t word_of(first_bits<T>, std::size_t) {
 }
 
 inline byte_piece piece_of(const in_place::PredV& p, std::size_t i) { return load_piece(p.bytes + 16 * i); }
-inline byte_piece piece_of(leading_bits b, std::size_t i) { return piece_below(b.end, i); }
+inline byte_piece piece_of(leading_bits b, std::size_t i) { return leading_ones(b.end)(i); }
 template <class T>
 inline byte_piece piece_of(first_bits<T>, std::size_t) {
   return piece_of_words(first_bytes(sizeof(T)));
@@ -70,7 +71,7 @@ inline byte_piece piece_of(first_bits<T>, std::size_t) {
 constexpr auto same = [](auto x) { return x; };
 constexpr auto both = [](auto x, auto y) { return x & y; };
 
-/// The combination of predicates, cut to the length in use.
+/// The combination of predicates, cut to the length in use. In place it may be written over a source.
 template <class Op, class... Sources>
 inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
   PredV r{};
@@ -81,10 +82,11 @@ inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
 }
 template <class Op, class... Sources>
 inline in_place::PredV combined(const in_place::CpuContext* context, Op op, const Sources&... src) {
-#pragma GCC unroll 16
-  for (std::size_t i = 0; i < register_pieces; ++i)
-    store_piece(context->result + 16 * i, op(piece_of(src, i)...) & (byte_piece{} + byte{1}));
-  return {context->result};
+  const auto piece = [&](std::size_t i) __attribute__((always_inline)) {
+    return op(piece_of(src, i)...) & (byte_piece{} + byte{1});
+  };
+  store_pieces(context->destination, piece);
+  return {context->destination};
 }
 
 /// Highest and lowest set bit over the four words, or -1.
@@ -203,6 +205,37 @@ inline void set_flags_of_leading(std::size_t n, std::size_t of, in_place::CpuCon
 /// PredSetNZCV by way of values.
 void set_flags_of_some(const in_place::PredV& mask, const in_place::PredV& result, int element_bits,
                        in_place::CpuContext* context);
+
+/// The pieces `result(0)` and so on under a predicate, with the flags of that.
+template <class T, class Result>
+[[gnu::always_inline]] inline in_place::PredV flagged_pieces(const in_place::PredV& p, in_place::CpuContext* context,
+                                                             Result result) {
+  computed_predicate<T> computed(p.bytes, result);
+  if (computed.every_active) [[likely]] {
+    write_flags(context, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit, computed.flags_of_all());
+  } else {
+    computed.restrict_to(p.bytes);
+    computed.store(context->aside);  // the destination may be the predicate
+    set_flags_of_some(p, {context->aside}, 8 * sizeof(T), context);
+  }
+  computed.store(context->destination);
+  return {context->destination};
+}
+
+/// The combination of predicates under another one, with the flags of that.
+template <class Op, class... Sources>
+inline PredV flagged_under(const PredV& p, CpuContext* context, Op op, const Sources&... src) {
+  const PredV r = combined(
+      context, [op](auto governing, auto... x) { return governing & op(x...); }, p, src...);
+  PredSetNZCV(p, r, 8, context);
+  return r;
+}
+template <class Op, class... Sources>
+inline in_place::PredV flagged_under(const in_place::PredV& p, in_place::CpuContext* context, Op op,
+                                     const Sources&... src) {
+  const auto piece = [&](std::size_t i) __attribute__((always_inline)) { return op(piece_of(src, i)...); };
+  return flagged_pieces<std::uint8_t>(p, context, piece);
+}
 
 /// PredSetNZCV of registers.
 inline void PredSetNZCV(const in_place::PredV& mask, const in_place::PredV& result, int element_bits,

@@ -66,20 +66,18 @@ using quarter = std::conditional_t<sizeof(T) == 4, std::conditional_t<std::is_si
 // Each lane of the accumulator plus the products of its four narrow elements with those of the same lane of the second
 // source. Wraps at the lane's width.
 template <class T, class Vector, class Second, class Context>
-auto dot(const Vector& a, const Second& b, const Vector& accumulator, const Context* ctx) {
+auto dot(const Vector& first, const Second& second, const Vector& accumulator, const Context* ctx) {
   using Narrow = quarter<T>;
   using Wide = unsigned_of<T>;
-  return apart(ctx, [&](byte* r) {
-    const std::size_t n = count<T>(ctx);
-#pragma GCC ivdep
-    for (std::size_t e = 0; e < n; ++e) {
-      Wide sum = load<Wide>(accumulator.bytes, e);
-      for (std::size_t k = 0; k < 4; ++k)
-        sum += static_cast<Wide>(static_cast<T>(load<Narrow>(a.bytes, 4 * e + k))) *
-               static_cast<Wide>(static_cast<T>(load<Narrow>(b.bytes, 4 * e + k)));
-      store<Wide>(r, e, sum);
-    }
-  });
+  const auto one = [](T sum, T x, T y) {
+    for (std::size_t k = 0; k < 4; ++k)
+      sum = static_cast<T>(static_cast<Wide>(sum) +
+                           static_cast<Wide>(static_cast<T>(static_cast<Narrow>(x >> (k * 8 * sizeof(Narrow))))) *
+                               static_cast<Wide>(static_cast<T>(static_cast<Narrow>(y >> (k * 8 * sizeof(Narrow))))));
+    return sum;
+  };
+  return mapped<T>(ctx, SVE_BY_PIECES(3, native::add<Element>(a, native::sums_of_products<Element>(b, c)), one),
+                   accumulator, first, second);
 }
 
 }  // namespace

@@ -28,8 +28,7 @@ auto add_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) {
         a);
   } else {
     const T value = static_cast<T>(imm);
-    return mapped<T>(
-        ctx, [value](T x) { return saturating_sum(x, value); }, a);
+    return mapped<T>(ctx, with_second(saturating_sum, value), a);
   }
 }
 
@@ -46,8 +45,7 @@ auto subtract_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) 
         a);
   } else {
     const T value = static_cast<T>(imm);
-    return mapped<T>(
-        ctx, [value](T x) { return saturating_difference(x, value); }, a);
+    return mapped<T>(ctx, with_second(saturating_difference, value), a);
   }
 }
 

@@ -19,6 +19,8 @@ constexpr T limit_beside(T a) {
   return static_cast<T>((a >> (8 * sizeof(T) - 1)) ^ highest<T>);
 }
 
+// The processor's own saturating instructions would leave their mark in FPSR.
+
 /// a + b, brought to the nearest value of their type.
 inline constexpr auto saturating_sum = [](auto a, auto b) {
   using T = decltype(a);

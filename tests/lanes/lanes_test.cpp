@@ -1,4 +1,6 @@
 // Whole registers in pieces: predicates' bits and queries, compares and table lookups, each against a plain loop.
+#include "sve/lanes/lanes.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
@@ -80,8 +82,8 @@ TYPED_TEST(Registers, LeadingElements) {
   for (unsigned end = 0; end <= 256; ++end)
     for (std::size_t i = 0; i < vector_bytes; ++i) {
       byte piece[16];
-      sve::store_piece(piece, sve::piece_below(end, i / 16));
-      ASSERT_EQ(piece[i % 16], i < end ? 0xff : 0) << end << " at " << i;
+      sve::store_piece(piece, sve::leading_ones(end)(i / 16));
+      ASSERT_EQ(piece[i % 16], i < end) << end << " at " << i;
     }
 }
 
@@ -93,17 +95,27 @@ TYPED_TEST(Registers, Compares) {
     for (byte& x : a.bytes) x = static_cast<byte>(this->random());
     for (std::size_t i = 0; i < lanes<T>; ++i)  // equal ones too
       sve::store<T>(b.bytes, i, this->random() % 2 ? load<T>(a.bytes, i) : static_cast<T>(this->random()));
-    const auto outcome = sve::compare_register<T>(
-        r.bytes, p.bytes, [](auto x, auto y) { return x >= y; }, a.bytes, b.bytes);
-    bool any = false;
+    const auto greater_or_equal = [](auto x, auto y) { return x >= y; };
+    const auto pieces = sve::compared_pieces<T>(greater_or_equal, a.bytes, b.bytes);
+    sve::computed_predicate<T> outcome(p.bytes, pieces);
+    EXPECT_EQ(outcome.every_active, sve::all_active<T>(p.bytes));
+    outcome.restrict_to(p.bytes);
+    outcome.store(r.bytes);
     for (std::size_t i = 0; i < vector_bytes; ++i) {
       const std::size_t e = i / sizeof(T);
       const bool expected = i % sizeof(T) == 0 && p.bytes[i] & 1 && load<T>(a.bytes, e) >= load<T>(b.bytes, e);
       ASSERT_EQ(r.bytes[i], expected) << i;
-      any = any || expected;
     }
-    EXPECT_EQ(outcome.any(), any);
-    EXPECT_EQ(outcome.every_active(), sve::all_active<T>(p.bytes));
+    vector_register everywhere;
+    std::memset(everywhere.bytes, 1, vector_bytes);
+    const std::uint32_t flags = sve::computed_predicate<T>(everywhere.bytes, pieces).flags_of_all();
+    bool first = false, any = false, last = false;
+    for (std::size_t e = 0; e < lanes<T>; ++e) {
+      last = load<T>(a.bytes, e) >= load<T>(b.bytes, e);
+      first = e == 0 ? last : first;
+      any = any || last;
+    }
+    EXPECT_EQ(flags, std::uint32_t{first} << 31 | std::uint32_t{!any} << 30 | std::uint32_t{!last} << 29);
   }
 }
 
@@ -123,6 +135,89 @@ TYPED_TEST(Registers, LookupsIntoEachOfTheirOperands) {
     sve::look_up<T>(over_indices.bytes, table.bytes, over_indices.bytes);
     for (const vector_register* r : {&result, &over_table, &over_indices})
       ASSERT_EQ(std::memcmp(r->bytes, expected.bytes, vector_bytes), 0);
+  }
+}
+
+// The loops over a register, in pieces and by the host's operations on these, and over any number of elements, one by
+// one, whose count the compiler must not know.
+template <class T, class Op>
+void expect_same_loops(const char* name, std::mt19937_64& random, Op op) {
+  volatile std::size_t unknown = lanes<T>;
+  const std::size_t n = unknown;
+  const auto compare = [&](auto whole, auto any, const char* loop) {
+    const vector_register p = random_predicate(random);
+    vector_register old, a, b, r, expected;
+    for (vector_register* v : {&old, &a, &b})
+      for (byte& x : v->bytes) x = static_cast<byte>(random());
+    for (std::size_t i = 0; i < lanes<T>; ++i)  // amounts of shifts, in range and at its end
+      if (random() % 2) sve::store<T>(b.bytes, i, static_cast<T>(random() % (8 * sizeof(T) + 2)));
+    vector_register over = a;
+    whole(r.bytes, old.bytes, p.bytes, a.bytes, b.bytes);
+    any(expected.bytes, old.bytes, p.bytes, a.bytes, b.bytes);
+    ASSERT_EQ(std::memcmp(r.bytes, expected.bytes, vector_bytes), 0) << name << ", " << loop;
+    whole(over.bytes, old.bytes, p.bytes, over.bytes, b.bytes);
+    ASSERT_EQ(std::memcmp(over.bytes, expected.bytes, vector_bytes), 0) << name << ", " << loop << " over a source";
+  };
+  for (int c = 0; c < 100; ++c) {
+    compare([op](byte* r, byte*, const byte*, byte* a, byte* b) { sve::map_lanes<T>(r, lanes<T>, op, a, b); },
+            [op, n](byte* r, byte*, const byte*, byte* a, byte* b) { sve::map_lanes<T>(r, n, op, a, b); }, "mapped");
+    compare(
+        [op](byte* r, byte* o, const byte* p, byte* a, byte* b) { sve::merge_lanes<T>(r, o, p, lanes<T>, op, a, b); },
+        [op, n](byte* r, byte* o, const byte* p, byte* a, byte* b) { sve::merge_lanes<T>(r, o, p, n, op, a, b); },
+        "merged");
+    compare([op](byte* r, byte*, const byte* p, byte* a, byte* b) { sve::zero_lanes<T>(r, p, lanes<T>, op, a, b); },
+            [op, n](byte* r, byte*, const byte* p, byte* a, byte* b) { sve::zero_lanes<T>(r, p, n, op, a, b); },
+            "zeroed");
+  }
+}
+
+TYPED_TEST(Registers, LoopsEqualThoseOfAnyLength) {
+  using T = TypeParam;
+  using U = std::make_unsigned_t<T>;
+  using Wide = __int128;
+  constexpr unsigned width = 8 * sizeof(T);
+  const auto amount = [](T n) { return static_cast<U>(n) < width ? static_cast<unsigned>(static_cast<U>(n)) : width; };
+  const auto reversed_by = [](T a, unsigned bits) {  // containers of so many bits
+    U r = 0;
+    for (unsigned at = 0; at < width; at += bits)
+      for (unsigned i = 0; i < bits; ++i)
+        if (static_cast<U>(a) >> (at + i) & 1) r = static_cast<U>(r | U{1} << (width - bits - at + i));
+    return r;
+  };
+  const auto expect_same = [this](const char* name, auto op) { expect_same_loops<T>(name, this->random, op); };
+  expect_same("sum", [](T a, T b) { return static_cast<U>(static_cast<U>(a) + static_cast<U>(b)); });
+  expect_same("product", SVE_BY_PIECES(2, sve::native::multiply<Element>(a, b), [](T a, T b) {
+                return static_cast<T>(std::uint64_t{static_cast<U>(a)} * static_cast<U>(b));
+              }));
+  expect_same("left", SVE_BY_PIECES(2, sve::native::shifted_left<Element>(a, b), [amount](T a, T b) {
+                return static_cast<T>(static_cast<unsigned __int128>(static_cast<U>(a)) << amount(b));
+              }));
+  expect_same("right", SVE_BY_PIECES(2, sve::native::shifted_right<Element>(a, b),
+                                     [amount](T a, T b) { return static_cast<T>(Wide{a} >> amount(b)); }));
+  if constexpr (std::is_signed_v<T>)
+    expect_same("divided", SVE_BY_PIECES(2, sve::native::divided_by_power<Element>(a, b), [amount](T a, T b) {
+                  return static_cast<T>(Wide{a} / (Wide{1} << amount(b)));
+                }));
+  expect_same("bits", SVE_BY_PIECES(2, sve::native::bits_counted<Element>(a & b), [](T a, T b) {
+                return static_cast<T>(__builtin_popcountll(static_cast<U>(a & b)));
+              }));
+  expect_same("reversed bits", SVE_BY_PIECES(2, sve::native::bits_reversed<Element>(a ^ b), [reversed_by](T a, T b) {
+                return static_cast<T>(reversed_by(static_cast<T>(a ^ b), 1));
+              }));
+  expect_same("reversed bytes", SVE_BY_PIECES(2, (sve::native::reversed<Element, 1>(a ^ b)), [reversed_by](T a, T b) {
+                return static_cast<T>(reversed_by(static_cast<T>(a ^ b), 8));
+              }));
+  if constexpr (sizeof(T) < 8) {
+    const auto leading = [](U x) {
+      return static_cast<unsigned>(x ? __builtin_clzll(x) - 64 + static_cast<int>(width) : static_cast<int>(width));
+    };
+    expect_same("leading zeros", SVE_BY_PIECES(2, sve::native::leading_zeros<Element>(a & b), [leading](T a, T b) {
+                  return static_cast<T>(leading(static_cast<U>(a & b)));
+                }));
+    expect_same("leading signs", SVE_BY_PIECES(2, sve::native::leading_signs<Element>(a ^ b), [leading](T a, T b) {
+                  const U x = static_cast<U>(a ^ b), sign = static_cast<U>(x >> (width - 1) ? ~U{0} : U{0});
+                  return static_cast<T>(leading(static_cast<U>(x ^ sign)) - 1);
+                }));
   }
 }
 
