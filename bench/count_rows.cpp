@@ -11,7 +11,7 @@ namespace {
 
 cpu_state state;
 
-void prepare(const bench::row_case& c) {
+void prepare(const bench::RowCase& c) {
   for (unsigned k = 0; k < 3; ++k) std::memcpy(state.z[k], c.values.z[k], sizeof state.z[k]);
   for (auto& p : state.p) std::memset(p, 1, sizeof p);
   std::memset(state.ffr, 1, sizeof state.ffr);
@@ -21,7 +21,7 @@ void prepare(const bench::row_case& c) {
 
 // The second of two runs on the same values counts, since the first one may be the first to meet a page or a table.
 template <class Call>
-void count(std::uint32_t id, const bench::row_case& c, Call call) {
+void count(std::uint32_t id, const bench::RowCase& c, Call call) {
   for (int i = 0; i < 2; ++i) {
     prepare(c);
     bench::mark(id);
@@ -37,14 +37,14 @@ aarch64_decode_rc nothing(cpu_state*, unsigned int) { return AARCH64_DECODE_EXEC
 int main() {
   bench::map_window();
   std::uint32_t id = 0;
-  bench::row_case c{};
-  decode_handler volatile empty = nothing;
+  bench::RowCase c{};
+  DecodeHandler volatile empty = nothing;
   count(id, c, [&] { empty(&state, 0); });
   std::printf("%u empty\n", id);
-  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& row : map->rows) {
+  for (const sve::decode::Map* map : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::Row& row : map->rows) {
       c = bench::make_case(*map, row);
-      decode_handler volatile handle = row.handle;
+      DecodeHandler volatile handle = row.handle;
       count(id += 2, c, [&] { handle(&state, c.word); });
       std::printf("%u handler %s %s\n", id, row.name, name_of(row.function->of));
     }

@@ -8,15 +8,15 @@
 
 namespace {
 
-void run_row(benchmark::State& bench_state, const sve::decode::map* map, const sve::decode::row* row) {
-  const bench::row_case c = bench::make_case(*map, *row);
+void run_row(benchmark::State& bench_state, const sve::decode::Map* map, const sve::decode::Row* row) {
+  const bench::RowCase c = bench::make_case(*map, *row);
   cpu_state state{};
   std::memset(state.p, 1, sizeof state.p);
   std::memset(state.ffr, 1, sizeof state.ffr);
   state.x[1] = c.values.x1;
   state.x[2] = c.values.x2;
   for (int i = 0; i < 4; ++i) std::memcpy(state.z[i], c.values.z[i], sizeof state.z[i]);
-  const decode_handler handle = row->handle;
+  const DecodeHandler handle = row->handle;
   for (auto _ : bench_state) {
     if (c.floating_point) std::memcpy(state.z[0], state.z[3], sizeof state.z[0]);
     benchmark::DoNotOptimize(handle(&state, c.word));
@@ -102,8 +102,8 @@ int main(int argc, char** argv) {
   benchmark::RegisterBenchmark("decode_hit", decode_hit);
   benchmark::RegisterBenchmark("decode_miss", decode_miss);
   benchmark::RegisterBenchmark("execute", execute);
-  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& row : map->rows)
+  for (const sve::decode::Map* map : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::Row& row : map->rows)
       benchmark::RegisterBenchmark((std::string("row/") + row.name).c_str(), run_row, map, &row);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

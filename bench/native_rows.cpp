@@ -13,7 +13,7 @@
 extern "C" {
 // x0: registers, x1: code, x2: iterations. Loads Z0 to Z3, sets P0 to P15 and FFR, and calls the code with the count in
 // x19.
-void run_native(const bench::registers*, const void*, std::uint64_t);
+void run_native(const bench::Registers*, const void*, std::uint64_t);
 }
 
 asm(R"(
@@ -53,7 +53,7 @@ run_native:
   ret
 )");
 
-static_assert(offsetof(bench::registers, x1) == 4 * sve::vector_bytes);
+static_assert(offsetof(bench::Registers, x1) == 4 * sve::vector_bytes);
 
 namespace {
 
@@ -67,7 +67,7 @@ constexpr int unrolled = 16;
 
 // A loop of the word, `unrolled` times a round, counted in x19. Floating-point cases restore Z0 before each word. With
 // the word 0 there is all but the word.
-void make_loop(std::uint32_t* code, const bench::row_case& c) {
+void make_loop(std::uint32_t* code, const bench::RowCase& c) {
   std::size_t n = 0;
   for (int i = 0; i < unrolled; ++i) {
     if (c.floating_point) code[n++] = 0x04633060;  // mov z0.d, z3.d
@@ -80,7 +80,7 @@ void make_loop(std::uint32_t* code, const bench::row_case& c) {
   __builtin___clear_cache(reinterpret_cast<char*>(code), reinterpret_cast<char*>(code + n));
 }
 
-double measure(std::uint32_t* code, const bench::row_case& c) {
+double measure(std::uint32_t* code, const bench::RowCase& c) {
   make_loop(code, c);
   double best = 1e30;
   std::uint64_t rounds = 64;
@@ -101,7 +101,7 @@ double measure(std::uint32_t* code, const bench::row_case& c) {
 }
 
 // The first run of the loop is an emulator's to translate it.
-void count(std::uint32_t* code, const bench::row_case& c, std::uint32_t id) {
+void count(std::uint32_t* code, const bench::RowCase& c, std::uint32_t id) {
   constexpr std::uint64_t rounds = 8;
   make_loop(code, c);
   run_native(&c.values, code, 2);
@@ -126,12 +126,12 @@ int main(int argc, char** argv) {
   std::uint32_t id = 0;
   std::vector<std::regex> filters;
   for (int i = 1 + counts; i < argc; ++i) filters.emplace_back(argv[i]);
-  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& row : map->rows) {
+  for (const sve::decode::Map* map : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::Row& row : map->rows) {
       bool wanted = filters.empty();
       for (const std::regex& filter : filters) wanted = wanted || std::regex_search(row.name, filter);
       if (!wanted) continue;
-      bench::row_case c = bench::make_case(*map, row);
+      bench::RowCase c = bench::make_case(*map, row);
       if (!counts) {
         std::printf("%s %s%s %.3f\n", row.name, name_of(row.function->of), row.is_direct() ? "" : "/library",
                     measure(code, c));

@@ -31,15 +31,15 @@ inline void map_window() {
 }
 
 /// What the registers of a case hold. Zd, Zdn and Pd are 0, Zn and Rn 1, Zm and Rm 2, the governing predicate is P1.
-struct registers {
+struct Registers {
   alignas(16) std::uint8_t
       z[4][sve::vector_bytes];  ///< Z3 keeps a copy of Z0, to which floating-point cases return after each word
   std::uint64_t x1, x2;         ///< base inside the window, index
 };
 
-struct row_case {
+struct RowCase {
   std::uint32_t word;
-  registers values;
+  Registers values;
   bool floating_point;  ///< destructive operations on real numbers would run away: Z0 is restored after each word
 };
 
@@ -51,16 +51,16 @@ void fill(std::uint8_t* z, Next next) {
   }
 }
 
-inline row_case make_case(const sve::decode::map& map, const sve::decode::row& row) {
+inline RowCase make_case(const sve::decode::Map& map, const sve::decode::Row& row) {
   using namespace sve::decode;
-  row_case c{};
+  RowCase c{};
   // Registers 1 and 2 as sources, by the usual places of their fields; no offset, or index 0; the pattern ALL; a mask
   // of eight ones in 64. The row's fixed bits win.
   std::uint32_t operands = 1u << 5 | 1u << 10 | 2u << 16;
-  for (const operand& o : row.operands()) {
-    if (o.role == operand_role::offset && !o.is_register()) operands &= ~(0x3fu << 16);
-    if (o.kind == operand_kind::pattern) operands = 31u << 5;
-    if (o.spelled == spelling::logical) operands = 1u << 17 | 7u << 5;
+  for (const Operand& o : row.operands()) {
+    if (o.role == OperandRole::offset && !o.is_register()) operands &= ~(0x3fu << 16);
+    if (o.kind == OperandKind::pattern) operands = 31u << 5;
+    if (o.spelled == Spelling::logical) operands = 1u << 17 | 7u << 5;
   }
   c.word = map.word(row.key) | (operands & ~map.fixed_bits);
 

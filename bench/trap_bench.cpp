@@ -21,13 +21,13 @@ void step_over(int, siginfo_t*, void* context) { static_cast<ucontext_t*>(contex
 // Least time of some rounds, in nanoseconds for each call of `body`.
 template <class Body>
 double least_time(Body body) {
-  using clock = std::chrono::steady_clock;
+  using Clock = std::chrono::steady_clock;
   constexpr int rounds = 15, calls = 2000;
   double least = 1e30;
   for (int round = 0; round < rounds; ++round) {
-    const auto start = clock::now();
+    const auto start = Clock::now();
     for (int i = 0; i < calls; ++i) body();
-    const std::chrono::duration<double, std::nano> taken = clock::now() - start;
+    const std::chrono::duration<double, std::nano> taken = Clock::now() - start;
     least = std::min(least, taken.count() / calls);
   }
   return least;

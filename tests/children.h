@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <string>
 
-struct child_result {
+struct ChildResult {
   int status = -1;  ///< as waitpid has it
   std::string error_output;
   bool exited_with(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
@@ -19,7 +19,7 @@ struct child_result {
 
 /// Forks and runs `body`, whose stderr is captured. The child ends with status 0 if `body` returns, and leaves no core.
 template <class Body>
-child_result in_child(Body body) {
+ChildResult in_child(Body body) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return {};
   std::fflush(nullptr);
@@ -34,7 +34,7 @@ child_result in_child(Body body) {
     _exit(0);
   }
   close(ends[1]);
-  child_result result;
+  ChildResult result;
   char buffer[512];
   for (ssize_t n; (n = read(ends[0], buffer, sizeof buffer)) > 0;)
     result.error_output.append(buffer, static_cast<size_t>(n));

@@ -12,17 +12,17 @@ namespace test {
 /// The element size of the expectation that was formed last, by the helpers that form them.
 inline std::size_t element_bytes = 8;
 
-struct column {
+struct Column {
   std::string title;
   const unsigned char* bytes;
 };
 
 /// The elements where `expected` and `got` differ, a line each with those of the operands, as numbers of hexadecimal
 /// digits; at most eight lines.
-inline std::string side_by_side(std::size_t length, const std::vector<column>& operands, const unsigned char* expected,
+inline std::string side_by_side(std::size_t length, const std::vector<Column>& operands, const unsigned char* expected,
                                 const unsigned char* got) {
   constexpr int most = 8;
-  std::vector<column> columns = operands;
+  std::vector<Column> columns = operands;
   columns.push_back({"expected", expected});
   columns.push_back({"got", got});
   const std::size_t width = element_bytes * 2 < 8 ? 8 : element_bytes * 2;
@@ -30,7 +30,7 @@ inline std::string side_by_side(std::size_t length, const std::vector<column>& o
     return "  " + std::string(text.size() < width ? width - text.size() : 0, ' ') + text;
   };
   std::string text = "elements of " + std::to_string(element_bytes) + " bytes\n element";
-  for (const column& c : columns) text += cell(c.title);
+  for (const Column& c : columns) text += cell(c.title);
   text += "\n";
   int lines = 0;
   for (std::size_t at = 0; at + element_bytes <= length; at += element_bytes) {
@@ -38,7 +38,7 @@ inline std::string side_by_side(std::size_t length, const std::vector<column>& o
     char number[16];
     std::snprintf(number, sizeof number, "%8zu", at / element_bytes);
     text += number;
-    for (const column& c : columns) {
+    for (const Column& c : columns) {
       std::string digits;
       for (std::size_t i = element_bytes; i-- > 0;) {
         char two[3];

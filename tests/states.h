@@ -77,24 +77,24 @@ inline std::string difference(const cpu_state& expected, const cpu_state& actual
 }
 
 /// While it lives, the instruction functions find the controls of a state in the registers of a host that has them.
-struct live_control {
+struct LiveControl {
 #if defined(__aarch64__)
-  explicit live_control(const cpu_state& state) {
+  explicit LiveControl(const cpu_state& state) {
     asm volatile("mrs %0, fpcr\n\tmrs %1, fpsr" : "=r"(fpcr), "=r"(fpsr));
     asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(u64{state.fpcr}), "r"(u64{state.fpsr}));
   }
-  ~live_control() { asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(fpcr), "r"(fpsr)); }
+  ~LiveControl() { asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(fpcr), "r"(fpsr)); }
   u64 fpcr, fpsr;
 #else
-  explicit live_control(const cpu_state&) {}
+  explicit LiveControl(const cpu_state&) {}
 #endif
 };
 
 /// Calls body(map, row) for every row of the table.
 template <class Body>
 void for_each_row(Body body) {
-  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& r : m->rows) body(*m, r);
+  for (const sve::decode::Map* m : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::Row& r : m->rows) body(*m, r);
 }
 
 /// The word of the row of that name, with no operands.

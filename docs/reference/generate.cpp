@@ -16,10 +16,10 @@
 namespace {
 
 namespace fs = std::filesystem;
-using sve::decode::access_kind;
-using sve::decode::map;
-using sve::decode::operand;
-using sve::decode::row;
+using sve::decode::AccessKind;
+using sve::decode::Map;
+using sve::decode::Operand;
+using sve::decode::Row;
 
 /// The operations of the routines, by the routine's name.
 const std::map<std::string, std::string> operations = {
@@ -29,11 +29,11 @@ const std::map<std::string, std::string> operations = {
 };
 
 /// What stands in the sources: the comment at an instruction function, and the line that defines a routine's lanes.
-struct said {
+struct Said {
   std::map<std::string, std::string> at_function, at_operation;
 };
 
-void read_source(const fs::path& path, said& known) {
+void read_source(const fs::path& path, Said& known) {
   std::ifstream source(path);
   std::string comment;
   for (std::string line; std::getline(source, line);) {
@@ -56,8 +56,8 @@ void read_source(const fs::path& path, said& known) {
   }
 }
 
-said read_sources(const fs::path& root) {
-  said known;
+Said read_sources(const fs::path& root) {
+  Said known;
   for (const char* folder : {"sve/insn", "sve/veclib"})
     for (const auto& file : fs::directory_iterator(root / folder))
       if (file.path().extension() == ".cpp") read_source(file.path(), known);
@@ -65,15 +65,15 @@ said read_sources(const fs::path& root) {
 }
 
 /// The row's syntax: the text of a word whose registers are told apart and whose immediates are small.
-std::string syntax(const map& m, const row& r) {
+std::string syntax(const Map& m, const Row& r) {
   std::uint32_t word = m.word(r.key), n = 0;
-  for (const operand& o : r.operands())
+  for (const Operand& o : r.operands())
     if (o.is_register()) word = o.with(word, n++) | m.word(r.key);
   char buffer[sve::decode::max_text];
   return std::string(sve::decode::text_of(word, buffer));
 }
 
-std::string flags(sve::decode::flags f) {
+std::string flags(sve::decode::Flags f) {
   std::string text;
   for (const auto& [bit, name] : {std::pair(sve::decode::flag_nzcv, "NZCV"), std::pair(sve::decode::flag_fpsr, "FPSR"),
                                   std::pair(sve::decode::flag_ffr, "FFR")})
@@ -81,13 +81,13 @@ std::string flags(sve::decode::flags f) {
   return text.empty() ? "none" : text;
 }
 
-const char* engine(const row& r) {
+const char* engine(const Row& r) {
   switch (r.model) {
-    case sve::decode::kind::direct:
+    case sve::decode::Kind::direct:
       return "function";
-    case sve::decode::kind::direct_fp:
+    case sve::decode::Kind::direct_fp:
       return "function, host's floating point";
-    case sve::decode::kind::library:
+    case sve::decode::Kind::library:
       return "routine";
     default:
       return "nothing to do";
@@ -95,28 +95,28 @@ const char* engine(const row& r) {
 }
 
 /// Where results differ from the architecture's.
-std::vector<std::string> differences(const row& r) {
+std::vector<std::string> differences(const Row& r) {
   std::vector<std::string> found;
-  const access_kind access = r.function->access;
-  if (access == access_kind::first_fault && r.is_direct())
+  const AccessKind access = r.function->access;
+  if (access == AccessKind::first_fault && r.is_direct())
     found.push_back(
         "The first element, active or not, and the end of the span are probed by page; elements beyond an "
         "unreadable page are marked and keep their old value.");
-  else if (access == access_kind::first_fault)
+  else if (access == AccessKind::first_fault)
     found.push_back(
         "Every active element is read under guard, the first one too: none faults; from the first that is "
         "not readable, elements are 0 and marked.");
-  if (access == access_kind::non_fault)
+  if (access == AccessKind::non_fault)
     found.push_back(
         "Readability is asked once a page, at the first active element there; marked elements keep their "
         "old value.");
-  for (const operand& o : r.operands()) {
-    if (o.role == sve::decode::operand_role::offset && o.kind == sve::decode::operand_kind::x &&
-        access != access_kind::first_fault)
+  for (const Operand& o : r.operands()) {
+    if (o.role == sve::decode::OperandRole::offset && o.kind == sve::decode::OperandKind::x &&
+        access != AccessKind::first_fault)
       found.push_back("Index register 31, which is reserved, reads as 0.");
-    if (o.spelled == sve::decode::spelling::shifted && r.element_bytes() == 1)
+    if (o.spelled == sve::decode::Spelling::shifted && r.element_bytes() == 1)
       found.push_back("A shifted immediate, which is reserved, is cut to the element: 0.");
-    if (o.spelled == sve::decode::spelling::logical)
+    if (o.spelled == sve::decode::Spelling::logical)
       found.push_back(
           "A mask whose ones fill its element, which is reserved, gives 0 at 64 bits; with N clear and imms "
           "all ones its expansion does not return.");
@@ -176,13 +176,13 @@ void write_signatures(std::ostream& out, const fs::path& root) {
   out << "```\n";
 }
 
-struct placed {
-  const map* in;
-  const row* of;
+struct Placed {
+  const Map* in;
+  const Row* of;
 };
 
 void write_page(std::ostream& out, const std::string& family,
-                const std::map<std::string, std::vector<placed>>& mnemonics, const said& known) {
+                const std::map<std::string, std::vector<Placed>>& mnemonics, const Said& known) {
   out << "# " << family << "\n\nMnemonics: ";
   for (const auto& [mnemonic, rows] : mnemonics) out << "[" << mnemonic << "](#" << mnemonic << ") ";
   out << "\n";
@@ -216,10 +216,10 @@ int main(int argc, char** argv) {
     std::cerr << "usage: generate SOURCES DIRECTORY\n";
     return 2;
   }
-  const said known = read_sources(argv[1]);
-  std::map<std::string, std::map<std::string, std::vector<placed>>> families;
-  for (const map* m : sve::decode::maps_in_is_sve_order())
-    for (const row& r : m->rows) families[name_of(r.function->of)][std::string(r.mnemonic())].push_back({m, &r});
+  const Said known = read_sources(argv[1]);
+  std::map<std::string, std::map<std::string, std::vector<Placed>>> families;
+  for (const Map* m : sve::decode::maps_in_is_sve_order())
+    for (const Row& r : m->rows) families[name_of(r.function->of)][std::string(r.mnemonic())].push_back({m, &r});
   const fs::path directory = argv[2];
   fs::create_directories(directory);
   std::ofstream index(directory / "index.md");

@@ -90,7 +90,7 @@ class Sequence {
   app_pc address_;
 };
 
-void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, decode_handler handler) {
+void rewrite(void* drcontext, instrlist_t* bb, instr_t* instruction, DecodeHandler handler) {
   if (dr_get_stolen_reg() != DR_REG_X28) sve::client::fail_assertion(270, "dr_get_stolen_reg() == DR_REG_X28");
   const app_pc address = instr_get_app_pc(instruction);
   const unsigned int word = read_word(address);
@@ -157,7 +157,7 @@ dr_emit_flags_t event_instruction_change(void* drcontext, void* tag, instrlist_t
   if (is_left_alone(tag)) return DR_EMIT_DEFAULT;
   for (instr_t *instruction = instrlist_first_app(bb), *next; instruction; instruction = next) {
     next = instr_get_next_app(instruction);  // first, since the current one may go away
-    if (const decode_handler handler = is_sve(read_word(instr_get_raw_bits(instruction)))) {
+    if (const DecodeHandler handler = is_sve(read_word(instr_get_raw_bits(instruction)))) {
       rewrite(drcontext, bb, instruction, handler);
     } else {
       ++aarch64_instr_count;
@@ -170,7 +170,7 @@ void sve::client::report_failure(const void* pc) {
   std::fprintf(stderr, "Error: failed to emulate SVE instruction 0x%08x at PC %p\n", read_word(pc), pc);
 }
 
-void emulate_instruction(unsigned int word, unsigned char* pc, decode_handler handler) {
+void emulate_instruction(unsigned int word, unsigned char* pc, DecodeHandler handler) {
   void* const drcontext = dr_get_current_drcontext();
   auto* const state = static_cast<cpu_state*>(drmgr_get_tls_field(drcontext, tls_idx));
   state->pc = reinterpret_cast<std::uint32_t*>(pc);

@@ -20,30 +20,30 @@
 namespace sve::client {
 namespace {
 
-struct working_mutex : std::mutex {
-  working_mutex() { make_mutex_work(*this); }
+struct WorkingMutex : std::mutex {
+  WorkingMutex() { make_mutex_work(*this); }
 };
 
-struct site_table {
-  working_mutex lock;
-  std::map<std::pair<unsigned char*, unsigned int>, call_site> sites;
+struct SiteTable {
+  WorkingMutex lock;
+  std::map<std::pair<unsigned char*, unsigned int>, CallSite> sites;
 };
-site_table& table() {
-  static site_table& the_one = *new site_table;  // other threads may run to the very end
+SiteTable& table() {
+  static SiteTable& the_one = *new SiteTable;  // other threads may run to the very end
   return the_one;
 }
 
 bool names_slot_register(unsigned int word) {
-  const decode::row* const row = decode::find_row(word);
+  const decode::Row* const row = decode::find_row(word);
   if (!row) return true;
-  for (const decode::operand& o : row->operands()) {
-    const bool general = o.kind == decode::operand_kind::x || o.kind == decode::operand_kind::x_or_sp;
+  for (const decode::Operand& o : row->operands()) {
+    const bool general = o.kind == decode::OperandKind::x || o.kind == decode::OperandKind::x_or_sp;
     if (general && o.number(word) >= 26 && o.number(word) <= 28) return true;
   }
   return false;
 }
 
-void count(call_site* site) {
+void count(CallSite* site) {
   auto* counter = site->count.load(std::memory_order_acquire);
   if (!counter) {
     counter = need_count(reinterpret_cast<unsigned int*>(site->pc), site->word);
@@ -78,10 +78,10 @@ void leave_cache(const cpu_state* state, app_pc next) {
 
 }  // namespace
 
-call_site* need_call_site(unsigned int word, unsigned char* pc, decode_handler handler) {
+CallSite* need_call_site(unsigned int word, unsigned char* pc, DecodeHandler handler) {
   const std::lock_guard<std::mutex> guard(table().lock);
   const auto [at, is_new] = table().sites.try_emplace({pc, word});
-  call_site& site = at->second;
+  CallSite& site = at->second;
   if (is_new) {
     site.word = word;
     site.pc = pc;
@@ -93,7 +93,7 @@ call_site* need_call_site(unsigned int word, unsigned char* pc, decode_handler h
   return &site;
 }
 
-void run_call_site(call_site* site, cpu_state* state, call_thread* own) {
+void run_call_site(CallSite* site, cpu_state* state, CallThread* own) {
   if (site->uses_slots) {
     emulate_instruction(site->word, site->pc, site->handler);
   } else {
@@ -120,8 +120,8 @@ void restart_counts(void*) {
   make_mutex_work(table().lock);
   for (auto& [key, site] : table().sites) {
     site.count.store(nullptr);
-    site.lanes.~lane_use();
-    new (&site.lanes) lane_use{};
+    site.lanes.~LaneUse();
+    new (&site.lanes) LaneUse{};
   }
   sve_instr_count.store(0);
   aarch64_instr_count = 0;

@@ -11,19 +11,19 @@
 namespace sve::client {
 
 /// An instruction at an address. There is one of each word and address, however often a block is built, and it stays.
-struct call_site {
+struct CallSite {
   unsigned int word;
   unsigned char* pc;
-  decode_handler handler;
+  DecodeHandler handler;
   bool accesses_memory;
-  const decode::row* row;
-  lane_use lanes;
+  const decode::Row* row;
+  LaneUse lanes;
   bool uses_slots;                                          ///< it names a general register that waits in a spill slot
   std::atomic<std::atomic<unsigned long>*> count{nullptr};  ///< its entry of `icounts`, once it has one
 };
 
 /// What a thread has at the top of its stack for calls.
-struct alignas(16) call_thread {
+struct alignas(16) CallThread {
   unsigned until_leaving;  ///< calls until the thread leaves the code cache
 };
 
@@ -32,11 +32,11 @@ struct alignas(16) call_thread {
 inline constexpr unsigned calls_between_leaving = 4096;
 
 /// The site, made if need be. For the time when blocks are built.
-call_site* need_call_site(unsigned int word, unsigned char* pc, decode_handler handler);
+CallSite* need_call_site(unsigned int word, unsigned char* pc, DecodeHandler handler);
 
 /// What the inserted code calls: `emulate_instruction` without its look-ups, on the state that the code has stored to.
 /// Does not return where it is time to leave the cache; the application then goes on behind the instruction.
-void run_call_site(call_site* site, cpu_state* state, call_thread* own);
+void run_call_site(CallSite* site, cpu_state* state, CallThread* own);
 
 /// In a forked child, which counts from nothing.
 void restart_counts(void* drcontext);

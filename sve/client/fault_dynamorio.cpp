@@ -16,8 +16,8 @@
 #include "sve/fault/fault_capture.h"
 
 // The C library's own answer is not there yet when the platform's private loader initialises the client.
-[[gnu::init_priority(1020)]] static const struct page_size_reader {
-  page_size_reader() { page_size = static_cast<unsigned int>(dr_page_size()); }
+[[gnu::init_priority(1020)]] static const struct PageSizeReader {
+  PageSizeReader() { page_size = static_cast<unsigned int>(dr_page_size()); }
 } page_size_is_read;
 unsigned int page_size;
 
@@ -25,27 +25,27 @@ namespace {
 
 constexpr int captured_flags = SA_SIGINFO | SA_RESTART | SA_NODEFER;
 
-struct signal_actions {
+struct SignalActions {
   struct sigaction segv, bus;
 };
 
-void set_actions(const signal_actions& now, signal_actions* before) {
+void set_actions(const SignalActions& now, SignalActions* before) {
   sigaction(SIGSEGV, &now.segv, before ? &before->segv : nullptr);
   sigaction(SIGBUS, &now.bus, before ? &before->bus : nullptr);
 }
 
-void set_actions(struct sigaction action, signal_actions* before) {
+void set_actions(struct sigaction action, SignalActions* before) {
   sigemptyset(&action.sa_mask);
   action.sa_flags |= captured_flags;
-  set_actions(signal_actions{action, action}, before);
+  set_actions(SignalActions{action, action}, before);
 }
 
 // One thread at a time repeats an access that faulted.
-struct working_mutex : std::mutex {
-  working_mutex() { sve::client::make_mutex_work(*this); }
+struct WorkingMutex : std::mutex {
+  WorkingMutex() { sve::client::make_mutex_work(*this); }
 } repeating;
 long repeating_thread;
-signal_actions platform_actions;
+SignalActions platform_actions;
 sigjmp_buf after_fault;
 siginfo_t fault;
 
@@ -56,14 +56,14 @@ bool is_put_right_by_platform(void* address) {
   return dr_query_memory_ex(static_cast<const byte*>(address), &info) && (info.prot & DR_MEMPROT_PRETEND_WRITE) != 0;
 }
 
-using signal_handler = void (*)(int, siginfo_t*, void*);
+using SignalHandler = void (*)(int, siginfo_t*, void*);
 
 }  // namespace
 
 // A fault while the actions are ours. That of the repeated access is noted, and nothing more is done here, where the
 // platform's own queries would have no one to catch their faults. That of another thread is the platform's, whose
 // handler this returns.
-extern "C" __attribute__((visibility("hidden"))) signal_handler sve_client_on_fault(int sig, siginfo_t* info, void*) {
+extern "C" __attribute__((visibility("hidden"))) SignalHandler sve_client_on_fault(int sig, siginfo_t* info, void*) {
   if (syscall(SYS_gettid) != repeating_thread)
     return (sig == SIGSEGV ? platform_actions.segv : platform_actions.bus).sa_sigaction;
   fault = *info;
@@ -94,7 +94,7 @@ static void sve_client_fault_entry(int sig, siginfo_t* info, void* context) {
 namespace {
 
 // Runs the instruction with the actions ours; returns the signal of its fault, or 0.
-int run_under_own_actions(decode_handler handler, cpu_state* state, unsigned int word, aarch64_decode_rc& rc) {
+int run_under_own_actions(DecodeHandler handler, cpu_state* state, unsigned int word, aarch64_decode_rc& rc) {
   struct sigaction action = {};
   action.sa_sigaction = sve_client_fault_entry;
   action.sa_flags = SA_ONSTACK;  // the platform's stack for signals
@@ -108,7 +108,7 @@ int run_under_own_actions(decode_handler handler, cpu_state* state, unsigned int
 // Only now is it known that an access faulted, not by which signal nor where. No instruction that faults has changed
 // what it reads, so the handler can run once more, this time without the platform between the fault and the system's
 // own handler.
-aarch64_decode_rc repeat(decode_handler handler, cpu_state* state, unsigned int word) {
+aarch64_decode_rc repeat(DecodeHandler handler, cpu_state* state, unsigned int word) {
   const std::lock_guard<std::mutex> lock(repeating);
   repeating_thread = syscall(SYS_gettid);
   aarch64_decode_rc rc = AARCH64_DECODE_EXECUTED;
@@ -145,14 +145,14 @@ bool guarded_copy(void* to, std::uint64_t address, std::size_t bytes) {
   return dr_safe_read(reinterpret_cast<const void*>(address), bytes, to, nullptr);
 }
 
-guarded_reads::guarded_reads() : borrowed_(false) {}
-guarded_reads::~guarded_reads() = default;
+GuardedReads::GuardedReads() : borrowed_(false) {}
+GuardedReads::~GuardedReads() = default;
 
 void install_fault_capture() {}
 
 bool recover_guarded_fault(int, void*) { return false; }
 
-aarch64_decode_rc client::call_handler(void* drcontext, decode_handler handler, cpu_state* state, unsigned int word) {
+aarch64_decode_rc client::call_handler(void* drcontext, DecodeHandler handler, cpu_state* state, unsigned int word) {
   if (!word_accesses_memory(word)) return handler(state, word);
   volatile aarch64_decode_rc rc = AARCH64_DECODE_EXECUTED;
   volatile bool faulted = false;

@@ -16,8 +16,8 @@ constexpr std::size_t kept_begin = offsetof(cpu_state, z);
 constexpr std::size_t kept_bytes = offsetof(cpu_state, ffr) + sizeof(cpu_state::ffr) - kept_begin;
 
 // The state that a handler interrupted. A thread's entries form a list, the innermost first.
-struct interrupted {
-  interrupted* outer;
+struct Interrupted {
+  Interrupted* outer;
   reg_t sp;  // of the interrupted code
   unsigned char kept[kept_bytes];
 };
@@ -27,14 +27,14 @@ constexpr int most_interrupted = 64;
 
 int field;
 
-interrupted* innermost(void* drcontext) { return static_cast<interrupted*>(drmgr_get_tls_field(drcontext, field)); }
+Interrupted* innermost(void* drcontext) { return static_cast<Interrupted*>(drmgr_get_tls_field(drcontext, field)); }
 
-void drop(void* drcontext, interrupted* entry) { dr_thread_free(drcontext, entry, sizeof *entry); }
+void drop(void* drcontext, Interrupted* entry) { dr_thread_free(drcontext, entry, sizeof *entry); }
 
-void forget_beyond(void* drcontext, interrupted* entry, int count) {
+void forget_beyond(void* drcontext, Interrupted* entry, int count) {
   while (entry && --count > 0) entry = entry->outer;
   if (!entry) return;
-  while (interrupted* const last = entry->outer) {
+  while (Interrupted* const last = entry->outer) {
     entry->outer = last->outer;
     drop(drcontext, last);
   }
@@ -46,7 +46,7 @@ unsigned char* kept_of(void* drcontext) {
 
 void on_transfer(void* drcontext, const dr_kernel_xfer_info_t* info) {
   if (info->type == DR_XFER_SIGNAL_DELIVERY && info->source_mcontext) {
-    auto* const entry = static_cast<interrupted*>(dr_thread_alloc(drcontext, sizeof(interrupted)));
+    auto* const entry = static_cast<Interrupted*>(dr_thread_alloc(drcontext, sizeof(Interrupted)));
     entry->outer = innermost(drcontext);
     entry->sp = info->source_mcontext->sp;
     std::memcpy(entry->kept, kept_of(drcontext), kept_bytes);
@@ -54,12 +54,12 @@ void on_transfer(void* drcontext, const dr_kernel_xfer_info_t* info) {
     forget_beyond(drcontext, entry, most_interrupted);
   } else if (info->type == DR_XFER_SIGNAL_RETURN) {
     // Handlers that were left by a jump stand in front of the one that returns now.
-    interrupted* returning = innermost(drcontext);
+    Interrupted* returning = innermost(drcontext);
     while (returning && returning->sp != info->target_xsp) returning = returning->outer;
     if (!returning) return;
     std::memcpy(kept_of(drcontext), returning->kept, kept_bytes);
-    for (interrupted* entry = innermost(drcontext); entry != returning;) {
-      interrupted* const outer = entry->outer;
+    for (Interrupted* entry = innermost(drcontext); entry != returning;) {
+      Interrupted* const outer = entry->outer;
       drop(drcontext, entry);
       entry = outer;
     }
@@ -69,8 +69,8 @@ void on_transfer(void* drcontext, const dr_kernel_xfer_info_t* info) {
 }
 
 void release(void* drcontext) {
-  for (interrupted* entry = innermost(drcontext); entry;) {
-    interrupted* const outer = entry->outer;
+  for (Interrupted* entry = innermost(drcontext); entry;) {
+    Interrupted* const outer = entry->outer;
     drop(drcontext, entry);
     entry = outer;
   }

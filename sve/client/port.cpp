@@ -28,7 +28,7 @@
 
 namespace {
 
-using sve::client::call_thread;
+using sve::client::CallThread;
 
 constexpr std::size_t stack_bytes = 128 * 1024;
 int stack_idx;
@@ -40,7 +40,7 @@ bool blocks_are_shared = false;
 
 // Where the platform has room, inserted code finds what is a thread's at an offset from the stolen register, one load
 // away, rather than behind the fields of the platform's manager.
-struct direct_slots {
+struct DirectSlots {
   bool exist = false;
   reg_id_t base = DR_REG_NULL;
   unsigned int state = 0, stack = 0;
@@ -54,8 +54,8 @@ void set_direct(unsigned int offset, void* value) {
 void allocate_stack(void* drcontext) {
   auto* const mapping = static_cast<byte*>(dr_nonheap_alloc(mapping_bytes(), DR_MEMPROT_READ | DR_MEMPROT_WRITE));
   dr_memory_protect(mapping, page_size, DR_MEMPROT_NONE);
-  byte* const record = mapping + mapping_bytes() - sizeof(call_thread);
-  new (record) call_thread{sve::client::calls_between_leaving};
+  byte* const record = mapping + mapping_bytes() - sizeof(CallThread);
+  new (record) CallThread{sve::client::calls_between_leaving};
   drmgr_set_tls_field(drcontext, stack_idx, record);
   set_direct(direct.stack, record);
   set_direct(direct.state, drmgr_get_tls_field(drcontext, tls_idx));
@@ -63,7 +63,7 @@ void allocate_stack(void* drcontext) {
 
 void release_stack(void* drcontext) {
   auto* const record = static_cast<byte*>(drmgr_get_tls_field(drcontext, stack_idx));
-  dr_nonheap_free(record + sizeof(call_thread) - mapping_bytes(), mapping_bytes());
+  dr_nonheap_free(record + sizeof(CallThread) - mapping_bytes(), mapping_bytes());
 }
 
 }  // namespace
@@ -141,7 +141,7 @@ void dr_insert_call_zorvi(void* drcontext, instrlist_t* list, instr_t* where, ap
   if (is_site) {
     load(DR_REG_X0, reinterpret_cast<ptr_int_t>(sve::client::need_call_site(
                         static_cast<unsigned int>(values[0]), reinterpret_cast<unsigned char*>(values[1]),
-                        reinterpret_cast<decode_handler>(values[2]))));
+                        reinterpret_cast<DecodeHandler>(values[2]))));
     move(DR_REG_X1, DR_REG_X27);
     stack = DR_REG_X2;  // where the thread's record lies too
     callee = reinterpret_cast<void*>(sve::client::run_call_site);

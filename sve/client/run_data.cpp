@@ -58,22 +58,22 @@ void begin_file(int parent) {
   });
 }
 
-struct mapping {
+struct Mapping {
   unsigned long begin, end, offset;
   std::string path;
 };
 
-std::vector<mapping> executable_files() {
+std::vector<Mapping> executable_files() {
   std::string text;
   if (const file_t maps = dr_open_file("/proc/self/maps", DR_FILE_READ); maps != INVALID_FILE) {
     char part[4096];
     for (ssize_t n; (n = dr_read_file(maps, part, sizeof part)) > 0;) text.append(part, static_cast<std::size_t>(n));
     dr_close_file(maps);
   }
-  std::vector<mapping> all;
+  std::vector<Mapping> all;
   for (std::size_t at = 0, end; (end = text.find('\n', at)) != text.npos; at = end + 1) {
     const std::string line = text.substr(at, end - at);
-    mapping m{};
+    Mapping m{};
     char rights[5];
     int path = 0;
     if (std::sscanf(line.c_str(), "%lx-%lx %4s %lx %*s %*s %n", &m.begin, &m.end, rights, &m.offset, &path) < 4)
@@ -85,7 +85,7 @@ std::vector<mapping> executable_files() {
 }
 
 aarch64_decode_rc execute_counted(cpu_state* state, unsigned int word) {
-  call_site* const site = need_call_site(word, reinterpret_cast<unsigned char*>(state->pc), nullptr);
+  CallSite* const site = need_call_site(word, reinterpret_cast<unsigned char*>(state->pc), nullptr);
   return execute_and_count(state, word, *site->row, &site->lanes);
 }
 
@@ -111,11 +111,11 @@ void restart_run_data() {
 void write_run_data() {
   if (wanted.directory.empty()) return;
   write_lines([](RunDataWriter& data) {
-    data.begin_counts(process_end::unknown, 0, sve_instr_count.load(), wanted.lanes);
-    const std::vector<mapping> files = executable_files();
+    data.begin_counts(ProcessEnd::unknown, 0, sve_instr_count.load(), wanted.lanes);
+    const std::vector<Mapping> files = executable_files();
     for (std::size_t n = 0; n < files.size(); ++n)
-      data.line("module", std::uint64_t{n + 1}, RunDataWriter::hex{files[n].begin}, RunDataWriter::hex{files[n].end},
-                RunDataWriter::hex{files[n].offset}, std::string_view(files[n].path));
+      data.line("module", std::uint64_t{n + 1}, RunDataWriter::Hex{files[n].begin}, RunDataWriter::Hex{files[n].end},
+                RunDataWriter::Hex{files[n].offset}, std::string_view(files[n].path));
     std::uint64_t placed = 0;
     for (const auto& [pc, entry] : icounts) {
       const auto address = reinterpret_cast<unsigned long>(pc);
@@ -124,7 +124,7 @@ void write_run_data() {
         if (address >= files[n].begin && address < files[n].end) module = n + 1;
       const std::uint64_t count = entry.second.load();
       placed += count;
-      data.line("run", module, RunDataWriter::hex{address}, std::uint64_t{1}, count, std::uint64_t{0});
+      data.line("run", module, RunDataWriter::Hex{address}, std::uint64_t{1}, count, std::uint64_t{0});
       data.word(
           0, entry.first, 0,
           wanted.lanes ? &need_call_site(entry.first, reinterpret_cast<unsigned char*>(pc), nullptr)->lanes : nullptr);
@@ -135,6 +135,6 @@ void write_run_data() {
   if (wanted.file != INVALID_FILE) dr_close_file(wanted.file);
 }
 
-decode_handler counting_handler(decode_handler handler) { return wanted.lanes && handler ? execute_counted : handler; }
+DecodeHandler counting_handler(DecodeHandler handler) { return wanted.lanes && handler ? execute_counted : handler; }
 
 }  // namespace sve::client

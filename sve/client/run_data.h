@@ -15,6 +15,6 @@ void restart_run_data();
 void write_run_data();
 
 /// The handler that a site calls: `handler`, or one that counts lane use, too, where that is asked for.
-decode_handler counting_handler(decode_handler handler);
+DecodeHandler counting_handler(DecodeHandler handler);
 
 }  // namespace sve::client

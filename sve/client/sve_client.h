@@ -29,7 +29,7 @@ dr_emit_flags_t event_instruction_change(void* drcontext, void* tag, instrlist_t
 /// Runs `handler` on the current thread's `cpu_state`. X26 to X28 come from the spill slots and go back to them; all
 /// other registers are stored and reloaded by the inserted code around the call. A failure is reported, not counted,
 /// and the application goes on behind the instruction.
-void emulate_instruction(unsigned int word, unsigned char* pc, decode_handler handler);
+void emulate_instruction(unsigned int word, unsigned char* pc, DecodeHandler handler);
 
 namespace sve::client {
 

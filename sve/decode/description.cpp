@@ -10,20 +10,20 @@ namespace sve::decode {
 namespace {
 
 // The lists of the functions as an array, with marks where a family begins.
-struct listed {
+struct Listed {
   const char* name;  ///< null at a mark
-  family of;
+  Family of;
   bool body;
 };
-#define SVE_FAMILY(name) {nullptr, family::name, false},
+#define SVE_FAMILY(name) {nullptr, Family::name, false},
 #define LISTED(shape, name) {"sve_" #name, {}, true},
 #define LISTED_STUB(shape, name) {"sve_" #name, {}, false},
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(LISTED, shape, __VA_ARGS__)
 #define SVE_UNREACHED_FUNCTIONS SVE_FUNCTIONS
 #define SVE_STUBS(shape, ...) SVE_FOR_EACH_WITH(LISTED_STUB, shape, __VA_ARGS__)
-constexpr listed functions_by_family[] = {
+constexpr Listed functions_by_family[] = {
 #include "sve/insn/functions.inc"
-#define SVE_FAMILY(name) {nullptr, family::name, false},
+#define SVE_FAMILY(name) {nullptr, Family::name, false},
 #include "sve/insn/stubs.inc"
 };
 
@@ -40,29 +40,27 @@ constexpr bool take(std::string_view& text, std::string_view prefix) {
 }
 
 // ld, st or prf; ff, nf or nt; a digit of registers; r or rq; s; the letter of the size in memory.
-constexpr void describe_access(std::string_view rest, instruction_function& f) {
+constexpr void describe_access(std::string_view rest, InstructionFunction& f) {
   if (rest == "ldr" || rest == "str") {
-    f.access = rest == "ldr" ? access_kind::fill : access_kind::spill;
+    f.access = rest == "ldr" ? AccessKind::fill : AccessKind::spill;
     f.memory_bytes = 1;
     return;
   }
   if (take(rest, "prf"))
-    f.access = access_kind::prefetch;
+    f.access = AccessKind::prefetch;
   else if (take(rest, "st"))
-    f.access = access_kind::store;
+    f.access = AccessKind::store;
   else if (take(rest, "ld"))
-    f.access = take(rest, "ff")   ? access_kind::first_fault
-               : take(rest, "nf") ? access_kind::non_fault
-                                  : access_kind::load;
+    f.access = take(rest, "ff") ? AccessKind::first_fault : take(rest, "nf") ? AccessKind::non_fault : AccessKind::load;
   else
     return;
   f.non_temporal = take(rest, "nt");
-  if (f.access != access_kind::prefetch) {
+  if (f.access != AccessKind::prefetch) {
     f.registers = static_cast<std::uint8_t>(rest[0] - '0');
     rest.remove_prefix(1);
   }
-  if (take(rest, "rq")) f.access = access_kind::replicate_quadword;
-  if (take(rest, "r")) f.access = access_kind::replicate;
+  if (take(rest, "rq")) f.access = AccessKind::replicate_quadword;
+  if (take(rest, "r")) f.access = AccessKind::replicate;
   f.sign_extends = rest.size() == 2 && take(rest, "s");
   const std::size_t size = std::string_view("bhwd").find(rest[0]);
   if (rest.size() != 1 || size == rest.npos) throw "no size of memory elements";
@@ -80,12 +78,12 @@ constexpr std::string_view write_ffr[] = {"setffr", "wrffr"};
 constexpr std::string_view raise_no_exception[] = {"fabs", "fneg", "fexpa", "ftssel"};
 constexpr std::string_view always_exact[] = {"scvtf_s2d_zpz", "ucvtf_s2d_zpz"};
 
-constexpr instruction_function describe(const listed& entry, family of) {
+constexpr InstructionFunction describe(const Listed& entry, Family of) {
   const std::string_view name = std::string_view(entry.name).substr(4), mnemonic = name.substr(0, name.find('_'));
-  instruction_function f{entry.name, static_cast<std::uint8_t>(mnemonic.size()), of, 0, 0, false, entry.body};
+  InstructionFunction f{entry.name, static_cast<std::uint8_t>(mnemonic.size()), of, 0, 0, false, entry.body};
   describe_access(mnemonic, f);
-  f.floating_point = of == family::fp_arithmetic || of == family::fp_compares || of == family::fp_conversions ||
-                     of == family::fp_reductions || of == family::fp_complex;
+  f.floating_point = of == Family::fp_arithmetic || of == Family::fp_compares || of == Family::fp_conversions ||
+                     of == Family::fp_reductions || of == Family::fp_complex;
   if (mnemonic.starts_with("cmp") || one_of(mnemonic, set_flags)) f.writes |= flag_nzcv;
   if (one_of(mnemonic, read_flags)) f.reads |= flag_nzcv;
   if (f.speculative() || one_of(mnemonic, read_ffr)) f.reads |= flag_ffr;
@@ -94,11 +92,11 @@ constexpr instruction_function describe(const listed& entry, family of) {
   return f;
 }
 
-constexpr function_table describe_all() {
-  function_table table{};
-  family of{};
+constexpr FunctionTable describe_all() {
+  FunctionTable table{};
+  Family of{};
   std::size_t n = 0;
-  for (const listed& entry : functions_by_family) {
+  for (const Listed& entry : functions_by_family) {
     if (entry.name)
       table.of[n++] = describe(entry, of);
     else
@@ -115,37 +113,37 @@ constexpr const char* family_names[] = {
 
 }  // namespace
 
-constinit const function_table functions = describe_all();
+constinit const FunctionTable functions = describe_all();
 
-const char* name_of(family f) { return family_names[static_cast<std::size_t>(f)]; }
+const char* name_of(Family f) { return family_names[static_cast<std::size_t>(f)]; }
 
-std::size_t operands_of(const row& r, std::uint32_t word, operand_value (&values)[max_operands]) {
+std::size_t operands_of(const Row& r, std::uint32_t word, OperandValue (&values)[max_operands]) {
   std::size_t n = 0;
-  for (const operand& o : r.operands())
+  for (const Operand& o : r.operands())
     values[n++] = {o.kind, o.role, o.size, o.is_register() ? std::int64_t{o.number(word)} : o.value(word)};
   return n;
 }
 
-unsigned row::memory_elements() const {
-  if (function->access == access_kind::replicate_quadword) return 16u / function->memory_bytes;
-  if (operands()[0].kind == operand_kind::p) return predicate_bytes;
+unsigned Row::memory_elements() const {
+  if (function->access == AccessKind::replicate_quadword) return 16u / function->memory_bytes;
+  if (operands()[0].kind == OperandKind::p) return predicate_bytes;
   return static_cast<unsigned>(vector_bytes) / (element_bytes() ? element_bytes() : 1);
 }
 
-unsigned row::offset_unit() const {
+unsigned Row::offset_unit() const {
   switch (function->access) {
-    case access_kind::fill:
-    case access_kind::spill:
+    case AccessKind::fill:
+    case AccessKind::spill:
       return memory_elements();
-    case access_kind::prefetch:
-      return form->address == address_form::base_immediate ? static_cast<unsigned>(vector_bytes)
-                                                           : function->memory_bytes;
-    case access_kind::replicate_quadword:
+    case AccessKind::prefetch:
+      return form->address == AddressForm::base_immediate ? static_cast<unsigned>(vector_bytes)
+                                                          : function->memory_bytes;
+    case AccessKind::replicate_quadword:
       return 16;
-    case access_kind::replicate:
+    case AccessKind::replicate:
       return function->memory_bytes;
     default:
-      if (form->address == address_form::vector_immediate) return function->memory_bytes;
+      if (form->address == AddressForm::vector_immediate) return function->memory_bytes;
       return memory_elements() * function->registers * function->memory_bytes;
   }
 }

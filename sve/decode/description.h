@@ -14,7 +14,7 @@ namespace sve::decode {
 
 // ---- Operands ----
 
-enum class operand_kind : std::uint8_t {
+enum class OperandKind : std::uint8_t {
   z,           ///< vector register, or the first of a list of consecutive ones
   p,           ///< predicate register
   x,           ///< general register, 31 the zero register
@@ -26,7 +26,7 @@ enum class operand_kind : std::uint8_t {
   prefetch     ///< prefetch operation, 0 to 15
 };
 
-enum class operand_role : std::uint8_t {
+enum class OperandRole : std::uint8_t {
   destination,  ///< written only, but for the inactive elements of a merging row, which it keeps
   both,         ///< read and written
   source,
@@ -37,13 +37,13 @@ enum class operand_role : std::uint8_t {
 };
 
 /// What becomes of inactive elements, told by the governing predicate.
-enum class predication : std::uint8_t { none, merging, zeroing };
+enum class Predication : std::uint8_t { none, merging, zeroing };
 
 /// How an offset of an address is taken.
-enum class extension : std::uint8_t { none, lsl, sxtw, uxtw };
+enum class Extension : std::uint8_t { none, lsl, sxtw, uxtw };
 
 /// How an immediate is spelled.
-enum class spelling : std::uint8_t {
+enum class Spelling : std::uint8_t {
   decimal,
   index,           ///< element index, in brackets behind the register before it
   rotation,        ///< in degrees
@@ -55,29 +55,29 @@ enum class spelling : std::uint8_t {
 };
 
 /// Where the other mention of a register that is both destination and source stands.
-enum class repetition : std::uint8_t { none, next, last };
+enum class Repetition : std::uint8_t { none, next, last };
 
-struct operand {
+struct Operand {
   static constexpr std::uint8_t no_size = 0xff;
 
-  operand_kind kind;
-  operand_role role;
+  OperandKind kind;
+  OperandRole role;
   std::uint8_t size = no_size;  ///< element-size code; for general registers 2 is W, 3 is X
   std::uint8_t low = 0;         ///< lowest bit of a register's field
   std::uint8_t width = 0;       ///< bits of a register's field; 0 where the operand is no register
   std::uint8_t registers = 0;   ///< of a list of consecutive ones, modulo 32; 0 where it is none
-  predication inactive = predication::none;
-  repetition repeated = repetition::none;
+  Predication inactive = Predication::none;
+  Repetition repeated = Repetition::none;
   std::uint8_t repeated_size = no_size;
-  extension extends = extension::none;
+  Extension extends = Extension::none;
   std::uint8_t shift = 0;  ///< left shift of an offset; `by_access` is the logarithm of the bytes accessed
-  spelling spelled = spelling::decimal;
+  Spelling spelled = Spelling::decimal;
   std::int64_t (*value)(std::uint32_t word) = nullptr;  ///< of what is no register
 
   static constexpr std::uint8_t by_access = 0xff;
 
   constexpr bool is_register() const { return width != 0; }
-  constexpr bool is_written() const { return role == operand_role::destination || role == operand_role::both; }
+  constexpr bool is_written() const { return role == OperandRole::destination || role == OperandRole::both; }
   constexpr std::uint32_t number(std::uint32_t word) const { return word >> low & ((1u << width) - 1); }
   /// `word` with register `n` in this operand's place.
   constexpr std::uint32_t with(std::uint32_t word, std::uint32_t n) const {
@@ -87,14 +87,14 @@ struct operand {
 };
 
 /// An operand of a given word.
-struct operand_value {
-  operand_kind kind;
-  operand_role role;
+struct OperandValue {
+  OperandKind kind;
+  OperandRole role;
   std::uint8_t size;   ///< as in `operand`
   std::int64_t value;  ///< register number, or the immediate's value
 };
 
-enum class address_form : std::uint8_t {
+enum class AddressForm : std::uint8_t {
   none,
   base_immediate,    ///< general register and immediate
   base_index,        ///< general register and general register
@@ -103,20 +103,20 @@ enum class address_form : std::uint8_t {
 };
 
 /// The operand list that rows share.
-struct operand_form {
-  const operand* first;
+struct OperandForm {
+  const Operand* first;
   std::uint8_t count;
   std::uint8_t element_size;  ///< code of the elements that the row works on, or `operand::no_size`
-  address_form address;
+  AddressForm address;
 
-  constexpr std::span<const operand> operands() const { return {first, count}; }
+  constexpr std::span<const Operand> operands() const { return {first, count}; }
 };
 
 inline constexpr std::size_t max_operands = 5;
 
 // ---- Instruction functions ----
 
-enum class access_kind : std::uint8_t {
+enum class AccessKind : std::uint8_t {
   none,
   load,
   first_fault,
@@ -129,41 +129,41 @@ enum class access_kind : std::uint8_t {
   prefetch
 };
 
-enum class family : std::uint8_t {
+enum class Family : std::uint8_t {
 #define SVE_FAMILY_NAME(name) name,
 #include "sve/decode/families.inc"
 #undef SVE_FAMILY_NAME
 };
-const char* name_of(family f);
+const char* name_of(Family f);
 
 /// Flags, to be joined.
-using flags = std::uint8_t;
-inline constexpr flags flag_nzcv = 1, flag_fpsr = 2, flag_ffr = 4;
+using Flags = std::uint8_t;
+inline constexpr Flags flag_nzcv = 1, flag_fpsr = 2, flag_ffr = 4;
 
 /// An instruction function, with body or without, and what its mnemonic says.
-struct instruction_function {
+struct InstructionFunction {
   const char* name;
   std::uint8_t mnemonic_length;
-  family of;
-  flags reads, writes;
+  Family of;
+  Flags reads, writes;
   bool floating_point;  ///< works on floating-point numbers
   bool body;            ///< not a stub
-  access_kind access = access_kind::none;
+  AccessKind access = AccessKind::none;
   std::uint8_t memory_bytes = 0;  ///< of one element in memory
   std::uint8_t registers = 1;     ///< of a structure
   bool sign_extends = false;      ///< an element that is wider than in memory
   bool non_temporal = false;
 
   constexpr std::string_view mnemonic() const { return {name + 4, mnemonic_length}; }
-  constexpr bool is_memory() const { return access != access_kind::none && access != access_kind::prefetch; }
-  constexpr bool stores() const { return access == access_kind::store || access == access_kind::spill; }
-  constexpr bool speculative() const { return access == access_kind::first_fault || access == access_kind::non_fault; }
+  constexpr bool is_memory() const { return access != AccessKind::none && access != AccessKind::prefetch; }
+  constexpr bool stores() const { return access == AccessKind::store || access == AccessKind::spill; }
+  constexpr bool speculative() const { return access == AccessKind::first_fault || access == AccessKind::non_fault; }
 };
 
-/// All instruction functions, in the order of `function_id`.
-struct function_table {
-  instruction_function of[function_count];
+/// All instruction functions, in the order of `FunctionId`.
+struct FunctionTable {
+  InstructionFunction of[function_count];
 };
-extern const function_table functions;
+extern const FunctionTable functions;
 
 }  // namespace sve::decode

@@ -10,7 +10,7 @@ constexpr std::uint32_t size = 0x00c00000, shift = 0x00d80000, narrow_shift = 0x
 // Each group in the order of its words. The first form that fits names the word.
 // One aligned form per line.
 // clang-format off
-constexpr extension_form forms[] = {
+constexpr ExtensionForm forms[] = {
     // The optional parts of the first version of the vectors.
     {0xffe0f000, 0x05a00000, 0, "F64MM"},                   // zip1, zip2, uzp1, uzp2 of quadwords
     {0xffe0f800, 0x05a01800, 0, "F64MM"},                   // trn1, trn2
@@ -168,10 +168,10 @@ constexpr extension_form forms[] = {
 
 }  // namespace
 
-std::span<const extension_form> extension_forms() { return forms; }
+std::span<const ExtensionForm> extension_forms() { return forms; }
 
 const char* extension_of(std::uint32_t word) {
-  for (const extension_form& form : forms)
+  for (const ExtensionForm& form : forms)
     if ((word & form.mask) == form.value && (form.some == 0 || (word & form.some) != 0)) return form.name;
   return nullptr;
 }

@@ -34,48 +34,48 @@ struct routine_order {
   std::size_t at[N + 1] = {};
   std::size_t count = 0;
 
-  constexpr explicit routine_order(const std::array<operand, N>& operands) {
+  constexpr explicit routine_order(const std::array<Operand, N>& operands) {
     bool merges = false;
-    for (const operand& o : operands) merges |= o.inactive == predication::merging;
+    for (const Operand& o : operands) merges |= o.inactive == Predication::merging;
     for (std::size_t i = 0; i < N; ++i)
-      if (operands[i].role != operand_role::stored && (operands[i].role != operand_role::destination || merges))
+      if (operands[i].role != OperandRole::stored && (operands[i].role != OperandRole::destination || merges))
         at[count++] = i;
     for (std::size_t i = 0; i < N; ++i)
-      if (operands[i].role == operand_role::stored) at[count++] = i;
+      if (operands[i].role == OperandRole::stored) at[count++] = i;
   }
 };
 
 // By values: GCC's undefined-behaviour sanitizer takes no test of a pointer into a constant for a constant.
-constexpr address_form address_of(std::span<const operand> operands) {
+constexpr AddressForm address_of(std::span<const Operand> operands) {
   bool has_base = false, has_register_offset = false;
-  operand_kind base{}, offset{};
-  for (const operand& o : operands) {
-    if (o.role == operand_role::base) {
+  OperandKind base{}, offset{};
+  for (const Operand& o : operands) {
+    if (o.role == OperandRole::base) {
       has_base = true;
       base = o.kind;
     }
-    if (o.role == operand_role::offset && o.is_register()) {
+    if (o.role == OperandRole::offset && o.is_register()) {
       has_register_offset = true;
       offset = o.kind;
     }
   }
-  if (!has_base) return address_form::none;
-  if (base == operand_kind::z) return address_form::vector_immediate;
-  return !has_register_offset        ? address_form::base_immediate
-         : offset == operand_kind::z ? address_form::base_vector
-                                     : address_form::base_index;
+  if (!has_base) return AddressForm::none;
+  if (base == OperandKind::z) return AddressForm::vector_immediate;
+  return !has_register_offset       ? AddressForm::base_immediate
+         : offset == OperandKind::z ? AddressForm::base_vector
+                                    : AddressForm::base_index;
 }
 
 /// The size of the first vector or predicate that has one. A conversion works on the wider of its two sizes.
-constexpr std::uint8_t element_size_of(std::span<const operand> operands) {
-  std::uint8_t size = operand::no_size;
+constexpr std::uint8_t element_size_of(std::span<const Operand> operands) {
+  std::uint8_t size = Operand::no_size;
   bool merges = false;
-  for (const operand& o : operands) {
-    const bool sized = (o.kind == operand_kind::z || o.kind == operand_kind::p) && o.size != operand::no_size;
-    merges |= o.inactive == predication::merging;
+  for (const Operand& o : operands) {
+    const bool sized = (o.kind == OperandKind::z || o.kind == OperandKind::p) && o.size != Operand::no_size;
+    merges |= o.inactive == Predication::merging;
     if (!sized) continue;
-    const bool converted = merges && operands[0].role == operand_role::destination && o.kind == operand_kind::z;
-    if (size == operand::no_size || (converted && o.size > size)) size = o.size;
+    const bool converted = merges && operands[0].role == OperandRole::destination && o.kind == OperandKind::z;
+    if (size == Operand::no_size || (converted && o.size > size)) size = o.size;
   }
   return size;
 }
@@ -87,14 +87,13 @@ struct form {
   static_assert(size <= max_operands);
 
   /// In the order of the assembler's syntax: the base of an address before its offset.
-  static constexpr std::array<operand, size> in_syntax = [] {
-    std::array<operand, size> list{Entries::about...};
+  static constexpr std::array<Operand, size> in_syntax = [] {
+    std::array<Operand, size> list{Entries::about...};
     for (std::size_t i = 1; i < size; ++i)
-      if (list[i].role == operand_role::base && list[i - 1].role == operand_role::offset)
-        std::swap(list[i], list[i - 1]);
+      if (list[i].role == OperandRole::base && list[i - 1].role == OperandRole::offset) std::swap(list[i], list[i - 1]);
     return list;
   }();
-  static constexpr operand_form about{in_syntax.data(), size, element_size_of(in_syntax), address_of(in_syntax)};
+  static constexpr OperandForm about{in_syntax.data(), size, element_size_of(in_syntax), address_of(in_syntax)};
 };
 
 /// A form whose routine takes its operands in another order: `I` are their places in the form.
@@ -106,7 +105,7 @@ template <class Form>
 struct routine_of;
 template <class... Entries>
 struct routine_of<form<Entries...>> {
-  static constexpr routine_order<sizeof...(Entries)> order{std::array<operand, sizeof...(Entries)>{Entries::about...}};
+  static constexpr routine_order<sizeof...(Entries)> order{std::array<Operand, sizeof...(Entries)>{Entries::about...}};
   template <std::size_t... I>
   static routine_form<typename result_of<Entries...>::type,
                       std::tuple_element_t<order.at[I], std::tuple<Entries...>>...>

@@ -12,7 +12,7 @@ namespace sve::decode {
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(SVE_FUNCTION_ID, shape, __VA_ARGS__)
 #define SVE_UNREACHED_FUNCTIONS SVE_FUNCTIONS
 #define SVE_STUBS SVE_FUNCTIONS
-enum class function_id : std::uint16_t {
+enum class FunctionId : std::uint16_t {
 #include "sve/insn/functions.inc"
 #include "sve/insn/stubs.inc"
   count
@@ -22,6 +22,6 @@ enum class function_id : std::uint16_t {
 #undef SVE_FUNCTIONS
 #undef SVE_FUNCTION_ID
 
-inline constexpr std::size_t function_count = static_cast<std::size_t>(function_id::count);
+inline constexpr std::size_t function_count = static_cast<std::size_t>(FunctionId::count);
 
 }  // namespace sve::decode

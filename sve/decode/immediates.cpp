@@ -6,7 +6,7 @@
 namespace sve::decode {
 
 std::uint64_t expand_logical_immediate(std::uint32_t field) {
-  const std::uint32_t n = bits<12>::cut(field), immr = bits<11, 6>::cut(field), imms = bits<5, 0>::cut(field);
+  const std::uint32_t n = Bits<12>::cut(field), immr = Bits<11, 6>::cut(field), imms = Bits<5, 0>::cut(field);
   const std::uint32_t selector = n << 6 | (~imms & 0x3f);
   if (selector == 0) {
     // Reserved (N clear, imms all ones): the element has no width, so that doubling it never reaches 64, and the
@@ -27,8 +27,8 @@ std::uint64_t expand_logical_immediate(std::uint32_t field) {
 }
 
 aarch64_sve_fp_dup_imm expand_fp_immediate(std::uint32_t imm8) {
-  const std::uint32_t sign = bits<7>::cut(imm8), b6 = bits<6>::cut(imm8), exponent = bits<5, 4>::cut(imm8),
-                      fraction = bits<3, 0>::cut(imm8);
+  const std::uint32_t sign = Bits<7>::cut(imm8), b6 = Bits<6>::cut(imm8), exponent = Bits<5, 4>::cut(imm8),
+                      fraction = Bits<3, 0>::cut(imm8);
   const std::uint32_t single = sign << 31 | (b6 ^ 1) << 30 | (b6 ? 0x3e000000u : 0) | exponent << 23 | fraction << 19;
   const std::uint32_t half = sign << 15 | (b6 ^ 1) << 14 | (b6 ? 0x3000u : 0) | exponent << 10 | fraction << 6;
   const double wide = std::bit_cast<float>(single);

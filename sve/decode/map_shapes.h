@@ -7,8 +7,8 @@
 namespace sve::decode {
 
 #define SVE_MAP(name, ...)                 \
-  using shape_##name = shape<__VA_ARGS__>; \
-  extern const map map_##name;
+  using shape_##name = Shape<__VA_ARGS__>; \
+  extern const Map map_##name;
 #include "sve/decode/maps.inc"
 #undef SVE_MAP
 

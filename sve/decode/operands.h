@@ -33,7 +33,7 @@ constexpr std::int32_t sign_extend(std::uint32_t value, unsigned width) {
 template <class... Ranges>
 struct joined {
   static constexpr unsigned width = (Ranges::width + ...);
-  static constexpr std::uint32_t cut(word_t word) { return static_cast<std::uint32_t>(shape<Ranges...>::key(word)); }
+  static constexpr std::uint32_t cut(word_t word) { return static_cast<std::uint32_t>(Shape<Ranges...>::key(word)); }
 };
 
 // ---- Registers ----
@@ -93,52 +93,52 @@ struct scalar_value {
 };
 
 template <class Field>
-constexpr operand register_operand(operand_kind kind, operand_role role, unsigned size) {
-  operand o{kind, role};
+constexpr Operand register_operand(OperandKind kind, OperandRole role, unsigned size) {
+  Operand o{kind, role};
   o.size = static_cast<std::uint8_t>(size);
   o.low = Field::low;
   o.width = Field::width;
   return o;
 }
-constexpr operand repeated(operand o, repetition where, unsigned size) {
+constexpr Operand repeated(Operand o, Repetition where, unsigned size) {
   o.repeated = where;
   o.repeated_size = static_cast<std::uint8_t>(size);
   return o;
 }
-constexpr unsigned no_size = operand::no_size;
-using enum operand_role;
+constexpr unsigned no_size = Operand::no_size;
+using enum OperandRole;
 
 /// Z register with the element size E.
-template <class Field, unsigned E, operand_role Role>
+template <class Field, unsigned E, OperandRole Role>
 struct Z : vector_value<Field> {
-  static constexpr operand about = register_operand<Field>(operand_kind::z, Role, E);
+  static constexpr Operand about = register_operand<Field>(OperandKind::z, Role, E);
   static aarch64_z_reg record(word_t w) { return {Field::cut(w), E}; }
 };
 /// Z register without an element size.
-template <class Field, operand_role Role>
+template <class Field, OperandRole Role>
 struct Z_bare : Z<Field, aarch64_z_reg::none, Role> {
-  static constexpr operand about = register_operand<Field>(operand_kind::z, Role, no_size);
+  static constexpr Operand about = register_operand<Field>(OperandKind::z, Role, no_size);
 };
 /// Z register in bits 4 to 0 that its record marks as destructive; written twice in the assembler's syntax or not.
-template <unsigned E, operand_role Role, repetition Repeated>
-struct Z_tied : vector_value<bits<4, 0>> {
-  static constexpr operand about = repeated(register_operand<bits<4, 0>>(operand_kind::z, Role, E), Repeated, E);
-  static aarch64_z_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_z_reg::none, E, E}; }
+template <unsigned E, OperandRole Role, Repetition Repeated>
+struct Z_tied : vector_value<Bits<4, 0>> {
+  static constexpr Operand about = repeated(register_operand<Bits<4, 0>>(OperandKind::z, Role, E), Repeated, E);
+  static aarch64_z_reg record(word_t w) { return {Bits<4, 0>::cut(w), aarch64_z_reg::none, E, E}; }
 };
 /// A list of `Count` registers: what a load fills or a store empties, or the table of a lookup.
-template <class Field, unsigned E, operand_role Role, unsigned Count>
+template <class Field, unsigned E, OperandRole Role, unsigned Count>
 struct Z_list : Z<Field, E, Role> {
-  static constexpr operand about = [] {
-    operand o = register_operand<Field>(operand_kind::z, Role, E);
+  static constexpr Operand about = [] {
+    Operand o = register_operand<Field>(OperandKind::z, Role, E);
     o.registers = Count;
     return o;
   }();
 };
 /// Vector of offsets, extended from 32 bits or not and shifted.
-template <unsigned E, extension Extends, unsigned Shift>
-struct Z_offset : Z<bits<20, 16>, E, offset> {
-  static constexpr operand about = [] {
-    operand o = register_operand<bits<20, 16>>(operand_kind::z, offset, E);
+template <unsigned E, Extension Extends, unsigned Shift>
+struct Z_offset : Z<Bits<20, 16>, E, offset> {
+  static constexpr Operand about = [] {
+    Operand o = register_operand<Bits<20, 16>>(OperandKind::z, offset, E);
     o.extends = Extends;
     o.shift = Shift;
     return o;
@@ -147,106 +147,105 @@ struct Z_offset : Z<bits<20, 16>, E, offset> {
 
 /// Vector register that holds a scalar of size code E: receives it, does both, or gives it.
 template <unsigned E>
-struct Vd : element_value<bits<4, 0>, E> {
-  static constexpr operand about = register_operand<bits<4, 0>>(operand_kind::v, destination, E);
-  static unsigned int record(word_t w) { return bits<4, 0>::cut(w); }
+struct Vd : element_value<Bits<4, 0>, E> {
+  static constexpr Operand about = register_operand<Bits<4, 0>>(OperandKind::v, destination, E);
+  static unsigned int record(word_t w) { return Bits<4, 0>::cut(w); }
 };
 template <unsigned E>
 struct Vdn : Vd<E> {
-  static constexpr operand about =
-      repeated(register_operand<bits<4, 0>>(operand_kind::v, both, E), repetition::next, E);
+  static constexpr Operand about = repeated(register_operand<Bits<4, 0>>(OperandKind::v, both, E), Repetition::next, E);
 };
 template <unsigned E>
-struct Vn : element_value<bits<9, 5>, E> {
-  static constexpr operand about = register_operand<bits<9, 5>>(operand_kind::v, source, E);
-  static aarch64_z_reg record(word_t w) { return {bits<9, 5>::cut(w), E}; }
+struct Vn : element_value<Bits<9, 5>, E> {
+  static constexpr Operand about = register_operand<Bits<9, 5>>(OperandKind::v, source, E);
+  static aarch64_z_reg record(word_t w) { return {Bits<9, 5>::cut(w), E}; }
 };
 
 /// Predicate register with a size code or a qualifier.
-template <class Field, unsigned Qualifier, operand_role Role>
+template <class Field, unsigned Qualifier, OperandRole Role>
 struct P : predicate_value<Field> {
-  static constexpr operand about = [] {
-    operand o = register_operand<Field>(operand_kind::p, Role, Qualifier <= element_d ? Qualifier : no_size);
-    o.inactive = Qualifier == merging   ? predication::merging
-                 : Qualifier == zeroing ? predication::zeroing
-                                        : predication::none;
+  static constexpr Operand about = [] {
+    Operand o = register_operand<Field>(OperandKind::p, Role, Qualifier <= element_d ? Qualifier : no_size);
+    o.inactive = Qualifier == merging   ? Predication::merging
+                 : Qualifier == zeroing ? Predication::zeroing
+                                        : Predication::none;
     return o;
   }();
   static aarch64_p_reg record(word_t w) { return {Field::cut(w), Qualifier}; }
 };
 /// Destructive predicate register in bits 3 to 0.
-template <unsigned E, repetition Repeated>
-struct Pdn : predicate_value<bits<3, 0>> {
-  static constexpr operand about = repeated(register_operand<bits<3, 0>>(operand_kind::p, both, E), Repeated, E);
-  static aarch64_p_reg record(word_t w) { return {bits<3, 0>::cut(w), aarch64_p_reg::none, E, E}; }
+template <unsigned E, Repetition Repeated>
+struct Pdn : predicate_value<Bits<3, 0>> {
+  static constexpr Operand about = repeated(register_operand<Bits<3, 0>>(OperandKind::p, both, E), Repeated, E);
+  static aarch64_p_reg record(word_t w) { return {Bits<3, 0>::cut(w), aarch64_p_reg::none, E, E}; }
 };
 
 /// General register, 31 the zero register, read at width code E.
-template <class Field, unsigned E, operand_role Role>
+template <class Field, unsigned E, OperandRole Role>
 struct R : scalar_value<Field, aarch64_i_reg> {
-  static constexpr operand about = [] {
-    operand o = register_operand<Field>(operand_kind::x, Role, E == element_d ? element_d : element_s);
-    if (Role == offset) o.extends = extension::lsl, o.shift = operand::by_access;
+  static constexpr Operand about = [] {
+    Operand o = register_operand<Field>(OperandKind::x, Role, E == element_d ? element_d : element_s);
+    if (Role == offset) o.extends = Extension::lsl, o.shift = Operand::by_access;
     return o;
   }();
   static aarch64_i_reg record(word_t w) { return {Field::cut(w), E}; }
 };
 /// General register in bits 4 to 0 that is read and written, with another mention of width code `Repeats` or without.
-template <unsigned E, repetition Repeated = repetition::none, unsigned Repeats = E>
-struct Rdn : scalar_value<bits<4, 0>, aarch64_i_reg> {
-  static constexpr operand about =
-      repeated(register_operand<bits<4, 0>>(operand_kind::x, both, E == element_d ? element_d : element_s), Repeated,
+template <unsigned E, Repetition Repeated = Repetition::none, unsigned Repeats = E>
+struct Rdn : scalar_value<Bits<4, 0>, aarch64_i_reg> {
+  static constexpr Operand about =
+      repeated(register_operand<Bits<4, 0>>(OperandKind::x, both, E == element_d ? element_d : element_s), Repeated,
                Repeats == element_d ? element_d : element_s);
-  static aarch64_i_reg record(word_t w) { return {bits<4, 0>::cut(w), aarch64_i_reg::none, E, E}; }
+  static aarch64_i_reg record(word_t w) { return {Bits<4, 0>::cut(w), aarch64_i_reg::none, E, E}; }
 };
 /// General register, 31 the stack pointer.
-template <class Field, operand_role Role, unsigned E = element_d>
+template <class Field, OperandRole Role, unsigned E = element_d>
 struct Rsp : scalar_value<Field, aarch64_i_rsp_reg> {
-  static constexpr operand about =
-      register_operand<Field>(operand_kind::x_or_sp, Role, E == element_d ? element_d : element_s);
+  static constexpr Operand about =
+      register_operand<Field>(OperandKind::x_or_sp, Role, E == element_d ? element_d : element_s);
   static aarch64_i_rsp_reg record(word_t w) { return {Field::cut(w), E}; }
 };
 
 // ---- Immediates: `cut` gives the value, `record` and `load` pass it on ----
 
-constexpr operand immediate_operand(std::int64_t (*value)(word_t), spelling spelled = spelling::decimal,
-                                    operand_role role = source, operand_kind kind = operand_kind::immediate) {
-  operand o{kind, role};
+constexpr Operand immediate_operand(std::int64_t (*value)(word_t), Spelling spelled = Spelling::decimal,
+                                    OperandRole role = source, OperandKind kind = OperandKind::immediate) {
+  Operand o{kind, role};
   o.spelled = spelled;
   o.value = value;
   return o;
 }
 
-template <class Immediate, class Record, spelling Spelled = spelling::decimal>
+template <class Immediate, class Record, Spelling Spelled = Spelling::decimal>
 struct immediate {
   static Record record(word_t w) { return static_cast<Record>(Immediate::cut(w)); }
   using type = std::uint64_t;
   static void load(type& value, const cpu_state*, word_t w) {
     value = static_cast<type>(static_cast<std::int64_t>(Immediate::cut(w)));
   }
-  static constexpr operand about =
+  static constexpr Operand about =
       immediate_operand([](word_t w) { return static_cast<std::int64_t>(Immediate::cut(w)); }, Spelled);
 };
 /// The same in another spelling, role or kind.
-template <class Immediate, spelling Spelled, operand_role Role = source, operand_kind Kind = operand_kind::immediate>
+template <class Immediate, Spelling Spelled, OperandRole Role = source, OperandKind Kind = OperandKind::immediate>
 struct spelled : Immediate {
-  static constexpr operand about = immediate_operand(Immediate::about.value, Spelled, Role, Kind);
+  static constexpr Operand about = immediate_operand(Immediate::about.value, Spelled, Role, Kind);
 };
 template <class Immediate>
-using offset_of = spelled<Immediate, spelling::decimal, offset>;
+using offset_of = spelled<Immediate, Spelling::decimal, offset>;
 template <class Immediate>
-using vl_offset_of = spelled<Immediate, spelling::vector_multiple, offset>;
+using vl_offset_of = spelled<Immediate, Spelling::vector_multiple, offset>;
 template <class Immediate>
-using index = spelled<Immediate, spelling::index>;
+using index = spelled<Immediate, Spelling::index>;
 
 /// Unsigned and signed field.
 template <unsigned High, unsigned Low = High>
 struct U : immediate<U<High, Low>, unsigned int> {
-  static constexpr std::uint32_t cut(word_t w) { return bits<High, Low>::cut(w); }
+  static constexpr std::uint32_t cut(word_t w) { return Bits<High, Low>::cut(w); }
 };
 template <unsigned High, unsigned Low>
 struct S : immediate<S<High, Low>, int> {
-  static constexpr std::int32_t cut(word_t w) { return sign_extend(bits<High, Low>::cut(w), High - Low + 1); }
+  static constexpr std::int32_t cut(word_t w) { return sign_extend(Bits<High, Low>::cut(w), High - Low + 1); }
 };
 /// A field of several ranges, unsigned and signed.
 template <class... Ranges>
@@ -260,41 +259,41 @@ struct Sjoined : immediate<Sjoined<Ranges...>, int> {
   }
 };
 /// A predicate pattern.
-using Pattern = spelled<U<9, 5>, spelling::decimal, source, operand_kind::pattern>;
+using Pattern = spelled<U<9, 5>, Spelling::decimal, source, OperandKind::pattern>;
 /// The multiplier of a counted instruction, one more than its field; routines add the one themselves.
 struct Multiplier {
-  static unsigned int record(word_t w) { return bits<19, 16>::cut(w) + 1; }
+  static unsigned int record(word_t w) { return Bits<19, 16>::cut(w) + 1; }
   using type = std::uint64_t;
-  static void load(type& value, const cpu_state*, word_t w) { value = bits<19, 16>::cut(w); }
-  static constexpr operand about = immediate_operand([](word_t w) { return std::int64_t{record(w)}; },
-                                                     spelling::decimal, source, operand_kind::multiplier);
+  static void load(type& value, const cpu_state*, word_t w) { value = Bits<19, 16>::cut(w); }
+  static constexpr Operand about = immediate_operand([](word_t w) { return std::int64_t{record(w)}; },
+                                                     Spelling::decimal, source, OperandKind::multiplier);
 };
 /// A prefetch operation.
-using PrefetchOperation = spelled<U<3, 0>, spelling::decimal, source, operand_kind::prefetch>;
+using PrefetchOperation = spelled<U<3, 0>, Spelling::decimal, source, OperandKind::prefetch>;
 /// A rotation of complex numbers in two bits, in units of 90 degrees, and in one, where it is 90 or 270 degrees.
 template <unsigned High, unsigned Low = High>
 struct Rotation : U<High, Low> {
-  static constexpr operand about = immediate_operand(
+  static constexpr Operand about = immediate_operand(
       [](word_t w) {
-        const std::uint32_t field = bits<High, Low>::cut(w);
+        const std::uint32_t field = Bits<High, Low>::cut(w);
         return std::int64_t{90} * (High == Low ? 1 + 2 * field : field);
       },
-      spelling::rotation);
+      Spelling::rotation);
 };
 /// Eight unsigned bits, shifted left by 8 if bit 13 is set. At 8 bits the architecture reserves the shift; nothing
 /// rejects it, and the value is then 0.
 template <unsigned E>
-struct Shifted8 : immediate<Shifted8<E>, unsigned int, spelling::shifted> {
+struct Shifted8 : immediate<Shifted8<E>, unsigned int, Spelling::shifted> {
   static constexpr std::uint32_t cut(word_t w) {
-    const std::uint32_t imm = bits<12, 5>::cut(w);
-    return bits<13>::cut(w) == 0 ? imm : E == element_b ? 0 : imm << 8;
+    const std::uint32_t imm = Bits<12, 5>::cut(w);
+    return Bits<13>::cut(w) == 0 ? imm : E == element_b ? 0 : imm << 8;
   }
 };
 /// Eight signed bits, shifted left by 8 if bit 13 is set.
-struct SignedShifted8 : immediate<SignedShifted8, int, spelling::shifted> {
+struct SignedShifted8 : immediate<SignedShifted8, int, Spelling::shifted> {
   static constexpr std::int32_t cut(word_t w) {
-    const std::int32_t imm = sign_extend(bits<12, 5>::cut(w), 8);
-    return bits<13>::cut(w) ? imm * 256 : imm;
+    const std::int32_t imm = sign_extend(Bits<12, 5>::cut(w), 8);
+    return Bits<13>::cut(w) ? imm * 256 : imm;
   }
 };
 
@@ -303,9 +302,9 @@ template <unsigned E, bool Predicated>
 constexpr std::uint32_t shift_field(word_t w) {
   constexpr unsigned low = Predicated ? 5 : 16;
   if constexpr (E == element_d)
-    return joined<bits<22>, bits<low + 4, low>>::cut(w);
+    return joined<Bits<22>, Bits<low + 4, low>>::cut(w);
   else
-    return bits<low + 2 + E, low>::cut(w);
+    return Bits<low + 2 + E, low>::cut(w);
 }
 template <unsigned E, bool Predicated>
 struct LeftShift : immediate<LeftShift<E, Predicated>, unsigned int> {
@@ -318,12 +317,12 @@ struct RightShift : immediate<RightShift<E, Predicated>, unsigned int> {
 
 /// The index of `dup` (indexed): bits 23 to 22 above the bits of 20 to 16 that lie over the size marker.
 template <unsigned E>
-struct DupIndex : immediate<DupIndex<E>, unsigned int, spelling::index> {
+struct DupIndex : immediate<DupIndex<E>, unsigned int, Spelling::index> {
   static constexpr std::uint32_t cut(word_t w) {
     if constexpr (E == element_q)
-      return bits<23, 22>::cut(w);
+      return Bits<23, 22>::cut(w);
     else
-      return joined<bits<23, 22>, bits<20, 17 + E>>::cut(w);
+      return joined<Bits<23, 22>, Bits<20, 17 + E>>::cut(w);
   }
 };
 
@@ -333,14 +332,14 @@ struct DupIndex : immediate<DupIndex<E>, unsigned int, spelling::index> {
 std::uint64_t expand_logical_immediate(std::uint32_t field);
 
 struct LogicalImmediate {
-  static std::uint64_t cut(word_t w) { return expand_logical_immediate(bits<17, 5>::cut(w)); }
+  static std::uint64_t cut(word_t w) { return expand_logical_immediate(Bits<17, 5>::cut(w)); }
   static aarch64_sve_logical64_imm record(word_t w) { return {cut(w)}; }
   using type = std::uint64_t;
   static void load(type& value, const cpu_state*, word_t w) { value = cut(w); }
   /// What describes a word does return: 0 where the expansion would not.
-  static constexpr bool is_reserved(word_t w) { return bits<17>::cut(w) == 0 && bits<10, 5>::cut(w) == 63; }
-  static constexpr operand about = immediate_operand(
-      [](word_t w) { return is_reserved(w) ? 0 : static_cast<std::int64_t>(cut(w)); }, spelling::logical);
+  static constexpr bool is_reserved(word_t w) { return Bits<17>::cut(w) == 0 && Bits<10, 5>::cut(w) == 63; }
+  static constexpr Operand about = immediate_operand(
+      [](word_t w) { return is_reserved(w) ? 0 : static_cast<std::int64_t>(cut(w)); }, Spelling::logical);
 };
 
 /// An 8-bit floating-point constant at all three widths.
@@ -348,30 +347,30 @@ aarch64_sve_fp_dup_imm expand_fp_immediate(std::uint32_t imm8);
 
 template <unsigned E>
 struct FpImmediate {
-  static aarch64_sve_fp_dup_imm record(word_t w) { return expand_fp_immediate(bits<12, 5>::cut(w)); }
+  static aarch64_sve_fp_dup_imm record(word_t w) { return expand_fp_immediate(Bits<12, 5>::cut(w)); }
   using type = std::uint64_t;
   static type cut(word_t w) {
     const aarch64_sve_fp_dup_imm imm = record(w);
     return E == element_h ? imm.half : E == element_s ? imm.single : imm.double_;
   }
   static void load(type& value, const cpu_state*, word_t w) { value = cut(w); }
-  static constexpr operand about =
-      immediate_operand([](word_t w) { return static_cast<std::int64_t>(cut(w)); }, spelling::floating);
+  static constexpr Operand about =
+      immediate_operand([](word_t w) { return static_cast<std::int64_t>(cut(w)); }, Spelling::floating);
 };
 /// The single bit of the floating-point arithmetic immediates, which chooses between two constants. These are given as
 /// their 8-bit encodings, of which zero has none.
 inline constexpr std::uint32_t fp_zero = 0x100, fp_half = 0x60, fp_one = 0x70, fp_two = 0x00;
 template <unsigned E, std::uint32_t Clear, std::uint32_t Set>
 struct FpChoice {
-  static aarch64_sve_fp_arith_imm record(word_t w) { return {static_cast<std::uint8_t>(bits<5>::cut(w))}; }
+  static aarch64_sve_fp_arith_imm record(word_t w) { return {static_cast<std::uint8_t>(Bits<5>::cut(w))}; }
   using type = std::uint64_t;
-  static void load(type& value, const cpu_state*, word_t w) { value = bits<5>::cut(w); }
-  static constexpr operand about = immediate_operand(
+  static void load(type& value, const cpu_state*, word_t w) { value = Bits<5>::cut(w); }
+  static constexpr Operand about = immediate_operand(
       [](word_t w) {
-        const std::uint32_t chosen = bits<5>::cut(w) ? Set : Clear;
-        return chosen == fp_zero ? 0 : static_cast<std::int64_t>(FpImmediate<E>::cut(bits<12, 5>::place(chosen)));
+        const std::uint32_t chosen = Bits<5>::cut(w) ? Set : Clear;
+        return chosen == fp_zero ? 0 : static_cast<std::int64_t>(FpImmediate<E>::cut(Bits<12, 5>::place(chosen)));
       },
-      spelling::choice);
+      Spelling::choice);
 };
 /// An element index as the instruction functions of some indexed forms take it.
 template <class Immediate>

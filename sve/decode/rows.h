@@ -6,10 +6,10 @@
 #include "sve/decode/map_shapes.h"
 #include "sve/decode/table.h"
 
-#define SVE_ROW(key, model, name, function, handle, ...)                                                          \
-  row {                                                                                                           \
-    key, kind::model, #name, &functions.of[static_cast<std::size_t>(function_id::function)], &__VA_ARGS__::about, \
-        handle                                                                                                    \
+#define SVE_ROW(key, model, name, function, handle, ...)                                                         \
+  Row {                                                                                                          \
+    key, Kind::model, #name, &functions.of[static_cast<std::size_t>(FunctionId::function)], &__VA_ARGS__::about, \
+        handle                                                                                                   \
   }
 #define DIRECT(key, name, function, ...) \
   SVE_ROW(key, direct, name, function, (direct<function, __VA_ARGS__>::handle), __VA_ARGS__)
@@ -21,6 +21,6 @@
 
 #define SVE_ROWS(name, ...)                  \
   namespace {                                \
-  constexpr row rows_##name[] = __VA_ARGS__; \
+  constexpr Row rows_##name[] = __VA_ARGS__; \
   }                                          \
-  const map map_##name = {"decode_map__" #name, shape_##name::mask, shape_##name::key, shape_##name::word, rows_##name};
+  const Map map_##name = {"decode_map__" #name, shape_##name::mask, shape_##name::key, shape_##name::word, rows_##name};

@@ -7,7 +7,7 @@ namespace sve::decode {
 
 /// The bits `High` down to `Low` of a word.
 template <unsigned High, unsigned Low = High>
-struct bits {
+struct Bits {
   static constexpr unsigned low = Low;
   static constexpr unsigned width = High - Low + 1;
   static constexpr std::uint32_t mask = static_cast<std::uint32_t>(((std::uint64_t{1} << width) - 1) << Low);
@@ -17,7 +17,7 @@ struct bits {
 
 /// A key: the concatenation of bit ranges, the first-named in the highest position.
 template <class... Ranges>
-struct shape {
+struct Shape {
   static constexpr std::uint32_t mask = (Ranges::mask | ...);
 
   static constexpr int key(std::uint32_t word) {

@@ -10,26 +10,26 @@
 
 namespace sve::decode {
 
-enum class kind : std::uint8_t { direct, direct_fp, library, prefetch };
+enum class Kind : std::uint8_t { direct, direct_fp, library, prefetch };
 
 /// One instruction form: the key of its fixed bits, its handler's name, what it is, and the handler.
-struct row {
+struct Row {
   int key;
-  kind model;
-  const char* name;                      ///< the handler's name, and the name of the library routine
-  const instruction_function* function;  ///< of the instruction, whether the row calls it or not
-  const operand_form* form;
-  decode_handler handle;
+  Kind model;
+  const char* name;                     ///< the handler's name, and the name of the library routine
+  const InstructionFunction* function;  ///< of the instruction, whether the row calls it or not
+  const OperandForm* form;
+  DecodeHandler handle;
 
-  constexpr bool is_direct() const { return model == kind::direct || model == kind::direct_fp; }
+  constexpr bool is_direct() const { return model == Kind::direct || model == Kind::direct_fp; }
   constexpr std::string_view mnemonic() const { return function->mnemonic(); }
-  constexpr std::span<const operand> operands() const { return form->operands(); }
+  constexpr std::span<const Operand> operands() const { return form->operands(); }
   /// Of the elements that it works on; 0 where it has none.
   constexpr unsigned element_bytes() const {
-    return form->element_size == operand::no_size ? 0 : 1u << form->element_size;
+    return form->element_size == Operand::no_size ? 0 : 1u << form->element_size;
   }
-  constexpr const operand* find(operand_role role) const {
-    for (const operand& o : operands())
+  constexpr const Operand* find(OperandRole role) const {
+    for (const Operand& o : operands())
       if (o.role == role) return &o;
     return nullptr;
   }
@@ -40,31 +40,31 @@ struct row {
 };
 
 /// The operands of a word of the row, in the order of the assembler's syntax; returns how many.
-std::size_t operands_of(const row& r, std::uint32_t word, operand_value (&values)[max_operands]);
+std::size_t operands_of(const Row& r, std::uint32_t word, OperandValue (&values)[max_operands]);
 
 /// One map: its name, how its key is cut, and its rows in ascending order of key.
-struct map {
+struct Map {
   const char* name;  ///< `decode_map__` and the bit ranges of the key
   std::uint32_t fixed_bits;
   int (*key)(std::uint32_t word);
   std::uint32_t (*word)(int key);
-  std::span<const row> rows;
+  std::span<const Row> rows;
 };
 
 /// The maps in the order of `is_sve`, and in that of `execute_sve_instruction`.
-std::span<const map* const> maps_in_is_sve_order();
-std::span<const map* const> maps_in_execute_order();
+std::span<const Map* const> maps_in_is_sve_order();
+std::span<const Map* const> maps_in_execute_order();
 
 /// The handler that the search of `is_sve`, and that of `execute_sve_instruction`, finds in the maps, or null. Both
 /// functions first look among the words that they met lately.
-decode_handler find_in_is_sve_order(std::uint32_t word);
-decode_handler find_in_execute_order(std::uint32_t word);
+DecodeHandler find_in_is_sve_order(std::uint32_t word);
+DecodeHandler find_in_execute_order(std::uint32_t word);
 
 /// What `execute_sve_instruction` does with a word once it has its handler: runs it, and on success counts and moves
 /// on.
-aarch64_decode_rc execute_with(decode_handler handle, cpu_state* state, std::uint32_t word);
+aarch64_decode_rc execute_with(DecodeHandler handle, cpu_state* state, std::uint32_t word);
 
 /// The row of a word, or null. Calls nothing outside of this library.
-const row* find_row(std::uint32_t word);
+const Row* find_row(std::uint32_t word);
 
 }  // namespace sve::decode

@@ -8,22 +8,22 @@
 namespace sve::decode {
 namespace {
 
-class writer {
+class Writer {
  public:
-  explicit writer(char (&buffer)[max_text]) : begin_(buffer), at_(buffer), end_(buffer + max_text - 1) {}
-  writer& operator<<(char c) {
+  explicit Writer(char (&buffer)[max_text]) : begin_(buffer), at_(buffer), end_(buffer + max_text - 1) {}
+  Writer& operator<<(char c) {
     if (at_ < end_) *at_++ = c;
     return *this;
   }
-  writer& operator<<(std::string_view text) {
+  Writer& operator<<(std::string_view text) {
     for (const char c : text) *this << c;
     return *this;
   }
-  writer& operator<<(std::int64_t n) {
+  Writer& operator<<(std::int64_t n) {
     if (n < 0) *this << '-';
     return digits(n < 0 ? std::uint64_t{0} - static_cast<std::uint64_t>(n) : static_cast<std::uint64_t>(n), 10);
   }
-  writer& digits(std::uint64_t n, unsigned base) {
+  Writer& digits(std::uint64_t n, unsigned base) {
     char text[20];
     std::size_t count = 0;
     do text[count++] = "0123456789abcdef"[n % base];
@@ -74,7 +74,7 @@ std::uint64_t constant_of(std::uint64_t bits, unsigned code) {
   return (sixteenths << (exponent + 3 - ((1u << (exponent_bits - 1)) - 1))) * (constant_unit / 128);
 }
 
-void write_constant(writer& out, std::uint64_t bits, unsigned code) {
+void write_constant(Writer& out, std::uint64_t bits, unsigned code) {
   if (bits >> ((8u << code) - 1) & 1) out << '-';
   std::uint64_t rest = constant_of(bits, code), unit = constant_unit;
   int power = 0;
@@ -89,15 +89,15 @@ void write_constant(writer& out, std::uint64_t bits, unsigned code) {
 }
 
 // A word's operands on their way to the page. An alias renames the instruction and leaves operands out.
-struct line {
-  const row& of;
+struct Line {
+  const Row& of;
   std::uint32_t word;
   std::string_view mnemonic;
   bool left_out[max_operands] = {};
-  predication inactive = predication::none;  ///< of the governing predicate, if an alias changes it
+  Predication inactive = Predication::none;  ///< of the governing predicate, if an alias changes it
   bool first_element = false;                ///< the indexed register is written as a scalar
 
-  const operand& at(std::size_t i) const { return of.operands()[i]; }
+  const Operand& at(std::size_t i) const { return of.operands()[i]; }
   std::uint32_t number(std::size_t i) const { return at(i).number(word); }
   bool same(std::size_t i, std::size_t j) const { return number(i) == number(j); }
   std::int64_t value(std::size_t i) const { return at(i).value(word); }
@@ -113,13 +113,13 @@ bool is_move_mask(std::uint64_t mask) {
   return value < -128 || value > 127;
 }
 
-void prefer_alias(line& l) {
+void prefer_alias(Line& l) {
   const std::string_view m = l.mnemonic;
   const std::size_t count = l.of.operands().size();
-  const bool predicates = count == 4 && l.at(2).kind == operand_kind::p;
+  const bool predicates = count == 4 && l.at(2).kind == OperandKind::p;
   if (m == "cpy" || m == "dup") {
     l.mnemonic = "mov";
-    l.first_element = count == 3 && l.at(2).spelled == spelling::index && l.value(2) == 0;
+    l.first_element = count == 3 && l.at(2).spelled == Spelling::index && l.value(2) == 0;
   } else if (m == "dupm") {
     if (is_move_mask(static_cast<std::uint64_t>(l.value(1)))) l.mnemonic = "mov";
   } else if (m == "fcpy" || m == "fdup") {
@@ -128,8 +128,8 @@ void prefer_alias(line& l) {
     if (!l.same(0, 3)) return;
     l.mnemonic = "mov";
     l.left_out[3] = true;
-    l.inactive = predication::merging;
-  } else if (m == "orr" && count == 3 && l.at(2).is_register() && l.at(1).kind == operand_kind::z) {
+    l.inactive = Predication::merging;
+  } else if (m == "orr" && count == 3 && l.at(2).is_register() && l.at(1).kind == OperandKind::z) {
     if (!l.same(1, 2)) return;
     l.mnemonic = "mov";
     l.left_out[2] = true;
@@ -148,24 +148,24 @@ void prefer_alias(line& l) {
   }
 }
 
-void write_general(writer& out, const operand& o, unsigned size, std::uint32_t n) {
+void write_general(Writer& out, const Operand& o, unsigned size, std::uint32_t n) {
   const char letter = size == element_d ? 'x' : 'w';
   if (n != 31)
     out << letter << std::int64_t{n};
-  else if (o.kind == operand_kind::x)
+  else if (o.kind == OperandKind::x)
     out << letter << "zr";
   else
     out << (size == element_d ? "sp" : "wsp");
 }
 
-void write_register(writer& out, const line& l, const operand& o, unsigned size) {
+void write_register(Writer& out, const Line& l, const Operand& o, unsigned size) {
   const std::uint32_t n = o.number(l.word);
   const auto sized = [&](char letter, std::uint32_t number) {
     out << letter << std::int64_t{number};
-    if (size != operand::no_size) out << '.' << size_letter(size);
+    if (size != Operand::no_size) out << '.' << size_letter(size);
   };
   switch (o.kind) {
-    case operand_kind::z:
+    case OperandKind::z:
       if (o.registers) out << '{';
       sized('z', n);
       // Two registers, or ones that go round from z31 to z0, are written out.
@@ -177,14 +177,14 @@ void write_register(writer& out, const line& l, const operand& o, unsigned size)
       }
       if (o.registers) out << '}';
       break;
-    case operand_kind::p: {
+    case OperandKind::p: {
       sized('p', n);
-      const predication inactive =
-          o.role == operand_role::governing && l.inactive != predication::none ? l.inactive : o.inactive;
-      if (inactive != predication::none) out << '/' << (inactive == predication::merging ? 'm' : 'z');
+      const Predication inactive =
+          o.role == OperandRole::governing && l.inactive != Predication::none ? l.inactive : o.inactive;
+      if (inactive != Predication::none) out << '/' << (inactive == Predication::merging ? 'm' : 'z');
       break;
     }
-    case operand_kind::v:
+    case OperandKind::v:
       out << size_letter(size) << std::int64_t{n};
       break;
     default:
@@ -192,7 +192,7 @@ void write_register(writer& out, const line& l, const operand& o, unsigned size)
   }
 }
 
-void write_immediate(writer& out, const line& l, const operand& o) {
+void write_immediate(Writer& out, const Line& l, const Operand& o) {
   const std::int64_t value = o.value(l.word);
   const auto named = [&](std::string_view name) {
     if (name.empty())
@@ -201,34 +201,34 @@ void write_immediate(writer& out, const line& l, const operand& o) {
       out << name;
   };
   switch (o.kind) {
-    case operand_kind::pattern:
+    case OperandKind::pattern:
       named(pattern_names[value]);
       return;
-    case operand_kind::prefetch:
+    case OperandKind::prefetch:
       named(prefetch_names[value]);
       return;
-    case operand_kind::multiplier:
+    case OperandKind::multiplier:
       out << "mul #" << value;
       return;
     default:
       break;
   }
   switch (o.spelled) {
-    case spelling::logical:
+    case Spelling::logical:
       out << "#0x";
       out.digits(element_of(static_cast<std::uint64_t>(value), repeating_size(static_cast<std::uint64_t>(value))), 16);
       return;
-    case spelling::floating:
+    case Spelling::floating:
       out << '#';
       write_constant(out, static_cast<std::uint64_t>(value), l.of.form->element_size);
       return;
-    case spelling::choice: {
+    case Spelling::choice: {
       const std::uint64_t tenths =
           constant_of(static_cast<std::uint64_t>(value), l.of.form->element_size) / (constant_unit / 10);
       out << '#' << static_cast<char>('0' + tenths / 10) << '.' << static_cast<char>('0' + tenths % 10);
       return;
     }
-    case spelling::shifted:
+    case Spelling::shifted:
       out << '#' << value;
       if (value == 0 && (l.word & 1u << 13)) out << ", lsl #8";
       return;
@@ -238,21 +238,21 @@ void write_immediate(writer& out, const line& l, const operand& o) {
 }
 
 /// [base], [base, #imm], [base, #imm, mul vl], [base, offset], [base, offset, extension #shift]
-void write_address(writer& out, const line& l, const operand& base, const operand* offset) {
-  const instruction_function& f = *l.of.function;
+void write_address(Writer& out, const Line& l, const Operand& base, const Operand* offset) {
+  const InstructionFunction& f = *l.of.function;
   out << '[';
   write_register(out, l, base, base.size);
   if (offset && offset->is_register()) {
     out << ", ";
     write_register(out, l, *offset, offset->size);
     const unsigned shift =
-        offset->shift == operand::by_access ? static_cast<unsigned>(std::countr_zero(f.memory_bytes)) : offset->shift;
+        offset->shift == Operand::by_access ? static_cast<unsigned>(std::countr_zero(f.memory_bytes)) : offset->shift;
     constexpr std::string_view names[] = {"lsl", "lsl", "sxtw", "uxtw"};
-    if (shift != 0 || offset->extends == extension::sxtw || offset->extends == extension::uxtw)
+    if (shift != 0 || offset->extends == Extension::sxtw || offset->extends == Extension::uxtw)
       out << ", " << names[static_cast<unsigned>(offset->extends)];
     if (shift != 0) out << " #" << std::int64_t{shift};
   } else if (offset) {
-    const bool vector_multiple = offset->spelled == spelling::vector_multiple;
+    const bool vector_multiple = offset->spelled == Spelling::vector_multiple;
     const std::int64_t unit = vector_multiple ? f.registers : static_cast<std::int64_t>(l.of.offset_unit());
     const std::int64_t value = offset->value(l.word) * unit;
     if (value != 0) {
@@ -266,10 +266,10 @@ void write_address(writer& out, const line& l, const operand& base, const operan
 }  // namespace
 
 std::string_view text_of(std::uint32_t word, char (&buffer)[max_text]) {
-  writer out(buffer);
-  const row* found = find_row(word);
+  Writer out(buffer);
+  const Row* found = find_row(word);
   if (!found) return out.finish();
-  line l{*found, word, found->mnemonic()};
+  Line l{*found, word, found->mnemonic()};
   prefer_alias(l);
   out << l.mnemonic;
   bool first = true;
@@ -277,28 +277,27 @@ std::string_view text_of(std::uint32_t word, char (&buffer)[max_text]) {
     out << (first ? " " : ", ");
     first = false;
   };
-  const std::span<const operand> operands = found->operands();
+  const std::span<const Operand> operands = found->operands();
   // A pattern of all elements, taken once, goes without saying.
   std::size_t count = operands.size();
-  if (count && operands[count - 1].kind == operand_kind::multiplier && l.value(count - 1) == 1) --count;
-  if (count && operands[count - 1].kind == operand_kind::pattern && l.value(count - 1) == pattern_all) --count;
+  if (count && operands[count - 1].kind == OperandKind::multiplier && l.value(count - 1) == 1) --count;
+  if (count && operands[count - 1].kind == OperandKind::pattern && l.value(count - 1) == pattern_all) --count;
   // A logical immediate has a size of its own, which its vectors take.
-  unsigned size = operand::no_size;
-  for (const operand& o : operands)
-    if (o.spelled == spelling::logical) size = repeating_size(static_cast<std::uint64_t>(o.value(word)));
+  unsigned size = Operand::no_size;
+  for (const Operand& o : operands)
+    if (o.spelled == Spelling::logical) size = repeating_size(static_cast<std::uint64_t>(o.value(word)));
   for (std::size_t i = 0; i < count; ++i) {
-    const operand& o = operands[i];
-    const auto written_size = [&](unsigned own) { return size == operand::no_size ? own : size; };
+    const Operand& o = operands[i];
+    const auto written_size = [&](unsigned own) { return size == Operand::no_size ? own : size; };
     if (l.left_out[i]) continue;
-    if (o.role == operand_role::offset) continue;
-    if (o.spelled == spelling::index) {
+    if (o.role == OperandRole::offset) continue;
+    if (o.spelled == Spelling::index) {
       if (!l.first_element) out << '[' << o.value(word) << ']';
       continue;
     }
     separate();
-    if (o.role == operand_role::base) {
-      const operand* offset =
-          i + 1 < count && operands[i + 1].role == operand_role::offset ? &operands[i + 1] : nullptr;
+    if (o.role == OperandRole::base) {
+      const Operand* offset = i + 1 < count && operands[i + 1].role == OperandRole::offset ? &operands[i + 1] : nullptr;
       write_address(out, l, o, offset);
       continue;
     }
@@ -311,16 +310,16 @@ std::string_view text_of(std::uint32_t word, char (&buffer)[max_text]) {
     else
       write_register(out, l, o, written_size(o.size));
     // The other mention of the destination, behind the governing predicate where there is one.
-    const operand* before = i == 1 && o.role == operand_role::governing ? &operands[0] : i == 0 ? &o : nullptr;
-    const bool waits = i == 0 && count > 1 && operands[1].role == operand_role::governing;
-    if (before && before->repeated == repetition::next && !waits) {
+    const Operand* before = i == 1 && o.role == OperandRole::governing ? &operands[0] : i == 0 ? &o : nullptr;
+    const bool waits = i == 0 && count > 1 && operands[1].role == OperandRole::governing;
+    if (before && before->repeated == Repetition::next && !waits) {
       separate();
       write_register(out, l, *before, written_size(before->repeated_size));
     }
   }
   // A compare of numbers with nothing else compares with zero.
-  if (found->function->floating_point && count == 3 && operands[0].kind == operand_kind::p) out << ", #0.0";
-  if (count && operands[0].repeated == repetition::last) {
+  if (found->function->floating_point && count == 3 && operands[0].kind == OperandKind::p) out << ", #0.0";
+  if (count && operands[0].repeated == Repetition::last) {
     separate();
     write_register(out, l, operands[0], operands[0].repeated_size);
   }

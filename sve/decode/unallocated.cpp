@@ -8,7 +8,7 @@ constexpr const char index_31[] = "the index of a contiguous access is the zero 
 constexpr const char shifted_8_bit[] = "an immediate of 8-bit elements is shifted left by 8";
 constexpr const char all_ones[] = "a logical immediate fills its element with ones";
 
-constexpr unallocated_form forms[] = {
+constexpr UnallocatedForm forms[] = {
     // Rm, bits 20 to 16.
     {0xfe1fe000, 0xa41f4000, index_31},  // ld1
     {0xfe1fe000, 0xa41fc000, index_31},  // ldnt1, ld2, ld3, ld4
@@ -36,10 +36,10 @@ constexpr unallocated_form forms[] = {
 
 }  // namespace
 
-std::span<const unallocated_form> unallocated_forms() { return forms; }
+std::span<const UnallocatedForm> unallocated_forms() { return forms; }
 
 bool is_unallocated(std::uint32_t word) {
-  for (const unallocated_form& form : forms)
+  for (const UnallocatedForm& form : forms)
     if ((word & form.mask) == form.value) return true;
   return false;
 }

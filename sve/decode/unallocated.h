@@ -7,11 +7,11 @@
 namespace sve::decode {
 
 /// Words of which `mask` picks `value` are no instructions, because of `reason`, although a row takes them.
-struct unallocated_form {
+struct UnallocatedForm {
   std::uint32_t mask, value;
   const char* reason;
 };
-std::span<const unallocated_form> unallocated_forms();
+std::span<const UnallocatedForm> unallocated_forms();
 
 /// Whether a processor answers the word with an illegal instruction although `is_sve` has a handler for it. The
 /// handlers execute such words, each in the way that its row gives; who runs programs as a processor would asks here

@@ -37,12 +37,12 @@ bool guarded_copy(void* to, std::uint64_t address, std::size_t bytes);
 
 /// Around guarded reads: sees to it that their faults come to this library. A program may have set actions of its own
 /// for the two signals; then ours stand in their place while one of these lives, and pass on what is not ours.
-class guarded_reads {
+class GuardedReads {
  public:
-  guarded_reads();
-  ~guarded_reads();
-  guarded_reads(const guarded_reads&) = delete;
-  guarded_reads& operator=(const guarded_reads&) = delete;
+  GuardedReads();
+  ~GuardedReads();
+  GuardedReads(const GuardedReads&) = delete;
+  GuardedReads& operator=(const GuardedReads&) = delete;
 
  private:
   bool borrowed_;

@@ -12,8 +12,8 @@
 
 #include "sve/fault/fault_capture.h"
 
-[[gnu::init_priority(1020)]] static const struct page_size_reader {
-  page_size_reader() { page_size = static_cast<unsigned int>(sysconf(_SC_PAGESIZE)); }
+[[gnu::init_priority(1020)]] static const struct PageSizeReader {
+  PageSizeReader() { page_size = static_cast<unsigned int>(sysconf(_SC_PAGESIZE)); }
 } page_size_is_read;
 unsigned int page_size;
 
@@ -120,9 +120,9 @@ void set_action(void (*handler)(int, siginfo_t*, void*)) {
   sigaction(SIGBUS, &action, nullptr);
 }
 
-using signal_handler = void (*)(int, siginfo_t*, void*);
+using SignalHandler = void (*)(int, siginfo_t*, void*);
 
-bool has_action(int sig, signal_handler handler) {
+bool has_action(int sig, SignalHandler handler) {
   struct sigaction action = {};
   return sigaction(sig, nullptr, &action) == 0 && action.sa_sigaction == handler;
 }
@@ -132,7 +132,7 @@ bool has_action(int sig, signal_handler handler) {
 bool watches_actions = false;
 
 // The program's action, while `stand_in` stands in its place for guarded reads.
-struct replaced_action {
+struct ReplacedAction {
   int sig;
   std::atomic<bool> replaced;
   struct sigaction program;
@@ -141,7 +141,7 @@ struct replaced_action {
   void restore();
   void pass_on(siginfo_t* info, void* context) const;
 };
-replaced_action segv{SIGSEGV, false, {}}, bus{SIGBUS, false, {}};
+ReplacedAction segv{SIGSEGV, false, {}}, bus{SIGBUS, false, {}};
 std::mutex replacing;
 int replacers = 0;
 
@@ -150,7 +150,7 @@ void stand_in(int sig, siginfo_t* info, void* context) {
   if (!sve::recover_guarded_fault(sig, context)) (sig == SIGSEGV ? segv : bus).pass_on(info, context);
 }
 
-void replaced_action::replace() {
+void ReplacedAction::replace() {
   struct sigaction action = {};
   if (sigaction(sig, nullptr, &action) != 0 || action.sa_sigaction == SVESigHandler || action.sa_sigaction == stand_in)
     return;
@@ -161,13 +161,13 @@ void replaced_action::replace() {
   sigaction(sig, &action, nullptr);
 }
 
-void replaced_action::restore() {
+void ReplacedAction::restore() {
   if (replaced && has_action(sig, stand_in)) sigaction(sig, &program, nullptr);
   replaced = false;
 }
 
 // A fault that is none of ours. Where the program has its action back, or has no handler, the access faults once more.
-void replaced_action::pass_on(siginfo_t* info, void* context) const {
+void ReplacedAction::pass_on(siginfo_t* info, void* context) const {
   if (!replaced) return;
   const struct sigaction action = program;
   if (action.sa_handler == SIG_DFL || action.sa_handler == SIG_IGN)
@@ -182,7 +182,7 @@ void replaced_action::pass_on(siginfo_t* info, void* context) const {
 
 namespace sve {
 
-guarded_reads::guarded_reads() : borrowed_(false) {
+GuardedReads::GuardedReads() : borrowed_(false) {
   if (!watches_actions) return;
   if (has_action(SIGSEGV, SVESigHandler) && has_action(SIGBUS, SVESigHandler)) return;
   const std::lock_guard lock(replacing);
@@ -192,7 +192,7 @@ guarded_reads::guarded_reads() : borrowed_(false) {
   borrowed_ = true;
 }
 
-guarded_reads::~guarded_reads() {
+GuardedReads::~GuardedReads() {
   if (!borrowed_) return;
   const std::lock_guard lock(replacing);
   if (--replacers != 0) return;
@@ -233,8 +233,8 @@ bool recover_guarded_fault(int sig, void* context) {
   // The readability probe covers access violations alone.
   const bool ours =
       within(sve_guarded_begin, sve_guarded_end) || (sig == SIGSEGV && within(sve_guarded_end, sve_probe_end));
-  using counter = std::remove_reference_t<decltype(pc)>;
-  if (ours) pc = static_cast<counter>(reinterpret_cast<std::uintptr_t>(sve_guarded_unreadable));
+  using Counter = std::remove_reference_t<decltype(pc)>;
+  if (ours) pc = static_cast<Counter>(reinterpret_cast<std::uintptr_t>(sve_guarded_unreadable));
   return ours;
 }
 
@@ -242,7 +242,7 @@ bool recover_guarded_fault(int sig, void* context) {
 
 template <>
 bool addr_is_readable<char>(char volatile* p) {
-  const sve::guarded_reads guard;
+  const sve::GuardedReads guard;
   return sve_probe_readable(reinterpret_cast<std::uint64_t>(p)).readable != 0;
 }
 

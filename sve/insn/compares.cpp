@@ -11,25 +11,25 @@ namespace {
 template <class T, class Test, class... Sources>
 void compare_elements(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test test, const Sources*... src) {
   const byte* const predicate = p_of(state, pg);
-  computed_predicate<T> result(predicate, compared_pieces<T>(test, src...));
+  ComputedPredicate<T> result(predicate, compared_pieces<T>(test, src...));
   write_with_flags(state, p_of(state, pd), predicate, result);
 }
 
-template <signedness S, class Test>
+template <Signedness S, class Test>
 aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, aarch64_z_reg zm,
                           Test test) {
   return for_size(pd.size, [&](auto element) {
-    using T = lane<decltype(element), S>;
+    using T = Lane<decltype(element), S>;
     compare_elements<T>(state, pd, pg, test, z_of(state, zn), z_of(state, zm));
   });
 }
 
 // The immediate is cut to the element's width.
-template <signedness S, class Immediate, class Test>
+template <Signedness S, class Immediate, class Test>
 aarch64_decode_rc compare_immediate(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn,
                                     Immediate imm, Test test) {
   return for_size(pd.size, [&](auto element) {
-    using T = lane<decltype(element), S>;
+    using T = Lane<decltype(element), S>;
     const T value = static_cast<T>(imm);
     compare_elements<T>(
         state, pd, pg, [test, value](auto a) { return test(a, value); }, z_of(state, zn));
@@ -49,13 +49,13 @@ constexpr auto less_or_equal = [](auto a, auto b) { return a <= b; };
 #define COMPARE(cc, signedness_, test)                                                                         \
   aarch64_decode_rc sve_cmp##cc##_ppzz(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, \
                                        aarch64_z_reg zm) {                                                     \
-    return compare<signedness::signedness_>(state, pd, pg, zn, zm, test);                                      \
+    return compare<Signedness::signedness_>(state, pd, pg, zn, zm, test);                                      \
   }
 // cmp<cc> Pd.T, Pg/Z, Zn.T, #imm
 #define COMPARE_IMMEDIATE(cc, signedness_, type, test)                                                         \
   aarch64_decode_rc sve_cmp##cc##_ppzi(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_z_reg zn, \
                                        type imm) {                                                             \
-    return compare_immediate<signedness::signedness_>(state, pd, pg, zn, imm, test);                           \
+    return compare_immediate<Signedness::signedness_>(state, pd, pg, zn, imm, test);                           \
   }
 
 COMPARE(eq, signed_, equal)

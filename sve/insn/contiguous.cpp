@@ -175,7 +175,7 @@ inline constexpr std::size_t whole_words = predicate_bytes / 8, bytes_over = pre
 // ldr Pt, [Xn|SP, #imm, mul vl]
 aarch64_decode_rc sve_ldr_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
-  predicate_words packed{};
+  PredicateWords packed{};
 #pragma GCC unroll 4
   for (std::size_t w = 0; w < whole_words; ++w) packed.words[w] = read_memory<std::uint64_t>(address + 8 * w);
   if constexpr (whole_words == 0)
@@ -189,7 +189,7 @@ aarch64_decode_rc sve_ldr_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_
 // str Pt, [Xn|SP, #imm, mul vl]
 aarch64_decode_rc sve_str_pri(cpu_state* state, aarch64_p_reg pt, aarch64_i_rsp_reg rn, int imm) {
   const std::uint64_t address = offset_by(state, rn, imm, predicate_bytes);
-  const register_bits packed(p_of(state, pt));
+  const RegisterBits packed(p_of(state, pt));
 #pragma GCC unroll 4
   for (std::size_t w = 0; w < whole_words; ++w) write_memory(address + 8 * w, packed.words[w]);
   if constexpr (whole_words == 0)

@@ -22,12 +22,12 @@ aarch64_decode_rc with_constant(cpu_state* state, aarch64_z_reg zdn, aarch64_p_r
   return for_fp_size(zdn.tied_dst_size, [&](auto element) {
     using U = decltype(element);
     using Float = std::conditional_t<sizeof(U) == 4, float, double>;
-    const auto value = std::bit_cast<fp_value<U>>(static_cast<Float>(constant));
+    const auto value = std::bit_cast<FpValue<U>>(static_cast<Float>(constant));
     byte* dst = z_of(state, zdn);
     merge<U>(
         state, dst, dst, p_of(state, pg),
         [&](auto& host, auto a) -> decltype(op(host, a, a)) {
-          if constexpr (std::is_same_v<decltype(a), fp_value<U>>)
+          if constexpr (std::is_same_v<decltype(a), FpValue<U>>)
             return op(host, a, value);
           else
             return op(host, a, decltype(a)(raw<U>(value)));
@@ -49,7 +49,7 @@ template <class Op, class... Sources>
 aarch64_decode_rc unpredicated(cpu_state* state, aarch64_z_reg zd, Op op, Sources... registers) {
   return for_fp_size(zd.size, [&](auto element) {
     byte* dst = z_of(state, zd);
-    merge<decltype(element)>(state, dst, dst, every_element{}, op, z_of(state, registers)...);
+    merge<decltype(element)>(state, dst, dst, EveryElement{}, op, z_of(state, registers)...);
   });
 }
 

@@ -12,7 +12,7 @@ bool compared_by_processor(Host& host, byte* dst, const byte* predicate, Test te
   if (!processor::serves(host.control())) return false;
   const processor::Raised raised =
       processor::compare_pieces<U>(host.control(), host.raised_before(), dst, processor::ActiveBytes{predicate},
-                                   vector_bytes, on_pieces_of<U, Test>{test}, src...);
+                                   vector_bytes, OnPiecesOf<U, Test>{test}, src...);
   if (raised.settled) host.raise(static_cast<int>(raised.flags));
   return raised.settled;
 }
@@ -22,19 +22,19 @@ template <class Test, class... Sources>
 aarch64_decode_rc compare(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Test test, Sources... registers) {
   return for_fp_size(pd.size, [&](auto element) {
     using U = decltype(element);
-    using Value = fp_value<U>;
-    host_fp host(state);
+    using Value = FpValue<U>;
+    HostFp host(state);
     alignas(normal_lanes::lane_vector_bytes) byte result[normal_lanes::whole_lane_vectors(vector_bytes)];
     const byte* predicate = p_of(state, pg);
     const auto one = [&](std::size_t i) {
       store<U>(result, i, test(host, load<Value>(z_of(state, registers), i)...) ? 1 : 0);
     };
     if constexpr (has_pieces<U, Test, Sources...> && processor::settles_all) {
-      byte_piece found[register_pieces];
+      BytePiece found[register_pieces];
       on_live_pieces<U>(
           predicate, test,
           [&found](std::size_t i, auto mask, auto truth) {
-            found[i] = reinterpret_cast<byte_piece>(truth.bits & mask & Piece<U>(U{1}).bits);
+            found[i] = reinterpret_cast<BytePiece>(truth.bits & mask & Piece<U>(U{1}).bits);
           },
           z_of(state, registers)...);
       store_pieces(p_of(state, pd), [&](std::size_t i) { return found[i]; });

@@ -16,7 +16,7 @@ namespace {
 // integers, by its signedness.
 template <class Slot, class Op>
 aarch64_decode_rc convert(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn, Op op) {
-  host_fp host(state);
+  HostFp host(state);
   byte* dst = z_of(state, zd);
   merge_lanes_in_order<Slot, vector_bytes>(
       dst, dst, p_of(state, pg), lanes<Slot>, [&](Slot a) { return op(host, a); }, z_of(state, zn));
@@ -27,13 +27,13 @@ aarch64_decode_rc convert(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, 
 
 #define FROM_INTEGER(name, Slot, Integer, To)                                                                  \
   aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) { \
-    return convert<Slot>(state, zd, pg, zn, [](host_fp& host, Slot a) -> Slot {                                \
+    return convert<Slot>(state, zd, pg, zn, [](HostFp& host, Slot a) -> Slot {                                 \
       return raw<To>(host.from_integer<To>(static_cast<Integer>(a)));                                          \
     });                                                                                                        \
   }
 #define TO_INTEGER(name, Slot, From, Integer)                                                                  \
   aarch64_decode_rc sve_##name##_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) { \
-    return convert<Slot>(state, zd, pg, zn, [](host_fp& host, Slot a) -> Slot {                                \
+    return convert<Slot>(state, zd, pg, zn, [](HostFp& host, Slot a) -> Slot {                                 \
       return static_cast<Slot>(host.to_integer<Integer>(value_of<From>(static_cast<From>(a))));                \
     });                                                                                                        \
   }
@@ -58,11 +58,11 @@ TO_INTEGER(fcvtzu_d2d, u64, u64, u64)
 
 aarch64_decode_rc sve_fcvt_d2s_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {
   return convert<u64>(state, zd, pg, zn,
-                      [](host_fp& host, u64 a) -> u64 { return raw<u32>(host.narrowed(value_of<u64>(a))); });
+                      [](HostFp& host, u64 a) -> u64 { return raw<u32>(host.narrowed(value_of<u64>(a))); });
 }
 
 aarch64_decode_rc sve_fcvt_s2d_zpz(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg pg, aarch64_z_reg zn) {
-  return convert<u64>(state, zd, pg, zn, [](host_fp& host, u64 a) -> u64 {
+  return convert<u64>(state, zd, pg, zn, [](HostFp& host, u64 a) -> u64 {
     return raw<u64>(host.widened(value_of<u32>(static_cast<u32>(a))));
   });
 }

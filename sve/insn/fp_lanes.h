@@ -26,11 +26,11 @@ using processor::Piece;
 
 // The host's operations on vectors, as far as it has them, as those on elements: on AArch64 under the live control.
 template <class U>
-class pieces_fp {
+class PiecesFp {
   processor::Under under_;
 
  public:
-  explicit pieces_fp(processor::Under under) : under_(under) {}
+  explicit PiecesFp(processor::Under under) : under_(under) {}
 #define PIECES_OPERATION(name, operands, call) \
   template <class P>                           \
   auto name operands SVE_RETURNS(call)
@@ -64,12 +64,12 @@ template <class Host, class Element, class Op, class... Sources>
 concept computes_vectors =
     std::invocable<const Op&, Host&, decltype(static_cast<void>(std::declval<Sources>()), std::declval<Element>())...>;
 template <class U, class Op, class... Sources>
-concept has_pieces = processor::exists && computes_vectors<pieces_fp<U>, Piece<U>, Op, Sources...>;
+concept has_pieces = processor::exists && computes_vectors<PiecesFp<U>, Piece<U>, Op, Sources...>;
 template <class U, class Op, class... Sources>
-concept has_lanes = computes_vectors<lanes_fp<U>, Lanes<U>, Op, Sources...>;
+concept has_lanes = computes_vectors<LanesFp<U>, Lanes<U>, Op, Sources...>;
 
 // The predicate of an instruction that has none.
-struct every_element {
+struct EveryElement {
   operator const byte*() const {
     static constexpr auto ones = [] {
       std::array<byte, vector_bytes> predicate{};
@@ -84,7 +84,7 @@ inline processor::Group<U> governing_group(const byte* predicate, std::size_t fi
   return {predicate, first, n};
 }
 template <class U>
-inline processor::Group<U> governing_group(every_element, std::size_t, std::size_t) {
+inline processor::Group<U> governing_group(EveryElement, std::size_t, std::size_t) {
   return processor::Group<U>(Piece<U>(U{1}));
 }
 
@@ -93,7 +93,7 @@ inline processor::Group<U> governing_group(every_element, std::size_t, std::size
 template <class U, class Predicate, class Op, class Finish, class... Sources>
 inline void on_live_pieces(Predicate predicate, Op op, Finish finish, const Sources*... src) {
   static_assert(vector_bytes % 16 == 0);
-  pieces_fp<U> host{{}};
+  PiecesFp<U> host{{}};
   const Piece<U> one(U{1}), inactive(processor::harmless<U>);
   const auto of_group = [&](std::size_t first, std::size_t n, const auto& governing, const auto&... group)
       __attribute__((always_inline)) {
@@ -113,7 +113,7 @@ inline void on_live_pieces(Predicate predicate, Op op, Finish finish, const Sour
 
 // The operation as the loops over pieces under a control of their own call it.
 template <class U, class Op>
-struct on_pieces_of {
+struct OnPiecesOf {
   using P = Piece<U>;
   using Control = processor::Control;
   Op op;
@@ -122,7 +122,7 @@ struct on_pieces_of {
   auto operator()(P a, P b, P c, Control& control) const { return called(control, a, b, c); }
   template <class... Operands>
   auto called(Control& control, Operands... x) const {
-    pieces_fp<U> host(control);
+    PiecesFp<U> host(control);
     return op(host, x...);
   }
 };
@@ -131,25 +131,25 @@ struct on_pieces_of {
 template <class U, class Op>
 inline auto on_lanes_of(Op op) {
   return [op](LaneStatus<U>& status, auto... x) {
-    lanes_fp<U> host(status);
+    LanesFp<U> host(status);
     return op(host, x...);
   };
 }
 
-inline ActiveBits active_bytes(const byte* predicate) { return {register_bits(predicate).words, vector_bytes}; }
+inline ActiveBits active_bytes(const byte* predicate) { return {RegisterBits(predicate).words, vector_bytes}; }
 
 // dst[i] = active ? op(host, src[i]...) : old[i], on vectors of lanes as far as they go. Whole vectors are read, past
 // the end of a register too: what follows it belongs to the state.
 template <class U, class Host, class Predicate, class Op, class... Sources>
 inline void merge_on(Host& host, byte* dst, const byte* old, Predicate predicate, Op op, const Sources*... src) {
-  using Value = fp_value<U>;
+  using Value = FpValue<U>;
   if constexpr (has_pieces<U, Op, Sources...> && processor::settles_all) {
-    byte_piece merged[register_pieces];
+    BytePiece merged[register_pieces];
     on_live_pieces<U>(
         predicate, op,
         [&merged, old](std::size_t i, auto mask, Piece<U> computed) {
-          merged[i] = reinterpret_cast<byte_piece>(
-              processor::select<U>(mask, computed.bits, Piece<U>::load(old + 16 * i).bits));
+          merged[i] =
+              reinterpret_cast<BytePiece>(processor::select<U>(mask, computed.bits, Piece<U>::load(old + 16 * i).bits));
         },
         src...);
     store_pieces(dst, [&](std::size_t i) { return merged[i]; });
@@ -158,7 +158,7 @@ inline void merge_on(Host& host, byte* dst, const byte* old, Predicate predicate
     if (processor::serves(host.control())) [[likely]] {
       const processor::Raised raised =
           processor::merge_pieces<U>(host.control(), host.raised_before(), dst, old, processor::ActiveBytes{predicate},
-                                     vector_bytes, processor::harmless<U>, on_pieces_of<U, Op>{op}, src...);
+                                     vector_bytes, processor::harmless<U>, OnPiecesOf<U, Op>{op}, src...);
       if (raised.settled) [[likely]]
         return host.raise(static_cast<int>(raised.flags));
     }
@@ -181,7 +181,7 @@ inline void merge_on(Host& host, byte* dst, const byte* old, Predicate predicate
 }
 template <class U, class Predicate, class Op, class... Sources>
 inline void merge(cpu_state* state, byte* dst, const byte* old, Predicate predicate, Op op, const Sources*... src) {
-  host_fp host(state);
+  HostFp host(state);
   merge_on<U>(host, dst, old, predicate, op, src...);
 }
 
@@ -195,12 +195,12 @@ inline aarch64_decode_rc unary(cpu_state* state, aarch64_z_reg zd, aarch64_p_reg
 
 // The raw bits of a value, and the value of raw bits.
 template <class U>
-inline U raw(fp_value<U> value) {
+inline U raw(FpValue<U> value) {
   return std::bit_cast<U>(value);
 }
 template <class U>
-inline fp_value<U> value_of(U bits) {
-  return std::bit_cast<fp_value<U>>(bits);
+inline FpValue<U> value_of(U bits) {
+  return std::bit_cast<FpValue<U>>(bits);
 }
 
 // Callable with those hosts alone that have the operation.

@@ -18,14 +18,14 @@ template <class Pad, class Op>
 aarch64_decode_rc tree(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn, Pad pad, Op op) {
   return for_fp_size(zn.size, [&](auto element) {
     using U = decltype(element);
-    using Value = fp_value<U>;
+    using Value = FpValue<U>;
     constexpr std::size_t width = std::bit_ceil(lanes<U>);
     const byte* predicate = p_of(state, pg);
     const byte* src = z_of(state, zn);
     Value values[width];
     for (std::size_t i = 0; i < width; ++i)
       values[i] = i < lanes<U> && active<U>(predicate, i) ? load<Value>(src, i) : value_of<U>(pad(U{}));
-    host_fp host(state);
+    HostFp host(state);
     for (std::size_t n = width; n > 1; n /= 2)
       for (std::size_t k = 0; k < n / 2; ++k) values[k] = op(host, values[2 * k], values[2 * k + 1]);
     write_scalar(state, vd, values[0]);
@@ -56,8 +56,8 @@ aarch64_decode_rc sve_faddv_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg
 aarch64_decode_rc sve_fadda_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zm) {
   return for_fp_size(zm.size, [&](auto element) {
     using U = decltype(element);
-    using Value = fp_value<U>;
-    host_fp host(state);
+    using Value = FpValue<U>;
+    HostFp host(state);
     Value total = load<Value>(state->z[vd], 0);
     for (std::size_t i = 0; i < lanes<U>; ++i)
       if (active<U>(p_of(state, pg), i)) total = host.add(total, load<Value>(z_of(state, zm), i));

@@ -18,7 +18,7 @@ namespace sve {
 
 /// How a floating-point value of the width of the unsigned type travels.
 template <class U>
-using fp_value = std::conditional_t<sizeof(U) == 4, float, double>;
+using FpValue = std::conditional_t<sizeof(U) == 4, float, double>;
 
 /// `fpsr` takes the host's FPSR whole.
 inline void read_host_status(cpu_state* state) {
@@ -34,9 +34,9 @@ inline void raise_host_status(std::uint32_t flags) {
   asm volatile("mrs %0, fpsr\n\torr %0, %0, %1\n\tmsr fpsr, %0" : "=&r"(fpsr) : "r"(std::uint64_t{flags}) : "memory");
 }
 
-class host_fp {
+class HostFp {
  public:
-  explicit host_fp(cpu_state*) {}
+  explicit HostFp(cpu_state*) {}
 
 #define SVE_HOST_BINARY(name, instruction)                                 \
   float name(float a, float b) const {                                     \
@@ -115,8 +115,8 @@ class host_fp {
 
   /// Between an integer of the type of `value` and a floating-point value of the width of To.
   template <class To, class Integer>
-  fp_value<To> from_integer(Integer value) const {
-    fp_value<To> r;
+  FpValue<To> from_integer(Integer value) const {
+    FpValue<To> r;
 #define SVE_HOST_FROM(instruction, to, from) asm volatile(instruction " %" to "0, %" from "1" : "=w"(r) : "r"(value))
     if constexpr (sizeof(To) == 4 && std::is_same_v<Integer, std::int32_t>) SVE_HOST_FROM("scvtf", "s", "w");
     if constexpr (sizeof(To) == 8 && std::is_same_v<Integer, std::int32_t>) SVE_HOST_FROM("scvtf", "d", "w");
@@ -159,28 +159,28 @@ class host_fp {
 
 /// The host executes one instruction for each element: it has no operation on vectors of lanes.
 template <class U>
-class lanes_fp {};
+class LanesFp {};
 
 #else
 
 template <class U>
-using fp_value = U;
+using FpValue = U;
 
 /// The functions below accumulate into `fpsr` themselves.
 inline void read_host_status(cpu_state*) {}
 inline void raise_host_status(std::uint32_t) {}
 
-class host_fp {
+class HostFp {
  public:
-  explicit host_fp(cpu_state* state) : state_(state), working_(state->fpcr & ~status_bits) {}
-  ~host_fp() { state_->fpsr |= working_ & status_bits; }
+  explicit HostFp(cpu_state* state) : state_(state), working_(state->fpcr & ~status_bits) {}
+  ~HostFp() { state_->fpsr |= working_ & status_bits; }
 
   FPSCR control() const { return working_ & ~status_bits; }
   FPSCR raised_before() const { return state_->fpsr; }
   bool rounds_to_nearest() const { return rounding() == FPRounding_TiesEven; }
   void raise(int flags) { working_ |= static_cast<FPSCR>(flags); }
-  host_fp(const host_fp&) = delete;
-  host_fp& operator=(const host_fp&) = delete;
+  HostFp(const HostFp&) = delete;
+  HostFp& operator=(const HostFp&) = delete;
 
 #define SVE_LIBRARY_BINARY(name, operation) \
   template <class U>                        \
@@ -278,9 +278,9 @@ class host_fp {
 
 /// The operations that vectors of lanes have; see `Lanes`.
 template <class U>
-class lanes_fp {
+class LanesFp {
  public:
-  explicit lanes_fp(LaneStatus<U>& status) : status_(status) {}
+  explicit LanesFp(LaneStatus<U>& status) : status_(status) {}
 
   using L = Lanes<U>;
   L add(L a, L b) const { return FPAdd(a, b, status_); }

@@ -18,15 +18,15 @@ constexpr auto unsigned_divide = [](auto a, auto b) {
 constexpr auto signed_divide = [](auto a, auto b) {
   using T = decltype(a);
   if (b == 0) return T{0};
-  if (b == -1) return static_cast<T>(0 - static_cast<unsigned_of<T>>(a));
+  if (b == -1) return static_cast<T>(0 - static_cast<UnsignedOf<T>>(a));
   return static_cast<T>(a / b);
 };
 
 // Division knows two sizes: code 3 is 64 bits, every other code 32 bits.
-template <signedness S, class Op>
+template <Signedness S, class Op>
 aarch64_decode_rc divide(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm, Op op) {
   const auto run = [&](auto element) {
-    using T = lane<decltype(element), S>;
+    using T = Lane<decltype(element), S>;
     byte* dst = z_of(state, zdn);
     merge_lanes_in_order<T, vector_bytes>(dst, dst, p_of(state, pg), lanes<T>, op, dst, z_of(state, zm));
   };
@@ -85,12 +85,12 @@ aarch64_decode_rc sve_bic_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg
 
 // smax Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_smax_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return merging<signedness::signed_>(state, zm.size, zdn, pg, zm, [](auto a, auto b) { return a > b ? a : b; });
+  return merging<Signedness::signed_>(state, zm.size, zdn, pg, zm, [](auto a, auto b) { return a > b ? a : b; });
 }
 
 // smin Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_smin_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return merging<signedness::signed_>(state, zm.size, zdn, pg, zm, [](auto a, auto b) { return a < b ? a : b; });
+  return merging<Signedness::signed_>(state, zm.size, zdn, pg, zm, [](auto a, auto b) { return a < b ? a : b; });
 }
 
 // umax Zdn.T, Pg/M, Zdn.T, Zm.T
@@ -105,22 +105,22 @@ aarch64_decode_rc sve_umin_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_re
 
 // sdiv Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_sdiv_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return divide<signedness::signed_>(state, zdn, pg, zm, signed_divide);
+  return divide<Signedness::signed_>(state, zdn, pg, zm, signed_divide);
 }
 
 // sdivr Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_sdivr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return divide<signedness::signed_>(state, zdn, pg, zm, [](auto a, auto b) { return signed_divide(b, a); });
+  return divide<Signedness::signed_>(state, zdn, pg, zm, [](auto a, auto b) { return signed_divide(b, a); });
 }
 
 // udiv Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_udiv_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return divide<signedness::unsigned_>(state, zdn, pg, zm, unsigned_divide);
+  return divide<Signedness::unsigned_>(state, zdn, pg, zm, unsigned_divide);
 }
 
 // udivr Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_udivr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return divide<signedness::unsigned_>(state, zdn, pg, zm, [](auto a, auto b) { return unsigned_divide(b, a); });
+  return divide<Signedness::unsigned_>(state, zdn, pg, zm, [](auto a, auto b) { return unsigned_divide(b, a); });
 }
 
 // Predicated unary, merging: an inactive element keeps the old Zd.

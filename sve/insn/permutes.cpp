@@ -59,10 +59,10 @@ void reverse(byte* dst, const byte* src) {
 byte* bytes(char* p) { return reinterpret_cast<byte*>(p); }
 char* chars(byte* p) { return reinterpret_cast<char*>(p); }
 
-using interleave = void (*)(char*, char*, char*, element_size);
+using Interleave = void (*)(char*, char*, char*, element_size);
 
 // The Z and the P form of an interleave share one body: a byte-form predicate has the shape of a vector.
-aarch64_decode_rc interleaved(byte* dst, byte* a, byte* b, unsigned int size, interleave body) {
+aarch64_decode_rc interleaved(byte* dst, byte* a, byte* b, unsigned int size, Interleave body) {
   alignas(32) byte result[vector_bytes];
   body(chars(result), chars(a), chars(b), static_cast<element_size>(size));
   std::memcpy(dst, result, vector_bytes);
@@ -72,7 +72,7 @@ aarch64_decode_rc interleaved(byte* dst, byte* a, byte* b, unsigned int size, in
 // Index of the last active element of T, or -1.
 template <class T>
 int last_active(const byte* predicate) {
-  const int last = (register_bits(predicate) & register_bits::elements(sizeof(T))).last();
+  const int last = (RegisterBits(predicate) & RegisterBits::elements(sizeof(T))).last();
   return last < 0 ? -1 : last / static_cast<int>(sizeof(T));
 }
 

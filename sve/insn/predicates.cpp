@@ -19,8 +19,8 @@ void sve_ptest(cpu_state* state, const char* mask_bytes, const char* result_byte
     write_flags(state, result[0] & 1, none, !active<T>(result, lanes<T> - 1), false);
     return;
   }
-  const register_bits mask = register_bits(bytes(mask_bytes)) & register_bits::elements(sizeof(T));
-  const register_bits result(bytes(result_bytes));
+  const RegisterBits mask = RegisterBits(bytes(mask_bytes)) & RegisterBits::elements(sizeof(T));
+  const RegisterBits result(bytes(result_bytes));
   const bool any = static_cast<bool>(mask);
   write_flags(state, any && result.test(mask.first()), !(mask & result), !(any && result.test(mask.last())), false);
 }
@@ -56,7 +56,7 @@ aarch64_decode_rc set_while(cpu_state* state, aarch64_p_reg pd, TrueElements tru
 template <class T>
 std::size_t less_than(T first, T limit, std::size_t count) {
   if (first >= limit) return 0;
-  const unsigned_of<T> distance = static_cast<unsigned_of<T>>(limit) - static_cast<unsigned_of<T>>(first);
+  const UnsignedOf<T> distance = static_cast<UnsignedOf<T>>(limit) - static_cast<UnsignedOf<T>>(first);
   return distance < count ? distance : count;
 }
 
@@ -83,8 +83,8 @@ aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg p
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
   store_pieces(dst, [&](std::size_t i) {
-    const byte_piece active = active_piece<byte>(predicate + 16 * i),
-                     computed = op(load_piece(src + 16 * i)...) & active;
+    const BytePiece active = active_piece<byte>(predicate + 16 * i),
+                    computed = op(load_piece(src + 16 * i)...) & active;
     return pg.size == aarch64_p_reg::zeroing ? computed : computed | (load_piece(dst + 16 * i) & ~active);
   });
   return executed;
@@ -96,10 +96,10 @@ aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg p
 aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, unsigned end) {
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
-  const leading_ones below(end);
+  const LeadingOnes below(end);
   store_pieces(dst, [&](std::size_t i) {
-    const byte_piece taken = load_piece(predicate + 16 * i) & below(i);
-    const byte_piece kept = load_piece(dst + 16 * i) & ~active_piece<byte>(predicate + 16 * i);
+    const BytePiece taken = load_piece(predicate + 16 * i) & below(i);
+    const BytePiece kept = load_piece(dst + 16 * i) & ~active_piece<byte>(predicate + 16 * i);
     return pg.size == aarch64_p_reg::zeroing ? taken : taken | kept;
   });
   return executed;
@@ -108,7 +108,7 @@ aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg 
 // Where the bits up to the first active element at which Pn is true end, that element included or not.
 unsigned before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool inclusive) {
   const byte *active = p_of(state, pg), *source = p_of(state, pn);
-  const int at = register_bits(pack_pieces([&](std::size_t i) {
+  const int at = RegisterBits(pack_pieces([&](std::size_t i) {
                    return load_piece(active + 16 * i) & load_piece(source + 16 * i);
                  })).first();
   return at < 0 ? vector_bytes : static_cast<unsigned>(inclusive ? at + 1 : at);
@@ -118,7 +118,7 @@ unsigned before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool
 bool last_is_true(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn) {
   if (all_active<byte>(p_of(state, pg))) [[likely]]
     return p_of(state, pn)[vector_bytes - 1] != 0;
-  const int last = register_bits(p_of(state, pg)).last();
+  const int last = RegisterBits(p_of(state, pg)).last();
   return last >= 0 && p_of(state, pn)[last] != 0;
 }
 
@@ -127,7 +127,7 @@ aarch64_decode_rc sve_brkn(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg
   if (!last_is_true(state, pg, pn)) std::memset(dst, 0, vector_bytes);
   if (setflags) {
     // The mask of this test is all true, not Pg.
-    const bool none = !any_of(union_of(dst) & (byte_piece{} + byte{1}));
+    const bool none = !any_of(union_of(dst) & (BytePiece{} + byte{1}));
     write_flags(state, dst[0] & 1, none, !(dst[vector_bytes - 1] & 1), false);
   }
   return executed;
@@ -135,10 +135,10 @@ aarch64_decode_rc sve_brkn(cpu_state* state, aarch64_p_reg pdm, aarch64_p_reg pg
 
 aarch64_decode_rc sve_brkpb(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn, aarch64_p_reg pm,
                             bool setflags) {
-  const leading_ones below(last_is_true(state, pg, pn) ? before_break(state, pg, pm, false) : 0);
+  const LeadingOnes below(last_is_true(state, pg, pn) ? before_break(state, pg, pm, false) : 0);
   const byte* const predicate = p_of(state, pg);
   if (setflags) {
-    computed_predicate<byte> result(predicate, below);
+    ComputedPredicate<byte> result(predicate, below);
     write_with_flags(state, p_of(state, pd), predicate, result);
   } else {
     store_pieces(p_of(state, pd), [&](std::size_t i) { return load_piece(predicate + 16 * i) & below(i); });
@@ -218,7 +218,7 @@ aarch64_decode_rc sve_orr_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg
 aarch64_decode_rc sve_nor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](auto n, auto m) { return reinterpret_cast<byte_piece>((n | m) == 0) & 1; }, p_of(state, pn),
+      state, pd, pg, [](auto n, auto m) { return reinterpret_cast<BytePiece>((n | m) == 0) & 1; }, p_of(state, pn),
       p_of(state, pm));
 }
 
@@ -270,10 +270,10 @@ aarch64_decode_rc sve_ptest_pp(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg
 aarch64_decode_rc sve_pnext_pp(cpu_state* state, aarch64_p_reg pdn, aarch64_p_reg pv) {
   return for_size(pdn.tied_dst_size, [&](auto element) {
     using T = decltype(element);
-    const register_bits elements = register_bits::elements(sizeof(T));
-    const int last = (register_bits(p_of(state, pdn)) & elements).last();
-    const register_bits after = ~register_bits::below(last < 0 ? 0 : last + 1);
-    const int next = (register_bits(p_of(state, pv)) & elements & after).first();
+    const RegisterBits elements = RegisterBits::elements(sizeof(T));
+    const int last = (RegisterBits(p_of(state, pdn)) & elements).last();
+    const RegisterBits after = ~RegisterBits::below(last < 0 ? 0 : last + 1);
+    const int next = (RegisterBits(p_of(state, pv)) & elements & after).first();
     byte result[vector_bytes] = {};
     if (next >= 0) result[next] = 1;
     sve_ptest<T>(state, chars(p_of(state, pv)), chars(result));

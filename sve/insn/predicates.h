@@ -25,7 +25,7 @@ namespace sve {
 /// Writes what was computed under a predicate, and the flags of that.
 template <class T>
 [[gnu::always_inline]] inline void write_with_flags(cpu_state* state, byte* dst, const byte* predicate,
-                                                    computed_predicate<T>& result) {
+                                                    ComputedPredicate<T>& result) {
   if (result.every_active) [[likely]] {
     state->nzcv = (state->nzcv & ~flag_mask) | result.flags_of_all();
   } else {

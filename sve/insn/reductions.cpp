@@ -17,11 +17,11 @@ void write_scalar(cpu_state* state, unsigned int vd, T value) {
 
 // Folds the active elements in rising order from `start`; an inactive element counts as the start value, on which
 // `step` has no effect.
-template <signedness S, class Start, class Step>
+template <Signedness S, class Start, class Step>
 aarch64_decode_rc reduce(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn, Start start,
                          Step step) {
   return for_size(zn.size, [&](auto element) {
-    using T = lane<decltype(element), S>;
+    using T = Lane<decltype(element), S>;
     using U = decltype(element);
     const byte* predicate = p_of(state, pg);
     const byte* src = z_of(state, zn);
@@ -59,7 +59,7 @@ aarch64_decode_rc sve_uaddv_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg
 
 #define REDUCTION(name, signedness_, start, step)                                                             \
   aarch64_decode_rc sve_##name##_vpz(cpu_state* state, unsigned int vd, aarch64_p_reg pg, aarch64_z_reg zn) { \
-    return reduce<signedness::signedness_>(state, vd, pg, zn, start, [](auto a, auto b) { return step; });    \
+    return reduce<Signedness::signedness_>(state, vd, pg, zn, start, [](auto a, auto b) { return step; });    \
   }
 
 REDUCTION(smaxv, signed_, smallest, a > b ? a : b)

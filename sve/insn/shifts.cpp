@@ -11,12 +11,12 @@ inline constexpr unsigned width = 8 * sizeof(T);
 
 // Wide enough to shift in without promotion surprises.
 template <class T>
-using shifted = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+using Shifted = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
 
 constexpr auto left = SVE_BY_PIECES(2, native::shifted_left<Element>(a, b), [](auto a, auto n) {
   using T = decltype(a);
   const bool fits = n < width<T>;
-  return fits ? static_cast<T>(shifted<T>{a} << (fits ? n : 0)) : T{0};
+  return fits ? static_cast<T>(Shifted<T>{a} << (fits ? n : 0)) : T{0};
 });
 constexpr auto right = SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), [](auto a, auto n) {
   using T = decltype(a);
@@ -57,9 +57,9 @@ aarch64_decode_rc sve_lsr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg
 
 // asr Zdn.T, Pg/M, Zdn.T, Zm.T
 aarch64_decode_rc sve_asr_zpz(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, aarch64_z_reg zm) {
-  return merging<signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zm,
+  return merging<Signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zm,
                                       SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), [](auto a, auto b) {
-                                        return right_arithmetic(a, static_cast<unsigned_of<decltype(b)>>(b));
+                                        return right_arithmetic(a, static_cast<UnsignedOf<decltype(b)>>(b));
                                       }));
 }
 
@@ -75,15 +75,15 @@ aarch64_decode_rc sve_lsr_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg
 
 // asr Zdn.T, Pg/M, Zdn.T, #imm
 aarch64_decode_rc sve_asr_zpi(cpu_state* state, aarch64_z_reg zdn, aarch64_p_reg pg, unsigned int imm) {
-  return merging_unary<signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zdn, with_second(right_arithmetic, imm));
+  return merging_unary<Signedness::signed_>(state, zdn.tied_dst_size, zdn, pg, zdn, with_second(right_arithmetic, imm));
 }
 
 namespace {
 
-template <signedness S = signedness::unsigned_, class Op>
+template <Signedness S = Signedness::unsigned_, class Op>
 aarch64_decode_rc unpredicated_unary(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, Op op) {
   return for_size(zd.size, [&](auto element) {
-    using T = lane<decltype(element), S>;
+    using T = Lane<decltype(element), S>;
     map_lanes<T>(z_of(state, zd), lanes<T>, op, z_of(state, zn));
   });
 }
@@ -102,7 +102,7 @@ aarch64_decode_rc sve_lsr_zzi(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg 
 
 // asr Zd.T, Zn.T, #imm
 aarch64_decode_rc sve_asr_zzi(cpu_state* state, aarch64_z_reg zd, aarch64_z_reg zn, unsigned int imm) {
-  return unpredicated_unary<signedness::signed_>(state, zd, zn, with_second(right_arithmetic, imm));
+  return unpredicated_unary<Signedness::signed_>(state, zd, zn, with_second(right_arithmetic, imm));
 }
 
 // rbit Zd.T, Pg/M, Zn.T

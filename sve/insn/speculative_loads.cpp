@@ -80,7 +80,7 @@ aarch64_decode_rc load_first_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p
   std::size_t readable = lanes<T>;
   if (offset > end && !is_readable(start + page_size)) readable = in_first_page;
   {
-    const guarded_reads guard;
+    const GuardedReads guard;
     const std::size_t n = read_elements<T, M>(span, predicate, start, readable);
     if (n < readable) readable = n < in_first_page ? n : in_first_page;
   }
@@ -97,7 +97,7 @@ aarch64_decode_rc load_non_fault(cpu_state* state, aarch64_z_reg zt, aarch64_p_r
   const u64 start = read(state, rn) + static_cast<u64>(static_cast<std::int64_t>(imm)) * (lanes<T> * sizeof(M));
   byte* dst = z_of(state, zt);
   const byte* predicate = p_of(state, pg);
-  const guarded_reads guard;
+  const GuardedReads guard;
   bool readable = is_readable(start);  // also when no element is active
   // In one page all elements are read or none is.
   alignas(16) byte span[vector_bytes];

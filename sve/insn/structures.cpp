@@ -6,8 +6,8 @@ using namespace sve;
 namespace {
 
 template <unsigned N>
-struct group {
-  group(cpu_state* state, aarch64_z_reg first) {
+struct Group {
+  Group(cpu_state* state, aarch64_z_reg first) {
     for (unsigned k = 0; k < N; ++k) z[k] = address_in(state->z, (first.number + k) % 32);
   }
   byte* z[N];
@@ -17,7 +17,7 @@ struct group {
 // and its elements become 0.
 template <class T, unsigned N>
 aarch64_decode_rc load_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
-  const group<N> to(state, zt);
+  const Group<N> to(state, zt);
   const byte* predicate = p_of(state, pg);
   // A load that faults has written the fields below.
   if (all_active<T>(predicate) && within_page(start, N * vector_bytes)) {
@@ -37,7 +37,7 @@ aarch64_decode_rc load_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_
 
 template <class T, unsigned N>
 aarch64_decode_rc store_structures(cpu_state* state, aarch64_z_reg zt, aarch64_p_reg pg, std::uint64_t start) {
-  const group<N> from(state, zt);
+  const Group<N> from(state, zt);
   const byte* predicate = p_of(state, pg);
   // A store that faults has stored the fields below.
   if (all_active<T>(predicate) && within_page(start, N * vector_bytes)) {

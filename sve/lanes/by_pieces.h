@@ -9,21 +9,21 @@ namespace sve {
 /// An operation on elements together with the same one on pieces: op(a...) and op.piece(T{}, pieces...). The loops of
 /// `lanes.h` take the second where they know the length and the host has it.
 template <class One, class OfPieces>
-struct by_pieces : One {
-  constexpr by_pieces(One one, OfPieces of_pieces) : One(one), piece(of_pieces) {}
+struct ByPieces : One {
+  constexpr ByPieces(One one, OfPieces of_pieces) : One(one), piece(of_pieces) {}
   OfPieces piece;
 };
 
 template <class T, class Op, class... Sources>
 concept computes_pieces = requires(const Op& op,
-                                   decltype(static_cast<void>(std::declval<Sources>()), byte_piece{})... a) {
+                                   decltype(static_cast<void>(std::declval<Sources>()), BytePiece{})... a) {
   op.piece(T{}, a...);
 };
 
 /// The lowest element of T of each 64-bit unit in all the unit's places.
 template <class T>
-[[gnu::always_inline]] inline byte_piece units_spread(byte_piece units) {
-  const byte_piece places = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+[[gnu::always_inline]] inline BytePiece units_spread(BytePiece units) {
+  const BytePiece places = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
   return __builtin_shuffle(units, (places & byte{8}) | (places & byte{sizeof(T) - 1}));
 }
 
@@ -32,9 +32,9 @@ template <class Op, class Value>
 constexpr auto with_second(Op op, Value value) {
   const auto one = [op, value](auto a) { return op(a, value); };
   if constexpr (requires { op.piece; })
-    return by_pieces(one, [op, value](auto element, byte_piece a) {
+    return ByPieces(one, [op, value](auto element, BytePiece a) {
       typedef decltype(element) Elements [[gnu::vector_size(16)]];
-      return op.piece(element, a, reinterpret_cast<byte_piece>(Elements{} + static_cast<decltype(element)>(value)));
+      return op.piece(element, a, reinterpret_cast<BytePiece>(Elements{} + static_cast<decltype(element)>(value)));
     });
   else
     return one;
@@ -45,30 +45,30 @@ constexpr auto with_second(Op op, Value value) {
 namespace native {
 
 template <class T>
-struct vector_of {
+struct VectorOf {
   typedef T type [[gnu::vector_size(16)]];
 };
 template <class T>
-using Elements = typename vector_of<T>::type;
+using Elements = typename VectorOf<T>::type;
 template <class T>
 using UnsignedElements = Elements<std::make_unsigned_t<T>>;
 
 // One instruction; the arrangement of a piece stands in its text.
 #define SVE_NATIVE_BINARY(name, instruction)                                                             \
   template <class T>                                                                                     \
-  [[gnu::always_inline]] inline byte_piece name(byte_piece a, byte_piece b) {                            \
-    byte_piece r;                                                                                        \
+  [[gnu::always_inline]] inline BytePiece name(BytePiece a, BytePiece b) {                               \
+    BytePiece r;                                                                                         \
     if constexpr (sizeof(T) == 1) asm(instruction " %0.16b, %1.16b, %2.16b" : "=w"(r) : "w"(a), "w"(b)); \
     if constexpr (sizeof(T) == 2) asm(instruction " %0.8h, %1.8h, %2.8h" : "=w"(r) : "w"(a), "w"(b));    \
     if constexpr (sizeof(T) == 4) asm(instruction " %0.4s, %1.4s, %2.4s" : "=w"(r) : "w"(a), "w"(b));    \
     if constexpr (sizeof(T) == 8) asm(instruction " %0.2d, %1.2d, %2.2d" : "=w"(r) : "w"(a), "w"(b));    \
     return r;                                                                                            \
   }
-#define SVE_NATIVE_UNARY(name, text)                            \
-  [[gnu::always_inline]] inline byte_piece name(byte_piece a) { \
-    byte_piece r;                                               \
-    asm(text : "=w"(r) : "w"(a));                               \
-    return r;                                                   \
+#define SVE_NATIVE_UNARY(name, text)                          \
+  [[gnu::always_inline]] inline BytePiece name(BytePiece a) { \
+    BytePiece r;                                              \
+    asm(text : "=w"(r) : "w"(a));                             \
+    return r;                                                 \
   }
 SVE_NATIVE_BINARY(ushl, "ushl")
 SVE_NATIVE_BINARY(sshl, "sshl")
@@ -95,51 +95,51 @@ SVE_NATIVE_UNARY(cls_s, "cls %0.4s, %1.4s")
 /// The elements of an amount, at most the width, which shifts everything out. The instruction takes the amount from the
 /// lowest byte alone, and shifts to the right by a negative one.
 template <class T>
-[[gnu::always_inline]] inline UnsignedElements<T> clamped_amounts(byte_piece amounts) {
+[[gnu::always_inline]] inline UnsignedElements<T> clamped_amounts(BytePiece amounts) {
   using U = std::make_unsigned_t<T>;
   const auto n = reinterpret_cast<Elements<U>>(amounts);
   const Elements<U> width = Elements<U>{} + static_cast<U>(8 * sizeof(T));
   return n < width ? n : width;
 }
 template <class T>
-[[gnu::always_inline]] inline byte_piece shifted_left(byte_piece a, byte_piece amounts) {
-  return ushl<T>(a, reinterpret_cast<byte_piece>(clamped_amounts<T>(amounts)));
+[[gnu::always_inline]] inline BytePiece shifted_left(BytePiece a, BytePiece amounts) {
+  return ushl<T>(a, reinterpret_cast<BytePiece>(clamped_amounts<T>(amounts)));
 }
 /// By the signedness of T.
 template <class T>
-[[gnu::always_inline]] inline byte_piece shifted_right(byte_piece a, byte_piece amounts) {
-  const auto n = reinterpret_cast<byte_piece>(-clamped_amounts<T>(amounts));
+[[gnu::always_inline]] inline BytePiece shifted_right(BytePiece a, BytePiece amounts) {
+  const auto n = reinterpret_cast<BytePiece>(-clamped_amounts<T>(amounts));
   return std::is_signed_v<T> ? sshl<T>(a, n) : ushl<T>(a, n);
 }
 
 template <class T>
-[[gnu::always_inline]] inline byte_piece add(byte_piece a, byte_piece b) {
-  return reinterpret_cast<byte_piece>(reinterpret_cast<UnsignedElements<T>>(a) +
-                                      reinterpret_cast<UnsignedElements<T>>(b));
+[[gnu::always_inline]] inline BytePiece add(BytePiece a, BytePiece b) {
+  return reinterpret_cast<BytePiece>(reinterpret_cast<UnsignedElements<T>>(a) +
+                                     reinterpret_cast<UnsignedElements<T>>(b));
 }
 template <class T>
-[[gnu::always_inline]] inline byte_piece subtract(byte_piece a, byte_piece b) {
-  return reinterpret_cast<byte_piece>(reinterpret_cast<UnsignedElements<T>>(a) -
-                                      reinterpret_cast<UnsignedElements<T>>(b));
+[[gnu::always_inline]] inline BytePiece subtract(BytePiece a, BytePiece b) {
+  return reinterpret_cast<BytePiece>(reinterpret_cast<UnsignedElements<T>>(a) -
+                                     reinterpret_cast<UnsignedElements<T>>(b));
 }
 
 /// Signed elements divided by powers of two, rounded towards zero. A divisor of all the width leaves nothing.
 template <class T>
-[[gnu::always_inline]] inline byte_piece divided_by_power(byte_piece a, byte_piece amounts) {
-  const byte_piece kept = shifted_left<T>(~byte_piece{}, amounts);  // of an element, the bits that are not shifted out
-  const byte_piece negative = reinterpret_cast<byte_piece>(reinterpret_cast<Elements<T>>(a) < 0);
-  const byte_piece any = reinterpret_cast<byte_piece>(reinterpret_cast<Elements<T>>(kept) != 0);
+[[gnu::always_inline]] inline BytePiece divided_by_power(BytePiece a, BytePiece amounts) {
+  const BytePiece kept = shifted_left<T>(~BytePiece{}, amounts);  // of an element, the bits that are not shifted out
+  const BytePiece negative = reinterpret_cast<BytePiece>(reinterpret_cast<Elements<T>>(a) < 0);
+  const BytePiece any = reinterpret_cast<BytePiece>(reinterpret_cast<Elements<T>>(kept) != 0);
   return shifted_right<T>(add<T>(a, negative & ~kept), amounts) & any;
 }
 
 /// The low half of the product. Of 64 bits it is that of the low halves plus, above, the products of unlike halves.
 template <class T>
-[[gnu::always_inline]] inline byte_piece multiply(byte_piece a, byte_piece b) {
+[[gnu::always_inline]] inline BytePiece multiply(BytePiece a, BytePiece b) {
   if constexpr (sizeof(T) < 8) {
-    return reinterpret_cast<byte_piece>(reinterpret_cast<UnsignedElements<T>>(a) *
-                                        reinterpret_cast<UnsignedElements<T>>(b));
+    return reinterpret_cast<BytePiece>(reinterpret_cast<UnsignedElements<T>>(a) *
+                                       reinterpret_cast<UnsignedElements<T>>(b));
   } else {
-    byte_piece r, x, y;
+    BytePiece r, x, y;
     asm("rev64 %0.4s, %4.4s\n\tmul %0.4s, %0.4s, %3.4s\n\tuaddlp %0.2d, %0.4s\n\tshl %0.2d, %0.2d, #32\n\t"
         "xtn %1.2s, %3.2d\n\txtn %2.2s, %4.2d\n\tumlal %0.2d, %1.2s, %2.2s"
         : "=&w"(r), "=&w"(x), "=&w"(y)
@@ -150,8 +150,8 @@ template <class T>
 
 /// In each element of T the sum of the products of its quarters, by the signedness of T.
 template <class T>
-[[gnu::always_inline]] inline byte_piece sums_of_products(byte_piece a, byte_piece b) {
-  byte_piece r, high;
+[[gnu::always_inline]] inline BytePiece sums_of_products(BytePiece a, BytePiece b) {
+  BytePiece r, high;
 #define SVE_SUMS_OF_PRODUCTS(s, narrow, low, wide, widest)                                                            \
   asm(s "mull %0." wide ", %2." low ", %3." low "\n\t" s "mull2 %1." wide ", %2." narrow ", %3." narrow "\n\t" s      \
         "addlp %0." widest ", %0." wide "\n\t" s "addlp %1." widest ", %1." wide "\n\taddp %0." widest ", %0." widest \
@@ -168,7 +168,7 @@ template <class T>
 
 /// The containers of `Bytes` bytes in each element in reverse order.
 template <class T, int Bytes>
-[[gnu::always_inline]] inline byte_piece reversed(byte_piece a) {
+[[gnu::always_inline]] inline BytePiece reversed(BytePiece a) {
   if constexpr (sizeof(T) == Bytes) return a;
   if constexpr (sizeof(T) == 2 && Bytes == 1) return rev16_b(a);
   if constexpr (sizeof(T) == 4 && Bytes == 1) return rev32_b(a);
@@ -178,11 +178,11 @@ template <class T, int Bytes>
   if constexpr (sizeof(T) == 8 && Bytes == 4) return rev64_s(a);
 }
 template <class T>
-[[gnu::always_inline]] inline byte_piece bits_reversed(byte_piece a) {
+[[gnu::always_inline]] inline BytePiece bits_reversed(BytePiece a) {
   return reversed<T, 1>(rbit_b(a));
 }
 template <class T>
-[[gnu::always_inline]] inline byte_piece bits_counted(byte_piece a) {
+[[gnu::always_inline]] inline BytePiece bits_counted(BytePiece a) {
   a = cnt_b(a);
   if constexpr (sizeof(T) > 1) a = uaddlp_b(a);
   if constexpr (sizeof(T) > 2) a = uaddlp_h(a);
@@ -191,18 +191,18 @@ template <class T>
 }
 /// Not for elements of 64 bits.
 template <class T>
-[[gnu::always_inline]] inline byte_piece leading_zeros(byte_piece a) {
+[[gnu::always_inline]] inline BytePiece leading_zeros(BytePiece a) {
   return sizeof(T) == 1 ? clz_b(a) : sizeof(T) == 2 ? clz_h(a) : clz_s(a);
 }
 template <class T>
-[[gnu::always_inline]] inline byte_piece leading_signs(byte_piece a) {
+[[gnu::always_inline]] inline BytePiece leading_signs(BytePiece a) {
   return sizeof(T) == 1 ? cls_b(a) : sizeof(T) == 2 ? cls_h(a) : cls_s(a);
 }
 
 /// Elements of T of which each is a read of its own of the M at `address`, extended by the signedness of M.
 template <class T, class M, std::size_t... E>
-[[gnu::always_inline]] inline byte_piece repeated_reads(std::uint64_t address, std::index_sequence<E...>) {
-  byte_piece r{};
+[[gnu::always_inline]] inline BytePiece repeated_reads(std::uint64_t address, std::index_sequence<E...>) {
+  BytePiece r{};
   const auto read = [&]<std::size_t Place>(std::integral_constant<std::size_t, Place>) {
     if constexpr (sizeof(M) == 1) asm volatile("ld1 {%0.b}[%1], [%2]" : "+w"(r) : "i"(Place), "r"(address) : "memory");
     if constexpr (sizeof(M) == 2) asm volatile("ld1 {%0.h}[%1], [%2]" : "+w"(r) : "i"(Place), "r"(address) : "memory");
@@ -212,35 +212,35 @@ template <class T, class M, std::size_t... E>
   (read(std::integral_constant<std::size_t, E * sizeof(T) / sizeof(M)>{}), ...);
   if constexpr (std::is_signed_v<M> && sizeof(M) < sizeof(T)) {
     constexpr int above = 8 * (sizeof(T) - sizeof(M));
-    r = reinterpret_cast<byte_piece>(
+    r = reinterpret_cast<BytePiece>(
         reinterpret_cast<Elements<std::make_signed_t<T>>>(reinterpret_cast<UnsignedElements<T>>(r) << above) >> above);
   }
   return r;
 }
 inline constexpr bool reads_elements = true;
 template <class T, class M>
-[[gnu::always_inline]] inline byte_piece repeated_reads(std::uint64_t address) {
+[[gnu::always_inline]] inline BytePiece repeated_reads(std::uint64_t address) {
   return repeated_reads<T, M>(address, std::make_index_sequence<16 / sizeof(T)>{});
 }
 
 }  // namespace native
 
 /// The operation `one` on elements with the expression on pieces a, b, c of `Element`; elsewhere `one` alone.
-#define SVE_BY_PIECES(parameters, expression, ...)                                    \
-  ::sve::by_pieces(__VA_ARGS__, [](auto element, SVE_PIECE_PARAMETERS_##parameters) { \
-    using Element [[maybe_unused]] = decltype(element);                               \
-    return expression;                                                                \
+#define SVE_BY_PIECES(parameters, expression, ...)                                   \
+  ::sve::ByPieces(__VA_ARGS__, [](auto element, SVE_PIECE_PARAMETERS_##parameters) { \
+    using Element [[maybe_unused]] = decltype(element);                              \
+    return expression;                                                               \
   })
 #else
 namespace native {
 inline constexpr bool reads_elements = false;
 template <class T, class M>
-byte_piece repeated_reads(std::uint64_t address);
+BytePiece repeated_reads(std::uint64_t address);
 }  // namespace native
 #define SVE_BY_PIECES(parameters, expression, ...) __VA_ARGS__
 #endif
-#define SVE_PIECE_PARAMETERS_1 ::sve::byte_piece a
-#define SVE_PIECE_PARAMETERS_2 ::sve::byte_piece a, ::sve::byte_piece b
-#define SVE_PIECE_PARAMETERS_3 ::sve::byte_piece a, ::sve::byte_piece b, ::sve::byte_piece c
+#define SVE_PIECE_PARAMETERS_1 ::sve::BytePiece a
+#define SVE_PIECE_PARAMETERS_2 ::sve::BytePiece a, ::sve::BytePiece b
+#define SVE_PIECE_PARAMETERS_3 ::sve::BytePiece a, ::sve::BytePiece b, ::sve::BytePiece c
 
 }  // namespace sve

@@ -9,11 +9,11 @@ namespace sve {
 /// The bytes 0 or 1 of a predicate of elements of T, as pieces. It holds true elements that are inactive, too, until
 /// `restrict_to` has taken them out; nobody needs to where all are active.
 template <class T>
-struct computed_predicate {
+struct ComputedPredicate {
   /// `result(0)` and so on are pieces of which bit 0 of each element's first byte counts.
   template <class Result>
-  [[gnu::always_inline]] computed_predicate(const byte* predicate, Result result) {
-    const byte_piece one = piece_of_words(first_bytes(sizeof(T)));
+  [[gnu::always_inline]] ComputedPredicate(const byte* predicate, Result result) {
+    const BytePiece one = piece_of_words(first_bytes(sizeof(T)));
 #pragma GCC unroll 16
     for (std::size_t i = 0; i < register_pieces; ++i) pieces[i] = result(i) & one;
     every_active = every_word_has(first_bytes(sizeof(T)), predicate);
@@ -27,14 +27,14 @@ struct computed_predicate {
   }
   /// N, Z, C and V in bits 31 to 28 where every element is active.
   [[gnu::always_inline]] std::uint32_t flags_of_all() const {
-    byte_piece found{};
+    BytePiece found{};
 #pragma GCC unroll 16
     for (std::size_t i = 0; i < register_pieces; ++i) found |= pieces[i];
     const std::uint32_t first = pieces[0][0], last = pieces[register_pieces - 1][16 - sizeof(T)];
     return 0x60000000u ^ first << 31 ^ highest_byte(found) << 30 ^ last << 29;
   }
 
-  byte_piece pieces[register_pieces];
+  BytePiece pieces[register_pieces];
   bool every_active;
 };
 
@@ -43,7 +43,7 @@ template <class T, class Test, class... Sources>
 [[gnu::always_inline]] inline auto compared_pieces(Test test, const Sources*... src) {
   typedef T Elements [[gnu::vector_size(16)]];
   return [=](std::size_t i) {
-    return reinterpret_cast<byte_piece>(test(reinterpret_cast<Elements>(load_piece(src + 16 * i))...));
+    return reinterpret_cast<BytePiece>(test(reinterpret_cast<Elements>(load_piece(src + 16 * i))...));
   };
 }
 

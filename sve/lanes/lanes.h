@@ -25,9 +25,9 @@ template <class T>
 }
 
 template <class T>
-using unsigned_of = std::make_unsigned_t<T>;
+using UnsignedOf = std::make_unsigned_t<T>;
 template <class T>
-using signed_of = std::make_signed_t<T>;
+using SignedOf = std::make_signed_t<T>;
 
 /// Whether element `i` of type T is active: bit 0 of the predicate byte at the element's first byte.
 template <class T>
@@ -37,8 +37,8 @@ template <class T>
 
 /// All ones for an active element, 0 for an inactive one, at the element's width.
 template <class T>
-[[gnu::always_inline]] inline unsigned_of<T> active_mask(const byte* predicate, std::size_t i) {
-  return static_cast<unsigned_of<T>>(0 - (load<unsigned_of<T>>(predicate, i) & 1u));
+[[gnu::always_inline]] inline UnsignedOf<T> active_mask(const byte* predicate, std::size_t i) {
+  return static_cast<UnsignedOf<T>>(0 - (load<UnsignedOf<T>>(predicate, i) & 1u));
 }
 
 /// Whether `n` elements of T are known to be a register of the built length.
@@ -50,8 +50,8 @@ template <class T>
 /// The masks of a predicate of `n` elements. On AArch64 those of a register of the built length are formed first, one
 /// instruction a piece.
 template <class T>
-struct active_masks {
-  [[gnu::always_inline]] active_masks(const byte* p, [[maybe_unused]] std::size_t n) : predicate(p) {
+struct ActiveMasks {
+  [[gnu::always_inline]] ActiveMasks(const byte* p, [[maybe_unused]] std::size_t n) : predicate(p) {
 #if defined(__ARM_NEON)
     whole = is_register<T>(n);
     if (whole)
@@ -59,8 +59,8 @@ struct active_masks {
       for (std::size_t i = 0; i < register_pieces; ++i) store_piece(masks + 16 * i, active_piece<T>(p + 16 * i));
 #endif
   }
-  [[gnu::always_inline]] unsigned_of<T> of(std::size_t i) const {
-    return whole ? load<unsigned_of<T>>(masks, i) : active_mask<T>(predicate, i);
+  [[gnu::always_inline]] UnsignedOf<T> of(std::size_t i) const {
+    return whole ? load<UnsignedOf<T>>(masks, i) : active_mask<T>(predicate, i);
   }
   const byte* predicate;
   bool whole = false;
@@ -103,16 +103,16 @@ template <class T, class Op, class... Sources>
 template <class T, class Op, class... Sources>
 [[gnu::always_inline]] inline void merge_lanes(byte* dst, const byte* old, const byte* predicate, std::size_t n, Op op,
                                                const Sources*... src) {
-  using U = unsigned_of<T>;
+  using U = UnsignedOf<T>;
   if constexpr (computes_pieces<T, Op, Sources...>)
     if (is_register<T>(n)) {
       store_pieces(dst, [&](std::size_t i) {
-        const byte_piece keep = load_piece(old + 16 * i), computed = op.piece(T{}, load_piece(src + 16 * i)...);
+        const BytePiece keep = load_piece(old + 16 * i), computed = op.piece(T{}, load_piece(src + 16 * i)...);
         return keep ^ ((keep ^ computed) & active_piece<T>(predicate + 16 * i));
       });
       return;
     }
-  const active_masks<T> masks(predicate, n);
+  const ActiveMasks<T> masks(predicate, n);
   written_whole<T>(dst, n, [=, &masks](byte* r) {
 #pragma GCC ivdep
     for (std::size_t i = 0; i < n; ++i) {
@@ -128,8 +128,8 @@ template <class T, class Op, class... Sources>
 template <class T, class Op, class... Sources>
 [[gnu::always_inline]] inline void zero_lanes(byte* dst, const byte* predicate, std::size_t n, Op op,
                                               const Sources*... src) {
-  using U = unsigned_of<T>;
-  const active_masks<T> masks(predicate, n);
+  using U = UnsignedOf<T>;
+  const ActiveMasks<T> masks(predicate, n);
   written_whole<T>(dst, n, [=, &masks](byte* r) {
 #pragma GCC ivdep
     for (std::size_t i = 0; i < n; ++i)

@@ -36,16 +36,16 @@ namespace sve {
 
 /// The same at the built length, for elements of T and every pattern.
 template <class T>
-struct pattern_counts {
-  constexpr pattern_counts() {
+struct PatternCounts {
+  constexpr PatternCounts() {
     for (unsigned pattern = 0; pattern < 32; ++pattern)
-      count[pattern] = static_cast<number>(VecTrueILength(pattern, static_cast<int>(lanes<T>)));
+      count[pattern] = static_cast<Number>(VecTrueILength(pattern, static_cast<int>(lanes<T>)));
   }
-  using number = std::conditional_t<lanes<T> <= 255, byte, std::uint16_t>;
-  number count[32] = {};
+  using Number = std::conditional_t<lanes<T> <= 255, byte, std::uint16_t>;
+  Number count[32] = {};
 };
 template <class T>
-inline constexpr pattern_counts<T> counts_of_patterns;
+inline constexpr PatternCounts<T> counts_of_patterns;
 
 /// The number of elements of T that a pattern selects out of a register; none if it has more than five bits.
 template <class T>
@@ -55,21 +55,21 @@ constexpr unsigned pattern_count(std::uint64_t pattern) {
 
 // A register's worth of true elements of T followed by one of false ones: any leading count is one copy from it.
 template <class T>
-struct leading_table {
-  constexpr leading_table() {
+struct LeadingTable {
+  constexpr LeadingTable() {
     for (std::size_t i = 0; i < vector_bytes; i += sizeof(T)) bytes[i] = 1;
   }
   byte bytes[2 * vector_bytes] = {};
 };
 template <class T>
-inline constexpr leading_table<T> leading_true;
+inline constexpr LeadingTable<T> leading_true;
 
 /// A register of bytes of which the first `end` are 1 and all others 0, in pieces.
-class leading_ones {
+class LeadingOnes {
  public:
-  explicit leading_ones(std::size_t end)
+  explicit LeadingOnes(std::size_t end)
       : bytes_(leading_true<byte>.bytes + vector_bytes - (end < vector_bytes ? end : vector_bytes)) {}
-  [[gnu::always_inline]] byte_piece operator()(std::size_t i) const { return load_piece(bytes_ + 16 * i); }
+  [[gnu::always_inline]] BytePiece operator()(std::size_t i) const { return load_piece(bytes_ + 16 * i); }
 
  private:
   const byte* bytes_;

@@ -104,16 +104,16 @@ namespace sve {
 
 // ---- Whole registers, in pieces of sixteen bytes ----
 
-using byte_piece [[gnu::vector_size(16)]] = byte;
+using BytePiece [[gnu::vector_size(16)]] = byte;
 inline constexpr std::size_t register_pieces = vector_bytes / 16;
 static_assert(vector_bytes % 16 == 0);
 
-[[gnu::always_inline]] inline byte_piece load_piece(const byte* bytes) {
-  byte_piece r;
+[[gnu::always_inline]] inline BytePiece load_piece(const byte* bytes) {
+  BytePiece r;
   std::memcpy(&r, bytes, sizeof r);
   return r;
 }
-[[gnu::always_inline]] inline void store_piece(byte* bytes, byte_piece piece) {
+[[gnu::always_inline]] inline void store_piece(byte* bytes, BytePiece piece) {
   std::memcpy(bytes, &piece, sizeof piece);
 }
 
@@ -133,7 +133,7 @@ static_assert(vector_bytes % 16 == 0);
 /// Stores a register from pieces that `piece(0)` and so on give. GCC for AArch64 does not pair stores by itself.
 template <class Piece, std::size_t... I>
 [[gnu::always_inline]] inline void store_each_piece(byte* bytes, Piece piece, std::index_sequence<I...>) {
-  const byte_piece pieces[] = {piece(I)...};  // all of them, since a store in assembler may overlap any source
+  const BytePiece pieces[] = {piece(I)...};  // all of them, since a store in assembler may overlap any source
 #if defined(__ARM_NEON) && !defined(__clang__)
   struct whole {
     byte bytes[vector_bytes];
@@ -159,9 +159,9 @@ template <class Piece>
 
 /// All ones in the elements of T that are active in a piece of a predicate register.
 template <class T>
-[[gnu::always_inline]] inline byte_piece active_piece(const byte* predicate) {
+[[gnu::always_inline]] inline BytePiece active_piece(const byte* predicate) {
   typedef std::make_unsigned_t<T> Elements [[gnu::vector_size(16)]];
-  byte_piece mask = reinterpret_cast<byte_piece>((reinterpret_cast<Elements>(load_piece(predicate)) & 1) != 0);
+  BytePiece mask = reinterpret_cast<BytePiece>((reinterpret_cast<Elements>(load_piece(predicate)) & 1) != 0);
 #if defined(__ARM_NEON)
   asm("" : "+w"(mask));  // a mask that one instruction tests for, where a choice by the test would take two
 #endif
@@ -169,7 +169,7 @@ template <class T>
 }
 
 /// Whether a piece has any bit.
-[[gnu::always_inline]] inline bool any_of(byte_piece piece) {
+[[gnu::always_inline]] inline bool any_of(BytePiece piece) {
 #if defined(__ARM_NEON)
   return vmaxvq_u32(reinterpret_cast<uint32x4_t>(piece)) != 0;
 #else
@@ -179,7 +179,7 @@ template <class T>
 #endif
 }
 /// The highest of a piece's bytes, which are all 0 or 1.
-[[gnu::always_inline]] inline std::uint32_t highest_byte(byte_piece piece) {
+[[gnu::always_inline]] inline std::uint32_t highest_byte(BytePiece piece) {
 #if defined(__ARM_NEON)
   return vmaxvq_u8(reinterpret_cast<uint8x16_t>(piece));
 #else
@@ -187,7 +187,7 @@ template <class T>
 #endif
 }
 /// The sum of a piece's bytes, which is at most `vector_bytes`.
-[[gnu::always_inline]] inline std::uint64_t sum_of(byte_piece piece) {
+[[gnu::always_inline]] inline std::uint64_t sum_of(BytePiece piece) {
   constexpr bool fits_a_byte = vector_bytes < 256;
 #if defined(__ARM_NEON)
   if constexpr (!fits_a_byte) return vaddlvq_u8(reinterpret_cast<uint8x16_t>(piece));
@@ -206,13 +206,13 @@ template <class T>
 
 /// The bits of a whole predicate register, those of the last word above them 0.
 inline constexpr std::size_t register_words = (vector_bytes + 63) / 64;
-struct predicate_words {
+struct PredicateWords {
   std::uint64_t words[register_words];
 };
 /// Bit 0 of each byte of the pieces `piece(0)` and so on of a register.
 template <class Piece>
-[[gnu::always_inline]] inline predicate_words pack_pieces(Piece piece) {
-  predicate_words r{};
+[[gnu::always_inline]] inline PredicateWords pack_pieces(Piece piece) {
+  PredicateWords r{};
 #if defined(__ARM_NEON)
   // Each byte becomes its place in a byte of the result; three rounds of adding neighbours join those of eight pieces.
   const uint8x16_t place = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
@@ -243,8 +243,8 @@ template <class Piece>
 }
 
 /// All pieces of a register. AArch64 loads up to four at a time.
-struct all_pieces {
-  [[gnu::always_inline]] explicit all_pieces(const std::uint8_t* bytes) {
+struct AllPieces {
+  [[gnu::always_inline]] explicit AllPieces(const std::uint8_t* bytes) {
 #if defined(__ARM_NEON)
     constexpr std::size_t rest = register_pieces % 4, fours = register_pieces - rest;
 #pragma GCC unroll 4
@@ -257,20 +257,20 @@ struct all_pieces {
     for (std::size_t i = 0; i < register_pieces; ++i) piece[i] = load_piece(bytes + 16 * i);
 #endif
   }
-  byte_piece piece[register_pieces];
+  BytePiece piece[register_pieces];
 
  private:
   template <std::size_t N, class Several>
   [[gnu::always_inline]] void take(std::size_t first, Several loaded) {
 #pragma GCC unroll 4
-    for (std::size_t k = 0; k < N; ++k) piece[first + k] = reinterpret_cast<byte_piece>(loaded.val[k]);
+    for (std::size_t k = 0; k < N; ++k) piece[first + k] = reinterpret_cast<BytePiece>(loaded.val[k]);
   }
 };
 
 /// The pieces of a register joined.
-[[gnu::always_inline]] inline byte_piece union_of(const std::uint8_t* bytes) {
-  const all_pieces pieces(bytes);
-  byte_piece all = pieces.piece[0];
+[[gnu::always_inline]] inline BytePiece union_of(const std::uint8_t* bytes) {
+  const AllPieces pieces(bytes);
+  BytePiece all = pieces.piece[0];
 #pragma GCC unroll 16
   for (std::size_t i = 1; i < register_pieces; ++i) all |= pieces.piece[i];
   return all;
@@ -278,7 +278,7 @@ struct all_pieces {
 
 /// Packs the bytes of a register to words of bits.
 [[gnu::always_inline]] inline void pack_register(const std::uint8_t* bytes, std::uint64_t* words) {
-  const predicate_words packed = pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); });
+  const PredicateWords packed = pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); });
 #pragma GCC unroll 4
   for (std::size_t w = 0; w < register_words; ++w) words[w] = packed.words[w];
 }
@@ -292,20 +292,20 @@ struct all_pieces {
 #if defined(__ARM_NEON)
   return vmaxvq_u8(reinterpret_cast<uint8x16_t>(union_of(bytes))) <= 1;
 #else
-  return !any_of(union_of(bytes) & (byte_piece{} + byte{0xfe}));
+  return !any_of(union_of(bytes) & (BytePiece{} + byte{0xfe}));
 #endif
 }
 
 /// Makes it so.
 inline void make_canonical(std::uint8_t* bytes) {
   for (std::size_t i = 0; i < register_pieces; ++i)
-    store_piece(bytes + 16 * i, load_piece(bytes + 16 * i) & (byte_piece{} + byte{1}));
+    store_piece(bytes + 16 * i, load_piece(bytes + 16 * i) & (BytePiece{} + byte{1}));
 }
 
 /// A piece of 64-bit words, each of which is `word`.
-[[gnu::always_inline]] inline byte_piece piece_of_words(std::uint64_t word) {
+[[gnu::always_inline]] inline BytePiece piece_of_words(std::uint64_t word) {
   const std::uint64_t words[2] = {word, word};
-  byte_piece r;
+  BytePiece r;
   std::memcpy(&r, words, sizeof r);
   return r;
 }
@@ -320,8 +320,8 @@ inline void make_canonical(std::uint8_t* bytes) {
   const __m128i both = _mm_and_si128(_mm256_castsi256_si128(all), _mm256_extracti128_si256(all, 1));
   return _mm_testc_si128(_mm_and_si128(both, rest), _mm_set1_epi64x(static_cast<long long>(mask)));
 #else
-  const all_pieces pieces(bytes);
-  byte_piece all = pieces.piece[0];
+  const AllPieces pieces(bytes);
+  BytePiece all = pieces.piece[0];
 #pragma GCC unroll 16
   for (std::size_t i = 1; i < register_pieces; ++i) all &= pieces.piece[i];
   return !any_of(piece_of_words(mask) & ~all);
@@ -341,35 +341,35 @@ inline bool all_active(const byte* predicate) {
 /// How many elements of T are active in both of two predicate registers.
 template <class T>
 inline std::uint64_t common_elements(const byte* a, const byte* b) {
-  byte_piece sums{};
+  BytePiece sums{};
   for (std::size_t i = 0; i < register_pieces; ++i)
     sums += load_piece(a + 16 * i) & load_piece(b + 16 * i) & piece_of_words(first_bytes(sizeof(T)));
   return sum_of(sums);
 }
 
 /// What one asks of the bits of a whole predicate register.
-struct register_bits : predicate_words {
-  register_bits(const predicate_words& all) : predicate_words(all) {}
-  explicit register_bits(const std::uint8_t* bytes)
-      : predicate_words(pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); })) {}
+struct RegisterBits : PredicateWords {
+  RegisterBits(const PredicateWords& all) : PredicateWords(all) {}
+  explicit RegisterBits(const std::uint8_t* bytes)
+      : PredicateWords(pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); })) {}
   /// The bits that decide over elements of `size` bytes: every size-th one.
-  static register_bits elements(unsigned size) {
+  static RegisterBits elements(unsigned size) {
     constexpr std::uint64_t every[] = {~std::uint64_t{0},  0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
                                        0x0101010101010101u};
     return below(vector_bytes).each([&](std::uint64_t word, std::size_t) { return word & every[size - 1]; });
   }
   /// The bits 0 to `end` - 1.
-  static register_bits below(int end) {
+  static RegisterBits below(int end) {
     const auto ones = [](int n) { return n <= 0 ? 0 : n >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << n) - 1; };
-    return register_bits(predicate_words{}).each([&](std::uint64_t, std::size_t w) {
+    return RegisterBits(PredicateWords{}).each([&](std::uint64_t, std::size_t w) {
       return ones(end - 64 * static_cast<int>(w));
     });
   }
 
-  friend register_bits operator&(const register_bits& a, const register_bits& b) {
+  friend RegisterBits operator&(const RegisterBits& a, const RegisterBits& b) {
     return a.each([&](std::uint64_t word, std::size_t w) { return word & b.words[w]; });
   }
-  friend register_bits operator~(const register_bits& a) {
+  friend RegisterBits operator~(const RegisterBits& a) {
     return a.each([](std::uint64_t word, std::size_t) { return ~word; });
   }
   explicit operator bool() const {
@@ -397,8 +397,8 @@ struct register_bits : predicate_words {
 
  private:
   template <class Op>
-  [[gnu::always_inline]] register_bits each(Op op) const {
-    predicate_words r;
+  [[gnu::always_inline]] RegisterBits each(Op op) const {
+    PredicateWords r;
 #pragma GCC unroll 4
     for (std::size_t w = 0; w < register_words; ++w) r.words[w] = op(words[w], w);
     return r;

@@ -265,7 +265,7 @@ template <class From, class Integer, class Slot>
 
 /// The first bits of the elements that compared true, of sixteen.
 template <class T>
-[[gnu::always_inline]] inline std::uint64_t first_bits(Truth<T> truth) {
+[[gnu::always_inline]] inline std::uint64_t FirstBits(Truth<T> truth) {
   if constexpr (sizeof(T) == 2) {
     const typename Piece<T>::Bits bits = {1, 4, 16, 64, 256, 1024, 4096, 16384};
     return vaddvq_u16(reinterpret_cast<uint16x8_t>(truth.bits & bits));

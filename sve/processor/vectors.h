@@ -218,9 +218,9 @@ struct Raised {
 template <class Compute>
 [[gnu::always_inline]] inline Raised settled_results(std::uint8_t* dst, std::size_t bytes, Compute compute) {
   if (formed_first(bytes)) {
-    byte_piece formed[register_pieces];
+    BytePiece formed[register_pieces];
     const Raised raised = compute([&formed](std::size_t i, auto piece) __attribute__((always_inline)) {
-      formed[i] = reinterpret_cast<byte_piece>(piece.bits);
+      formed[i] = reinterpret_cast<BytePiece>(piece.bits);
     });
     store_pieces(dst, [&formed](std::size_t i) { return formed[i]; });
     return raised;
@@ -238,9 +238,9 @@ template <class Compute>
 }
 
 /// finish(i, mask, op(src piece..., control)) for each piece of vectors of `bytes` bytes, a multiple of 8. `mask` is
-/// that of the active elements, or `no_mask` where all are. `before` are flags that have been raised before, which may
+/// that of the active elements, or `NoMask` where all are. `before` are flags that have been raised before, which may
 /// be among those that the result tells.
-struct no_mask {};
+struct NoMask {};
 template <class T, class Activity, class Op, class Finish, class... Sources>
 [[gnu::always_inline]] inline Raised for_each_piece(FPSCR fpcr, FPSCR before, const Activity& active, std::size_t bytes,
                                                     T inactive, Op op, Finish finish, const Sources*... src) {
@@ -252,7 +252,7 @@ template <class T, class Activity, class Op, class Finish, class... Sources>
         const auto of_group = [&finish, &op, &control ](std::size_t first, std::size_t n, const auto&... group)
             __attribute__((always_inline)) {
 #pragma GCC unroll 4
-          for (std::size_t k = 0; k < n; ++k) finish(first + k, no_mask{}, op(group.piece[k]..., control));
+          for (std::size_t k = 0; k < n; ++k) finish(first + k, NoMask{}, op(group.piece[k]..., control));
         };
 #pragma GCC unroll 4
         for (std::size_t first = 0; first < register_pieces; first += group_pieces) {
@@ -262,7 +262,7 @@ template <class T, class Activity, class Op, class Finish, class... Sources>
         return {control.raised(), true, control.settled()};
       }
 #pragma GCC unroll 8
-    for (std::size_t i = 0; i < pieces; ++i) finish(i, no_mask{}, op(piece_of<T>(src, i, bytes)..., control));
+    for (std::size_t i = 0; i < pieces; ++i) finish(i, NoMask{}, op(piece_of<T>(src, i, bytes)..., control));
     return {control.raised(), bytes != 0, control.settled()};
   }
   typename Piece<T>::Bits any{};
@@ -288,7 +288,7 @@ template <class T, class Activity, class Op, class... Sources>
         return for_each_piece<T>(
             fpcr, before, active, bytes, inactive, op,
             [ put, old ](std::size_t i, auto mask, Piece<T> computed) __attribute__((always_inline)) {
-              if constexpr (!std::is_same_v<decltype(mask), no_mask>)
+              if constexpr (!std::is_same_v<decltype(mask), NoMask>)
                 computed = Piece<T>(select<T>(mask, computed.bits, Piece<T>::load(old + 16 * i).bits));
               put(i, computed);
             },
@@ -304,7 +304,7 @@ template <class T, class Test, class... Sources>
   std::uint64_t found[4] = {};
   const Raised raised = for_each_piece<T>(
       fpcr, before, active, bytes, harmless<T>, test,
-      [&found](std::size_t i, auto, Truth<T> truth) { found[i / 4] |= first_bits(truth) << (16 * (i % 4)); }, src...);
+      [&found](std::size_t i, auto, Truth<T> truth) { found[i / 4] |= FirstBits(truth) << (16 * (i % 4)); }, src...);
   for (std::size_t w = 0; w < 4; ++w) words[w] = found[w] & active.words[w];
   return raised;
 }
@@ -318,7 +318,7 @@ template <class T, class Test, class... Sources>
             fpcr, before, active, bytes, harmless<T>, test,
             [put](std::size_t i, auto mask, Truth<T> truth) __attribute__((always_inline)) {
               auto found = truth.bits & Piece<T>(T{1}).bits;
-              if constexpr (!std::is_same_v<decltype(mask), no_mask>) found &= mask;
+              if constexpr (!std::is_same_v<decltype(mask), NoMask>) found &= mask;
               put(i, Piece<T>(found));
             },
             src...);

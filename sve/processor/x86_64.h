@@ -396,7 +396,7 @@ template <class T>
 
 /// The first bits of the elements that compared true, of sixteen.
 template <Computed T>
-[[gnu::always_inline]] inline std::uint64_t first_bits(Truth<T> truth) {
+[[gnu::always_inline]] inline std::uint64_t FirstBits(Truth<T> truth) {
   constexpr unsigned first = sizeof(T) == 4 ? 0x1111 : 0x101;
   return static_cast<unsigned>(_mm_movemask_epi8(reinterpret_cast<__m128i>(truth.bits))) & first;
 }

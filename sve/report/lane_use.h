@@ -20,7 +20,7 @@ constexpr std::size_t lane_bin(unsigned active, unsigned elements) {
 }
 
 /// What is counted of one instruction of a program.
-struct lane_use {
+struct LaneUse {
   std::atomic<std::uint64_t> executions;  ///< that were looked at
   std::atomic<std::uint64_t> active;      ///< elements, added up; of instructions with a governing predicate
   std::atomic<std::uint64_t> bins[lane_bins];
@@ -30,9 +30,9 @@ struct lane_use {
 };
 
 /// Whether there is anything to count of a row's instructions.
-bool has_lane_use(const decode::row& r);
+bool has_lane_use(const decode::Row& r);
 
 /// Executes `word` by its row's handler, and counts if it was executed.
-aarch64_decode_rc execute_and_count(cpu_state* state, std::uint32_t word, const decode::row& r, lane_use* use);
+aarch64_decode_rc execute_and_count(cpu_state* state, std::uint32_t word, const decode::Row& r, LaneUse* use);
 
 }  // namespace sve

@@ -17,18 +17,18 @@ namespace sve {
 inline constexpr unsigned run_data_version = 1;
 
 /// How a process came to its end, as far as it could tell.
-enum class process_end : std::uint8_t { exit, exec, signal, unknown };
+enum class ProcessEnd : std::uint8_t { exit, exec, signal, unknown };
 
 class RunDataWriter {
  public:
   /// Returns whether all of the text could be written.
-  using sink = bool (*)(void* to, const char* text, std::size_t size);
+  using Sink = bool (*)(void* to, const char* text, std::size_t size);
 
-  struct hex {
+  struct Hex {
     std::uint64_t value;
   };
 
-  RunDataWriter(sink write, void* to) : write_(write), to_(to) {}
+  RunDataWriter(Sink write, void* to) : write_(write), to_(to) {}
   ~RunDataWriter() { flush(); }
   RunDataWriter(const RunDataWriter&) = delete;
   RunDataWriter& operator=(const RunDataWriter&) = delete;
@@ -51,11 +51,11 @@ class RunDataWriter {
   }
 
   /// Where the data begin, and what they begin with. What a process writes last counts.
-  void begin_counts(process_end how, int signal, std::uint64_t total, bool with_lanes) {
+  void begin_counts(ProcessEnd how, int signal, std::uint64_t total, bool with_lanes) {
     line("counts");
     constexpr std::string_view names[] = {"exit", "exec", "signal", "unknown"};
     const std::string_view name = names[static_cast<unsigned>(how)];
-    if (how == process_end::signal)
+    if (how == ProcessEnd::signal)
       line("end signal", number(signal));
     else
       line("end", name);
@@ -64,8 +64,8 @@ class RunDataWriter {
   }
 
   /// An instruction of a run: its place there, and its executions in runs that did not come to their end.
-  void word(std::size_t place, std::uint32_t word, std::int64_t partial, const lane_use* lanes) {
-    line(partial < 0 ? "word-" : "word", std::uint64_t{place}, hex{word},
+  void word(std::size_t place, std::uint32_t word, std::int64_t partial, const LaneUse* lanes) {
+    line(partial < 0 ? "word-" : "word", std::uint64_t{place}, Hex{word},
          static_cast<std::uint64_t>(partial < 0 ? -partial : partial));
     if (!lanes || lanes->executions == 0) return;
     line("use", lanes->executions.load(), lanes->active.load(), lanes->bytes.load(), lanes->crossing.load(),
@@ -92,14 +92,14 @@ class RunDataWriter {
 
   static std::uint64_t number(int value) { return static_cast<std::uint64_t>(value); }
   void put(std::uint64_t value) { text_ << " " << value; }
-  void put(hex value) { (text_ << " ").hex(value.value); }
+  void put(Hex value) { (text_ << " ").hex(value.value); }
   void put(std::string_view text) {
     text_ << " ";
     for (const char c : text.substr(0, 4096))
       c == '\n' ? text_ << "\\n" : c == '\\' ? text_ << "\\\\" : text_ << std::string_view(&c, 1);
   }
 
-  sink write_;
+  Sink write_;
   void* to_;
   bool good_ = true;
   Text<12288> text_;

@@ -16,7 +16,7 @@ enum element_size : unsigned int {
 };
 
 /// A Z register operand. The plain form is {number, size, 5, 5}, the tied (destructive) form {number, 5, size, size}.
-struct aarch64_z_reg : sve::z_register_names {
+struct aarch64_z_reg : sve::ZRegisterNames {
   static constexpr unsigned int none = 5;  ///< no size in this member
 
   unsigned int number = 0;            ///< 0 to 31
@@ -30,7 +30,7 @@ struct aarch64_z_reg : sve::z_register_names {
 };
 
 /// A predicate register operand. `size` is an element-size code or one of the qualifiers below.
-struct aarch64_p_reg : sve::p_register_names {
+struct aarch64_p_reg : sve::PRegisterNames {
   static constexpr unsigned int merging = 4;  ///< governing, /m
   static constexpr unsigned int zeroing = 5;  ///< governing, /z
   static constexpr unsigned int bare = 6;     ///< no suffix
@@ -47,7 +47,7 @@ struct aarch64_p_reg : sve::p_register_names {
 };
 
 /// A general register in which number 31 is the zero register.
-struct aarch64_i_reg : sve::i_register_names {
+struct aarch64_i_reg : sve::IRegisterNames {
   static constexpr unsigned int none = 4;  ///< no size in this member
 
   unsigned int number = 0;            ///< 0 to 31
@@ -61,7 +61,7 @@ struct aarch64_i_reg : sve::i_register_names {
 };
 
 /// A general register in which number 31 is the stack pointer.
-struct aarch64_i_rsp_reg : sve::i_rsp_register_names {
+struct aarch64_i_rsp_reg : sve::IRspRegisterNames {
   unsigned int number = 0;  ///< 0 to 31
   unsigned int size = 3;    ///< as in `aarch64_i_reg`; a base address carries 3
 

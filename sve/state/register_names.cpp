@@ -18,23 +18,23 @@ namespace sve {
    prefix "30" suffix, last}
 // clang-format on
 
-constexpr name_table_32 i_register_names::wname = NAMES_32("w", "", "wzr");
-constexpr name_table_32 i_register_names::xname = NAMES_32("x", "", "xzr");
-constexpr name_table_32 i_rsp_register_names::wname = NAMES_32("w", "", "illegal");
-constexpr name_table_32 i_rsp_register_names::xname = NAMES_32("x", "", "sp");
+constexpr NameTable32 IRegisterNames::wname = NAMES_32("w", "", "wzr");
+constexpr NameTable32 IRegisterNames::xname = NAMES_32("x", "", "xzr");
+constexpr NameTable32 IRspRegisterNames::wname = NAMES_32("w", "", "illegal");
+constexpr NameTable32 IRspRegisterNames::xname = NAMES_32("x", "", "sp");
 
-constexpr name_table_16 p_register_names::pname = NAMES_16("p", "");
-constexpr name_table_16 p_register_names::pname_m = NAMES_16("p", "/m");
-constexpr name_table_16 p_register_names::pname_z = NAMES_16("p", "/z");
-constexpr name_table_16 p_register_names::pname_b = NAMES_16("p", ".b");
-constexpr name_table_16 p_register_names::pname_h = NAMES_16("p", ".h");
-constexpr name_table_16 p_register_names::pname_s = NAMES_16("p", ".s");
-constexpr name_table_16 p_register_names::pname_d = NAMES_16("p", ".d");
+constexpr NameTable16 PRegisterNames::pname = NAMES_16("p", "");
+constexpr NameTable16 PRegisterNames::pname_m = NAMES_16("p", "/m");
+constexpr NameTable16 PRegisterNames::pname_z = NAMES_16("p", "/z");
+constexpr NameTable16 PRegisterNames::pname_b = NAMES_16("p", ".b");
+constexpr NameTable16 PRegisterNames::pname_h = NAMES_16("p", ".h");
+constexpr NameTable16 PRegisterNames::pname_s = NAMES_16("p", ".s");
+constexpr NameTable16 PRegisterNames::pname_d = NAMES_16("p", ".d");
 
-constexpr name_table_32 z_register_names::zname = NAMES_32("z", "", "z31");
-constexpr name_table_32 z_register_names::zname_b = NAMES_32("z", ".b", "z31.b");
-constexpr name_table_32 z_register_names::zname_h = NAMES_32("z", ".h", "z31.h");
-constexpr name_table_32 z_register_names::zname_s = NAMES_32("z", ".s", "z31.s");
-constexpr name_table_32 z_register_names::zname_d = NAMES_32("z", ".d", "z31.d");
+constexpr NameTable32 ZRegisterNames::zname = NAMES_32("z", "", "z31");
+constexpr NameTable32 ZRegisterNames::zname_b = NAMES_32("z", ".b", "z31.b");
+constexpr NameTable32 ZRegisterNames::zname_h = NAMES_32("z", ".h", "z31.h");
+constexpr NameTable32 ZRegisterNames::zname_s = NAMES_32("z", ".s", "z31.s");
+constexpr NameTable32 ZRegisterNames::zname_d = NAMES_32("z", ".d", "z31.d");
 
 }  // namespace sve

@@ -44,22 +44,22 @@ constexpr auto lt = [](auto a, auto b) { return a < b; };
 // Each element against the 64-bit element that covers it, both by the routine's signedness: with the low part of the
 // wide one, and all ones in `above` or `below` where that is beyond the range of the narrow ones.
 template <class T>
-using wide_of = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
+using WideOf = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
 template <class T>
-inline constexpr wide_of<T> low = std::numeric_limits<T>::min();
+inline constexpr WideOf<T> low = std::numeric_limits<T>::min();
 template <class T>
-inline constexpr wide_of<T> high = std::numeric_limits<T>::max();
+inline constexpr WideOf<T> high = std::numeric_limits<T>::max();
 
 template <class T, class Test>
 PredV compare_wide(const PredV& p, const VectorV& a, const VectorV& b, CpuContext* ctx, Test test) {
   const auto of_units = [&](auto op) {
     return mapped_aside<std::uint64_t>(
-        ctx, [op](std::uint64_t unit) { return op(static_cast<wide_of<T>>(unit)); }, b);
+        ctx, [op](std::uint64_t unit) { return op(static_cast<WideOf<T>>(unit)); }, b);
   };
   const auto mask = [](bool condition) { return condition ? ~std::uint64_t{0} : 0; };
-  const VectorV low_part = of_units([](wide_of<T> x) { return replicated<T>(static_cast<std::uint64_t>(x)); });
-  const VectorV above = of_units([mask](wide_of<T> x) { return mask(x > high<T>); });
-  const VectorV below = of_units([mask](wide_of<T> x) { return mask(x < low<T>); });
+  const VectorV low_part = of_units([](WideOf<T> x) { return replicated<T>(static_cast<std::uint64_t>(x)); });
+  const VectorV above = of_units([mask](WideOf<T> x) { return mask(x > high<T>); });
+  const VectorV below = of_units([mask](WideOf<T> x) { return mask(x < low<T>); });
   return compare<T>(p, ctx, test, a, low_part, above, below);
 }
 
@@ -69,11 +69,11 @@ in_place::PredV compare_wide(const in_place::PredV& p, const in_place::VectorV& 
   return compare<T>(
       p, ctx,
       [test](auto x, auto units) {
-        typedef wide_of<T> Units [[gnu::vector_size(16)]];
+        typedef WideOf<T> Units [[gnu::vector_size(16)]];
         using Truth = decltype(x == x);
         const Units unit = reinterpret_cast<Units>(units);
         const auto above = unit > high<T>, below = unit < low<T>;
-        const byte_piece low_part = units_spread<T>(reinterpret_cast<byte_piece>(unit));
+        const BytePiece low_part = units_spread<T>(reinterpret_cast<BytePiece>(unit));
         return test(x, reinterpret_cast<decltype(x)>(low_part), reinterpret_cast<Truth>(above),
                     reinterpret_cast<Truth>(below));
       },

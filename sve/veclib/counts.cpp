@@ -33,19 +33,19 @@ auto plus(const Vector& a, std::uint64_t n, const Context* ctx) {
 
 // A scalar of `Width` bits by the signedness of T.
 template <class T, int Width>
-using scalar_of = std::conditional_t<std::is_signed_v<T>, std::conditional_t<Width == 32, std::int32_t, std::int64_t>,
-                                     std::conditional_t<Width == 32, std::uint32_t, std::uint64_t>>;
+using ScalarOf = std::conditional_t<std::is_signed_v<T>, std::conditional_t<Width == 32, std::int32_t, std::int64_t>,
+                                    std::conditional_t<Width == 32, std::uint32_t, std::uint64_t>>;
 
 // Saturating sum or difference of a scalar of `Width` bits; an operand's upper bits do not count. A 32-bit result fills
 // its 64-bit register by the signedness of the routine.
 template <class T, int Width>
 std::uint64_t saturating_plus(std::uint64_t x, std::uint64_t n) {
-  using Scalar = scalar_of<T, Width>;
+  using Scalar = ScalarOf<T, Width>;
   return static_cast<std::uint64_t>(saturating_sum(static_cast<Scalar>(x), static_cast<Scalar>(n)));
 }
 template <class T, int Width>
 std::uint64_t saturating_minus(std::uint64_t x, std::uint64_t n) {
-  using Scalar = scalar_of<T, Width>;
+  using Scalar = ScalarOf<T, Width>;
   return static_cast<std::uint64_t>(saturating_difference(static_cast<Scalar>(x), static_cast<Scalar>(n)));
 }
 

@@ -129,14 +129,14 @@ inline bool known_to_be_all(const in_place::PredV& p) {
 }
 
 /// A predicate in byte form, as the element loops take it: up to the length in use, and what covers it.
-struct byte_predicate {
-  explicit byte_predicate(const PredV& p, const CpuContext* context) {
+struct BytePredicate {
+  explicit BytePredicate(const PredV& p, const CpuContext* context) {
     unpack_bits(p.words, bytes, covering_count<std::uint8_t>(context));
   }
   operator const byte*() const { return bytes; }
   alignas(32) byte bytes[256];
 };
-inline byte_predicate as_bytes(const PredV& p, const CpuContext* context) { return byte_predicate(p, context); }
+inline BytePredicate as_bytes(const PredV& p, const CpuContext* context) { return BytePredicate(p, context); }
 inline const byte* as_bytes(const in_place::PredV& p, const in_place::CpuContext*) { return p.bytes; }
 
 /// The predicate whose bytes `bytes` are, up to the length in use; 0 above it.
@@ -212,8 +212,8 @@ template <class T, class Predicate, class Context, class Op, class... Sources>
 /// A vector with the element `index` of T of each 16-byte segment in all of the segment's places.
 template <class T, class Vector, class Context>
 inline VectorV segments_filled(const Vector& v, std::uint64_t index, const Context* context) {
-  const byte_piece places = byte_piece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} & byte{sizeof(T) - 1};
-  const byte_piece from = places + static_cast<byte>(index * sizeof(T));
+  const BytePiece places = BytePiece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} & byte{sizeof(T) - 1};
+  const BytePiece from = places + static_cast<byte>(index * sizeof(T));
   VectorV r;
   for (std::size_t i = 0; i < covering_count<byte>(context); i += 16)
     store_piece(r.bytes + i, __builtin_shuffle(load_piece(v.bytes + i), from));
@@ -224,7 +224,7 @@ inline VectorV segments_filled(const Vector& v, std::uint64_t index, const Conte
 template <class T>
 constexpr std::uint64_t replicated(std::uint64_t unit) {
   if constexpr (sizeof(T) < 8) {
-    unit &= static_cast<unsigned_of<T>>(~unsigned_of<T>{0});
+    unit &= static_cast<UnsignedOf<T>>(~UnsignedOf<T>{0});
     for (unsigned shift = 8 * sizeof(T); shift < 64; shift *= 2) unit |= unit << shift;
   }
   return unit;

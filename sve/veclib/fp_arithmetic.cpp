@@ -6,19 +6,19 @@ using namespace sve::veclib;
 
 namespace {
 
-constexpr on_lanes sum([](auto a, auto b, auto& s) SVE_RETURNS(FPAdd(a, b, s)));
-constexpr on_lanes subtract([](auto a, auto b, auto& s) SVE_RETURNS(FPSub(a, b, s)));
-constexpr on_lanes subtract_reversed([](auto a, auto b, auto& s) SVE_RETURNS(FPSub(b, a, s)));
-constexpr on_lanes product([](auto a, auto b, auto& s) SVE_RETURNS(FPMul(a, b, s)));
-constexpr on_lanes multiply_extended([](auto a, auto b, auto& s) SVE_RETURNS(FPMulX(a, b, s)));
-constexpr on_processor quotient([](auto a, auto b, auto& s) SVE_RETURNS(FPDiv(a, b, s)));
-constexpr on_processor quotient_reversed([](auto a, auto b, auto& s) SVE_RETURNS(FPDiv(b, a, s)));
-constexpr on_processor maximum([](auto a, auto b, auto& s) SVE_RETURNS(FPMax(a, b, s)));
-constexpr on_processor minimum([](auto a, auto b, auto& s) SVE_RETURNS(FPMin(a, b, s)));
-constexpr on_processor maximum_number([](auto a, auto b, auto& s) SVE_RETURNS(FPMaxNum(a, b, s)));
-constexpr on_processor minimum_number([](auto a, auto b, auto& s) SVE_RETURNS(FPMinNum(a, b, s)));
-constexpr on_lanes absolute_difference([](auto a, auto b, auto& s) SVE_RETURNS(magnitude_of(FPSub(a, b, s))));
-constexpr on_processor root([](auto a, auto& s) SVE_RETURNS(FPSqrt(a, s)));
+constexpr OnLanes sum([](auto a, auto b, auto& s) SVE_RETURNS(FPAdd(a, b, s)));
+constexpr OnLanes subtract([](auto a, auto b, auto& s) SVE_RETURNS(FPSub(a, b, s)));
+constexpr OnLanes subtract_reversed([](auto a, auto b, auto& s) SVE_RETURNS(FPSub(b, a, s)));
+constexpr OnLanes product([](auto a, auto b, auto& s) SVE_RETURNS(FPMul(a, b, s)));
+constexpr OnLanes multiply_extended([](auto a, auto b, auto& s) SVE_RETURNS(FPMulX(a, b, s)));
+constexpr OnProcessor quotient([](auto a, auto b, auto& s) SVE_RETURNS(FPDiv(a, b, s)));
+constexpr OnProcessor quotient_reversed([](auto a, auto b, auto& s) SVE_RETURNS(FPDiv(b, a, s)));
+constexpr OnProcessor maximum([](auto a, auto b, auto& s) SVE_RETURNS(FPMax(a, b, s)));
+constexpr OnProcessor minimum([](auto a, auto b, auto& s) SVE_RETURNS(FPMin(a, b, s)));
+constexpr OnProcessor maximum_number([](auto a, auto b, auto& s) SVE_RETURNS(FPMaxNum(a, b, s)));
+constexpr OnProcessor minimum_number([](auto a, auto b, auto& s) SVE_RETURNS(FPMinNum(a, b, s)));
+constexpr OnLanes absolute_difference([](auto a, auto b, auto& s) SVE_RETURNS(magnitude_of(FPSub(a, b, s))));
+constexpr OnProcessor root([](auto a, auto& s) SVE_RETURNS(FPSqrt(a, s)));
 
 template <class T>
 T scaled(T a, T b, FPSCR& s) {
@@ -30,34 +30,34 @@ T scaled(T a, T b, FPSCR& s) {
     return FPScale64(a, static_cast<long>(b), s);
 }
 constexpr auto scaled_by_any = [](auto a, auto b, auto& s) SVE_RETURNS(scaled(a, b, s));
-constexpr on_processor<std::remove_const_t<decltype(scaled_by_any)>, true> scale(scaled_by_any);
+constexpr OnProcessor<std::remove_const_t<decltype(scaled_by_any)>, true> scale(scaled_by_any);
 
 // Fused forms. A negated operand is negated before the call, also when it is a NaN, whose sign the result then carries.
 // In the first four a is the accumulator, in the other four a is the multiplicand and c the addend.
-constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, b, c, s)));
-constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, FPNeg(b), c, s)));
-constexpr on_lanes fnma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(a), FPNeg(b), c, s)));
-constexpr on_lanes fnms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(a), b, c, s)));
-constexpr on_lanes fmadd([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(c, a, b, s)));
-constexpr on_lanes fmsub([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(c, FPNeg(a), b, s)));
-constexpr on_lanes fnmadd([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(c), FPNeg(a), b, s)));
-constexpr on_lanes fnmsub([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(c), a, b, s)));
+constexpr OnLanes fma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, b, c, s)));
+constexpr OnLanes fms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, FPNeg(b), c, s)));
+constexpr OnLanes fnma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(a), FPNeg(b), c, s)));
+constexpr OnLanes fnms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(a), b, c, s)));
+constexpr OnLanes fmadd([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(c, a, b, s)));
+constexpr OnLanes fmsub([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(c, FPNeg(a), b, s)));
+constexpr OnLanes fnmadd([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(c), FPNeg(a), b, s)));
+constexpr OnLanes fnmsub([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(FPNeg(c), a, b, s)));
 
-constexpr on_processor reciprocal_estimate([](auto a, auto& s) SVE_RETURNS(FPRecipEstimate(a, s)));
-constexpr on_processor root_estimate([](auto a, auto& s) SVE_RETURNS(FPRSqrtEstimate(a, s)));
-constexpr on_lanes reciprocal_step([](auto a, auto b, auto& s) SVE_RETURNS(FPRecipStepFused(a, b, s)));
-constexpr on_lanes root_step([](auto a, auto b, auto& s) SVE_RETURNS(FPRSqrtStepFused(a, b, s)));
-constexpr on_lanes reciprocal_exponent([](auto a, auto& s) SVE_RETURNS(FPRecpX(a, s)));
-constexpr on_lanes trigonometric_square([](auto a, auto b, auto& s) SVE_RETURNS(FPTRISMUL(a, b, s)));
+constexpr OnProcessor reciprocal_estimate([](auto a, auto& s) SVE_RETURNS(FPRecipEstimate(a, s)));
+constexpr OnProcessor root_estimate([](auto a, auto& s) SVE_RETURNS(FPRSqrtEstimate(a, s)));
+constexpr OnLanes reciprocal_step([](auto a, auto b, auto& s) SVE_RETURNS(FPRecipStepFused(a, b, s)));
+constexpr OnLanes root_step([](auto a, auto b, auto& s) SVE_RETURNS(FPRSqrtStepFused(a, b, s)));
+constexpr OnLanes reciprocal_exponent([](auto a, auto& s) SVE_RETURNS(FPRecpX(a, s)));
+constexpr OnLanes trigonometric_square([](auto a, auto b, auto& s) SVE_RETURNS(FPTRISMUL(a, b, s)));
 
 // The constants of the one-bit immediates, by what the bit selects.
-struct constant_pair {
+struct ConstantPair {
   float clear, set;
 };
-constexpr constant_pair half_or_one{0.5f, 1.0f}, half_or_two{0.5f, 2.0f}, zero_or_one{0.0f, 1.0f};
+constexpr ConstantPair half_or_one{0.5f, 1.0f}, half_or_two{0.5f, 2.0f}, zero_or_one{0.0f, 1.0f};
 
 template <class T, class Context>
-T constant(constant_pair pair, std::uint64_t bit, Context* ctx) {
+T constant(ConstantPair pair, std::uint64_t bit, Context* ctx) {
   const float value = bit ? pair.set : pair.clear;
   const std::uint32_t single = std::bit_cast<std::uint32_t>(value);
   if constexpr (sizeof(T) == 8) {
@@ -75,7 +75,7 @@ T constant(constant_pair pair, std::uint64_t bit, Context* ctx) {
 }
 
 template <class T, class Vector, class Predicate, class Context, class Op>
-auto with_constant(const Vector& a, const Predicate& p, constant_pair pair, std::uint64_t bit, Context* ctx, Op op) {
+auto with_constant(const Vector& a, const Predicate& p, ConstantPair pair, std::uint64_t bit, Context* ctx, Op op) {
   const T value = constant<T>(pair, bit, ctx);
   return fp_unary<T>(a, p, a, ctx,
                      marked_as<Op>([ op, value ](auto x, auto& s) SVE_RETURNS(op(x, decltype(x)(value), s))));
@@ -83,7 +83,7 @@ auto with_constant(const Vector& a, const Predicate& p, constant_pair pair, std:
 
 template <class T, class Vector, class Context>
 auto trigonometric_multiply_add(const Vector& a, const Vector& b, std::uint64_t index, Context* ctx) {
-  return fp_mapped<T>(ctx, on_lanes([index](auto x, auto y, auto& s) SVE_RETURNS(FPTRIMADD(index, x, y, s))), a, b);
+  return fp_mapped<T>(ctx, OnLanes([index](auto x, auto y, auto& s) SVE_RETURNS(FPTRIMADD(index, x, y, s))), a, b);
 }
 
 template <class T, class Vector, class Context>

@@ -22,9 +22,9 @@ processor::Raised compare_by_processor(in_place::PredV& r, const in_place::PredV
 
 // The same by the library: bytes of truth, in whole vectors of lanes.
 template <class T, class Predicate, class Test, class... Sources>
-working_status compare_by_library(byte* truth, std::size_t n, const Predicate& p, FPSCR control, Test test,
-                                  const Sources*... src) {
-  working_status status(control);
+WorkingStatus compare_by_library(byte* truth, std::size_t n, const Predicate& p, FPSCR control, Test test,
+                                 const Sources*... src) {
+  WorkingStatus status(control);
   PendingElements<T> pending;
   const LaneOutcome outcome = compare_on_lanes<T>(
       truth, active_bits(p, n * sizeof(T)), n, pending,

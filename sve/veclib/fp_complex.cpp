@@ -15,10 +15,10 @@ T at(const Vector& v, std::size_t i) {
 template <class T>
 constexpr std::size_t lanes_of_segment = 16 / sizeof(T);
 
-constexpr on_lanes fma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, b, c, s)));
-constexpr on_lanes fms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, FPNeg(b), c, s)));
-constexpr on_lanes product([](auto a, auto b, auto& s) SVE_RETURNS(FPMul(a, b, s)));
-constexpr on_lanes sum([](auto a, auto b, auto& s) SVE_RETURNS(FPAdd(a, b, s)));
+constexpr OnLanes fma([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, b, c, s)));
+constexpr OnLanes fms([](auto a, auto b, auto c, auto& s) SVE_RETURNS(FPMulAdd(a, FPNeg(b), c, s)));
+constexpr OnLanes product([](auto a, auto b, auto& s) SVE_RETURNS(FPMul(a, b, s)));
+constexpr OnLanes sum([](auto a, auto b, auto& s) SVE_RETURNS(FPAdd(a, b, s)));
 
 // Elements that have a partner.
 template <class T, class Context>
@@ -41,10 +41,10 @@ auto complex_add(const Vector& a, const Predicate& p, const Vector& b, std::uint
 }
 
 // Which parts of a pair a rotation multiplies, and which products it negates, for the real and the imaginary element.
-struct rotated_product {
+struct RotatedProduct {
   bool odd_first, odd_second, negated;
 };
-constexpr rotated_product rotations[4][2] = {
+constexpr RotatedProduct rotations[4][2] = {
     {{false, false, false}, {false, true, false}},
     {{true, true, true}, {true, false, false}},
     {{false, false, true}, {false, true, true}},
@@ -60,7 +60,7 @@ auto complex_multiply_add(const Vector& acc, const Predicate& p, const Vector& n
   VectorV first, second;
   for (std::size_t pair = 0; pair < elements; pair += 2)
     for (std::size_t part = 0; part < 2; ++part) {
-      const rotated_product& chosen = rotations[rotation & 3][part];
+      const RotatedProduct& chosen = rotations[rotation & 3][part];
       const T factor = at<T>(m, m_pair(pair) + chosen.odd_second);
       store<T>(first.bytes, pair + part, at<T>(n, pair + chosen.odd_first));
       store<T>(second.bytes, pair + part, chosen.negated ? FPNeg(factor) : factor);
@@ -79,7 +79,7 @@ template <class T, class Vector, class Context>
 auto complex_mla_indexed(const Vector& n, const Vector& m, const Vector& acc, std::uint64_t rotation,
                          std::uint64_t index, Context* ctx) {
   return complex_multiply_add<T>(
-      acc, unpredicated{}, n, m,
+      acc, Unpredicated{}, n, m,
       [index](std::size_t pair) { return pair / lanes_of_segment<T> * lanes_of_segment<T> + 2 * index; }, rotation,
       ctx);
 }

@@ -12,7 +12,7 @@ namespace {
 template <class T, class Vector, class Predicate, class Context>
 auto rounded(const Vector& old, const Predicate& p, const Vector& a, Context* ctx, FPRounding rounding) {
   return fp_unary<T>(old, p, a, ctx,
-                     on_processor([rounding](auto x, auto& s) SVE_RETURNS(FPRoundInt(x, rounding, false, s))));
+                     OnProcessor([rounding](auto x, auto& s) SVE_RETURNS(FPRoundInt(x, rounding, false, s))));
 }
 
 // By the rounding of `fpcr`.
@@ -24,8 +24,8 @@ template <class T>
 T round_exactly(T x, FPSCR& s) {
   return FPRoundInt(x, rounding_of(s), true, s);
 }
-constexpr on_processor by_control([](auto x, auto& s) SVE_RETURNS(round_by_control(x, s)));
-constexpr on_processor exactly([](auto x, auto& s) SVE_RETURNS(round_exactly(x, s)));
+constexpr OnProcessor by_control([](auto x, auto& s) SVE_RETURNS(round_by_control(x, s)));
+constexpr OnProcessor exactly([](auto x, auto& s) SVE_RETURNS(round_exactly(x, s)));
 
 // ---- Conversions: the low part of each slot, by the sizes of the source and of the result ----
 
@@ -44,8 +44,8 @@ Slot from_integer(Slot x, FPSCR& s) {
 // To an integer type, towards zero; the result fills its slot by its signedness.
 template <class From, class Integer, class Slot>
 Slot to_integer(Slot x, FPSCR& s) {
-  const auto result = fplibFPToFixed<From, unsigned_of<Integer>>(static_cast<From>(x), 0, std::is_unsigned_v<Integer>,
-                                                                 FPRounding_Zero, s);
+  const auto result = fplibFPToFixed<From, UnsignedOf<Integer>>(static_cast<From>(x), 0, std::is_unsigned_v<Integer>,
+                                                                FPRounding_Zero, s);
   return static_cast<Slot>(static_cast<Integer>(result));
 }
 
@@ -55,7 +55,7 @@ Slot to_integer(Slot x, FPSCR& s) {
 template <class Slot, class From, class To, class Vector, class Predicate, class Context>
 auto converted(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
   return fp_merging_under<Slot>(old, p, ctx, without_half_controls(ctx->fpcr),
-                                on_processor([](auto x, auto& s) SVE_RETURNS(convert<From, To>(x, s))), a);
+                                OnProcessor([](auto x, auto& s) SVE_RETURNS(convert<From, To>(x, s))), a);
 }
 
 // Whether the processor has the conversions between the half format and integers, which not all have.
@@ -68,13 +68,13 @@ auto converted_where(const Vector& old, const Predicate& p, const Vector& a, Con
 template <class Slot, class Integer, class To, class Vector, class Predicate, class Context>
 auto converted_from(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
   const auto op = [](auto x, auto& s) SVE_RETURNS(from_integer<Integer, To>(x, s));
-  return converted_where<To, Slot>(old, p, a, ctx, op, on_processor<decltype(op), true>(op));
+  return converted_where<To, Slot>(old, p, a, ctx, op, OnProcessor<decltype(op), true>(op));
 }
 
 template <class Slot, class From, class Integer, class Vector, class Predicate, class Context>
 auto converted_to(const Vector& old, const Predicate& p, const Vector& a, Context* ctx) {
   const auto op = [](auto x, auto& s) SVE_RETURNS(to_integer<From, Integer>(x, s));
-  return converted_where<From, unsigned_of<Slot>>(old, p, a, ctx, op, on_processor(op));
+  return converted_where<From, UnsignedOf<Slot>>(old, p, a, ctx, op, OnProcessor(op));
 }
 
 using half = unsigned short;

@@ -24,9 +24,9 @@ inline void fold(Context* context, FPSCR working) {
 
 /// One working word for a whole loop: operations only add status bits and look at controls alone, so that folding once
 /// at the end is folding after each. With no operation executed nothing is folded.
-class working_status {
+class WorkingStatus {
  public:
-  explicit working_status(FPSCR control) : working_(control) {}
+  explicit WorkingStatus(FPSCR control) : working_(control) {}
 
   FPSCR& operator()() {
     used_ = true;
@@ -45,8 +45,8 @@ class working_status {
 };
 
 /// The status of pieces that the processor computed.
-inline working_status status_of(FPSCR control, processor::Raised raised) {
-  working_status status(control);
+inline WorkingStatus status_of(FPSCR control, processor::Raised raised) {
+  WorkingStatus status(control);
   if (raised.any_active) status() |= raised.flags;
   return status;
 }
@@ -69,8 +69,8 @@ inline auto by_library(Body body, const Arguments&... arguments) {
 /// `FPSCR&`, or with x of `processor::Piece` and their `processor::Control`. Its operands are floating-point values, or
 /// integers.
 template <class Op, bool of_integers = false>
-struct on_processor : Op {
-  explicit constexpr on_processor(Op op) : Op(op) {}
+struct OnProcessor : Op {
+  explicit constexpr OnProcessor(Op op) : Op(op) {}
   using Op::operator();
 
   template <class T>
@@ -79,36 +79,36 @@ struct on_processor : Op {
 
 /// Marks one that serves vectors of lanes, too: with x of `Lanes` and their `LaneStatus`.
 template <class Op>
-struct on_lanes : on_processor<Op> {
-  explicit constexpr on_lanes(Op op) : on_processor<Op>(op) {}
+struct OnLanes : OnProcessor<Op> {
+  explicit constexpr OnLanes(Op op) : OnProcessor<Op>(op) {}
 };
 
 template <class Op>
 inline constexpr bool runs_on_lanes = false;
 template <class Op>
-inline constexpr bool runs_on_lanes<on_lanes<Op>> = true;
+inline constexpr bool runs_on_lanes<OnLanes<Op>> = true;
 template <class Op>
 inline constexpr bool runs_on_processor = runs_on_lanes<Op>;
 template <class Op, bool of_integers>
-inline constexpr bool runs_on_processor<on_processor<Op, of_integers>> = true;
+inline constexpr bool runs_on_processor<OnProcessor<Op, of_integers>> = true;
 
 /// `adapted`, which calls an Op, with the mark of that Op.
 template <class Op, class Adapted>
 constexpr auto marked_as(Adapted adapted) {
   if constexpr (runs_on_lanes<Op>)
-    return on_lanes(adapted);
+    return OnLanes(adapted);
   else if constexpr (runs_on_processor<Op>)
-    return on_processor(adapted);
+    return OnProcessor(adapted);
   else
     return adapted;
 }
 
 /// The predicate that lets every element be active.
-struct unpredicated {};
+struct Unpredicated {};
 
 inline ActiveBits active_bits(const PredV& p, std::size_t length) { return {p.words, length}; }
 inline ActiveBits active_bits(const in_place::PredV& p, std::size_t length) { return {packed(p).words, length}; }
-inline ActiveBits active_bits(unpredicated, std::size_t length) { return {length}; }
+inline ActiveBits active_bits(Unpredicated, std::size_t length) { return {length}; }
 
 /// The same as the processor's loops take it: bytes as they are.
 template <class Predicate>
@@ -116,10 +116,10 @@ inline ActiveBits activity(const Predicate& p, std::size_t length) {
   return active_bits(p, length);
 }
 inline processor::ActiveBytes activity(const in_place::PredV& p, std::size_t) { return {p.bytes}; }
-inline processor::AllActive activity(unpredicated, std::size_t) { return {}; }
+inline processor::AllActive activity(Unpredicated, std::size_t) { return {}; }
 
 template <class T>
-bool is_active(unpredicated, std::size_t) {
+bool is_active(Unpredicated, std::size_t) {
   return true;
 }
 template <class T, class Predicate>
@@ -130,22 +130,22 @@ bool is_active(const Predicate& p, std::size_t e) {
 /// Where the library's loops may write whole vectors of lanes: at a value, and elsewhere beside a register, which takes
 /// its part afterwards.
 template <class Body>
-inline working_status library_result(const CpuContext*, byte* r, Body body) {
+inline WorkingStatus library_result(const CpuContext*, byte* r, Body body) {
   return body(r);
 }
 template <class Body>
-inline working_status library_result(const in_place::CpuContext*, byte* r, Body body) {
+inline WorkingStatus library_result(const in_place::CpuContext*, byte* r, Body body) {
   VectorV whole;
-  const working_status status = body(whole.bytes);
+  const WorkingStatus status = body(whole.bytes);
   std::memcpy(r, whole.bytes, vector_bytes);
   return status;
 }
 
 /// r[e] = active ? op(src[e]..., fpscr) : old[e] for n elements, by the library. Whole vectors of lanes are written.
 template <class T, class Predicate, class Op, class... Sources>
-inline working_status fp_merged_by_library(byte* r, std::size_t n, const byte* old, const Predicate& p, FPSCR control,
-                                           Op op, const Sources*... src) {
-  working_status status(control);
+inline WorkingStatus fp_merged_by_library(byte* r, std::size_t n, const byte* old, const Predicate& p, FPSCR control,
+                                          Op op, const Sources*... src) {
+  WorkingStatus status(control);
   const auto one = [&](std::size_t e) { return static_cast<T>(op(load<T>(src, e)..., status())); };
   if constexpr (runs_on_lanes<Op>) {
     PendingElements<T> pending;
@@ -218,7 +218,7 @@ inline auto fp_ternary(const Vector& a, const Predicate& p, const Vector& b, con
 /// The same without a predicate.
 template <class T, class Context, class Op, class Vector, class... Sources>
 inline auto fp_mapped(Context* context, Op op, const Vector& first, const Sources&... src) {
-  return fp_merged<T>(count<T>(context), first, unpredicated{}, context, context->fpcr, op, first, src...);
+  return fp_merged<T>(count<T>(context), first, Unpredicated{}, context, context->fpcr, op, first, src...);
 }
 
 }  // namespace sve::veclib

@@ -16,15 +16,15 @@ constexpr auto minimum_number = [](auto a, auto b, auto& s) SVE_RETURNS(FPMinNum
 // Elements beyond the vector, up to the next power of two, and inactive ones are the pad value, and take part in every
 // round like all others; pads raise nothing.
 template <class T>
-struct reduction {
+struct Reduction {
   T value;
-  working_status status;
+  WorkingStatus status;
 };
 
 template <class T, class Predicate, class Op>
-reduction<T> tree_by_library(const Predicate& p, const byte* a, std::size_t n, std::size_t width, FPSCR control, T pad,
+Reduction<T> tree_by_library(const Predicate& p, const byte* a, std::size_t n, std::size_t width, FPSCR control, T pad,
                              Op op) {
-  working_status status(control);
+  WorkingStatus status(control);
   T values[256 / sizeof(T)];
   for (std::size_t i = 0; i < width; ++i) values[i] = i < n && active<T>(p, i) ? load<T>(a, i) : pad;
   for (; width > 1; width /= 2)
@@ -59,8 +59,8 @@ T tree(const Predicate& p, const Vector& a, Context* ctx, T pad, Op op) {
 }
 
 template <class T, class Predicate>
-reduction<T> ordered_sum_by_library(const Predicate& p, T total, const byte* a, std::size_t n, FPSCR control) {
-  working_status status(control);
+Reduction<T> ordered_sum_by_library(const Predicate& p, T total, const byte* a, std::size_t n, FPSCR control) {
+  WorkingStatus status(control);
   for (std::size_t i = 0; i < n; ++i)
     if (active<T>(p, i)) total = FPAdd(total, load<T>(a, i), status());
   return {total, status};

@@ -13,11 +13,11 @@ inline constexpr auto uxtw = [](auto offset) { return u64{static_cast<u32>(offse
 // How each kind of access forms the address of element e.
 template <class T, class Vector>
 auto vector_plus(const Vector& v, u64 offset) {
-  return [&v, offset](std::size_t e) { return u64{load<unsigned_of<T>>(v.bytes, e)} + offset; };
+  return [&v, offset](std::size_t e) { return u64{load<UnsignedOf<T>>(v.bytes, e)} + offset; };
 }
 template <class T, class Vector, class Extend>
 auto base_plus(u64 base, const Vector& v, std::size_t scale, Extend extend) {
-  return [&v, base, scale, extend](std::size_t e) { return base + extend(load<unsigned_of<T>>(v.bytes, e)) * scale; };
+  return [&v, base, scale, extend](std::size_t e) { return base + extend(load<UnsignedOf<T>>(v.bytes, e)) * scale; };
 }
 
 // Active elements in rising order; an inactive one forms no address and becomes 0.

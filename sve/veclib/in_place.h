@@ -32,10 +32,10 @@ struct CpuContext {
 };
 
 /// The shape of a routine that no handler calls and that has no body in place.
-struct by_value {};
+struct ByValue {};
 
 namespace routine {
-#define SVE_BY_VALUE_SHAPE(name, ...) using name = by_value;
+#define SVE_BY_VALUE_SHAPE(name, ...) using name = ByValue;
 #include "sve/veclib/signatures.inc"
 #undef SVE_BY_VALUE_SHAPE
 }  // namespace routine

@@ -17,10 +17,10 @@ inline constexpr int is_unsigned = std::is_unsigned_v<T> ? 1 : 0;
 
 // A type in which sums, differences and products of elements are exact or wrap as the element does.
 template <class T>
-using calculation = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
+using Calculation = std::conditional_t<sizeof(T) == 8, std::uint64_t, std::uint32_t>;
 template <class T>
-constexpr calculation<T> wrapping(T a) {
-  return static_cast<calculation<T>>(a);
+constexpr Calculation<T> wrapping(T a) {
+  return static_cast<Calculation<T>>(a);
 }
 
 constexpr auto sum = [](auto a, auto b) { return wrapping(a) + wrapping(b); };
@@ -42,7 +42,7 @@ constexpr auto extended = [](T a) {
   if constexpr (std::is_signed_v<T>) {
     // At the element's own width, so that vectors of it stay such.
     constexpr int above = width<T> - 8 * static_cast<int>(Bytes);
-    return static_cast<T>(static_cast<T>(static_cast<unsigned_of<T>>(a) << above) >> above);
+    return static_cast<T>(static_cast<T>(static_cast<UnsignedOf<T>>(a) << above) >> above);
   } else {
     return static_cast<T>(a & T{static_cast<Low>(~Low{0})});
   }
@@ -64,7 +64,7 @@ constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
 constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
 constexpr auto absolute_difference = [](auto a, auto b) {
   using T = decltype(a);
-  using U = unsigned_of<T>;
+  using U = UnsignedOf<T>;
   if constexpr (std::is_unsigned_v<T>) return static_cast<T>(larger(a, b) - smaller(a, b));
   const U exact = static_cast<U>(static_cast<U>(a) - static_cast<U>(b)), negate = static_cast<U>(0 - U{a < b});
   return static_cast<U>((exact ^ negate) - negate);
@@ -73,8 +73,8 @@ constexpr auto high_product = [](auto a, auto b) {
   using T = decltype(a);
   if constexpr (sizeof(T) == 8) {
     return bits(ShiftRightInt(
-        static_cast<wide>(static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(a), 64, is_unsigned<T>)) *
-                          static_cast<unsigned_wide>(Int(static_cast<std::uint64_t>(b), 64, is_unsigned<T>))),
+        static_cast<wide>(static_cast<UnsignedWide>(Int(static_cast<std::uint64_t>(a), 64, is_unsigned<T>)) *
+                          static_cast<UnsignedWide>(Int(static_cast<std::uint64_t>(b), 64, is_unsigned<T>))),
         64));
   } else {
     using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
@@ -86,7 +86,7 @@ constexpr auto high_product = [](auto a, auto b) {
 
 constexpr auto negated = [](auto a) { return 0 - wrapping(a); };
 constexpr auto absolute = [](auto a) {
-  using U = unsigned_of<decltype(a)>;
+  using U = UnsignedOf<decltype(a)>;
   return a < 0 ? static_cast<U>(0 - static_cast<U>(a)) : static_cast<U>(a);
 };
 constexpr auto inverted = [](auto a) { return static_cast<decltype(a)>(~a); };

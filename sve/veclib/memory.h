@@ -8,7 +8,7 @@
 
 /// Reads 1, 2, 4 or 8 bytes at `addr`, zero-extended. With a null `fault` one plain access: a fault ends the process.
 /// With a flag the access is guarded; if it faults the flag is set and the result is 0. The flag is never cleared.
-/// Where the program may have its own action for the signals, callers hold a `guarded_reads`. `not_first` is 0 for a
+/// Where the program may have its own action for the signals, callers hold a `GuardedReads`. `not_first` is 0 for a
 /// plain load and for the first active element of a first-fault load, and has no effect.
 std::uint64_t ReadMemLib1(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);
 std::uint64_t ReadMemLib2(std::uint64_t addr, int not_first, bool* fault, CpuContext* context);

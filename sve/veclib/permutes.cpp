@@ -65,10 +65,9 @@ auto transpose(const Source& a, const Source& b, const Context* ctx, std::size_t
 template <class T, class Source>
 in_place::VectorV transpose(const Source& a, const Source& b, const in_place::CpuContext* ctx, std::size_t odd) {
   constexpr byte size = sizeof(T);
-  const byte_piece place = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-  const byte_piece in_pair = (place & static_cast<byte>(~size)) + static_cast<byte>(odd * size);
-  const byte_piece from =
-      in_pair + (reinterpret_cast<byte_piece>((place & size) != 0) & byte{16});  // the odd ones, of b
+  const BytePiece place = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const BytePiece in_pair = (place & static_cast<byte>(~size)) + static_cast<byte>(odd * size);
+  const BytePiece from = in_pair + (reinterpret_cast<BytePiece>((place & size) != 0) & byte{16});  // the odd ones, of b
   return element_wise(ctx, [&](byte* r) {
     for (std::size_t i = 0; i < vector_bytes; i += 16)
       store_piece(r + i, __builtin_shuffle(load_piece(a.bytes + i), load_piece(b.bytes + i), from));
@@ -168,7 +167,7 @@ in_place::VectorV unpacked(const in_place::PredV& a, const in_place::CpuContext*
 PredV as_predicate(const PredV& p) { return p; }
 in_place::PredV as_predicate(const in_place::VectorV& moved) {
   for (std::size_t i = 0; i < register_pieces; ++i)
-    store_piece(moved.bytes + 16 * i, load_piece(moved.bytes + 16 * i) & (byte_piece{} + byte{1}));
+    store_piece(moved.bytes + 16 * i, load_piece(moved.bytes + 16 * i) & (BytePiece{} + byte{1}));
   return {moved.bytes};
 }
 
@@ -198,7 +197,7 @@ auto looked_up(const Vector& table, const Vector& indices, const Context* ctx) {
 template <class T, class Predicate, class Vector, class Context>
 auto spliced(const Predicate& p, const Vector& a, const Vector& b, const Context* ctx) {
   return apart(ctx, [&](byte* r) {
-    const int first = lowest_of(ctx, both, p, first_bits<T>{}), last = highest_of(ctx, both, p, first_bits<T>{});
+    const int first = lowest_of(ctx, both, p, FirstBits<T>{}), last = highest_of(ctx, both, p, FirstBits<T>{});
     const std::size_t taken = first < 0 ? 0 : static_cast<std::size_t>(last - first) + sizeof(T);
     if (taken != 0) std::memcpy(r, a.bytes + first, taken);
     std::memcpy(r + taken, b.bytes, length_bytes(ctx) - taken);

@@ -119,9 +119,9 @@ constexpr auto nor = [](auto x, auto y) { return ~(x | y); };
 
 // The bits before the first active bit of q, that bit included or not; all where there is none.
 template <class Predicate, class Context>
-leading_bits before_break(const Predicate& governing, const Predicate& q, const Context* ctx, bool inclusive) {
+LeadingBits before_break(const Predicate& governing, const Predicate& q, const Context* ctx, bool inclusive) {
   const int at = lowest_of(ctx, both, governing, q);
-  return leading_bits(at < 0 ? 256 : inclusive ? at + 1 : at);
+  return LeadingBits(at < 0 ? 256 : inclusive ? at + 1 : at);
 }
 
 // Active bits up to the break.
@@ -148,14 +148,14 @@ bool bit_at_last_active(const Predicate& governing, const Predicate& q, const Co
 
 template <class Predicate, class Context>
 Predicate break_next(const Predicate& governing, const Predicate& n, const Predicate& dm, const Context* ctx) {
-  return combined(ctx, both, dm, leading_bits(bit_at_last_active(governing, n, ctx) ? 256 : 0));
+  return combined(ctx, both, dm, LeadingBits(bit_at_last_active(governing, n, ctx) ? 256 : 0));
 }
 
 template <class Predicate, class Context>
 Predicate break_previous(const Predicate& governing, const Predicate& n, const Predicate& m, const Context* ctx,
                          bool inclusive) {
   return combined(ctx, both, governing,
-                  bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : leading_bits(0));
+                  bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : LeadingBits(0));
 }
 
 template <class Predicate, class Context>
@@ -163,7 +163,7 @@ Predicate flagged_break_previous(const Predicate& governing, const Predicate& n,
                                  bool inclusive) {
   return flagged_under(
       governing, ctx, same,
-      bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : leading_bits(0));
+      bit_at_last_active(governing, n, ctx) ? before_break(governing, m, ctx, inclusive) : LeadingBits(0));
 }
 
 // The source with the first active bit of the mask set in it. The mask may be the source, which that bit is in then.
@@ -178,16 +178,16 @@ Predicate with_first_active(const Predicate& mask, const Predicate& source, cons
 // The first element active in the mask after the last active one of the source.
 template <class T, class Predicate, class Context>
 Predicate next_active(const Predicate& mask, const Predicate& source, Context* ctx) {
-  const int last = highest_of(ctx, both, source, first_bits<T>{});
+  const int last = highest_of(ctx, both, source, FirstBits<T>{});
   const int next = lowest_of(
-      ctx, [](auto m, auto starts, auto done) { return m & starts & ~done; }, mask, first_bits<T>{},
-      leading_bits(last + 1));
+      ctx, [](auto m, auto starts, auto done) { return m & starts & ~done; }, mask, FirstBits<T>{},
+      LeadingBits(last + 1));
   std::uint32_t flags = flag_z_bit | flag_c_bit;
   if (next >= 0)
-    flags = (lowest_of(ctx, both, mask, first_bits<T>{}) == next ? flag_n_bit : 0) |
-            (highest_of(ctx, both, mask, first_bits<T>{}) == next ? 0 : flag_c_bit);
+    flags = (lowest_of(ctx, both, mask, FirstBits<T>{}) == next ? flag_n_bit : 0) |
+            (highest_of(ctx, both, mask, FirstBits<T>{}) == next ? 0 : flag_c_bit);
   write_flags(ctx, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit, flags);
-  Predicate r = combined(ctx, same, leading_bits(0));
+  Predicate r = combined(ctx, same, LeadingBits(0));
   if (next >= 0) set_bit(r, static_cast<std::size_t>(next));
   return r;
 }
@@ -224,8 +224,7 @@ std::size_t true_elements(Scalar first, Scalar limit, std::size_t n, bool or_equ
     limit = static_cast<Scalar>(limit + 1);
   }
   if (first >= limit) return 0;
-  const unsigned_of<Scalar> distance =
-      static_cast<unsigned_of<Scalar>>(limit) - static_cast<unsigned_of<Scalar>>(first);
+  const UnsignedOf<Scalar> distance = static_cast<UnsignedOf<Scalar>>(limit) - static_cast<UnsignedOf<Scalar>>(first);
   return distance < n ? distance : n;
 }
 
@@ -247,7 +246,7 @@ void terminate(bool condition, Context* ctx) {
 template <class T, class Predicate, class Context>
 std::uint64_t count_both(const Predicate& p, const Predicate& q, const Context* ctx) {
   return population(
-      ctx, [](auto x, auto y, auto starts) { return x & y & starts; }, p, q, first_bits<T>{});
+      ctx, [](auto x, auto y, auto starts) { return x & y & starts; }, p, q, FirstBits<T>{});
 }
 
 // The first-fault register takes a predicate.
@@ -284,7 +283,7 @@ SVE_DEFINE_PPPP(BreakPrevAFlgPZ, flagged_break_previous(p, q, r, ctx, true), P)
 SVE_DEFINE_PPPP(BreakPrevBPZ, break_previous(p, q, r, ctx, false), P)
 SVE_DEFINE_PPPP(BreakPrevBFlgPZ, flagged_break_previous(p, q, r, ctx, false), P)
 
-SVE_DEFINE_P(False, combined(ctx, same, leading_bits(0)), P)
+SVE_DEFINE_P(False, combined(ctx, same, LeadingBits(0)), P)
 SVE_DEFINE_PPP(SetFirstActiveP, flagged(p, with_first_active(p, q, ctx), ctx), P)
 SVE_DEFINE_PPP(GenNextP, next_active<T>(p, q, ctx), P8, P16, P32, P64)
 SVE_DEFINE_PATTERN_P(TrueI, pattern_true<T>(pattern, ctx), P8, P16, P32, P64)
@@ -312,5 +311,5 @@ SVE_DEFINE_COUNT_P(SCountP, count_both<T>(p, q, ctx), UNSIGNED_TYPES)
 SVE_DEFINE_PP(ActualP, combined(ctx, both, p, ctx->ffr), P)
 SVE_DEFINE_PP(ActualFlgP, flagged_under(p, ctx, same, ctx->ffr), P)
 SVE_DEFINE_P(ReadFFSRP, combined(ctx, same, ctx->ffr), P)
-SVE_DEFINE(void, (SVE_CTX), ClearFFSR, take(ctx->ffr, combined(ctx, same, leading_bits(256))), P)
+SVE_DEFINE(void, (SVE_CTX), ClearFFSR, take(ctx->ffr, combined(ctx, same, LeadingBits(256))), P)
 SVE_DEFINE(void, (SVE_IN_P(p), SVE_CTX), WriteFFSRP, take(ctx->ffr, combined(ctx, same, p)), P)

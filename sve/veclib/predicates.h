@@ -47,24 +47,24 @@ constexpr std::uint64_t bits_below(std::size_t bits, std::size_t w) {
 // ---- Combinations of predicates, which an operation on words of bits or on pieces of bytes spells ----
 
 /// The bits below a position, and the first bits of all elements of T: sources of a combination like predicates.
-struct leading_bits {
-  explicit leading_bits(int e) : end(e < 0 ? 0u : static_cast<unsigned>(e)) {}
+struct LeadingBits {
+  explicit LeadingBits(int e) : end(e < 0 ? 0u : static_cast<unsigned>(e)) {}
   unsigned end;
 };
 template <class T>
-struct first_bits {};
+struct FirstBits {};
 
 inline std::uint64_t word_of(const PredV& p, std::size_t w) { return scalar_word(p.words[w]); }
-inline std::uint64_t word_of(leading_bits b, std::size_t w) { return bits_below(b.end, w); }
+inline std::uint64_t word_of(LeadingBits b, std::size_t w) { return bits_below(b.end, w); }
 template <class T>
-constexpr std::uint64_t word_of(first_bits<T>, std::size_t) {
+constexpr std::uint64_t word_of(FirstBits<T>, std::size_t) {
   return element_starts(sizeof(T));
 }
 
-inline byte_piece piece_of(const in_place::PredV& p, std::size_t i) { return load_piece(p.bytes + 16 * i); }
-inline byte_piece piece_of(leading_bits b, std::size_t i) { return leading_ones(b.end)(i); }
+inline BytePiece piece_of(const in_place::PredV& p, std::size_t i) { return load_piece(p.bytes + 16 * i); }
+inline BytePiece piece_of(LeadingBits b, std::size_t i) { return LeadingOnes(b.end)(i); }
 template <class T>
-inline byte_piece piece_of(first_bits<T>, std::size_t) {
+inline BytePiece piece_of(FirstBits<T>, std::size_t) {
   return piece_of_words(first_bytes(sizeof(T)));
 }
 
@@ -83,7 +83,7 @@ inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
 template <class Op, class... Sources>
 inline in_place::PredV combined(const in_place::CpuContext* context, Op op, const Sources&... src) {
   const auto piece = [&](std::size_t i) __attribute__((always_inline)) {
-    return op(piece_of(src, i)...) & (byte_piece{} + byte{1});
+    return op(piece_of(src, i)...) & (BytePiece{} + byte{1});
   };
   store_pieces(context->destination, piece);
   return {context->destination};
@@ -118,7 +118,7 @@ inline std::uint64_t population(const CpuContext* context, Op op, const Sources&
   return n;
 }
 template <class Op, class... Sources>
-inline register_bits bits_of(Op op, const Sources&... src) {
+inline RegisterBits bits_of(Op op, const Sources&... src) {
   return pack_pieces([&](std::size_t i) { return op(piece_of(src, i)...); });
 }
 template <class Op, class... Sources>
@@ -131,27 +131,27 @@ inline int highest_of(const in_place::CpuContext*, Op op, const Sources&... src)
 }
 template <class Op, class... Sources>
 inline std::uint64_t population(const in_place::CpuContext*, Op op, const Sources&... src) {
-  byte_piece sums{};
-  for (std::size_t i = 0; i < register_pieces; ++i) sums += op(piece_of(src, i)...) & (byte_piece{} + byte{1});
+  BytePiece sums{};
+  for (std::size_t i = 0; i < register_pieces; ++i) sums += op(piece_of(src, i)...) & (BytePiece{} + byte{1});
   return sum_of(sums);
 }
 
 /// The number of active elements of T.
 template <class T, class Predicate, class Context>
 inline std::uint64_t active_count(const Predicate& p, const Context* context) {
-  return population(context, both, p, first_bits<T>{});
+  return population(context, both, p, FirstBits<T>{});
 }
 /// Index of the last active element of T, or -1.
 template <class T, class Predicate, class Context>
 inline int last_active(const Predicate& p, const Context* context) {
-  const int at = highest_of(context, both, p, first_bits<T>{});
+  const int at = highest_of(context, both, p, FirstBits<T>{});
   return at < 0 ? -1 : at / static_cast<int>(sizeof(T));
 }
 
 /// The first `n` elements of T true, their first bits alone.
 template <class T>
 inline PredV leading(std::size_t n, const CpuContext* context) {
-  return combined(context, both, first_bits<T>{}, leading_bits(static_cast<int>(n * sizeof(T))));
+  return combined(context, both, FirstBits<T>{}, LeadingBits(static_cast<int>(n * sizeof(T))));
 }
 template <class T>
 inline in_place::PredV leading(std::size_t n, const in_place::CpuContext* context) {
@@ -188,7 +188,7 @@ inline void write_flags_of_all(in_place::CpuContext* context, const in_place::Pr
               (result.bytes[0] & 1u) * flag_n_bit | (any ? 0 : flag_z_bit) | (last & first_bytes(1) ? 0 : flag_c_bit));
 }
 inline void set_flags_of_all(const in_place::PredV& result, int element_bits, in_place::CpuContext* context) {
-  write_flags_of_all(context, result, element_bits, any_of(union_of(result.bytes) & (byte_piece{} + byte{1})));
+  write_flags_of_all(context, result, element_bits, any_of(union_of(result.bytes) & (BytePiece{} + byte{1})));
 }
 
 /// PredSetNZCV of the first `n` elements of T, under a mask of the first `of` elements.
@@ -210,7 +210,7 @@ void set_flags_of_some(const in_place::PredV& mask, const in_place::PredV& resul
 template <class T, class Result>
 [[gnu::always_inline]] inline in_place::PredV flagged_pieces(const in_place::PredV& p, in_place::CpuContext* context,
                                                              Result result) {
-  computed_predicate<T> computed(p.bytes, result);
+  ComputedPredicate<T> computed(p.bytes, result);
   if (computed.every_active) [[likely]] {
     write_flags(context, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit, computed.flags_of_all());
   } else {

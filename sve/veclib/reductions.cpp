@@ -12,7 +12,7 @@ namespace {
 // effect; with a vector length of 0 the start value is the result.
 template <class T, class Predicate, class Vector, class Context, class Step>
 T reduced(const Predicate& p, const Vector& a, const Context* ctx, T start, Step step) {
-  using U = unsigned_of<T>;
+  using U = UnsignedOf<T>;
   const auto predicate = as_bytes(p, ctx);
   const std::size_t n = count<T>(ctx);
   T result = start;
@@ -27,7 +27,7 @@ T reduced(const Predicate& p, const Vector& a, const Context* ctx, T start, Step
 // A sum of 64 bits, which wraps there; elements are extended by their signedness.
 template <class T, class Predicate, class Vector, class Context>
 std::uint64_t summed(const Predicate& p, const Vector& a, const Context* ctx) {
-  using U = unsigned_of<T>;
+  using U = UnsignedOf<T>;
   // The sum of a vector's elements of up to 16 bits fits 32 bits.
   using Narrow = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
   using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
@@ -60,15 +60,15 @@ constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
 constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
 
 template <class T>
-using quarter = std::conditional_t<sizeof(T) == 4, std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>,
+using Quarter = std::conditional_t<sizeof(T) == 4, std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>,
                                    std::conditional_t<std::is_signed_v<T>, std::int16_t, std::uint16_t>>;
 
 // Each lane of the accumulator plus the products of its four narrow elements with those of the same lane of the second
 // source. Wraps at the lane's width.
 template <class T, class Vector, class Second, class Context>
 auto dot(const Vector& first, const Second& second, const Vector& accumulator, const Context* ctx) {
-  using Narrow = quarter<T>;
-  using Wide = unsigned_of<T>;
+  using Narrow = Quarter<T>;
+  using Wide = UnsignedOf<T>;
   const auto one = [](T sum, T x, T y) {
     for (std::size_t k = 0; k < 4; ++k)
       sum = static_cast<T>(static_cast<Wide>(sum) +

@@ -13,16 +13,16 @@ namespace {
 template <class T>
 inline constexpr bool exceeds_element = std::is_signed_v<T> && sizeof(T) <= 2;
 template <class T>
-using exact = std::conditional_t<sizeof(T) == 1, std::int16_t, std::int32_t>;
+using Exact = std::conditional_t<sizeof(T) == 1, std::int16_t, std::int32_t>;
 
 template <class T, class Vector, class Context>
 auto add_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) {
   if constexpr (exceeds_element<T>) {
-    const auto value = static_cast<exact<T>>(imm);
+    const auto value = static_cast<Exact<T>>(imm);
     return mapped<T>(
         ctx,
         [value](T x) {
-          const auto result = static_cast<exact<T>>(x + value);
+          const auto result = static_cast<Exact<T>>(x + value);
           return static_cast<T>(result > highest<T> ? highest<T> : result);
         },
         a);
@@ -35,11 +35,11 @@ auto add_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) {
 template <class T, class Vector, class Context>
 auto subtract_immediate(const Vector& a, std::uint64_t imm, const Context* ctx) {
   if constexpr (exceeds_element<T>) {
-    const auto value = static_cast<exact<T>>(imm);
+    const auto value = static_cast<Exact<T>>(imm);
     return mapped<T>(
         ctx,
         [value](T x) {
-          const auto result = static_cast<exact<T>>(x - value);
+          const auto result = static_cast<Exact<T>>(x - value);
           return static_cast<T>(result < lowest<T> ? lowest<T> : result);
         },
         a);

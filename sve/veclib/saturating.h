@@ -24,19 +24,19 @@ constexpr T limit_beside(T a) {
 /// a + b, brought to the nearest value of their type.
 inline constexpr auto saturating_sum = [](auto a, auto b) {
   using T = decltype(a);
-  using U = unsigned_of<T>;
+  using U = UnsignedOf<T>;
   const U x = static_cast<U>(a), y = static_cast<U>(b), wrapped = static_cast<U>(x + y);
   if constexpr (std::is_unsigned_v<T>) return wrapped < x ? highest<T> : wrapped;
-  const bool overflow = static_cast<signed_of<U>>((x ^ wrapped) & (y ^ wrapped)) < 0;
+  const bool overflow = static_cast<SignedOf<U>>((x ^ wrapped) & (y ^ wrapped)) < 0;
   return overflow ? limit_beside(a) : static_cast<T>(wrapped);
 };
 /// a - b, brought to the nearest value of their type.
 inline constexpr auto saturating_difference = [](auto a, auto b) {
   using T = decltype(a);
-  using U = unsigned_of<T>;
+  using U = UnsignedOf<T>;
   const U x = static_cast<U>(a), y = static_cast<U>(b), wrapped = static_cast<U>(x - y);
   if constexpr (std::is_unsigned_v<T>) return x < y ? T{0} : wrapped;
-  const bool overflow = static_cast<signed_of<U>>((x ^ y) & (x ^ wrapped)) < 0;
+  const bool overflow = static_cast<SignedOf<U>>((x ^ y) & (x ^ wrapped)) < 0;
   return overflow ? limit_beside(a) : static_cast<T>(wrapped);
 };
 

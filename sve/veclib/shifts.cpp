@@ -29,11 +29,10 @@ constexpr auto right = SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), []
 });
 
 // The element is shifted by the other operand, read as unsigned.
-constexpr auto left_by = SVE_BY_PIECES(2, native::shifted_left<Element>(a, b), [](auto a, auto b) {
-  return left(a, static_cast<unsigned_of<decltype(b)>>(b));
-});
+constexpr auto left_by = SVE_BY_PIECES(2, native::shifted_left<Element>(a, b),
+                                       [](auto a, auto b) { return left(a, static_cast<UnsignedOf<decltype(b)>>(b)); });
 constexpr auto right_by = SVE_BY_PIECES(2, native::shifted_right<Element>(a, b), [](auto a, auto b) {
-  return right(a, static_cast<unsigned_of<decltype(b)>>(b));
+  return right(a, static_cast<UnsignedOf<decltype(b)>>(b));
 });
 constexpr auto left_reversed =
     SVE_BY_PIECES(2, native::shifted_left<Element>(b, a), [](auto a, auto b) { return left_by(b, a); });
@@ -65,10 +64,10 @@ VectorV narrowed_amounts(const Vector& wide_amounts, const Context* ctx) {
 
 // The same of a piece. Only the low byte of an amount counts, once it is in range.
 template <class T>
-byte_piece spread_amounts(byte_piece units) {
+BytePiece spread_amounts(BytePiece units) {
   typedef std::uint64_t Units [[gnu::vector_size(16)]];
   const Units wide = reinterpret_cast<Units>(units), limit = Units{} + static_cast<unsigned>(width<T>);
-  return units_spread<T>(reinterpret_cast<byte_piece>(wide < limit ? wide : limit));
+  return units_spread<T>(reinterpret_cast<BytePiece>(wide < limit ? wide : limit));
 }
 
 // The same in pieces where the operation has them, which are formed as they are needed.
@@ -76,11 +75,11 @@ template <class T, class Op>
 inline constexpr bool forms_amounts = computes_pieces<T, Op, T, T>;
 template <class Op>
 constexpr auto with_wide_amounts(Op op) {
-  const auto of_pieces = [op](auto element, byte_piece a, byte_piece units) {
+  const auto of_pieces = [op](auto element, BytePiece a, BytePiece units) {
     using T = decltype(element);
     return op.piece(element, a, spread_amounts<T>(units));
   };
-  return by_pieces(op, of_pieces);
+  return ByPieces(op, of_pieces);
 }
 template <class T, class Predicate, class Op>
 VectorV wide_merging(const VectorV& a, const Predicate& p, const VectorV& b, const CpuContext* ctx, Op op) {
@@ -141,7 +140,7 @@ constexpr auto count_leading_zeros_of = [](T a) {
 template <class T>
 constexpr auto count_leading_signs_of = [](T a) {
   if constexpr (sizeof(T) == 8) return static_cast<T>(CountLeadingSignBits(a, width<T>));
-  const T sign = static_cast<T>(static_cast<signed_of<T>>(a) >> (width<T> - 1));
+  const T sign = static_cast<T>(static_cast<SignedOf<T>>(a) >> (width<T> - 1));
   return static_cast<T>(count_leading_zeros_of<T>(static_cast<T>(a ^ sign)) - 1);
 };
 // Hosts count in vectors up to 32 bits.

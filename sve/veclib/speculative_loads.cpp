@@ -18,7 +18,7 @@ auto contiguous(u64 start) {
 template <class T, class M, class Predicate, class Context, class Address>
 auto load_guarded(const Predicate& p, Context* ctx, Address address) {
   return whole_or_nothing(ctx, [&](byte* r) {
-    const guarded_reads guard;
+    const GuardedReads guard;
     const std::size_t n = count<T>(ctx);
     std::size_t e = 0;
     for (; e < n; ++e) {
@@ -36,7 +36,7 @@ auto load_guarded(const Predicate& p, Context* ctx, Address address) {
 // The same for a contiguous span. Where all of it can be copied, the elements need no guard of their own.
 template <class T, class M, class Predicate, class Context>
 auto load_guarded_span(const Predicate& p, Context* ctx, u64 start) {
-  const guarded_reads guard;
+  const GuardedReads guard;
   const std::size_t bytes = count<T>(ctx) * sizeof(M);
   byte span[sizeof(VectorV)];
   if (bytes >= 8 && guarded_copy(span, start, bytes))

@@ -10,13 +10,13 @@
 namespace sve {
 
 using wide = __int128;
-using unsigned_wide = unsigned __int128;
+using UnsignedWide = unsigned __int128;
 
 /// A saturating result: the value, and 1 if it was saturated.
-struct saturated {
+struct Saturated {
   std::uint64_t value;
   std::uint32_t flag;
-  friend constexpr bool operator==(const saturated&, const saturated&) = default;
+  friend constexpr bool operator==(const Saturated&, const Saturated&) = default;
 };
 
 /// The low n bits set. The shift count is taken modulo 64, so ones(0) is all ones, as ones(64) is: deliberate,
@@ -55,16 +55,16 @@ constexpr std::uint64_t Min(std::uint64_t a, std::uint64_t b, int width, int is_
 constexpr std::uint64_t ShiftLeft(std::uint64_t x, std::uint64_t n, int) { return x << (n % 64); }
 
 /// Carry-less product of two 64-bit values.
-unsigned_wide PolynomialMult(std::uint64_t a, std::uint64_t b);
+UnsignedWide PolynomialMult(std::uint64_t a, std::uint64_t b);
 
 // 128-bit operations, wrapping at 128 bits.
-constexpr wide NegInt(wide x) { return static_cast<wide>(0 - static_cast<unsigned_wide>(x)); }
+constexpr wide NegInt(wide x) { return static_cast<wide>(0 - static_cast<UnsignedWide>(x)); }
 constexpr wide AbsInt(wide x) { return x < 0 ? NegInt(x) : x; }
 constexpr wide AddInt(wide a, wide b) {
-  return static_cast<wide>(static_cast<unsigned_wide>(a) + static_cast<unsigned_wide>(b));
+  return static_cast<wide>(static_cast<UnsignedWide>(a) + static_cast<UnsignedWide>(b));
 }
 constexpr wide SubInt(wide a, wide b) {
-  return static_cast<wide>(static_cast<unsigned_wide>(a) - static_cast<unsigned_wide>(b));
+  return static_cast<wide>(static_cast<UnsignedWide>(a) - static_cast<UnsignedWide>(b));
 }
 
 constexpr wide ShiftRightInt(wide x, wide n);
@@ -73,20 +73,20 @@ constexpr wide ShiftRightInt(wide x, wide n);
 /// negative amount shifts right.
 constexpr wide ShiftLeftInt(wide x, wide n) {
   if (n < 0) return ShiftRightInt(x, NegInt(n));
-  return static_cast<wide>(static_cast<unsigned_wide>(x) << static_cast<unsigned>(n > 64 ? 64 : n));
+  return static_cast<wide>(static_cast<UnsignedWide>(x) << static_cast<unsigned>(n > 64 ? 64 : n));
 }
 
 /// Arithmetic right shift with the amount clamped to 65. An amount of exactly 128 tests the two top bits of x and not
 /// one: deliberate, and seen by who links the toolkit alone, as no instruction shifts so far. A negative amount is not
 /// clamped: it counts through its low word, modulo the width.
 constexpr wide ShiftRightInt(wide x, wide n) {
-  if (n == 128) return (static_cast<unsigned_wide>(x) >> 126) == 3 ? -1 : 0;
+  if (n == 128) return (static_cast<UnsignedWide>(x) >> 126) == 3 ? -1 : 0;
   if (n > 65) n = 65;
   return x >> (static_cast<unsigned>(static_cast<std::uint64_t>(n)) & 127u);
 }
 
 /// Saturates x to `width` bits, 1 to 64. A value in range is cut to the width, not sign-extended.
-constexpr saturated SatQ(wide x, int width, int is_unsigned) {
+constexpr Saturated SatQ(wide x, int width, int is_unsigned) {
   const std::uint64_t sign = std::uint64_t{1} << (width - 1);
   if (is_unsigned != 1) {
     const wide max = static_cast<wide>(sign) - 1;
@@ -95,25 +95,25 @@ constexpr saturated SatQ(wide x, int width, int is_unsigned) {
     return {sign, 1};
   }
   if (x < 0) return {0, 1};
-  if ((static_cast<unsigned_wide>(x) >> width) == 0) return {bits(x) & ones(width), 0};
+  if ((static_cast<UnsignedWide>(x) >> width) == 0) return {bits(x) & ones(width), 0};
   return {ones(width), 1};
 }
 
 /// As SatQ for widths up to 128, but the sign bits of a negative value above the width stay.
-saturated SatQShift(wide x, int width, int is_unsigned);
+Saturated SatQShift(wide x, int width, int is_unsigned);
 /// An unsigned limit at n bits with a further test: a value far above the limit goes to 0, not to the maximum.
-saturated SatQUShift(wide x, int n);
+Saturated SatQUShift(wide x, int n);
 
 /// The sum, saturated at the width. In range it is the low 64 bits of the exact sum: for a negative signed sum the bits
 /// above the width are set, and callers store the width alone.
 constexpr std::uint64_t SatAdd(std::uint64_t a, std::uint64_t b, int width, int is_unsigned) {
   const wide sum = AddInt(Int(a, width, is_unsigned), Int(b, width, is_unsigned));
-  const saturated result = SatQ(sum, width, is_unsigned);
+  const Saturated result = SatQ(sum, width, is_unsigned);
   return result.flag ? result.value : bits(sum);
 }
 
 /// The difference, saturated at the width, with its flag.
-constexpr saturated SatSub(std::uint64_t a, std::uint64_t b, int width, int is_unsigned) {
+constexpr Saturated SatSub(std::uint64_t a, std::uint64_t b, int width, int is_unsigned) {
   return SatQ(SubInt(Int(a, width, is_unsigned), Int(b, width, is_unsigned)), width, is_unsigned);
 }
 
@@ -121,11 +121,11 @@ constexpr saturated SatSub(std::uint64_t a, std::uint64_t b, int width, int is_u
 std::uint64_t SatMult(std::uint64_t a, std::uint64_t b, int width, int is_unsigned);
 
 /// Saturating left shift.
-saturated ShiftQLeftInt(wide x, wide n, int width, int is_unsigned);
+Saturated ShiftQLeftInt(wide x, wide n, int width, int is_unsigned);
 /// Saturating left shift of an element, by the smaller of n and the width.
 std::uint64_t SatShiftLeft(std::uint64_t x, std::uint64_t n, int width, int is_unsigned);
 /// Left shift of a signed x into an unsigned range.
-saturated SatShiftLeftU(std::uint64_t x, std::uint64_t n, int width);
+Saturated SatShiftLeftU(std::uint64_t x, std::uint64_t n, int width);
 
 /// A 256-bit two's-complement integer, least significant limb first.
 struct BigInt {
@@ -134,7 +134,7 @@ struct BigInt {
 };
 BigInt toBigInt(wide x);
 BigInt AddBigInt(const BigInt& a, const BigInt& b);
-saturated SatQBigInt(const BigInt& v, int width, int is_unsigned);
+Saturated SatQBigInt(const BigInt& v, int width, int is_unsigned);
 /// Arithmetic right shift, defined for n up to 127.
 BigInt ShiftRightBigInt(const BigInt& v, int n);
 

@@ -38,7 +38,7 @@ void dr_insert_call_zorvi(void*, instrlist_t* list, instr_t* where, app_pc addre
 namespace {
 
 using fake::now;
-using lines = std::vector<std::string>;
+using Lines = std::vector<std::string>;
 
 constexpr unsigned int nop = 0xd503201f;
 constexpr unsigned int cntb_x26 = 0x0420e3fa, cntb_x27 = 0x0420e3fb, cntb_x28 = 0x0420e3fc;
@@ -67,7 +67,7 @@ class Client : public testing::Test {
       for (auto* event : now.thread_exit) event(started);
   }
 
-  void start(lines arguments = {"client"}) {
+  void start(Lines arguments = {"client"}) {
     std::vector<const char*> argv;
     for (const auto& a : arguments) argv.push_back(a.c_str());
     dr_client_main(0, static_cast<int>(argv.size()), argv.data());
@@ -96,7 +96,7 @@ class Client : public testing::Test {
   void run(fake::machine& m) {
     m.run(list, thread, [](const std::vector<opnd_t>& o) {
       emulate_instruction(static_cast<unsigned int>(o[0].value), reinterpret_cast<unsigned char*>(o[1].value),
-                          reinterpret_cast<decode_handler>(o[2].value));
+                          reinterpret_cast<DecodeHandler>(o[2].value));
     });
   }
   cpu_state& state() { return *static_cast<cpu_state*>(thread.fields.at(tls_idx)); }
@@ -111,7 +111,7 @@ class Client : public testing::Test {
 TEST_F(Client, StartsInOrder) {
   start();
   EXPECT_EQ(now.calls,
-            (lines{"dr_set_client_name Norvane SVE emulation client", "drmgr_init", "drreg_init 1 0 0 0",
+            (Lines{"dr_set_client_name Norvane SVE emulation client", "drmgr_init", "drreg_init 1 0 0 0",
                    "dr_get_main_module", "drmgr_register_thread_init_event", "drmgr_register_thread_exit_event",
                    "dr_register_exit_event", "drmgr_register_bb_app2app_event null", "drmgr_register_tls_field 1",
                    // the stacks of the run-time call
@@ -140,7 +140,7 @@ TEST_F(Client, WithoutMainModuleTheStartIsNull) {
 }
 
 TEST_F(Client, AnyArgumentAheadOfTwoDashesIsAnError) {
-  for (const lines& arguments : {lines{"client", "-fast"}, lines{"client", "word"}, lines{"client", "", "--"}}) {
+  for (const Lines& arguments : {Lines{"client", "-fast"}, Lines{"client", "word"}, Lines{"client", "", "--"}}) {
     SetUp();
     EXPECT_EQ(failure([&] { start(arguments); }), "Usage error: Unknown option: " + arguments[1] + "\n");
     EXPECT_EQ(now.calls.back(), "dr_abort");
@@ -198,7 +198,7 @@ TEST_F(Client, ThreadsHaveAStateEach) {
   now.calls.clear();
   event_thread_init(&thread);
   const std::string size = std::to_string(sizeof(cpu_state));
-  EXPECT_EQ(now.calls, lines{"dr_thread_alloc " + size});
+  EXPECT_EQ(now.calls, Lines{"dr_thread_alloc " + size});
   EXPECT_EQ(state().p[3][5], 0xa5);  // not cleared
   EXPECT_EQ(state().fpcr_extra, 0u);
   fake::thread other;
@@ -207,7 +207,7 @@ TEST_F(Client, ThreadsHaveAStateEach) {
   now.calls.clear();
   event_thread_exit(&other);
   event_thread_exit(&thread);
-  EXPECT_EQ(now.calls, (lines{"dr_thread_free " + size, "dr_thread_free " + size}));
+  EXPECT_EQ(now.calls, (Lines{"dr_thread_free " + size, "dr_thread_free " + size}));
 }
 
 TEST_F(Client, StopsInOrder) {
@@ -219,7 +219,7 @@ TEST_F(Client, StopsInOrder) {
   now.exit();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "program: 12 SVE instructions executed\nprogram: 345 Non-SVE AArch64 instructions executed\n");
-  EXPECT_EQ(now.calls, (lines{"dr_log null ffffff 1 SVE client exiting\n", "dr_free_module_data main",
+  EXPECT_EQ(now.calls, (Lines{"dr_log null ffffff 1 SVE client exiting\n", "dr_free_module_data main",
                               "drmgr_unregister_bb_app2app_event the same", "drreg_exit", "drmgr_exit"}));
 }
 
@@ -253,13 +253,13 @@ TEST_F(Client, LeavesDataForAReport) {
 }
 
 // The inserted code, written down line by line.
-lines sequence(unsigned int word, const unsigned int* at, const cpu_state* state) {
+Lines sequence(unsigned int word, const unsigned int* at, const cpu_state* state) {
   const auto number = [](auto value) { return std::to_string(value); };
   const auto field = [&](std::size_t offset, int size) { return "[x27+" + number(offset) + ":" + number(size) + "]"; };
   const auto x = [](std::size_t n) { return offsetof(cpu_state, x) + 8 * n; };
   const auto z = [](std::size_t n) { return offsetof(cpu_state, z) + sve::vector_bytes * n; };
   const std::string base = "mov x27, #" + number(reinterpret_cast<std::intptr_t>(state));
-  lines l = {"save x26, slot 2",
+  Lines l = {"save x26, slot 2",
              "save x27, slot 3",
              "get stolen x27",
              "save x27, slot 4",
@@ -290,7 +290,7 @@ TEST_F(Client, AnInstructionBecomesTheSequence) {
   start();
   start_thread();
   EXPECT_EQ(build({cntb_x26}), DR_EMIT_DEFAULT);
-  const lines expected = sequence(cntb_x26, code, &state());
+  const Lines expected = sequence(cntb_x26, code, &state());
   EXPECT_EQ(fake::texts(list), expected);
   // 7 and 14 and 32 and 6 ahead of the call; 1 and 6 and 32 and 14 and 2 and 4 behind it
   EXPECT_EQ(list.instructions.size(), 59u + 1u + 59u);
@@ -310,7 +310,7 @@ TEST_F(Client, AllElseStaysAsItIs) {
   start();
   start_thread();
   EXPECT_EQ(build({nop, cntb_x26, add_z0_z0_z1, nop}), DR_EMIT_DEFAULT);
-  lines expected = {"app d503201f"};
+  Lines expected = {"app d503201f"};
   for (const auto& l : sequence(cntb_x26, code + 1, &state())) expected.push_back(l);
   for (const auto& l : sequence(add_z0_z0_z1, code + 2, &state())) expected.push_back(l);
   expected.push_back("app d503201f");
@@ -330,9 +330,9 @@ TEST_F(Client, BlocksOfSharedLibrariesAreLeftAlone) {
   now.modules = {{reinterpret_cast<app_pc>(code), "/lib/libother.so"}};
   exe_start = reinterpret_cast<app_pc>(0x1000);
   EXPECT_EQ(build({nop, cntb_x26}), DR_EMIT_DEFAULT);
-  EXPECT_EQ(fake::texts(list), (lines{"app d503201f", "app 0420e3fa"}));
+  EXPECT_EQ(fake::texts(list), (Lines{"app d503201f", "app 0420e3fa"}));
   EXPECT_EQ(aarch64_instr_count, 0u);
-  EXPECT_EQ(now.calls, lines{"dr_free_module_data"});
+  EXPECT_EQ(now.calls, Lines{"dr_free_module_data"});
 }
 
 TEST_F(Client, TheMainModuleAndCodeOutsideOfModulesAreRewritten) {
@@ -357,7 +357,7 @@ TEST_F(Client, AnEmptyBlockReturnsAtOnce) {
 TEST_F(Client, OneNativeInstructionCountsOncePerPresentation) {
   start();
   build({nop, nop, nop});
-  EXPECT_EQ(fake::texts(list), (lines(3, "app d503201f")));
+  EXPECT_EQ(fake::texts(list), (Lines(3, "app d503201f")));
   EXPECT_EQ(aarch64_instr_count, 3u);
 }
 
@@ -374,7 +374,7 @@ void Client::run_shared_block(const char* read) {
   start();
   start_thread();
   build({cntb_x27});
-  lines expected = sequence(cntb_x27, code, &state());
+  Lines expected = sequence(cntb_x27, code, &state());
   for (auto& l : expected)
     if (l.starts_with("mov x27")) l = read;
   EXPECT_EQ(fake::texts(list), expected);
@@ -384,7 +384,7 @@ void Client::run_shared_block(const char* read) {
   fake::machine m;
   m.run(list, other_thread, [](const std::vector<opnd_t>& o) {
     emulate_instruction(static_cast<unsigned int>(o[0].value), reinterpret_cast<unsigned char*>(o[1].value),
-                        reinterpret_cast<decode_handler>(o[2].value));
+                        reinterpret_cast<DecodeHandler>(o[2].value));
   });
   EXPECT_EQ(m.x[27], 112u);
   EXPECT_EQ(m.x[26], 0u);

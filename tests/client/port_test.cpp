@@ -28,7 +28,7 @@ void port_dr_insert_call_zorvi(void* drcontext, instrlist_t* list, instr_t* wher
 namespace {
 
 using fake::now;
-using lines = std::vector<std::string>;
+using Lines = std::vector<std::string>;
 
 void callee() {}
 
@@ -43,7 +43,7 @@ class Port : public testing::TestWithParam<std::tuple<bool, bool>> {
     tls_idx = 9;
     thread.fields[9] = &state;
     sve::client::start_calls();
-    EXPECT_EQ(now.calls, (lines{"drmgr_register_tls_field 1", "dr_raw_tls_calloc 2", "drmgr_register_thread_init_event",
+    EXPECT_EQ(now.calls, (Lines{"drmgr_register_tls_field 1", "dr_raw_tls_calloc 2", "drmgr_register_thread_init_event",
                                 "drmgr_register_thread_exit_event", "drmgr_register_tls_field 2",
                                 "drmgr_register_kernel_xfer_event", "drmgr_register_thread_exit_event",
                                 "dr_register_fork_init_event"}));
@@ -70,7 +70,7 @@ TEST_P(Port, TheCallRunsOnTheThreadsStack) {
                             opnd_create_immed_int(7, OPSZ_4), opnd_create_immed_int(0x4000, OPSZ_8),
                             opnd_create_immed_int(-9, OPSZ_8));
   EXPECT_EQ(fake::texts(list),
-            (lines{"mov x0, #7", "mov x1, #16384", "mov x2, #-9", read_stack("x9"),
+            (Lines{"mov x0, #7", "mov x1, #16384", "mov x2, #-9", read_stack("x9"),
                    "mov x10, #" + std::to_string(reinterpret_cast<std::intptr_t>(callee)), "add x19, sp, #0, lsl, #0",
                    "add sp, x9, #0, lsl, #0", "blr x30, x10", "add sp, x19, #0, lsl, #0", "app d503201f"}));
   for (const instr_t* i : list.instructions)
@@ -87,14 +87,14 @@ TEST_P(Port, AnEmulatedInstructionIsCalledByItsSite) {
   const unsigned int word = 0x04210000;  // add z0.b, z0.b, z1.b
   fake::fill(list, &word, 1);
   auto* const address = reinterpret_cast<app_pc>(0x4000);
-  const decode_handler handler = is_sve(word);
+  const DecodeHandler handler = is_sve(word);
   port_dr_insert_call_zorvi(&thread, &list, list.instructions.front(), address,
                             reinterpret_cast<void*>(emulate_instruction), 3, opnd_create_immed_int(word, OPSZ_4),
                             opnd_create_immed_int(0x4000, OPSZ_8),
                             opnd_create_immed_int(reinterpret_cast<std::intptr_t>(handler), OPSZ_8));
-  const sve::client::call_site* const site = sve::client::need_call_site(word, address, handler);
+  const sve::client::CallSite* const site = sve::client::need_call_site(word, address, handler);
   const auto number = [](const auto* p) { return std::to_string(reinterpret_cast<std::intptr_t>(p)); };
-  EXPECT_EQ(fake::texts(list), (lines{"mov x0, #" + number(site), "add x1, x27, #0, lsl, #0", read_stack("x2"),
+  EXPECT_EQ(fake::texts(list), (Lines{"mov x0, #" + number(site), "add x1, x27, #0, lsl, #0", read_stack("x2"),
                                       "mov x10, #" + number(reinterpret_cast<void*>(sve::client::run_call_site)),
                                       "add x19, sp, #0, lsl, #0", "add sp, x2, #0, lsl, #0", "blr x30, x10",
                                       "add sp, x19, #0, lsl, #0", "app 04210000"}));
@@ -110,14 +110,14 @@ TEST_P(Port, EachThreadHasAStackWithAGuard) {
   auto* const end = static_cast<char*>(thread.fields.at(1));
   EXPECT_NE(end, other.fields.at(1));
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(end) % 16, 0u);
-  const std::size_t usable = 128 * 1024 - sizeof(sve::client::call_thread);
+  const std::size_t usable = 128 * 1024 - sizeof(sve::client::CallThread);
   std::memset(end - usable, 1, usable);
   EXPECT_FALSE(addr_is_readable<char>(end - usable - 1));
   now.calls.clear();
   for (auto* event : now.thread_exit) event(&other);
   for (auto* event : now.thread_exit) event(&thread);
   const std::string size = std::to_string(128 * 1024 + page_size);
-  EXPECT_EQ(now.calls, (lines{"dr_nonheap_free " + size, "dr_nonheap_free " + size}));
+  EXPECT_EQ(now.calls, (Lines{"dr_nonheap_free " + size, "dr_nonheap_free " + size}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Blocks, Port, testing::Combine(testing::Bool(), testing::Bool()), [](const auto& one) {
@@ -136,19 +136,19 @@ class Sites : public testing::Test {
     sve_instr_count = 0;
     sve::client::restart_counts(nullptr);  // sites of other tests have their counts no more
   }
-  sve::client::call_site* site(unsigned int word, decode_handler handler) {
+  sve::client::CallSite* site(unsigned int word, DecodeHandler handler) {
     return sve::client::need_call_site(word, address(), handler);
   }
-  sve::client::call_site* site(unsigned int word) { return site(word, is_sve(word)); }
+  sve::client::CallSite* site(unsigned int word) { return site(word, is_sve(word)); }
   unsigned char* address() { return reinterpret_cast<unsigned char*>(code); }
   unsigned int code[4] = {};
   fake::thread thread;
   cpu_state state{};
-  sve::client::call_thread own{sve::client::calls_between_leaving};
+  sve::client::CallThread own{sve::client::calls_between_leaving};
 };
 
 TEST_F(Sites, RunAndCount) {
-  sve::client::call_site* const add = site(0x04210000);
+  sve::client::CallSite* const add = site(0x04210000);
   EXPECT_EQ(site(0x04210000), add);
   EXPECT_NE(site(0x04220000), add);
   state.z[0][5] = 3, state.z[1][5] = 4;
@@ -172,7 +172,7 @@ TEST_F(Sites, RegistersInSlotsAreReadAndWritten) {
 
 TEST_F(Sites, AFailureIsReportedAndNotCounted) {
   testing::internal::CaptureStderr();
-  const decode_handler fails = [](cpu_state*, unsigned int) { return AARCH64_DECODE_UNDECODED; };
+  const DecodeHandler fails = [](cpu_state*, unsigned int) { return AARCH64_DECODE_UNDECODED; };
   sve::client::run_call_site(site(0x04a00000, fails), &state, &own);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("Error: failed to emulate SVE instruction 0x00000000 at PC"),
             std::string::npos);
@@ -181,7 +181,7 @@ TEST_F(Sites, AFailureIsReportedAndNotCounted) {
 }
 
 TEST_F(Sites, AForkedChildCountsFromNothing) {
-  sve::client::call_site* const add = site(0x04210000);
+  sve::client::CallSite* const add = site(0x04210000);
   sve::client::run_call_site(add, &state, &own);
   aarch64_instr_count = 5;
   sve::client::restart_counts(nullptr);
@@ -199,7 +199,7 @@ TEST_F(Sites, AThreadLeavesTheCacheNowAndThen) {
   state.nzcv = 0x60000000, state.fpcr = 0x01000000, state.fpsr = 0x10;
   for (int n = 0; n < 32; ++n) std::memset(state.z[n], n + 1, sizeof state.z[n]);
   for (int i = 1; i < 4; ++i) thread.slots[i] = 200 + i;
-  sve::client::call_site* const move = site(0x04603000);  // mov z0.d, z0.d
+  sve::client::CallSite* const move = site(0x04603000);  // mov z0.d, z0.d
   for (unsigned i = 1; i < sve::client::calls_between_leaving; ++i) sve::client::run_call_site(move, &state, &own);
   EXPECT_TRUE(now.redirections.empty());
   sve::client::run_call_site(move, &state, &own);
@@ -353,7 +353,7 @@ TEST_F(Faults, NoHandlerIsInstalled) {
 }
 
 TEST_F(Faults, GuardedReadsAnswerAndGiveTheElement) {
-  const sve::guarded_reads guard;
+  const sve::GuardedReads guard;
   page[page_size - 1] = 0x5a;
   const auto readable = [](std::uint64_t address, std::uint8_t expected) {
     std::uint8_t byte = 0xff;
@@ -392,7 +392,7 @@ TEST(GuardedCall, TheTopBitTellsMemoryInstructions) {
   int memory = 0, others = 0;
   for (const auto* map : sve::decode::maps_in_is_sve_order())
     for (const auto& row : map->rows) {
-      const bool accesses = row.function->access != sve::decode::access_kind::none;
+      const bool accesses = row.function->access != sve::decode::AccessKind::none;
       EXPECT_EQ(map->word(row.key) >> 31 != 0, accesses) << row.name;
       ++(accesses ? memory : others);
     }

@@ -11,7 +11,7 @@ namespace conformance {
 namespace {
 
 /// A named place of the machine.
-struct place {
+struct Place {
   char name[16];
   std::size_t offset, size;
   unsigned element;  ///< bytes in which it is shown
@@ -20,7 +20,7 @@ struct place {
 
 template <class Visit>
 void for_each_place(unsigned element_bytes, Visit visit) {
-  place at;
+  Place at;
   const auto show = [&](const char* format, int n, std::size_t offset, std::size_t size, unsigned element,
                         bool predicate) {
     std::snprintf(at.name, sizeof at.name, format, n);
@@ -30,25 +30,25 @@ void for_each_place(unsigned element_bytes, Visit visit) {
     at.predicate = predicate;
     visit(at);
   };
-  for (int n = 0; n < 31; ++n) show("x%d", n, offsetof(machine, x) + 8u * static_cast<unsigned>(n), 8, 8, false);
-  show("sp", 0, offsetof(machine, sp), 8, 8, false);
-  show("nzcv", 0, offsetof(machine, nzcv), 8, 8, false);
-  show("fpsr", 0, offsetof(machine, fpsr), 8, 8, false);
-  show("fpcr", 0, offsetof(machine, fpcr), 8, 8, false);
+  for (int n = 0; n < 31; ++n) show("x%d", n, offsetof(Machine, x) + 8u * static_cast<unsigned>(n), 8, 8, false);
+  show("sp", 0, offsetof(Machine, sp), 8, 8, false);
+  show("nzcv", 0, offsetof(Machine, nzcv), 8, 8, false);
+  show("fpsr", 0, offsetof(Machine, fpsr), 8, 8, false);
+  show("fpcr", 0, offsetof(Machine, fpcr), 8, 8, false);
   for (int n = 0; n < 32; ++n)
-    show("z%d", n, offsetof(machine, z) + sve::vector_bytes * static_cast<unsigned>(n), sve::vector_bytes,
+    show("z%d", n, offsetof(Machine, z) + sve::vector_bytes * static_cast<unsigned>(n), sve::vector_bytes,
          element_bytes, false);
   for (int n = 0; n < 16; ++n)
-    show("p%d", n, offsetof(machine, p) + sve::predicate_bytes * static_cast<unsigned>(n), sve::predicate_bytes, 1,
+    show("p%d", n, offsetof(Machine, p) + sve::predicate_bytes * static_cast<unsigned>(n), sve::predicate_bytes, 1,
          true);
-  show("ffr", 0, offsetof(machine, ffr), sve::predicate_bytes, 1, true);
+  show("ffr", 0, offsetof(Machine, ffr), sve::predicate_bytes, 1, true);
 }
 
-unsigned shown_bytes(const row_info& row) {
+unsigned shown_bytes(const RowInfo& row) {
   return row.element_bits >= 8 && row.element_bits <= 64 ? row.element_bits / 8 : 8;
 }
 
-const std::uint8_t* bytes_of(const machine& m) {
+const std::uint8_t* bytes_of(const Machine& m) {
   return reinterpret_cast<const std::uint8_t*>(&m);  // NOLINT: bytes
 }
 
@@ -65,8 +65,8 @@ void append(std::vector<std::uint8_t>& to, const void* from, std::size_t size) {
 
 }  // namespace
 
-std::vector<std::uint8_t> encode_change(const test_case& c, const window::contents& original,
-                                        const model_outcome& result) {
+std::vector<std::uint8_t> encode_change(const TestCase& c, const window::Contents& original,
+                                        const ModelOutcome& result) {
   std::vector<std::uint8_t> change;
   change.push_back(result.faulted);
   if (result.faulted) {
@@ -75,13 +75,13 @@ std::vector<std::uint8_t> encode_change(const test_case& c, const window::conten
   }
   const std::uint8_t *before = bytes_of(c.state), *after = bytes_of(result.state);
   std::uint8_t n = 0;
-  for_each_place(8, [&](const place& at) {
+  for_each_place(8, [&](const Place& at) {
     ++n;
     if (std::memcmp(before + at.offset, after + at.offset, at.size) == 0) return;
     change.push_back(n);
     append(change, after + at.offset, at.size);
   });
-  if (c.row->memory.stores() && !(result.faulted && c.row->memory.access == access_kind::spill))
+  if (c.row->memory.stores() && !(result.faulted && c.row->memory.access == AccessKind::spill))
     for (std::size_t i = 0; i < sizeof original.data; ++i)
       if (original.data[i] != result.memory.data[i]) {
         const std::uint16_t offset = static_cast<std::uint16_t>(i);
@@ -91,14 +91,14 @@ std::vector<std::uint8_t> encode_change(const test_case& c, const window::conten
   return change;
 }
 
-std::uint64_t hash_case(const test_case& c) {
+std::uint64_t hash_case(const TestCase& c) {
   std::uint64_t h = c.word;
   for (std::size_t i = 0; i < sizeof c.state; i += 8)
     h = (h ^ value_at(bytes_of(c.state) + i, 8)) * 0x9e3779b97f4a7c15u ^ h >> 29;
   return h;
 }
 
-std::string first_difference(const test_case& c, const outcome& expected, const outcome& actual) {
+std::string first_difference(const TestCase& c, const Outcome& expected, const Outcome& actual) {
   char text[200];
   if (expected.faulted != actual.faulted) {
     std::snprintf(text, sizeof text, "expected %s, model %s (address 0x%" PRIx64 ")",
@@ -113,7 +113,7 @@ std::string first_difference(const test_case& c, const outcome& expected, const 
     return text;
   }
   std::string found;
-  for_each_place(shown_bytes(*c.row), [&](const place& at) {
+  for_each_place(shown_bytes(*c.row), [&](const Place& at) {
     if (!found.empty()) return;
     const std::uint8_t *want = bytes_of(expected.state) + at.offset, *have = bytes_of(actual.state) + at.offset;
     if (std::memcmp(want, have, at.size) == 0) return;
@@ -135,7 +135,7 @@ std::string first_difference(const test_case& c, const outcome& expected, const 
       return;
     }
   });
-  const memory_form& m = c.row->memory;
+  const MemoryForm& m = c.row->memory;
   if (!found.empty() || !m.stores()) return found;
   const auto is_unspecified = [&expected](std::uint64_t address) {
     return address >= expected.unspecified_begin && address < expected.unspecified_end;
@@ -149,7 +149,7 @@ std::string first_difference(const test_case& c, const outcome& expected, const 
   return found;
 }
 
-std::string describe_inputs(const test_case& c) {
+std::string describe_inputs(const TestCase& c) {
   std::string text;
   char line[120];
   const auto add = [&] { text += line; };
@@ -164,10 +164,10 @@ std::string describe_inputs(const test_case& c) {
     for (unsigned i = 0; i < sve::vector_bytes; ++i) text += element_active(p, i) ? '1' : '0';
     text += '\n';
   };
-  for (const operand& o : c.row->operands) {
+  for (const Operand& o : c.row->operands) {
     const unsigned n = o.number(c.word);
     const auto once = [n](std::uint64_t& shown) { return !(shown >> n & 1) && (shown |= std::uint64_t{1} << n); };
-    if ((o.kind == role::z || o.kind == role::v) && once(shown_z)) {
+    if ((o.kind == Role::z || o.kind == Role::v) && once(shown_z)) {
       const unsigned element = shown_bytes(*c.row);
       std::snprintf(line, sizeof line, "  z%u", n);
       add();
@@ -177,9 +177,9 @@ std::string describe_inputs(const test_case& c) {
         add();
       }
       text += '\n';
-    } else if (o.kind == role::p && once(shown_p)) {
+    } else if (o.kind == Role::p && once(shown_p)) {
       bits("p", n, c.state.p[n]);
-    } else if ((o.kind == role::x || o.kind == role::x_or_sp) && n < 31 && once(shown_x)) {
+    } else if ((o.kind == Role::x || o.kind == Role::x_or_sp) && n < 31 && once(shown_x)) {
       std::snprintf(line, sizeof line, "  x%u 0x%" PRIx64 "\n", n, c.state.x[n]);
       add();
     }

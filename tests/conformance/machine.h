@@ -10,7 +10,7 @@
 namespace conformance {
 
 /// The trampolines of native.S know these offsets.
-struct alignas(16) machine {
+struct alignas(16) Machine {
   std::uint64_t x[31];
   std::uint64_t sp;
   std::uint64_t nzcv;
@@ -21,8 +21,8 @@ struct alignas(16) machine {
   std::uint8_t p[16][sve::predicate_bytes];
   std::uint8_t ffr[sve::predicate_bytes];
 };
-static_assert(offsetof(machine, z) == 288 && offsetof(machine, p) == 288 + 32 * sve::vector_bytes &&
-              offsetof(machine, ffr) == 288 + 34 * sve::vector_bytes);
+static_assert(offsetof(Machine, z) == 288 && offsetof(Machine, p) == 288 + 32 * sve::vector_bytes &&
+              offsetof(Machine, ffr) == 288 + 34 * sve::vector_bytes);
 
 inline constexpr unsigned register_31 = 31;
 
@@ -51,7 +51,7 @@ inline void narrow(const std::uint8_t* bytes, std::uint8_t (&bits)[sve::predicat
   }
 }
 
-inline void to_model(const machine& from, cpu_state& to) {
+inline void to_model(const Machine& from, cpu_state& to) {
   std::memcpy(to.x, from.x, sizeof to.x);
   to.sp = from.sp;
   to.nzcv = from.nzcv;
@@ -65,7 +65,7 @@ inline void to_model(const machine& from, cpu_state& to) {
 }
 
 /// Returns false if a predicate byte holds more than its bit 0.
-inline bool from_model(const cpu_state& from, machine& to) {
+inline bool from_model(const cpu_state& from, Machine& to) {
   std::memcpy(to.x, from.x, sizeof to.x);
   to.sp = from.sp;
   to.nzcv = from.nzcv;

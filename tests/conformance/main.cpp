@@ -27,7 +27,7 @@ constexpr int skipped = 77;  // ctest's code for a test that could not run
 constexpr unsigned states_per_word = 4, fault_period = 16;
 constexpr unsigned enough_cases = 200;  ///< for a row's coverage to be judged
 
-struct options {
+struct Options {
   unsigned cases = 200;
   std::uint64_t seed = 1;
   const char* row = nullptr;
@@ -56,25 +56,25 @@ void usage(std::FILE* to) {
 
 unsigned number(const char* text) { return static_cast<unsigned>(std::strtoul(text, nullptr, 0)); }
 
-const struct known_option {
+const struct KnownOption {
   std::string_view name;
-  void (*set)(options& o, const char* value);
+  void (*set)(Options& o, const char* value);
 } known_options[] = {
-    {"--cases", [](options& o, const char* value) { o.cases = number(value); }},
-    {"--seed", [](options& o, const char* value) { o.seed = std::strtoull(value, nullptr, 0); }},
-    {"--row", [](options& o, const char* value) { o.row = value; }},
-    {"--case", [](options& o, const char* value) { o.one_case = std::strtol(value, nullptr, 0); }},
-    {"--runs", [](options& o, const char* value) { o.runs = number(value); }},
-    {"--run", [](options& o, const char* value) { o.one_run = std::strtol(value, nullptr, 0); }},
-    {"--write", [](options& o, const char* value) { o.write = value; }},
-    {"--replay", [](options& o, const char* value) { o.replay = value; }},
+    {"--cases", [](Options& o, const char* value) { o.cases = number(value); }},
+    {"--seed", [](Options& o, const char* value) { o.seed = std::strtoull(value, nullptr, 0); }},
+    {"--row", [](Options& o, const char* value) { o.row = value; }},
+    {"--case", [](Options& o, const char* value) { o.one_case = std::strtol(value, nullptr, 0); }},
+    {"--runs", [](Options& o, const char* value) { o.runs = number(value); }},
+    {"--run", [](Options& o, const char* value) { o.one_run = std::strtol(value, nullptr, 0); }},
+    {"--write", [](Options& o, const char* value) { o.write = value; }},
+    {"--replay", [](Options& o, const char* value) { o.replay = value; }},
 };
 
-options parse(int argc, char** argv) {
-  options o;
+Options parse(int argc, char** argv) {
+  Options o;
   for (int i = 1; i < argc; i += 2) {
     const std::string_view name = argv[i];
-    const auto known = std::ranges::find(known_options, name, &known_option::name);
+    const auto known = std::ranges::find(known_options, name, &KnownOption::name);
     if (known == std::end(known_options) || i + 1 == argc) {
       usage(name == "--help" ? stdout : stderr);
       std::exit(name == "--help" ? 0 : 2);
@@ -85,45 +85,45 @@ options parse(int argc, char** argv) {
 }
 
 /// The cases of one row, all a function of the seed, the row's name and the case's number.
-class row_cases {
+class RowCases {
  public:
-  row_cases(const row_info& row, std::uint64_t seed) : row_(row), seed_(mix(seed, hash_name(row.row->name))) {
-    random_source random(seed_);
+  RowCases(const RowInfo& row, std::uint64_t seed) : row_(row), seed_(mix(seed, hash_name(row.row->name))) {
+    RandomSource random(seed_);
     make_background(random, background_);
   }
   std::uint32_t word(unsigned number) const {
-    random_source random(mix(seed_, 2 * (number / states_per_word)));
+    RandomSource random(mix(seed_, 2 * (number / states_per_word)));
     return make_word(row_, random);
   }
-  void make(unsigned number, std::uint32_t word, test_case& c) const {
+  void make(unsigned number, std::uint32_t word, TestCase& c) const {
     c.row = &row_;
     c.number = number;
     c.word = word;
     c.state = background_;
-    random_source random(mix(seed_, 2 * std::uint64_t{number} + 1));
+    RandomSource random(mix(seed_, 2 * std::uint64_t{number} + 1));
     make_state(row_, word, number, number % fault_period == fault_period / 2, random, c.state);
   }
 
  private:
-  const row_info& row_;
+  const RowInfo& row_;
   std::uint64_t seed_;
-  machine background_;
+  Machine background_;
 };
 
-struct record_header {
+struct RecordHeader {
   char magic[8] = {'s', 'v', 'e', 'c', 'o', 'n', 'f', '1'};
   std::uint64_t seed = 0;
 };
-struct record_case {
+struct RecordCase {
   std::uint64_t hash;
   std::uint32_t number, word;
   std::uint16_t row, size;
 };
 
-class run {
+class Run {
  public:
-  explicit run(const options& o) : options_(o), shared_(std::make_unique<buffers>()) {
-    random_source random(o.seed);
+  explicit Run(const Options& o) : options_(o), shared_(std::make_unique<Buffers>()) {
+    RandomSource random(o.seed);
     for (std::uint8_t& byte : shared_->original.data) byte = static_cast<std::uint8_t>(random.next() >> 32);
     window::map();
     window::fill(shared_->original);
@@ -134,7 +134,7 @@ class run {
     if (options_.one_run >= 0) return compare_runs(0, options_.seed, options_.one_run) != 0;
     if (options_.write) open_record();
     const auto begin = std::chrono::steady_clock::now();
-    for (const row_info& row : all_rows())
+    for (const RowInfo& row : all_rows())
       if (selected(row)) compare_row(row);
     if (record_) std::fclose(record_);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
@@ -149,29 +149,29 @@ class run {
       std::printf("[  SKIPPED ] no record at %s: run scripts/conformance to write one\n", options_.replay);
       return skipped;
     }
-    record_header header, expected;
+    RecordHeader header, expected;
     if (std::fread(&header, sizeof header, 1, file) != 1 || std::memcmp(header.magic, expected.magic, 8) != 0) {
       std::fprintf(stderr, "conformance: %s is no record of cases\n", options_.replay);
       return 2;
     }
     options_.seed = header.seed;
-    random_source random(header.seed);
+    RandomSource random(header.seed);
     for (std::uint8_t& byte : shared_->original.data) byte = static_cast<std::uint8_t>(random.next() >> 32);
     window::fill(shared_->original);
-    record_case entry;
+    RecordCase entry;
     std::vector<std::uint8_t> change;
     int current = -1;
-    std::unique_ptr<row_cases> cases;
+    std::unique_ptr<RowCases> cases;
     while (std::fread(&entry, sizeof entry, 1, file) == 1) {
       change.resize(entry.size);
       if (std::fread(change.data(), 1, change.size(), file) != change.size() || entry.row >= all_rows().size()) {
         std::fprintf(stderr, "conformance: %s ends in the middle of a case\n", options_.replay);
         return 2;
       }
-      const row_info& row = all_rows()[entry.row];
+      const RowInfo& row = all_rows()[entry.row];
       if (!selected(row)) continue;
       if (current != entry.row) {
-        cases = std::make_unique<row_cases>(row, options_.seed);
+        cases = std::make_unique<RowCases>(row, options_.seed);
         current = entry.row;
         ++rows_;
         failed_here_ = 0;
@@ -184,25 +184,25 @@ class run {
   }
 
  private:
-  struct buffers {
-    window::contents original;
-    test_case c;
-    outcome expected;
-    model_outcome model;
+  struct Buffers {
+    window::Contents original;
+    TestCase c;
+    Outcome expected;
+    ModelOutcome model;
   };
 
-  bool selected(const row_info& row) const {
+  bool selected(const RowInfo& row) const {
     if (!options_.row) return true;
     static const bool whole = [this] {
-      for (const row_info& r : all_rows())
+      for (const RowInfo& r : all_rows())
         if (std::strcmp(r.row->name, options_.row) == 0) return true;
       return false;
     }();
     return whole ? std::strcmp(row.row->name, options_.row) == 0 : row.name_has(options_.row);
   }
 
-  void compare_row(const row_info& row) {
-    const row_cases cases(row, options_.seed);
+  void compare_row(const RowInfo& row) {
+    const RowCases cases(row, options_.seed);
     const unsigned first = options_.one_case < 0 ? 0 : static_cast<unsigned>(options_.one_case);
     const unsigned last = options_.one_case < 0 ? options_.cases : first + 1;
     failed_here_ = 0;
@@ -230,26 +230,26 @@ class run {
   }
 
   /// A row proves nothing if it had no case, if none of its cases changed anything, or if an operand bit stood still.
-  void check_coverage(const row_info& row, std::uint32_t word) {
+  void check_coverage(const RowInfo& row, std::uint32_t word) {
     const auto lacking = [&](const char* what) { lacking_.push_back(std::string(row.row->name) + ": " + what); };
     if (!run_here_) lacking("no case");
     if (options_.one_case >= 0 || options_.cases < enough_cases) return;
-    if (!changed_here_ && row.row->model != sve::decode::kind::prefetch) lacking("no case changes anything");
+    if (!changed_here_ && row.row->model != sve::decode::Kind::prefetch) lacking("no case changes anything");
     for (unsigned bit = 0; bit < 32; ++bit) {
       const std::uint32_t mask = 1u << bit;
       if (!(row.operand_bits() & mask) || varied_here_ & mask) continue;
       bool reserved = false;
-      for (const reserved_rule& r : reserved_rules()) reserved |= r.matches(row, word ^ mask);
+      for (const ReservedRule& r : reserved_rules()) reserved |= r.matches(row, word ^ mask);
       if (!reserved) lacking(("bit " + std::to_string(bit) + " of the word never varied").c_str());
     }
   }
 
-  struct placed_word {
+  struct PlacedWord {
     std::uint32_t word;
     unsigned spare, place;
   };
 
-  void compare_case(const row_cases& cases, unsigned number, const placed_word& w) {
+  void compare_case(const RowCases& cases, unsigned number, const PlacedWord& w) {
     auto& [original, c, expected, model] = *shared_;
     cases.make(number, w.word, c);
     const bool ask = prepare_native(c);
@@ -258,7 +258,7 @@ class run {
     expected.faulted = false;
     expected.unspecified_begin = expected.unspecified_end = 0;
     if (stores) expected.memory = original;
-    native_result native;
+    NativeResult native;
     if (ask) {
       native = native_run(w.place, w.spare, expected.state);
       expected.faulted = native.faulted;
@@ -284,11 +284,11 @@ class run {
     if (record_) write_record(c, original, model);
   }
 
-  void check(const test_case& c, const outcome& expected, const model_outcome& model) {
+  void check(const TestCase& c, const Outcome& expected, const ModelOutcome& model) {
     std::string difference = first_difference(c, expected, model);
     if (difference.empty() && !model.faulted) {
       const bool stores_word =
-          c.row->row->model == sve::decode::kind::direct || c.row->row->model == sve::decode::kind::direct_fp;
+          c.row->row->model == sve::decode::Kind::direct || c.row->row->model == sve::decode::Kind::direct_fp;
       if (model.code != AARCH64_DECODE_EXECUTED)
         difference = "the handler did not answer 0";
       else if (model.instr_stored != stores_word)
@@ -300,7 +300,7 @@ class run {
     if (!difference.empty()) fail(c, difference);
   }
 
-  void fail(const test_case& c, const std::string& difference) {
+  void fail(const TestCase& c, const std::string& difference) {
     ++failures_;
     if (failed_here_++ >= options_.failures_shown) return;
     std::printf("FAIL %s case %u\n  asm 0x%08x\n  %s\n  repeat: scripts/conformance --seed %" PRIu64
@@ -315,20 +315,20 @@ class run {
       std::fprintf(stderr, "conformance: cannot write %s\n", options_.write);
       std::exit(2);
     }
-    record_header header;
+    RecordHeader header;
     header.seed = options_.seed;
     std::fwrite(&header, sizeof header, 1, record_);
   }
 
-  void write_record(const test_case& c, const window::contents& original, const model_outcome& model) {
+  void write_record(const TestCase& c, const window::Contents& original, const ModelOutcome& model) {
     const std::vector<std::uint8_t> change = encode_change(c, original, model);
-    const record_case entry = {hash_case(c), c.number, c.word, static_cast<std::uint16_t>(c.row->index),
-                               static_cast<std::uint16_t>(change.size())};
+    const RecordCase entry = {hash_case(c), c.number, c.word, static_cast<std::uint16_t>(c.row->index),
+                              static_cast<std::uint16_t>(change.size())};
     std::fwrite(&entry, sizeof entry, 1, record_);
     std::fwrite(change.data(), 1, change.size(), record_);
   }
 
-  void replay_case(const row_cases& cases, const record_case& entry, const std::vector<std::uint8_t>& change) {
+  void replay_case(const RowCases& cases, const RecordCase& entry, const std::vector<std::uint8_t>& change) {
     auto& [original, c, expected, model] = *shared_;
     cases.make(entry.number, cases.word(entry.number), c);
     prepare_native(c);
@@ -361,8 +361,8 @@ class run {
         failed = true;
       }
     };
-    for (const reserved_rule& r : reserved_rules()) rule("left out", r.name, r.fired, r.reason);
-    for (const difference_rule& r : difference_rules())
+    for (const ReservedRule& r : reserved_rules()) rule("left out", r.name, r.fired, r.reason);
+    for (const DifferenceRule& r : difference_rules())
       if (r.exists) rule("difference", r.name, r.fired, r.reason);
     std::printf("%u of %zu rows passed, %" PRIu64 " cases, %" PRIu64 " failed, seed %" PRIu64 ", %.0f cases a second\n",
                 rows_passed_, everything ? all_rows().size() : std::size_t{rows_}, cases_, failures_, options_.seed,
@@ -370,9 +370,9 @@ class run {
     return failed ? 1 : 0;
   }
 
-  options options_;
-  std::unique_ptr<buffers> shared_;
-  std::vector<placed_word> words_;
+  Options options_;
+  std::unique_ptr<Buffers> shared_;
+  std::vector<PlacedWord> words_;
   std::vector<std::string> lacking_;
   std::FILE* record_ = nullptr;
   std::uint64_t cases_ = 0, failures_ = 0, run_here_ = 0, changed_here_ = 0;
@@ -381,14 +381,14 @@ class run {
 };
 
 int conform(int argc, char** argv) {
-  const options o = parse(argc, argv);
-  if (o.replay) return run(o).replay();
+  const Options o = parse(argc, argv);
+  if (o.replay) return Run(o).replay();
   const char* why;
   if (!native_available(&why)) {
     std::printf("[  SKIPPED ] %s; scripts/conformance runs this on an emulated processor that has it\n", why);
     return skipped;
   }
-  return run(o).compare_with_processor();
+  return Run(o).compare_with_processor();
 }
 
 }  // namespace

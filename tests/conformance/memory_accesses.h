@@ -8,7 +8,7 @@
 
 namespace conformance {
 
-struct memory_access {
+struct MemoryAccess {
   std::uint64_t address;
   std::uint16_t element;         ///< of the register
   std::uint16_t predicate_byte;  ///< byte of the vector at which the element's activity is decided
@@ -20,25 +20,25 @@ struct memory_access {
   std::uint64_t first_unreadable() const;
 };
 
-struct memory_plan {
-  memory_access accesses[4 * sve::vector_bytes];  ///< in the order of execution
+struct MemoryPlan {
+  MemoryAccess accesses[4 * sve::vector_bytes];  ///< in the order of execution
   unsigned count = 0;
   std::uint64_t start = 0;  ///< of the contiguous forms
 };
 
 /// Operand numbers of a memory word.
-struct memory_operands {
+struct MemoryOperands {
   unsigned data;       ///< Zt or Pt
   unsigned governing;  ///< 16 when there is none
   unsigned base;       ///< general register, 31 the stack pointer
   unsigned index;      ///< general register, 31 the zero register
   unsigned vector;     ///< of bases or offsets
 };
-memory_operands operands_of(const row_info& row, std::uint32_t word);
+MemoryOperands operands_of(const RowInfo& row, std::uint32_t word);
 
 /// Bytes between successive values of the immediate.
-unsigned immediate_unit(const memory_form& form);
+unsigned immediate_unit(const MemoryForm& form);
 
-memory_plan plan_accesses(const row_info& row, std::uint32_t word, const machine& state);
+MemoryPlan plan_accesses(const RowInfo& row, std::uint32_t word, const Machine& state);
 
 }  // namespace conformance

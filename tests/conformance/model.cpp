@@ -25,9 +25,9 @@ void write_floating_point(std::uint64_t, std::uint64_t) {}
 
 }  // namespace
 
-void run_model(const test_case& c, model_outcome& result) {
+void run_model(const TestCase& c, ModelOutcome& result) {
   static cpu_state state;
-  static decode_handler handle;
+  static DecodeHandler handle;
   static std::uint32_t word;
   static int code;
   to_model(c.state, state);
@@ -45,7 +45,7 @@ void run_model(const test_case& c, model_outcome& result) {
   if (c.row->memory.stores()) window::save(result.memory);
 }
 
-unsigned run_sequence(const model_start& start, std::span<const std::uint32_t> words, model_end& end) {
+unsigned run_sequence(const ModelStart& start, std::span<const std::uint32_t> words, ModelEnd& end) {
   static cpu_state state;
   to_model(start.state, state);
   state.nzcv |= start.nzcv_beside_flags;

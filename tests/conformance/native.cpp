@@ -23,7 +23,7 @@ volatile sig_atomic_t in_model;
 sigjmp_buf model_fault;
 std::uint64_t fault_address;
 #if defined(__aarch64__)
-native_result* running;
+NativeResult* running;
 std::uintptr_t after_words;
 #endif
 
@@ -98,17 +98,17 @@ unsigned native_spare_register(std::span<const std::uint32_t> words) {
 
 #if defined(__aarch64__)
 
-struct block : machine {
+struct Block : Machine {
   std::uint64_t host_sp;
   std::uint64_t host_fpcr;
 };
-static_assert(sizeof(machine) % 16 == 0 && sizeof(machine) - offsetof(machine, ffr) - sizeof machine::ffr < 16);
+static_assert(sizeof(Machine) % 16 == 0 && sizeof(Machine) - offsetof(Machine, ffr) - sizeof Machine::ffr < 16);
 
 extern "C" {
-void conformance_enter_25(block*);
-void conformance_enter_26(block*);
-void conformance_enter_27(block*);
-void conformance_enter_28(block*);
+void conformance_enter_25(Block*);
+void conformance_enter_26(Block*);
+void conformance_enter_27(Block*);
+void conformance_enter_28(Block*);
 void conformance_leave_25();
 void conformance_leave_26();
 void conformance_leave_27();
@@ -117,21 +117,21 @@ void conformance_leave_28();
 
 namespace {
 
-block the_block;
+Block the_block;
 
 // A place holds the words, `ldr xN, literal` and a branch to the trampoline of xN. Static, to be within reach of a
 // branch.
-struct place {
+struct Place {
   std::uint32_t code[native_longest + 2];
 };
-struct alignas(65536) code {
-  place places[native_places];
-  block* literal;
+struct alignas(65536) Code {
+  Place places[native_places];
+  Block* literal;
 } the_code;
 unsigned words_at[native_places];
 unsigned next_place;
 
-constexpr void (*enter[spares])(block*) = {conformance_enter_25, conformance_enter_26, conformance_enter_27,
+constexpr void (*enter[spares])(Block*) = {conformance_enter_25, conformance_enter_26, conformance_enter_27,
                                            conformance_enter_28};
 void (*const leave[spares])() = {conformance_leave_25, conformance_leave_26, conformance_leave_27,
                                  conformance_leave_28};
@@ -177,15 +177,15 @@ unsigned native_place(std::span<const std::uint32_t> words, unsigned spare) {
   return n;
 }
 
-native_result native_run(unsigned n, unsigned spare, machine& state) {
-  native_result result;
-  std::memcpy(static_cast<machine*>(&the_block), &state, sizeof state);
+NativeResult native_run(unsigned n, unsigned spare, Machine& state) {
+  NativeResult result;
+  std::memcpy(static_cast<Machine*>(&the_block), &state, sizeof state);
   the_block.unused = reinterpret_cast<std::uintptr_t>(&the_code.places[n]);
   after_words = reinterpret_cast<std::uintptr_t>(&the_code.places[n].code[words_at[n]]);
   running = &result;
   enter[spare - first_spare](&the_block);
   running = nullptr;
-  std::memcpy(&state, static_cast<machine*>(&the_block), sizeof state);
+  std::memcpy(&state, static_cast<Machine*>(&the_block), sizeof state);
   state.unused = 0;
   return result;
 }
@@ -198,7 +198,7 @@ bool native_available(const char** why) {
 }
 void native_set_up() { install_handlers(); }
 unsigned native_place(std::span<const std::uint32_t>, unsigned) { return 0; }
-native_result native_run(unsigned, unsigned, machine&) { return {}; }
+NativeResult native_run(unsigned, unsigned, Machine&) { return {}; }
 
 #endif
 

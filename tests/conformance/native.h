@@ -8,7 +8,7 @@
 
 namespace conformance {
 
-struct native_result {
+struct NativeResult {
   bool faulted = false;       ///< SIGSEGV or SIGBUS: the state is that of the fault
   bool undefined = false;     ///< SIGILL
   std::uint64_t address = 0;  ///< of the fault
@@ -32,7 +32,7 @@ unsigned native_spare_register(std::span<const std::uint32_t> words);
 
 /// Loads every register from `state`, executes the words at `place`, and stores every register back. A word that faults
 /// or is none ends it.
-native_result native_run(unsigned place, unsigned spare, machine& state);
+NativeResult native_run(unsigned place, unsigned spare, Machine& state);
 
 /// Runs `body`; a memory fault in it that no guarded read recovers makes this return true, with the address.
 bool catches_fault(void (*body)(void*), void* argument, std::uint64_t* address);

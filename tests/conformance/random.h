@@ -8,9 +8,9 @@
 namespace conformance {
 
 /// SplitMix64.
-class random_source {
+class RandomSource {
  public:
-  explicit random_source(std::uint64_t seed) : state_(seed) {}
+  explicit RandomSource(std::uint64_t seed) : state_(seed) {}
 
   std::uint64_t next() {
     std::uint64_t z = state_ += 0x9e3779b97f4a7c15u;
@@ -36,7 +36,7 @@ class random_source {
 
 /// Mixes values into one seed.
 inline std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
-  return random_source(a ^ (b * 0xd6e8feb86659fd93u)).next();
+  return RandomSource(a ^ (b * 0xd6e8feb86659fd93u)).next();
 }
 
 /// A hash of a name that is the same everywhere.

@@ -6,65 +6,65 @@
 namespace conformance {
 namespace {
 
-using sve::decode::extension;
-using sve::decode::operand_role;
-using sve::decode::spelling;
+using sve::decode::Extension;
+using sve::decode::OperandRole;
+using sve::decode::Spelling;
 
-memory_form memory_of(const sve::decode::row& row) {
-  memory_form m;
-  const sve::decode::instruction_function& f = *row.function;
+MemoryForm memory_of(const sve::decode::Row& row) {
+  MemoryForm m;
+  const sve::decode::InstructionFunction& f = *row.function;
   if (!f.is_memory()) return m;
   m.row = &row;
   m.access = f.access;
   m.sign_extends = f.sign_extends;
-  m.predicate_register = row.operands()[0].kind == role::p;
+  m.predicate_register = row.operands()[0].kind == Role::p;
   m.registers = f.registers;
   m.memory_bytes = f.memory_bytes;
   m.element_bytes = static_cast<std::uint8_t>(row.element_bytes() ? row.element_bytes() : 1);
-  m.address = static_cast<address_form>(row.form->address);
-  const operand* offset = row.find(operand_role::offset);
-  if (row.form->address == sve::decode::address_form::vector_immediate) {
-    m.extension = m.element_bytes == 4 ? offset_extension::zero_32 : offset_extension::none;
-  } else if (row.form->address == sve::decode::address_form::base_vector) {
-    if (offset->shift != 0) m.address = address_form::base_vector_scaled;
-    m.extension = offset->extends == extension::sxtw   ? offset_extension::sign_32
-                  : offset->extends == extension::uxtw ? offset_extension::zero_32
-                                                       : offset_extension::none;
+  m.address = static_cast<AddressForm>(row.form->address);
+  const Operand* offset = row.find(OperandRole::offset);
+  if (row.form->address == sve::decode::AddressForm::vector_immediate) {
+    m.extension = m.element_bytes == 4 ? OffsetExtension::zero_32 : OffsetExtension::none;
+  } else if (row.form->address == sve::decode::AddressForm::base_vector) {
+    if (offset->shift != 0) m.address = AddressForm::base_vector_scaled;
+    m.extension = offset->extends == Extension::sxtw   ? OffsetExtension::sign_32
+                  : offset->extends == Extension::uxtw ? OffsetExtension::zero_32
+                                                       : OffsetExtension::none;
   }
   return m;
 }
 
-std::vector<row_info> collect() {
-  std::vector<row_info> rows;
-  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
-    for (const sve::decode::row& row : map->rows)
+std::vector<RowInfo> collect() {
+  std::vector<RowInfo> rows;
+  for (const sve::decode::Map* map : sve::decode::maps_in_is_sve_order())
+    for (const sve::decode::Row& row : map->rows)
       rows.push_back(
           {map, &row, static_cast<int>(rows.size()), row.operands(), row.element_bytes() * 8, memory_of(row)});
   return rows;
 }
 
-bool has_immediate(const row_info& row, spelling spelled) {
-  return std::ranges::any_of(row.row->operands(), [=](const operand& o) { return o.spelled == spelled; });
+bool has_immediate(const RowInfo& row, Spelling spelled) {
+  return std::ranges::any_of(row.row->operands(), [=](const Operand& o) { return o.spelled == spelled; });
 }
 
 }  // namespace
 
-int memory_form::imm(std::uint32_t word) const {
-  const operand* offset = row->find(operand_role::offset);
+int MemoryForm::imm(std::uint32_t word) const {
+  const Operand* offset = row->find(OperandRole::offset);
   return offset && !offset->is_register() ? static_cast<int>(offset->value(word)) : 0;
 }
 
-const operand* row_info::find(role kind, unsigned low) const {
-  for (const operand& o : operands)
+const Operand* RowInfo::find(Role kind, unsigned low) const {
+  for (const Operand& o : operands)
     if (o.kind == kind && o.low == low) return &o;
   return nullptr;
 }
 
-bool has_shifted_immediate(const row_info& row) { return has_immediate(row, spelling::shifted); }
-bool is_logical_immediate(const row_info& row) { return has_immediate(row, spelling::logical); }
+bool has_shifted_immediate(const RowInfo& row) { return has_immediate(row, Spelling::shifted); }
+bool is_logical_immediate(const RowInfo& row) { return has_immediate(row, Spelling::logical); }
 
-std::span<const row_info> all_rows() {
-  static const std::vector<row_info> rows = collect();
+std::span<const RowInfo> all_rows() {
+  static const std::vector<RowInfo> rows = collect();
   return rows;
 }
 

@@ -10,7 +10,7 @@
 namespace conformance {
 namespace {
 
-enum rule_index {
+enum RuleIndex {
   shifted_8_bit,
   reserved_logical,
   index_31,
@@ -29,7 +29,7 @@ enum rule_index {
 // Where a predicate takes more than one word and half of it is no whole number of them, but for powers of two.
 constexpr bool emulator_unzips_wrongly = sve::vector_bytes > 64 && !std::has_single_bit(sve::vector_bytes);
 
-difference_rule rules[rule_count] = {
+DifferenceRule rules[rule_count] = {
     {"shifted-8-bit-immediate",
      "the processor reserves an 8-bit element's immediate that is shifted left by 8; here its value is 0, so the "
      "processor is asked with the immediate 0",
@@ -82,24 +82,24 @@ difference_rule rules[rule_count] = {
      0, emulator_unzips_wrongly},
 };
 
-void fire(rule_index r) { ++rules[r].fired; }
+void fire(RuleIndex r) { ++rules[r].fired; }
 
-bool speculative(const memory_form& m) {
-  return m.access == access_kind::first_fault || m.access == access_kind::non_fault;
+bool speculative(const MemoryForm& m) {
+  return m.access == AccessKind::first_fault || m.access == AccessKind::non_fault;
 }
-bool contiguous(const memory_form& m) {
-  return m.address == address_form::base_immediate || m.address == address_form::base_index;
+bool contiguous(const MemoryForm& m) {
+  return m.address == AddressForm::base_immediate || m.address == AddressForm::base_index;
 }
 
-bool any_unreadable(const memory_plan& plan, unsigned bytes) {
+bool any_unreadable(const MemoryPlan& plan, unsigned bytes) {
   for (unsigned i = 0; i < plan.count; ++i)
     if (plan.accesses[i].active && !plan.accesses[i].readable(bytes)) return true;
   return false;
 }
 /// Whether an element, or a structure of several, lies on both sides of a readable page's end.
-bool any_straddles(const memory_plan& plan, const memory_form& m) {
+bool any_straddles(const MemoryPlan& plan, const MemoryForm& m) {
   for (unsigned i = 0; i < plan.count; i += m.registers) {
-    const memory_access &first = plan.accesses[i], &last = plan.accesses[i + m.registers - 1];
+    const MemoryAccess &first = plan.accesses[i], &last = plan.accesses[i + m.registers - 1];
     if (first.active && window::readable(first.address) != window::readable(last.address + m.memory_bytes - 1))
       return true;
   }
@@ -107,25 +107,25 @@ bool any_straddles(const memory_plan& plan, const memory_form& m) {
 }
 
 /// The element at an address of the window's original contents, extended to 64 bits.
-std::uint64_t memory_element(const window::contents& memory, std::uint64_t address, const memory_form& m) {
+std::uint64_t memory_element(const window::Contents& memory, std::uint64_t address, const MemoryForm& m) {
   std::uint64_t value = 0;
   for (unsigned i = 0; i < m.memory_bytes; ++i)
-    value |= std::uint64_t{const_cast<window::contents&>(memory).at(address + i)} << (8 * i);
+    value |= std::uint64_t{const_cast<window::Contents&>(memory).at(address + i)} << (8 * i);
   const unsigned unused = 64 - 8u * m.memory_bytes;
   if (m.sign_extends) value = static_cast<std::uint64_t>(static_cast<std::int64_t>(value << unused) >> unused);
   return value;
 }
 
 /// Index register 31 of a contiguous access or prefetch, other than a first-fault load.
-bool reserved_index(const row_info& row, std::uint32_t word) {
-  return row.row->form->address == sve::decode::address_form::base_index && (word >> 16 & 31) == register_31 &&
-         row.memory.access != access_kind::first_fault;
+bool reserved_index(const RowInfo& row, std::uint32_t word) {
+  return row.row->form->address == sve::decode::AddressForm::base_index && (word >> 16 & 31) == register_31 &&
+         row.memory.access != AccessKind::first_fault;
 }
-bool reserved_shift(const row_info& row, std::uint32_t word) {
+bool reserved_shift(const RowInfo& row, std::uint32_t word) {
   return row.element_bits == 8 && has_shifted_immediate(row) && (word >> 13 & 1);
 }
 /// Whether the ones of a logical immediate fill its element.
-bool reserved_logical_immediate(const row_info& row, std::uint32_t word) {
+bool reserved_logical_immediate(const RowInfo& row, std::uint32_t word) {
   if (!is_logical_immediate(row)) return false;
   const std::uint32_t imms = word >> 5 & 63;
   if (word >> 17 & 1) return imms == 63;
@@ -139,16 +139,16 @@ unsigned unnamed_register(std::uint32_t word) {
   return n;
 }
 
-bool same_state(const machine& a, const machine& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool same_state(const Machine& a, const Machine& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // ---- First-fault and non-fault loads ----
 
-struct speculative_load {
-  const memory_form& m;
-  const memory_plan plan;
-  const window::contents& memory;
+struct SpeculativeLoad {
+  const MemoryForm& m;
+  const MemoryPlan plan;
+  const window::Contents& memory;
   std::uint8_t* destination;
-  outcome& expected;
+  Outcome& expected;
 
   void put(unsigned e, std::uint64_t value) { std::memcpy(destination + e * m.element_bytes, &value, m.element_bytes); }
   void mark(unsigned e) {
@@ -156,7 +156,7 @@ struct speculative_load {
   }
   /// A plain read of element e; false when it faults.
   bool read(unsigned e) {
-    const memory_access& a = plan.accesses[e];
+    const MemoryAccess& a = plan.accesses[e];
     if (!a.readable(m.memory_bytes)) {
       expected.faulted = true;
       expected.fault_address = a.first_unreadable();
@@ -187,7 +187,7 @@ struct speculative_load {
     bool page_readable = window::readable(plan.start);
     std::uint64_t last = plan.start % window::page;
     for (unsigned e = 0; e < m.elements(); ++e) {
-      const memory_access& a = plan.accesses[e];
+      const MemoryAccess& a = plan.accesses[e];
       if (!a.active) {
         put(e, 0);
         continue;
@@ -206,7 +206,7 @@ struct speculative_load {
   void guarded() {
     bool fault = false;
     for (unsigned e = 0; e < m.elements(); ++e) {
-      const memory_access& a = plan.accesses[e];
+      const MemoryAccess& a = plan.accesses[e];
       if (a.active && !fault) fault = !a.readable(m.memory_bytes);
       put(e, a.active && !fault ? memory_element(memory, a.address, m) : 0);
       if (fault) mark(e);
@@ -214,18 +214,18 @@ struct speculative_load {
   }
 };
 
-void expect_speculative(const test_case& c, bool native_ran, const window::contents& memory, outcome& expected) {
-  const row_info& row = *c.row;
-  const memory_form& m = row.memory;
-  outcome defined;
+void expect_speculative(const TestCase& c, bool native_ran, const window::Contents& memory, Outcome& expected) {
+  const RowInfo& row = *c.row;
+  const MemoryForm& m = row.memory;
+  Outcome defined;
   defined.state = c.state;
-  speculative_load load{m, plan_accesses(row, c.word, c.state), memory, defined.state.z[operands_of(row, c.word).data],
-                        defined};
-  rule_index mechanism = guarded_first_fault;
-  if (m.access == access_kind::non_fault) {
+  SpeculativeLoad load{m, plan_accesses(row, c.word, c.state), memory, defined.state.z[operands_of(row, c.word).data],
+                       defined};
+  RuleIndex mechanism = guarded_first_fault;
+  if (m.access == AccessKind::non_fault) {
     mechanism = probe_non_fault;
     load.non_fault();
-  } else if (row.row->model == sve::decode::kind::direct) {
+  } else if (row.row->model == sve::decode::Kind::direct) {
     mechanism = probe_first_fault;
     load.page_probe();
   } else {
@@ -248,8 +248,8 @@ void expect_speculative(const test_case& c, bool native_ran, const window::conte
 
 /// A whole register moves in pieces, of which those below the one that faults are done. Byte `at` is the first that
 /// cannot be touched.
-void expect_whole_register(const test_case& c, const memory_plan& plan, unsigned at, outcome& expected) {
-  const memory_form& m = c.row->memory;
+void expect_whole_register(const TestCase& c, const MemoryPlan& plan, unsigned at, Outcome& expected) {
+  const MemoryForm& m = c.row->memory;
   const unsigned data = operands_of(*c.row, c.word).data, piece = m.predicate_register ? 8 : 16;
   const unsigned done = at / piece * piece;
   if (!m.stores()) {
@@ -264,30 +264,30 @@ void expect_whole_register(const test_case& c, const memory_plan& plan, unsigned
   expected.unspecified_end = plan.start + at;
 }
 
-void expect_plain_fault(const test_case& c, bool native_ran, const memory_plan& plan, const window::contents& original,
-                        outcome& expected) {
-  const memory_form& m = c.row->memory;
-  const outcome native = expected;
+void expect_plain_fault(const TestCase& c, bool native_ran, const MemoryPlan& plan, const window::Contents& original,
+                        Outcome& expected) {
+  const MemoryForm& m = c.row->memory;
+  const Outcome native = expected;
   expected.state = c.state;
   expected.memory = original;
   expected.faulted = true;
   const unsigned bytes = c.row->memory.memory_bytes;
-  const memory_operands o = operands_of(*c.row, c.word);
-  const bool vector_form = m.address != address_form::base_immediate && m.address != address_form::base_index;
-  const bool loads_in_place = !m.stores() && !m.predicate_register && c.row->row->model == sve::decode::kind::direct &&
-                              !(vector_form && o.data == o.vector);
+  const MemoryOperands o = operands_of(*c.row, c.word);
+  const bool VectorForm = m.address != AddressForm::base_immediate && m.address != AddressForm::base_index;
+  const bool loads_in_place = !m.stores() && !m.predicate_register && c.row->row->model == sve::decode::Kind::direct &&
+                              !(VectorForm && o.data == o.vector);
   for (unsigned i = 0; i < plan.count; ++i) {
-    const memory_access& a = plan.accesses[i];
+    const MemoryAccess& a = plan.accesses[i];
     std::uint8_t* element = expected.state.z[(o.data + a.register_offset) % 32] + a.element * m.element_bytes;
     if (a.active && !a.readable(bytes)) {
       expected.fault_address = a.first_unreadable();
-      if (m.access == access_kind::fill || m.access == access_kind::spill) expect_whole_register(c, plan, i, expected);
+      if (m.access == AccessKind::fill || m.access == AccessKind::spill) expect_whole_register(c, plan, i, expected);
       break;
     }
     if (loads_in_place) {
       const std::uint64_t value = a.active ? memory_element(original, a.address, m) : 0;
       std::memcpy(element, &value, m.element_bytes);
-    } else if (m.access == access_kind::store && a.active) {
+    } else if (m.access == AccessKind::store && a.active) {
       for (unsigned b = 0; b < bytes; ++b) expected.memory.at(a.address + b) = element[b];
     }
   }
@@ -303,7 +303,7 @@ void expect_plain_fault(const test_case& c, bool native_ran, const memory_plan& 
 
 // ---- Immediates ----
 
-void expect_reserved_logical(const test_case& c, outcome& expected) {
+void expect_reserved_logical(const TestCase& c, Outcome& expected) {
   const bool empty = c.word >> 17 & 1;
   const std::string_view operation = c.row->row->mnemonic();
   expected.state = c.state;
@@ -324,10 +324,10 @@ void expect_reserved_logical(const test_case& c, outcome& expected) {
 
 // ---- Predicates ----
 
-void expect_unzip(const test_case& c, unsigned part, outcome& expected) {
+void expect_unzip(const TestCase& c, unsigned part, Outcome& expected) {
   const unsigned group = c.row->element_bits / 8, n = static_cast<unsigned>(sve::vector_bytes) / group;
   const std::uint8_t* sources[] = {c.state.p[c.word >> 5 & 15], c.state.p[c.word >> 16 & 15]};
-  machine defined = c.state;
+  Machine defined = c.state;
   for (unsigned e = 0; e < n; ++e) {
     const unsigned from = 2 * e + part;
     for (unsigned i = 0; i < group; ++i)
@@ -348,17 +348,17 @@ void expect_unzip(const test_case& c, unsigned part, outcome& expected) {
 
 }  // namespace
 
-std::span<difference_rule> difference_rules() { return rules; }
+std::span<DifferenceRule> difference_rules() { return rules; }
 
-std::uint32_t native_word(const row_info& row, std::uint32_t word) {
+std::uint32_t native_word(const RowInfo& row, std::uint32_t word) {
   if (reserved_shift(row, word)) return word & ~(0x1ffu << 5);
   if (!reserved_index(row, word)) return word;
   return (word & ~(31u << 16)) | unnamed_register(word) << 16;
 }
 
-bool prepare_native(test_case& c) {
-  const row_info& row = *c.row;
-  const memory_form& m = row.memory;
+bool prepare_native(TestCase& c) {
+  const RowInfo& row = *c.row;
+  const MemoryForm& m = row.memory;
   if (reserved_index(row, c.word)) {
     c.state.x[unnamed_register(c.word)] = 0;
     fire(index_31);
@@ -366,7 +366,7 @@ bool prepare_native(test_case& c) {
   if (reserved_shift(row, c.word)) fire(shifted_8_bit);
   if (reserved_logical_immediate(row, c.word)) return false;
   if (!m.is_memory()) return true;
-  const memory_plan plan = plan_accesses(row, c.word, c.state);
+  const MemoryPlan plan = plan_accesses(row, c.word, c.state);
   if (!speculative(m)) return !any_straddles(plan, m);
   if (any_unreadable(plan, m.memory_bytes)) return false;
   if (!contiguous(m)) return true;
@@ -374,15 +374,15 @@ bool prepare_native(test_case& c) {
   return plan.accesses[0].active && plan.start / window::page == last / window::page;
 }
 
-void apply_rules(const test_case& c, bool native_ran, const window::contents& original, outcome& expected) {
-  const row_info& row = *c.row;
-  const memory_form& m = row.memory;
+void apply_rules(const TestCase& c, bool native_ran, const window::Contents& original, Outcome& expected) {
+  const RowInfo& row = *c.row;
+  const MemoryForm& m = row.memory;
   if (m.is_memory()) {
     if (speculative(m)) {
       expect_speculative(c, native_ran, original, expected);
       return;
     }
-    const memory_plan plan = plan_accesses(row, c.word, c.state);
+    const MemoryPlan plan = plan_accesses(row, c.word, c.state);
     if (any_unreadable(plan, m.memory_bytes)) expect_plain_fault(c, native_ran, plan, original, expected);
   } else if (emulator_unzips_wrongly && row.unzips_predicates()) {
     expect_unzip(c, row.row->mnemonic() == "uzp2", expected);

@@ -15,7 +15,7 @@ constexpr u64 ones(unsigned n) { return n >= 64 ? ~u64{0} : (u64{1} << n) - 1; }
 
 // ---- Values of one element ----
 
-u64 edge_integer(unsigned bits, random_source& random) {
+u64 edge_integer(unsigned bits, RandomSource& random) {
   const u64 sign = u64{1} << (bits - 1);
   switch (random.below(12)) {
     case 0:
@@ -45,7 +45,7 @@ u64 edge_integer(unsigned bits, random_source& random) {
   }
 }
 
-struct format {
+struct Format {
   unsigned exponent_bits, fraction_bits;
   unsigned bits() const { return 1 + exponent_bits + fraction_bits; }
   u64 top() const { return ones(exponent_bits); }
@@ -56,11 +56,11 @@ struct format {
   }
 };
 
-constexpr format format_of(unsigned bits) {
-  return bits == 16 ? format{5, 10} : bits == 32 ? format{8, 23} : format{11, 52};
+constexpr Format format_of(unsigned bits) {
+  return bits == 16 ? Format{5, 10} : bits == 32 ? Format{8, 23} : Format{11, 52};
 }
 
-u64 edge_fraction(const format& f, random_source& random) {
+u64 edge_fraction(const Format& f, RandomSource& random) {
   switch (random.below(5)) {
     case 0:
       return random.below(4);
@@ -75,8 +75,8 @@ u64 edge_fraction(const format& f, random_source& random) {
 
 // Every draw is a statement of its own: the order of draws within an expression is the compiler's choice, and the cases
 // must be the same on every machine.
-u64 special_float(unsigned bits, random_source& random) {
-  const format f = format_of(bits);
+u64 special_float(unsigned bits, RandomSource& random) {
+  const Format f = format_of(bits);
   const u64 last = f.top() - 1, quiet = u64{1} << (f.fraction_bits - 1);
   const u64 fraction = edge_fraction(f, random);  // its set bits at the ends, where rounding happens
   const u64 draw = random.next();
@@ -125,8 +125,8 @@ u64 special_float(unsigned bits, random_source& random) {
   }
 }
 
-u64 moderate_float(unsigned bits, random_source& random) {
-  const format f = format_of(bits);
+u64 moderate_float(unsigned bits, RandomSource& random) {
+  const Format f = format_of(bits);
   const u64 draw = random.next();
   return f.make(draw >> 63, f.bias() - 4 + (draw >> 55 & 0xff) % 9, draw);
 }
@@ -145,7 +145,7 @@ void fill(std::uint8_t* z, unsigned bits, Value value) {
   for (unsigned i = 0; i < sve::vector_bytes * 8 / bits; ++i) put(z, bits, i, value());
 }
 
-void fill_vector(const row_info& row, random_source& random, std::uint8_t* z) {
+void fill_vector(const RowInfo& row, RandomSource& random, std::uint8_t* z) {
   constexpr unsigned widths[] = {8, 16, 32, 64};
   unsigned bits =
       row.element_bits >= 8 && row.element_bits <= 64 && random.chance(70) ? row.element_bits : random.pick(widths);
@@ -169,7 +169,7 @@ void fill_vector(const row_info& row, random_source& random, std::uint8_t* z) {
 }
 
 /// Makes `z` close to `other`: equal, neighbouring or opposite elements, for compares and cancellation.
-void relate(const row_info& row, random_source& random, const std::uint8_t* other, std::uint8_t* z) {
+void relate(const RowInfo& row, RandomSource& random, const std::uint8_t* other, std::uint8_t* z) {
   const unsigned bits = row.element_bits >= 8 && row.element_bits <= 64 ? row.element_bits : 8;
   for (unsigned i = 0; i < sve::vector_bytes * 8 / bits; ++i) {
     const u64 value = get(other, bits, i);
@@ -195,7 +195,7 @@ void relate(const row_info& row, random_source& random, const std::uint8_t* othe
 
 // ---- Predicates ----
 
-void fill_predicate(const row_info& row, random_source& random, std::uint8_t* p) {
+void fill_predicate(const RowInfo& row, RandomSource& random, std::uint8_t* p) {
   const unsigned named = row.element_bits >= 8 && row.element_bits <= 64 ? row.element_bits / 8 : 1;
   const unsigned step = random.chance(80) ? named : 1u << random.below(4);
   const unsigned elements = static_cast<unsigned>(sve::vector_bytes) / step;
@@ -247,7 +247,7 @@ void fill_predicate(const row_info& row, random_source& random, std::uint8_t* p)
 
 // ---- General registers ----
 
-u64 general_value(random_source& random) {
+u64 general_value(RandomSource& random) {
   switch (random.below(6)) {
     case 0:
       return edge_integer(64, random);
@@ -266,9 +266,9 @@ u64 general_value(random_source& random) {
   }
 }
 
-void relate_scalars(const row_info& row, std::uint32_t word, random_source& random, machine& state) {
-  const operand* n = row.find(role::x, 5);
-  const operand* m = row.find(role::x, 16);
+void relate_scalars(const RowInfo& row, std::uint32_t word, RandomSource& random, Machine& state) {
+  const Operand* n = row.find(Role::x, 5);
+  const Operand* m = row.find(Role::x, 16);
   if (!n || !m || !random.chance(70)) return;
   const unsigned to = m->number(word), from = n->number(word);
   if (to == register_31) return;
@@ -280,7 +280,7 @@ void relate_scalars(const row_info& row, std::uint32_t word, random_source& rand
 // ---- Memory ----
 
 /// An address for a span of bytes: inside pages, at their ends and across them.
-u64 pick_address(random_source& random, unsigned span, unsigned alignment) {
+u64 pick_address(RandomSource& random, unsigned span, unsigned alignment) {
   using namespace window;
   const u64 p1 = address_of_page(1), p2 = address_of_page(2), p3 = address_of_page(3), p4 = address_of_page(4),
             p5 = address_of_page(5);
@@ -322,17 +322,17 @@ u64 pick_address(random_source& random, unsigned span, unsigned alignment) {
   return address;
 }
 
-void place_contiguous(const row_info& row, std::uint32_t word, random_source& random, machine& state) {
-  const memory_form& m = row.memory;
-  const memory_operands o = operands_of(row, word);
-  const bool whole = m.access == access_kind::fill || m.access == access_kind::spill;
-  const unsigned span = whole                                         ? immediate_unit(m)
-                        : m.access == access_kind::replicate          ? m.memory_bytes
-                        : m.access == access_kind::replicate_quadword ? 16
-                                                                      : m.elements() * m.registers * m.memory_bytes;
+void place_contiguous(const RowInfo& row, std::uint32_t word, RandomSource& random, Machine& state) {
+  const MemoryForm& m = row.memory;
+  const MemoryOperands o = operands_of(row, word);
+  const bool whole = m.access == AccessKind::fill || m.access == AccessKind::spill;
+  const unsigned span = whole                                        ? immediate_unit(m)
+                        : m.access == AccessKind::replicate          ? m.memory_bytes
+                        : m.access == AccessKind::replicate_quadword ? 16
+                                                                     : m.elements() * m.registers * m.memory_bytes;
   const u64 target = pick_address(random, span, m.memory_bytes);
   u64& base = o.base == register_31 ? state.sp : state.x[o.base];
-  if (m.address == address_form::base_immediate) {
+  if (m.address == AddressForm::base_immediate) {
     base = target - static_cast<u64>(static_cast<std::int64_t>(m.imm(word)) * immediate_unit(m));
   } else if (o.index == register_31) {
     base = target;
@@ -345,19 +345,19 @@ void place_contiguous(const row_info& row, std::uint32_t word, random_source& ra
   }
 }
 
-void place_elements(const row_info& row, std::uint32_t word, random_source& random, machine& state) {
-  const memory_form& m = row.memory;
-  const memory_operands o = operands_of(row, word);
+void place_elements(const RowInfo& row, std::uint32_t word, RandomSource& random, Machine& state) {
+  const MemoryForm& m = row.memory;
+  const MemoryOperands o = operands_of(row, word);
   const u64 immediate = static_cast<u64>(m.imm(word)) * m.memory_bytes;
-  const unsigned scale = m.address == address_form::base_vector_scaled ? m.memory_bytes : 1;
+  const unsigned scale = m.address == AddressForm::base_vector_scaled ? m.memory_bytes : 1;
   u64 base = 0;
-  if (m.address != address_form::vector_immediate) {
+  if (m.address != AddressForm::vector_immediate) {
     // The middle of the offsets' range lies at random in what a signed or unsigned word, or a doubleword, can reach.
     u64 bias = random.below(2 * window::page);
-    if (m.extension == offset_extension::zero_32 && random.chance(60)) bias = random.next() & 0xfffeffff;
-    if (m.extension == offset_extension::sign_32 && random.chance(60))
+    if (m.extension == OffsetExtension::zero_32 && random.chance(60)) bias = random.next() & 0xfffeffff;
+    if (m.extension == OffsetExtension::sign_32 && random.chance(60))
       bias = static_cast<u64>(static_cast<std::int64_t>(static_cast<std::int32_t>(random.next())) / 2);
-    if (m.extension == offset_extension::none && random.chance(60)) bias = random.next();
+    if (m.extension == OffsetExtension::none && random.chance(60)) bias = random.next();
     base = window::address_of_page(0) - bias * scale;
     (o.base == register_31 ? state.sp : state.x[o.base]) = base;
   }
@@ -365,18 +365,18 @@ void place_elements(const row_info& row, std::uint32_t word, random_source& rand
   for (unsigned e = 0; e < m.elements(); ++e) {
     u64 target = pick_address(random, together ? 2 * m.memory_bytes : 24, m.memory_bytes);
     if (together) target = window::address_of_page(2) + random.below(3 * m.memory_bytes);
-    u64 offset = (target - base - (m.address == address_form::vector_immediate ? immediate : 0)) / scale;
+    u64 offset = (target - base - (m.address == AddressForm::vector_immediate ? immediate : 0)) / scale;
     if (scale > 1) offset = static_cast<u64>(static_cast<std::int64_t>(target - base) / static_cast<int>(scale));
-    if (m.element_bytes == 8 && m.extension != offset_extension::none)
+    if (m.element_bytes == 8 && m.extension != OffsetExtension::none)
       offset = (offset & 0xffffffff) | random.next() << 32;  // junk above the word that counts
     put(state.z[o.vector], m.element_bytes * 8u, e, offset);
   }
 }
 
-void place_memory(const row_info& row, std::uint32_t word, bool faults, random_source& random, machine& state) {
-  const memory_form& m = row.memory;
-  const bool contiguous = m.address == address_form::base_immediate || m.address == address_form::base_index;
-  const bool speculative = m.access == access_kind::first_fault || m.access == access_kind::non_fault;
+void place_memory(const RowInfo& row, std::uint32_t word, bool faults, RandomSource& random, Machine& state) {
+  const MemoryForm& m = row.memory;
+  const bool contiguous = m.address == AddressForm::base_immediate || m.address == AddressForm::base_index;
+  const bool speculative = m.access == AccessKind::first_fault || m.access == AccessKind::non_fault;
   for (;;) {
     if (contiguous)
       place_contiguous(row, word, random, state);
@@ -384,11 +384,11 @@ void place_memory(const row_info& row, std::uint32_t word, bool faults, random_s
       place_elements(row, word, random, state);
     if (speculative || faults) return;
     // Without a governing predicate every byte counts; otherwise elements that cannot be touched are made inactive.
-    const memory_operands o = operands_of(row, word);
-    const memory_plan plan = plan_accesses(row, word, state);
+    const MemoryOperands o = operands_of(row, word);
+    const MemoryPlan plan = plan_accesses(row, word, state);
     bool touchable = true;
     for (unsigned i = 0; i < plan.count; ++i) {
-      const memory_access& a = plan.accesses[i];
+      const MemoryAccess& a = plan.accesses[i];
       if (!a.active || a.readable(m.memory_bytes)) continue;
       if (o.governing == 16)
         touchable = false;
@@ -409,7 +409,7 @@ u64 control_word(unsigned n) {
 
 }  // namespace
 
-void make_background(random_source& random, machine& state) {
+void make_background(RandomSource& random, Machine& state) {
   state = {};
   for (u64& x : state.x) x = random.next();
   state.sp = random.next();
@@ -418,25 +418,25 @@ void make_background(random_source& random, machine& state) {
     for (auto& byte : p) byte = static_cast<std::uint8_t>(random.next());
 }
 
-void make_state(const row_info& row, std::uint32_t word, unsigned number, bool faults, random_source& random,
-                machine& state) {
-  const operand* first = nullptr;
-  for (const operand& o : row.operands) {
+void make_state(const RowInfo& row, std::uint32_t word, unsigned number, bool faults, RandomSource& random,
+                Machine& state) {
+  const Operand* first = nullptr;
+  for (const Operand& o : row.operands) {
     const std::uint32_t n = o.number(word);
     switch (o.kind) {
-      case role::z:
-      case role::v:
+      case Role::z:
+      case Role::v:
         for (unsigned k = 0; k < row.memory.registers; ++k) fill_vector(row, random, state.z[(n + k) % 32]);
         if (first && random.chance(25)) relate(row, random, state.z[first->number(word)], state.z[n]);
         first = &o;
         break;
-      case role::p:
+      case Role::p:
         fill_predicate(row, random, state.p[n]);
         break;
-      case role::x:
+      case Role::x:
         if (n != register_31) state.x[n] = general_value(random);
         break;
-      case role::x_or_sp:
+      case Role::x_or_sp:
         (n == register_31 ? state.sp : state.x[n]) = general_value(random);
         break;
       default:

@@ -31,12 +31,12 @@ void map() {
     if (page_readable[n]) mprotect(host(address_of_page(n)), page, PROT_READ | PROT_WRITE);
 }
 
-void fill(const contents& from) {
+void fill(const Contents& from) {
   std::memcpy(host(address_of_page(1)), from.data, 2 * page);
   std::memcpy(host(address_of_page(4)), from.data + 2 * page, page);
 }
 
-void save(contents& to) {
+void save(Contents& to) {
   std::memcpy(to.data, host(address_of_page(1)), 2 * page);
   std::memcpy(to.data + 2 * page, host(address_of_page(4)), page);
 }

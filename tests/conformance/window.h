@@ -22,7 +22,7 @@ inline bool readable(std::uint64_t address) {
   return address >= base && n < pages && page_readable[n];
 }
 
-struct contents {
+struct Contents {
   std::uint8_t data[bytes];
 
   std::uint8_t& at(std::uint64_t address) {
@@ -34,7 +34,7 @@ struct contents {
 
 /// Maps the window; ends the program with a message when the place is taken.
 void map();
-void fill(const contents& from);
-void save(contents& to);
+void fill(const Contents& from);
+void save(Contents& to);
 
 }  // namespace conformance::window

@@ -10,15 +10,15 @@
 namespace conformance {
 
 /// Operand combinations that the encoding reserves, so that there is nothing to compare with.
-struct reserved_rule {
+struct ReservedRule {
   const char* name;
   const char* reason;
-  bool (*matches)(const row_info&, std::uint32_t word);
+  bool (*matches)(const RowInfo&, std::uint32_t word);
   std::uint64_t fired;
 };
-std::span<reserved_rule> reserved_rules();
+std::span<ReservedRule> reserved_rules();
 
 /// A word of the row that no reserved rule matches.
-std::uint32_t make_word(const row_info& row, random_source& random);
+std::uint32_t make_word(const RowInfo& row, RandomSource& random);
 
 }  // namespace conformance

@@ -13,10 +13,10 @@
 
 namespace {
 
-using sve::decode::operand;
-using sve::decode::operand_role;
-using sve::decode::row;
-using sve::decode::spelling;
+using sve::decode::Operand;
+using sve::decode::OperandRole;
+using sve::decode::Row;
+using sve::decode::Spelling;
 
 std::string text_of(std::uint32_t word) {
   char buffer[sve::decode::max_text];
@@ -27,13 +27,13 @@ std::string text_of(std::uint32_t word) {
 
 /// Whether the encoding reserves the word though its row takes it: an index register 31 where none may be, a shifted
 /// immediate of bytes, a logical immediate whose ones fill their element.
-bool is_reserved(const row& r, std::uint32_t word) {
-  for (const operand& o : r.operands()) {
-    if (o.role == operand_role::offset && o.kind == sve::decode::operand_kind::x && o.number(word) == 31 &&
-        r.function->access != sve::decode::access_kind::first_fault)
+bool is_reserved(const Row& r, std::uint32_t word) {
+  for (const Operand& o : r.operands()) {
+    if (o.role == OperandRole::offset && o.kind == sve::decode::OperandKind::x && o.number(word) == 31 &&
+        r.function->access != sve::decode::AccessKind::first_fault)
       return true;
-    if (o.spelled == spelling::shifted && r.element_bytes() == 1 && (word >> 13 & 1)) return true;
-    if (o.spelled == spelling::logical) {
+    if (o.spelled == Spelling::shifted && r.element_bytes() == 1 && (word >> 13 & 1)) return true;
+    if (o.spelled == Spelling::logical) {
       const std::uint64_t value = static_cast<std::uint64_t>(o.value(word));
       if (value == 0 || value == ~std::uint64_t{0}) return true;
     }
@@ -46,17 +46,17 @@ TEST(Assembler, EveryRowsWordsReadAsTheDisassemblerSays) {
   if (std::system((std::string("command -v ") + tool + " >/dev/null").c_str()) != 0)
     GTEST_SKIP() << "no " << tool << " on this machine (Debian: binutils-aarch64-linux-gnu)";
   constexpr int settings = 200;
-  std::vector<const row*> rows;
+  std::vector<const Row*> rows;
   std::vector<std::uint32_t> words;
   std::mt19937 random(1);
-  for (const sve::decode::map* m : sve::decode::maps_in_is_sve_order())
-    for (const row& r : m->rows)
+  for (const sve::decode::Map* m : sve::decode::maps_in_is_sve_order())
+    for (const Row& r : m->rows)
       for (int i = 0; i < settings; ++i) {
         std::uint32_t word = m->word(r.key);
         if (i != 0) word |= static_cast<std::uint32_t>(random()) & ~m->fixed_bits;
         // Equal registers are what aliases are made of.
         if (i % 4 == 1)
-          for (const operand& o : r.operands())
+          for (const Operand& o : r.operands())
             if (o.is_register() && (~m->fixed_bits & o.with(0, 31))) word = o.with(word, words.back() >> 5 & 7);
         if (is_reserved(r, word)) continue;
         rows.push_back(&r);
@@ -71,7 +71,7 @@ TEST(Assembler, EveryRowsWordsReadAsTheDisassemblerSays) {
   ASSERT_NE(listing, nullptr);
   char line[512];
   std::size_t n = 0;
-  const row* failed = nullptr;
+  const Row* failed = nullptr;
   while (std::fgets(line, sizeof line, listing)) {
     unsigned offset, word;
     int at = 0;

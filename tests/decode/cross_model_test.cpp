@@ -27,8 +27,8 @@ std::map<std::string_view, handler>& other_homes() {
 
 /// One operand's value, fetched from the state.
 template <class Operand>
-struct fetched {
-  fetched(const cpu_state* state, word_t word) { Operand::load(value, state, word); }  // NOLINT
+struct Fetched {
+  Fetched(const cpu_state* state, word_t word) { Operand::load(value, state, word); }  // NOLINT
   typename Operand::type value;
 };
 
@@ -38,7 +38,7 @@ CpuContext entered(const cpu_state* state) {
   context.fpsr = state->fpsr;
   context.fpcr = state->fpcr | state->fpcr_extra;
   context.vl_word = vector_granules;
-  predicate_value<bits<0>>::to_bits(context.ffr, state->ffr);
+  predicate_value<Bits<0>>::to_bits(context.ffr, state->ffr);
   return context;
 }
 
@@ -51,40 +51,40 @@ void leave(const CpuContext& context, cpu_state* state) {
 
 /// The protocol around an exported routine, step by step.
 template <auto* Routine, class RoutineForm>
-struct call_by_value;
+struct CallByValue;
 template <auto* Routine, class Result, class... Operands>
-struct call_by_value<Routine, routine_form<Result, Operands...>> {
+struct CallByValue<Routine, routine_form<Result, Operands...>> {
   static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     CpuContext context = entered(state);
     if constexpr (std::is_same_v<Result, nothing>)
-      Routine(fetched<Operands>(state, word).value..., &context);
+      Routine(Fetched<Operands>(state, word).value..., &context);
     else
-      Result::store(state, word, Routine(fetched<Operands>(state, word).value..., &context));
+      Result::store(state, word, Routine(Fetched<Operands>(state, word).value..., &context));
     leave(context, state);
     return AARCH64_DECODE_EXECUTED;
   }
 };
 template <auto* Routine, auto* Function, class Form>
-struct library_of : call_by_value<Routine, typename routine_of<Form>::type> {};
+struct LibraryOf : CallByValue<Routine, typename routine_of<Form>::type> {};
 
 // Structure forms move several registers: the one shape of which this does not hold.
 template <std::size_t N, class Second>
-struct structure_operands {
-  structure_operands(const cpu_state* state, word_t w) : predicate(state, w), base(state, w), second(state, w) {
+struct StructureOperands {
+  StructureOperands(const cpu_state* state, word_t w) : predicate(state, w), base(state, w), second(state, w) {
     for (std::size_t k = 0; k < N; ++k) {
-      number[k] = (bits<4, 0>::cut(w) + k) % 32;
+      number[k] = (Bits<4, 0>::cut(w) + k) % 32;
       std::memcpy(z[k].bytes, state->z[number[k]], vector_bytes);
     }
   }
-  fetched<Pg<bare>> predicate;
-  fetched<Base> base;
-  fetched<Second> second;
+  Fetched<Pg<bare>> predicate;
+  Fetched<Base> base;
+  Fetched<Second> second;
   VectorV z[N];
   std::size_t number[N];
 };
 template <auto* Routine, std::size_t N, class Second>
 aarch64_decode_rc structures(cpu_state* state, unsigned int word) {
-  structure_operands<N, Second> o(state, word);
+  StructureOperands<N, Second> o(state, word);
   CpuContext context = entered(state);
   [&]<std::size_t... K>(std::index_sequence<K...>) {
     Routine(o.predicate.value, o.base.value, o.second.value, o.z[K]..., &context);
@@ -96,7 +96,7 @@ aarch64_decode_rc structures(cpu_state* state, unsigned int word) {
 }
 #define STRUCTURES(shape, N, Second)                               \
   template <routine::shape* Routine, auto* Function, class Form>   \
-  struct library_of<Routine, Function, Form> {                     \
+  struct LibraryOf<Routine, Function, Form> {                      \
     static constexpr auto handle = structures<Routine, N, Second>; \
   };
 #define STRUCTURES_OF(N)               \
@@ -118,7 +118,7 @@ STRUCTURES_OF(4)
 #undef PREFETCH
 #undef SVE_ROWS
 #define DIRECT(key, name, function, ...) \
-  { #name, library_of < name, function, __VA_ARGS__> ::handle }
+  { #name, LibraryOf < name, function, __VA_ARGS__> ::handle }
 #define DIRECT_FP DIRECT
 #define LIBRARY DIRECT
 #define PREFETCH(key, name, function, ...) \
@@ -147,24 +147,24 @@ using sve::vector_bytes;
 constexpr std::uint64_t window = 0x20000000;
 constexpr std::size_t window_bytes = 1 << 14;
 
-struct memory_window {
-  memory_window() {
+struct MemoryWindow {
+  MemoryWindow() {
     void* at = mmap(reinterpret_cast<void*>(window), window_bytes, PROT_READ | PROT_WRITE,
                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
     EXPECT_EQ(at, reinterpret_cast<void*>(window));
   }
-  ~memory_window() { munmap(bytes(), window_bytes); }
+  ~MemoryWindow() { munmap(bytes(), window_bytes); }
   byte* bytes() const { return reinterpret_cast<byte*>(window); }
 };
 
-using sve::decode::address_form;
-using sve::decode::operand;
-using sve::decode::operand_role;
-using sve::decode::row;
+using sve::decode::AddressForm;
+using sve::decode::Operand;
+using sve::decode::OperandRole;
+using sve::decode::Row;
 
 using namespace test;
 
-cpu_state make_state(const row& r, Random& random) {
+cpu_state make_state(const Row& r, Random& random) {
   cpu_state state{};
   for (auto& z : state.z) random_words(z, vector_bytes, random);
   for (std::uint64_t& x : state.x)
@@ -197,18 +197,18 @@ cpu_state make_state(const row& r, Random& random) {
     // or addresses where they are bases.
     for (unsigned i = 0; i < 31; ++i) state.x[i] = i < 16 ? window + window_bytes / 2 + random() % 64 : random() % 16;
     state.sp = window + window_bytes / 2;
-    const bool addresses = r.form->address == address_form::vector_immediate;
-    const operand* offset = r.find(operand_role::offset);
-    if (addresses || r.form->address == address_form::base_vector)
+    const bool addresses = r.form->address == AddressForm::vector_immediate;
+    const Operand* offset = r.find(OperandRole::offset);
+    if (addresses || r.form->address == AddressForm::base_vector)
       for (auto& z : state.z)
         for (std::size_t i = 0; i < vector_bytes; i += r.element_bytes()) {
           std::uint64_t value = addresses ? window + 1024 + random() % 4096 : random() % 128;
-          if (offset->extends == sve::decode::extension::sxtw && random() % 4 == 0)
+          if (offset->extends == sve::decode::Extension::sxtw && random() % 4 == 0)
             value = static_cast<std::uint32_t>(-static_cast<std::int32_t>(random() % 128));
           std::memcpy(z + i, &value, r.element_bytes());
         }
   }
-  if (r.model == sve::decode::kind::direct_fp && (r.mnemonic() == "fcmle" || r.mnemonic() == "fcmlt")) {
+  if (r.model == sve::decode::Kind::direct_fp && (r.mnemonic() == "fcmle" || r.mnemonic() == "fcmlt")) {
     // On a NaN the library's unreached forms differ, deliberately; that has a test of its own.
     for (auto& z : state.z)
       for (std::size_t i = 0; i < vector_bytes; i += r.element_bytes()) z[i + r.element_bytes() - 1] &= 0xbf;
@@ -216,29 +216,29 @@ cpu_state make_state(const row& r, Random& random) {
   return state;
 }
 
-std::uint32_t make_word(const sve::decode::map& map, const row& r, Random& random) {
+std::uint32_t make_word(const sve::decode::Map& map, const Row& r, Random& random) {
   std::uint32_t word = map.word(r.key) | (static_cast<std::uint32_t>(random()) & ~map.fixed_bits);
   const auto set = [&](std::uint32_t mask, std::uint32_t bits) {
     if ((map.fixed_bits & mask) == 0) word = (word & ~mask) | (bits & mask);
   };
   // Register overlaps are where mistakes show.
   if (random() % 3 == 0 && !r.function->is_memory()) set(0x1fu << 5, word << 5);
-  for (const operand& o : r.operands()) {
-    const bool general = o.kind == sve::decode::operand_kind::x || o.kind == sve::decode::operand_kind::x_or_sp;
+  for (const Operand& o : r.operands()) {
+    const bool general = o.kind == sve::decode::OperandKind::x || o.kind == sve::decode::OperandKind::x_or_sp;
     if (r.function->is_memory() && general)
-      word = o.with(word, random() % 4 == 0 ? 31 : o.role == operand_role::base ? random() % 16 : 16 + random() % 15);
-    if (o.spelled == sve::decode::spelling::logical) set(1u << 5, 0);  // never the one whose expansion does not return
+      word = o.with(word, random() % 4 == 0 ? 31 : o.role == OperandRole::base ? random() % 16 : 16 + random() % 15);
+    if (o.spelled == sve::decode::Spelling::logical) set(1u << 5, 0);  // never the one whose expansion does not return
   }
   // A register's length of offset stays in the window.
-  if (r.function->access == sve::decode::access_kind::fill || r.function->access == sve::decode::access_kind::spill)
+  if (r.function->access == sve::decode::AccessKind::fill || r.function->access == sve::decode::AccessKind::spill)
     set(0x3fu << 16, random() % 2 ? 0 : ~0u);
   return word;
 }
 
 /// Takes back from `after` what the row says that the word writes; returns which flags had changed.
-sve::decode::flags take_back(const row& r, std::uint32_t word, const cpu_state& before, cpu_state& after) {
-  using enum sve::decode::operand_kind;
-  for (const operand& o : r.operands()) {
+sve::decode::Flags take_back(const Row& r, std::uint32_t word, const cpu_state& before, cpu_state& after) {
+  using enum sve::decode::OperandKind;
+  for (const Operand& o : r.operands()) {
     if (!o.is_written()) continue;
     const std::uint32_t n = o.number(word);
     if (o.kind == p) std::memcpy(after.p[n], before.p[n], vector_bytes);
@@ -249,7 +249,7 @@ sve::decode::flags take_back(const row& r, std::uint32_t word, const cpu_state& 
     if (n == 31 && o.kind == x_or_sp) after.sp = before.sp;
   }
   after.instr = before.instr;
-  sve::decode::flags changed = 0;
+  sve::decode::Flags changed = 0;
   if (after.nzcv != before.nzcv) changed |= sve::decode::flag_nzcv;
   if (after.fpsr != before.fpsr) changed |= sve::decode::flag_fpsr;
   if (std::memcmp(after.ffr, before.ffr, vector_bytes) != 0) changed |= sve::decode::flag_ffr;
@@ -262,15 +262,15 @@ sve::decode::flags take_back(const row& r, std::uint32_t word, const cpu_state& 
 TEST(EveryRow, ChangesWhatItSaysAndAgreesWithItsOtherHome) {
   // A short vector has few values, and each flag that an instruction may change is to change once.
   constexpr int cases = vector_bytes < 32 ? 240 : 80;
-  const memory_window memory;
+  const MemoryWindow memory;
   std::vector<byte> before(window_bytes), after(window_bytes);
   const auto& homes = sve::decode::other_homes();
   std::size_t pairs = 0;
-  std::map<std::string_view, sve::decode::flags> changed;
-  for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
-    for (const row& r : map->rows) {
+  std::map<std::string_view, sve::decode::Flags> changed;
+  for (const sve::decode::Map* map : sve::decode::maps_in_is_sve_order())
+    for (const Row& r : map->rows) {
       const auto other = homes.find(r.name);
-      EXPECT_EQ(other != homes.end(), r.model != sve::decode::kind::prefetch);
+      EXPECT_EQ(other != homes.end(), r.model != sve::decode::Kind::prefetch);
       pairs += other != homes.end();
       Random random(std::hash<std::string_view>{}(r.name));
       for (int i = 0; i < cases; ++i) {
@@ -282,7 +282,7 @@ TEST(EveryRow, ChangesWhatItSaysAndAgreesWithItsOtherHome) {
         }
         cpu_state result = start;
         {
-          const live_control control(start);
+          const LiveControl control(start);
           ASSERT_EQ(r.handle(&result, word), AARCH64_DECODE_EXECUTED);
         }
         if (r.function->is_memory()) {

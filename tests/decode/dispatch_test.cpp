@@ -63,8 +63,8 @@ TEST_F(Dispatch, AFailureCountsNothingAndStays) {
 // The flags of a run, whichever model computes each of its instructions, and nothing but flags.
 TEST_F(Dispatch, FlagsOfARunAddUp) {
   constexpr std::uint32_t fmla = 0x65a20020, fadd = 0x65820023;  // fmla z0.s, p0/m, z1.s, z2.s; fadd z3.s, z1.s, z2.s
-  ASSERT_EQ(sve::decode::find_row(fmla)->model, sve::decode::kind::library);
-  ASSERT_EQ(sve::decode::find_row(fadd)->model, sve::decode::kind::direct_fp);
+  ASSERT_EQ(sve::decode::find_row(fmla)->model, sve::decode::Kind::library);
+  ASSERT_EQ(sve::decode::find_row(fadd)->model, sve::decode::Kind::direct_fp);
   std::memset(state.p[0], 1, sizeof state.p[0]);
   const auto fill = [](std::uint8_t* z, float value) {
     for (std::size_t i = 0; i < sve::vector_bytes; i += sizeof value) std::memcpy(z + i, &value, sizeof value);
@@ -112,7 +112,7 @@ TEST_F(Dispatch, APrefetchChangesNothingAtAll) {
   for (std::size_t i = 0; i < sizeof state; ++i)
     reinterpret_cast<unsigned char*>(&state)[i] = static_cast<unsigned char>(i * 31);
   const cpu_state before = state;
-  const decode_handler handle = is_sve(prfb);
+  const DecodeHandler handle = is_sve(prfb);
   ASSERT_NE(handle, nullptr);
   EXPECT_EQ(handle(&state, prfb), AARCH64_DECODE_EXECUTED);
   EXPECT_EQ(std::memcmp(&state, &before, sizeof state), 0);

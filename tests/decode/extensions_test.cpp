@@ -20,12 +20,12 @@ using sve::decode::extension_forms;
 using sve::decode::extension_of;
 using sve::decode::is_modelled;
 
-struct level {
+struct Level {
   const char* name;
   const char* option;
 };
 // In the order in which they build on each other.
-constexpr level levels[] = {
+constexpr Level levels[] = {
     {"SVE", "+sve"},
     {"I8MM", "+sve+i8mm"},
     {"BF16", "+sve+bf16"},
@@ -86,7 +86,7 @@ class Extensions : public testing::Test {
       ++n;
     });
     EXPECT_EQ(n, words.size());
-    for (const level& l : levels) {
+    for (const Level& l : levels) {
       std::ofstream source(path("source.s"));
       for (const auto& [index, text] : left) source << text << (text.back() == '\n' ? "" : "\n");
       source.close();
@@ -137,7 +137,7 @@ TEST_F(Extensions, AreNamedAsTheAssemblerNamesThem) {
     if (!agrees && ++shown < 20)
       ADD_FAILURE() << std::hex << words[i] << " is of " << (name ? name : "nothing") << ", expected " << expected[i];
   }
-  for (const level& l : levels) EXPECT_TRUE(l.name == std::string_view("SVE") || seen[l.name] > 10) << l.name;
+  for (const Level& l : levels) EXPECT_TRUE(l.name == std::string_view("SVE") || seen[l.name] > 10) << l.name;
 }
 
 TEST_F(Extensions, OfOtherWordsThereIsNoName) {

@@ -60,7 +60,7 @@ TEST(LogicalImmediate, OneReservedEncodingDoesNotReturn) {
   for (const unsigned immr : {0u, 63u})
     EXPECT_TRUE(still_runs_after(200, [&] { expand_logical_immediate(immr << 6 | 63); }));
   // Nor does a handler that holds it: orr z0.d, z0.d, with N clear and imms all ones.
-  const sve::decode::row* row = sve::decode::find_row(0x05000000 | 63 << 5);
+  const sve::decode::Row* row = sve::decode::find_row(0x05000000 | 63 << 5);
   ASSERT_NE(row, nullptr);
   EXPECT_STREQ(row->name, "VecU64OrVIX");
   EXPECT_TRUE(still_runs_after(200, [&] {

@@ -23,17 +23,17 @@ constexpr struct {
   std::size_t routines;
 } count = {657, 73, 717, 36, 410, 48, 339, 1447};
 
-using address = void (*)();
+using Address = void (*)();
 
-struct entry {
+struct Entry {
   const char* name;
-  address callee;
+  Address callee;
 };
 
 // Each list below names every function of its kind and takes its address, so that one that is missing does not link.
-#define ENTRY(shape, name) {"sve_" #name, reinterpret_cast<address>(static_cast<sve::insn::shape*>(sve_##name))},
+#define ENTRY(shape, name) {"sve_" #name, reinterpret_cast<Address>(static_cast<sve::insn::shape*>(sve_##name))},
 
-const entry reached_functions[] = {
+const Entry reached_functions[] = {
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(ENTRY, shape, __VA_ARGS__)
 #define SVE_UNREACHED_FUNCTIONS(...)
 #include "sve/insn/functions.inc"
@@ -41,18 +41,18 @@ const entry reached_functions[] = {
 #undef SVE_UNREACHED_FUNCTIONS
 };
 
-const entry unreached_functions[] = {
+const Entry unreached_functions[] = {
 #define SVE_FUNCTIONS(...)
 #define SVE_UNREACHED_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(ENTRY, shape, __VA_ARGS__)
 #include "sve/insn/functions.inc"
 #undef SVE_FUNCTIONS
 #undef SVE_UNREACHED_FUNCTIONS
-    {"sve_zip1", reinterpret_cast<address>(sve_zip1)},
-    {"sve_zip2", reinterpret_cast<address>(sve_zip2)},
-    {"sve_uzp1", reinterpret_cast<address>(sve_uzp1)},
+    {"sve_zip1", reinterpret_cast<Address>(sve_zip1)},
+    {"sve_zip2", reinterpret_cast<Address>(sve_zip2)},
+    {"sve_uzp1", reinterpret_cast<Address>(sve_uzp1)},
 };
 
-const entry stubs[] = {
+const Entry stubs[] = {
 #define SVE_STUBS(shape, ...) SVE_FOR_EACH_WITH(ENTRY, shape, __VA_ARGS__)
 #include "sve/insn/stubs.inc"
 #undef SVE_STUBS
@@ -60,19 +60,19 @@ const entry stubs[] = {
 
 #undef ENTRY
 #define ENTRY(shape, type, op) \
-  {"Vec" #type #op, reinterpret_cast<address>(static_cast<sve::routine::shape*>(Vec##type##op))},
+  {"Vec" #type #op, reinterpret_cast<Address>(static_cast<sve::routine::shape*>(Vec##type##op))},
 
-const entry routines[] = {
+const Entry routines[] = {
 #define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ENTRY, shape, types, __VA_ARGS__)
 #include "sve/veclib/routines.inc"
 #undef SVE_ROUTINES
 };
 
 /// The routines' families, as their list has them.
-std::map<std::string, sve::decode::family> routine_families() {
-  std::map<std::string, sve::decode::family> families;
-  sve::decode::family current{};
-#define SVE_FAMILY(name) current = sve::decode::family::name;
+std::map<std::string, sve::decode::Family> routine_families() {
+  std::map<std::string, sve::decode::Family> families;
+  sve::decode::Family current{};
+#define SVE_FAMILY(name) current = sve::decode::Family::name;
 #define PLACE(shape, type, op) families["Vec" #type #op] = current;
 #define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(PLACE, shape, types, __VA_ARGS__)
 #include "sve/veclib/routines.inc"
@@ -80,9 +80,9 @@ std::map<std::string, sve::decode::family> routine_families() {
 }
 
 template <std::size_t N>
-std::set<std::string> names(const entry (&entries)[N]) {
+std::set<std::string> names(const Entry (&entries)[N]) {
   std::set<std::string> result;
-  for (const entry& e : entries) {
+  for (const Entry& e : entries) {
     EXPECT_NE(e.callee, nullptr) << e.name;
     EXPECT_TRUE(result.insert(e.name).second) << e.name << " stands twice";
   }
@@ -96,7 +96,7 @@ TEST(Inventory, Counts) {
   EXPECT_EQ(names(routines).size(), count.routines);
   std::size_t rows[4] = {};
   for_each_row([&](auto&, auto& r) { ++rows[static_cast<int>(r.model)]; });
-  using enum sve::decode::kind;
+  using enum sve::decode::Kind;
   EXPECT_EQ(rows[static_cast<int>(direct)], count.direct);
   EXPECT_EQ(rows[static_cast<int>(direct_fp)], count.direct_fp);
   EXPECT_EQ(rows[static_cast<int>(library)], count.of_library);
@@ -111,7 +111,7 @@ TEST(Inventory, RowsReachWhatTheListsSay) {
       EXPECT_TRUE(functions.count(r.function->name)) << r.name;
       called.insert(r.function->name);
     }
-    EXPECT_TRUE(r.model == sve::decode::kind::prefetch || library.count(r.name)) << r.name;
+    EXPECT_TRUE(r.model == sve::decode::Kind::prefetch || library.count(r.name)) << r.name;
   });
   EXPECT_EQ(called, functions);
 }
@@ -119,7 +119,7 @@ TEST(Inventory, RowsReachWhatTheListsSay) {
 TEST(Inventory, BothModelsNameOneFamily) {
   const auto families = routine_families();
   for_each_row([&](auto&, auto& r) {
-    EXPECT_TRUE(r.model == sve::decode::kind::prefetch || families.at(r.name) == r.function->of) << r.name;
+    EXPECT_TRUE(r.model == sve::decode::Kind::prefetch || families.at(r.name) == r.function->of) << r.name;
   });
 }
 

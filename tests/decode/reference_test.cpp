@@ -41,7 +41,7 @@ TEST(Reference, HoldsEverySignature) {
   EXPECT_TRUE(holds("VectorV VecU8AddVVM(const VectorV&, const PredV&, const VectorV&, CpuContext*);"));
   test::for_each_row([&](auto&, auto& r) {
     EXPECT_NE(text.str().find(" " + std::string(r.function->name) + "("), std::string::npos) << r.function->name;
-    EXPECT_TRUE(r.model == sve::decode::kind::prefetch ||
+    EXPECT_TRUE(r.model == sve::decode::Kind::prefetch ||
                 text.str().find(" " + std::string(r.name) + "(") != std::string::npos)
         << r.name;
   });

@@ -13,13 +13,13 @@ namespace {
 
 constexpr std::uint32_t first_row = 0x04000020, last_row = 0x25208000;  // add (predicated); cntp
 
-struct stage {
+struct Stage {
   bool counts, page, some_map, all_maps, handler;
-  friend bool operator==(const stage&, const stage&) = default;
+  friend bool operator==(const Stage&, const Stage&) = default;
 };
 
 // A map that is not constructed is bytes of zero.
-stage look() {
+Stage look() {
   unsigned char bytes[sizeof icounts];
   std::memcpy(bytes, &icounts, sizeof bytes);
   struct sigaction action = {};
@@ -30,7 +30,7 @@ stage look() {
 }
 
 // The priorities of the library are 1010, 1020, 1030 and 1040.
-#define LOOK_AT(priority) [[gnu::init_priority(priority)]] const stage at_##priority = look();
+#define LOOK_AT(priority) [[gnu::init_priority(priority)]] const Stage at_##priority = look();
 LOOK_AT(1005)
 LOOK_AT(1015)
 LOOK_AT(1025)
@@ -38,11 +38,11 @@ LOOK_AT(1035)
 LOOK_AT(1045)
 
 TEST(StartUp, CountsThenPageSizeThenMapsThenSetUp) {
-  EXPECT_EQ(at_1005, (stage{false, false, false, false, false}));
-  EXPECT_EQ(at_1015, (stage{true, false, false, false, false}));
-  EXPECT_EQ(at_1025, (stage{true, true, false, false, false}));
-  EXPECT_EQ(at_1035, (stage{true, true, true, true, false}));
-  EXPECT_EQ(at_1045, (stage{true, true, true, true, true}));
+  EXPECT_EQ(at_1005, (Stage{false, false, false, false, false}));
+  EXPECT_EQ(at_1015, (Stage{true, false, false, false, false}));
+  EXPECT_EQ(at_1025, (Stage{true, true, false, false, false}));
+  EXPECT_EQ(at_1035, (Stage{true, true, true, true, false}));
+  EXPECT_EQ(at_1045, (Stage{true, true, true, true, true}));
 }
 
 }  // namespace

@@ -15,8 +15,8 @@
 
 namespace {
 
-using sve::decode::map;
-using sve::decode::row;
+using sve::decode::Map;
+using sve::decode::Row;
 using test::for_each_row;
 
 // The bit ranges of the maps' keys, in the order of is_sve's search.
@@ -89,8 +89,8 @@ TEST(Table, MapsHaveTheirBits) {
 TEST(Table, BothOrdersHoldTheSameMaps) {
   const auto is_sve_order = sve::decode::maps_in_is_sve_order(), execute_order = sve::decode::maps_in_execute_order();
   ASSERT_EQ(is_sve_order.size(), execute_order.size());
-  EXPECT_EQ(std::set<const map*>(is_sve_order.begin(), is_sve_order.end()),
-            std::set<const map*>(execute_order.begin(), execute_order.end()));
+  EXPECT_EQ(std::set<const Map*>(is_sve_order.begin(), is_sve_order.end()),
+            std::set<const Map*>(execute_order.begin(), execute_order.end()));
   std::size_t different = 0;
   for (std::size_t i = 0; i < is_sve_order.size(); ++i) different += is_sve_order[i] != execute_order[i];
   EXPECT_EQ(different, 18u);
@@ -98,13 +98,13 @@ TEST(Table, BothOrdersHoldTheSameMaps) {
 
 TEST(Table, NamesAndHandlersStandOnce) {
   std::set<std::string> names;
-  for_each_row([&](const map&, const row& r) { EXPECT_TRUE(names.insert(r.name).second) << r.name; });
+  for_each_row([&](const Map&, const Row& r) { EXPECT_TRUE(names.insert(r.name).second) << r.name; });
 }
 
 TEST(Table, KeysAscendAndFitTheirBits) {
-  for (const map* m : sve::decode::maps_in_is_sve_order()) {
+  for (const Map* m : sve::decode::maps_in_is_sve_order()) {
     int last = -1;
-    for (const row& r : m->rows) {
+    for (const Row& r : m->rows) {
       EXPECT_GT(r.key, last) << m->name << " " << r.name;
       last = r.key;
       const std::uint32_t word = m->word(r.key);
@@ -121,7 +121,7 @@ TEST(Table, RowsArePairwiseDisjoint) {
     const char* name;
   };
   std::vector<pattern> all;
-  for_each_row([&](const map& m, const row& r) { all.push_back({m.fixed_bits, m.word(r.key), r.name}); });
+  for_each_row([&](const Map& m, const Row& r) { all.push_back({m.fixed_bits, m.word(r.key), r.name}); });
   for (std::size_t i = 0; i < all.size(); ++i)
     for (std::size_t j = i + 1; j < all.size(); ++j)
       ASSERT_NE((all[i].word ^ all[j].word) & all[i].mask & all[j].mask, 0u) << all[i].name << " " << all[j].name;
@@ -129,7 +129,7 @@ TEST(Table, RowsArePairwiseDisjoint) {
 
 TEST(Table, BothSearchesFindEveryRowWithAnyOperands) {
   std::mt19937 random(1);
-  for_each_row([&](const map& m, const row& r) {
+  for_each_row([&](const Map& m, const Row& r) {
     for (int i = 0; i < 16; ++i) {
       const std::uint32_t word = m.word(r.key) | (static_cast<std::uint32_t>(random()) & ~m.fixed_bits);
       ASSERT_EQ(sve::decode::find_in_is_sve_order(word), r.handle) << r.name;
@@ -147,7 +147,7 @@ TEST(Table, BothSearchesAgreeOnRandomWords) {
     // One in four words is drawn from the major opcodes that hold the vector instructions, so that hits are frequent.
     std::uint32_t word = static_cast<std::uint32_t>(random());
     if (i % 4 == 0) word = (word & ~0x1e000000u) | 0x04000000u;
-    const decode_handler found = sve::decode::find_in_is_sve_order(word);
+    const DecodeHandler found = sve::decode::find_in_is_sve_order(word);
     ASSERT_EQ(found, sve::decode::find_in_execute_order(word)) << std::hex << word;
     ASSERT_EQ(found, is_sve(word)) << std::hex << word;
     hits += found != nullptr;
@@ -163,7 +163,7 @@ TEST(Table, KnownWords) {
   EXPECT_EQ(is_sve(0x8b000000), nullptr);  // add x0, x0, x0
   // Bit 31 set makes the key of the first map negative and no other; such a word must still be found.
   std::size_t negative = 0;
-  for_each_row([&](const map& m, const row& r) { negative += static_cast<std::int32_t>(m.word(r.key)) < 0; });
+  for_each_row([&](const Map& m, const Row& r) { negative += static_cast<std::int32_t>(m.word(r.key)) < 0; });
   EXPECT_GT(negative, 0u);
 }
 

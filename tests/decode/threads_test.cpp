@@ -27,8 +27,8 @@ void in_threads(Body body) {
 TEST(Threads, FindTheSameHandlers) {
   std::atomic<int> wrong{0};
   in_threads([&](int t) {
-    for (const sve::decode::map* map : sve::decode::maps_in_is_sve_order())
-      for (const sve::decode::row& row : map->rows)
+    for (const sve::decode::Map* map : sve::decode::maps_in_is_sve_order())
+      for (const sve::decode::Row& row : map->rows)
         for (std::uint32_t n = 0; n < 4; ++n) {
           const std::uint32_t word =
               map->word(row.key) | ((static_cast<std::uint32_t>(t) * 4 + n) * 0x9e3779b1u & ~map->fixed_bits);

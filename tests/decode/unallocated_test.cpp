@@ -15,11 +15,11 @@ namespace {
 
 using sve::decode::find_row;
 using sve::decode::is_unallocated;
-using sve::decode::spelling;
+using sve::decode::Spelling;
 using test::for_each_row;
 
 /// Whether an address is a base register and an index register.
-bool has_index(const sve::decode::row& row) { return row.form->address == sve::decode::address_form::base_index; }
+bool has_index(const sve::decode::Row& row) { return row.form->address == sve::decode::AddressForm::base_index; }
 
 TEST(Unallocated, EveryFormIsThatOfRows) {
   for (const auto& form : sve::decode::unallocated_forms()) {
@@ -63,7 +63,7 @@ TEST(Unallocated, TheZeroRegisterAsIndex) {
   int reserved = 0, allowed = 0;
   for_each_row([&](auto& map, auto& row) {
     if (!has_index(row)) return;
-    const bool first_fault = row.function->access == sve::decode::access_kind::first_fault;
+    const bool first_fault = row.function->access == sve::decode::AccessKind::first_fault;
     const std::uint32_t word = map.word(row.key) & ~(31u << 16);
     EXPECT_EQ(is_unallocated(word | 31u << 16), !first_fault) << row.name;
     EXPECT_FALSE(is_unallocated(word | 30u << 16)) << row.name;
@@ -79,7 +79,7 @@ TEST(Unallocated, NoOtherRow) {
   int rows = 0;
   for_each_row([&](auto& map, auto& row) {
     const bool has_such_immediate = std::ranges::any_of(row.operands(), [&](auto& o) {
-      return o.spelled == spelling::logical || (o.spelled == spelling::shifted && row.element_bytes() == 1);
+      return o.spelled == Spelling::logical || (o.spelled == Spelling::shifted && row.element_bytes() == 1);
     });
     if (has_index(row) || has_such_immediate) return;
     ++rows;

@@ -149,7 +149,7 @@ class HostFp : public testing::Test {
   // On AArch64 the instruction functions work under the live registers, and the handler fetches the status.
   template <class Run>
   void run(Run action) {
-    const test::live_control control(state);
+    const test::LiveControl control(state);
     action();
 #if defined(__aarch64__)
     sve::read_host_status(&state);
@@ -219,8 +219,8 @@ TEST_F(HostFp, AbsoluteValueThatNoRowReachesKeepsWhatIsNotBelowZero) {
 // The functions that no row reaches beside the routines of the same meaning, status included.
 class Unreached : public HostFp {
  protected:
-  using function_zpz = sve::insn::zpz*;
-  using function_zpzz = sve::insn::zpzz*;
+  using FunctionZpz = sve::insn::zpz*;
+  using FunctionZpzz = sve::insn::zpzz*;
 
   static constexpr unsigned d = 3, a = 4, b = 5;
 
@@ -269,7 +269,7 @@ class Unreached : public HostFp {
   }
 
   template <class T>
-  void fused(const char* name, function_zpzz function, sve::routine::vvvm* routine) {
+  void fused(const char* name, FunctionZpzz function, sve::routine::vvvm* routine) {
     const unsigned e = sizeof(T) == 4 ? element_s : element_d;
     compare<T>(
         name,
@@ -280,7 +280,7 @@ class Unreached : public HostFp {
   }
 
   template <class T>
-  void convert(const char* name, function_zpz function, sve::routine::vvm* routine) {
+  void convert(const char* name, FunctionZpz function, sve::routine::vvm* routine) {
     const unsigned e = sizeof(T) == 4 ? element_s : element_d;
     compare<T>(
         name,

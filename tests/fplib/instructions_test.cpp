@@ -30,7 +30,7 @@ Vector<T> as_vector(T bits) {
 
 // Runs one instruction under a control word and gives its result and the status it left.
 template <class Result, class Instruction>
-Result on_processor(FPSCR fpscr, FPSCR& status, Instruction instruction) {
+Result OnProcessor(FPSCR fpscr, FPSCR& status, Instruction instruction) {
   std::uint64_t before_control, before_status, after;
   asm volatile("mrs %0, fpcr\n\tmrs %1, fpsr" : "=r"(before_control), "=r"(before_status));
   asm volatile("msr fpcr, %0\n\tmsr fpsr, xzr" : : "r"(std::uint64_t{fpscr} & operands::control_bits) : "memory");
@@ -142,7 +142,7 @@ struct Checker {
   void operator()(const char* name, FPSCR fpscr, Library library, Instruction instruction, Operands... values) {
     FPSCR status = 0, working = fpscr & operands::control_bits;
     const auto expected =
-        on_processor<decltype(instruction(values...))>(fpscr, status, [&] { return instruction(values...); });
+        OnProcessor<decltype(instruction(values...))>(fpscr, status, [&] { return instruction(values...); });
     const auto value = library(values..., working);
     ++count;
     if (value == expected && (working & 0x9f) == status) return;

@@ -5,13 +5,13 @@ namespace {
 
 using namespace insn_test;
 
-struct vector_compare {
+struct VectorCompare {
   const char* name;
   sve::insn::ppzz* function;
   bool is_signed;
   bool (*test)(__int128, __int128);
 };
-const vector_compare vector_compares[] = {
+const VectorCompare vector_compares[] = {
     {"cmpeq", sve_cmpeq_ppzz, true, [](__int128 a, __int128 b) { return a == b; }},
     {"cmpne", sve_cmpne_ppzz, true, [](__int128 a, __int128 b) { return a != b; }},
     {"cmpge", sve_cmpge_ppzz, true, [](__int128 a, __int128 b) { return a >= b; }},
@@ -20,13 +20,13 @@ const vector_compare vector_compares[] = {
     {"cmphi", sve_cmphi_ppzz, false, [](__int128 a, __int128 b) { return a > b; }},
 };
 
-struct immediate_compare {
+struct ImmediateCompare {
   const char* name;
   sve::insn::ppzi_signed* signed_function;
   sve::insn::ppzi* unsigned_function;
   bool (*test)(__int128, __int128);
 };
-const immediate_compare immediate_compares[] = {
+const ImmediateCompare immediate_compares[] = {
     {"cmpeq", sve_cmpeq_ppzi, nullptr, [](__int128 a, __int128 b) { return a == b; }},
     {"cmpne", sve_cmpne_ppzi, nullptr, [](__int128 a, __int128 b) { return a != b; }},
     {"cmpgt", sve_cmpgt_ppzi, nullptr, [](__int128 a, __int128 b) { return a > b; }},
@@ -51,7 +51,7 @@ void expect_compare(cpu_state& e, const cpu_state& s, unsigned d, unsigned g, Te
 
 TEST(Compare, VectorsAtEverySize) {
   for_each_type([]<class T>() {
-    for (const vector_compare& c : vector_compares)
+    for (const VectorCompare& c : vector_compares)
       for (const unsigned d : {0u, 1u})  // Pd apart, and the same as Pg
         run(
             c.name, 120,
@@ -69,7 +69,7 @@ TEST(Compare, VectorsAtEverySize) {
 
 TEST(Compare, EveryImmediateAtEverySize) {
   for_each_type([]<class T>() {
-    for (const immediate_compare& c : immediate_compares) {
+    for (const ImmediateCompare& c : immediate_compares) {
       const bool is_signed = c.signed_function != nullptr;
       for (int imm = is_signed ? -16 : 0; imm < (is_signed ? 16 : 128); ++imm)
         run(
@@ -95,7 +95,7 @@ TEST(Compare, Edges) {
   std::memset(state.p[0], 0xff, vector_bytes);
   state.nzcv = 0x90000000;
   sve_cmpeq_ppzz(&state, p(0, element_s), zeroing(1), z(1, element_s), z(1, element_s));  // Pg all false
-  EXPECT_EQ(elements<u8>(state.p[0]), vector_of<byte>{});
+  EXPECT_EQ(elements<u8>(state.p[0]), VectorOf<byte>{});
   EXPECT_EQ(flags(state), "-ZC-");
 
   std::memset(state.p[1], 1, vector_bytes);
@@ -104,7 +104,7 @@ TEST(Compare, Edges) {
     sve_cmpeq_ppzi(&state, p(0, size), zeroing(1), z(1, size), -1);  // all ones at every width
     EXPECT_EQ(flags(state), "N---") << size;
   }
-  vector_of<u8> rising;
+  VectorOf<u8> rising;
   for (std::size_t i = 0; i < vector_bytes; ++i) rising[i] = static_cast<u8>(2 * i + 136 - vector_bytes);
   put(state.z[2], rising);
   sve_cmphi_ppzi(&state, p(0, element_b), zeroing(1), z(2, element_b), 127);
@@ -114,7 +114,7 @@ TEST(Compare, Edges) {
   std::memset(state.p[1], 0xff, vector_bytes);
   for (std::size_t i = 0; i < vector_bytes; i += 8) state.p[1][i] = 0xfe;
   sve_cmpeq_ppzi(&state, p(0, element_d), zeroing(1), z(1, element_d), -1);
-  EXPECT_EQ(elements<u8>(state.p[0]), vector_of<byte>{});
+  EXPECT_EQ(elements<u8>(state.p[0]), VectorOf<byte>{});
   EXPECT_EQ(flags(state), "-ZC-");
 }
 

@@ -7,11 +7,11 @@ using namespace insn_test;
 
 using sve::insn::rii;
 using sve::insn::zii;
-struct counted {
+struct Counted {
   rii *increment, *decrement, *count_all;
   zii *increment_vector, *decrement_vector;
 };
-const counted by_size[] = {
+const Counted by_size[] = {
     {sve_incb_rii, sve_decb_rii, sve_cntb_rii, nullptr, nullptr},
     {sve_inch_rii, sve_dech_rii, sve_cnth_rii, sve_inch_zii, sve_dech_zii},
     {sve_incw_rii, sve_decw_rii, sve_cntw_rii, sve_incw_zii, sve_decw_zii},
@@ -29,7 +29,7 @@ TEST(CountedScalar, EveryPatternAndMultiplier) {
   for (unsigned size = 0; size < 4; ++size)
     for_each_pattern([&](unsigned pattern, unsigned multiplier) {
       const u64 n = u64{pattern_length(pattern, size)} * multiplier;
-      const counted& f = by_size[size];
+      const Counted& f = by_size[size];
       for (const unsigned d : {7u, 31u}) {
         run("inc", 1, calling(f.increment, x_tied(d), pattern, multiplier), [&](auto& e, auto&) {
           if (d != 31) e.x[d] += n;

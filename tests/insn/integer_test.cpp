@@ -11,8 +11,8 @@ using namespace insn_test;
 
 // What an element of width W becomes, told on its low bits as an unsigned 64-bit value; the result is cut to the
 // element.
-using binary = u64 (*)(u64 a, u64 b, int width);
-using ternary = u64 (*)(u64 a, u64 b, u64 c);
+using Binary = u64 (*)(u64 a, u64 b, int width);
+using Ternary = u64 (*)(u64 a, u64 b, u64 c);
 
 std::int64_t extended(u64 a, int width) { return static_cast<std::int64_t>(a << (64 - width)) >> (64 - width); }
 
@@ -22,12 +22,12 @@ u64 sdiv(u64 a, u64 b, int width) {
 }
 u64 udiv(u64 a, u64 b, int) { return b == 0 ? 0 : a / b; }
 
-struct predicated {
+struct Predicated {
   const char* name;
   sve::insn::zpz* function;
-  binary op;
+  Binary op;
 };
-const predicated binaries[] = {
+const Predicated binaries[] = {
     {"add", sve_add_zpz, [](u64 a, u64 b, int) { return a + b; }},
     {"sub", sve_sub_zpz, [](u64 a, u64 b, int) { return a - b; }},
     {"mul", sve_mul_zpz, [](u64 a, u64 b, int) { return a * b; }},
@@ -40,7 +40,7 @@ const predicated binaries[] = {
     {"umax", sve_umax_zpz, [](u64 a, u64 b, int) { return a > b ? a : b; }},
     {"umin", sve_umin_zpz, [](u64 a, u64 b, int) { return a < b ? a : b; }},
 };
-const predicated divisions[] = {
+const Predicated divisions[] = {
     {"sdiv", sve_sdiv_zpz, sdiv},
     {"sdivr", sve_sdivr_zpz, [](u64 a, u64 b, int w) { return sdiv(b, a, w); }},
     {"udiv", sve_udiv_zpz, udiv},
@@ -48,7 +48,7 @@ const predicated divisions[] = {
 };
 
 template <class T>
-void check_binary(const predicated& f, unsigned code) {
+void check_binary(const Predicated& f, unsigned code) {
   for (const unsigned m : {6u, 5u}) {  // the second source apart, or the destination itself
     aarch64_z_reg zdn = z_tied(5, code);
     run(f.name, 60, calling(f.function, zdn, merging(1), z(m, code)), [&](auto& e, auto& s) {
@@ -60,14 +60,14 @@ void check_binary(const predicated& f, unsigned code) {
 
 TEST(Predicated, BinaryAtEverySize) {
   for_each_type([]<class T>() {
-    for (const predicated& f : binaries) check_binary<T>(f, size_code<T>);
+    for (const Predicated& f : binaries) check_binary<T>(f, size_code<T>);
   });
-  for (const predicated& f : binaries)
+  for (const Predicated& f : binaries)
     for (const unsigned code : {4u, 5u, 7u}) check_binary<u8>(f, code);  // every other code means 8 bits
 }
 
 TEST(Predicated, DivisionKnowsTwoSizes) {
-  for (const predicated& f : divisions) {
+  for (const Predicated& f : divisions) {
     check_binary<u64>(f, element_d);
     for (const unsigned code : {0u, 1u, 2u, 4u, 5u}) check_binary<u32>(f, code);
   }
@@ -80,7 +80,7 @@ void check_division_edges() {
   cpu_state state{};
   std::memset(state.p[0], 1, vector_bytes);
   const auto divide = [&](auto function, S a, S b) {
-    vector_of<S> v;
+    VectorOf<S> v;
     v.fill(a);
     put(state.z[0], v);
     v.fill(b);
@@ -107,7 +107,7 @@ TEST(Predicated, OnlyBitZeroOfAnElementsFirstByteCounts) {
   const auto active_elements = [](byte value, std::size_t step) {
     cpu_state state{};
     for (std::size_t i = 0; i < vector_bytes; i += step) state.p[0][i] = value;
-    vector_of<u32> ones;
+    VectorOf<u32> ones;
     ones.fill(1);
     put(state.z[1], ones);
     sve_add_zpz(&state, z_tied(0, element_s), merging(0), z(1, element_s));
@@ -157,7 +157,7 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
   struct {
     const char* name;
     sve::insn::zpzz* function;
-    ternary op;
+    Ternary op;
   } const forms[] = {
       {"mla", sve_mla_zpzz, [](u64 da, u64 n, u64 m) { return da + n * m; }},
       {"mls", sve_mls_zpzz, [](u64 da, u64 n, u64 m) { return da - n * m; }},
@@ -176,7 +176,7 @@ TEST(MultiplyAccumulate, EveryFormAndSize) {
 // ---- Unpredicated ----
 
 template <class T>
-void check_unpredicated(const char* name, sve::insn::zzz* function, unsigned code, binary op) {
+void check_unpredicated(const char* name, sve::insn::zzz* function, unsigned code, Binary op) {
   for (const auto& [n, m] : {std::pair{6u, 7u}, {5u, 7u}, {6u, 5u}})
     run(name, 20, calling(function, z(5, code), z(n, code), z(m, code)), [&](auto& e, auto& s) {
       map_elements<T>(

@@ -9,10 +9,10 @@ namespace {
 using namespace insn_test;
 
 template <class T>
-void permute(byte* dst, const byte* a, const byte* b, index_rule rule) {
+void permute(byte* dst, const byte* a, const byte* b, IndexRule rule) {
   constexpr std::size_t n = sve::lanes<T>;
   const auto x = elements<T>(a), y = elements<T>(b);
-  vector_of<T> r;
+  VectorOf<T> r;
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t from = rule(i, n);
     r[i] = from < n ? x[from] : y[from - n];
@@ -20,27 +20,27 @@ void permute(byte* dst, const byte* a, const byte* b, index_rule rule) {
   put(dst, r);
 }
 
-struct vector_permute {
+struct VectorPermute {
   const char* name;
   sve::insn::zzz* function;
-  index_rule rule;
+  IndexRule rule;
 };
-const vector_permute vector_permutes[] = {{"zip1", sve_zip1_zzz, zip1}, {"zip2", sve_zip2_zzz, zip2},
-                                          {"uzp1", sve_uzp1_zzz, uzp1}, {"uzp2", sve_uzp2_zzz, uzp2},
-                                          {"trn1", sve_trn1_zzz, trn1}, {"trn2", sve_trn2_zzz, trn2}};
-struct predicate_permute {
+const VectorPermute vector_permutes[] = {{"zip1", sve_zip1_zzz, zip1}, {"zip2", sve_zip2_zzz, zip2},
+                                         {"uzp1", sve_uzp1_zzz, uzp1}, {"uzp2", sve_uzp2_zzz, uzp2},
+                                         {"trn1", sve_trn1_zzz, trn1}, {"trn2", sve_trn2_zzz, trn2}};
+struct PredicatePermute {
   const char* name;
   sve::insn::ppp* function;
-  index_rule rule;
+  IndexRule rule;
 };
-const predicate_permute predicate_permutes[] = {{"zip1", sve_zip1_ppp, zip1},
-                                                {"zip2", sve_zip2_ppp, zip2},
-                                                {"uzp1", sve_uzp1_ppp, uzp1},
-                                                {"trn1", sve_trn1_ppp, trn1}};
+const PredicatePermute predicate_permutes[] = {{"zip1", sve_zip1_ppp, zip1},
+                                               {"zip2", sve_zip2_ppp, zip2},
+                                               {"uzp1", sve_uzp1_ppp, uzp1},
+                                               {"trn1", sve_trn1_ppp, trn1}};
 
 TEST(Permute, VectorsFollowTheirIndexRule) {
   for_each_type([]<class T>() {
-    for (const vector_permute& f : vector_permutes)
+    for (const VectorPermute& f : vector_permutes)
       for (const unsigned d : {4u, 5u, 6u})  // the destination apart, or one of the sources
         run(f.name, 30, calling(f.function, z(d, size_code<T>), z(5, size_code<T>), z(6, size_code<T>)),
             [&](auto& e, auto& s) { permute<T>(e.z[d], s.z[5], s.z[6], f.rule); });
@@ -50,7 +50,7 @@ TEST(Permute, VectorsFollowTheirIndexRule) {
 // Whole units move, with whatever the bytes between the flags hold.
 TEST(Permute, PredicatesFollowTheSameRules) {
   for_each_type([]<class T>() {
-    for (const predicate_permute& f : predicate_permutes)
+    for (const PredicatePermute& f : predicate_permutes)
       for (const unsigned d : {4u, 5u, 6u})
         run(f.name, 60, calling(f.function, p(d, size_code<T>), p(5, size_code<T>), p(6, size_code<T>)),
             [&](auto& e, auto& s) { permute<T>(e.p[d], s.p[5], s.p[6], f.rule); });
@@ -63,7 +63,7 @@ TEST(Permute, InterleavesOfBuffers) {
     byte a[vector_bytes], b[vector_bytes], dst[vector_bytes], expected[vector_bytes];
     random_words(a, vector_bytes, random);
     random_words(b, vector_bytes, random);
-    const auto check = [&](auto function, index_rule rule) {
+    const auto check = [&](auto function, IndexRule rule) {
       const auto chars = [](byte* bytes) { return reinterpret_cast<char*>(bytes); };
       function(chars(dst), chars(a), chars(b), static_cast<element_size>(size_code<T>));
       permute<T>(expected, a, b, rule);
@@ -118,7 +118,7 @@ TEST(Permute, TblTakesTheIndexAtFullWidth) {
 
 template <class T>
 void fill(byte* dst, u64 value) {
-  vector_of<T> r;
+  VectorOf<T> r;
   r.fill(static_cast<T>(value));
   put(dst, r);
 }
@@ -152,7 +152,7 @@ TEST(Dup, IndexedAtEverySizeAndIndex) {
   sve_dup_zzi(&state, z(2, element_q), z(1, element_q), units - 1);  // the last sixteen bytes, to all units
   for (std::size_t i = 0; i < vector_bytes; ++i) EXPECT_EQ(state.z[2][i], vector_bytes - 16 + i % 16);
   sve_dup_zzi(&state, z(2, element_q), z(1, element_q), units);
-  EXPECT_EQ(elements<u8>(state.z[2]), vector_of<u8>{});
+  EXPECT_EQ(elements<u8>(state.z[2]), VectorOf<u8>{});
 }
 
 TEST(Copy, ImmediatesMergeOrZero) {
@@ -274,7 +274,7 @@ TEST(Extract, LastBAndItsConditionalForm) {
 TEST(Index, WrapsAtTheElement) {
   for_each_type([]<class T>() {
     const auto expect = [](cpu_state& e, u64 start, u64 step) {
-      vector_of<T> r;
+      VectorOf<T> r;
       for (std::size_t i = 0; i < sve::lanes<T>; ++i) r[i] = static_cast<T>(start + i * step);
       put(e.z[3], r);
     };

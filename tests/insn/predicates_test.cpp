@@ -34,7 +34,7 @@ TEST(Ptest, EveryInstanceFollowsTheDefinition) {
   run("ptest", 500, calling(sve_ptest_pp, p(3), p(4)), [&](auto& e, auto& s) { define_flags(e, s.p[3], s.p[4], 1); });
 }
 
-std::string ptest_flags(const vector_of<byte>& mask, const vector_of<byte>& result, u64 before = 0xf0000000) {
+std::string ptest_flags(const VectorOf<byte>& mask, const VectorOf<byte>& result, u64 before = 0xf0000000) {
   cpu_state state{};
   state.nzcv = before;
   sve_ptest<short>(&state, chars(mask.data()), chars(result.data()));
@@ -50,26 +50,26 @@ TEST(Ptest, Edges) {
   EXPECT_EQ(ptest_flags(all, none), "-ZC-");
   EXPECT_EQ(ptest_flags(last, last), "N---");
   EXPECT_EQ(ptest_flags(all, all), "N---");
-  vector_of<byte> stray = none;
+  VectorOf<byte> stray = none;
   stray[vector_bytes - 1] = 1;  // the second byte of the last element: not seen
   EXPECT_EQ(ptest_flags(all, stray), "-ZC-");
-  vector_of<byte> twos;
+  VectorOf<byte> twos;
   twos.fill(2);  // bit 0 alone counts
   EXPECT_EQ(ptest_flags(twos, all), "-ZC-");
   EXPECT_EQ(ptest_flags(all, twos), "-ZC-");
-  vector_of<byte> threes;
+  VectorOf<byte> threes;
   threes.fill(3);
   EXPECT_EQ(ptest_flags(threes, threes), "N---");
 }
 
 // ---- Logic ----
 
-struct logic {
+struct Logic {
   const char* name;
   sve::insn::pppp* function;
   byte (*op)(byte, byte);
 };
-const logic logics[] = {
+const Logic logics[] = {
     {"and", sve_and_pppp, [](byte n, byte m) -> byte { return n & m; }},
     {"bic", sve_bic_pppp, [](byte n, byte m) -> byte { return n & static_cast<byte>(~m); }},
     {"eor", sve_eor_pppp, [](byte n, byte m) -> byte { return n ^ m; }},
@@ -78,7 +78,7 @@ const logic logics[] = {
 };
 
 TEST(PredicateLogic, CombinesWholeBytesWherePgIsActive) {
-  for (const logic& l : logics) {
+  for (const Logic& l : logics) {
     for (const unsigned qualifier : {aarch64_p_reg::zeroing, aarch64_p_reg::merging}) {
       for (const unsigned d : {0u, 1u, 2u, 3u})  // Pd apart, and the same as each source
         run(l.name, 60, calling(l.function, p(d), p(1, qualifier), p(2), p(3)), [&](auto& e, auto& s) {
@@ -118,12 +118,12 @@ TEST(Ptrue, PfalseClears) {
 
 using wide = __int128;
 
-struct counter {
+struct Counter {
   const char* name;
   sve::insn::prr* function;
   bool is_signed, or_equal;
 };
-const counter counters[] = {{"whilelt", sve_whilelt_prr, true, false},
+const Counter counters[] = {{"whilelt", sve_whilelt_prr, true, false},
                             {"whilelo", sve_whilelo_prr, false, false},
                             {"whilels", sve_whilels_prr, false, true}};
 
@@ -145,7 +145,7 @@ std::vector<u64> limits() {
 }
 
 template <class T>
-void check_while(const counter& c, unsigned width, u64 n, u64 m) {
+void check_while(const Counter& c, unsigned width, u64 n, u64 m) {
   cpu_state state{}, expected;
   std::memset(state.p[4], 0xff, vector_bytes);
   state.nzcv = 0xf0f0f0f0'f0f0f0f0;
@@ -172,7 +172,7 @@ void check_while(const counter& c, unsigned width, u64 n, u64 m) {
 
 TEST(While, IsExactAtTheLimitsOfBothWidthsAndSigns) {
   const std::vector<u64> values = limits();
-  for (const counter& c : counters)
+  for (const Counter& c : counters)
     for (const unsigned width : {element_s, element_d})
       for (const u64 n : values)
         for (const u64 m : values) {
@@ -257,7 +257,7 @@ TEST(Break, PbStopsBeforeTheBreak) {
           [&](auto& e, auto& s) {
             const int at = last_active(s.p[1]);
             bool last = at >= 0 && s.p[2][at] != 0;
-            vector_of<byte> result{};
+            VectorOf<byte> result{};
             for (std::size_t i = 0; i < vector_bytes; ++i) {
               if (!(s.p[1][i] & 1)) continue;
               last = last && !(s.p[3][i] & 1);
@@ -294,7 +294,7 @@ TEST(Pnext, Edges) {
     EXPECT_EQ(flags(state), "N-C-");
     put(state.p[3], canonical<T>([](auto i) { return i == n - 1; }));
     sve_pnext_pp(&state, p_tied(3, size_code<T>), p(4));  // beyond the last
-    EXPECT_EQ(elements<u8>(state.p[3]), vector_of<byte>{});
+    EXPECT_EQ(elements<u8>(state.p[3]), VectorOf<byte>{});
     EXPECT_EQ(flags(state), "-ZC-");
   });
 }

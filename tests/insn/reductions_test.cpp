@@ -7,10 +7,10 @@ namespace {
 
 using namespace insn_test;
 
-enum class operation { sum, smax, smin, umax, umin, and_, or_, xor_ };
+enum class Operation { sum, smax, smin, umax, umin, and_, or_, xor_ };
 
 template <class T>
-u64 reduced(operation op, const byte* predicate, const byte* source) {
+u64 reduced(Operation op, const byte* predicate, const byte* source) {
   using S = std::make_signed_t<T>;
   const auto v = elements<T>(source);
   u64 sum = 0;
@@ -29,39 +29,39 @@ u64 reduced(operation op, const byte* predicate, const byte* source) {
     parity ^= v[i];
   }
   switch (op) {
-    case operation::sum:
+    case Operation::sum:
       return sum;
-    case operation::smax:
+    case Operation::smax:
       return static_cast<T>(smax);  // not sign-extended beyond the element
-    case operation::smin:
+    case Operation::smin:
       return static_cast<T>(smin);
-    case operation::umax:
+    case Operation::umax:
       return umax;
-    case operation::umin:
+    case Operation::umin:
       return umin;
-    case operation::and_:
+    case Operation::and_:
       return all;
-    case operation::or_:
+    case Operation::or_:
       return any;
     default:
       return parity;
   }
 }
 
-struct reduction {
+struct Reduction {
   const char* name;
   sve::insn::vpz* function;
-  operation op;
+  Operation op;
 };
-const reduction reductions[] = {
-    {"uaddv", sve_uaddv_vpz, operation::sum},  {"smaxv", sve_smaxv_vpz, operation::smax},
-    {"sminv", sve_sminv_vpz, operation::smin}, {"umaxv", sve_umaxv_vpz, operation::umax},
-    {"uminv", sve_uminv_vpz, operation::umin}, {"andv", sve_andv_vpz, operation::and_},
-    {"orv", sve_orv_vpz, operation::or_},      {"eorv", sve_eorv_vpz, operation::xor_},
+const Reduction reductions[] = {
+    {"uaddv", sve_uaddv_vpz, Operation::sum},  {"smaxv", sve_smaxv_vpz, Operation::smax},
+    {"sminv", sve_sminv_vpz, Operation::smin}, {"umaxv", sve_umaxv_vpz, Operation::umax},
+    {"uminv", sve_uminv_vpz, Operation::umin}, {"andv", sve_andv_vpz, Operation::and_},
+    {"orv", sve_orv_vpz, Operation::or_},      {"eorv", sve_eorv_vpz, Operation::xor_},
 };
 
 template <class T>
-void check(const reduction& r, unsigned code) {
+void check(const Reduction& r, unsigned code) {
   for (const unsigned d : {5u, 6u})  // the register's other bytes are cleared, also when it is the source
     run(r.name, 200, calling(r.function, d, merging(1), z(6, code)), [&](auto& e, auto& s) {
       const u64 value = reduced<T>(r.op, s.p[1], s.z[6]);
@@ -71,7 +71,7 @@ void check(const reduction& r, unsigned code) {
 }
 
 TEST(Reduction, EveryOperationAndSize) {
-  for (const reduction& r : reductions) {
+  for (const Reduction& r : reductions) {
     for_each_type([&]<class T>() { check<T>(r, size_code<T>); });
     check<u8>(r, 5);
   }

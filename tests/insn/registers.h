@@ -26,19 +26,19 @@ using sve::vector_bytes;
 using namespace test;
 
 template <class T>
-using vector_of = std::array<T, vector_bytes / sizeof(T)>;
+using VectorOf = std::array<T, vector_bytes / sizeof(T)>;
 
 template <class T>
 inline constexpr unsigned size_code = std::countr_zero(sizeof(T));
 
 template <class T>
-vector_of<T> elements(const byte* bytes) {
-  vector_of<T> v;
+VectorOf<T> elements(const byte* bytes) {
+  VectorOf<T> v;
   std::memcpy(v.data(), bytes, vector_bytes);
   return v;
 }
 template <class T>
-void put(byte* bytes, const vector_of<T>& v) {
+void put(byte* bytes, const VectorOf<T>& v) {
   element_bytes = sizeof(T);
   std::memcpy(bytes, v.data(), vector_bytes);
 }
@@ -49,9 +49,9 @@ bool active(const byte* predicate, std::size_t i) {
 
 /// A canonical predicate for elements of T from a function of the index.
 template <class T, class Test>
-vector_of<byte> canonical(Test test) {
+VectorOf<byte> canonical(Test test) {
   element_bytes = sizeof(T);
-  vector_of<byte> p{};
+  VectorOf<byte> p{};
   for (std::size_t i = 0; i < sve::lanes<T>; ++i) p[i * sizeof(T)] = test(i) ? 1 : 0;
   return p;
 }
@@ -137,7 +137,7 @@ std::string explained(Call call, const cpu_state& start, const cpu_state& expect
   std::size_t result = 0;
   while (result < is.size() && std::memcmp(is[result], should[result], vector_bytes) == 0) ++result;
   if (result == is.size()) return "";
-  std::vector<column> operands;
+  std::vector<Column> operands;
   for (std::size_t n = 0; n < was.size(); ++n) {
     cpu_state other = start;
     byte* const changed = registers(other)[n];
@@ -157,7 +157,7 @@ auto calling(aarch64_decode_rc (*function)(cpu_state*, Operands...), Given... gi
 /// dst[i] = op(src[i]...), or where there is a predicate active ? op(src[i]...) : dst[i], for elements of T.
 template <class T, class Op, class... Sources>
 void map_elements(byte* dst, Op op, const Sources*... src) {
-  vector_of<T> r;
+  VectorOf<T> r;
   for (std::size_t i = 0; i < r.size(); ++i) r[i] = static_cast<T>(op(sve::load<T>(src, i)...));
   put(dst, r);
 }

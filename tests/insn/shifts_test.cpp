@@ -19,14 +19,14 @@ T right_arithmetic(T a, u64 n) {
   return static_cast<T>(x >> (n > 100 ? 100 : n));
 }
 
-enum shift { lsl, lsr, asr };
+enum Shift { lsl, lsr, asr };
 template <class T>
-T shifted(shift kind, T a, u64 n) {
+T shifted(Shift kind, T a, u64 n) {
   return kind == lsl ? left(a, n) : kind == lsr ? right(a, n) : right_arithmetic(a, n);
 }
 
 template <class T>
-void check_vector(shift kind, sve::insn::zpz* function, unsigned code) {
+void check_vector(Shift kind, sve::insn::zpz* function, unsigned code) {
   for (const unsigned m : {6u, 5u})
     run("vector", 200, calling(function, z_tied(5, code), merging(1), z(m, code)), [&](auto& e, auto& s) {
       merge_elements<T>(
@@ -48,7 +48,7 @@ template <class T>
 T one(sve::insn::zpz* function, T a, T n) {
   cpu_state state{};
   std::memset(state.p[0], 1, vector_bytes);
-  vector_of<T> v;
+  VectorOf<T> v;
   v.fill(a);
   put(state.z[0], v);
   v.fill(n);
@@ -75,7 +75,7 @@ TEST(Shift, EdgeAmounts) {
 TEST(Shift, ByEveryImmediate) {
   for_each_type([]<class T>() {
     struct {
-      shift kind;
+      Shift kind;
       sve::insn::zpi* predicated;
       sve::insn::zzi* plain;
     } const forms[] = {

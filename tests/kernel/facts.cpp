@@ -91,13 +91,13 @@ void lengths(char** argv) {
 
 const char* edit;
 
-struct record {
+struct Record {
   unsigned char* at;
   _aarch64_ctx head;
 };
 
 // The records of a frame; returns how many.
-int records(ucontext_t* context, record (&found)[16]) {
+int records(ucontext_t* context, Record (&found)[16]) {
   auto* at = reinterpret_cast<unsigned char*>(context->uc_mcontext.__reserved);
   for (int n = 0; n < 16; ++n) {
     std::memcpy(&found[n].head, at, sizeof found[n].head);
@@ -114,7 +114,7 @@ int records(ucontext_t* context, record (&found)[16]) {
 }
 
 unsigned char* find(ucontext_t* context, std::uint32_t magic) {
-  record all[16];
+  Record all[16];
   const int n = records(context, all);
   for (int i = 0; i < n; ++i)
     if (all[i].head.magic == magic) return all[i].at;
@@ -133,7 +133,7 @@ void show_frame(int sig, siginfo_t* info, void* raw) {
   std::printf("signal %d, context at %ld, on a stack of ours: %d, size %zu\n", sig,
               static_cast<long>(reinterpret_cast<unsigned char*>(raw) - base), context->uc_stack.ss_flags,
               context->uc_stack.ss_size);
-  record all[16];
+  Record all[16];
   const int n = records(context, all);
   for (int i = 0; i < n; ++i) {
     std::printf("  record %#x of %u at %ld", all[i].head.magic, all[i].head.size, static_cast<long>(all[i].at - base));

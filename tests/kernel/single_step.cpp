@@ -29,12 +29,12 @@ extern "C" {
 extern const std::uint32_t run_begin[], run_end[];
 }
 
-struct shared {
+struct Shared {
   int handled, wrong;
   long at;  // where in the run the handler saw the program, in instructions
   char words[200];
 };
-shared* seen;
+Shared* seen;
 
 std::uint32_t stored[sve::lanes<std::uint32_t>];
 constexpr std::uint64_t x9_before = 1000;
@@ -201,7 +201,7 @@ std::uint64_t resume(int request, int sig = 0) {
 
 int main() {
   setvbuf(stdout, nullptr, _IONBF, 0);
-  seen = static_cast<shared*>(mmap(nullptr, sizeof *seen, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  seen = static_cast<Shared*>(mmap(nullptr, sizeof *seen, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   tracee = fork();
   if (tracee == 0) child();
   int status = 0;

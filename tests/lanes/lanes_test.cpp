@@ -14,16 +14,16 @@ namespace {
 using sve::byte;
 using sve::lanes;
 using sve::load;
-using sve::register_bits;
+using sve::RegisterBits;
 using sve::vector_bytes;
 
-struct vector_register {
+struct VectorRegister {
   alignas(16) byte bytes[vector_bytes];
 };
 
 // Dense, sparse, all or none; of a byte the lowest bit alone counts.
-vector_register random_predicate(std::mt19937_64& random) {
-  vector_register r;
+VectorRegister random_predicate(std::mt19937_64& random) {
+  VectorRegister r;
   const unsigned density = static_cast<unsigned>(random() % 5);
   for (byte& b : r.bytes) {
     const bool set = density == 4 || (density != 0 && random() % 4 < density);
@@ -45,8 +45,8 @@ TYPED_TEST_SUITE(Registers, Elements);
 TYPED_TEST(Registers, QueriesOfPredicates) {
   using T = TypeParam;
   for (int c = 0; c < this->cases; ++c) {
-    const vector_register p = random_predicate(this->random), q = random_predicate(this->random);
-    const register_bits bits(p.bytes);
+    const VectorRegister p = random_predicate(this->random), q = random_predicate(this->random);
+    const RegisterBits bits(p.bytes);
     bool all = true, canonical = true;
     unsigned common = 0;
     byte joined[16] = {};
@@ -64,7 +64,7 @@ TYPED_TEST(Registers, QueriesOfPredicates) {
     byte pieces[16];
     sve::store_piece(pieces, sve::union_of(p.bytes));
     EXPECT_EQ(std::memcmp(pieces, joined, sizeof joined), 0);
-    vector_register made = p;
+    VectorRegister made = p;
     sve::make_canonical(made.bytes);
     for (std::size_t i = 0; i < vector_bytes; ++i) ASSERT_EQ(made.bytes[i], p.bytes[i] & 1);
     EXPECT_TRUE(sve::is_canonical(made.bytes));
@@ -74,7 +74,7 @@ TYPED_TEST(Registers, QueriesOfPredicates) {
 TYPED_TEST(Registers, LeadingElements) {
   using T = TypeParam;
   for (std::size_t n = 0; n <= lanes<T>; ++n) {
-    vector_register p;
+    VectorRegister p;
     sve::set_leading<T>(p.bytes, n);
     for (std::size_t i = 0; i < vector_bytes; ++i)
       ASSERT_EQ(p.bytes[i], i % sizeof(T) == 0 && i < n * sizeof(T)) << n << " at " << i;
@@ -82,7 +82,7 @@ TYPED_TEST(Registers, LeadingElements) {
   for (unsigned end = 0; end <= 256; ++end)
     for (std::size_t i = 0; i < vector_bytes; ++i) {
       byte piece[16];
-      sve::store_piece(piece, sve::leading_ones(end)(i / 16));
+      sve::store_piece(piece, sve::LeadingOnes(end)(i / 16));
       ASSERT_EQ(piece[i % 16], i < end) << end << " at " << i;
     }
 }
@@ -90,14 +90,14 @@ TYPED_TEST(Registers, LeadingElements) {
 TYPED_TEST(Registers, Compares) {
   using T = TypeParam;
   for (int c = 0; c < this->cases; ++c) {
-    const vector_register p = random_predicate(this->random);
-    vector_register a, b, r;
+    const VectorRegister p = random_predicate(this->random);
+    VectorRegister a, b, r;
     for (byte& x : a.bytes) x = static_cast<byte>(this->random());
     for (std::size_t i = 0; i < lanes<T>; ++i)  // equal ones too
       sve::store<T>(b.bytes, i, this->random() % 2 ? load<T>(a.bytes, i) : static_cast<T>(this->random()));
     const auto greater_or_equal = [](auto x, auto y) { return x >= y; };
     const auto pieces = sve::compared_pieces<T>(greater_or_equal, a.bytes, b.bytes);
-    sve::computed_predicate<T> outcome(p.bytes, pieces);
+    sve::ComputedPredicate<T> outcome(p.bytes, pieces);
     EXPECT_EQ(outcome.every_active, sve::all_active<T>(p.bytes));
     outcome.restrict_to(p.bytes);
     outcome.store(r.bytes);
@@ -106,9 +106,9 @@ TYPED_TEST(Registers, Compares) {
       const bool expected = i % sizeof(T) == 0 && p.bytes[i] & 1 && load<T>(a.bytes, e) >= load<T>(b.bytes, e);
       ASSERT_EQ(r.bytes[i], expected) << i;
     }
-    vector_register everywhere;
+    VectorRegister everywhere;
     std::memset(everywhere.bytes, 1, vector_bytes);
-    const std::uint32_t flags = sve::computed_predicate<T>(everywhere.bytes, pieces).flags_of_all();
+    const std::uint32_t flags = sve::ComputedPredicate<T>(everywhere.bytes, pieces).flags_of_all();
     bool first = false, any = false, last = false;
     for (std::size_t e = 0; e < lanes<T>; ++e) {
       last = load<T>(a.bytes, e) >= load<T>(b.bytes, e);
@@ -122,18 +122,18 @@ TYPED_TEST(Registers, Compares) {
 TYPED_TEST(Registers, LookupsIntoEachOfTheirOperands) {
   using T = std::make_unsigned_t<TypeParam>;
   for (int c = 0; c < this->cases; ++c) {
-    vector_register table, indices, expected;
+    VectorRegister table, indices, expected;
     for (byte& x : table.bytes) x = static_cast<byte>(this->random());
     for (std::size_t i = 0; i < lanes<T>; ++i) {
       const T at = static_cast<T>(this->random() % 4 == 0 ? this->random() : this->random() % (lanes<T> + 2));
       sve::store<T>(indices.bytes, i, at);
       sve::store<T>(expected.bytes, i, at < lanes<T> ? load<T>(table.bytes, at) : T{0});
     }
-    vector_register result, over_table = table, over_indices = indices;
+    VectorRegister result, over_table = table, over_indices = indices;
     sve::look_up<T>(result.bytes, table.bytes, indices.bytes);
     sve::look_up<T>(over_table.bytes, over_table.bytes, indices.bytes);
     sve::look_up<T>(over_indices.bytes, table.bytes, over_indices.bytes);
-    for (const vector_register* r : {&result, &over_table, &over_indices})
+    for (const VectorRegister* r : {&result, &over_table, &over_indices})
       ASSERT_EQ(std::memcmp(r->bytes, expected.bytes, vector_bytes), 0);
   }
 }
@@ -145,13 +145,13 @@ void expect_same_loops(const char* name, std::mt19937_64& random, Op op) {
   volatile std::size_t unknown = lanes<T>;
   const std::size_t n = unknown;
   const auto compare = [&](auto whole, auto any, const char* loop) {
-    const vector_register p = random_predicate(random);
-    vector_register old, a, b, r, expected;
-    for (vector_register* v : {&old, &a, &b})
+    const VectorRegister p = random_predicate(random);
+    VectorRegister old, a, b, r, expected;
+    for (VectorRegister* v : {&old, &a, &b})
       for (byte& x : v->bytes) x = static_cast<byte>(random());
     for (std::size_t i = 0; i < lanes<T>; ++i)  // amounts of shifts, in range and at its end
       if (random() % 2) sve::store<T>(b.bytes, i, static_cast<T>(random() % (8 * sizeof(T) + 2)));
-    vector_register over = a;
+    VectorRegister over = a;
     whole(r.bytes, old.bytes, p.bytes, a.bytes, b.bytes);
     any(expected.bytes, old.bytes, p.bytes, a.bytes, b.bytes);
     ASSERT_EQ(std::memcmp(r.bytes, expected.bytes, vector_bytes), 0) << name << ", " << loop;

@@ -14,7 +14,7 @@
 
 namespace {
 
-using test::guarded_memory;
+using test::GuardedMemory;
 
 const char message[] =
     "zorvi's SVESigHandler caught signal SIGSEGV from the process being emulated, passing it to the default signal "
@@ -27,7 +27,7 @@ class Fault : public testing::Test {
 };
 
 TEST_F(Fault, GuardedReadsAcrossAPageEndSeeNoPartialValue) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   for (std::uint64_t before = 1; before < 8; ++before) {
     bool fault = false;
@@ -45,7 +45,7 @@ TEST_F(Fault, GuardedReadsAcrossAPageEndSeeNoPartialValue) {
 }
 
 TEST_F(Fault, GuardedReadsLeaveTheFlagOfASuccess) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   for (const bool before : {false, true}) {
     bool fault = before;
@@ -56,7 +56,7 @@ TEST_F(Fault, GuardedReadsLeaveTheFlagOfASuccess) {
 }
 
 TEST_F(Fault, PlainReadsAndWritesEndTheProcessWithTheMessage) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   const auto read = in_child([&] { ReadMemLib4(memory.end_address(), 0, nullptr, &context); });
   EXPECT_EQ(read.signal(), SIGSEGV);
   EXPECT_EQ(read.error_output, message) << "once: the second fault finds the default action";
@@ -91,7 +91,7 @@ TEST_F(Fault, ABusErrorIsNamedAndEndsTheProcess) {
 }
 
 TEST_F(Fault, TheProbeAnswersAndLeavesTheHandlerInPlace) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   struct sigaction action;
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(addr_is_readable(reinterpret_cast<char volatile*>(memory.begin())));
@@ -106,7 +106,7 @@ TEST_F(Fault, TheProbeAnswersAndLeavesTheHandlerInPlace) {
 }
 
 TEST_F(Fault, SixteenThreadsProbeAtOnce) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   constexpr int threads = 16, rounds = 20'000;
   std::vector<int> wrong(threads, 0);
@@ -166,14 +166,14 @@ class ForeignAction : public Fault {
 };
 
 TEST_F(ForeignAction, TheProbeAnswers) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   EXPECT_TRUE(addr_is_readable(reinterpret_cast<char volatile*>(memory.begin())));
   EXPECT_FALSE(addr_is_readable(reinterpret_cast<char volatile*>(memory.end())));
   EXPECT_EQ(handled, 0);
 }
 
 TEST_F(ForeignAction, FirstFaultAndNonFaultLoadsMark) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   static cpu_state state;
   std::memset(state.p[1], 1, sizeof state.p[1]);
@@ -197,7 +197,7 @@ TEST_F(ForeignAction, FirstFaultAndNonFaultLoadsMark) {
 }
 
 TEST_F(ForeignAction, PlainFaultsAreThePrograms) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   mprotect(memory.begin(), test::page, PROT_NONE);
   EXPECT_EQ(ReadMemLib1(memory.address(5), 0, nullptr, &context), 0u);
   EXPECT_EQ(handled, 1);
@@ -206,7 +206,7 @@ TEST_F(ForeignAction, PlainFaultsAreThePrograms) {
 
 // While one thread reads guarded, another one's own fault still comes to the program's handler.
 TEST_F(ForeignAction, FaultsOfOtherThreadsArePassedOn) {
-  const guarded_memory memory(2);
+  const GuardedMemory memory(2);
   std::atomic<bool> stop{false};
   std::atomic<int> wrong{0};
   std::vector<std::thread> probing;
@@ -226,7 +226,7 @@ TEST_F(ForeignAction, FaultsOfOtherThreadsArePassedOn) {
 }
 
 TEST_F(ForeignAction, TheDefaultActionIsAnActionOfTheProgramToo) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   const auto result = in_child([&] {
     std::signal(SIGSEGV, SIG_DFL);
     if (addr_is_readable(reinterpret_cast<char volatile*>(memory.end()))) _exit(1);

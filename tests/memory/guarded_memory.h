@@ -12,18 +12,18 @@ namespace test {
 inline constexpr std::size_t page = 4096;
 
 /// `pages` readable and writable pages with an unreadable one on each side; shared with child processes.
-class guarded_memory {
+class GuardedMemory {
  public:
-  explicit guarded_memory(std::size_t pages = 1) : size_((pages + 2) * page) {
+  explicit GuardedMemory(std::size_t pages = 1) : size_((pages + 2) * page) {
     base_ = static_cast<std::uint8_t*>(mmap(nullptr, size_, PROT_NONE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     if (base_ == MAP_FAILED || mprotect(base_ + page, pages * page, PROT_READ | PROT_WRITE) != 0) {
       ADD_FAILURE() << "no memory for the test";
       std::abort();
     }
   }
-  ~guarded_memory() { munmap(base_, size_); }
-  guarded_memory(const guarded_memory&) = delete;
-  guarded_memory& operator=(const guarded_memory&) = delete;
+  ~GuardedMemory() { munmap(base_, size_); }
+  GuardedMemory(const GuardedMemory&) = delete;
+  GuardedMemory& operator=(const GuardedMemory&) = delete;
 
   std::uint8_t* begin() const { return base_ + page; }
   std::uint8_t* end() const { return base_ + size_ - page; }

@@ -24,7 +24,7 @@ namespace {
 using sve::vector_bytes;
 constexpr std::size_t words = sve::lanes<std::uint32_t>, doubles = sve::lanes<std::uint64_t>;
 constexpr PredV all_of_value{{~0ul, ~0ul, ~0ul, ~0ul}};
-using test::guarded_memory;
+using test::GuardedMemory;
 
 using Z = aarch64_z_reg;
 using P = aarch64_p_reg;
@@ -54,7 +54,7 @@ const R index_register(3, 3), zero_register(31, 3);
 
 // ---- Contiguous forms ----
 
-struct contiguous_form {
+struct ContiguousForm {
   const char* name;
   aarch64_decode_rc (*immediate)(cpu_state*, Z, P, SP, int);
   aarch64_decode_rc (*indexed)(cpu_state*, Z, P, SP, R);
@@ -63,17 +63,17 @@ struct contiguous_form {
 };
 #define FORM(name, element, memory, is_signed) \
   { #name, sve_##name##_zpri, sve_##name##_scaled_zprr, element, memory, is_signed }
-const contiguous_form load_forms[] = {
+const ContiguousForm load_forms[] = {
     FORM(ld1b, 1, 1, false),   FORM(ld1b_h, 2, 1, false), FORM(ld1b_s, 4, 1, false), FORM(ld1b_d, 8, 1, false),
     FORM(ld1sb_h, 2, 1, true), FORM(ld1sb_s, 4, 1, true), FORM(ld1sb_d, 8, 1, true), FORM(ld1h, 2, 2, false),
     FORM(ld1h_s, 4, 2, false), FORM(ld1h_d, 8, 2, false), FORM(ld1sh_s, 4, 2, true), FORM(ld1sh_d, 8, 2, true),
     FORM(ld1w, 4, 4, false),   FORM(ld1w_d, 8, 4, false), FORM(ld1sw_d, 8, 4, true), FORM(ld1d, 8, 8, false),
     FORM(ldnt1b, 1, 1, false), FORM(ldnt1h, 2, 2, false), FORM(ldnt1w, 4, 4, false), FORM(ldnt1d, 8, 8, false)};
-const contiguous_form store_forms[] = {FORM(st1b, 1, 1, false),   FORM(st1b_h, 2, 1, false), FORM(st1b_s, 4, 1, false),
-                                       FORM(st1b_d, 8, 1, false), FORM(st1h, 2, 2, false),   FORM(st1h_s, 4, 2, false),
-                                       FORM(st1h_d, 8, 2, false), FORM(st1w, 4, 4, false),   FORM(st1w_d, 8, 4, false),
-                                       FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
-                                       FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
+const ContiguousForm store_forms[] = {FORM(st1b, 1, 1, false),   FORM(st1b_h, 2, 1, false), FORM(st1b_s, 4, 1, false),
+                                      FORM(st1b_d, 8, 1, false), FORM(st1h, 2, 2, false),   FORM(st1h_s, 4, 2, false),
+                                      FORM(st1h_d, 8, 2, false), FORM(st1w, 4, 4, false),   FORM(st1w_d, 8, 4, false),
+                                      FORM(st1d, 8, 8, false),   FORM(stnt1b, 1, 1, false), FORM(stnt1h, 2, 2, false),
+                                      FORM(stnt1w, 4, 4, false), FORM(stnt1d, 8, 8, false)};
 
 // Structures of n fields.
 struct {
@@ -93,7 +93,7 @@ std::uint64_t element(const std::uint8_t* from, std::size_t bytes) {
 }
 
 // Element e of what a load leaves, from the bytes at `from`.
-std::uint64_t extended(const contiguous_form& f, const std::uint8_t* from) {
+std::uint64_t extended(const ContiguousForm& f, const std::uint8_t* from) {
   std::uint64_t value = element(from, f.memory);
   if (f.is_signed) {
     const int above = 64 - 8 * static_cast<int>(f.memory);
@@ -103,10 +103,10 @@ std::uint64_t extended(const contiguous_form& f, const std::uint8_t* from) {
 }
 
 TEST_F(Loads, ContiguousFormsFitTheLastAndTheFirstBytesOfAPage) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   std::mt19937 random(1);
-  for (const contiguous_form& f : load_forms) {
+  for (const ContiguousForm& f : load_forms) {
     const unsigned n = vector_bytes / f.element, span = n * f.memory;
     for (const bool sparse : {false, true})
       for (const std::uint64_t start : {memory.address(), memory.end_address(static_cast<std::ptrdiff_t>(span))}) {
@@ -121,7 +121,7 @@ TEST_F(Loads, ContiguousFormsFitTheLastAndTheFirstBytesOfAPage) {
         }
       }
   }
-  for (const contiguous_form& f : store_forms) {
+  for (const ContiguousForm& f : store_forms) {
     const unsigned n = vector_bytes / f.element, span = n * f.memory;
     for (const bool sparse : {false, true})
       for (const std::uint64_t start : {memory.address(), memory.end_address(static_cast<std::ptrdiff_t>(span))}) {
@@ -140,9 +140,9 @@ TEST_F(Loads, ContiguousFormsFitTheLastAndTheFirstBytesOfAPage) {
 }
 
 TEST_F(Loads, ContiguousAddresses) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
-  for (const contiguous_form& f : load_forms) {
+  for (const ContiguousForm& f : load_forms) {
     const int n = static_cast<int>(vector_bytes / f.element), unit = n * static_cast<int>(f.memory);
     for (const int imm : {-8, -1, 1, 7}) {
       state.x[2] = memory.address(1500);
@@ -164,13 +164,13 @@ TEST_F(Loads, NoActiveElementTouchesNothing) {
   all_inactive();
   state.x[2] = 0x10;
   state.x[3] = 1;
-  for (const contiguous_form& f : load_forms) {
+  for (const ContiguousForm& f : load_forms) {
     f.immediate(&state, Z(4, 0), governing, base, 1);
     EXPECT_TRUE(is_zero(4)) << f.name;
     f.indexed(&state, Z(5, 0), governing, base, index_register);
     EXPECT_TRUE(is_zero(5)) << f.name;
   }
-  for (const contiguous_form& f : store_forms) {
+  for (const ContiguousForm& f : store_forms) {
     f.immediate(&state, Z(4, 0), governing, base, 1);
     f.indexed(&state, Z(4, 0), governing, base, index_register);
   }
@@ -179,8 +179,8 @@ TEST_F(Loads, NoActiveElementTouchesNothing) {
 }
 
 TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
-  const guarded_memory memory;
-  for (const contiguous_form& f : store_forms) {
+  const GuardedMemory memory;
+  for (const ContiguousForm& f : store_forms) {
     std::memset(memory.begin(), 0, test::page);
     for (std::size_t i = 0; i < vector_bytes; ++i) state.z[4][i] = static_cast<std::uint8_t>(i + 1);
     const unsigned fitting = std::min<unsigned>(3, vector_bytes / f.element - 1);  // elements below the page end
@@ -192,7 +192,7 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
       EXPECT_EQ(std::memcmp(memory.end() - (fitting - e) * f.memory, state.z[4] + e * f.element, f.memory), 0)
           << f.name << " element " << e;
   }
-  for (const contiguous_form& f : load_forms) {
+  for (const ContiguousForm& f : load_forms) {
     state.x[2] = memory.end_address(vector_bytes / f.element * f.memory - 1);
     const auto result = in_child([&] { f.immediate(&state, Z(4, 0), governing, base, 0); });
     EXPECT_EQ(result.signal(), SIGSEGV) << f.name;
@@ -200,24 +200,24 @@ TEST_F(Loads, AFaultMidwayEndsTheProcessWithTheElementsBelowStored) {
 }
 
 // A state that a child process shares with its parent.
-struct shared_state {
-  shared_state()
+struct SharedState {
+  SharedState()
       : at(static_cast<cpu_state*>(
             mmap(nullptr, sizeof(cpu_state), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
     if (at == MAP_FAILED) std::abort();
   }
-  ~shared_state() { munmap(at, sizeof(cpu_state)); }
-  shared_state(const shared_state&) = delete;
-  shared_state& operator=(const shared_state&) = delete;
+  ~SharedState() { munmap(at, sizeof(cpu_state)); }
+  SharedState(const SharedState&) = delete;
+  SharedState& operator=(const SharedState&) = delete;
   cpu_state* const at;
 };
 
 // The elements below the fault are in the register when the process dies, whether all elements are active or some.
 TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
-  const shared_state shared;
-  for (const contiguous_form& f : load_forms)
+  const SharedState shared;
+  for (const ContiguousForm& f : load_forms)
     for (const bool sparse : {false, true}) {
       SetUp();
       const unsigned fitting = std::min<unsigned>(5, vector_bytes / f.element - 1 - sparse);
@@ -235,9 +235,9 @@ TEST_F(Loads, AFaultMidwayLeavesTheElementsBelowLoaded) {
 }
 
 TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
-  const shared_state shared;
+  const SharedState shared;
   for (const auto& f : structure_forms)
     for (const bool sparse : {false, true}) {
       SetUp();
@@ -257,9 +257,9 @@ TEST_F(Loads, AStructureLoadThatFaultsLeavesTheFieldsBelowLoaded) {
 }
 
 TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
-  const shared_state shared;
+  const SharedState shared;
   const std::size_t fitting = doubles / 2;
   for (const bool into_addresses : {false, true}) {
     SetUp();
@@ -281,7 +281,7 @@ TEST_F(Loads, AGatherThatFaultsLeavesTheElementsBelowLoaded) {
 // What is stored in pieces is stored in those pieces: bytes by the library's routine, 16 bytes by the instruction
 // function.
 TEST_F(Loads, ASpillThatFaultsHasStoredThePiecesBelow) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   VectorV v{};
   for (std::size_t i = 0; i < vector_bytes; ++i) v.bytes[i] = state.z[7][i] = static_cast<std::uint8_t>(i + 1);
   for (std::size_t fitting = 1; fitting < vector_bytes; ++fitting) {
@@ -336,7 +336,7 @@ int run_mending(const std::function<void()>& instruction) {
 
 TEST_F(Loads, AListIsFollowedOverPagesThatComeOnDemand) {
   constexpr std::size_t pages = doubles, step = pages / 2;
-  const guarded_memory memory(pages);
+  const GuardedMemory memory(pages);
   // i = next[i], one element a page.
   for (std::size_t e = 0; e < pages; ++e) {
     const std::uint64_t next = memory.address(static_cast<std::ptrdiff_t>(((e + step) % pages) * test::page + 8 * e));
@@ -367,9 +367,9 @@ TEST_F(Loads, AListIsFollowedOverPagesThatComeOnDemand) {
 // ---- Memory that other threads take away ----
 
 // Half of the time the second page of `memory` cannot be read, or is not there.
-class restless_page {
+class RestlessPage {
  public:
-  explicit restless_page(std::uint8_t* at)
+  explicit RestlessPage(std::uint8_t* at)
       : thread_([this, at] {
           for (unsigned i = 0; !stop_; ++i) {
             if (i % 2 == 0) {
@@ -381,7 +381,7 @@ class restless_page {
             }
           }
         }) {}
-  ~restless_page() {
+  ~RestlessPage() {
     stop_ = true;
     thread_.join();
   }
@@ -392,10 +392,10 @@ class restless_page {
 };
 
 TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
-  const guarded_memory memory(2);
+  const GuardedMemory memory(2);
   std::memset(memory.begin(), 0, 2 * test::page);
   const std::uint64_t end = memory.address(test::page);  // of the page that stays
-  struct speculative {
+  struct Speculative {
     bool faults_at_first;
     std::function<void(std::uint64_t start)> load;
   };
@@ -418,7 +418,7 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
       function(&state, Z(4, size), governing, base, 0);
     };
   };
-  const speculative forms[] = {{true, first_fault(sve_ldff1b_scaled_zprr, 0)},
+  const Speculative forms[] = {{true, first_fault(sve_ldff1b_scaled_zprr, 0)},
                                {true, first_fault(sve_ldff1w_scaled_zprr, 2)},
                                {true, first_fault(sve_ldff1d_scaled_zprr, 3)},
                                {false, non_fault(sve_ldnf1b_zpri, 0)},
@@ -427,10 +427,10 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
                                {false, [&](std::uint64_t s) { VecU32LoadFF4VSZ(all_of_value, offsets, s, &context); }}};
   // In a child: who is killed would take the other tests along.
   const auto result = in_child([&] {
-    const restless_page restless(reinterpret_cast<std::uint8_t*>(end));
+    const RestlessPage restless(reinterpret_cast<std::uint8_t*>(end));
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
     while (std::chrono::steady_clock::now() < until)
-      for (const speculative& f : forms)
+      for (const Speculative& f : forms)
         for (std::uint64_t below = 8; below < vector_bytes; below += 8) {
           std::memset(state.ffr, 1, vector_bytes);
           f.load(end - below);
@@ -446,7 +446,7 @@ TEST_F(Loads, SpeculativeLoadsOutliveAnotherThreadsUnmapping) {
 }
 
 TEST_F(Loads, WholeRegisters) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   state.x[2] = memory.end_address(vector_bytes);
   sve_ldr_zri(&state, Z(7, 5), base, 0);
@@ -472,10 +472,10 @@ TEST_F(Loads, WholeRegisters) {
 
 // Names of forms that no encoding produces: each does what the form of the same sizes does.
 TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
-  using function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
+  using Function = aarch64_decode_rc (*)(cpu_state*, Z, P, SP, int);
   const struct {
     const char* name;
-    function call, plain;
+    Function call, plain;
   } forms[] = {{"ld1sb", sve_ld1sb_zpri, sve_ld1b_zpri},       {"ld1sh", sve_ld1sh_zpri, sve_ld1h_zpri},
                {"ld1sw", sve_ld1sw_zpri, sve_ld1w_zpri},       {"ld1sd", sve_ld1sd_zpri, sve_ld1d_zpri},
                {"st1sb", sve_st1sb_zpri, sve_st1b_zpri},       {"st1sb_h", sve_st1sb_h_zpri, sve_st1b_h_zpri},
@@ -483,7 +483,7 @@ TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
                {"st1sh", sve_st1sh_zpri, sve_st1h_zpri},       {"st1sh_s", sve_st1sh_s_zpri, sve_st1h_s_zpri},
                {"st1sh_d", sve_st1sh_d_zpri, sve_st1h_d_zpri}, {"st1sw", sve_st1sw_zpri, sve_st1w_zpri},
                {"st1sw_d", sve_st1sw_d_zpri, sve_st1w_d_zpri}, {"st1sd", sve_st1sd_zpri, sve_st1d_zpri}};
-  const guarded_memory memory;
+  const GuardedMemory memory;
   std::mt19937 random(11);
   for (const auto& f : forms)
     for (const int imm : {-8, 0, 7})
@@ -507,7 +507,7 @@ TEST_F(Loads, NamesWithoutAnEncodingAreThePlainForms) {
 // ---- Structures ----
 
 TEST_F(Loads, StructureGroupsWrapAtZ31) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   std::mt19937 random(3);
   for (const auto& f : structure_forms)
@@ -543,7 +543,7 @@ TEST_F(Loads, StructureGroupsWrapAtZ31) {
 }
 
 TEST_F(Loads, AStructureStoreWritesItsActiveStructuresOnly) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   std::memset(memory.begin(), 0, test::page);
   all_inactive();
   state.p[1][2] = 1;  // element 1 of 16 bits
@@ -571,7 +571,7 @@ T lane(const std::uint8_t* z, std::size_t e) {
 }
 
 TEST_F(Loads, GatherOffsetsExtendBySignOrByZero) {
-  const guarded_memory memory(2);
+  const GuardedMemory memory(2);
   memory.fill_counting();
   const std::uint64_t middle = memory.address(4096);
   state.x[2] = middle;
@@ -604,7 +604,7 @@ TEST_F(Loads, AVectorOf32BitBasesIsZeroExtended) {
 }
 
 TEST_F(Loads, EqualScatterAddressesKeepTheHighestElement) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   state.x[2] = memory.address(64);
   std::memset(state.z[8], 0, vector_bytes);
   for (std::size_t e = 0; e < doubles; ++e) set_lane<std::uint64_t>(state.z[9], e, e + 100);
@@ -622,7 +622,7 @@ TEST_F(Loads, InactiveGatherElementsFormNoAddress) {
   EXPECT_TRUE(is_zero(9));
   sve_st1d_zpzi(&state, Z(8, 3), governing, Z(8, 3), 0);
   // The destination may be the vector of addresses.
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   std::memset(state.p[1], 1, vector_bytes);
   for (std::size_t e = 0; e < doubles; ++e)
@@ -635,7 +635,7 @@ TEST_F(Loads, InactiveGatherElementsFormNoAddress) {
 // ---- First-fault, by a probe of the next page ----
 
 TEST_F(Loads, FirstFaultCountsElementsBelowThePageEnd) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   struct {
     aarch64_decode_rc (*load)(cpu_state*, Z, P, SP, R);
@@ -668,7 +668,7 @@ TEST_F(Loads, FirstFaultCountsElementsBelowThePageEnd) {
 }
 
 TEST_F(Loads, FirstFaultAtExactlyAPageEndLoadsAll) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   state.x[2] = memory.end_address(vector_bytes);
   sve_ldff1b_scaled_zprr(&state, Z(4, 0), governing, base, zero_register);
@@ -683,7 +683,7 @@ TEST_F(Loads, FirstFaultAtExactlyAPageEndLoadsAll) {
 // ---- Non-fault, by a probe of each page ----
 
 TEST_F(Loads, NonFaultIsNotSticky) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   // The first 10 bytes of the span lie on the unreadable page before.
   state.x[2] = memory.address(-10);
@@ -708,22 +708,22 @@ TEST_F(Loads, NonFaultWithNothingActiveProbesAndChangesNoMarks) {
 }
 
 TEST_F(Loads, ANonFaultElementThatStraddlesAPageEndIsFatal) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   state.x[2] = memory.end_address(7);
   EXPECT_EQ(in_child([&] { sve_ldnf1d_zpri(&state, Z(4, 3), governing, base, 0); }).signal(), SIGSEGV);
 }
 
 // ---- First-fault and non-fault, by a guarded read of each element ----
 
-using guarded_load = std::function<VectorV(const PredV&, std::uint64_t start, CpuContext*)>;
+using GuardedLoad = std::function<VectorV(const PredV&, std::uint64_t start, CpuContext*)>;
 
 TEST_F(Loads, GuardedLoadsStopAtTheFirstActiveElementThatFaults) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   struct {
     const char* name;
     unsigned element, memory;
-    guarded_load load;
+    GuardedLoad load;
   } const forms[] = {
       {"ldff1h.h", 2, 2, [](const PredV& p, std::uint64_t s, CpuContext* c) { return VecU16CLoadFF2LSSZ(p, s, 0, c); }},
       {"ldff1sb.d", 8, 1,
@@ -774,7 +774,7 @@ TEST_F(Loads, FirstFaultInSixteenThreads) {
   // Each thread's loads fault at an element of its own; every element and every mark is checked.
   constexpr int threads = 16;
   const int rounds = std::getenv("SVE_MANY_FIRST_FAULTS") ? 625'000 : 12'500;
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   std::array<int, threads> wrong{};
   std::vector<std::thread> running;
@@ -803,7 +803,7 @@ TEST_F(Loads, FirstFaultInSixteenThreads) {
 // ---- Replicating loads ----
 
 TEST_F(Loads, QuadwordsLookAtSixteenPredicateBits) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   CpuContext context{};
   context.vl_word = sve::vector_granules;
@@ -831,7 +831,7 @@ TEST_F(Loads, QuadwordsLookAtSixteenPredicateBits) {
 }
 
 TEST_F(Loads, ReplicatedElementsScaleTheirImmediateAndExtend) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   std::memset(memory.begin(), 0, test::page);
   memory.begin()[63 * 2 + 1] = 0x80;
   state.x[2] = memory.address();
@@ -843,7 +843,7 @@ TEST_F(Loads, ReplicatedElementsScaleTheirImmediateAndExtend) {
 
 // Lengths other than the model's; at length 0 nothing is touched.
 TEST_F(Loads, RoutinesFollowTheLengthWord) {
-  const guarded_memory memory;
+  const GuardedMemory memory;
   memory.fill_counting();
   const PredV all{{~std::uint64_t{0}, ~std::uint64_t{0}, ~std::uint64_t{0}, ~std::uint64_t{0}}};
   for (const unsigned granules : {0u, 1u, 2u, 6u, 14u, 32u}) {

@@ -37,7 +37,7 @@ class LaneUse : public ::testing::Test {
     ASSERT_NE(memory, MAP_FAILED);
     ASSERT_EQ(mprotect(memory + 2 * page, page, PROT_NONE), 0);
     state = std::make_unique<cpu_state>();
-    use = std::make_unique<lane_use>();
+    use = std::make_unique<sve::LaneUse>();
   }
   void TearDown() override { munmap(memory, 3 * page); }
 
@@ -50,7 +50,7 @@ class LaneUse : public ::testing::Test {
   }
 
   void execute(std::uint32_t word) {
-    const decode::row* const row = decode::find_row(word);
+    const decode::Row* const row = decode::find_row(word);
     ASSERT_NE(row, nullptr);
     ASSERT_TRUE(has_lane_use(*row));
     std::uint32_t code = word;
@@ -69,7 +69,7 @@ class LaneUse : public ::testing::Test {
   std::uint64_t page = 0;
   std::uint8_t* memory = nullptr;
   std::unique_ptr<cpu_state> state;
-  std::unique_ptr<lane_use> use;
+  std::unique_ptr<sve::LaneUse> use;
 };
 
 constexpr std::uint32_t ld1w_x1 = 0xa540a020;      // ld1w {z0.s}, p0/z, [x1]

@@ -16,7 +16,7 @@ namespace {
 
 using namespace sve::arm64;
 
-const form all_forms[] = {
+const Form all_forms[] = {
 #define SVE_ARM64_FORM(name, syntax, base, ...) name,
 #include "sve/runner/arm64/forms.inc"
 #undef SVE_ARM64_FORM
@@ -29,7 +29,7 @@ std::string hex(std::uint64_t value) {
 }
 
 // The assembler text of a form at an address. "0x%n" is a hexadecimal number, ".%n" what lies so far from the address.
-std::string text_of(const form& f, const std::int64_t (&operands)[4], std::uint64_t address) {
+std::string text_of(const Form& f, const std::int64_t (&operands)[4], std::uint64_t address) {
   std::string text;
   for (const char* c = f.syntax; *c; ++c) {
     if (*c != '%') {
@@ -47,16 +47,16 @@ std::string text_of(const form& f, const std::int64_t (&operands)[4], std::uint6
   return text;
 }
 
-struct sample {
+struct Sample {
   word encoded;
   std::string text;
 };
 
-std::vector<std::string> disassemble(const std::vector<sample>& samples) {
+std::vector<std::string> disassemble(const std::vector<Sample>& samples) {
   const std::string path = testing::TempDir() + "encode_test_words";
   {
     std::ofstream file(path, std::ios::binary);
-    for (const sample& s : samples) file.write(reinterpret_cast<const char*>(&s.encoded), 4);
+    for (const Sample& s : samples) file.write(reinterpret_cast<const char*>(&s.encoded), 4);
   }
   std::vector<std::string> lines;
   const std::string command = SVE_OBJDUMP " -D -b binary -m aarch64 --no-show-raw-insn " + path;
@@ -79,13 +79,13 @@ std::vector<std::string> disassemble(const std::vector<sample>& samples) {
 
 TEST(Encode, EveryFormIsWhatTheDisassemblerSays) {
   std::minstd_rand random(20261121);
-  std::vector<sample> samples;
-  for (const form& f : all_forms) {
+  std::vector<Sample> samples;
+  for (const Form& f : all_forms) {
     for (int i = 0; i < 200; ++i) {
       std::int64_t operands[4] = {};
       word encoded = f.base;
       for (int k = 0; k < 4; ++k) {
-        const field& at = f.fields[k];
+        const Field& at = f.fields[k];
         if (at.width == 0) continue;
         // Register 31 has other names, and an offset of 0 is not written.
         const std::int64_t limit = std::int64_t{1} << at.width, is_register = at.width == 5 && !at.is_signed;
@@ -111,56 +111,56 @@ TEST(Encode, EveryFormIsWhatTheDisassemblerSays) {
 }
 
 // The assembler text of a vector form.
-std::string text_of(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m) {
+std::string text_of(const VectorForm& f, unsigned size, unsigned d, unsigned n, unsigned m) {
   static const char* const whole[] = {"16b", "8h", "4s", "2d"};
   static const char* const half[] = {"8b", "4h", "2s"};
   const std::string name = f.name;
   std::string text = name.substr(0, name.find('_')) + " ";
   const auto vector = [](unsigned r, const char* arrangement) { return "v" + std::to_string(r) + "." + arrangement; };
   switch (f.kind) {
-    case vector_kind::three:
-    case vector_kind::fp_three:
+    case VectorKind::three:
+    case VectorKind::fp_three:
       return text + vector(d, whole[size]) + ", " + vector(n, whole[size]) + ", " + vector(m, whole[size]);
-    case vector_kind::two:
-    case vector_kind::fp_two:
+    case VectorKind::two:
+    case VectorKind::fp_two:
       return text + vector(d, whole[size]) + ", " + vector(n, whole[size]);
-    case vector_kind::two_and_zero:
+    case VectorKind::two_and_zero:
       return text + vector(d, whole[size]) + ", " + vector(n, whole[size]) + ", #0";
-    case vector_kind::across:
+    case VectorKind::across:
       return text + "bhs"[size] + std::to_string(d) + ", " + vector(n, whole[size]);
-    case vector_kind::narrow:
+    case VectorKind::narrow:
       return text + vector(d, half[size]) + ", " + vector(n, whole[size + 1]);
-    case vector_kind::left:
-    case vector_kind::right:
+    case VectorKind::left:
+    case VectorKind::right:
       return text + vector(d, whole[size]) + ", " + vector(n, whole[size]) + ", #" + std::to_string(m);
-    case vector_kind::structure: {
+    case VectorKind::structure: {
       const unsigned registers = static_cast<unsigned>(name.back() - '0');
       return text + "{" + vector(d, whole[size]) + (registers == 2 ? ", " : "-") +
              vector(d + registers - 1, whole[size]) + "}, [x" + std::to_string(n) + "], #" +
              std::to_string(16 * registers);
     }
-    case vector_kind::wide:
+    case VectorKind::wide:
       return text + vector(d, whole[size + 1]) + ", " + vector(n, half[size]);
-    case vector_kind::wide_high:
+    case VectorKind::wide_high:
       return text + vector(d, whole[size + 1]) + ", " + vector(n, whole[size]);
   }
   return "";
 }
 
 TEST(Encode, EveryVectorFormIsWhatTheDisassemblerSays) {
-  const vector_form forms[] = {
+  const VectorForm forms[] = {
 #define SVE_ARM64_VECTOR(name, kind, sizes, base) v_##name,
 #include "sve/runner/arm64/vector_forms.inc"
 #undef SVE_ARM64_VECTOR
   };
   std::minstd_rand random(20261122);
-  std::vector<sample> samples;
-  for (const vector_form& f : forms)
+  std::vector<Sample> samples;
+  for (const VectorForm& f : forms)
     for (unsigned size = 0; size < 4; ++size) {
       if (!(f.sizes >> size & 1)) continue;
       for (int i = 0; i < 50; ++i) {
-        const bool is_shift = f.kind == vector_kind::left || f.kind == vector_kind::right;
-        const unsigned d = random() % (f.kind == vector_kind::structure ? 28 : 32), n = random() % 31,
+        const bool is_shift = f.kind == VectorKind::left || f.kind == VectorKind::right;
+        const unsigned d = random() % (f.kind == VectorKind::structure ? 28 : 32), n = random() % 31,
                        limit = is_shift ? (8u << size) - 1 : 32;
         // Of the same register twice, orr is a move.
         unsigned m = is_shift ? 1 + random() % limit : random() % limit;
@@ -179,7 +179,7 @@ TEST(Encode, OperandsThatDoNotFitAreSeen) {
   EXPECT_FALSE(fits(b.fields[0], 2));
   EXPECT_FALSE(fits(str_x.fields[2], -8));
   EXPECT_FALSE(fits(str_x.fields[2], 8 * 4096));
-  code_buffer<16> code(0x1000);
+  CodeBuffer<16> code(0x1000);
   code.put(str_x, 0, 1, 8);
   EXPECT_TRUE(code.is_good());
   code.put(str_x, 0, 1, 4);
@@ -190,7 +190,7 @@ TEST(Encode, OperandsThatDoNotFitAreSeen) {
 }
 
 TEST(Encode, LiteralsLieBehindTheCodeAndAreShared) {
-  code_buffer<16> code(0x1000);
+  CodeBuffer<16> code(0x1000);
   code.load_x(3, 0x123456789abcdef0);
   code.load_x(4, 7);
   code.load_x(5, 0x123456789abcdef0);

@@ -34,13 +34,13 @@ const std::size_t sve_size = (SVE_SIG_CONTEXT_SIZE(quadwords) + 15) / 16 * 16;
 const bool fits = sizeof(fpsimd_context) + sve_size + 64 <= sizeof(mcontext_t::__reserved);
 
 // The records of a frame, in order; those of the extra space follow its own.
-struct record {
+struct Record {
   unsigned char* at;
   std::uint32_t magic, size;
 };
 
-std::vector<record> records(void* raw) {
-  std::vector<record> found;
+std::vector<Record> records(void* raw) {
+  std::vector<Record> found;
   auto* at = reinterpret_cast<unsigned char*>(static_cast<ucontext_t*>(raw)->uc_mcontext.__reserved);
   for (;;) {
     _aarch64_ctx head;
@@ -57,7 +57,7 @@ std::vector<record> records(void* raw) {
 }
 
 unsigned char* record_of(void* raw, std::uint32_t magic) {
-  for (const record& r : records(raw)) {
+  for (const Record& r : records(raw)) {
     if (r.magic == magic) return r.at;
   }
   return nullptr;
@@ -88,7 +88,7 @@ class Frames : public testing::Test {
 };
 
 TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
-  static vector seen;
+  static Vector seen;
   static std::uint16_t predicate[16], ffr[16];
   static std::vector<std::uint32_t> order;
   static bool well_placed;
@@ -102,7 +102,7 @@ TEST_F(Frames, HoldTheVectorsInTheKernelsLayout) {
     std::memcpy(predicate, at + SVE_SIG_PREG_OFFSET(quadwords, 1), vector_bytes / 8);
     std::memcpy(ffr, at + SVE_SIG_FFR_OFFSET(quadwords), vector_bytes / 8);
     order.clear();
-    for (const record& r : records(raw)) {
+    for (const Record& r : records(raw)) {
       well_placed = well_placed && reinterpret_cast<std::uintptr_t>(r.at) % 16 == 0;
       if (r.magic != ESR_MAGIC) order.push_back(r.magic);  // the kernel tells of an earlier fault, too
     }
@@ -139,7 +139,7 @@ TEST_F(Frames, AreReadBack) {
     // The low 128 bits are those of the V registers' own record.
     std::memset(record_of(raw, FPSIMD_MAGIC) + offsetof(fpsimd_context, vregs) + 16 * 7, 0x66, 16);
   });
-  vector expected = filled(0x55);
+  Vector expected = filled(0x55);
   std::fill_n(expected.begin(), 16, std::uint8_t{0x66});
   fill_z7(1);
   raise(SIGUSR1);
@@ -173,7 +173,7 @@ TEST_F(Frames, WithoutVectorsClearThem) {
     asm volatile(SVE_ASM("cntp %0, p0, p0.b\n") : "=r"(active));
     EXPECT_EQ(active, 0u);
     all_true_p0();
-    vector expected = filled(0);
+    Vector expected = filled(0);
     std::fill_n(expected.begin(), 16, std::uint8_t{0x77});
     EXPECT_EQ(read_z7(), expected);
   }

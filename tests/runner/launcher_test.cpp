@@ -25,20 +25,20 @@
 namespace {
 
 using namespace sve::runner;
-using words = std::vector<std::string>;
+using Words = std::vector<std::string>;
 
 TEST(CommandLine, OptionsEndAtTheProgram) {
   const auto parsed = parse_command_line({"--quiet", "prog", "--counts", "-x", "--", "--version"});
   EXPECT_TRUE(parsed.run);
   EXPECT_TRUE(parsed.line.quiet);
   EXPECT_FALSE(parsed.line.counts);
-  EXPECT_EQ(parsed.line.program, (words{"prog", "--counts", "-x", "--", "--version"}));
+  EXPECT_EQ(parsed.line.program, (Words{"prog", "--counts", "-x", "--", "--version"}));
 }
 
 TEST(CommandLine, TwoDashesEndTheOptions) {
   const auto parsed = parse_command_line({"-q", "--", "-odd-name", "1"});
   EXPECT_TRUE(parsed.run);
-  EXPECT_EQ(parsed.line.program, (words{"-odd-name", "1"}));
+  EXPECT_EQ(parsed.line.program, (Words{"-odd-name", "1"}));
 }
 
 TEST(CommandLine, Counts) {
@@ -46,14 +46,14 @@ TEST(CommandLine, Counts) {
   EXPECT_TRUE(parsed.run);
   EXPECT_TRUE(parsed.line.counts);
   EXPECT_EQ(parsed.line.counts_file, "");
-  EXPECT_EQ(parsed.line.program, words{"prog"});
+  EXPECT_EQ(parsed.line.program, Words{"prog"});
   parsed = parse_command_line({"--counts=/tmp/a b:c", "prog"});
   EXPECT_TRUE(parsed.run);
   EXPECT_EQ(parsed.line.counts_file, "/tmp/a b:c");
 }
 
 TEST(CommandLine, OptionsForTheLibrary) {
-  const auto value = [](const words& w) { return options_value(parse_command_line(w).line); };
+  const auto value = [](const Words& w) { return options_value(parse_command_line(w).line); };
   EXPECT_EQ(value({"p"}), "");
   EXPECT_EQ(value({"--quiet", "p"}), "quiet");
   EXPECT_EQ(value({"--counts", "p"}), "counts");
@@ -67,7 +67,7 @@ TEST(CommandLine, OptionsForTheLibrary) {
 
 TEST(CommandLine, ErrorsAreOneLine) {
   const struct {
-    words arguments;
+    Words arguments;
     std::string names;
   } cases[] = {
       {{}, "no program"},
@@ -107,7 +107,7 @@ TEST(CommandLine, ValuesStandBehindOptionsAsTheHelpShows) {
   const auto parsed = parse_command_line({"--platform", "embedded", "--dynamorio-options", "-a -b", "prog", "-q"});
   EXPECT_TRUE(parsed.run) << parsed.text;
   EXPECT_EQ(parsed.line.dynamorio_options, "-a -b");
-  EXPECT_EQ(parsed.line.program, (words{"prog", "-q"}));
+  EXPECT_EQ(parsed.line.program, (Words{"prog", "-q"}));
   EXPECT_EQ(parse_command_line({"--platform"}).status, 125);
   EXPECT_EQ(parse_command_line({"--platform", "nonesuch", "prog"}).status, 125);
 }
@@ -123,16 +123,16 @@ TEST(CommandLine, AnOuterRunnersCountsAreKept) {
 TEST(CommandLine, Reports) {
   auto parsed = parse_command_line({"--report", "a.html", "--report=b.json", "--lane-use", "prog", "--report=c.txt"});
   EXPECT_TRUE(parsed.run) << parsed.text;
-  EXPECT_EQ(parsed.line.reports, (words{"a.html", "b.json"}));
-  EXPECT_EQ(parsed.line.program, (words{"prog", "--report=c.txt"}));
+  EXPECT_EQ(parsed.line.reports, (Words{"a.html", "b.json"}));
+  EXPECT_EQ(parsed.line.program, (Words{"prog", "--report=c.txt"}));
   EXPECT_EQ(options_value(parsed.line), "");  // there is no directory yet
   parsed.line.report_directory = "/tmp/x";
   parsed.line.counts = true;
   parsed.line.time = true;
   EXPECT_EQ(options_value(parsed.line), "lane-use:time:report=/tmp/x:counts");
   EXPECT_TRUE(parse_command_line({"--platform=dynamorio", "--report=-", "prog"}).run);
-  for (const words& wrong : {words{"--report=a.pdf", "prog"}, words{"--report=", "prog"}, words{"--lane-use", "prog"},
-                             words{"--time", "prog"}, words{"--platform=dynamorio", "--time", "--report=-", "prog"}})
+  for (const Words& wrong : {Words{"--report=a.pdf", "prog"}, Words{"--report=", "prog"}, Words{"--lane-use", "prog"},
+                             Words{"--time", "prog"}, Words{"--platform=dynamorio", "--time", "--report=-", "prog"}})
     EXPECT_FALSE(parse_command_line(wrong).run) << wrong[0];
 }
 
@@ -145,13 +145,13 @@ TEST(CommandLine, AnOuterRunnersReportIsKept) {
 }
 
 TEST(DynamoRio, TheDirectoryIsOneWordOrTwo) {
-  for (const words& arguments : {words{"--platform=dynamorio", "--dynamorio", "/dr", "prog", "-x"},
-                                 words{"--dynamorio=/dr", "--platform=dynamorio", "prog", "-x"}}) {
+  for (const Words& arguments : {Words{"--platform=dynamorio", "--dynamorio", "/dr", "prog", "-x"},
+                                 Words{"--dynamorio=/dr", "--platform=dynamorio", "prog", "-x"}}) {
     const auto parsed = parse_command_line(arguments);
     EXPECT_TRUE(parsed.run) << parsed.text;
     EXPECT_TRUE(parsed.line.dynamorio);
     EXPECT_EQ(parsed.line.dynamorio_home, "/dr");
-    EXPECT_EQ(parsed.line.program, (words{"prog", "-x"}));
+    EXPECT_EQ(parsed.line.program, (Words{"prog", "-x"}));
   }
   EXPECT_FALSE(parse_command_line({"--platform=embedded", "prog"}).line.dynamorio);
   for (const char* option : {"--quiet", "--counts"}) {
@@ -184,7 +184,7 @@ TEST(DynamoRio, IsFoundWhereItIsSaidToBe) {
 TEST(DynamoRio, TheCommandPassesTheClientAndWhatFollows) {
   const auto parsed = parse_command_line({"--platform=dynamorio", "--dynamorio-options=-a  b", "prog", "--", "-x"});
   EXPECT_EQ(dynamorio_command(parsed.line, "/dr", "/lib/client.so", "/bin/prog"),
-            (words{"/dr/bin64/drrun", "-thread_private", "-max_bb_instrs", "32", "-a", "b", "-c", "/lib/client.so",
+            (Words{"/dr/bin64/drrun", "-thread_private", "-max_bb_instrs", "32", "-a", "b", "-c", "/lib/client.so",
                    "--", "/bin/prog", "--", "-x"}));
 }
 
@@ -243,7 +243,7 @@ TEST_F(Programs, LibrariesAreFoundByTheirLength) {
     EXPECT_EQ(find(bits).status, 125) << bits;
     EXPECT_NE(find(bits).error.find("only for 256, 1024"), std::string::npos) << find(bits).error;
   }
-  const finding none = find_library({first / "nonesuch"}, "libsve_run_", "256", "remedy");
+  const Finding none = find_library({first / "nonesuch"}, "libsve_run_", "256", "remedy");
   EXPECT_EQ(none.status, 125);
   EXPECT_EQ(none.error, "libsve_run_256.so: remedy");
   EXPECT_EQ(length_in("/a/libasan.so:/b/libsve_run_256.so:/c/libsve_run_128.so", "libsve_run_"), "256");
@@ -259,7 +259,7 @@ TEST_F(Programs, AreFoundAsTheShellFindsThem) {
   // A file that cannot be executed does not end the search, and is what is reported when nothing else is found.
   if (geteuid() != 0 || access((directory + "/prog").c_str(), X_OK) != 0) {
     EXPECT_EQ(find_program("prog", directory + ":" + directory + "/sub").path, path);
-    const finding f = find_program("prog", directory);
+    const Finding f = find_program("prog", directory);
     EXPECT_EQ(f.status, 126);
     EXPECT_NE(f.error.find("chmod +x"), std::string::npos);
   }
@@ -278,7 +278,7 @@ TEST_F(Programs, WithFileCapabilitiesAreRefusedButToRoot) {
   chmod(directory.c_str(), 0755);
   const pid_t child = fork();
   if (child == 0) {
-    const finding f = setuid(65534) == 0 ? check_program(path) : finding{};
+    const Finding f = setuid(65534) == 0 ? check_program(path) : Finding{};
     _exit(f.status == 126 && f.error.find("file capabilities") != std::string::npos ? 0 : 1);
   }
   int status = 1;
@@ -316,7 +316,7 @@ TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
   };
   for (const auto& c : cases) {
     const std::string path = file(c.name, c.content);
-    const finding f = check_program(path);
+    const Finding f = check_program(path);
     EXPECT_EQ(f.status, 126) << c.name;
     EXPECT_TRUE(f.error.starts_with(path + ": ")) << f.error;
     EXPECT_NE(f.error.find(c.says), std::string::npos) << f.error;
@@ -328,7 +328,7 @@ TEST_F(Programs, AreRefusedWithTheReasonAndTheRemedy) {
 TEST_F(Programs, LoopsOfLinksAreToldApart) {
   const std::string link = directory + "/loop";
   ASSERT_EQ(symlink("loop", link.c_str()), 0);
-  const finding f = find_program(link, "");
+  const Finding f = find_program(link, "");
   EXPECT_EQ(f.status, 126);
   EXPECT_NE(f.error.find("symbolic links"), std::string::npos) << f.error;
 }
@@ -341,19 +341,19 @@ TEST_F(Programs, DynamicPrograms) {
 
 TEST_F(Programs, OfScriptsAreTheirInterpreters) {
   const std::string program = file("prog", elf(EM_AARCH64, loader));
-  const auto resolved = [&](const std::string& path, words& command) {
+  const auto resolved = [&](const std::string& path, Words& command) {
     command = {path, "-a"};
     return resolve_scripts(find_program(path, ""), command);
   };
-  words command;
+  Words command;
   EXPECT_EQ(resolved(program, command).path, program);
-  EXPECT_EQ(command, (words{program, "-a"}));
+  EXPECT_EQ(command, (Words{program, "-a"}));
   const std::string script = file("script", "#! " + program + " -x  -y \t\nprint(1)\n");
   EXPECT_EQ(resolved(script, command).path, program);
-  EXPECT_EQ(command, (words{program, "-x  -y", script, "-a"}));
+  EXPECT_EQ(command, (Words{program, "-x  -y", script, "-a"}));
   const std::string outer = file("outer", "#!" + script);
   EXPECT_EQ(resolved(outer, command).path, program);
-  EXPECT_EQ(command, (words{program, "-x  -y", script, outer, "-a"}));
+  EXPECT_EQ(command, (Words{program, "-x  -y", script, outer, "-a"}));
   const std::string bare = file("bare", "#!\n");
   EXPECT_EQ(resolved(bare, command).path, "/bin/sh");
 
@@ -361,18 +361,18 @@ TEST_F(Programs, OfScriptsAreTheirInterpreters) {
   file("endless", "#!" + endless);
   EXPECT_EQ(resolved(endless, command).status, 126);
   const std::string orphan = file("orphan", "#!/nonesuch/python\n");
-  const finding f = resolved(orphan, command);
+  const Finding f = resolved(orphan, command);
   EXPECT_EQ(f.status, 127);
   EXPECT_TRUE(f.error.starts_with(orphan + ": a script of /nonesuch/python: ")) << f.error;
 }
 
 // A file of one function of code, and what lies in it as data.
-struct code_file {
+struct CodeFile {
   std::vector<std::uint32_t> words;
   std::size_t data_from, data_to;  // in words
 };
 
-std::string file_with_code(const code_file& code) {
+std::string file_with_code(const CodeFile& code) {
   const auto bytes = [](const auto& record) {
     return std::string(reinterpret_cast<const char*>(&record), sizeof record);
   };
@@ -419,7 +419,7 @@ std::string file_with_code(const code_file& code) {
 
 TEST_F(Programs, TheirCodeIsCountedByFunctionAndExtension) {
   constexpr std::uint32_t add = 0x04200000, saddlb = 0x45410000, fmopa = 0x80810000, nop = 0xd503201f;
-  const code_summary code =
+  const CodeSummary code =
       summarise_code(file("code", file_with_code({{add, nop, saddlb, add, fmopa, fmopa, add, add}, 5, 7})));
   EXPECT_EQ(code.instructions, 3u);
   EXPECT_EQ(code.functions, (std::vector<std::pair<std::string, std::uint64_t>>{{"f", 2}, {"", 1}}));
@@ -431,20 +431,20 @@ TEST_F(Programs, TheirCodeIsCountedByFunctionAndExtension) {
 }
 
 TEST_F(Programs, AreCheckedWithAVerdict) {
-  surroundings here;
+  Surroundings here;
   here.kernel = "Linux 6";
-  here.libraries = [](const std::string&) { return words{}; };
-  here.dynamorio = [] { return finding{0, "/dr", ""}; };
+  here.libraries = [](const std::string&) { return Words{}; };
+  here.dynamorio = [] { return Finding{0, "/dr", ""}; };
   const std::string own = file("own", elf(EM_AARCH64, loader)), fixed = file("fixed", elf(EM_AARCH64, ""));
   const std::string sve = file("sve", file_with_code({{0x04200000, 0}, 1, 1}));
   const std::string later = file("later", file_with_code({{0x04200000, 0x45410000, 0}, 2, 2}));
   const std::string user = file("user", elf(EM_AARCH64, loader));
   chmod(user.c_str(), 04755);
   const std::string script = file("script", "#!" + own + "\n");
-  const auto verdict = [&](const words& program, int status, const std::string& says) {
-    command_line line;
+  const auto verdict = [&](const Words& program, int status, const std::string& says) {
+    CommandLine line;
     line.program = program;
-    const check_result result = check(line, here);
+    const CheckResult result = check(line, here);
     EXPECT_EQ(result.status, status) << result.text;
     std::string text;
     std::istringstream read(result.text.substr(result.text.rfind("\nverdict")));
@@ -457,14 +457,14 @@ TEST_F(Programs, AreCheckedWithAVerdict) {
   verdict({fixed}, 0, "runs without sve-run");
   verdict({file("x86", elf(EM_X86_64, ""))}, 126, "x86-64");
   verdict({"nonesuch"}, 127, "no such program");
-  here.libraries = [&](const std::string&) { return words{sve}; };
+  here.libraries = [&](const std::string&) { return Words{sve}; };
   EXPECT_NE(verdict({own}, 0, "runs with: sve-run " + own).find("sve: 1 instruction in f (1)"), std::string::npos);
-  here.libraries = [&](const std::string&) { return words{later}; };
+  here.libraries = [&](const std::string&) { return Words{later}; };
   EXPECT_NE(verdict({own}, 0, "runs with: ").find("later: 1 instruction of SVE2, first in f"), std::string::npos);
-  here.libraries = [&](const std::string&) { return words{sve, "libnone.so"}; };
+  here.libraries = [&](const std::string&) { return Words{sve, "libnone.so"}; };
   verdict({own}, 126, "does not find libnone.so");
   here.has_sve = true;
-  here.libraries = [](const std::string&) { return words{}; };
+  here.libraries = [](const std::string&) { return Words{}; };
   verdict({own}, 0, "runs by itself");
 }
 

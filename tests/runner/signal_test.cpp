@@ -807,7 +807,7 @@ TEST_F(Faults, NativeFaultsAreTheProgramsToo) {
 TEST_F(Faults, NonFaultLoadsDisturbNobody) {
   install(SIGSEGV, note);
   const auto load = [] {
-    vector mask{}, data{};
+    Vector mask{}, data{};
     asm volatile(SVE_ASM("setffr\n"
                          "ldnf1b {z7.b}, p0/z, [%0]\n"
                          "rdffr p2.b\n"

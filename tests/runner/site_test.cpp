@@ -227,7 +227,7 @@ TEST(Runs, AreWholeUnderAStormOfTimers) {
   int wrong = 0, rounds = 0;
   while (ticks < 300) {
     std::uint64_t sum = 0, n = 1000;
-    vector out{};
+    Vector out{};
     asm volatile(SVE_ASM("ptrue p0.b\n"
                          "dup z7.b, #0\n"
                          "1: incb %0\n"
@@ -275,7 +275,7 @@ TEST(Runs, AFaultInTheMiddleIsTheInstructionsOwn) {
     if (i >= 2) mprotect(guarded_page, page, PROT_NONE);
     fault_pc = fault_x9 = 0;
     std::uint64_t load = 0, x9 = 0;
-    vector out{};
+    Vector out{};
     if (sigsetjmp(escape, 1) == 0) {
       asm volatile(SVE_ASM("ptrue p0.b\n"
                            "mov x9, #5\n"

@@ -18,7 +18,7 @@ inline const std::size_t vector_bytes = [] {
 }();
 
 /// Room for the longest vector; 0 above the length.
-using vector = std::array<std::uint8_t, 256>;
+using Vector = std::array<std::uint8_t, 256>;
 
 #define SVE_ASM(text) ".arch_extension sve\n" text
 
@@ -31,8 +31,8 @@ inline std::uint64_t cntb() {
 inline void all_true_p0() { asm volatile(SVE_ASM("ptrue p0.b")::: "memory"); }
 
 /// Z7 as bytes, stored through P0.
-inline vector read_z7() {
-  vector v{};
+inline Vector read_z7() {
+  Vector v{};
   asm volatile(SVE_ASM("st1b {z7.b}, p0, [%0]")::"r"(v.data()) : "memory");
   return v;
 }
@@ -42,8 +42,8 @@ inline void fill_z7(std::uint32_t byte) { asm volatile(SVE_ASM("dup z7.b, %w0"):
 /// Loads Z7 from memory through P0.
 inline void load_z7(const void* p) { asm volatile(SVE_ASM("ld1b {z7.b}, p0/z, [%0]")::"r"(p) : "v7", "memory"); }
 
-inline vector filled(std::uint8_t byte) {
-  vector v{};
+inline Vector filled(std::uint8_t byte) {
+  Vector v{};
   std::fill_n(v.begin(), vector_bytes, byte);
   return v;
 }

@@ -43,17 +43,17 @@ TEST(Trap, VectorLengthIsTheOneAskedFor) {
   EXPECT_EQ(n, 2 * vector_bytes);
 }
 
-struct registers {
+struct Registers {
   std::uint64_t x[31];
   std::uint64_t sp, nzcv, fpcr, fpsr;
   unsigned char v[32][16];
 };
-static_assert(offsetof(registers, v) == 280);
+static_assert(offsetof(Registers, v) == 280);
 
 }  // namespace
 
 extern "C" {
-registers trap_test_before, trap_test_after;
+Registers trap_test_before, trap_test_after;
 }
 
 namespace {
@@ -84,7 +84,7 @@ TEST(Trap, OtherRegistersStay) {
                 "v13", "v14", "v15", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24", "v25", "v26", "v27",
                 "v28", "v29", "v30", "v31", "cc", "memory");
 #undef SAVE
-  EXPECT_EQ(std::memcmp(&trap_test_before, &trap_test_after, sizeof(registers)), 0);
+  EXPECT_EQ(std::memcmp(&trap_test_before, &trap_test_after, sizeof(Registers)), 0);
   EXPECT_EQ(trap_test_after.nzcv, 0xa0000000u);
   EXPECT_EQ(trap_test_after.fpcr, 0xc00000u);
   EXPECT_EQ(trap_test_after.fpsr, 0x8000001u);
@@ -96,14 +96,14 @@ TEST(Trap, VectorsLieOverTheHostsAndKeepTheRest) {
   fill_z7(0x11);
   EXPECT_EQ(read_z7(), filled(0x11));
   asm volatile("movi v7.16b, #0x22" ::: "v7");
-  vector expected = filled(0x11);
+  Vector expected = filled(0x11);
   std::fill_n(expected.begin(), 16, std::uint8_t{0x22});
   EXPECT_EQ(read_z7(), expected);
 }
 
 TEST(Trap, StackPointerIsABase) {
   all_true_p0();
-  vector v{};
+  Vector v{};
   asm volatile(SVE_ASM("sub sp, sp, #128\n"
                        "dup z7.b, %w1\n"
                        "st1b {z7.b}, p0, [sp]\n"
@@ -224,7 +224,7 @@ TEST_F(GeneratedCode, UnallocatedWordsAreIllegal) {
 
 // A load into its own addresses, over pages that a handler brings: what it has loaded so far is no address.
 TEST(Faults, AListIsFollowedOverPagesThatComeOnDemand) {
-  constexpr std::size_t page = 4096, most = sizeof(vector) / 8;
+  constexpr std::size_t page = 4096, most = sizeof(Vector) / 8;
   const std::size_t count = vector_bytes / 8;
   static int faults;
   auto* const memory = static_cast<std::uint8_t*>(
@@ -290,7 +290,7 @@ TEST(Threads, BeginCleared) {
     all_true_p0();
     fill_z7(0xee);
   }).join();
-  vector seen = filled(1);
+  Vector seen = filled(1);
   std::uint64_t active = 99;
   std::thread([&] {
     asm volatile(SVE_ASM("cntp %0, p0, p0.b") : "=r"(active));

@@ -59,14 +59,14 @@ uint64_t digest(const void* data, size_t size, uint64_t hash) {
 
 // ---- SVE code ----
 
-struct alignas(16) values {
+struct alignas(16) Values {
   uint8_t z[8][vector_bytes];
   uint8_t p[4][predicate_bytes + 2];
 };
 
 // Loads Z0 to Z7 and P0 to P3, turns them over `rounds` times in some of the ways that the bits of `choice` say, and
 // stores them. All is in registers for as long as it takes, so that signals meet it there.
-uint64_t turn_over(values* v, uint64_t rounds, uint64_t choice) {
+uint64_t turn_over(Values* v, uint64_t rounds, uint64_t choice) {
   uint64_t sum = choice;
   asm volatile(SVE("ptrue p4.b\n"
                    "setffr\n"
@@ -121,7 +121,7 @@ uint64_t turn_over(values* v, uint64_t rounds, uint64_t choice) {
 }
 
 uint64_t arithmetic(Random& random, uint64_t most_rounds = 40) {
-  values v;
+  Values v;
   for (auto& z : v.z)
     for (auto& byte : z) byte = static_cast<uint8_t>(random.next());
   for (auto& p : v.p)
@@ -163,11 +163,11 @@ uint64_t length_of(const char* text) {
 // ---- Memory that is not there at first ----
 
 // Pages that the handler of faults makes there, with a pattern that follows from the address.
-struct lazy_pages {
+struct LazyPages {
   unsigned char* begin;
   size_t size;
 };
-thread_local lazy_pages lazy __attribute__((tls_model("initial-exec")));
+thread_local LazyPages lazy __attribute__((tls_model("initial-exec")));
 thread_local sigjmp_buf escape __attribute__((tls_model("initial-exec")));
 thread_local volatile sig_atomic_t escapes __attribute__((tls_model("initial-exec")));
 
@@ -239,7 +239,7 @@ void racing_loads() {
       static_cast<unsigned char*>(mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   memset(memory, 'r', page);
   std::atomic<bool> done{false};
-  struct race {
+  struct Race {
     unsigned char* memory;
     std::atomic<bool>* done;
   } both{memory, &done};
@@ -247,7 +247,7 @@ void racing_loads() {
   pthread_create(
       &other, nullptr,
       [](void* argument) -> void* {
-        auto* r = static_cast<race*>(argument);
+        auto* r = static_cast<Race*>(argument);
         for (int i = 0; i < 30; ++i) {
           mprotect(r->memory, page, PROT_NONE);
           sched_yield();
@@ -397,14 +397,14 @@ uint64_t new_program(Random& random, char* self) {
 
 // ---- The program ----
 
-struct work {
+struct Work {
   uint64_t seed, rounds, sum;
   char* self;
   bool races;
 };
 
 void* run(void* argument) {
-  auto* w = static_cast<work*>(argument);
+  auto* w = static_cast<Work*>(argument);
   Random random{w->seed};
   for (uint64_t i = 0; i < w->rounds; ++i) {
     switch (random.below(16)) {
@@ -468,7 +468,7 @@ int main(int argc, char** argv) {
   arm_timer(ITIMER_REAL);
   arm_timer(ITIMER_PROF);
 
-  work all[thread_count];
+  Work all[thread_count];
   pthread_t threads[thread_count];
   for (int i = 0; i < thread_count; ++i) {
     all[i] = {seed * 1000 + static_cast<uint64_t>(i), rounds, 0, argv[0], races};

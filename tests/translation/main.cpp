@@ -24,12 +24,12 @@
 #include "tests/conformance/window.h"
 #include "tests/conformance/words.h"
 
-struct registers {
+struct Registers {
   std::uint64_t x[31], sp, nzcv, fpsr, fpcr, unused;
   std::uint8_t v[32][16];
 };
 extern "C" {
-void translation_enter(registers*, const void* pad);
+void translation_enter(Registers*, const void* pad);
 void translation_leave();
 }
 
@@ -39,16 +39,16 @@ extern "C" int __wrap_sigaction(int, const struct sigaction*, struct sigaction*)
 
 // What the code under test asks of the rest of the runner.
 namespace sve::runner {
-thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
+thread_local ThreadBlock* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
 namespace {
-site the_site;
+Site the_site;
 std::size_t counted_partial = 0;
 std::uint64_t code_end = 0;
 }  // namespace
-site* site_of_entry(std::uintptr_t pc) { return pc >= the_site.code && pc < code_end ? &the_site : nullptr; }
-void count_partial(site*, std::size_t done) { counted_partial += done; }
+Site* site_of_entry(std::uintptr_t pc) { return pc >= the_site.code && pc < code_end ? &the_site : nullptr; }
+void count_partial(Site*, std::size_t done) { counted_partial += done; }
 bool was_in_work(std::uintptr_t) { return false; }
-void held_signals::hold(const siginfo_t&) { std::abort(); }
+void HeldSignals::hold(const siginfo_t&) { std::abort(); }
 }  // namespace sve::runner
 
 namespace {
@@ -59,29 +59,29 @@ using namespace sve::runner;
 constexpr unsigned most_words = 12;
 constexpr std::size_t stack_bytes = 4096, stack_compared = 1024;
 
-struct place {
+struct Place {
   alignas(4096) std::uint32_t pad[16];
   std::uint32_t program[64];  // where the run lies, never executed, and behind it what leaves
   std::uint32_t scalar[16];   // one instruction, and what leaves
   std::uint32_t entry[2 * most_entry_words];
 };
-place* code;
-thread_block* block;
+Place* code;
+ThreadBlock* block;
 std::uint8_t* stack;  // of the program
 
 // ---- Faults ----
 
 std::uint64_t at_work;  // the number of the case
 
-enum class doing { nothing, model, native } now;
+enum class Doing { nothing, model, native } now;
 std::uint32_t* stopped_at = nullptr;  // where a signal comes, in place of this word
 std::uint32_t stopped_word;
 sigjmp_buf escape;
 siginfo_t left_info;
-registers left_registers;
+Registers left_registers;
 std::uint64_t left_pc;
 
-void from_context(const ucontext_t* context, registers& r) {
+void from_context(const ucontext_t* context, Registers& r) {
   cpu_state state;
   load_state(&state, context);
   std::memcpy(r.x, state.x, sizeof r.x);
@@ -93,7 +93,7 @@ void from_context(const ucontext_t* context, registers& r) {
 
 void on_signal(int sig, siginfo_t* info, void* raw) {
   auto* context = static_cast<ucontext_t*>(raw);
-  if (now == doing::native) {
+  if (now == Doing::native) {
     // The instruction at which another signal comes.
     if (sig == SIGTRAP) {
       *stopped_at = stopped_word;
@@ -102,14 +102,14 @@ void on_signal(int sig, siginfo_t* info, void* raw) {
       info->si_signo = SIGUSR1;
       info->si_code = SI_TKILL;
     }
-    if (interrupt_run(block, info, context, sve::recover_guarded_fault) == interruption::resumed) return;
+    if (interrupt_run(block, info, context, sve::recover_guarded_fault) == Interruption::resumed) return;
     left_pc = context->uc_mcontext.pc;
     left_info = *info;
     from_context(context, left_registers);
     siglongjmp(escape, 1);
   }
   if (sig != SIGILL && sve::recover_guarded_fault(sig, context)) return;
-  if (now == doing::model) siglongjmp(escape, 1);
+  if (now == Doing::model) siglongjmp(escape, 1);
   std::printf("signal %d outside of any run, in case %" PRIu64 ", at 0x%" PRIx64 ", address 0x%" PRIx64 "\n", sig,
               at_work, static_cast<std::uint64_t>(context->uc_mcontext.pc),
               reinterpret_cast<std::uint64_t>(info->si_addr));
@@ -121,26 +121,26 @@ void on_signal(int sig, siginfo_t* info, void* raw) {
 
 // ---- One case ----
 
-struct run_case {
+struct RunCase {
   std::uint32_t words[most_words];
-  decode_handler handlers[most_words];
+  DecodeHandler handlers[most_words];
   unsigned length = 0;
-  machine state;
+  Machine state;
   bool knows_full = true;
   bool is_known = true;                             // whether the runner knows the thread
   std::uint8_t stray_bits[sve::vector_bytes] = {};  // in every predicate byte, above bit 0
 };
 
-struct result {
+struct Result {
   cpu_state state;
-  registers low;  // the registers that the processor holds
+  Registers low;  // the registers that the processor holds
   unsigned done = 0;
   bool faulted = false;
-  window::contents memory;
+  window::Contents memory;
   std::uint8_t stack[stack_compared];
 };
 
-window::contents original;
+window::Contents original;
 
 void set_memory() {
   window::fill(original);
@@ -160,14 +160,14 @@ void put_leave(std::uint32_t* at) {
   std::memcpy(at + 4, &to, sizeof to);
 }
 
-void enter(registers& r, const void* target) {
+void enter(Registers& r, const void* target) {
   code->pad[0] = 0xa9400400;  // ldp x0, x1, [x0]
   code->pad[1] = branch(code->pad + 1, target);
   __builtin___clear_cache(reinterpret_cast<char*>(code->pad), reinterpret_cast<char*>(code->pad + 2));
   translation_enter(&r, code->pad);
 }
 
-void to_registers(const cpu_state& state, registers& r) {
+void to_registers(const cpu_state& state, Registers& r) {
   std::memcpy(r.x, state.x, sizeof r.x);
   r.sp = state.sp;
   r.nzcv = state.nzcv;
@@ -175,7 +175,7 @@ void to_registers(const cpu_state& state, registers& r) {
   r.fpcr = state.fpcr;
   for (unsigned n = 0; n < 32; ++n) std::memcpy(r.v[n], state.z[n], 16);
 }
-void from_registers(const registers& r, cpu_state& state) {
+void from_registers(const Registers& r, cpu_state& state) {
   std::memcpy(state.x, r.x, sizeof r.x);
   state.sp = r.sp;
   state.nzcv = r.nzcv;
@@ -188,14 +188,14 @@ void set_floating_point(std::uint64_t control, std::uint64_t status) {
 }
 
 // By the handlers, from instruction `first` on to `end`, or to a fault.
-void run_model(const run_case& c, unsigned first, unsigned end, result& r) {
+void run_model(const RunCase& c, unsigned first, unsigned end, Result& r) {
   static unsigned at;  // kept across the jump
   at = first;
   r.faulted = false;
   if (sigsetjmp(escape, 1) == 0) {
     for (; at < end; ++at) {
       if (!c.handlers[at]) {
-        registers low{};
+        Registers low{};
         to_registers(r.state, low);
         code->scalar[0] = c.words[at];
         __builtin___clear_cache(reinterpret_cast<char*>(code->scalar), reinterpret_cast<char*>(code->scalar + 1));
@@ -203,18 +203,18 @@ void run_model(const run_case& c, unsigned first, unsigned end, result& r) {
         from_registers(low, r.state);
         continue;
       }
-      now = doing::model;
+      now = Doing::model;
       set_floating_point(r.state.fpcr, r.state.fpsr);
       r.state.pc = code->program + at;
       c.handlers[at](&r.state, c.words[at]);
       set_floating_point(0, 0);
-      now = doing::nothing;
+      now = Doing::nothing;
     }
   } else {
     set_floating_point(0, 0);
     r.faulted = true;
   }
-  now = doing::nothing;
+  now = Doing::nothing;
   r.done = at;
 }
 
@@ -229,17 +229,17 @@ void learn(const cpu_state& state, std::uint32_t (&full)[16]) {
   }
 }
 
-bool run_native(const run_case& c, result& r, long stop_at) {
+bool run_native(const RunCase& c, Result& r, long stop_at) {
   the_site.address = code->program;
   the_site.count = c.length;
   the_site.index = 5;
   the_site.words = const_cast<std::uint32_t*>(c.words);
-  the_site.handlers = const_cast<decode_handler*>(c.handlers);
+  the_site.handlers = const_cast<DecodeHandler*>(c.handlers);
   the_site.has_scalars = false;
   for (unsigned i = 0; i < c.length; ++i) the_site.has_scalars |= !c.handlers[i];
-  entry_code made;
+  EntryCode made;
   const auto at = reinterpret_cast<std::uint64_t>(code->entry);
-  if (!make_entry(the_site, at, translation::native, made)) return false;
+  if (!make_entry(the_site, at, Translation::native, made)) return false;
   std::memcpy(code->entry, made.words, 4 * made.size);
   __builtin___clear_cache(reinterpret_cast<char*>(code->entry), reinterpret_cast<char*>(code->entry + made.size));
   the_site.code = at;
@@ -270,13 +270,13 @@ bool run_native(const run_case& c, result& r, long stop_at) {
   counts_of(block)[5] = 0;
   r.faulted = false;
   if (sigsetjmp(escape, 1) == 0) {
-    now = doing::native;
+    now = Doing::native;
     this_thread_block = c.is_known ? block : nullptr;
     enter(r.low, reinterpret_cast<const void*>(the_site.entry.load()));
-    now = doing::nothing;
+    now = Doing::nothing;
     r.done = c.length;
   } else {
-    now = doing::nothing;
+    now = Doing::nothing;
     set_floating_point(0, 0);
     r.low = left_registers;
     r.faulted = true;
@@ -294,7 +294,7 @@ std::string hex(std::uint64_t value) {
   return text;
 }
 
-std::string difference_of(const result& expected, const result& actual) {
+std::string difference_of(const Result& expected, const Result& actual) {
   const cpu_state &e = expected.state, &a = actual.state;
   for (unsigned n = 0; n < 31; ++n)
     if (e.x[n] != a.x[n]) return "x" + std::to_string(n) + ": " + hex(e.x[n]) + ", native " + hex(a.x[n]);
@@ -318,18 +318,18 @@ std::string difference_of(const result& expected, const result& actual) {
   return "";
 }
 
-void save_memory(result& r) {
+void save_memory(Result& r) {
   window::save(r.memory);
   std::memcpy(r.stack, stack + stack_bytes / 2, sizeof r.stack);
 }
 
-struct tally {
+struct Tally {
   std::uint64_t runs = 0, faults = 0, failures = 0, not_made = 0, signals = 0, stops_over = 0;
 } total;
 
 // With a signal at a word of the code, if `stop_at` is not negative.
-std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
-  static result expected, actual;
+std::string compare(const RunCase& c, long stop_at, bool* over = nullptr) {
+  static Result expected, actual;
   to_model(c.state, expected.state);
   expected.state.instr = 0;
   for (auto& p : expected.state.p)
@@ -385,7 +385,7 @@ std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
       run_model(c, at, at + 1, expected);
       if (!expected.faulted) return "a fault only native";
     }
-    static result before;
+    static Result before;
     before.state = block->state;
     before.low = left_registers;
     from_registers(before.low, before.state);
@@ -409,7 +409,7 @@ std::string compare(const run_case& c, long stop_at, bool* over = nullptr) {
 
 // ---- Cases ----
 
-std::uint32_t scalar_word(random_source& random) {
+std::uint32_t scalar_word(RandomSource& random) {
   static constexpr std::uint32_t bases[] = {
       0x11000000, 0x91000000, 0x51000000, 0xd1000000, 0x31000000, 0xb1000000, 0x71000000, 0xf1000000,  // add, sub
       0x0b000000, 0x8b000000, 0x4b000000, 0xcb000000, 0x2b000000, 0xab000000, 0x6b000000, 0xeb000000,
@@ -428,9 +428,9 @@ std::uint32_t scalar_word(random_source& random) {
   }
 }
 
-void make_case(const std::vector<const row_info*>& rows, unsigned length, std::uint64_t seed, std::uint64_t number,
-               run_case& c) {
-  random_source random(mix(seed, number));
+void make_case(const std::vector<const RowInfo*>& rows, unsigned length, std::uint64_t seed, std::uint64_t number,
+               RunCase& c) {
+  RandomSource random(mix(seed, number));
   c.length = length;
   make_background(random, c.state);
   for (unsigned i = 0; i < length; ++i) {
@@ -439,17 +439,17 @@ void make_case(const std::vector<const row_info*>& rows, unsigned length, std::u
       c.handlers[i] = nullptr;
       continue;
     }
-    const row_info& row = *rows[random.below(static_cast<std::uint32_t>(rows.size()))];
+    const RowInfo& row = *rows[random.below(static_cast<std::uint32_t>(rows.size()))];
     for (;;) {
       c.words[i] = make_word(row, random);
       if (sve::decode::is_unallocated(c.words[i])) continue;
       // Below the stack pointer there is nothing of the program's.
       if (row.memory.is_memory() && (c.words[i] >> 5 & 31) == 31 &&
-          (row.memory.address != address_form::base_immediate || row.memory.imm(c.words[i]) < 0))
+          (row.memory.address != AddressForm::base_immediate || row.memory.imm(c.words[i]) < 0))
         continue;
       // Nor is one to be had from anywhere.
-      const bool writes_sp = std::ranges::any_of(row.operands, [&](const operand& o) {
-        return o.kind == role::x_or_sp && o.is_written() && o.number(c.words[i]) == register_31;
+      const bool writes_sp = std::ranges::any_of(row.operands, [&](const Operand& o) {
+        return o.kind == Role::x_or_sp && o.is_written() && o.number(c.words[i]) == register_31;
       });
       if (writes_sp) continue;
       break;
@@ -471,7 +471,7 @@ void make_case(const std::vector<const row_info*>& rows, unsigned length, std::u
   c.state.sp = reinterpret_cast<std::uint64_t>(stack + stack_bytes / 2);
 }
 
-void show(const run_case& c, const std::string& difference, std::uint64_t number) {
+void show(const RunCase& c, const std::string& difference, std::uint64_t number) {
   std::printf("FAIL case %" PRIu64 ": %s\n", number, difference.c_str());
   for (unsigned i = 0; i < c.length; ++i) {
     char text[sve::decode::max_text];
@@ -495,12 +495,12 @@ int main(int argc, char** argv) {
     if (!std::strcmp(argv[i], "--row")) name = argv[i + 1];
     if (!std::strcmp(argv[i], "--case")) only = std::strtoull(argv[i + 1], nullptr, 0);
   }
-  code = static_cast<place*>(
-      mmap(nullptr, sizeof(place), PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  code = static_cast<Place*>(
+      mmap(nullptr, sizeof(Place), PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   constexpr std::size_t below = 512 * 1024;
   auto* room = static_cast<std::byte*>(
       mmap(nullptr, below + (1 << 20), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  block = reinterpret_cast<thread_block*>(room + below);
+  block = reinterpret_cast<ThreadBlock*>(room + below);
   this_thread_block = block;
   // What is addressed by the stack pointer reaches so far, where nothing of this test's may lie.
   constexpr std::size_t reach = 512 * sve::vector_bytes;
@@ -512,7 +512,7 @@ int main(int argc, char** argv) {
   put_leave(code->scalar + 1);
   start_native();
   window::map();
-  random_source random(seed);
+  RandomSource random(seed);
   for (std::uint8_t& byte : original.data) byte = static_cast<std::uint8_t>(random.next() >> 32);
   static std::uint8_t alternate[1 << 18];
   stack_t of_signals{};
@@ -524,10 +524,10 @@ int main(int argc, char** argv) {
   action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
   for (const int sig : {SIGSEGV, SIGBUS, SIGILL, SIGTRAP}) __real_sigaction(sig, &action, nullptr);
 
-  const auto c = std::make_unique<run_case>();
-  std::vector<const row_info*> all;
+  const auto c = std::make_unique<RunCase>();
+  std::vector<const RowInfo*> all;
   unsigned shown = 0;
-  const auto run_one = [&](const std::vector<const row_info*>& rows, unsigned length, std::uint64_t number) {
+  const auto run_one = [&](const std::vector<const RowInfo*>& rows, unsigned length, std::uint64_t number) {
     at_work = number;
     make_case(rows, length, seed, number, *c);
     ++total.runs;
@@ -538,11 +538,11 @@ int main(int argc, char** argv) {
     return false;
   };
   // Each row alone.
-  for (const row_info& row : all_rows()) {
+  for (const RowInfo& row : all_rows()) {
     // In a run of its own, and only there, since what it answers to stray bits of predicates is not settled.
     all.push_back(&row);
     if (name && !row.name_has(name)) continue;
-    const std::vector<const row_info*> one{&row};
+    const std::vector<const RowInfo*> one{&row};
     for (unsigned k = 0; k < cases; ++k) {
       const std::uint64_t number = std::uint64_t{1} << 32 | static_cast<std::uint64_t>(row.index) << 12 | k;
       if (only != ~std::uint64_t{0} && only != number) continue;
@@ -550,20 +550,20 @@ int main(int argc, char** argv) {
     }
   }
   // Runs of several: mostly of rows that have native forms.
-  std::vector<const row_info*> native;
-  for (const row_info* row : all)
+  std::vector<const RowInfo*> native;
+  for (const RowInfo* row : all)
     if (has_native_form(row->fixed())) native.push_back(row);
   std::printf("%zu of %zu rows have native forms\n", native.size(), all.size());
   for (unsigned k = 0; k < runs && !name; ++k) {
     if (only != ~std::uint64_t{0} && only != k) continue;
-    random_source choice(mix(seed, k + 77));
+    RandomSource choice(mix(seed, k + 77));
     const unsigned length = 2 + choice.below(most_words - 1);
     run_one(choice.chance(75) ? native : all, length, k);
   }
   // A signal at each word of the code that is executed.
   for (unsigned k = 0; k < signalled && !name; ++k) {
     if (only != ~std::uint64_t{0} && only != k) continue;
-    random_source choice(mix(seed, k + 77));
+    RandomSource choice(mix(seed, k + 77));
     make_case(choice.chance(60) ? native : all, 2 + choice.below(most_words - 1), seed, k, *c);
     c->is_known = false;
     if (const std::string difference = compare(*c, -1); !difference.empty()) {

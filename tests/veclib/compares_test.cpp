@@ -5,22 +5,22 @@ namespace {
 
 using namespace veclib_test;
 
-using relation = bool (*)(wide, wide);
-constexpr relation eq = [](wide a, wide b) { return a == b; }, ne = [](wide a, wide b) { return a != b; },
+using Relation = bool (*)(wide, wide);
+constexpr Relation eq = [](wide a, wide b) { return a == b; }, ne = [](wide a, wide b) { return a != b; },
                    ge = [](wide a, wide b) { return a >= b; }, gt = [](wide a, wide b) { return a > b; },
                    le = [](wide a, wide b) { return a <= b; }, lt = [](wide a, wide b) { return a < b; };
 
 // A canonical predicate and the flags from it.
 template <class T, class Test>
-PredV expected(const operands& o, CpuContext& c, Test test) {
+PredV expected(const Operands& o, CpuContext& c, Test test) {
   const PredV r = canonical<T>(c, [&](auto e) { return active<T>(o.p, e) && test(e); });
   define_flags(c, o.p, r, sizeof(T));
   return r;
 }
 
 template <class T>
-void check_vectors(const char* name, sve::routine::cmp_vv* routine, relation test) {
-  const auto some_equal = [](operands& o) {
+void check_vectors(const char* name, sve::routine::cmp_vv* routine, Relation test) {
+  const auto some_equal = [](Operands& o) {
     for (std::size_t e = 0; e < 256 / sizeof(T); e += 3) sve::store<T>(o.b.bytes, e, at<T>(o.a, e));
   };
   run_from_zero(name, 80, some_equal, routine, [&](auto& o, auto& c) {
@@ -29,10 +29,10 @@ void check_vectors(const char* name, sve::routine::cmp_vv* routine, relation tes
 }
 
 template <class T, class Routine>
-void check_immediates(const char* name, Routine* routine, relation test) {
+void check_immediates(const char* name, Routine* routine, Relation test) {
   constexpr bool is_signed = std::is_signed_v<T>;
   for (int imm = is_signed ? -16 : 0; imm < (is_signed ? 16 : 128); ++imm) {
-    const auto some_near = [&](operands& o) {
+    const auto some_near = [&](Operands& o) {
       for (std::size_t e = 0; e < 256 / sizeof(T); e += 3)
         sve::store<T>(o.a.bytes, e, static_cast<T>(imm + static_cast<int>(e % 9) / 3 - 1));
     };
@@ -44,9 +44,9 @@ void check_immediates(const char* name, Routine* routine, relation test) {
 
 // Both operands at 64 bits in the routine's signedness; the second is the 64-bit element that covers the first.
 template <class T>
-void check_wide(const char* name, sve::routine::cmp_vv* routine, relation test) {
+void check_wide(const char* name, sve::routine::cmp_vv* routine, Relation test) {
   using Wide = std::conditional_t<std::is_signed_v<T>, s64, u64>;
-  const auto some_equal = [](operands& o) {
+  const auto some_equal = [](Operands& o) {
     for (std::size_t e = 0; e < 32; e += 2)
       sve::store<Wide>(o.b.bytes, e, at<T>(o.a, e * 8 / sizeof(T) + e % 8 / sizeof(T)));
   };

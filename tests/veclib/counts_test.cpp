@@ -35,7 +35,7 @@ u64 scalar(u64 x, u64 n, int sign) {
 }
 
 // Around the limits of both widths.
-constexpr auto near_limits = [](operands& o) {
+constexpr auto near_limits = [](Operands& o) {
   constexpr u64 centres[] = {0,       0x7fffffff,         0xffffffff80000000, 0xffffffff,
                              ~u64{0}, 0x7fffffffffffffff, 0x8000000000000000};
   o.x = centres[o.x % 7] + (o.x >> 8) % 4096 - 2048;

@@ -21,7 +21,7 @@ using namespace veclib_test;
 
 constexpr u32 model_length = 14;
 
-struct arguments {
+struct Arguments {
   VectorV v[4];
   PredV p;
   u64 base = 0;  // the first scalar, and the second
@@ -29,7 +29,7 @@ struct arguments {
 };
 
 // What a call left: its result or results, its status, and whatever it stored.
-struct left {
+struct Left {
   VectorV v[4] = {};
   PredV p{};
   u64 scalar = 0;
@@ -37,7 +37,7 @@ struct left {
 };
 
 template <class A>
-A next(const arguments& from, left& to, unsigned& vectors, unsigned& scalars, unsigned& results, CpuContext* c) {
+A next(const Arguments& from, Left& to, unsigned& vectors, unsigned& scalars, unsigned& results, CpuContext* c) {
   if constexpr (std::is_same_v<A, const VectorV&>)
     return from.v[vectors++];
   else if constexpr (std::is_same_v<A, VectorV&>)
@@ -51,8 +51,8 @@ A next(const arguments& from, left& to, unsigned& vectors, unsigned& scalars, un
 }
 
 template <class R, class... A>
-left call(R (*routine)(A...), const arguments& from, u32 granules, u32 fpcr = 0, u32 fpsr = 0) {
-  left to;
+Left call(R (*routine)(A...), const Arguments& from, u32 granules, u32 fpcr = 0, u32 fpsr = 0) {
+  Left to;
   CpuContext c{0, fpsr, fpcr, granules, bits_of([](auto) { return true; })};
   unsigned vectors = 0, scalars = 0, results = 0;
   // Braces keep the order.
@@ -73,8 +73,8 @@ bool has(std::string_view text, std::string_view part) { return text.find(part) 
 
 // Granules `from` to `from + n - 1` at the bottom; above them nothing is active, and vectors repeat the first segment,
 // so that unpredicated operations meet nothing new.
-arguments window(const arguments& whole, u32 from, u32 n) {
-  arguments a = whole;
+Arguments window(const Arguments& whole, u32 from, u32 n) {
+  Arguments a = whole;
   for (VectorV& v : a.v) {
     std::memmove(v.bytes, v.bytes + 8 * from, 8 * n);
     const u32 segment = n >= 2 ? 16 : 8;
@@ -91,13 +91,13 @@ void for_each_window(u32 length, Body body) {
   for (u32 from = 0; from < length; from += model_length) body(from, std::min(model_length, length - from));
 }
 
-struct routine_name {
+struct RoutineName {
   std::string_view type, op;
   std::string text() const { return "Vec" + std::string(type) + std::string(op); }
   unsigned element_bytes() const { return static_cast<unsigned>(std::stoi(std::string(type.substr(1)))) / 8; }
 };
 
-void expect_window(const routine_name& name, const left& whole, const left& part, u32 from, u32 n, u32 length) {
+void expect_window(const RoutineName& name, const Left& whole, const Left& part, u32 from, u32 n, u32 length) {
   for (unsigned k = 0; k < 4; ++k)
     ASSERT_EQ(std::memcmp(whole.v[k].bytes + 8 * from, part.v[k].bytes, 8 * n), 0)
         << name.text() << " at length " << length << " from granule " << from;
@@ -107,14 +107,14 @@ void expect_window(const routine_name& name, const left& whole, const left& part
 
 // ---- Floating point ----
 
-bool is_floating_point(const routine_name& n) {
+bool is_floating_point(const RoutineName& n) {
   return n.type[0] == 'F' || n.type[0] == 'D' || n.type[0] == 'H' || has(n.op, "From");
 }
 
 int element_wise = 0, reductions = 0;
 
 template <class R, class... A>
-void check_floating_point(const routine_name& name, R (*routine)(A...)) {
+void check_floating_point(const RoutineName& name, R (*routine)(A...)) {
   if (!is_floating_point(name) || has(name.op, "Insert") || has(name.op, "CondX") || has(name.op, "Last")) return;
   Random random(std::hash<std::string>{}(name.text()));
   constexpr bool scalar_result = std::is_same_v<R, u64>;
@@ -123,7 +123,7 @@ void check_floating_point(const routine_name& name, R (*routine)(A...)) {
   for (const u32 length : lengths_and_zero) {
     if (length == 1 && pairs && has(name.op, "VV")) continue;  // half a pair, or of a segment
     for (int round = 0; round < 24; ++round) {
-      arguments whole;
+      Arguments whole;
       for (VectorV& v : whole.v) v = random_vector(random);
       if (scalar_result)  // sums that do not depend on their pads
         for (VectorV& v : whole.v)
@@ -138,17 +138,17 @@ void check_floating_point(const routine_name& name, R (*routine)(A...)) {
       if (length == 1)
         for (VectorV& v : whole.v) std::memcpy(v.bytes + 8, v.bytes, 8);
       const u32 fpcr = static_cast<u32>(random() % 4) << 22;
-      const left at_length = call(routine, whole, length, fpcr);
+      const Left at_length = call(routine, whole, length, fpcr);
       if constexpr (scalar_result) {
         // The same elements at the greatest length, and there the elements above are inactive.
-        const left greatest = call(routine, window(whole, 0, length), 32, fpcr);
+        const Left greatest = call(routine, window(whole, 0, length), 32, fpcr);
         ASSERT_EQ(at_length.scalar, greatest.scalar) << name.text() << " at length " << length;
         ASSERT_EQ(at_length.fpsr, greatest.fpsr) << name.text() << " at length " << length;
         continue;
       }
       u32 fpsr = 0;
       for_each_window(length, [&](u32 from, u32 n) {
-        const left part = call(routine, window(whole, from, n), model_length, fpcr);
+        const Left part = call(routine, window(whole, from, n), model_length, fpcr);
         fpsr |= part.fpsr;
         expect_window(name, at_length, part, from, n, length);
       });
@@ -184,7 +184,7 @@ VectorV random_numbers(operands::Random& random) {
 int compared = 0;
 
 template <class R, class... A>
-void compare_engines(const routine_name& name, R (*routine)(A...)) {
+void compare_engines(const RoutineName& name, R (*routine)(A...)) {
   if (!is_floating_point(name)) return;
   ++compared;
   operands::Random random(std::hash<std::string>{}(name.text()));
@@ -192,7 +192,7 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
   for (u64 round = 0; round < rounds; ++round) {
     const u32 length = lengths[round % std::size(lengths)];
     if (length == 1 && has(name.op, "VIX")) continue;  // half a segment
-    arguments a;
+    Arguments a;
     for (VectorV& v : a.v) v = random_numbers(random);
     a.p = random_predicate(random);
     a.base = random();
@@ -207,7 +207,7 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
     const unsigned usual = _mm_getcsr(), hostile = (usual | flushes) & ~traps_masked;
     _mm_setcsr(hostile);
 #endif
-    const left by_processor = call(routine, a, length, fpcr, fpsr);
+    const Left by_processor = call(routine, a, length, fpcr, fpsr);
 #if defined(__x86_64__)
     const unsigned after = _mm_getcsr();
     _mm_setcsr(usual);
@@ -221,7 +221,7 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
       ASSERT_EQ(status, FE_DIVBYZERO) << name.text() << " changes the caller's status";
     }
     const unsigned widths = std::exchange(sve::processor::widths, 0u);
-    const left by_library = call(routine, a, length, fpcr, fpsr);
+    const Left by_library = call(routine, a, length, fpcr, fpsr);
     sve::processor::widths = widths;
     const std::string where = name.text() + ", round " + std::to_string(round) + ", length " + std::to_string(length) +
                               ", fpcr " + operands::hex(fpcr);
@@ -239,14 +239,14 @@ void compare_engines(const routine_name& name, R (*routine)(A...)) {
 // ---- Memory ----
 
 // Below 4 GB, where vectors of 32-bit addresses reach it.
-struct low_memory {
+struct LowMemory {
   static constexpr std::size_t size = 4096;
-  low_memory() {
+  LowMemory() {
     void* const hint = reinterpret_cast<void*>(0x5b000000);
     at = static_cast<byte*>(mmap(hint, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     if (at != hint) std::abort();
   }
-  ~low_memory() { munmap(at, size); }
+  ~LowMemory() { munmap(at, size); }
   u64 address() const { return reinterpret_cast<u64>(at); }
   byte* at;
 };
@@ -254,7 +254,7 @@ struct low_memory {
 int loads = 0, stores = 0;
 
 template <class R, class... A>
-void check_memory(const routine_name& name, R (*routine)(A...), const low_memory& memory) {
+void check_memory(const RoutineName& name, R (*routine)(A...), const LowMemory& memory) {
   const bool stored = has(name.op, "Store") || has(name.op, "Spill");
   if (!stored && !has(name.op, "Load") && !has(name.op, "Fill")) return;
   if (name.type == "P" || has(name.op, "QS")) return;  // of their own shape; see below
@@ -271,7 +271,7 @@ void check_memory(const routine_name& name, R (*routine)(A...), const low_memory
   Random random(std::hash<std::string>{}(name.text()));
   for (const u32 length : lengths_and_zero)
     for (int round = 0; round < 6; ++round) {
-      arguments whole;
+      Arguments whole;
       for (VectorV& v : whole.v) v = random_vector(random);
       whole.p = random_predicate(random);
       whole.base = memory.address() + 1024 + random() % 64;
@@ -284,17 +284,17 @@ void check_memory(const routine_name& name, R (*routine)(A...), const low_memory
         }
         if (addresses) whole.base = 0;
       }
-      std::vector<byte> start(low_memory::size);
+      std::vector<byte> start(LowMemory::size);
       for (byte& b : start) b = static_cast<byte>(random());
       std::memcpy(memory.at, start.data(), start.size());
-      const left at_length = call(routine, whole, length);
-      const std::vector<byte> after(memory.at, memory.at + low_memory::size);
+      const Left at_length = call(routine, whole, length);
+      const std::vector<byte> after(memory.at, memory.at + LowMemory::size);
       std::memcpy(memory.at, start.data(), start.size());
       for_each_window(length, [&](u32 from, u32 n) {
         // Whole registers have no predicate that could shorten them.
-        arguments a = window(whole, from, n);
+        Arguments a = window(whole, from, n);
         if (!addresses) a.base += per_granule * from;
-        const left part = call(routine, a, whole_register ? n : model_length);
+        const Left part = call(routine, a, whole_register ? n : model_length);
         if (!stored) expect_window(name, at_length, part, from, n, length);
       });
       ASSERT_EQ(std::memcmp(memory.at, after.data(), after.size()), 0) << name.text() << " at length " << length;
@@ -302,7 +302,7 @@ void check_memory(const routine_name& name, R (*routine)(A...), const low_memory
 }
 
 #define CHECK(shape, type, op) \
-  SVE_CHECK(routine_name{#type SVE_COMMA #op}, static_cast<sve::routine::shape*>(Vec##type##op));
+  SVE_CHECK(RoutineName{#type SVE_COMMA #op}, static_cast<sve::routine::shape*>(Vec##type##op));
 #define SVE_COMMA ,
 #define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(CHECK, shape, types, __VA_ARGS__)
 
@@ -325,7 +325,7 @@ TEST(EveryLength, TheProcessorGivesWhatTheLibraryGives) {
 }
 
 TEST(EveryLength, Memory) {
-  const low_memory memory;
+  const LowMemory memory;
 #define SVE_CHECK(name, routine) check_memory(name, routine, memory)
 #include "sve/veclib/routines.inc"
 #undef SVE_CHECK

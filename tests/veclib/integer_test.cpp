@@ -156,7 +156,7 @@ u64 amount(wide n) {
 // Every 64-bit element of the second operand is an amount for those that it covers.
 template <class T, class Op>
 void wide_shift(const char* name, sve::routine::vvm* predicated, sve::routine::vvx* unpredicated, Op op) {
-  const auto amounts = [](operands& o) {
+  const auto amounts = [](Operands& o) {
     for (std::size_t u = 0; u < 32; u += 2) sve::store<u64>(o.b.bytes, u, at<u64>(o.b, u) % 70);
   };
   const auto shifted = [=](auto& o, std::size_t e) { return op(wide{at<T>(o.a, e)}, at<u64>(o.b, e * sizeof(T) / 8)); };
@@ -326,7 +326,7 @@ TEST(Reduce, EveryOperation) {
 
 template <class T, class Narrow>
 void dot(const char* name, sve::routine::vvvx* routine, sve::routine::vvvix* indexed) {
-  const auto expect = [](const operands& o, const CpuContext& c, auto lane_of) {
+  const auto expect = [](const Operands& o, const CpuContext& c, auto lane_of) {
     return generated<T>(c, [&](auto e) {
       wide sum = at<T>(o.c, e);
       for (std::size_t k = 0; k < 4; ++k) sum += wide{at<Narrow>(o.a, 4 * e + k)} * at<Narrow>(o.b, 4 * lane_of(e) + k);

@@ -32,7 +32,7 @@ TEST(Length, ZeroTouchesNoMemory) {
 
 TEST(Length, BitsAboveTheFieldAreMaskedOutOfElementLoops) {
   Random random(15);
-  const operands o = random_operands(random);
+  const Operands o = random_operands(random);
   CpuContext plain{0, 0, 0, 14, {}}, high{0, 0, 0, 0xfc00000e, {}};
   EXPECT_EQ(difference(VecU8AddVVM(o.a, o.p, o.b, &plain), VecU8AddVVM(o.a, o.p, o.b, &high), plain), "");
   EXPECT_EQ(difference(VecS32CmpFlgGTVVZ(o.p, o.a, o.b, &plain), VecS32CmpFlgGTVVZ(o.p, o.a, o.b, &high), plain), "");
@@ -54,8 +54,8 @@ TEST(Length, TheGlobalContextIsSetUpOnce) {
 TEST(Values, ResultsMayReplaceOperands) {
   Random random(16);
   CpuContext c{0, 0, 0, 14, {}};
-  operands o = random_operands(random);
-  const operands before = o;
+  Operands o = random_operands(random);
+  const Operands before = o;
   const VectorV zipped = VecU16Zip2VV(o.a, o.b, &c);
   EXPECT_EQ(difference(before.a, o.a, c) + difference(before.b, o.b, c), "");
   o.b = VecU16Zip2VV(o.a, o.b, &c);

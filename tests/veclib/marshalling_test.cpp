@@ -11,7 +11,7 @@ namespace {
 
 using namespace veclib_test;
 using sve::vector_bytes;
-using sve::decode::kind;
+using sve::decode::Kind;
 
 aarch64_decode_rc execute(cpu_state& state, u32 word) { return sve::decode::find_row(word)->handle(&state, word); }
 
@@ -29,7 +29,7 @@ TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
   Random random(11);
   int rows = 0;
   for_each_row([&](auto& map, auto& row) {
-    if (row.model != kind::library || row.function->is_memory()) return;
+    if (row.model != Kind::library || row.function->is_memory()) return;
     ++rows;
     for (int i = 0; i < 4; ++i) {
       const u32 word = map.word(row.key) | (static_cast<u32>(random()) & ~map.fixed_bits);
@@ -46,8 +46,8 @@ TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
       EXPECT_EQ(s.sp, before.sp) << name;
       for (std::size_t b = 0; b < vector_bytes; ++b)
         ASSERT_EQ(s.ffr[b], before.ffr[b] & 1) << name;  // the same, as 0 or 1
-      for (const sve::decode::operand& o : row.operands())
-        if (o.is_written() && o.kind == sve::decode::operand_kind::p) {
+      for (const sve::decode::Operand& o : row.operands())
+        if (o.is_written() && o.kind == sve::decode::OperandKind::p) {
           const byte* p = s.p[o.number(word)];
           EXPECT_TRUE(std::all_of(p, p + vector_bytes, [](byte bit) { return bit <= 1; })) << name;
         }
@@ -61,7 +61,7 @@ TEST(Marshalling, PrefetchesTouchNothing) {
   Random random(12);
   int rows = 0;
   for_each_row([&](auto& map, auto& row) {
-    if (row.model != kind::prefetch) return;
+    if (row.model != Kind::prefetch) return;
     ++rows;
     const cpu_state before = random_state(random);
     cpu_state s = before;

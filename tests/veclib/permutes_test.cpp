@@ -7,7 +7,7 @@ namespace {
 using namespace veclib_test;
 
 template <class T>
-VectorV permuted(const VectorV& a, const VectorV& b, const CpuContext& c, index_rule rule) {
+VectorV permuted(const VectorV& a, const VectorV& b, const CpuContext& c, IndexRule rule) {
   const std::size_t n = count<T>(c);
   return generated<T>(c, [&](std::size_t i) {
     const std::size_t from = rule(i, n);
@@ -17,7 +17,7 @@ VectorV permuted(const VectorV& a, const VectorV& b, const CpuContext& c, index_
 
 // An element's whole group of bits moves.
 template <class T>
-PredV permuted(const PredV& a, const PredV& b, const CpuContext& c, index_rule rule) {
+PredV permuted(const PredV& a, const PredV& b, const CpuContext& c, IndexRule rule) {
   const std::size_t n = count<T>(c);
   PredV r{};
   for (std::size_t i = 0; i < n; ++i) {
@@ -28,17 +28,17 @@ PredV permuted(const PredV& a, const PredV& b, const CpuContext& c, index_rule r
 }
 
 // One element has no partner to transpose with: `trn2` of it is not looked at.
-bool undefined(index_rule rule, std::size_t n) { return rule == trn2 && n < 2; }
+bool undefined(IndexRule rule, std::size_t n) { return rule == trn2 && n < 2; }
 
 template <class T>
-void check_vectors(const char* name, sve::routine::vvx* routine, index_rule rule) {
+void check_vectors(const char* name, sve::routine::vvx* routine, IndexRule rule) {
   run(
       name, 30,
       [&](auto& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? VectorV{} : routine(o.a, o.b, c); },
       [&](auto& o, auto& c) { return undefined(rule, count<T>(c)) ? VectorV{} : permuted<T>(o.a, o.b, c, rule); });
 }
 template <class T>
-void check_predicates(const char* name, sve::routine::ppp* routine, index_rule rule) {
+void check_predicates(const char* name, sve::routine::ppp* routine, IndexRule rule) {
   run_from_zero(
       name, 60, [&](auto& o, CpuContext* c) { return undefined(rule, count<T>(*c)) ? PredV{} : routine(o.p, o.q, c); },
       [&](auto& o, auto& c) { return undefined(rule, count<T>(c)) ? PredV{} : permuted<T>(o.p, o.q, c, rule); });
@@ -89,7 +89,7 @@ TEST(Permute, Slide) {
 
 template <class T>
 void check_lookup(sve::routine::vvx* routine) {
-  const auto indices = [](operands& o) {
+  const auto indices = [](Operands& o) {
     for (std::size_t e = 0; e < 256 / sizeof(T); e += 2)
       sve::store<T>(o.b.bytes, e, static_cast<T>(at<T>(o.b, e) % 300));
   };
@@ -101,7 +101,7 @@ void check_lookup(sve::routine::vvx* routine) {
 // ---- Under a predicate ----
 
 template <class T>
-int last_active(const operands& o, const CpuContext& c) {
+int last_active(const Operands& o, const CpuContext& c) {
   int last = -1;
   for (std::size_t e = 0; e < count<T>(c); ++e)
     if (active<T>(o.p, e)) last = static_cast<int>(e);
@@ -131,12 +131,12 @@ void check_compress(sve::routine::pv* routine) {
 
 // LAST A and B: the element, or `none` if no element is active.
 template <class T>
-T last_a(const operands& o, const CpuContext& c, T none) {
+T last_a(const Operands& o, const CpuContext& c, T none) {
   const int last = last_active<T>(o, c);
   return last < 0 ? none : at<T>(o.a, (static_cast<std::size_t>(last) + 1) % count<T>(c));
 }
 template <class T>
-T last_b(const operands& o, const CpuContext& c, T none) {
+T last_b(const Operands& o, const CpuContext& c, T none) {
   const int last = last_active<T>(o, c);
   return last < 0 ? none : at<T>(o.a, static_cast<std::size_t>(last));
 }
@@ -168,7 +168,7 @@ void check_under_predicate(sve::routine::pvv* select, sve::routine::vvm* move_me
       [&](auto& o, auto& c) { return blend(o.p, c, of(o.a), [](auto) { return T{0}; }); });
   const auto everywhere = [](T value, const CpuContext& c) { return generated<T>(c, [&](auto) { return value; }); };
   const auto swapped = [](auto routine) {
-    return [routine](const operands& o, CpuContext* c) { return routine(o.p, o.b, o.a, c); };
+    return [routine](const Operands& o, CpuContext* c) { return routine(o.p, o.b, o.a, c); };
   };
   run("clasta v", 60, swapped(vector_a),
       [&](auto& o, auto& c) { return last_active<T>(o, c) < 0 ? o.b : everywhere(last_a<T>(o, c, 0), c); });

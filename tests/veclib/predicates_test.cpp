@@ -36,10 +36,10 @@ TEST(VecTrueILength, EveryPatternAndCount) {
 
 // ---- Flag writers ----
 
-using writer = void(const PredV&, const PredV&, int, CpuContext*);
+using Writer = void(const PredV&, const PredV&, int, CpuContext*);
 
 template <class Define>
-void check_writer(writer* write, Define define_context) {
+void check_writer(Writer* write, Define define_context) {
   Random random(1);
   for (const u32 granules : lengths_and_zero)
     for (const int bytes : {1, 2, 4, 8})
@@ -54,22 +54,22 @@ void check_writer(writer* write, Define define_context) {
 
 TEST(FlagWriters, FollowTheirDefinitions) {
   const auto put = [](CpuContext& c, u32 flag, bool value) { c.nzcv = value ? c.nzcv | flag : c.nzcv & ~flag; };
-  const auto nzc = [put](CpuContext& c, const answer& a) {
+  const auto nzc = [put](CpuContext& c, const Answer& a) {
     put(c, n_bit, a.any && a.n);
     put(c, z_bit, !a.any);
     put(c, c_bit, !a.any || a.c);
   };
   check_writer(PredSetNZC, nzc);
-  check_writer(PredSetNZCV, [&](CpuContext& c, const answer& a) {
+  check_writer(PredSetNZCV, [&](CpuContext& c, const Answer& a) {
     nzc(c, a);
     put(c, v_bit, false);
   });
-  check_writer(PredSetNCV, [&](CpuContext& c, const answer& a) {
+  check_writer(PredSetNCV, [&](CpuContext& c, const Answer& a) {
     put(c, n_bit, a.any && a.n);
     put(c, c_bit, !a.any || a.c);
     put(c, v_bit, false);
   });
-  check_writer(PredSetNC, [&](CpuContext& c, const answer& a) {
+  check_writer(PredSetNC, [&](CpuContext& c, const Answer& a) {
     if (!a.any_active) return;  // nothing is written
     put(c, n_bit, a.n);
     put(c, c_bit, a.c);
@@ -77,7 +77,7 @@ TEST(FlagWriters, FollowTheirDefinitions) {
 }
 
 TEST(FlagWriters, Edges) {
-  const auto after = [](writer* write, const PredV& mask, const PredV& result, u32 before) {
+  const auto after = [](Writer* write, const PredV& mask, const PredV& result, u32 before) {
     CpuContext c{before, 0, 0, 14, {}};
     write(mask, result, 16, &c);
     return flags(c);
@@ -148,12 +148,12 @@ TEST(Find, FirstAndLastActive) {
 
 // ---- Logic ----
 
-struct logic {
+struct Logic {
   const char* name;
   sve::routine::pppp *plain, *flagged;
   bool (*op)(bool, bool);
 };
-const logic logics[] = {
+const Logic logics[] = {
     {"and", VecPAndPPZ, VecPAndFlgPPZ, [](bool n, bool m) { return n && m; }},
     {"bic", VecPBicPPZ, VecPBicFlgPPZ, [](bool n, bool m) { return n && !m; }},
     {"xor", VecPXorPPZ, VecPXorFlgPPZ, [](bool n, bool m) { return n != m; }},
@@ -164,8 +164,8 @@ const logic logics[] = {
 };
 
 TEST(Logic, BitsAndFlagsAlsoAtLengthZero) {
-  for (const logic& l : logics) {
-    const auto result = [&](const operands& o) {
+  for (const Logic& l : logics) {
+    const auto result = [&](const Operands& o) {
       return bits_of([&](auto i) { return bit(o.p, i) && l.op(bit(o.q, i), bit(o.r, i)); });
     };
     run_from_zero(l.name, 60, l.plain, [&](auto& o, auto&) { return result(o); });
@@ -317,7 +317,7 @@ TEST(Break, AAndB) {
 }
 
 TEST(Break, Next) {
-  const auto result = [](const operands& o, const CpuContext& c) { return last_true(o.p, o.q, c) ? o.r : PredV{}; };
+  const auto result = [](const Operands& o, const CpuContext& c) { return last_true(o.p, o.q, c) ? o.r : PredV{}; };
   run_from_zero("brkn", 300, VecPBreakNextPZ, [&](auto& o, auto& c) { return result(o, c); });
   run_from_zero("brkns", 300, VecPBreakNextFlgPZ, [&](auto& o, auto& c) {
     const PredV r = result(o, c);
@@ -334,7 +334,7 @@ TEST(Break, Previous) {
   } const breaks[] = {{"brkpa", VecPBreakPrevAPZ, VecPBreakPrevAFlgPZ, true},
                       {"brkpb", VecPBreakPrevBPZ, VecPBreakPrevBFlgPZ, false}};
   for (const auto& b : breaks) {
-    const auto result = [&](const operands& o, const CpuContext& c) {
+    const auto result = [&](const Operands& o, const CpuContext& c) {
       return brk(o.p, o.r, b.after, last_true(o.p, o.q, c));
     };
     run_from_zero(b.name, 300, b.plain, [&](auto& o, auto& c) { return result(o, c); });
@@ -383,7 +383,7 @@ TEST(Query, NextActiveAndTest) {
 // ---- First-fault register ----
 
 TEST(FirstFaultRegister, OfTheContext) {
-  const auto and_ffr = [](const operands& o, const CpuContext& c) {
+  const auto and_ffr = [](const Operands& o, const CpuContext& c) {
     return bits_of([&](auto i) { return bit(o.p, i) && bit(c.ffr, i); });
   };
   run_from_zero("actual", 60, VecPActualP, [&](auto& o, auto& c) { return and_ffr(o, c); });

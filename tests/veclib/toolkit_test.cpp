@@ -13,23 +13,23 @@ using veclib_test::random_word;
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};
 constexpr std::int64_t smallest64 = std::numeric_limits<std::int64_t>::min();
 constexpr wide wide_of(std::uint64_t high, std::uint64_t low) {
-  return static_cast<wide>(unsigned_wide{high} << 64 | low);
+  return static_cast<wide>(UnsignedWide{high} << 64 | low);
 }
-constexpr wide power(int n) { return static_cast<wide>(unsigned_wide{1} << n); }
+constexpr wide power(int n) { return static_cast<wide>(UnsignedWide{1} << n); }
 constexpr int widths[] = {8, 16, 32, 64};
 
 // Random 128-bit values: near a power of two, of either sign, or any.
 wide random_wide(Random& random) {
-  const auto any = static_cast<wide>(unsigned_wide{random()} << 64 | random());
+  const auto any = static_cast<wide>(UnsignedWide{random()} << 64 | random());
   switch (random() % 4) {
     case 0:
       return any;
     case 1:
       return any >> (random() % 128);
     case 2:
-      return static_cast<wide>(static_cast<unsigned_wide>(power(static_cast<int>(random() % 128))) + random() % 5 - 2);
+      return static_cast<wide>(static_cast<UnsignedWide>(power(static_cast<int>(random() % 128))) + random() % 5 - 2);
     default:
-      return static_cast<wide>(0 - static_cast<unsigned_wide>(power(static_cast<int>(random() % 128))) - random() % 5 +
+      return static_cast<wide>(0 - static_cast<UnsignedWide>(power(static_cast<int>(random() % 128))) - random() % 5 +
                                2);
   }
 }
@@ -83,12 +83,12 @@ TEST(Toolkit, SmallFunctions) {
   EXPECT_EQ(ShiftLeft(1, 64, 64), 1u);       // the amount counts modulo 64
   EXPECT_EQ(ShiftLeft(1, 130, 8), 4u);
   EXPECT_TRUE(PolynomialMult(3, 3) == 5);
-  EXPECT_TRUE(PolynomialMult(all_ones, 2) == unsigned_wide{all_ones} << 1);
+  EXPECT_TRUE(PolynomialMult(all_ones, 2) == UnsignedWide{all_ones} << 1);
   repeat([](Random& random) {
     const std::uint64_t a = random_word(random), b = random_word(random), c = random_word(random);
     ASSERT_TRUE(PolynomialMult(a, b) == PolynomialMult(b, a));
     ASSERT_TRUE(PolynomialMult(a, b ^ c) == (PolynomialMult(a, b) ^ PolynomialMult(a, c)));
-    ASSERT_TRUE(PolynomialMult(a, std::uint64_t{1} << (c % 64)) == unsigned_wide{a} << (c % 64));
+    ASSERT_TRUE(PolynomialMult(a, std::uint64_t{1} << (c % 64)) == UnsignedWide{a} << (c % 64));
   });
 }
 
@@ -150,22 +150,22 @@ TEST(Toolkit, ShiftsOfElementsAreExactAtAnyAmount) {
 // ---- Saturation ----
 
 TEST(Saturation, SatQ) {
-  EXPECT_EQ(SatQ(128, 8, 0), (saturated{127, 1}));
-  EXPECT_EQ(SatQ(-129, 8, 0), (saturated{0x80, 1}));
-  EXPECT_EQ(SatQ(-128, 8, 0), (saturated{0x80, 0}));
-  EXPECT_EQ(SatQ(-1, 8, 1), (saturated{0, 1}));
-  EXPECT_EQ(SatQ(256, 8, 1), (saturated{255, 1}));
+  EXPECT_EQ(SatQ(128, 8, 0), (Saturated{127, 1}));
+  EXPECT_EQ(SatQ(-129, 8, 0), (Saturated{0x80, 1}));
+  EXPECT_EQ(SatQ(-128, 8, 0), (Saturated{0x80, 0}));
+  EXPECT_EQ(SatQ(-1, 8, 1), (Saturated{0, 1}));
+  EXPECT_EQ(SatQ(256, 8, 1), (Saturated{255, 1}));
   repeat([](Random& random) {
     const wide x = random_wide(random);
     const int w = 1 + static_cast<int>(random() % 64);
     const wide low = -power(w - 1), high = power(w - 1) - 1;
-    const saturated expected = x > high  ? saturated{static_cast<std::uint64_t>(high), 1}
-                               : x < low ? saturated{std::uint64_t{1} << (w - 1), 1}
-                                         : saturated{bits(x) & ones(w), 0};  // cut to the width
+    const Saturated expected = x > high  ? Saturated{static_cast<std::uint64_t>(high), 1}
+                               : x < low ? Saturated{std::uint64_t{1} << (w - 1), 1}
+                                         : Saturated{bits(x) & ones(w), 0};  // cut to the width
     ASSERT_EQ(SatQ(x, w, 0), expected) << w;
-    const saturated unsigned_expected = x < 0              ? saturated{0, 1}
-                                        : x > power(w) - 1 ? saturated{ones(w), 1}
-                                                           : saturated{bits(x), 0};
+    const Saturated unsigned_expected = x < 0              ? Saturated{0, 1}
+                                        : x > power(w) - 1 ? Saturated{ones(w), 1}
+                                                           : Saturated{bits(x), 0};
     ASSERT_EQ(SatQ(x, w, 1), unsigned_expected) << w;
   });
 }
@@ -174,15 +174,15 @@ TEST(Saturation, AddAndSubtract) {
   constexpr std::uint64_t largest = 0x7fffffffffffffff;
   EXPECT_EQ(SatAdd(largest, 1, 64, 0), largest);
   EXPECT_EQ(SatAdd(all_ones, 1, 64, 1), all_ones);
-  EXPECT_EQ(SatSub(3, 5, 8, 1), (saturated{0, 1}));
+  EXPECT_EQ(SatSub(3, 5, 8, 1), (Saturated{0, 1}));
   EXPECT_EQ(SatAdd(0xff, 0xff, 8, 0), all_ones - 1);    // -2: in range the sum keeps the bits above the width
-  EXPECT_EQ(SatSub(0, 2, 8, 0), (saturated{0xfe, 0}));  // the difference is cut
+  EXPECT_EQ(SatSub(0, 2, 8, 0), (Saturated{0xfe, 0}));  // the difference is cut
   repeat([](Random& random) {
     const std::uint64_t a = random_word(random), b = random_word(random);
     for (const int w : widths)
       for (const int u : {0, 1}) {
         const wide sum = Int(a, w, u) + Int(b, w, u);
-        const saturated s = SatQ(sum, w, u);
+        const Saturated s = SatQ(sum, w, u);
         ASSERT_EQ(SatAdd(a, b, w, u), s.flag ? s.value : bits(sum));
         ASSERT_EQ(SatSub(a, b, w, u), SatQ(Int(a, w, u) - Int(b, w, u), w, u));
       }
@@ -198,44 +198,44 @@ TEST(Saturation, MultiplyDoesNotSaturate) {
 }
 
 TEST(Saturation, SatQShiftKeepsTheSignAboveTheWidth) {
-  EXPECT_EQ(SatQShift(-1, 8, 0), (saturated{all_ones, 0}));
-  EXPECT_EQ(SatQShift(-129, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 1}));
-  EXPECT_EQ(SatQShift(128, 8, 0), (saturated{127, 1}));
-  EXPECT_EQ(SatQShift(-1, 8, 1), (saturated{0, 1}));
-  EXPECT_EQ(SatQShift(256, 8, 1), (saturated{255, 1}));
-  EXPECT_EQ(SatQShift(255, 8, 1), (saturated{255, 0}));
-  EXPECT_EQ(SatQShift(power(100), 64, 0), (saturated{0x7fffffffffffffff, 1}));
-  EXPECT_EQ(SatQShift(wide_of(smallest64, 5), 128, 0), (saturated{5, 0}));  // widths up to 128
-  EXPECT_EQ(SatQShift(power(100) + 5, 128, 1), (saturated{5, 0}));
+  EXPECT_EQ(SatQShift(-1, 8, 0), (Saturated{all_ones, 0}));
+  EXPECT_EQ(SatQShift(-129, 8, 0), (Saturated{static_cast<std::uint64_t>(-128), 1}));
+  EXPECT_EQ(SatQShift(128, 8, 0), (Saturated{127, 1}));
+  EXPECT_EQ(SatQShift(-1, 8, 1), (Saturated{0, 1}));
+  EXPECT_EQ(SatQShift(256, 8, 1), (Saturated{255, 1}));
+  EXPECT_EQ(SatQShift(255, 8, 1), (Saturated{255, 0}));
+  EXPECT_EQ(SatQShift(power(100), 64, 0), (Saturated{0x7fffffffffffffff, 1}));
+  EXPECT_EQ(SatQShift(wide_of(smallest64, 5), 128, 0), (Saturated{5, 0}));  // widths up to 128
+  EXPECT_EQ(SatQShift(power(100) + 5, 128, 1), (Saturated{5, 0}));
 }
 
 TEST(Saturation, SatQUShiftGivesZeroFarAboveTheLimit) {
-  EXPECT_EQ(SatQUShift(200, 8), (saturated{200, 0}));
-  EXPECT_EQ(SatQUShift(256, 8), (saturated{255, 1}));
-  EXPECT_EQ(SatQUShift(65535, 8), (saturated{255, 1}));
-  EXPECT_EQ(SatQUShift(65536, 8), (saturated{0, 1}));  // beyond 2n bits
-  EXPECT_EQ(SatQUShift(-1, 8), (saturated{0, 1}));
-  EXPECT_EQ(SatQUShift(power(64) + 7, 8), (saturated{7, 0}));  // the high word is not looked at
+  EXPECT_EQ(SatQUShift(200, 8), (Saturated{200, 0}));
+  EXPECT_EQ(SatQUShift(256, 8), (Saturated{255, 1}));
+  EXPECT_EQ(SatQUShift(65535, 8), (Saturated{255, 1}));
+  EXPECT_EQ(SatQUShift(65536, 8), (Saturated{0, 1}));  // beyond 2n bits
+  EXPECT_EQ(SatQUShift(-1, 8), (Saturated{0, 1}));
+  EXPECT_EQ(SatQUShift(power(64) + 7, 8), (Saturated{7, 0}));  // the high word is not looked at
 }
 
 TEST(Saturation, ShiftQLeftInt) {
-  EXPECT_EQ(ShiftQLeftInt(-16, -2, 8, 0), (saturated{static_cast<std::uint64_t>(-4), 0}));
+  EXPECT_EQ(ShiftQLeftInt(-16, -2, 8, 0), (Saturated{static_cast<std::uint64_t>(-4), 0}));
   for (const int n : {8, 9, 200}) {
-    EXPECT_EQ(ShiftQLeftInt(0, n, 8, 0), (saturated{0, 0}));
-    EXPECT_EQ(ShiftQLeftInt(0, n, 8, 1), (saturated{0, 0}));
-    EXPECT_EQ(ShiftQLeftInt(3, n, 8, 1), (saturated{255, 1}));
-    EXPECT_EQ(ShiftQLeftInt(3, n, 8, 0), (saturated{127, 1}));
-    EXPECT_EQ(ShiftQLeftInt(-3, n, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 1}));
+    EXPECT_EQ(ShiftQLeftInt(0, n, 8, 0), (Saturated{0, 0}));
+    EXPECT_EQ(ShiftQLeftInt(0, n, 8, 1), (Saturated{0, 0}));
+    EXPECT_EQ(ShiftQLeftInt(3, n, 8, 1), (Saturated{255, 1}));
+    EXPECT_EQ(ShiftQLeftInt(3, n, 8, 0), (Saturated{127, 1}));
+    EXPECT_EQ(ShiftQLeftInt(-3, n, 8, 0), (Saturated{static_cast<std::uint64_t>(-128), 1}));
   }
   // At its width already nothing is shifted: what 128 bits would lose saturates too.
-  EXPECT_EQ(ShiftQLeftInt(power(121), 8, 8, 0), (saturated{127, 1}));
-  EXPECT_EQ(ShiftQLeftInt(power(121), 8, 8, 1), (saturated{255, 1}));
-  EXPECT_EQ(ShiftQLeftInt(-power(121), 8, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 1}));
-  EXPECT_EQ(ShiftQLeftInt(3, 5, 8, 0), (saturated{96, 0}));
-  EXPECT_EQ(ShiftQLeftInt(3, 6, 8, 0), (saturated{127, 1}));
-  EXPECT_EQ(ShiftQLeftInt(-1, 7, 8, 0), (saturated{static_cast<std::uint64_t>(-128), 0}));
-  EXPECT_EQ(ShiftQLeftInt(3, 6, 8, 1), (saturated{192, 0}));
-  EXPECT_EQ(ShiftQLeftInt(1, 100, 128, 0), (saturated{0, 0}));  // 2 to the 100, of which the low word is returned
+  EXPECT_EQ(ShiftQLeftInt(power(121), 8, 8, 0), (Saturated{127, 1}));
+  EXPECT_EQ(ShiftQLeftInt(power(121), 8, 8, 1), (Saturated{255, 1}));
+  EXPECT_EQ(ShiftQLeftInt(-power(121), 8, 8, 0), (Saturated{static_cast<std::uint64_t>(-128), 1}));
+  EXPECT_EQ(ShiftQLeftInt(3, 5, 8, 0), (Saturated{96, 0}));
+  EXPECT_EQ(ShiftQLeftInt(3, 6, 8, 0), (Saturated{127, 1}));
+  EXPECT_EQ(ShiftQLeftInt(-1, 7, 8, 0), (Saturated{static_cast<std::uint64_t>(-128), 0}));
+  EXPECT_EQ(ShiftQLeftInt(3, 6, 8, 1), (Saturated{192, 0}));
+  EXPECT_EQ(ShiftQLeftInt(1, 100, 128, 0), (Saturated{0, 0}));  // 2 to the 100, of which the low word is returned
 }
 
 TEST(Saturation, SatShiftLeft) {
@@ -271,19 +271,19 @@ TEST(Saturation, ShiftsOfWidthsAbove64) {
   EXPECT_EQ(SatShiftLeft(3, 90, 100, 0), 0u) << "in range, and above the low word";
   EXPECT_EQ(SatShiftLeft(3, 99, 100, 0), all_ones) << "the base value 0, less 1";
   EXPECT_EQ(SatShiftLeft(1, 500, 100, 0), all_ones);
-  EXPECT_EQ(SatShiftLeftU(3, 2, 100), (saturated{12, 0}));
+  EXPECT_EQ(SatShiftLeftU(3, 2, 100), (Saturated{12, 0}));
   EXPECT_EQ(SatShiftLeftU(3, 99, 100).flag, 1u);
   EXPECT_EQ(SatShiftLeftU(negative, 1, 65).flag, 0u);
   EXPECT_EQ(SatShiftLeftU(negative, 2, 65).flag, 1u);
 }
 
 TEST(Saturation, SatShiftLeftU) {
-  EXPECT_EQ(SatShiftLeftU(3, 6, 8), (saturated{192, 0}));
-  EXPECT_EQ(SatShiftLeftU(3, 7, 8), (saturated{255, 1}));
-  EXPECT_EQ(SatShiftLeftU(0x80, 0, 8), (saturated{0, 1}));   // negative
-  EXPECT_EQ(SatShiftLeftU(0x103, 7, 8), (saturated{0, 1}));  // positive at the width, but a bit above is set
-  EXPECT_EQ(SatShiftLeftU(1, 200, 8), (saturated{255, 1}));
-  EXPECT_EQ(SatShiftLeftU(0, 200, 8), (saturated{0, 0}));
+  EXPECT_EQ(SatShiftLeftU(3, 6, 8), (Saturated{192, 0}));
+  EXPECT_EQ(SatShiftLeftU(3, 7, 8), (Saturated{255, 1}));
+  EXPECT_EQ(SatShiftLeftU(0x80, 0, 8), (Saturated{0, 1}));   // negative
+  EXPECT_EQ(SatShiftLeftU(0x103, 7, 8), (Saturated{0, 1}));  // positive at the width, but a bit above is set
+  EXPECT_EQ(SatShiftLeftU(1, 200, 8), (Saturated{255, 1}));
+  EXPECT_EQ(SatShiftLeftU(0, 200, 8), (Saturated{0, 0}));
 }
 
 // ---- BigInt ----
@@ -310,20 +310,20 @@ TEST(BigIntTest, SaturatesAsSatQ) {
     if (w == 1) return;  // no limit has a width of 0
     ASSERT_EQ(SatQBigInt(toBigInt(x), w, 0), SatQ(x, w, 0)) << w;
   });
-  EXPECT_EQ(SatQBigInt({{5, 0, 1, 0}}, 64, 1), (saturated{all_ones, 1}));
-  EXPECT_EQ(SatQBigInt({{5, 0, 1, 0}}, 8, 0), (saturated{127, 1}));
-  EXPECT_EQ(SatQBigInt({{5, 0, 0, 0x8000000000000000}}, 8, 0), (saturated{0x80, 1}));
-  EXPECT_EQ(SatQBigInt({{all_ones, all_ones, 0, all_ones}}, 8, 0), (saturated{0x80, 1}));
-  EXPECT_EQ(SatQBigInt({{5, 0, 0, 0x8000000000000000}}, 8, 1), (saturated{0, 1}));
+  EXPECT_EQ(SatQBigInt({{5, 0, 1, 0}}, 64, 1), (Saturated{all_ones, 1}));
+  EXPECT_EQ(SatQBigInt({{5, 0, 1, 0}}, 8, 0), (Saturated{127, 1}));
+  EXPECT_EQ(SatQBigInt({{5, 0, 0, 0x8000000000000000}}, 8, 0), (Saturated{0x80, 1}));
+  EXPECT_EQ(SatQBigInt({{all_ones, all_ones, 0, all_ones}}, 8, 0), (Saturated{0x80, 1}));
+  EXPECT_EQ(SatQBigInt({{5, 0, 0, 0x8000000000000000}}, 8, 1), (Saturated{0, 1}));
 }
 
 TEST(BigIntTest, OneBitIsItsSign) {
   // The limit has no bits, and of no bits there are 64 ones.
-  EXPECT_EQ(SatQBigInt(toBigInt(0), 1, 0), (saturated{0, 0}));
-  EXPECT_EQ(SatQBigInt(toBigInt(1), 1, 0), (saturated{all_ones, 1}));
-  EXPECT_EQ(SatQBigInt(toBigInt(-1), 1, 0), (saturated{1, 0}));
-  EXPECT_EQ(SatQBigInt(toBigInt(-2), 1, 0), (saturated{1, 1}));
-  EXPECT_EQ(SatQBigInt(toBigInt(1), 1, 1), (saturated{1, 0}));
+  EXPECT_EQ(SatQBigInt(toBigInt(0), 1, 0), (Saturated{0, 0}));
+  EXPECT_EQ(SatQBigInt(toBigInt(1), 1, 0), (Saturated{all_ones, 1}));
+  EXPECT_EQ(SatQBigInt(toBigInt(-1), 1, 0), (Saturated{1, 0}));
+  EXPECT_EQ(SatQBigInt(toBigInt(-2), 1, 0), (Saturated{1, 1}));
+  EXPECT_EQ(SatQBigInt(toBigInt(1), 1, 1), (Saturated{1, 0}));
 }
 
 TEST(BigIntTest, ShiftsRightUpTo127) {

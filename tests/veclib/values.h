@@ -113,11 +113,11 @@ inline std::string flags(const CpuContext& c) {
 
 /// N, Z and C by their definition in the library: the mask at its first bit, the result at any bit of the group for Z
 /// and C and at the first bit for N.
-struct answer {
+struct Answer {
   bool any_active = false, any = false, n = false, c = true;
 };
-inline answer define(const PredV& mask, const PredV& result, std::size_t bytes, const CpuContext& context) {
-  answer a;
+inline Answer define(const PredV& mask, const PredV& result, std::size_t bytes, const CpuContext& context) {
+  Answer a;
   for (std::size_t i = 0; i < context.vl_word * std::size_t{8}; i += bytes) {
     if (!bit(mask, i)) continue;
     bool any = false;
@@ -130,7 +130,7 @@ inline answer define(const PredV& mask, const PredV& result, std::size_t bytes, 
   return a;
 }
 inline void define_flags(CpuContext& c, const PredV& mask, const PredV& result, std::size_t bytes) {
-  const answer a = define(mask, result, bytes, c);
+  const Answer a = define(mask, result, bytes, c);
   set_flags(c, a.any && a.n, !a.any, !a.any || a.c);
 }
 
@@ -174,12 +174,12 @@ inline std::string difference(u64 expected, u64 actual, const CpuContext& c) {
 }
 
 /// Operands of a routine, drawn anew for each case.
-struct operands {
+struct Operands {
   VectorV a, b, c;
   PredV p, q, r;
   u64 x, y;
 };
-inline operands random_operands(Random& random) {
+inline Operands random_operands(Random& random) {
   return {random_vector(random),    random_vector(random),    random_vector(random), random_predicate(random),
           random_predicate(random), random_predicate(random), random_word(random),   random_word(random)};
 }
@@ -203,35 +203,35 @@ inline std::array<byte, 256> bytes_of(u64 x) {
 
 /// The result beside the operands: those without which the call gives something else.
 template <class Call, class Result>
-std::string explained(Call call, const operands& o, const CpuContext& before, const Result& expected,
+std::string explained(Call call, const Operands& o, const CpuContext& before, const Result& expected,
                       const Result& actual) {
   const std::size_t length = std::is_same_v<Result, u64> ? 8 : before.vl_word * std::size_t{8};
   const auto is = bytes_of(actual), should = bytes_of(expected);
   std::vector<std::pair<std::string, std::array<byte, 256>>> used;
-  const auto look = [&](const char* name, auto operands::*member) {
-    operands other = o;
+  const auto look = [&](const char* name, auto Operands::*member) {
+    Operands other = o;
     unsigned char* const changed = reinterpret_cast<unsigned char*>(&(other.*member));
     for (std::size_t i = 0; i < sizeof(other.*member); ++i) changed[i] ^= 0x55;
     CpuContext context = before;
     const auto now = bytes_of(Result(call(other, &context)));
     if (std::memcmp(now.data(), is.data(), length) != 0) used.emplace_back(name, bytes_of(o.*member));
   };
-  look("a", &operands::a);
-  look("b", &operands::b);
-  look("c", &operands::c);
-  look("p", &operands::p);
-  look("q", &operands::q);
-  look("r", &operands::r);
-  look("x", &operands::x);
-  look("y", &operands::y);
-  std::vector<column> columns;
+  look("a", &Operands::a);
+  look("b", &Operands::b);
+  look("c", &Operands::c);
+  look("p", &Operands::p);
+  look("q", &Operands::q);
+  look("r", &Operands::r);
+  look("x", &Operands::x);
+  look("y", &Operands::y);
+  std::vector<Column> columns;
   for (const auto& [name, bytes] : used) columns.push_back({name, bytes.data()});
   return "\n" + side_by_side(length, columns, should.data(), is.data());
 }
 
 /// The next operand of a routine's type: vectors, predicates and scalars each in their order.
 template <class A>
-A next(const operands& o, CpuContext* context, std::span<const u64> scalars, unsigned& v, unsigned& p, unsigned& s) {
+A next(const Operands& o, CpuContext* context, std::span<const u64> scalars, unsigned& v, unsigned& p, unsigned& s) {
   if constexpr (std::is_same_v<A, const VectorV&>)
     return std::array{&o.a, &o.b, &o.c}[v++][0];
   else if constexpr (std::is_same_v<A, const PredV&>)
@@ -243,11 +243,11 @@ A next(const operands& o, CpuContext* context, std::span<const u64> scalars, uns
 }
 
 /// Among given scalars: x of the operands that are drawn.
-inline constexpr struct drawn_scalar {
+inline constexpr struct DrawnScalar {
 } drawn;
-inline u64 scalar_of(drawn_scalar, const operands& o) { return o.x; }
+inline u64 ScalarOf(DrawnScalar, const Operands& o) { return o.x; }
 template <class T>
-u64 scalar_of(T given, const operands&) {
+u64 ScalarOf(T given, const Operands&) {
   return static_cast<u64>(given);
 }
 
@@ -255,8 +255,8 @@ u64 scalar_of(T given, const operands&) {
 /// element.
 template <class R, class... A, class... Given>
 auto calling(R (*routine)(A...), Given... given) {
-  return [=](const operands& o, CpuContext* context) {
-    const u64 scalars[] = {scalar_of(given, o)..., o.x, o.y};
+  return [=](const Operands& o, CpuContext* context) {
+    const u64 scalars[] = {ScalarOf(given, o)..., o.x, o.y};
     unsigned v = 0, p = 0, s = 0;
     const std::tuple<A...> arguments{next<A>(o, context, scalars, v, p, s)...};  // braces keep the order
     if constexpr (std::is_void_v<R>)
@@ -278,7 +278,7 @@ void run_at(std::span<const u32> granules_each, std::string_view name, int cases
     Random random(std::hash<std::string_view>{}(name));
     for (const u32 granules : granules_each)
       for (int i = 0; i < cases; ++i) {
-        operands o = random_operands(random);
+        Operands o = random_operands(random);
         adjust(o);
         const CpuContext before = random_context(granules, random);
         CpuContext context = before, expected_context = before;
@@ -294,7 +294,7 @@ void run_at(std::span<const u32> granules_each, std::string_view name, int cases
 template <class Call, class Expect>
 void run_at(std::span<const u32> granules_each, std::string_view name, int cases, Call call, Expect expect) {
   run_at(
-      granules_each, name, cases, [](operands&) {}, call, expect);
+      granules_each, name, cases, [](Operands&) {}, call, expect);
 }
 template <class... Steps>
 void run(std::string_view name, int cases, Steps... steps) {
@@ -317,9 +317,9 @@ VectorV generated(const CpuContext& c, Element element) {
 /// The expectation that element e of the result is element(operands, e), or element(operands, e, context).
 template <class T, class Element>
 auto elements(Element element) {
-  return [=](const operands& o, const CpuContext& c) {
+  return [=](const Operands& o, const CpuContext& c) {
     return generated<T>(c, [&](std::size_t e) {
-      if constexpr (std::is_invocable_v<Element, const operands&, std::size_t, const CpuContext&>)
+      if constexpr (std::is_invocable_v<Element, const Operands&, std::size_t, const CpuContext&>)
         return element(o, e, c);
       else
         return element(o, e);

@@ -52,12 +52,12 @@ std::uint64_t branch_target(std::uint32_t word, std::uint64_t at) {
 }
 
 // A piece of code that belongs to a function, or to the body of one that is inlined.
-struct scope {
+struct Scope {
   std::uint64_t begin, end;
   unsigned depth;  // 0: a function of its own
   std::string function;
   bool plain;
-  source_line called_from;
+  SourceLine called_from;
 };
 
 // With the directory where the unit was compiled.
@@ -69,16 +69,16 @@ std::string whole_path(const char* file, const char* directory) {
 
 }  // namespace
 
-struct CodeFile::state {
+struct CodeFile::State {
   int fd = -1;
   Elf* elf = nullptr;
   Dwfl* dwfl = nullptr;
   Dwfl_Module* module = nullptr;
   std::string debug_path;
   std::set<Dwarf_Off> units_read;
-  std::vector<scope> scopes;  // of those units, by their begin
+  std::vector<Scope> scopes;  // of those units, by their begin
   bool sorted = true;
-  std::map<std::uint64_t, std::vector<loop_place>> loops_by_function;
+  std::map<std::uint64_t, std::vector<LoopPlace>> loops_by_function;
 
   std::uint64_t address_of(std::uint64_t offset) const {
     std::size_t n = 0;
@@ -111,7 +111,7 @@ struct CodeFile::state {
       const int tag = dwarf_tag(&die);
       const bool is_function = tag == DW_TAG_subprogram, is_inlined = tag == DW_TAG_inlined_subroutine;
       if (is_function || is_inlined) {
-        scope s{0, 0, is_function ? 0 : depth, "", false, {}};
+        Scope s{0, 0, is_function ? 0 : depth, "", false, {}};
         s.function = name_of(&die, s.plain);
         Dwarf_Attribute attribute;
         Dwarf_Word number = 0;
@@ -133,8 +133,8 @@ struct CodeFile::state {
   }
 
   // The scopes around an address, the innermost one first.
-  std::vector<const scope*> scopes_around(std::uint64_t address, std::uint64_t bias) {
-    std::vector<const scope*> around;
+  std::vector<const Scope*> scopes_around(std::uint64_t address, std::uint64_t bias) {
+    std::vector<const Scope*> around;
     Dwarf_Addr unit_bias = 0;
     Dwarf_Die* const unit = dwfl_module_addrdie(module, address + bias, &unit_bias);
     if (!unit) return around;
@@ -145,13 +145,13 @@ struct CodeFile::state {
       read_scopes(unit, 1, files, dwarf_formstring(dwarf_attr(unit, DW_AT_comp_dir, &attribute)));
     }
     if (!sorted) {
-      std::sort(scopes.begin(), scopes.end(), [](const scope& a, const scope& b) { return a.begin < b.begin; });
+      std::sort(scopes.begin(), scopes.end(), [](const Scope& a, const Scope& b) { return a.begin < b.begin; });
       reach.clear();
-      for (const scope& s : scopes) reach.push_back(std::max(s.end, reach.empty() ? 0 : reach.back()));
+      for (const Scope& s : scopes) reach.push_back(std::max(s.end, reach.empty() ? 0 : reach.back()));
       sorted = true;
     }
     auto at = std::upper_bound(scopes.begin(), scopes.end(), address,
-                               [](std::uint64_t a, const scope& s) { return a < s.begin; });
+                               [](std::uint64_t a, const Scope& s) { return a < s.begin; });
     while (at != scopes.begin()) {
       --at;
       if (reach[static_cast<std::size_t>(at - scopes.begin())] <= address) break;  // nothing before it comes so far
@@ -163,9 +163,9 @@ struct CodeFile::state {
   std::vector<std::uint64_t> reach;  // up to each scope, the farthest end
 
   // From the backward branches of a function.
-  const std::vector<loop_place>& loops_of(std::uint64_t begin, std::uint64_t end) {
+  const std::vector<LoopPlace>& loops_of(std::uint64_t begin, std::uint64_t end) {
     const auto [at, is_new] = loops_by_function.try_emplace(begin);
-    std::vector<loop_place>& loops = at->second;
+    std::vector<LoopPlace>& loops = at->second;
     if (!is_new || end <= begin || end - begin > (64u << 20)) return loops;
     std::vector<std::uint32_t> words((end - begin) / 4);
     const ssize_t got = pread(fd, words.data(), words.size() * 4, static_cast<off_t>(offset_of(begin)));
@@ -180,7 +180,7 @@ struct CodeFile::state {
   }
 };
 
-CodeFile::CodeFile(const std::string& path) : state_(std::make_unique<state>()) {
+CodeFile::CodeFile(const std::string& path) : state_(std::make_unique<State>()) {
   static const Dwfl_Callbacks callbacks = {dwfl_build_id_find_elf, dwfl_standard_find_debuginfo,
                                            dwfl_offline_section_address, nullptr};
   elf_version(EV_CURRENT);
@@ -199,8 +199,8 @@ CodeFile::~CodeFile() {
   if (state_->fd >= 0) close(state_->fd);
 }
 
-source_line CodeFile::line_of(std::uint64_t address) {
-  source_line found;
+SourceLine CodeFile::line_of(std::uint64_t address) {
+  SourceLine found;
   Dwfl_Line* const line = state_->module ? dwfl_module_getsrc(state_->module, address) : nullptr;
   if (!line) return found;
   const char* const file = dwfl_lineinfo(line, nullptr, &found.line, nullptr, nullptr, nullptr);
@@ -209,8 +209,8 @@ source_line CodeFile::line_of(std::uint64_t address) {
   return found;
 }
 
-code_place CodeFile::find(std::uint64_t offset) {
-  code_place place;
+CodePlace CodeFile::find(std::uint64_t offset) {
+  CodePlace place;
   place.address = state_->address_of(offset);
   if (!state_->module) return place;
   GElf_Off into = 0;
@@ -225,7 +225,7 @@ code_place CodeFile::find(std::uint64_t offset) {
     end = begin + symbol.st_size;
   }
   place.line = line_of(place.address);
-  for (const scope* s : state_->scopes_around(place.address, 0)) {
+  for (const Scope* s : state_->scopes_around(place.address, 0)) {
     if (s->depth > 0) {
       place.inlined.push_back({s->function, s->called_from});
     } else {
@@ -234,7 +234,7 @@ code_place CodeFile::find(std::uint64_t offset) {
       break;
     }
   }
-  for (const loop_place& loop : state_->loops_of(begin, end)) {
+  for (const LoopPlace& loop : state_->loops_of(begin, end)) {
     if (place.address < loop.begin || place.address >= loop.end) continue;
     if (place.loop.end == 0 || loop.end - loop.begin < place.loop.end - place.loop.begin) place.loop = loop;
   }

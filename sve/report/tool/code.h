@@ -8,27 +8,27 @@
 
 namespace sve::report {
 
-struct source_line {
+struct SourceLine {
   std::string file;  ///< empty if it is not known
   int line = 0;
 };
 
 /// A function whose body stands in another one.
-struct inlined_call {
+struct InlinedCall {
   std::string function;
-  source_line called_from;
+  SourceLine called_from;
 };
 
-struct loop_place {
+struct LoopPlace {
   std::uint64_t begin = 0, end = 0;  ///< from the branch's target to the branch; end 0 if there is no loop
 };
 
-struct code_place {
+struct CodePlace {
   std::uint64_t address = 0;  ///< in the file's own addresses, as addr2line takes them
   std::string function;       ///< empty if it is not known
-  source_line line;
-  std::vector<inlined_call> inlined;  ///< the innermost one first
-  loop_place loop;                    ///< the innermost one
+  SourceLine line;
+  std::vector<InlinedCall> inlined;  ///< the innermost one first
+  LoopPlace loop;                    ///< the innermost one
 };
 
 class CodeFile {
@@ -40,14 +40,14 @@ class CodeFile {
   CodeFile& operator=(const CodeFile&) = delete;
 
   /// Of what stands at an offset in the file.
-  code_place find(std::uint64_t offset);
-  source_line line_of(std::uint64_t address);
+  CodePlace find(std::uint64_t offset);
+  SourceLine line_of(std::uint64_t address);
   /// In hexadecimal digits; empty if it has none.
   std::string build_id();
 
  private:
-  struct state;
-  std::unique_ptr<state> state_;
+  struct State;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace sve::report

@@ -8,11 +8,11 @@
 namespace sve::report {
 namespace {
 
-using names = std::map<std::string, std::pair<std::uint64_t, std::uint64_t>>;
+using Names = std::map<std::string, std::pair<std::uint64_t, std::uint64_t>>;
 
 // What changed most comes first; what did not is not told of.
-json items_of(const names& all) {
-  json items = json::array();
+Json items_of(const Names& all) {
+  Json items = Json::array();
   for (const auto& [name, counts] : all) {
     const auto [before, after] = counts;
     if (before == after) continue;
@@ -25,24 +25,24 @@ json items_of(const names& all) {
                               : after > before ? "grew"
                                                : "shrank"}});
   }
-  std::stable_sort(items.begin(), items.end(), [](const json& a, const json& b) {
+  std::stable_sort(items.begin(), items.end(), [](const Json& a, const Json& b) {
     return std::abs(a["change"].get<std::int64_t>()) > std::abs(b["change"].get<std::int64_t>());
   });
   return items;
 }
 
 template <class Name>
-json section(const char* title, const json& before, const json& after, const char* list, const char* counted,
+Json section(const char* title, const Json& before, const Json& after, const char* list, const char* counted,
              Name&& name) {
-  names all;
-  for (const json& x : before[list]) all[name(x)].first += x[counted].get<std::uint64_t>();
-  for (const json& x : after[list]) all[name(x)].second += x[counted].get<std::uint64_t>();
+  Names all;
+  for (const Json& x : before[list]) all[name(x)].first += x[counted].get<std::uint64_t>();
+  for (const Json& x : after[list]) all[name(x)].second += x[counted].get<std::uint64_t>();
   return {{"title", title}, {"items", items_of(all)}};
 }
 
-json totals_section(const json& before, const json& after) {
-  json items = json::array();
-  const auto add = [&](const char* name, const json& a, const json& b) {
+Json totals_section(const Json& before, const Json& after) {
+  Json items = Json::array();
+  const auto add = [&](const char* name, const Json& a, const Json& b) {
     if (a.is_null() || b.is_null()) return;
     const auto from = a.get<std::uint64_t>(), to = b.get<std::uint64_t>();
     items.push_back({{"name", name},
@@ -68,32 +68,32 @@ json totals_section(const json& before, const json& after) {
 
 }  // namespace
 
-json compare_reports(const json& before, const json& after) {
-  const auto side = [](const json& r) {
-    return json{{"program", r["program"]},
+Json compare_reports(const Json& before, const Json& after) {
+  const auto side = [](const Json& r) {
+    return Json{{"program", r["program"]},
                 {"platform", r["platform"]},
                 {"vector_bits", r["vector_bits"]},
                 {"executions", r["totals"]["executions"]}};
   };
-  const auto name = [](const json& x) { return x["name"].get<std::string>(); };
-  json c;
+  const auto name = [](const Json& x) { return x["name"].get<std::string>(); };
+  Json c;
   c["format"] = "sve-run comparison";
   c["version"] = report_version;
   c["generator"] = std::string("sve-report ") + SVE_VERSION;
   c["before"] = side(before);
   c["after"] = side(after);
-  c["sections"] = json::array();
+  c["sections"] = Json::array();
   c["sections"].push_back(totals_section(before, after));
   c["sections"].push_back(section("Families", before, after, "families", "executions", name));
   c["sections"].push_back(section("Mnemonics", before, after, "mnemonics", "executions", name));
-  c["sections"].push_back(section("Functions", before, after, "functions", "executions", [](const json& x) {
+  c["sections"].push_back(section("Functions", before, after, "functions", "executions", [](const Json& x) {
     const std::string known = x["name"];
     return known.empty() ? std::string("(unknown)") : known;
   }));
   c["sections"].push_back(section("Source lines", before, after, "lines", "executions",
-                                  [](const json& x) { return x["file"].get<std::string>() + ":" + x["line"].dump(); }));
+                                  [](const Json& x) { return x["file"].get<std::string>() + ":" + x["line"].dump(); }));
   c["sections"].push_back(section("Instructions by text", before, after, "instructions", "executions",
-                                  [](const json& x) { return x["text"].get<std::string>(); }));
+                                  [](const Json& x) { return x["text"].get<std::string>(); }));
   return c;
 }
 

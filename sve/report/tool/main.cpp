@@ -14,16 +14,16 @@
 namespace {
 
 using namespace sve::report;
-using links = std::vector<std::pair<std::string, std::string>>;
+using Links = std::vector<std::pair<std::string, std::string>>;
 
-std::string formatted(const json& report, const std::string& file, const links& others) {
-  if (file.ends_with(".json")) return report.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+std::string formatted(const Json& report, const std::string& file, const Links& others) {
+  if (file.ends_with(".json")) return report.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
   if (file.ends_with(".html")) return as_page(report, others);
   if (file.ends_with(".txt") || file == "-") return as_text(report);
   throw std::runtime_error(file + ": no such form of a report; end it in .html, .json or .txt");
 }
 
-void write(const json& report, const std::string& file, const links& others = {}) {
+void write(const Json& report, const std::string& file, const Links& others = {}) {
   const std::string text = formatted(report, file, others);
   if (file == "-") {
     std::cerr << text;
@@ -42,17 +42,17 @@ std::string with_process(std::string file, const std::string& process) {
 
 // A report a process where the name says so, and in any case one of all of them.
 void write_reports(const std::string& directory, const std::vector<std::string>& outputs) {
-  const std::vector<process_data> all = read_run_data(directory);
+  const std::vector<ProcessData> all = read_run_data(directory);
   CodeFiles files;
-  std::vector<const process_data*> pointers;
-  std::map<std::uint64_t, std::vector<const process_data*>> by_process;  // with what a process has become by exec
-  for (const process_data& p : all) {
+  std::vector<const ProcessData*> pointers;
+  std::map<std::uint64_t, std::vector<const ProcessData*>> by_process;  // with what a process has become by exec
+  for (const ProcessData& p : all) {
     pointers.push_back(&p);
     by_process[p.id].push_back(&p);
   }
-  const json whole = make_report(pointers, files);
+  const Json whole = make_report(pointers, files);
   for (const std::string& output : outputs) {
-    links others;
+    Links others;
     if (output.find("%p") != output.npos) {
       for (const auto& [id, own] : by_process) {
         const std::string file = with_process(output, std::to_string(id));
@@ -95,8 +95,8 @@ int main(int argc, char** argv) {
       write_reports(data, outputs.empty() ? std::vector<std::string>{"-"} : outputs);
       return 0;
     }
-    const json first = read_report(reports[0]);
-    const json report = reports.size() == 2 ? compare_reports(first, read_report(reports[1])) : first;
+    const Json first = read_report(reports[0]);
+    const Json report = reports.size() == 2 ? compare_reports(first, read_report(reports[1])) : first;
     if (outputs.empty()) std::cout << as_text(report);
     for (const std::string& output : outputs) write(report, output);
   } catch (const std::exception& error) {

@@ -25,19 +25,19 @@ class Strings {
     if (is_new) list_.push_back(text);
     return at->second;
   }
-  const json& list() const { return list_; }
+  const Json& list() const { return list_; }
 
  private:
   std::map<std::string, std::size_t> numbers_;
-  json list_ = json::array();
+  Json list_ = Json::array();
 };
 
 // Lines with counts and what stands around them, of the sources that can be read: {file, lines: [[number, text,
 // executions]]}.
-json sources_of(const json& report) {
+Json sources_of(const Json& report) {
   std::map<std::string, std::map<int, std::uint64_t>> counts;
   std::vector<std::pair<std::uint64_t, std::string>> order;
-  for (const json& l : report["lines"]) counts[l["file"]][l["line"]] += l["executions"].get<std::uint64_t>();
+  for (const Json& l : report["lines"]) counts[l["file"]][l["line"]] += l["executions"].get<std::uint64_t>();
   for (const auto& [file, lines] : counts) {
     std::uint64_t sum = 0;
     for (const auto& [line, n] : lines) sum += n;
@@ -45,7 +45,7 @@ json sources_of(const json& report) {
   }
   std::sort(order.begin(), order.end(),
             [](auto& a, auto& b) { return a.first != b.first ? a.first > b.first : a.second < b.second; });
-  json sources = json::array();
+  Json sources = Json::array();
   std::size_t size = 0;
   for (const auto& [sum, file] : order) {
     std::ifstream in(file);
@@ -53,13 +53,13 @@ json sources_of(const json& report) {
     std::set<int> wanted;
     for (const auto& [line, n] : counts[file])
       for (int k = line - context_lines; k <= line + context_lines; ++k) wanted.insert(k);
-    json lines = json::array();
+    Json lines = Json::array();
     std::string text;
     for (int number = 1; std::getline(in, text) && size <= most_source_bytes; ++number) {
       if (!wanted.contains(number)) continue;
       const auto n = counts[file].find(number);
       size += text.size() + 16;
-      lines.push_back({number, text, n == counts[file].end() ? json() : json(n->second)});
+      lines.push_back({number, text, n == counts[file].end() ? Json() : Json(n->second)});
     }
     sources.push_back({{"file", file}, {"executions", sum}, {"lines", lines}});
   }
@@ -67,15 +67,15 @@ json sources_of(const json& report) {
 }
 
 // The report, but for what is long: that in rows of numbers.
-json compact(const json& report) {
-  json data;
+Json compact(const Json& report) {
+  Json data;
   for (const auto& [key, value] : report.items())
     if (key != "instructions" && key != "lines") data[key] = value;
   Strings strings;
-  json rows = json::array();
-  for (const json& i : report["instructions"]) {
+  Json rows = Json::array();
+  for (const Json& i : report["instructions"]) {
     if (rows.size() == most_sites_on_page) break;
-    json row = {i["module"],
+    Json row = {i["module"],
                 i["address"].get<std::string>().substr(2),
                 strings.number(i["text"]),
                 i["executions"],
@@ -97,11 +97,11 @@ json compact(const json& report) {
 
 }  // namespace
 
-std::string as_page(const json& report, const std::vector<std::pair<std::string, std::string>>& others) {
-  json data = report["format"] == report_format ? compact(report) : report;
-  data["links"] = json::array();
+std::string as_page(const Json& report, const std::vector<std::pair<std::string, std::string>>& others) {
+  Json data = report["format"] == report_format ? compact(report) : report;
+  data["links"] = Json::array();
   for (const auto& [name, link] : others) data["links"].push_back({name, link});
-  std::string text = data.dump(-1, ' ', false, json::error_handler_t::replace);
+  std::string text = data.dump(-1, ' ', false, Json::error_handler_t::replace);
   // Nothing in it may end the script that holds it.
   for (std::size_t at = 0; (at = text.find("</", at)) != text.npos; at += 3) text.insert(at + 1, "\\");
   for (std::size_t at = 0; (at = text.find("<!--", at)) != text.npos; at += 9) text.replace(at, 1, "\\u003c");

@@ -12,9 +12,9 @@
 namespace sve::report {
 namespace {
 
-using decode::access_kind;
-using decode::address_form;
-using decode::row;
+using decode::AccessKind;
+using decode::AddressForm;
+using decode::Row;
 
 std::string hex(std::uint64_t value, unsigned width = 1) {
   Text<20> text;
@@ -38,48 +38,48 @@ std::string text_of(std::uint32_t word) {
 const std::string generated = "[generated code]";
 
 // One instruction of the program, of all processes together.
-struct instruction {
+struct Instruction {
   std::size_t module = 0;
   std::uint64_t address = 0;
   std::uint32_t word = 0;
   std::uint64_t executions = 0;
-  use_counts use;
+  UseCounts use;
   bool has_use = false;
-  code_place place;
+  CodePlace place;
 };
 
 // What one execution moves if every element is active.
-std::uint64_t full_bytes(const row& r, unsigned bits) {
-  const decode::instruction_function& f = *r.function;
+std::uint64_t full_bytes(const Row& r, unsigned bits) {
+  const decode::InstructionFunction& f = *r.function;
   switch (f.access) {
-    case access_kind::fill:
-    case access_kind::spill:
-      return r.operands()[0].kind == decode::operand_kind::p ? bits / 64 : bits / 8;
-    case access_kind::replicate:
+    case AccessKind::fill:
+    case AccessKind::spill:
+      return r.operands()[0].kind == decode::OperandKind::p ? bits / 64 : bits / 8;
+    case AccessKind::replicate:
       return f.memory_bytes;
-    case access_kind::replicate_quadword:
+    case AccessKind::replicate_quadword:
       return 16;
     default:
       return std::uint64_t{bits / 8} / std::max(r.element_bytes(), 1u) * f.memory_bytes * f.registers;
   }
 }
 
-unsigned lanes_of(const row& r, unsigned bits) {
-  if (r.function->access == access_kind::replicate_quadword) return 16u / r.function->memory_bytes;
+unsigned lanes_of(const Row& r, unsigned bits) {
+  if (r.function->access == AccessKind::replicate_quadword) return 16u / r.function->memory_bytes;
   return bits / 8 / std::max(r.element_bytes(), 1u);
 }
 
-bool is_gather(const row& r) {
-  return r.form->address == address_form::vector_immediate || r.form->address == address_form::base_vector;
+bool is_gather(const Row& r) {
+  return r.form->address == AddressForm::vector_immediate || r.form->address == AddressForm::base_vector;
 }
 
-json lane_use_json(const use_counts& use, std::uint64_t elements) {
+Json lane_use_json(const UseCounts& use, std::uint64_t elements) {
   std::uint64_t governed = 0;
   for (const std::uint64_t bin : use.bins) governed += bin;
   return {{"executions", governed}, {"active", use.active}, {"elements", elements}, {"histogram", use.bins}};
 }
 
-std::uint64_t governed_executions(const use_counts& use) {
+std::uint64_t governed_executions(const UseCounts& use) {
   std::uint64_t n = 0;
   for (const std::uint64_t bin : use.bins) n += bin;
   return n;
@@ -94,12 +94,12 @@ class Sums {
     sum += executions;
     ++instructions;
   }
-  struct item {
+  struct Item {
     Key key;
     std::uint64_t executions, instructions;
   };
-  std::vector<item> sorted() const {
-    std::vector<item> items;
+  std::vector<Item> sorted() const {
+    std::vector<Item> items;
     for (const auto& [key, sum] : sums_) items.push_back({key, sum.first, sum.second});
     std::stable_sort(items.begin(), items.end(), [](auto& a, auto& b) { return a.executions > b.executions; });
     return items;
@@ -111,19 +111,19 @@ class Sums {
 
 class Builder {
  public:
-  Builder(const std::vector<const process_data*>& processes, CodeFiles& files) : processes_(processes), files_(files) {}
+  Builder(const std::vector<const ProcessData*>& processes, CodeFiles& files) : processes_(processes), files_(files) {}
 
-  json build() {
-    for (const process_data* p : processes_) collect(*p);
-    const process_data& first = *processes_.front();
+  Json build() {
+    for (const ProcessData* p : processes_) collect(*p);
+    const ProcessData& first = *processes_.front();
     bits_ = first.bits;
-    std::vector<instruction*> all;
+    std::vector<Instruction*> all;
     for (auto& [key, i] : instructions_)
       if (i.executions != 0) all.push_back(&i);
     std::stable_sort(all.begin(), all.end(), [](auto* a, auto* b) { return a->executions > b->executions; });
     find_loops(all);
 
-    json report;
+    Json report;
     report["format"] = report_format;
     report["version"] = report_version;
     report["generator"] = std::string("sve-report ") + SVE_VERSION;
@@ -131,7 +131,7 @@ class Builder {
     report["platform"] = first.platform;
     report["program"] = first.program;
     std::uint64_t total = 0, traps = 0, unplaced = 0;
-    for (const process_data* p : processes_) total += p->total, traps += p->traps, unplaced += p->unplaced;
+    for (const ProcessData* p : processes_) total += p->total, traps += p->traps, unplaced += p->unplaced;
     report["totals"] = {{"executions", total}, {"unplaced", unplaced}, {"instructions", all.size()},
                         {"traps", traps},      {"sites", site_count_}, {"patched_sites", patched_count_}};
     add_mix(report, all);
@@ -145,8 +145,8 @@ class Builder {
     report["threads"] = threads();
     report["processes"] = processes();
     report["modules"] = modules(all);
-    report["instructions"] = json::array();
-    for (const instruction* i : all) report["instructions"].push_back(as_json(*i));
+    report["instructions"] = Json::array();
+    for (const Instruction* i : all) report["instructions"].push_back(as_json(*i));
     return report;
   }
 
@@ -157,9 +157,9 @@ class Builder {
     return at->second;
   }
 
-  void collect(const process_data& p) {
+  void collect(const ProcessData& p) {
     lanes_counted_ |= p.has_lanes;
-    for (const executed_run& r : p.runs) {
+    for (const ExecutedRun& r : p.runs) {
       const auto m = p.modules.find(r.module);
       const bool in_file = m != p.modules.end();
       const std::size_t module = module_number(in_file ? m->second.path : generated);
@@ -171,10 +171,10 @@ class Builder {
         ++sites;
         executions += r.executions;
       }
-      for (const executed_word& w : r.words) {
+      for (const ExecutedWord& w : r.words) {
         const std::uint64_t at = offset + 4 * w.place;
         // Generated code of two processes has nothing in common.
-        instruction& i = instructions_[{module, in_file ? 0 : p.id, at, w.word}];
+        Instruction& i = instructions_[{module, in_file ? 0 : p.id, at, w.word}];
         if (i.word == 0) {
           i.module = module;
           i.word = w.word;
@@ -191,20 +191,20 @@ class Builder {
     }
   }
 
-  void find_loops(const std::vector<instruction*>& all) {
-    using key = std::pair<std::size_t, std::uint64_t>;
-    Sums<key> sums;
-    std::map<key, const instruction*> members;
-    for (const instruction* i : all) {
+  void find_loops(const std::vector<Instruction*>& all) {
+    using Key = std::pair<std::size_t, std::uint64_t>;
+    Sums<Key> sums;
+    std::map<Key, const Instruction*> members;
+    for (const Instruction* i : all) {
       if (i->place.loop.end == 0) continue;
       sums.add({i->module, i->place.loop.begin}, i->executions);
       members.try_emplace({i->module, i->place.loop.begin}, i);
     }
-    loops_ = json::array();
+    loops_ = Json::array();
     for (const auto& sum : sums.sorted()) {
-      const instruction& i = *members.at(sum.key);
+      const Instruction& i = *members.at(sum.key);
       CodeFile& file = files_.at(module_paths_[i.module]);
-      const source_line from = file.line_of(i.place.loop.begin), to = file.line_of(i.place.loop.end - 4);
+      const SourceLine from = file.line_of(i.place.loop.begin), to = file.line_of(i.place.loop.end - 4);
       const bool one_file = from.file == to.file;
       loop_numbers_[sum.key] = loops_.size();
       loops_.push_back({{"module", i.module},
@@ -219,20 +219,20 @@ class Builder {
     }
   }
 
-  void add_mix(json& report, const std::vector<instruction*>& all) {
+  void add_mix(Json& report, const std::vector<Instruction*>& all) {
     Sums<std::string> mnemonics;
     std::map<std::string, std::string> families_of;  // of a mnemonic, that of its most executed instruction
     Sums<std::string> families;
     Sums<unsigned> sizes;
-    for (const instruction* i : all) {
-      const row* const r = decode::find_row(i->word);
+    for (const Instruction* i : all) {
+      const Row* const r = decode::find_row(i->word);
       const std::string family = r ? decode::name_of(r->function->of) : "";
       mnemonics.add(mnemonic_of(i->word), i->executions);
       families_of.try_emplace(mnemonic_of(i->word), family);
       families.add(family, i->executions);
       sizes.add(r ? r->element_bytes() * 8 : 0, i->executions);
     }
-    for (const char* name : {"mnemonics", "families", "element_sizes"}) report[name] = json::array();
+    for (const char* name : {"mnemonics", "families", "element_sizes"}) report[name] = Json::array();
     for (const auto& m : mnemonics.sorted())
       report["mnemonics"].push_back({{"name", m.key},
                                      {"family", families_of.at(m.key)},
@@ -245,19 +245,19 @@ class Builder {
           {{"bits", s.key}, {"executions", s.executions}, {"instructions", s.instructions}});
   }
 
-  json functions(const std::vector<instruction*>& all) const {
+  Json functions(const std::vector<Instruction*>& all) const {
     Sums<std::pair<std::size_t, std::string>> sums;
-    std::map<std::pair<std::size_t, std::string>, source_line> first;
-    for (const instruction* i : all) {
+    std::map<std::pair<std::size_t, std::string>, SourceLine> first;
+    for (const Instruction* i : all) {
       const std::pair key(i->module, i->place.function);
       sums.add(key, i->executions);
-      const source_line own = i->place.inlined.empty() ? i->place.line : i->place.inlined.back().called_from;
-      source_line& line = first[key];
+      const SourceLine own = i->place.inlined.empty() ? i->place.line : i->place.inlined.back().called_from;
+      SourceLine& line = first[key];
       if (!own.file.empty() && (line.file.empty() || own.line < line.line)) line = own;
     }
-    json list = json::array();
+    Json list = Json::array();
     for (const auto& f : sums.sorted()) {
-      const source_line& line = first.at(f.key);
+      const SourceLine& line = first.at(f.key);
       list.push_back({{"name", f.key.second},
                       {"module", f.key.first},
                       {"file", line.file},
@@ -268,11 +268,11 @@ class Builder {
     return list;
   }
 
-  static json lines(const std::vector<instruction*>& all) {
+  static Json lines(const std::vector<Instruction*>& all) {
     Sums<std::pair<std::string, int>> sums;
-    for (const instruction* i : all)
+    for (const Instruction* i : all)
       if (!i->place.line.file.empty()) sums.add({i->place.line.file, i->place.line.line}, i->executions);
-    json list = json::array();
+    Json list = Json::array();
     for (const auto& l : sums.sorted())
       list.push_back({{"file", l.key.first},
                       {"line", l.key.second},
@@ -281,9 +281,9 @@ class Builder {
     return list;
   }
 
-  json runs() const {
+  Json runs() const {
     std::uint64_t executions = 0, instructions = 0;
-    json lengths = json::array();
+    Json lengths = Json::array();
     for (const auto& [length, counts] : run_lengths_) {
       lengths.push_back({{"length", length}, {"sites", counts.first}, {"executions", counts.second}});
       executions += counts.second;
@@ -292,57 +292,57 @@ class Builder {
     return {{"executions", executions}, {"instructions", instructions}, {"lengths", lengths}};
   }
 
-  json memory(const std::vector<instruction*>& all) const {
-    struct moved {
+  Json memory(const std::vector<Instruction*>& all) const {
+    struct Moved {
       std::uint64_t executions = 0, bytes = 0;
       bool exact = true;
-      json as_json() const { return {{"executions", executions}, {"bytes", bytes}, {"exact", exact}}; }
+      Json as_json() const { return {{"executions", executions}, {"bytes", bytes}, {"exact", exact}}; }
     };
-    moved kinds[2][2];  // loads and stores, contiguous and gathered
+    Moved kinds[2][2];  // loads and stores, contiguous and gathered
     std::uint64_t crossing = 0, speculative = 0, shortened = 0;
-    for (const instruction* i : all) {
-      const row* const r = decode::find_row(i->word);
+    for (const Instruction* i : all) {
+      const Row* const r = decode::find_row(i->word);
       if (!r || !r->function->is_memory()) continue;
-      moved& m = kinds[r->function->stores()][is_gather(*r)];
+      Moved& m = kinds[r->function->stores()][is_gather(*r)];
       m.executions += i->executions;
       // What was not looked at may have moved as much as fits.
       const std::uint64_t unseen = i->executions - std::min(i->executions, i->use.executions);
       m.bytes += i->use.bytes + unseen * full_bytes(*r, bits_);
-      if (unseen != 0 && r->find(decode::operand_role::governing)) m.exact = false;
+      if (unseen != 0 && r->find(decode::OperandRole::governing)) m.exact = false;
       crossing += i->use.crossing;
       if (r->function->speculative()) speculative += i->executions;
       shortened += i->use.shortened;
     }
     return {{"loads", {{"contiguous", kinds[0][0].as_json()}, {"gathered", kinds[0][1].as_json()}}},
             {"stores", {{"contiguous", kinds[1][0].as_json()}, {"scattered", kinds[1][1].as_json()}}},
-            {"page_crossing", lanes_counted_ ? json(crossing) : json()},
-            {"first_fault", {{"executions", speculative}, {"shortened", lanes_counted_ ? json(shortened) : json()}}}};
+            {"page_crossing", lanes_counted_ ? Json(crossing) : Json()},
+            {"first_fault", {{"executions", speculative}, {"shortened", lanes_counted_ ? Json(shortened) : Json()}}}};
   }
 
-  json lane_use_of_all(const std::vector<instruction*>& all) const {
+  Json lane_use_of_all(const std::vector<Instruction*>& all) const {
     if (!lanes_counted_) return nullptr;
-    use_counts sum;
+    UseCounts sum;
     std::uint64_t elements = 0;
-    for (const instruction* i : all) {
+    for (const Instruction* i : all) {
       sum.add(i->use);
-      if (const row* const r = decode::find_row(i->word)) elements += governed_executions(i->use) * lanes_of(*r, bits_);
+      if (const Row* const r = decode::find_row(i->word)) elements += governed_executions(i->use) * lanes_of(*r, bits_);
     }
     return lane_use_json(sum, elements);
   }
 
-  json time() const {
+  Json time() const {
     std::uint64_t emulation = 0, processor = 0;
-    for (const process_data* p : processes_) {
+    for (const ProcessData* p : processes_) {
       if (!p->emulation || !p->processor) continue;
       emulation += *p->emulation;
       processor += *p->processor;
     }
-    return processor == 0 ? json() : json{{"emulation_ns", emulation}, {"processor_ns", processor}};
+    return processor == 0 ? Json() : Json{{"emulation_ns", emulation}, {"processor_ns", processor}};
   }
 
-  json threads() const {
-    json list = json::array();
-    for (const process_data* p : processes_) {
+  Json threads() const {
+    Json list = Json::array();
+    for (const ProcessData* p : processes_) {
       // What has ended and what goes on under one number is one thread.
       std::map<std::uint64_t, std::uint64_t> sums;
       for (const auto& [thread, executions] : p->threads) sums[thread] += executions;
@@ -350,28 +350,28 @@ class Builder {
         list.push_back({{"process", p->id}, {"thread", thread}, {"executions", executions}});
     }
     std::stable_sort(list.begin(), list.end(),
-                     [](const json& a, const json& b) { return a["executions"] > b["executions"]; });
+                     [](const Json& a, const Json& b) { return a["executions"] > b["executions"]; });
     return list;
   }
 
-  json processes() const {
-    json list = json::array();
-    for (const process_data* p : processes_) {
+  Json processes() const {
+    Json list = Json::array();
+    for (const ProcessData* p : processes_) {
       list.push_back({{"id", p->id},
                       {"parent", p->parent},
                       {"program", p->program},
                       {"end", p->end.empty() ? "unknown" : p->end},
-                      {"signal", p->end == "signal" ? json(p->signal) : json()},
+                      {"signal", p->end == "signal" ? Json(p->signal) : Json()},
                       {"executions", p->total},
                       {"traps", p->traps}});
     }
     return list;
   }
 
-  json modules(const std::vector<instruction*>& all) const {
+  Json modules(const std::vector<Instruction*>& all) const {
     std::vector<std::uint64_t> sums(module_paths_.size());
-    for (const instruction* i : all) sums[i->module] += i->executions;
-    json list = json::array();
+    for (const Instruction* i : all) sums[i->module] += i->executions;
+    Json list = Json::array();
     for (std::size_t n = 0; n < sums.size(); ++n) {
       const bool is_file = module_paths_[n] != generated;
       list.push_back({{"path", module_paths_[n]},
@@ -381,14 +381,14 @@ class Builder {
     return list;
   }
 
-  json as_json(const instruction& i) const {
-    const row* const r = decode::find_row(i.word);
-    json inlined = json::array();
-    for (const inlined_call& call : i.place.inlined)
+  Json as_json(const Instruction& i) const {
+    const Row* const r = decode::find_row(i.word);
+    Json inlined = Json::array();
+    for (const InlinedCall& call : i.place.inlined)
       inlined.push_back(
           {{"function", call.function}, {"file", call.called_from.file}, {"line", call.called_from.line}});
     const auto loop = loop_numbers_.find({i.module, i.place.loop.begin});
-    json all = {{"module", i.module},
+    Json all = {{"module", i.module},
                 {"address", hex(i.address)},
                 {"word", hex(i.word, 8)},
                 {"text", text_of(i.word)},
@@ -400,7 +400,7 @@ class Builder {
                 {"file", i.place.line.file},
                 {"line", i.place.line.line},
                 {"inlined", inlined},
-                {"loop", i.place.loop.end != 0 && loop != loop_numbers_.end() ? json(loop->second) : json()}};
+                {"loop", i.place.loop.end != 0 && loop != loop_numbers_.end() ? Json(loop->second) : Json()}};
     if (i.has_use && r) {
       const std::uint64_t governed = governed_executions(i.use);
       if (governed != 0) all["lane_use"] = lane_use_json(i.use, governed * lanes_of(*r, bits_));
@@ -410,17 +410,17 @@ class Builder {
     return all;
   }
 
-  const std::vector<const process_data*>& processes_;
+  const std::vector<const ProcessData*>& processes_;
   CodeFiles& files_;
   unsigned bits_ = 0;
   bool lanes_counted_ = false;
   std::uint64_t site_count_ = 0, patched_count_ = 0;
   std::map<std::string, std::size_t> module_numbers_;
   std::vector<std::string> module_paths_;
-  std::map<std::tuple<std::size_t, std::uint64_t, std::uint64_t, std::uint32_t>, instruction> instructions_;
+  std::map<std::tuple<std::size_t, std::uint64_t, std::uint64_t, std::uint32_t>, Instruction> instructions_;
   std::map<std::size_t, std::pair<std::uint64_t, std::uint64_t>> run_lengths_;  // sites, executions
   std::map<std::pair<std::size_t, std::uint64_t>, std::size_t> loop_numbers_;
-  json loops_;
+  Json loops_;
 };
 
 }  // namespace
@@ -431,14 +431,14 @@ CodeFile& CodeFiles::at(const std::string& path) {
   return *file;
 }
 
-json make_report(const std::vector<const process_data*>& processes, CodeFiles& files) {
+Json make_report(const std::vector<const ProcessData*>& processes, CodeFiles& files) {
   return Builder(processes, files).build();
 }
 
-json read_report(const std::filesystem::path& path) {
+Json read_report(const std::filesystem::path& path) {
   std::ifstream file(path);
   if (!file) throw std::runtime_error(path.string() + ": cannot be read; give a report in JSON");
-  json report = json::parse(file, nullptr, false);
+  Json report = Json::parse(file, nullptr, false);
   if (!report.is_object() || report.value("format", "") != report_format)
     throw std::runtime_error(path.string() +
                              ": no report; give a .json that sve-run --report or sve-report has written");

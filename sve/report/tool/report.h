@@ -13,7 +13,7 @@
 
 namespace sve::report {
 
-using json = nlohmann::ordered_json;
+using Json = nlohmann::ordered_json;
 
 inline constexpr char report_format[] = "sve-run report";
 inline constexpr unsigned report_version = 1;
@@ -28,19 +28,19 @@ class CodeFiles {
 };
 
 /// Of one process or of several together.
-json make_report(const std::vector<const process_data*>& processes, CodeFiles& files);
+Json make_report(const std::vector<const ProcessData*>& processes, CodeFiles& files);
 
 /// Reads a report in JSON. Throws std::runtime_error.
-json read_report(const std::filesystem::path& path);
+Json read_report(const std::filesystem::path& path);
 
 /// What came, went and grew from one report to another, as JSON of its own.
-json compare_reports(const json& before, const json& after);
+Json compare_reports(const Json& before, const Json& after);
 
 /// Text of at most 100 columns, of a report or of a comparison.
-std::string as_text(const json& report);
+std::string as_text(const Json& report);
 
 /// A page that needs nothing but a browser, of a report or of a comparison. `others` are (name, link) of the pages of
 /// single processes.
-std::string as_page(const json& report, const std::vector<std::pair<std::string, std::string>>& others);
+std::string as_page(const Json& report, const std::vector<std::pair<std::string, std::string>>& others);
 
 }  // namespace sve::report

@@ -49,7 +49,7 @@ class Fields {
   std::string_view rest_;
 };
 
-void read_line(std::string_view line, process_data& p) {
+void read_line(std::string_view line, ProcessData& p) {
   Fields f(line);
   const std::string_view what = f.word();
   if (what == "bits") p.bits = static_cast<unsigned>(f.number());
@@ -74,7 +74,7 @@ void read_line(std::string_view line, process_data& p) {
   if (what == "traps") p.traps = f.number();
   if (what == "unplaced") p.unplaced = f.number();
   if (what == "module") {
-    mapped_module& m = p.modules[static_cast<std::uint32_t>(f.number())];
+    MappedModule& m = p.modules[static_cast<std::uint32_t>(f.number())];
     m.begin = f.number(), m.end = f.number(), m.offset = f.number(), m.path = f.text();
   }
   if (what == "thread") {
@@ -82,21 +82,21 @@ void read_line(std::string_view line, process_data& p) {
     p.threads.emplace_back(id, f.number());
   }
   if (what == "run") {
-    executed_run& r = p.runs.emplace_back();
+    ExecutedRun& r = p.runs.emplace_back();
     r.module = static_cast<std::uint32_t>(f.number());
     r.address = f.number(), r.length = static_cast<unsigned>(f.number()), r.executions = f.number();
     r.patched = f.number() != 0;
   }
   if (p.runs.empty()) return;
   if (what == "word" || what == "word-") {
-    executed_word& w = p.runs.back().words.emplace_back();
+    ExecutedWord& w = p.runs.back().words.emplace_back();
     w.place = static_cast<unsigned>(f.number());
     w.word = static_cast<std::uint32_t>(f.number());
     w.partial = static_cast<std::int64_t>(f.number());
     if (what == "word-") w.partial = -w.partial;
   }
   if (p.runs.back().words.empty()) return;
-  std::optional<use_counts>& use = p.runs.back().words.back().use;
+  std::optional<UseCounts>& use = p.runs.back().words.back().use;
   if (what == "use") {
     use.emplace();
     use->executions = f.number(), use->active = f.number(), use->bytes = f.number();
@@ -106,7 +106,7 @@ void read_line(std::string_view line, process_data& p) {
     for (std::uint64_t& bin : use->bins) bin = f.number();
 }
 
-process_data read_process(const fs::path& path) {
+ProcessData read_process(const fs::path& path) {
   std::ifstream file(path);
   const auto damaged = [&](const std::string& why) {
     return std::runtime_error(path.string() + ": " + why + "; give the data that sve-run has collected");
@@ -114,7 +114,7 @@ process_data read_process(const fs::path& path) {
   std::string line;
   if (!std::getline(file, line) || line != "sve-run-data " + std::to_string(run_data_version))
     throw damaged("no run data of version " + std::to_string(run_data_version));
-  process_data p;
+  ProcessData p;
   bool done = false;
   try {
     while (std::getline(file, line)) {
@@ -141,7 +141,7 @@ std::pair<unsigned long, unsigned long> order_of(const fs::path& path) {
 
 }  // namespace
 
-void use_counts::add(const use_counts& other) {
+void UseCounts::add(const UseCounts& other) {
   executions += other.executions;
   active += other.active;
   bytes += other.bytes;
@@ -150,14 +150,14 @@ void use_counts::add(const use_counts& other) {
   for (std::size_t i = 0; i < bins.size(); ++i) bins[i] += other.bins[i];
 }
 
-std::vector<process_data> read_run_data(const fs::path& directory) {
+std::vector<ProcessData> read_run_data(const fs::path& directory) {
   std::error_code error;
   std::vector<fs::path> paths;
   for (const auto& entry : fs::directory_iterator(directory, error)) paths.push_back(entry.path());
   if (error) throw std::runtime_error(directory.string() + ": " + error.message() + "; give a directory of sve-run");
   if (paths.empty()) throw std::runtime_error(directory.string() + ": empty; no process has left data there");
   std::sort(paths.begin(), paths.end(), [](const auto& a, const auto& b) { return order_of(a) < order_of(b); });
-  std::vector<process_data> processes;
+  std::vector<ProcessData> processes;
   for (const fs::path& path : paths) processes.push_back(read_process(path));
   return processes;
 }

@@ -42,7 +42,7 @@ std::string bar(double part, double whole, std::size_t size) {
   return std::string(std::min(size, static_cast<std::size_t>(filled + 0.5)), '#');
 }
 
-std::string name_of_function(const json& f) {
+std::string name_of_function(const Json& f) {
   const std::string name = f.value("name", f.value("function", ""));
   return name.empty() ? "(unknown)" : name;
 }
@@ -80,9 +80,9 @@ class Writer {
 const std::string bin_names[] = {"none",   "to 10%", "to 20%", "to 30%", "to 40%",    "to 50%",
                                  "to 60%", "to 70%", "to 80%", "to 90%", "below all", "all"};
 
-void write_memory(Writer& w, const json& memory) {
+void write_memory(Writer& w, const Json& memory) {
   w.title("Memory");
-  const auto kind = [&](const char* name, const json& m) {
+  const auto kind = [&](const char* name, const Json& m) {
     if (m["executions"] == 0) return;
     w.line(left(name, 22) + right(grouped(m["executions"]), 18) + " executions   " +
            (m["exact"].get<bool>() ? "" : "at most ") + grouped(m["bytes"]) + " bytes");
@@ -91,7 +91,7 @@ void write_memory(Writer& w, const json& memory) {
   kind("gathers", memory["loads"]["gathered"]);
   kind("contiguous stores", memory["stores"]["contiguous"]);
   kind("scatters", memory["stores"]["scattered"]);
-  const json& faults = memory["first_fault"];
+  const Json& faults = memory["first_fault"];
   if (faults["executions"] != 0)
     w.line(left("first-fault, non-fault", 22) + right(grouped(faults["executions"]), 18) + " executions   " +
            (faults["shortened"].is_null() ? "" : grouped(faults["shortened"]) + " of them shortened"));
@@ -99,7 +99,7 @@ void write_memory(Writer& w, const json& memory) {
     w.line(left("over a page's end", 22) + right(grouped(memory["page_crossing"]), 18) + " executions");
 }
 
-std::string report_text(const json& r) {
+std::string report_text(const Json& r) {
   Writer w;
   const std::uint64_t total = r["totals"]["executions"];
   w.line(path_end(r["program"], width));
@@ -114,50 +114,50 @@ std::string report_text(const json& r) {
   if (r["totals"]["unplaced"] != 0)
     w.line(grouped(r["totals"]["unplaced"]) + " executions at places that there was no room to count apart");
 
-  const auto section = [&](const char* title, const json& list, std::size_t most, auto&& write) {
+  const auto section = [&](const char* title, const Json& list, std::size_t most, auto&& write) {
     if (list.empty()) return;
     w.title(title);
     for (std::size_t i = 0; i < std::min(list.size(), most); ++i) write(list[i]);
     if (list.size() > most) w.line("and " + std::to_string(list.size() - most) + " more");
   };
-  const auto named = [&](const json& x) { w.item(x["name"], x["executions"], total, 28); };
+  const auto named = [&](const Json& x) { w.item(x["name"], x["executions"], total, 28); };
   section("Families", r["families"], 30, named);
   section("Mnemonics", r["mnemonics"], 30, named);
-  section("Element sizes", r["element_sizes"], 10, [&](const json& x) {
+  section("Element sizes", r["element_sizes"], 10, [&](const Json& x) {
     w.item(x["bits"] == 0 ? "none" : x["bits"].dump() + " bits", x["executions"], total, 28);
   });
-  section("Functions", r["functions"], 30, [&](const json& x) {
+  section("Functions", r["functions"], 30, [&](const Json& x) {
     w.item(name_of_function(x), x["executions"], total, 46, place_of(x["file"], x["line"], 27));
   });
-  section("Loops", r["loops"], 20, [&](const json& x) {
+  section("Loops", r["loops"], 20, [&](const Json& x) {
     std::string place = place_of(x["file"], x["first_line"], 22);
     if (!place.empty() && x["first_line"] != x["last_line"]) place += "-" + x["last_line"].dump();
     w.item(left(name_of_function(x), 27) + " " + x["begin"].get<std::string>(), x["executions"], total, 44, place);
   });
-  section("Source lines", r["lines"], 30, [&](const json& x) {
+  section("Source lines", r["lines"], 30, [&](const Json& x) {
     w.item(path_end(x["file"].get<std::string>() + ":" + x["line"].dump(), 58), x["executions"], total, 60);
   });
-  section("Hot instructions", r["instructions"], 40, [&](const json& x) {
+  section("Hot instructions", r["instructions"], 40, [&](const Json& x) {
     w.item(right(x["address"], 14) + "  " + left(x["text"], 40), x["executions"], total, 57,
            left(name_of_function(x), 17));
   });
   if (!r["lane_use"].is_null()) {
-    const json& use = r["lane_use"];
+    const Json& use = r["lane_use"];
     w.title("Lane use of predicated instructions");
     w.line(share(use["active"].get<double>(), use["elements"].get<double>()).substr(1) + " of " +
            grouped(use["elements"]) + " elements were active");
     for (std::size_t i = 0; i < lane_bins; ++i) w.item(bin_names[i], use["histogram"][i], use["executions"], 28);
   }
   write_memory(w, r["memory"]);
-  const json& runs = r["runs"];
+  const Json& runs = r["runs"];
   if (!runs["lengths"].empty()) w.title("Runs");
-  for (const json& x : runs["lengths"])
+  for (const Json& x : runs["lengths"])
     w.item("of " + x["length"].dump() + ", at " + x["sites"].dump() + " sites", x["executions"], runs["executions"],
            28);
-  section("Threads", r["threads"], 20, [&](const json& x) {
+  section("Threads", r["threads"], 20, [&](const Json& x) {
     w.item("process " + x["process"].dump() + ", thread " + x["thread"].dump(), x["executions"], total, 40);
   });
-  section("Processes", r["processes"], 50, [&](const json& x) {
+  section("Processes", r["processes"], 50, [&](const Json& x) {
     std::string end = x["end"] == "unknown" ? "end not known" : "ended by " + x["end"].get<std::string>();
     if (!x["signal"].is_null()) end += " " + x["signal"].dump();
     w.item(right(x["id"].dump(), 8) + "  " + std::filesystem::path(x["program"].get<std::string>()).filename().string(),
@@ -170,18 +170,18 @@ std::string signed_number(std::int64_t value) {
   return (value < 0 ? "-" : value > 0 ? "+" : "") + grouped(static_cast<std::uint64_t>(std::abs(value)));
 }
 
-std::string comparison_text(const json& c) {
+std::string comparison_text(const Json& c) {
   Writer w;
-  const auto side = [&](const char* name, const json& s) {
+  const auto side = [&](const char* name, const Json& s) {
     w.line(std::string(name) + path_end(s["program"], 60) + ", " + s["vector_bits"].dump() + " bits");
   };
   side("before: ", c["before"]);
   side("after:  ", c["after"]);
-  for (const json& section : c["sections"]) {
+  for (const Json& section : c["sections"]) {
     w.title(section["title"]);
     w.line(left("", 48) + right("before", 16) + right("after", 16) + right("change", 19));
     std::size_t shown = 0;
-    for (const json& x : section["items"]) {
+    for (const Json& x : section["items"]) {
       if (++shown > 40) continue;
       w.line(left(path_end(x["name"], 48), 48) + right(grouped(x["before"]), 16) + right(grouped(x["after"]), 16) +
              right(signed_number(x["change"]), 19));
@@ -193,7 +193,7 @@ std::string comparison_text(const json& c) {
 
 }  // namespace
 
-std::string as_text(const json& report) {
+std::string as_text(const Json& report) {
   return report["format"] == report_format ? report_text(report) : comparison_text(report);
 }
 

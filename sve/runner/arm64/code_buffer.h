@@ -11,9 +11,9 @@ namespace sve::arm64 {
 /// At most `Capacity` words of code that will lie at `address`. What does not fit, an operand or a word, makes the
 /// whole buffer bad, so that only the end need be looked at.
 template <std::size_t Capacity>
-class code_buffer {
+class CodeBuffer {
  public:
-  explicit constexpr code_buffer(std::uint64_t address) : address_(address) {}
+  explicit constexpr CodeBuffer(std::uint64_t address) : address_(address) {}
   void restart(std::uint64_t address) {
     address_ = address;
     good_ = true;
@@ -35,13 +35,13 @@ class code_buffer {
   }
   // Inlined, so that of a form that is known there where it is put no more is left than its own fields.
   template <class... Operands>
-  [[gnu::always_inline]] void put(const form& f, Operands... operands) {
+  [[gnu::always_inline]] void put(const Form& f, Operands... operands) {
     put(encoded(f, static_cast<std::int64_t>(operands)...));
   }
   /// Goes back to where the buffer had `size` words. Not across a load of a constant.
   void truncate(std::size_t size) { size_ = size; }
   /// Lets the branch at word `at`, of this form, whose offset is its field `i`, go to what comes next.
-  void aim(std::size_t at, const form& f, int i) {
+  void aim(std::size_t at, const Form& f, int i) {
     const auto distance = static_cast<std::int64_t>(4 * (size_ - at));
     good_ = good_ && fits(f.fields[i], distance);
     if (good_) words_[at] |= encode_field(f.fields[i], distance);
@@ -69,7 +69,7 @@ class code_buffer {
   static constexpr std::size_t most_literals = 512;
 
   template <class... Operands>
-  [[gnu::always_inline]] word encoded(const form& f, Operands... given) {
+  [[gnu::always_inline]] word encoded(const Form& f, Operands... given) {
     word w = f.base;
     bool good = true;
     int i = 0;
@@ -82,7 +82,7 @@ class code_buffer {
     return w;
   }
 
-  void load(const form& f, unsigned r, std::uint64_t value) {
+  void load(const Form& f, unsigned r, std::uint64_t value) {
     std::size_t i = 0;
     while (i < literal_count_ && literals_[i] != value) ++i;
     if (i == most_literals || load_count_ == most_loads) {
@@ -95,7 +95,7 @@ class code_buffer {
   }
 
   static constexpr std::size_t most_loads = 1024;
-  struct pending_load {
+  struct PendingLoad {
     std::size_t at = 0, literal = 0;
   };
   std::uint64_t address_;
@@ -103,7 +103,7 @@ class code_buffer {
   std::size_t size_ = 0, literal_count_ = 0, load_count_ = 0;
   word words_[Capacity] = {};
   std::uint64_t literals_[most_literals] = {};
-  pending_load loads_[most_loads] = {};
+  PendingLoad loads_[most_loads] = {};
 };
 
 }  // namespace sve::arm64

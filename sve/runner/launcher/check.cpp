@@ -44,7 +44,7 @@ std::string command(const std::string& options, const std::vector<std::string>& 
   return text;
 }
 
-std::string describe(const program_kind& kind) {
+std::string describe(const ProgramKind& kind) {
   std::string text = kind.is_dynamic   ? "dynamically linked"
                      : kind.is_library ? "a shared library"
                                        : "statically linked";
@@ -57,7 +57,7 @@ std::string describe(const program_kind& kind) {
   return text;
 }
 
-std::string describe(const code_summary& code) {
+std::string describe(const CodeSummary& code) {
   std::string text = number_of(code.instructions, "instruction");
   const auto& functions = code.functions;
   const std::size_t shown = functions.size() > most_functions ? most_functions - 1 : functions.size();
@@ -78,7 +78,7 @@ bool is_chosen_by_processor(const std::string& path) {
 }
 
 // What `env` runs: it is by this that scripts name their interpreters.
-finding behind_env(finding program, const std::vector<std::string>& words, const std::string& search_path) {
+Finding behind_env(Finding program, const std::vector<std::string>& words, const std::string& search_path) {
   if (program.status != 0 || file_name(program.path) != "env") return program;
   std::string text;
   for (std::size_t i = 1; i < words.size(); ++i) text += " " + words[i];
@@ -90,35 +90,35 @@ finding behind_env(finding program, const std::vector<std::string>& words, const
 
 }  // namespace
 
-check_result check(const command_line& line, const surroundings& here) {
-  check_result result;
+CheckResult check(const CommandLine& line, const Surroundings& here) {
+  CheckResult result;
   const auto say = [&](const char* label, const std::string& text) { add(result.text, label, text); };
   const auto end = [&](int status, const std::string& text) {
     result.status = status;
     say("verdict", text);
     return result;
   };
-  const auto does_not_run = [&](const finding& f) { return end(f.status, "does not run: " + f.error); };
+  const auto does_not_run = [&](const Finding& f) { return end(f.status, "does not run: " + f.error); };
   say("machine", "AArch64, " + here.kernel + (here.has_sve ? ", with SVE of its own" : ", without SVE"));
 
   std::vector<std::string> words = line.program;
-  const finding named = find_program(words.front(), here.search_path);
+  const Finding named = find_program(words.front(), here.search_path);
   if (named.status != 0) return does_not_run(named);
-  finding program = behind_env(resolve_scripts(named, words), words, here.search_path);
+  Finding program = behind_env(resolve_scripts(named, words), words, here.search_path);
   if (program.status != 0) return does_not_run(program);
   const bool is_script = program.path != named.path;
   if (is_script) say("script", named.path + ", run by " + program.path);
   program = check_machine(program.path);
   if (program.status != 0) return does_not_run(program);
 
-  const program_kind kind = kind_of(program.path);
+  const ProgramKind kind = kind_of(program.path);
   say("program", program.path + ": " + describe(kind));
-  const code_summary own = summarise_code(program.path);
+  const CodeSummary own = summarise_code(program.path);
   bool has_sve = own.instructions != 0;
   say("SVE code", file_name(program.path) + ": " + (has_sve ? describe(own) : "none"));
 
   // The loader of glibc alone tells of libraries without running the program.
-  std::vector<std::pair<std::string, code_summary::refusal>> refused;
+  std::vector<std::pair<std::string, CodeSummary::Refusal>> refused;
   for (const auto& r : own.refused) refused.emplace_back(file_name(program.path), r);
   std::size_t others = 0;
   std::string missing;
@@ -128,7 +128,7 @@ check_result check(const command_line& line, const surroundings& here) {
         missing = library;
         continue;
       }
-      const code_summary code = summarise_code(library);
+      const CodeSummary code = summarise_code(library);
       has_sve |= code.instructions != 0 && !is_chosen_by_processor(library);
       for (const auto& r : code.refused) refused.emplace_back(file_name(library), r);
       if (code.instructions != 0) {
@@ -153,7 +153,7 @@ check_result check(const command_line& line, const surroundings& here) {
 
   // What a library holds beyond SVE it chooses by what the processor is said to have; what stands in the program runs.
   std::string options;
-  finding platform = check_program(program.path);
+  Finding platform = check_program(program.path);
   const bool is_reached_only_by_dynamorio =
       !kind.changes_user && !kind.gets_capabilities && (!kind.is_dynamic || !kind.has_glibc);
   if (line.dynamorio || is_reached_only_by_dynamorio) {

@@ -14,21 +14,21 @@ namespace sve::runner {
 inline constexpr int status_may_end = 1;
 
 /// What is asked of the machine.
-struct surroundings {
+struct Surroundings {
   std::string kernel;  ///< its name and release
   bool has_sve = false;
   std::string search_path;
   /// The paths of the libraries that the loader would load for a program; a name without a '/' was not found.
   std::function<std::vector<std::string>(const std::string& program)> libraries;
   /// Whether DynamoRIO and its client are there: its directory.
-  std::function<finding()> dynamorio;
+  std::function<Finding()> dynamorio;
 };
 
-struct check_result {
+struct CheckResult {
   int status = 0;
   std::string text;  ///< lines of a label and what it is about; the last one is the verdict
 };
 
-check_result check(const command_line& line, const surroundings& here);
+CheckResult check(const CommandLine& line, const Surroundings& here);
 
 }  // namespace sve::runner

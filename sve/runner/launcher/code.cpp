@@ -23,20 +23,20 @@ std::string readable_name(const std::string& name) {
 
 }  // namespace
 
-code_summary summarise_code(const std::string& path) {
+CodeSummary summarise_code(const std::string& path) {
   const ElfFile file(path);
-  const std::vector<ElfFile::function> functions = file.functions();
+  const std::vector<ElfFile::Function> functions = file.functions();
   const auto name_at = [&](std::uint64_t address) -> std::string {
     auto next = std::upper_bound(functions.begin(), functions.end(), address,
                                  [](std::uint64_t at, const auto& function) { return at < function.address; });
     if (next == functions.begin()) return "";
-    const ElfFile::function& f = *--next;
+    const ElfFile::Function& f = *--next;
     return f.size == 0 || address - f.address < f.size ? f.name : "";
   };
   std::map<std::string, std::uint64_t> counts;
-  std::map<std::string, code_summary::refusal> refused;
-  code_summary summary;
-  for (const ElfFile::code& code : file.executable()) {
+  std::map<std::string, CodeSummary::Refusal> refused;
+  CodeSummary summary;
+  for (const ElfFile::Code& code : file.executable()) {
     for (std::size_t at = 0; at + 4 <= code.bytes.size(); at += 4) {
       std::uint32_t word;
       std::memcpy(&word, code.bytes.data() + at, sizeof word);
@@ -44,7 +44,7 @@ code_summary summarise_code(const std::string& path) {
         ++summary.instructions;
         ++counts[name_at(code.address + at)];
       } else if (const char* const extension = decode::extension_of(word)) {
-        code_summary::refusal& r = refused[extension];
+        CodeSummary::Refusal& r = refused[extension];
         if (r.instructions++ == 0) r.function = readable_name(name_at(code.address + at));
       }
     }

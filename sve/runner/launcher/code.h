@@ -8,20 +8,20 @@
 
 namespace sve::runner {
 
-struct code_summary {
+struct CodeSummary {
   std::uint64_t instructions = 0;  ///< of SVE, that sve-run executes
   /// The functions that hold them, with how many, most first. Places without a name stand under "".
   std::vector<std::pair<std::string, std::uint64_t>> functions;
 
   /// Instructions of an extension that sve-run refuses.
-  struct refusal {
+  struct Refusal {
     std::string extension;
     std::uint64_t instructions = 0;
     std::string function;  ///< the first that holds one
   };
-  std::vector<refusal> refused;  ///< by the extension's name
+  std::vector<Refusal> refused;  ///< by the extension's name
 };
 
-code_summary summarise_code(const std::string& path);
+CodeSummary summarise_code(const std::string& path);
 
 }  // namespace sve::runner

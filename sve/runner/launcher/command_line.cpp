@@ -60,9 +60,9 @@ bool takes_next_word(std::string_view option) {
 
 }  // namespace
 
-parse_result parse_command_line(const std::vector<std::string>& arguments) {
-  parse_result result;
-  command_line& line = result.line;
+ParseResult parse_command_line(const std::vector<std::string>& arguments) {
+  ParseResult result;
+  CommandLine& line = result.line;
 
   // The program begins at the first word that is neither an option nor an option's value.
   auto program = arguments.begin();
@@ -187,7 +187,7 @@ parse_result parse_command_line(const std::vector<std::string>& arguments) {
   return result;
 }
 
-std::string options_value(const command_line& line) {
+std::string options_value(const CommandLine& line) {
   std::string value;
   const auto add = [&](std::string_view word) {
     if (!value.empty()) value += ':';

@@ -6,7 +6,7 @@
 
 namespace sve::runner {
 
-struct command_line {
+struct CommandLine {
   bool check = false;  ///< tell what would happen instead
   bool quiet = false;
   bool announce = true;
@@ -27,18 +27,18 @@ struct command_line {
 };
 
 /// What to do with a command line: run it, or print `text` and end with `status`.
-struct parse_result {
-  command_line line;
+struct ParseResult {
+  CommandLine line;
   bool run = false;
   int status = 0;
   std::string text;
 };
 
 /// `arguments` without the runner's own name. Options end at the first word that is none; the rest is the program's.
-parse_result parse_command_line(const std::vector<std::string>& arguments);
+ParseResult parse_command_line(const std::vector<std::string>& arguments);
 
 /// The value of the variable that carries the options to the preloaded library; see options.h.
-std::string options_value(const command_line& line);
+std::string options_value(const CommandLine& line);
 
 /// `options` with the counts and the data for a report that an outer sve-run asked for by its own options, null if it
 /// passed none, where these ask for none.

@@ -9,14 +9,14 @@ namespace {
 
 constexpr const char* launcher_of_dynamorio = "bin64/drrun";
 
-finding found(const std::filesystem::path& path) {
-  finding f;
+Finding found(const std::filesystem::path& path) {
+  Finding f;
   f.path = path.lexically_normal().string();
   return f;
 }
 
-finding missing(std::string text) {
-  finding f;
+Finding missing(std::string text) {
+  Finding f;
   f.status = status_failed;
   f.error = std::move(text);
   return f;
@@ -24,8 +24,8 @@ finding missing(std::string text) {
 
 }  // namespace
 
-finding find_dynamorio(const std::string& given, const std::function<const char*(const char*)>& variable,
-                       const readable_test& readable) {
+Finding find_dynamorio(const std::string& given, const std::function<const char*(const char*)>& variable,
+                       const ReadableTest& readable) {
   std::string home = given, source = "--dynamorio";
   for (const char* name : {"DynamoRIO_DIR", "DYNAMORIO_HOME"}) {
     if (!home.empty()) break;
@@ -44,7 +44,7 @@ finding find_dynamorio(const std::string& given, const std::function<const char*
                  " in it; name an installation of DynamoRIO for AArch64 with " + source);
 }
 
-std::vector<std::string> dynamorio_command(const command_line& line, const std::string& home, const std::string& client,
+std::vector<std::string> dynamorio_command(const CommandLine& line, const std::string& home, const std::string& client,
                                            const std::string& program) {
   std::vector<std::string> words = {(std::filesystem::path(home) / launcher_of_dynamorio).string(), "-thread_private",
                                     // A block's code has a limit of 64 KB, and an SVE instruction becomes about 1 KB.

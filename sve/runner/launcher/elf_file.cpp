@@ -107,8 +107,8 @@ void ElfFile::for_each_symbol(Body body) const {
   }
 }
 
-std::vector<ElfFile::code> ElfFile::executable() const {
-  std::vector<code> stretches;
+std::vector<ElfFile::Code> ElfFile::executable() const {
+  std::vector<Code> stretches;
   for (const Elf64_Shdr& section : sections_) {
     if (section.sh_type == SHT_PROGBITS && (section.sh_flags & SHF_EXECINSTR))
       stretches.push_back({section.sh_addr, read(section.sh_size, section.sh_offset)});
@@ -124,7 +124,7 @@ std::vector<ElfFile::code> ElfFile::executable() const {
     if (name[0] == '$' && (name[1] == 'x' || name[1] == 'd') && (name[2] == 0 || name[2] == '.'))
       begins_data[symbol.st_value] = name[1] == 'd';
   });
-  for (code& stretch : stretches) {
+  for (Code& stretch : stretches) {
     const std::uint64_t end = stretch.address + stretch.bytes.size();
     for (auto mark = begins_data.lower_bound(stretch.address); mark != begins_data.end() && mark->first < end;) {
       const auto [from, is_data] = *mark++;
@@ -136,8 +136,8 @@ std::vector<ElfFile::code> ElfFile::executable() const {
   return stretches;
 }
 
-std::vector<ElfFile::function> ElfFile::functions() const {
-  std::vector<function> found;
+std::vector<ElfFile::Function> ElfFile::functions() const {
+  std::vector<Function> found;
   for_each_symbol([&](const Elf64_Sym& symbol, const char* name) {
     if (ELF64_ST_TYPE(symbol.st_info) == STT_FUNC || ELF64_ST_TYPE(symbol.st_info) == STT_GNU_IFUNC)
       found.push_back({symbol.st_value, symbol.st_size, name});

@@ -43,20 +43,20 @@ class ElfFile {
   bool has_section(std::string_view name) const;
 
   /// A stretch of what can be executed.
-  struct code {
+  struct Code {
     std::uint64_t address = 0;
     std::string bytes;
   };
   /// The executable sections, or where there is no table of them the executable segments. Data among the instructions,
   /// where symbols tell of them, are zero.
-  std::vector<code> executable() const;
+  std::vector<Code> executable() const;
 
-  struct function {
+  struct Function {
     std::uint64_t address = 0, size = 0;
     std::string name;
   };
   /// The functions that it has names for, in rising order of addresses.
-  std::vector<function> functions() const;
+  std::vector<Function> functions() const;
 
  private:
   std::string name_of(const Elf64_Shdr& section) const;

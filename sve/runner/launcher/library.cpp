@@ -30,9 +30,9 @@ std::string lengths_in(const std::vector<std::filesystem::path>& places, std::st
 
 }  // namespace
 
-finding find_library(const std::vector<std::filesystem::path>& places, std::string_view prefix, const std::string& bits,
+Finding find_library(const std::vector<std::filesystem::path>& places, std::string_view prefix, const std::string& bits,
                      const std::string& remedy) {
-  finding f;
+  Finding f;
   const std::string name = name_of(prefix, bits);
   for (const auto& place : places) {
     f.path = (place / name).lexically_normal().string();

@@ -12,7 +12,7 @@ namespace sve::runner {
 
 /// The library whose name is `prefix`, the length in bits and ".so", in the first of `places` that has it. Without it
 /// the error names the lengths that there are, or, if there is none, says `remedy`.
-finding find_library(const std::vector<std::filesystem::path>& places, std::string_view prefix, const std::string& bits,
+Finding find_library(const std::vector<std::filesystem::path>& places, std::string_view prefix, const std::string& bits,
                      const std::string& remedy);
 
 /// The length of the first library with the prefix in a list of paths, in bits; empty if there is none.

@@ -61,7 +61,7 @@ int run(const std::string& path, const std::vector<std::string>& words) {
 }
 
 // The library of this vector length, beside this program, as in a build tree, or where it is installed.
-finding find_library_of(const std::string& bits, const char* prefix, std::initializer_list<const char*> places,
+Finding find_library_of(const std::string& bits, const char* prefix, std::initializer_list<const char*> places,
                         const std::string& remedy) {
   std::vector<std::filesystem::path> paths;
   for (const char* place : places) paths.push_back(own_directory() / place);
@@ -69,14 +69,14 @@ finding find_library_of(const std::string& bits, const char* prefix, std::initia
 }
 
 // The directory of DynamoRIO, and the client that it is to load.
-struct dynamorio_place {
-  finding home, client;
+struct DynamorioPlace {
+  Finding home, client;
 };
 
-dynamorio_place find_dynamorio_and_client(const command_line& line, const std::string& bits) {
+DynamorioPlace find_dynamorio_and_client(const CommandLine& line, const std::string& bits) {
   const auto readable = [](const std::string& path) { return access(path.c_str(), R_OK) == 0; };
   const auto variable = [](const char* name) { return std::getenv(name); };
-  dynamorio_place place;
+  DynamorioPlace place;
   place.client = find_library_of(bits, client_prefix, {SVE_CLIENT_FROM_BUILD, SVE_CLIENT_FROM_PROGRAM},
                                  "the client is not there; build with DynamoRIO_DIR set, and install");
   place.home = find_dynamorio(line.dynamorio_home, variable, readable);
@@ -84,7 +84,7 @@ dynamorio_place find_dynamorio_and_client(const command_line& line, const std::s
   return place;
 }
 
-int run_under_dynamorio(const command_line& line, const std::string& program, const std::string& bits) {
+int run_under_dynamorio(const CommandLine& line, const std::string& program, const std::string& bits) {
   if (!line.report_directory.empty()) setenv(options_variable, options_value(line).c_str(), 1);
   const auto [home, client] = find_dynamorio_and_client(line, bits);
   if (home.status != 0) return fail(home.status, home.error);
@@ -125,15 +125,15 @@ std::vector<std::string> libraries_of(const std::string& program) {
   return libraries;
 }
 
-int check(const command_line& line, const char* search_path, const std::string& bits) {
+int check(const CommandLine& line, const char* search_path, const std::string& bits) {
   struct utsname system;
-  surroundings here;
+  Surroundings here;
   if (uname(&system) == 0) here.kernel = std::string(system.sysname) + " " + system.release;
   here.has_sve = processor_has_sve();
   here.search_path = search_path;
   here.libraries = libraries_of;
   here.dynamorio = [&] { return find_dynamorio_and_client(line, bits).home; };
-  const check_result result = sve::runner::check(line, here);
+  const CheckResult result = sve::runner::check(line, here);
   std::fputs(result.text.c_str(), stdout);
   return result.status;
 }
@@ -151,7 +151,7 @@ std::string preload_list(const std::string& library, const std::string& program,
   return list;
 }
 
-int run_embedded(const command_line& line, const std::string& program, const std::string& library) {
+int run_embedded(const CommandLine& line, const std::string& program, const std::string& library) {
   const char* preloaded = std::getenv(preload_variable);
   const bool nested = preloaded && std::strstr(preloaded, library_prefix);
   setenv(preload_variable, preload_list(library, program, preloaded).c_str(), 1);
@@ -166,7 +166,7 @@ int run_embedded(const command_line& line, const std::string& program, const std
 }
 
 // The file gets what each process of the tree appends, so it begins empty and its path is whole.
-std::optional<std::string> prepare_counts_file(command_line& line) {
+std::optional<std::string> prepare_counts_file(CommandLine& line) {
   if (line.counts_file.empty()) return std::nullopt;
   std::error_code error;
   line.counts_file = std::filesystem::absolute(line.counts_file, error).string();
@@ -179,7 +179,7 @@ std::optional<std::string> prepare_counts_file(command_line& line) {
 }
 
 // What is asked for; or what an outer sve-run took, by its library where the variable has got lost; or this build's.
-std::string wanted_length(const command_line& line, const char* preloaded) {
+std::string wanted_length(const CommandLine& line, const char* preloaded) {
   if (!line.vector_length.empty()) return line.vector_length;
   if (const char* const said = std::getenv(length_variable); said && *said) return said;
   const std::string outer = length_in(preloaded ? preloaded : "", library_prefix);
@@ -189,20 +189,20 @@ std::string wanted_length(const command_line& line, const char* preloaded) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  parse_result parsed = parse_command_line(std::vector<std::string>(argv + (argc > 0), argv + argc));
+  ParseResult parsed = parse_command_line(std::vector<std::string>(argv + (argc > 0), argv + argc));
   if (!parsed.run) {
     std::fprintf(parsed.status == 0 ? stdout : stderr, "%s%s",
                  parsed.status == 0 ? "" : "sve-run: ", parsed.text.c_str());
     return parsed.status;
   }
-  command_line& line = parsed.line;
+  CommandLine& line = parsed.line;
 
   const char* search_path = std::getenv("PATH");
   if (!search_path) search_path = "/usr/local/bin:/usr/bin:/bin";
   const char* preloaded = std::getenv(preload_variable);
   const std::string bits = wanted_length(line, preloaded);
   if (line.check) return check(line, search_path, bits);
-  finding program = resolve_scripts(find_program(line.program.front(), search_path), line.program);
+  Finding program = resolve_scripts(find_program(line.program.front(), search_path), line.program);
   if (program.status == 0)
     program = line.dynamorio || is_sve_run(program.path) ? check_machine(program.path) : check_program(program.path);
   if (program.status != 0) return fail(program.status, program.error);
@@ -217,14 +217,14 @@ int main(int argc, char** argv) {
   const auto become = [&](const std::function<int()>& program_of_line) {
     if (line.reports.empty()) return program_of_line();
     const auto here = own_directory();
-    const finding prepared = prepare_reports(line, {here / report_name, here / "../report" / report_name});
+    const Finding prepared = prepare_reports(line, {here / report_name, here / "../report" / report_name});
     if (prepared.status != 0) return fail(prepared.status, prepared.error);
     return run_for_reports(line, prepared.path, program_of_line);
   };
   // What is asked for here holds for another sve-run below too.
   if (!line.vector_length.empty()) setenv(length_variable, bits.c_str(), 1);
   if (line.dynamorio) return become([&] { return run_under_dynamorio(line, program.path, bits); });
-  const finding library =
+  const Finding library =
       find_library_of(bits, library_prefix, {"", SVE_LIBRARY_FROM_PROGRAM},
                       "not found beside sve-run nor in " SVE_LIBRARY_FROM_PROGRAM "; install it again");
   if (library.status != 0) return fail(library.status, library.error);

@@ -20,8 +20,8 @@ namespace {
 
 constexpr int most_interpreters = 4;  // as the kernel has it: interpreters may be scripts themselves
 
-finding refuse(int status, std::string_view name, std::string_view text) {
-  finding f;
+Finding refuse(int status, std::string_view name, std::string_view text) {
+  Finding f;
   f.status = status;
   f.error = std::string(name) + ": " + std::string(text);
   return f;
@@ -69,7 +69,7 @@ std::vector<std::string> interpreter_of(const std::string& path) {
 
 }  // namespace
 
-finding find_program(std::string_view name, std::string_view search_path) {
+Finding find_program(std::string_view name, std::string_view search_path) {
   std::vector<std::string> candidates;
   if (name.find('/') != std::string_view::npos) {
     candidates.emplace_back(name);
@@ -81,7 +81,7 @@ finding find_program(std::string_view name, std::string_view search_path) {
       at = end + 1;
     }
   }
-  std::optional<finding> unusable;
+  std::optional<Finding> unusable;
   for (const std::string& path : candidates) {
     if (access(path.c_str(), F_OK) != 0) {
       if (errno == EACCES && !unusable)
@@ -96,7 +96,7 @@ finding find_program(std::string_view name, std::string_view search_path) {
     } else if (access(path.c_str(), X_OK) != 0) {
       if (!unusable) unusable = refuse(status_not_executable, path, "not executable; make it so: chmod +x " + path);
     } else {
-      finding f;
+      Finding f;
       f.path = path;
       return f;
     }
@@ -107,8 +107,8 @@ finding find_program(std::string_view name, std::string_view search_path) {
                 is_path ? "no such program; check the path" : "no such program in PATH; give its path, as in ./NAME");
 }
 
-finding resolve_scripts(const finding& program, std::vector<std::string>& words) {
-  finding f = program;
+Finding resolve_scripts(const Finding& program, std::vector<std::string>& words) {
+  Finding f = program;
   for (int depth = 0; f.status == 0; ++depth) {
     std::vector<std::string> interpreter = interpreter_of(f.path);
     if (interpreter.empty()) return f;
@@ -126,7 +126,7 @@ finding resolve_scripts(const finding& program, std::vector<std::string>& words)
   return f;
 }
 
-finding check_machine(const std::string& path) {
+Finding check_machine(const std::string& path) {
   const ElfFile file(path);
   if (!file.is_open()) {
     return refuse(status_not_executable, path, "cannot be read; make it readable: chmod +r " + path);
@@ -146,14 +146,14 @@ finding check_machine(const std::string& path) {
   if (header->e_type != ET_EXEC && header->e_type != ET_DYN) {
     return refuse(status_not_executable, path, "an object file or core, not a program; link it first");
   }
-  finding f;
+  Finding f;
   f.path = path;
   return f;
 }
 
-program_kind kind_of(const std::string& path) {
+ProgramKind kind_of(const std::string& path) {
   const ElfFile file(path);
-  program_kind kind;
+  ProgramKind kind;
   kind.loader = file.loader();
   kind.is_dynamic = file.find(PT_INTERP).has_value();
   kind.is_library = !kind.is_dynamic && file.is_library();
@@ -169,9 +169,9 @@ program_kind kind_of(const std::string& path) {
   return kind;
 }
 
-finding check_program(const std::string& path) {
-  if (finding machine = check_machine(path); machine.status != 0) return machine;
-  const program_kind kind = kind_of(path);
+Finding check_program(const std::string& path) {
+  if (Finding machine = check_machine(path); machine.status != 0) return machine;
+  const ProgramKind kind = kind_of(path);
   if (kind.is_dynamic && kind.loader.empty()) {
     return refuse(status_not_executable, path, "its ELF headers are damaged; link it again");
   }
@@ -194,7 +194,7 @@ finding check_program(const std::string& path) {
   if (kind.gets_capabilities) {
     return refuse(status_not_executable, path, "has file capabilities, which turn preloading off; run a plain copy");
   }
-  finding f;
+  Finding f;
   f.path = path;
   return f;
 }

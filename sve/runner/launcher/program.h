@@ -13,24 +13,24 @@ inline constexpr int status_not_executable = 126;  ///< the program is there and
 inline constexpr int status_not_found = 127;
 
 /// A finding: `status` 0 and the path, or a status and one line that names the thing and the remedy.
-struct finding {
+struct Finding {
   int status = 0;
   std::string path;
   std::string error;
 };
 
 /// Looks `name` up as the shell does: a name with a '/' is a path, any other is searched for in `search_path`.
-finding find_program(std::string_view name, std::string_view search_path);
+Finding find_program(std::string_view name, std::string_view search_path);
 
 /// What the kernel runs for `program`, the first of `words`: for a script its interpreter, which comes before it in the
 /// words then.
-finding resolve_scripts(const finding& program, std::vector<std::string>& words);
+Finding resolve_scripts(const Finding& program, std::vector<std::string>& words);
 
 /// Checks that the program at `path` is one for AArch64.
-finding check_machine(const std::string& path);
+Finding check_machine(const std::string& path);
 
 /// What is to be known of an AArch64 program before it is run.
-struct program_kind {
+struct ProgramKind {
   bool is_dynamic = false, is_library = false;
   bool has_glibc = false;
   std::string loader;
@@ -39,9 +39,9 @@ struct program_kind {
   bool is_go = false;
   std::string sanitizer;  ///< the library of one that it was linked with, which must come first of all; empty if none
 };
-program_kind kind_of(const std::string& path);
+ProgramKind kind_of(const std::string& path);
 
 /// Checks that preloading reaches the program at `path`: a dynamically linked AArch64 program for glibc.
-finding check_program(const std::string& path);
+Finding check_program(const std::string& path);
 
 }  // namespace sve::runner

@@ -16,8 +16,8 @@
 namespace sve::runner {
 namespace {
 
-finding failure(std::string text) {
-  finding f;
+Finding failure(std::string text) {
+  Finding f;
   f.status = status_failed;
   f.error = std::move(text);
   return f;
@@ -62,7 +62,7 @@ int wait_for(pid_t child, const sigset_t& all) {
   }
 }
 
-void write_reports(const command_line& line, const std::string& sve_report, const sigset_t& mask) {
+void write_reports(const CommandLine& line, const std::string& sve_report, const sigset_t& mask) {
   if (std::filesystem::is_empty(line.report_directory)) return;  // nothing was begun
   const pid_t child = fork();
   if (child == 0) {
@@ -85,8 +85,8 @@ void write_reports(const command_line& line, const std::string& sve_report, cons
 
 }  // namespace
 
-finding prepare_reports(command_line& line, const std::vector<std::string>& places) {
-  finding found = failure("sve-report: not found beside sve-run; build it with libdw-dev, and install");
+Finding prepare_reports(CommandLine& line, const std::vector<std::string>& places) {
+  Finding found = failure("sve-report: not found beside sve-run; build it with libdw-dev, and install");
   for (const std::string& place : places) {
     if (access(place.c_str(), X_OK) != 0) continue;
     found = {};
@@ -107,7 +107,7 @@ finding prepare_reports(command_line& line, const std::vector<std::string>& plac
   return found;
 }
 
-int run_for_reports(const command_line& line, const std::string& sve_report,
+int run_for_reports(const CommandLine& line, const std::string& sve_report,
                     const std::function<int()>& become_program) {
   sigset_t all, before;
   sigfillset(&all);

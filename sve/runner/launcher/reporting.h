@@ -13,11 +13,10 @@ namespace sve::runner {
 
 /// Makes the directory for the processes' data, names it in `line`, and looks whether the reports can be written. The
 /// finding's path is that of sve-report, which is looked for in `places`.
-finding prepare_reports(command_line& line, const std::vector<std::string>& places);
+Finding prepare_reports(CommandLine& line, const std::vector<std::string>& places);
 
 /// Calls `become_program` in a child, passes it the signals that come, waits for its end, and has the reports written.
 /// Returns its exit status; dies by its signal.
-int run_for_reports(const command_line& line, const std::string& sve_report,
-                    const std::function<int()>& become_program);
+int run_for_reports(const CommandLine& line, const std::string& sve_report, const std::function<int()>& become_program);
 
 }  // namespace sve::runner

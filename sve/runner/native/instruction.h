@@ -9,7 +9,7 @@
 
 namespace sve::runner {
 
-enum class action : std::uint8_t {
+enum class Action : std::uint8_t {
   none,
   binary,
   reversed,
@@ -71,23 +71,23 @@ enum class action : std::uint8_t {
   scalar
 };
 
-constexpr bool is_standalone(action how) { return how >= action::store; }
+constexpr bool is_standalone(Action how) { return how >= Action::store; }
 
 inline constexpr unsigned no_register = 0xff;
 
-enum class conversion : std::uint8_t { none, widen, narrow, from_signed, from_unsigned, widen_and_convert };
+enum class Conversion : std::uint8_t { none, widen, narrow, from_signed, from_unsigned, widen_and_convert };
 
-struct insn {
-  conversion converts = conversion::none;
+struct Insn {
+  Conversion converts = Conversion::none;
   std::uint32_t word = 0;
-  const decode::row* row = nullptr;
-  action how = action::none;
-  const arm64::vector_form* form = nullptr;
+  const decode::Row* row = nullptr;
+  Action how = Action::none;
+  const arm64::VectorForm* form = nullptr;
   std::uint8_t size = 0;  // of its elements
   std::uint8_t d = no_register, sources[3] = {}, source_count = 0;
   std::uint8_t pd = no_register, pn = no_register, pm = no_register;
   std::uint8_t pg = no_register;
-  decode::predication inactive = decode::predication::none;
+  decode::Predication inactive = decode::Predication::none;
   bool is_store = false;
   bool tied = false;         // the first source is the destination
   bool accumulates = false;  // the destination is an addend
@@ -101,16 +101,16 @@ struct insn {
 };
 
 /// An instruction and its handler, or one that is not of SVE and null.
-insn decode_insn(std::uint32_t word, decode_handler handle);
+Insn decode_insn(std::uint32_t word, DecodeHandler handle);
 
 /// The code of the size that a mnemonic ends with, as that of an element count.
 std::uint8_t count_size(std::string_view mnemonic);
 
 /// The greater or the less of two, which for doublewords is a compare and a choice.
-bool is_extreme(const insn& i);
+bool is_extreme(const Insn& i);
 
 /// The row of an instruction with this handler.
-const decode::row* find_row(decode_handler handle);
+const decode::Row* find_row(DecodeHandler handle);
 
 /// Finds out what the processor has. Once, at start.
 void start_native();

@@ -8,16 +8,16 @@
 
 namespace sve::runner {
 
-struct prefix_table {
+struct PrefixTable {
   std::uint8_t bytes[4][2 * vector_bytes];
 };
 
-constexpr prefix_table make_prefix_table() {
-  prefix_table table{};
+constexpr PrefixTable make_prefix_table() {
+  PrefixTable table{};
   for (unsigned size = 0; size < 4; ++size)
     for (std::size_t i = 0; i < vector_bytes; i += std::size_t{1} << size) table.bytes[size][i] = 1;
   return table;
 }
-alignas(16) inline constexpr prefix_table prefixes = make_prefix_table();
+alignas(16) inline constexpr PrefixTable prefixes = make_prefix_table();
 
 }  // namespace sve::runner

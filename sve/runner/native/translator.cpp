@@ -16,11 +16,11 @@ namespace sve::runner {
 namespace {
 
 using namespace arm64;
-using decode::access_kind;
-using decode::operand;
-using decode::operand_kind;
-using decode::operand_role;
-using decode::predication;
+using decode::AccessKind;
+using decode::Operand;
+using decode::OperandKind;
+using decode::OperandRole;
+using decode::Predication;
 
 // ---- What the code finds through the base register ----
 
@@ -35,15 +35,15 @@ constexpr int z_offset(unsigned n, unsigned byte) {
 constexpr int p_offset(unsigned n, unsigned byte) { return z_offset(32 + n, byte); }
 constexpr int ffr_offset(unsigned byte) { return z_offset(48, byte); }
 constexpr int borrowed_v_offset = 16 - base_in_block;
-constexpr int time_begun_offset = static_cast<int>(offsetof(thread_block, run_begun)) - base_in_block;
-constexpr int time_offset = static_cast<int>(offsetof(thread_block, in_runs)) - base_in_block;
+constexpr int time_begun_offset = static_cast<int>(offsetof(ThreadBlock, run_begun)) - base_in_block;
+constexpr int time_offset = static_cast<int>(offsetof(ThreadBlock, in_runs)) - base_in_block;
 static_assert(offsetof(cpu_state, z) == SVE_STATE_Z && sizeof(cpu_state::z) == 32 * vector_bytes);
 static_assert(offsetof(cpu_state, p) == SVE_STATE_Z + 32 * vector_bytes);
 static_assert(offsetof(cpu_state, ffr) == SVE_STATE_Z + 48 * vector_bytes);
-static_assert(offsetof(thread_block, borrowed_v) == 16);
-static_assert(offsetof(thread_block, full) == SVE_STATE_IN_BLOCK + SVE_ENTRY_FULL);
-static_assert(offsetof(thread_block, gathered) == SVE_STATE_IN_BLOCK + SVE_ENTRY_GATHERED);
-static_assert(offsetof(thread_block, borrowed_x) == SVE_STATE_IN_BLOCK + SVE_ENTRY_BORROWED_X);
+static_assert(offsetof(ThreadBlock, borrowed_v) == 16);
+static_assert(offsetof(ThreadBlock, full) == SVE_STATE_IN_BLOCK + SVE_ENTRY_FULL);
+static_assert(offsetof(ThreadBlock, gathered) == SVE_STATE_IN_BLOCK + SVE_ENTRY_GATHERED);
+static_assert(offsetof(ThreadBlock, borrowed_x) == SVE_STATE_IN_BLOCK + SVE_ENTRY_BORROWED_X);
 static_assert(z_offset(0, 0) >= -256 && borrowed_v_offset >= -1008);
 
 constexpr std::uint8_t all_sizes = 15;
@@ -52,9 +52,9 @@ constexpr std::uint8_t full_from(unsigned size) { return static_cast<std::uint8_
 
 // ---- The translator ----
 
-class translator {
+class Translator {
  public:
-  void put_run(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only) {
+  void put_run(EntryBuffer& code, EventLog& log, const Site& s, HeavyEmitter put_handlers, bool scalars_only) {
     code_ = &code;
     log_ = &log;
     site_ = &s;
@@ -75,24 +75,24 @@ class translator {
  private:
   // ---- Runs in parts ----
 
-  struct knowledge {
+  struct Knowledge {
     std::uint8_t full[16] = {};  // by predicate: for which sizes all elements are known to be active
   };
 
   // Whether the instruction has a native form where its governing predicate is full, or where it may not be.
-  static bool has_form(const insn& i, bool full) {
-    if (i.how == action::none) return false;
+  static bool has_form(const Insn& i, bool full) {
+    if (i.how == Action::none) return false;
     if (i.pg == no_register || full) return true;
     switch (i.how) {
-      case action::compare:
-      case action::compare_reversed:
-      case action::compare_not:
+      case Action::compare:
+      case Action::compare_reversed:
+      case Action::compare_not:
         return i.pd != i.pg;  // the flags need it
-      case action::fp_ordered_sum:
+      case Action::fp_ordered_sum:
         return false;
-      case action::store:
+      case Action::store:
         return i.size >= element_s;
-      case action::structure:
+      case Action::structure:
         return !i.is_store;
       default:
         return true;
@@ -100,38 +100,38 @@ class translator {
   }
 
   // Those that take their governing predicate as it is, whatever is known of it.
-  static bool reads_mask(action how) {
-    return how == action::logic || (how >= action::set_ffr && how <= action::compact);
+  static bool reads_mask(Action how) {
+    return how == Action::logic || (how >= Action::set_ffr && how <= Action::compact);
   }
 
-  bool is_full(const insn& i, const knowledge& k) const { return i.pg == no_register || (k.full[i.pg] >> i.size & 1); }
+  bool is_full(const Insn& i, const Knowledge& k) const { return i.pg == no_register || (k.full[i.pg] >> i.size & 1); }
 
-  static void learn(const insn& i, knowledge& k) {
+  static void learn(const Insn& i, Knowledge& k) {
     const std::uint8_t moved = is_predicate_move(i) ? k.full[i.pn] : 0;
     for (unsigned n = 0; n < 16; ++n)
       if (i.p_written >> n & 1) k.full[n] = 0;
-    if (i.how == action::set_pattern && active_elements(i) == elements(i.size)) k.full[i.pd] = full_from(i.size);
+    if (i.how == Action::set_pattern && active_elements(i) == elements(i.size)) k.full[i.pd] = full_from(i.size);
     if (is_predicate_move(i)) k.full[i.pd] = moved;
   }
 
   static unsigned elements(unsigned size) { return static_cast<unsigned>(vector_bytes) >> size; }
-  static unsigned active_elements(const insn& i) {
+  static unsigned active_elements(const Insn& i) {
     return static_cast<unsigned>(
         VecTrueILength(static_cast<unsigned long>(i.immediate), static_cast<int>(elements(i.size))));
   }
-  static bool is_predicate_move(const insn& i) {
-    return i.how == action::logic && i.form == &v_orr_v && i.pg == i.pn && i.pn == i.pm;
+  static bool is_predicate_move(const Insn& i) {
+    return i.how == Action::logic && i.form == &v_orr_v && i.pg == i.pn && i.pn == i.pm;
   }
 
   // The instructions from `first` on that one piece of native code can hold. Those whose predicates come from before
   // it are told by `tests`, if it is allowed to assume that they are full.
-  std::size_t light_end(std::size_t first, std::size_t end, bool may_assume, knowledge& tests) const {
-    knowledge known;
+  std::size_t light_end(std::size_t first, std::size_t end, bool may_assume, Knowledge& tests) const {
+    Knowledge known;
     std::uint16_t written = 0;
     std::size_t i = first;
     std::uint32_t x_used = 0;
     for (; i < end; ++i) {
-      const insn& in = insns_[i];
+      const Insn& in = insns_[i];
       bool full = is_full(in, known);
       const bool can_assume = may_assume && !full && in.pg != no_register && !(written >> in.pg & 1);
       if (!has_form(in, full || can_assume)) break;
@@ -149,7 +149,7 @@ class translator {
 
   void put_range(std::size_t first, std::size_t end, bool may_assume) {
     while (first < end) {
-      knowledge tests;
+      Knowledge tests;
       std::size_t next = light_end(first, end, may_assume, tests);
       if (next == first) {
         next = heavy_end(first, end, may_assume);
@@ -165,9 +165,9 @@ class translator {
   static constexpr std::ptrdiff_t fewest_beside_calls = 6;
 
   bool calls_are_cheaper() const {
-    const auto is_scalar = [](const insn& in) { return in.how == action::scalar; };
-    const auto is_native = [](const insn& in) { return has_form(in, true); };
-    const insn* const end = insns_ + count_;
+    const auto is_scalar = [](const Insn& in) { return in.how == Action::scalar; };
+    const auto is_native = [](const Insn& in) { return has_form(in, true); };
+    const Insn* const end = insns_ + count_;
     return std::none_of(insns_, end, is_scalar) && !std::all_of(insns_, end, is_native) &&
            std::count_if(insns_, end, is_native) < fewest_beside_calls;
   }
@@ -178,14 +178,14 @@ class translator {
 
   std::size_t heavy_end(std::size_t first, std::size_t end, bool may_assume) const {
     std::size_t i = first;
-    while (i < end && insns_[i].how != action::scalar) {
-      knowledge tests;
+    while (i < end && insns_[i].how != Action::scalar) {
+      Knowledge tests;
       const std::size_t native_end = i == first ? i : light_end(i, end, may_assume, tests);
       if (native_end == i) {
         ++i;
         continue;
       }
-      const auto is_scalar = [](const insn& in) { return in.how == action::scalar; };
+      const auto is_scalar = [](const Insn& in) { return in.how == Action::scalar; };
       const bool is_worth_it = native_end == end || native_end - i >= fewest_native ||
                                std::any_of(insns_ + i, insns_ + native_end + 1, is_scalar);
       if (is_worth_it) break;
@@ -196,16 +196,16 @@ class translator {
 
   // ---- A piece of native code ----
 
-  void put_light(std::size_t first, std::size_t end, const knowledge& tests) {
+  void put_light(std::size_t first, std::size_t end, const Knowledge& tests) {
     choose_registers(first, end);
-    log_->add(code_->size(), code_event::light_begin, first == 0);
-    log_->add(code_->size(), code_event::instruction, 0, first);
+    log_->add(code_->size(), CodeEvent::light_begin, first == 0);
+    log_->add(code_->size(), CodeEvent::instruction, 0, first);
     code_->put(stp_x_pre, base_, temp_[0], sp, -SVE_ENTRY_PUSHED);
     code_->put(stp_x, temp_[1], temp_[2], sp, 16);
-    log_->add(code_->size(), code_event::borrowed_low, base_, 0);
-    log_->add(code_->size(), code_event::borrowed_low, temp_[0], 1);
-    log_->add(code_->size(), code_event::borrowed_low, temp_[1], 2);
-    log_->add(code_->size(), code_event::borrowed_low, temp_[2], 3);
+    log_->add(code_->size(), CodeEvent::borrowed_low, base_, 0);
+    log_->add(code_->size(), CodeEvent::borrowed_low, temp_[0], 1);
+    log_->add(code_->size(), CodeEvent::borrowed_low, temp_[1], 2);
+    log_->add(code_->size(), CodeEvent::borrowed_low, temp_[2], 3);
     put_thread_block(*code_, base_, temp_[0]);
     const std::size_t without_block = code_->size();
     code_->put(cbz_x, base_, 0);
@@ -233,18 +233,18 @@ class translator {
       }
       for (std::size_t i = 0; i < slow_count; ++i) code_->aim(slow[i], tbz_w, 2);
       // As at the branches.
-      log_->add(code_->size(), code_event::light_begin);
-      log_->add(code_->size(), code_event::instruction, 0, first);
+      log_->add(code_->size(), CodeEvent::light_begin);
+      log_->add(code_->size(), CodeEvent::instruction, 0, first);
       log_pushed();
-      knowledge none;
+      Knowledge none;
       if (light_end(first, end, false, none) == end) {
         waits_slow = put_body(first, end, {});
       } else {
-        log_->add(code_->size(), code_event::leaving);
+        log_->add(code_->size(), CodeEvent::leaving);
         code_->put(ldp_x, temp_[1], temp_[2], sp, 16);
         code_->put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
-        log_->add(code_->size(), code_event::popped, 0, first);
-        const registers kept = save_registers();
+        log_->add(code_->size(), CodeEvent::popped, 0, first);
+        const Registers kept = save_registers();
         put_range(first, end, false);
         restore_registers(kept);
       }
@@ -256,8 +256,8 @@ class translator {
       put_traps(first, without_block, 0, 0);
       code_->aim(over, b, 0);
       // Between parts the registers are the program's.
-      log_->add(code_->size(), code_event::light_begin);
-      log_->add(code_->size(), code_event::instruction, 0, end);
+      log_->add(code_->size(), CodeEvent::light_begin);
+      log_->add(code_->size(), CodeEvent::instruction, 0, end);
     } else {
       put_traps(first, without_block, waits_fast, waits_slow);
     }
@@ -265,37 +265,37 @@ class translator {
   }
 
   void put_traps(std::size_t first, std::size_t without_block, std::size_t waits, std::size_t other_waits) {
-    log_->add(code_->size(), code_event::light_begin);
+    log_->add(code_->size(), CodeEvent::light_begin);
     log_pushed();
-    log_->add(code_->size(), code_event::without_block, 0, first);
+    log_->add(code_->size(), CodeEvent::without_block, 0, first);
     code_->aim(without_block, cbz_x, 1);
     code_->put(word{0});
     if (!waits && !other_waits) return;
-    log_->add(code_->size(), code_event::waited);
+    log_->add(code_->size(), CodeEvent::waited);
     if (waits) code_->aim(waits, cbnz_w, 1);
     if (other_waits) code_->aim(other_waits, cbnz_w, 1);
     code_->put(word{0});
   }
 
   void log_pushed() {
-    log_->add(code_->size(), code_event::borrowed_low, base_, 0);
-    for (unsigned k = 0; k < 3; ++k) log_->add(code_->size(), code_event::borrowed_low, temp_[k], k + 1);
+    log_->add(code_->size(), CodeEvent::borrowed_low, base_, 0);
+    for (unsigned k = 0; k < 3; ++k) log_->add(code_->size(), CodeEvent::borrowed_low, temp_[k], k + 1);
   }
 
   static int full_offset(unsigned n) { return state_offset + SVE_ENTRY_FULL + 4 * static_cast<int>(n); }
 
   // ---- Registers that are borrowed ----
 
-  struct registers {
+  struct Registers {
     unsigned base, temp[7], temp_count, spare_v[32], spare_v_count;
   };
-  registers save_registers() const {
-    registers r{base_, {}, temp_count_, {}, spare_count_};
+  Registers save_registers() const {
+    Registers r{base_, {}, temp_count_, {}, spare_count_};
     std::copy_n(temp_, 7, r.temp);
     std::copy_n(spare_, 32, r.spare_v);
     return r;
   }
-  void restore_registers(const registers& r) {
+  void restore_registers(const Registers& r) {
     base_ = r.base;
     temp_count_ = r.temp_count;
     spare_count_ = r.spare_v_count;
@@ -330,7 +330,7 @@ class translator {
     while (k >= borrowed_x_) {
       const unsigned slot = borrowed_x_ - 3;
       code_->put(str_x, temp_[borrowed_x_], base_, state_offset + SVE_ENTRY_BORROWED_X + 8 * static_cast<int>(slot));
-      log_->add(code_->size(), code_event::borrowed_x, temp_[borrowed_x_], slot);
+      log_->add(code_->size(), CodeEvent::borrowed_x, temp_[borrowed_x_], slot);
       ++borrowed_x_;
     }
     return temp_[k];
@@ -343,8 +343,8 @@ class translator {
     while (borrowed_v_ < n) {
       const unsigned a = spare_[borrowed_v_], b2 = spare_[borrowed_v_ + 1];
       code_->put(stp_q, a, b2, base_, borrowed_v_offset + 16 * static_cast<int>(borrowed_v_));
-      log_->add(code_->size(), code_event::borrowed_v, a, borrowed_v_);
-      log_->add(code_->size(), code_event::borrowed_v, b2, borrowed_v_ + 1);
+      log_->add(code_->size(), CodeEvent::borrowed_v, a, borrowed_v_);
+      log_->add(code_->size(), CodeEvent::borrowed_v, b2, borrowed_v_ + 1);
       borrowed_v_ += 2;
     }
   }
@@ -356,13 +356,13 @@ class translator {
   // ---- The body ----
 
   // Returns where the branch of a run that signals wait for is, or 0.
-  std::size_t put_body(std::size_t first, std::size_t end, const knowledge& assumed) {
+  std::size_t put_body(std::size_t first, std::size_t end, const Knowledge& assumed) {
     borrowed_x_ = 3;
     borrowed_v_ = 0;
     known_ = assumed;
     for (std::size_t i = first; i < end;) {
       const std::size_t next = is_standalone(insns_[i].how) ? i + 1 : group_end(i, end);
-      log_->add(code_->size(), code_event::instruction, 0, i);
+      log_->add(code_->size(), CodeEvent::instruction, 0, i);
       if (is_standalone(insns_[i].how)) {
         put_alone(insns_[i]);
         learn(insns_[i], known_);
@@ -390,7 +390,7 @@ class translator {
     if (is_last) {
       code_->put(ldr_w, temp_[0], base_, state_offset + SVE_ENTRY_PENDING);
       // What comes from here on is not seen any more.
-      log_->add(code_->size(), code_event::leaving, 1);
+      log_->add(code_->size(), CodeEvent::leaving, 1);
       waits = code_->size();
       code_->put(cbnz_w, temp_[0], 0);
       const std::size_t offset = SVE_ENTRY_COUNTS + SVE_STATE_IN_BLOCK - base_in_block + std::size_t{8} * site_->index;
@@ -398,13 +398,13 @@ class translator {
       code_->put(ldr_x, temp_[0], base_, offset % 4096);
       code_->put(add_x_imm, temp_[0], temp_[0], 1);
       code_->put(str_x, temp_[0], base_, offset % 4096);
-      log_->add(code_->size(), code_event::counted);
+      log_->add(code_->size(), CodeEvent::counted);
     } else {
-      log_->add(code_->size(), code_event::leaving, 0);
+      log_->add(code_->size(), CodeEvent::leaving, 0);
     }
     code_->put(ldp_x, temp_[1], temp_[2], sp, 16);
     code_->put(ldp_x_post, base_, temp_[0], sp, SVE_ENTRY_PUSHED);
-    log_->add(code_->size(), code_event::popped, 0, end);
+    log_->add(code_->size(), CodeEvent::popped, 0, end);
     if (is_last) code_->branch(reinterpret_cast<std::uint64_t>(site_->end()));
     return waits;
   }
@@ -440,7 +440,7 @@ class translator {
     }
   }
   // Inlined, as most forms are known where they are put.
-  [[gnu::always_inline]] void vector(const vector_form& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
+  [[gnu::always_inline]] void vector(const VectorForm& f, unsigned size, unsigned d, unsigned n, unsigned m = 0) {
     code_->put(encode(f, size, d, n, m));
   }
   void move_v(unsigned d, unsigned n) {
@@ -459,33 +459,33 @@ class translator {
 
   // ---- Groups: instructions that are executed piece by piece ----
 
-  struct half_registers {
+  struct HalfRegisters {
     std::uint8_t of[32];
   };
-  struct constant {
+  struct Constant {
     std::uint64_t value;
     unsigned gpr, size;  // a general register's, at this size, or none
     unsigned home;
   };
-  struct mask {
+  struct Mask {
     unsigned pg, size;
     unsigned home[2];
     bool made;
   };
-  struct address {
+  struct Address {
     std::size_t at;  // instruction
     unsigned r;
     int offset;
   };
 
-  static unsigned memory_span(const insn& i) {
+  static unsigned memory_span(const Insn& i) {
     const unsigned bytes = std::max<unsigned>(i.row->function->memory_bytes, 1);
     return is_whole(i) ? static_cast<unsigned>(vector_bytes) : (static_cast<unsigned>(vector_bytes) >> i.size) * bytes;
   }
-  static bool is_whole(const insn& i) {
-    return i.row->function->access == access_kind::fill || i.row->function->access == access_kind::spill;
+  static bool is_whole(const Insn& i) {
+    return i.row->function->access == AccessKind::fill || i.row->function->access == AccessKind::spill;
   }
-  static unsigned memory_size(const insn& i) {
+  static unsigned memory_size(const Insn& i) {
     return is_whole(i) ? i.size : static_cast<unsigned>(std::countr_zero(i.row->function->memory_bytes));
   }
   // Groups can be begun again: none with a load changes what it reads.
@@ -495,22 +495,22 @@ class translator {
     unsigned addresses = 0;
     std::size_t i = first;
     std::uint32_t scalars = 0;
-    for (; i < end && (!is_standalone(insns_[i].how) || insns_[i].how == action::scalar); ++i) {
-      const insn& in = insns_[i];
+    for (; i < end && (!is_standalone(insns_[i].how) || insns_[i].how == Action::scalar); ++i) {
+      const Insn& in = insns_[i];
       // Scalar instructions can wait for the group's end, where nothing behind them looks at their registers.
-      if (in.how == action::scalar) {
+      if (in.how == Action::scalar) {
         scalars |= in.x_used & ~(1u << zero);
         continue;
       }
       if (in.x_used & scalars) break;
       std::uint32_t sources = 0;
-      if (in.how != action::load) {
+      if (in.how != Action::load) {
         for (unsigned k = 0; k < in.source_count; ++k) sources |= 1u << in.sources[k];
-        if (in.inactive == predication::merging && !is_full(in, known_)) sources |= 1u << in.d;
+        if (in.inactive == Predication::merging && !is_full(in, known_)) sources |= 1u << in.d;
       }
       const std::uint32_t now_read = read | (sources & ~written), now_written = written | 1u << in.d;
-      const bool now_loads = loads || in.how == action::load;
-      if (in.how == action::load && ++addresses > 3) break;
+      const bool now_loads = loads || in.how == Action::load;
+      if (in.how == Action::load && ++addresses > 3) break;
       if (std::popcount(now_read | now_written) > 10 && i > first) break;
       if (now_loads && (now_read & now_written) && i > first) break;
       read = now_read;
@@ -523,12 +523,12 @@ class translator {
   void put_group(std::size_t first, std::size_t end) {
     bool loads = false;
     address_count_ = 0;
-    for (std::size_t i = first; i < end; ++i) loads |= insns_[i].how == action::load;
+    for (std::size_t i = first; i < end; ++i) loads |= insns_[i].how == Action::load;
     // Addresses, and the accesses' ends, so that what faults does so before anything has changed.
     unsigned next_temp = 0;
     for (std::size_t i = first; i < end; ++i) {
-      if (insns_[i].how != action::load) continue;
-      const address a = put_address(insns_[i], next_temp);
+      if (insns_[i].how != Action::load) continue;
+      const Address a = put_address(insns_[i], next_temp);
       addresses_[address_count_] = a;
       addresses_[address_count_++].at = i;
     }
@@ -549,16 +549,16 @@ class translator {
     for (std::uint32_t left = live_in_; left != 0; left &= left - 1) {
       const auto n = static_cast<unsigned>(std::countr_zero(left));
       store_q(n, z_offset(n, 0));
-      if (loads) log_->add(code_->size(), code_event::lent_z, n);
+      if (loads) log_->add(code_->size(), CodeEvent::lent_z, n);
     }
     unsigned p = pieces;
     for (; p > 2; p -= 2) put_span(first, end, p - 2, 2);
     if (p == 2) put_span(first, end, 1, 1);
     put_span(first, end, 0, 1);
-    if (loads) log_->add(code_->size(), code_event::returned_z);
+    if (loads) log_->add(code_->size(), CodeEvent::returned_z);
     for (std::size_t i = first; i < end; ++i) {
-      if (insns_[i].how != action::scalar) continue;
-      log_->add(code_->size(), code_event::instruction, 0, i);
+      if (insns_[i].how != Action::scalar) continue;
+      log_->add(code_->size(), CodeEvent::instruction, 0, i);
       code_->put(insns_[i].word);
     }
   }
@@ -571,7 +571,7 @@ class translator {
     for (unsigned k = 0; k < mask_count_; ++k) masks_[k].made = false;
     for (std::size_t i = first; i < end; ++i) {
       current_ = i;
-      if (insns_[i].how != action::scalar) put_piece(insns_[i]);
+      if (insns_[i].how != Action::scalar) put_piece(insns_[i]);
     }
     if (p == 0) return;  // they lie where they belong
     for (std::uint32_t left = dirty_; left != 0; left &= left - 1) {
@@ -627,9 +627,9 @@ class translator {
     constants_[constant_count_] = {value, gpr, size, new_spare()};
     return constants_[constant_count_++].home;
   }
-  void put_constant(const constant& c, unsigned t) {
+  void put_constant(const Constant& c, unsigned t) {
     if (c.gpr != no_register) {
-      static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
+      static constexpr const Form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
       code_->put(*dups[c.size], c.home, c.gpr);
     } else if (c.value == 0) {
       code_->put(movi_zero, c.home);
@@ -648,7 +648,7 @@ class translator {
   }
 
   // All ones in active elements.
-  unsigned mask_home(const insn& i, unsigned half) {
+  unsigned mask_home(const Insn& i, unsigned half) {
     unsigned k = 0;
     while (k < mask_count_ && (masks_[k].pg != i.pg || masks_[k].size != i.size)) ++k;
     if (k == mask_count_) {
@@ -659,7 +659,7 @@ class translator {
       const unsigned a = new_spare(), b2 = new_spare();
       masks_[mask_count_++] = {i.pg, i.size, {a, b2}, false};
     }
-    mask& m = masks_[k];
+    Mask& m = masks_[k];
     if (!m.made) {
       m.made = true;
       for (unsigned h = 0; h < halves_; ++h) put_mask(m.home[h], i.pg, i.size, piece_ + h);
@@ -675,25 +675,25 @@ class translator {
   // ---- One instruction on the pieces of a span ----
 
   // Its operands in a half.
-  struct operands {
+  struct Operands {
     unsigned d, x, y, z;
   };
 
-  void put_piece(const insn& i) {
+  void put_piece(const Insn& i) {
     const bool masked = !is_full(i, known_);
-    if (i.how == action::load) return put_load_piece(i, masked);
+    if (i.how == Action::load) return put_load_piece(i, masked);
     for (unsigned k = 0; k < i.source_count; ++k) use(i.sources[k]);
-    if (masked && i.inactive == predication::merging) use(i.d);
+    if (masked && i.inactive == Predication::merging) use(i.d);
     unsigned second = no_register;
     const unsigned size = i.size;
-    if (i.has_immediate && i.how != action::shift_left && i.how != action::shift_right &&
-        i.how != action::shift_right_signed && i.how != action::complex_fused)
+    if (i.has_immediate && i.how != Action::shift_left && i.how != Action::shift_right &&
+        i.how != Action::shift_right_signed && i.how != Action::complex_fused)
       second = constant_home(replicated(i.immediate, size), no_register, size);
-    if (i.how == action::copy && !i.has_immediate) second = constant_home(0, i.xn, size);
+    if (i.how == Action::copy && !i.has_immediate) second = constant_home(0, i.xn, size);
     if (measuring_ && masked) mask_home(i, 0);
     define(i.d);
     for (unsigned h = 0; h < halves_; ++h) {
-      operands o{home(i.d, h), no_register, second, no_register};
+      Operands o{home(i.d, h), no_register, second, no_register};
       if (i.source_count > 0) o.x = home(i.sources[0], h);
       if (i.source_count > 1) o.y = home(i.sources[1], h);
       if (i.source_count > 2) o.z = home(i.sources[2], h);
@@ -701,10 +701,10 @@ class translator {
     }
   }
 
-  void finish(const insn& i, const operands& o, unsigned result, unsigned m) {
+  void finish(const Insn& i, const Operands& o, unsigned result, unsigned m) {
     if (m == no_register)
       move_v(o.d, result);
-    else if (i.inactive == predication::merging)
+    else if (i.inactive == Predication::merging)
       vector(v_bit_v, 0, o.d, result, m);
     else
       vector(v_and_v, 0, o.d, result, m);
@@ -716,14 +716,14 @@ class translator {
     return scratch(k);
   }
 
-  void put_operation(const insn& i, const operands& o, unsigned m) {
+  void put_operation(const Insn& i, const Operands& o, unsigned m) {
     const unsigned size = i.size;
     const unsigned result = m == no_register ? o.d : scratch(0);
     switch (i.how) {
-      case action::binary:
-      case action::reversed: {
+      case Action::binary:
+      case Action::reversed: {
         const bool is_bitwise = i.form->sizes == 1;
-        const auto [a, c] = i.how == action::reversed ? std::pair{o.y, o.x} : std::pair{o.x, o.y};
+        const auto [a, c] = i.how == Action::reversed ? std::pair{o.y, o.x} : std::pair{o.x, o.y};
         if (size == element_d && is_extreme(i)) {
           const bool is_least = i.form == &v_smin || i.form == &v_umin;
           const unsigned t = scratch(0);
@@ -736,17 +736,17 @@ class translator {
         if (m != no_register) finish(i, o, result, m);
         break;
       }
-      case action::fp_binary:
-      case action::fp_reversed: {
+      case Action::fp_binary:
+      case Action::fp_reversed: {
         const unsigned x = active(o.x, m, 1), y = active(o.y, m, 2);
-        vector(*i.form, size, result, i.how == action::fp_reversed ? y : x, i.how == action::fp_reversed ? x : y);
+        vector(*i.form, size, result, i.how == Action::fp_reversed ? y : x, i.how == Action::fp_reversed ? x : y);
         if (m != no_register) finish(i, o, result, m);
         break;
       }
-      case action::fp_divide:
-      case action::fp_divide_reversed: {
+      case Action::fp_divide:
+      case Action::fp_divide_reversed: {
         // Inactive elements divide 0 by 1.
-        const bool is_reversed = i.how == action::fp_divide_reversed;
+        const bool is_reversed = i.how == Action::fp_divide_reversed;
         unsigned x = is_reversed ? o.y : o.x, y = is_reversed ? o.x : o.y;
         if (m != no_register) {
           x = active(x, m, 1);
@@ -760,11 +760,11 @@ class translator {
         if (m != no_register) finish(i, o, result, m);
         break;
       }
-      case action::fused:
-      case action::fp_fused:
-      case action::fp_fused_negated: {
+      case Action::fused:
+      case Action::fp_fused:
+      case Action::fp_fused_negated: {
         const unsigned addend = i.accumulates ? o.x : o.z, a = i.accumulates ? o.y : o.x, c = i.accumulates ? o.z : o.y;
-        const bool is_fp = i.how != action::fused, negates = i.how == action::fp_fused_negated;
+        const bool is_fp = i.how != Action::fused, negates = i.how == Action::fp_fused_negated;
         if (m == no_register && addend == o.d && !negates) {
           vector(*i.form, size, o.d, a, c);  // reads all before it writes
           break;
@@ -782,7 +782,7 @@ class translator {
         finish(i, o, t, m);
         break;
       }
-      case action::complex_fused: {
+      case Action::complex_fused: {
         // Real parts are even elements. The product's first factor is one part of x, twice; the second y, or for an
         // odd number of quarter turns y with its parts exchanged, with the signs of the turn.
         const auto turn = static_cast<unsigned>(i.immediate) / 90;
@@ -817,41 +817,41 @@ class translator {
         }
         break;
       }
-      case action::unary:
+      case Action::unary:
         vector(*i.form, i.form->sizes == 1 ? 0 : size, result, o.x);
         if (m != no_register) finish(i, o, result, m);
         break;
-      case action::fp_unary:
+      case Action::fp_unary:
         vector(*i.form, size, result, active(o.x, m, 1));
         if (m != no_register) finish(i, o, result, m);
         break;
-      case action::reverse: {
+      case Action::reverse: {
         // The parts of the instruction's letter, within an element.
         const unsigned part = i.form == &v_rev16 ? 0 : i.form == &v_rev32 ? 1 : 2;
-        const vector_form& f = size == 1 ? v_rev16 : size == 2 ? v_rev32 : v_rev64;
+        const VectorForm& f = size == 1 ? v_rev16 : size == 2 ? v_rev32 : v_rev64;
         vector(f, part, result, o.x);
         if (m != no_register) finish(i, o, result, m);
         break;
       }
-      case action::extend_signed:
-      case action::extend_unsigned: {
+      case Action::extend_signed:
+      case Action::extend_unsigned: {
         const unsigned kept = 8u << count_size(i.row->mnemonic()), shift = (8u << size) - kept;
         const unsigned t = scratch(0);
         vector(v_shl, size, t, o.x, shift);
-        vector(i.how == action::extend_signed ? v_sshr : v_ushr, size, m == no_register ? o.d : t, t, shift);
+        vector(i.how == Action::extend_signed ? v_sshr : v_ushr, size, m == no_register ? o.d : t, t, shift);
         if (m != no_register) finish(i, o, t, m);
         break;
       }
-      case action::convert: {
+      case Action::convert: {
         const unsigned x = active(o.x, m, 1), t = scratch(0);
         switch (i.converts) {
-          case conversion::narrow:
+          case Conversion::narrow:
             code_->put(fcvtn_s, t, x);
             vector(v_uxtl, element_s, t, t);
             break;
-          case conversion::from_signed:
-          case conversion::from_unsigned: {
-            const bool is_signed = i.converts == conversion::from_signed;
+          case Conversion::from_signed:
+          case Conversion::from_unsigned: {
+            const bool is_signed = i.converts == Conversion::from_signed;
             vector(v_shl, element_d, t, x, 32);
             vector(is_signed ? v_sshr : v_ushr, element_d, t, t, 32);
             vector(is_signed ? v_scvtf : v_ucvtf, element_d, t, t);
@@ -860,24 +860,24 @@ class translator {
           default:
             vector(v_xtn, element_s, t, x);
             code_->put(fcvtl_d, t, t);
-            if (i.converts == conversion::widen_and_convert) vector(*i.form, element_d, t, t);
+            if (i.converts == Conversion::widen_and_convert) vector(*i.form, element_d, t, t);
         }
         finish(i, o, t, m);
         break;
       }
-      case action::shift_left:
-      case action::shift_right:
-      case action::shift_right_signed:
+      case Action::shift_left:
+      case Action::shift_right:
+      case Action::shift_right_signed:
         if (!i.has_immediate) {
           // By as many as the element has bits at most; to the right is to the left by a negative number.
           const unsigned t = scratch(1);
           vector(v_umin, size, t, o.y, constant_home(replicated(8 << size, size), no_register, size));
-          if (i.how != action::shift_left) vector(v_neg, size, t, t);
-          vector(i.how == action::shift_right_signed ? v_sshl : v_ushl, size, result, o.x, t);
+          if (i.how != Action::shift_left) vector(v_neg, size, t, t);
+          vector(i.how == Action::shift_right_signed ? v_sshl : v_ushl, size, result, o.x, t);
           if (m != no_register) finish(i, o, result, m);
           break;
         }
-        if (i.how != action::shift_left) {
+        if (i.how != Action::shift_left) {
           vector(*i.form, size, result, o.x, static_cast<unsigned>(i.immediate));
           if (m != no_register) finish(i, o, result, m);
           break;
@@ -885,10 +885,10 @@ class translator {
         vector(v_shl, size, result, o.x, static_cast<unsigned>(i.immediate));
         if (m != no_register) finish(i, o, result, m);
         break;
-      case action::move:
+      case Action::move:
         finish(i, o, o.x, m);
         break;
-      case action::select:
+      case Action::select:
         if (m == no_register) {
           move_v(o.d, o.x);
         } else {
@@ -897,7 +897,7 @@ class translator {
           move_v(o.d, scratch(0));
         }
         break;
-      case action::copy:
+      case Action::copy:
         finish(i, o, o.y, m);
         break;
       default:
@@ -908,11 +908,11 @@ class translator {
   // ---- Memory ----
 
   // The register and the offset of a contiguous access. The offset is a multiple of 16 in reach of all pieces.
-  address put_address(const insn& i, unsigned& next_temp) {
+  Address put_address(const Insn& i, unsigned& next_temp) {
     const unsigned n = i.xn;
     std::int64_t offset = 0;
     unsigned from = n;
-    if (i.row->form->address == decode::address_form::base_index) {
+    if (i.row->form->address == decode::AddressForm::base_index) {
       const unsigned r = temp(next_temp++);
       const unsigned shift = memory_size(i);
       if (n == sp) {
@@ -934,14 +934,14 @@ class translator {
     return {0, r, 0};
   }
 
-  void put_probe(const address& a, unsigned span) {
+  void put_probe(const Address& a, unsigned span) {
     code_->put(ldrb_w, zero, a.r, a.offset);
     code_->put(ldrb_w, zero, a.r, a.offset + static_cast<int>(span) - 1);
   }
 
-  void put_load_piece(const insn& i, bool masked) {
+  void put_load_piece(const Insn& i, bool masked) {
     const unsigned d = i.d, size = i.size;
-    const address* a = addresses_;
+    const Address* a = addresses_;
     while (a->at != current_) ++a;
     const unsigned memory = memory_size(i), steps = size - memory;
     define(d);
@@ -951,7 +951,7 @@ class translator {
     } else if (steps == 0) {
       code_->put(ldr_q, d, a->r, a->offset + 16 * static_cast<int>(piece_));
     } else {
-      static constexpr const form* loads[] = {nullptr, &ldr_d, &ldr_s, &ldr_h};
+      static constexpr const Form* loads[] = {nullptr, &ldr_d, &ldr_s, &ldr_h};
       for (unsigned h = 0; h < halves_; ++h) {
         const unsigned r = home(d, h);
         code_->put(*loads[steps], r, a->r, a->offset + static_cast<int>((16 >> steps) * (piece_ + h)));
@@ -962,12 +962,12 @@ class translator {
     for (unsigned h = 0; h < halves_; ++h) vector(v_and_v, 0, home(d, h), home(d, h), mask_home(i, h));
   }
 
-  void put_store(const insn& i) {
+  void put_store(const Insn& i) {
     const unsigned n = i.sources[0], size = i.size, memory = memory_size(i), steps = size - memory;
     unsigned next_temp = 0;
-    const address a = put_address(i, next_temp);
+    const Address a = put_address(i, next_temp);
     if (!is_full(i, known_)) return put_partial_store(i, a, next_temp);
-    static constexpr const form* stores[] = {&str_q, &str_d, &str_s, &str_h};
+    static constexpr const Form* stores[] = {&str_q, &str_d, &str_s, &str_h};
     const unsigned t = spare(0), u = steps == 0 ? spare(1) : t;
     for (unsigned p = 0; p < pieces; ++p) {
       const int at = a.offset + static_cast<int>((16 >> steps) * p);
@@ -990,9 +990,9 @@ class translator {
   }
 
   // Element by element, since nothing but active elements may be written.
-  void put_partial_store(const insn& i, const address& a, unsigned next_temp) {
-    static constexpr const form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
-    static constexpr const form* stores[] = {&strb_w, &strh_w, &str_w, &str_x};
+  void put_partial_store(const Insn& i, const Address& a, unsigned next_temp) {
+    static constexpr const Form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
+    static constexpr const Form* stores[] = {&strb_w, &strh_w, &str_w, &str_x};
     const unsigned n = i.sources[0], size = i.size, memory = memory_size(i);
     const unsigned z = temp(next_temp), p = temp(next_temp + 1), value = temp(next_temp + 2);
     store_q(n, z_offset(n, 0));
@@ -1000,7 +1000,7 @@ class translator {
     if (size == element_s) {
       // Two at a time.
       const unsigned other = temp(next_temp + 3);
-      const form& store = *stores[memory];
+      const Form& store = *stores[memory];
       for (unsigned e = 0; e < elements(size); e += 2) {
         code_->put(ldr_x, p, base_, p_offset(i.pg, e << size));
         code_->put(ldp_w, value, other, z, e << size);
@@ -1044,15 +1044,15 @@ class translator {
     code_->put(str_q, t, to, 16 * (pieces - 1));
   }
 
-  void put_while(const insn& i) {
+  void put_while(const Insn& i) {
     const unsigned k = temp(0), t = temp(1), u = temp(2);
     const unsigned count = elements(i.size);
     spare(1);
     // How many elements, at most all: the flags are this instruction's to write.
     code_->put(movz_w, t, count);
-    const bool is_signed = i.how == action::while_signed;
-    const form& subtract = i.is_w ? subs_w : subs_x;
-    const form& select = is_signed ? csel_ge : csel_hs;
+    const bool is_signed = i.how == Action::while_signed;
+    const Form& subtract = i.is_w ? subs_w : subs_x;
+    const Form& select = is_signed ? csel_ge : csel_hs;
     const std::string_view mnemonic = i.row->mnemonic();
     if (mnemonic == "whilele" || mnemonic == "whilels") {
       // As if the limit were one more; all of them where it is the greatest number already, which counting on from
@@ -1085,7 +1085,7 @@ class translator {
     put_predicate(i.pd, t, u);
   }
 
-  void put_pattern(const insn& i) {
+  void put_pattern(const Insn& i) {
     const unsigned t = temp(0), u = temp(1);
     const unsigned active = active_elements(i);
     spare(1);
@@ -1095,7 +1095,7 @@ class translator {
     put_predicate(i.pd, t, u);
   }
 
-  void put_logic(const insn& i) {
+  void put_logic(const Insn& i) {
     const unsigned r = spare(0), other = spare(1), one = spare(2), t = temp(0);
     const bool is_move = is_predicate_move(i);
     if (is_move) {
@@ -1126,7 +1126,7 @@ class translator {
     put_predicate_bytes(ffr_offset(0), t, u);
   }
 
-  void put_read_ffr(const insn& i) {
+  void put_read_ffr(const Insn& i) {
     const unsigned r = spare(0), other = spare(1), one = spare(2), t = temp(0);
     put_full(i.pd, zero);
     code_->put(movz_w, t, 1);
@@ -1153,7 +1153,7 @@ class translator {
   }
   void put_firsts(unsigned r, unsigned size) { put_constant({replicated(1, size), no_register, size, r}, temp(0)); }
 
-  void put_test(const insn& i) {
+  void put_test(const Insn& i) {
     const unsigned r = spare(0), other = spare(1), firsts = spare(2), any = spare(3);
     put_firsts(firsts, element_b);
     for (unsigned p = 0; p < pieces; ++p) {
@@ -1163,7 +1163,7 @@ class translator {
     put_flags(i.pg, i.pn, element_b, any, true);
   }
 
-  void put_count_active(const insn& i) {
+  void put_count_active(const Insn& i) {
     if (i.xd == zero) return;
     const unsigned r = spare(0), other = spare(1), firsts = spare(2), sum = spare(3), t = temp(0);
     put_firsts(firsts, i.size);
@@ -1178,7 +1178,7 @@ class translator {
     if (!is_count) code_->put(i.form == &v_add ? add_x : sub_x, i.xd, i.xd, t);
   }
 
-  void put_compact(const insn& i) {
+  void put_compact(const Insn& i) {
     const unsigned n = i.sources[0], z = temp(0), p = temp(1), value = temp(2), at = temp(3);
     const unsigned t = spare(0), u = spare(1);
     const int gathered = state_offset + SVE_ENTRY_GATHERED;
@@ -1211,11 +1211,11 @@ class translator {
     store_q(t, z_offset(d, 16 * (pieces - 1)));
   }
 
-  void put_compare(const insn& i) {
+  void put_compare(const Insn& i) {
     const bool masked = !is_full(i, known_);
-    const bool sets_flags = i.how <= action::compare_not;
-    const bool is_reversed = i.how == action::compare_reversed || i.how == action::fp_compare_reversed;
-    const bool is_negated = i.how == action::compare_not || i.how == action::fp_compare_not;
+    const bool sets_flags = i.how <= Action::compare_not;
+    const bool is_reversed = i.how == Action::compare_reversed || i.how == Action::fp_compare_reversed;
+    const bool is_negated = i.how == Action::compare_not || i.how == Action::fp_compare_not;
     const unsigned size = i.size;
     unsigned k = 0;
     const unsigned r = spare(k++), any = spare(k++);
@@ -1329,14 +1329,14 @@ class translator {
   // ---- Memory by vectors of addresses ----
 
   // An element's address or offset, extended, to `at`.
-  void put_index(const insn& i, unsigned at, unsigned indices, unsigned e) {
-    const operand* offset = i.row->find(operand_role::offset);
+  void put_index(const Insn& i, unsigned at, unsigned indices, unsigned e) {
+    const Operand* offset = i.row->find(OperandRole::offset);
     const auto extends =
-        i.row->form->address == decode::address_form::vector_immediate ? decode::extension::none : offset->extends;
+        i.row->form->address == decode::AddressForm::vector_immediate ? decode::Extension::none : offset->extends;
     const unsigned place = e << i.size;
-    if (extends == decode::extension::sxtw)
+    if (extends == decode::Extension::sxtw)
       code_->put(ldrsw_x, at, indices, place);
-    else if (extends == decode::extension::uxtw || i.size == element_s)
+    else if (extends == decode::Extension::uxtw || i.size == element_s)
       code_->put(ldr_w, at, indices, place);
     else
       code_->put(ldr_x, at, indices, place);
@@ -1344,12 +1344,12 @@ class translator {
 
   // Gathers and scatters of words and doublewords, an element at a time. What is loaded reaches its register when all
   // of it is there.
-  void put_gather(const insn& i) {
-    const bool masked = !is_full(i, known_), loads = i.how == action::gather;
-    const bool by_vector = i.row->form->address == decode::address_form::vector_immediate;
+  void put_gather(const Insn& i) {
+    const bool masked = !is_full(i, known_), loads = i.how == Action::gather;
+    const bool by_vector = i.row->form->address == decode::AddressForm::vector_immediate;
     const unsigned size = i.size, memory = memory_size(i);
     const unsigned index = i.sources[loads ? 0 : 1];
-    const bool is_scaled = !by_vector && i.row->find(operand_role::offset)->shift != 0;
+    const bool is_scaled = !by_vector && i.row->find(OperandRole::offset)->shift != 0;
     const std::int64_t offset = by_vector ? i.immediate * static_cast<std::int64_t>(i.row->offset_unit()) : 0;
     const unsigned at = temp(0), value = temp(1), indices = temp(2), data = temp(3);
     unsigned from = i.xn;
@@ -1391,10 +1391,10 @@ class translator {
         code_->put(add_x_lsl, at, from, at, is_scaled ? memory : 0);
         code_->put(ldrsw_x, value, at, 0);
       } else if (loads) {
-        const form& f = is_word ? is_scaled ? ldr_w_scaled : ldr_w_index : is_scaled ? ldr_x_scaled : ldr_x_index;
+        const Form& f = is_word ? is_scaled ? ldr_w_scaled : ldr_w_index : is_scaled ? ldr_x_scaled : ldr_x_index;
         code_->put(f, value, from, at);
       } else {
-        const form& f = is_word ? is_scaled ? str_w_scaled : str_w_index : is_scaled ? str_x_scaled : str_x_index;
+        const Form& f = is_word ? is_scaled ? str_w_scaled : str_w_index : is_scaled ? str_x_scaled : str_x_index;
         code_->put(f, value, from, at);
       }
       if (loads) code_->put(size == element_s ? str_w : str_x, value, data, place);
@@ -1404,11 +1404,11 @@ class translator {
   }
 
   // Structures of two to four, of which the processor has instructions for a piece of each register.
-  void put_structure(const insn& i) {
+  void put_structure(const Insn& i) {
     const bool masked = !is_full(i, known_);
     const unsigned count = i.row->function->registers, first = i.is_store ? i.sources[0] : i.d;
     unsigned next_temp = 0;
-    const address a = put_address(i, next_temp);
+    const Address a = put_address(i, next_temp);
     const unsigned at = temp(next_temp);
     const unsigned m = masked ? spare(0) : no_register;
     const unsigned span = count * static_cast<unsigned>(vector_bytes);
@@ -1420,7 +1420,7 @@ class translator {
     if (i.is_store)
       for (unsigned r = first; r < first + count; ++r) {
         store_q(r, z_offset(r, 0));
-        log_->add(code_->size(), code_event::lent_z, r);
+        log_->add(code_->size(), CodeEvent::lent_z, r);
       }
     // The low piece is the last to be loaded, and the first to be stored.
     for (unsigned k = 0; k < pieces; ++k) {
@@ -1438,13 +1438,13 @@ class translator {
     }
     if (!i.is_store) return;
     for (unsigned r = first; r < first + count; ++r) load_q(r, z_offset(r, 0));
-    log_->add(code_->size(), code_event::returned_z);
+    log_->add(code_->size(), CodeEvent::returned_z);
   }
 
   // One element to all.
-  void put_replicate(const insn& i) {
-    static constexpr const form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
-    static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
+  void put_replicate(const Insn& i) {
+    static constexpr const Form* loads[] = {&ldrb_w, &ldrh_w, &ldr_w, &ldr_x};
+    static constexpr const Form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
     const bool masked = !is_full(i, known_);
     const unsigned value = temp(0), all = spare(0), t = spare(1);
     code_->put(*loads[memory_size(i)], value, i.xn, i.immediate * static_cast<std::int64_t>(i.row->offset_unit()));
@@ -1461,11 +1461,11 @@ class translator {
   }
 
   // Starts and steps, each a general register or an immediate.
-  void put_series(const insn& i) {
-    static constexpr const form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
+  void put_series(const Insn& i) {
+    static constexpr const Form* dups[] = {&dup_b, &dup_h, &dup_s, &dup_d};
     const auto kinds = i.row->operands();
-    const bool starts_at_x = kinds[1].kind != operand_kind::immediate;
-    const bool steps_by_x = kinds[2].kind != operand_kind::immediate;
+    const bool starts_at_x = kinds[1].kind != OperandKind::immediate;
+    const bool steps_by_x = kinds[2].kind != OperandKind::immediate;
     const unsigned x = temp(0), values = spare(0), steps = spare(1), t = spare(2);
     // Makes `x` the number where it is none of the program's registers.
     const auto number = [&](bool is_x, unsigned reg, std::int64_t immediate) {
@@ -1508,13 +1508,13 @@ class translator {
 
   // ---- Across pieces ----
 
-  void put_unpack(const insn& i) {
+  void put_unpack(const Insn& i) {
     const unsigned n = i.sources[0], from_size = i.size - 1;
-    const vector_form& low = *i.form;
-    const vector_form& high = i.form == &v_sxtl ? v_sxtl2 : v_uxtl2;
+    const VectorForm& low = *i.form;
+    const VectorForm& high = i.form == &v_sxtl ? v_sxtl2 : v_uxtl2;
     const unsigned t = spare(0), a = spare(1), b2 = spare(2), z = temp(0);
     store_q(n, z_offset(n, 0));
-    const bool is_low = i.how == action::unpack_low;
+    const bool is_low = i.how == Action::unpack_low;
     add_offset(z, base_, z_offset(n, is_low ? 0 : static_cast<unsigned>(vector_bytes) / 2));
     // In an order in which no piece is overwritten that is still to be read. Of an odd number the last one is half a
     // piece.
@@ -1546,7 +1546,7 @@ class translator {
   }
 
   // The operand's piece, its inactive elements those of `identity`.
-  unsigned put_reduced_piece(const insn& i, unsigned p, unsigned home_, unsigned m, unsigned identity) {
+  unsigned put_reduced_piece(const Insn& i, unsigned p, unsigned home_, unsigned m, unsigned identity) {
     const unsigned n = i.sources[0];
     unsigned from = n;
     if (p > 0) load_q(from = home_, z_offset(n, 16 * p));
@@ -1561,10 +1561,10 @@ class translator {
     return home_;
   }
 
-  void put_sum(const insn& i) {
+  void put_sum(const Insn& i) {
     const bool masked = !is_full(i, known_);
     const unsigned t = spare(0), sum = spare(1), m = masked ? spare(2) : no_register;
-    static constexpr const form* sums[] = {&uaddlv_b, &uaddlv_h, &uaddlv_s, &addp_d};
+    static constexpr const Form* sums[] = {&uaddlv_b, &uaddlv_h, &uaddlv_s, &addp_d};
     for (unsigned p = 0; p < pieces; ++p) {
       const unsigned from = put_reduced_piece(i, p, t, m, no_register);
       code_->put(*sums[i.size], p == 0 ? sum : t, from);
@@ -1574,7 +1574,7 @@ class translator {
     move_v(i.d, sum);
   }
 
-  void put_reduction(const insn& i) {
+  void put_reduction(const Insn& i) {
     const bool masked = !is_full(i, known_);
     const unsigned t = spare(0), most = spare(1), m = masked ? spare(2) : no_register;
     unsigned identity = no_register;
@@ -1595,16 +1595,16 @@ class translator {
       else
         vector(*i.form, i.size, most, most, from);
     }
-    const vector_form& across = i.form == &v_smax   ? v_smaxv
-                                : i.form == &v_smin ? v_sminv
-                                : i.form == &v_umax ? v_umaxv
-                                                    : v_uminv;
+    const VectorForm& across = i.form == &v_smax   ? v_smaxv
+                               : i.form == &v_smin ? v_sminv
+                               : i.form == &v_umax ? v_umaxv
+                                                   : v_uminv;
     put_zero_rest(i.d);
     vector(across, i.size, i.d, most);
   }
 
   // One after the other, all being active.
-  void put_fp_ordered_sum(const insn& i) {
+  void put_fp_ordered_sum(const Insn& i) {
     const unsigned sum = spare(0), t = spare(1), piece = spare(2), n = i.sources[1];
     const bool is_single = i.size == element_s;
     move_v(sum, i.d);
@@ -1621,7 +1621,7 @@ class translator {
   }
 
   // A tree of neighbours, over as many pieces as a power of two, those that there are not being 0.
-  void put_fp_sum(const insn& i) {
+  void put_fp_sum(const Insn& i) {
     const bool masked = !is_full(i, known_);
     const unsigned m = masked ? spare(std::bit_width(pieces - 1) + 1) : no_register;
     const unsigned sum = put_fp_tree(i, m, 0, std::bit_ceil(pieces), 0);
@@ -1635,7 +1635,7 @@ class translator {
     }
   }
   // Of `count` pieces from `first` on, in the k-th spare register.
-  unsigned put_fp_tree(const insn& i, unsigned m, unsigned first, unsigned count, unsigned k) {
+  unsigned put_fp_tree(const Insn& i, unsigned m, unsigned first, unsigned count, unsigned k) {
     const unsigned at = spare(k);
     if (first >= pieces) {
       code_->put(movi_zero, at);
@@ -1650,98 +1650,98 @@ class translator {
 
   // ---- General registers ----
 
-  static std::int64_t counted(const insn& i) {
+  static std::int64_t counted(const Insn& i) {
     const std::int64_t multiplier = i.second_immediate;
     return VecTrueILength(static_cast<unsigned long>(i.immediate), static_cast<int>(elements(i.size))) * multiplier;
   }
 
-  void put_alone(const insn& i) {
+  void put_alone(const Insn& i) {
     switch (i.how) {
-      case action::scalar:
+      case Action::scalar:
         code_->put(i.word);
         break;
-      case action::store:
+      case Action::store:
         put_store(i);
         break;
-      case action::compare:
-      case action::compare_reversed:
-      case action::compare_not:
-      case action::fp_compare:
-      case action::fp_compare_reversed:
-      case action::fp_compare_not:
+      case Action::compare:
+      case Action::compare_reversed:
+      case Action::compare_not:
+      case Action::fp_compare:
+      case Action::fp_compare_reversed:
+      case Action::fp_compare_not:
         put_compare(i);
         break;
-      case action::fp_ordered_sum:
+      case Action::fp_ordered_sum:
         put_fp_ordered_sum(i);
         break;
-      case action::gather:
-      case action::scatter:
+      case Action::gather:
+      case Action::scatter:
         put_gather(i);
         break;
-      case action::replicate:
+      case Action::replicate:
         put_replicate(i);
         break;
-      case action::series:
+      case Action::series:
         put_series(i);
         break;
-      case action::structure:
+      case Action::structure:
         put_structure(i);
         break;
-      case action::nothing:
+      case Action::nothing:
         break;
-      case action::set_ffr:
+      case Action::set_ffr:
         put_set_ffr();
         break;
-      case action::read_ffr:
+      case Action::read_ffr:
         put_read_ffr(i);
         break;
-      case action::test:
+      case Action::test:
         put_test(i);
         break;
-      case action::count_active:
+      case Action::count_active:
         put_count_active(i);
         break;
-      case action::compact:
+      case Action::compact:
         put_compact(i);
         break;
-      case action::unpack_low:
-      case action::unpack_high:
+      case Action::unpack_low:
+      case Action::unpack_high:
         put_unpack(i);
         break;
-      case action::sum:
+      case Action::sum:
         put_sum(i);
         break;
-      case action::reduce:
+      case Action::reduce:
         put_reduction(i);
         break;
-      case action::fp_sum:
+      case Action::fp_sum:
         put_fp_sum(i);
         break;
-      case action::while_unsigned:
-      case action::while_signed:
+      case Action::while_unsigned:
+      case Action::while_signed:
         put_while(i);
         break;
-      case action::set_pattern:
+      case Action::set_pattern:
         put_pattern(i);
         break;
-      case action::logic:
+      case Action::logic:
         put_logic(i);
         break;
-      case action::count:
+      case Action::count:
         if (i.xd != zero) code_->put(movz_w, i.xd, counted(i));
         break;
-      case action::count_up:
-      case action::count_down:
-        if (i.xd != zero) add_offset(i.xd, i.xd, i.how == action::count_up ? counted(i) : -counted(i));
+      case Action::count_up:
+      case Action::count_down:
+        if (i.xd != zero) add_offset(i.xd, i.xd, i.how == Action::count_up ? counted(i) : -counted(i));
         break;
-      case action::add_length: {
+      case Action::add_length: {
         const bool by_vectors = i.row->mnemonic() == "addvl";
         const std::int64_t unit =
             by_vectors ? static_cast<std::int64_t>(vector_bytes) : static_cast<std::int64_t>(predicate_bytes);
         add_offset(i.xd, i.xn, i.immediate * unit + (i.xn == sp ? SVE_ENTRY_PUSHED : 0));
         break;
       }
-      case action::read_length:
+      case Action::read_length:
         if (i.xd != zero)
           code_->load_x(i.xd, static_cast<std::uint64_t>(i.immediate * static_cast<std::int64_t>(vector_bytes)));
         break;
@@ -1750,36 +1750,36 @@ class translator {
     }
   }
 
-  entry_buffer* code_ = nullptr;
-  event_log* log_ = nullptr;
-  const site* site_ = nullptr;
-  heavy_emitter put_handlers_ = nullptr;
+  EntryBuffer* code_ = nullptr;
+  EventLog* log_ = nullptr;
+  const Site* site_ = nullptr;
+  HeavyEmitter put_handlers_ = nullptr;
   std::size_t count_ = 0;
-  insn insns_[longest_run];
+  Insn insns_[longest_run];
 
   unsigned base_ = 0, temp_[7] = {}, temp_count_ = 0, borrowed_x_ = 3;
   unsigned spare_[32] = {}, spare_count_ = 0, borrowed_v_ = 0;
-  knowledge known_;
+  Knowledge known_;
 
   // Of the group at work.
   unsigned piece_ = 0, halves_ = 2;
   std::size_t current_ = 0;
   std::uint32_t have_ = 0, dirty_ = 0, live_in_ = 0;
   bool measuring_ = false;
-  half_registers other_{};
+  HalfRegisters other_{};
   unsigned next_spare_ = 0;
   unsigned scratch_[8] = {}, scratch_count_ = 0;
-  constant constants_[8] = {};
+  Constant constants_[8] = {};
   unsigned constant_count_ = 0;
-  mask masks_[4] = {};
+  Mask masks_[4] = {};
   unsigned mask_count_ = 0;
-  address addresses_[4] = {};
+  Address addresses_[4] = {};
   unsigned address_count_ = 0;
 };
 
 }  // namespace
 
-void put_thread_block(entry_buffer& code, unsigned to, unsigned by) {
+void put_thread_block(EntryBuffer& code, unsigned to, unsigned by) {
   const auto place = reinterpret_cast<std::uintptr_t>(&this_thread_block) -
                      reinterpret_cast<std::uintptr_t>(__builtin_thread_pointer());
   code.put(mrs_thread, to);
@@ -1788,8 +1788,8 @@ void put_thread_block(entry_buffer& code, unsigned to, unsigned by) {
   code.put(ldr_x_index, to, to, by);
 }
 
-void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only) {
-  static constinit translator at_work;
+void put_native(EntryBuffer& code, EventLog& log, const Site& s, HeavyEmitter put_handlers, bool scalars_only) {
+  static constinit Translator at_work;
   at_work.put_run(code, log, s, put_handlers, scalars_only);
 }
 

@@ -16,11 +16,11 @@
 namespace sve::runner {
 
 inline constexpr std::size_t most_entry_words = 8192;
-using entry_buffer = arm64::code_buffer<most_entry_words>;
+using EntryBuffer = arm64::CodeBuffer<most_entry_words>;
 
 /// What becomes true at a word of an entry's code, counted from the entry's begin.
-struct code_event {
-  enum kind : std::uint8_t {
+struct CodeEvent {
+  enum Kind : std::uint8_t {
     light_begin,    ///< of native code: nothing is done yet. `reg` is 1 if the run begins here
     borrowed_low,   ///< X register `reg` is pushed, as the `value`th
     borrowed_x,     ///< X register `reg` lies in slot `value`
@@ -42,10 +42,10 @@ struct code_event {
   std::uint16_t value;
 };
 
-class event_log {
+class EventLog {
  public:
   void restart() { size_ = 0, good_ = true; }
-  void add(std::size_t at, code_event::kind what, unsigned reg = 0, std::size_t value = 0) {
+  void add(std::size_t at, CodeEvent::Kind what, unsigned reg = 0, std::size_t value = 0) {
     if (size_ == most) {
       good_ = false;
       return;
@@ -56,24 +56,24 @@ class event_log {
   bool is_good() const { return good_; }
   std::size_t size() const { return size_; }
   void truncate(std::size_t size) { size_ = size; }
-  const code_event* data() const { return events_; }
+  const CodeEvent* data() const { return events_; }
 
  private:
   static constexpr std::size_t most = 2048;
-  code_event events_[most] = {};
+  CodeEvent events_[most] = {};
   std::size_t size_ = 0;
   bool good_ = true;
 };
 
 /// Puts what calls the handlers of the instructions from `first` to `end`. `is_last` if the run ends there.
-using heavy_emitter = void (*)(entry_buffer& code, event_log& log, const site& s, std::size_t first, std::size_t end,
-                               bool is_last);
+using HeavyEmitter = void (*)(EntryBuffer& code, EventLog& log, const Site& s, std::size_t first, std::size_t end,
+                              bool is_last);
 
 /// Puts the code of the whole run; if `scalars_only`, all instructions of SVE are handlers' calls. Where that cannot
 /// be, the buffer or the log is bad.
-void put_native(entry_buffer& code, event_log& log, const site& s, heavy_emitter put_handlers, bool scalars_only);
+void put_native(EntryBuffer& code, EventLog& log, const Site& s, HeavyEmitter put_handlers, bool scalars_only);
 
 /// Loads the thread's block into a register, by way of another one; 0 if there is none.
-void put_thread_block(entry_buffer& code, unsigned to, unsigned by);
+void put_thread_block(EntryBuffer& code, unsigned to, unsigned by);
 
 }  // namespace sve::runner

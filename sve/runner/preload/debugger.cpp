@@ -74,16 +74,16 @@ using namespace sve::runner;
 /// Read by gdb.py, which knows this order. All are words of 64 bits.
 extern const struct sve_run_debugger_interface {
   std::uint64_t version = 2;
-  thread_block* const* blocks;
-  std::uint64_t next = offsetof(thread_block, next), thread_id = offsetof(thread_block, thread_id),
-                running = offsetof(thread_block, running), used = offsetof(thread_block, used_sve),
-                state = offsetof(thread_block, state);
+  ThreadBlock* const* blocks;
+  std::uint64_t next = offsetof(ThreadBlock, next), thread_id = offsetof(ThreadBlock, thread_id),
+                running = offsetof(ThreadBlock, running), used = offsetof(ThreadBlock, used_sve),
+                state = offsetof(ThreadBlock, state);
   std::uint64_t x = offsetof(cpu_state, x), sp = offsetof(cpu_state, sp), nzcv = offsetof(cpu_state, nzcv),
                 z = offsetof(cpu_state, z), p = offsetof(cpu_state, p), ffr = offsetof(cpu_state, ffr);
-  entry_place* const* entries;
+  EntryPlace* const* entries;
   const void* entry_count;
   std::uint64_t vector_bytes = sve::vector_bytes;
-  std::uint64_t site_address = offsetof(site, address), site_count = offsetof(site, count);
+  std::uint64_t site_address = offsetof(Site, address), site_count = offsetof(Site, count);
   const char *save, *leaving, *left;
   const void* handler_return;
   const volatile void* end_is_near;

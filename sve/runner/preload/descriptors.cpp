@@ -54,9 +54,9 @@ RoomForDescriptors::~RoomForDescriptors() {
 }
 
 int write_quietly(int fd, const char* text, std::size_t size) {
-  constexpr signal_bits raised = bit(SIGPIPE) | bit(SIGXFSZ);
-  const signal_bits before = kernel_mask(SIG_BLOCK, raised);
-  signal_bits waiting = 0;
+  constexpr SignalBits raised = bit(SIGPIPE) | bit(SIGXFSZ);
+  const SignalBits before = kernel_mask(SIG_BLOCK, raised);
+  SignalBits waiting = 0;
   system_call(SYS_rt_sigpending, address(&waiting), sizeof waiting);
   int error = 0;
   while (size > 0) {
@@ -71,7 +71,7 @@ int write_quietly(int fd, const char* text, std::size_t size) {
   }
   if (error != 0) {
     // The signal that came with the error was ours; one that waited before is the program's.
-    const signal_bits ours = raised & ~waiting;
+    const SignalBits ours = raised & ~waiting;
     const timespec none{};
     system_call(SYS_rt_sigtimedwait, address(&ours), 0, address(&none), sizeof ours);
   }

@@ -32,10 +32,10 @@ __attribute__((visibility("default"), ifunc("sve_choose_finalize"))) void __cxa_
 namespace sve::runner {
 namespace {
 
-using initialiser = void (*)(int, char**, char**);
-using finaliser = void (*)(void*);
+using Initialiser = void (*)(int, char**, char**);
+using Finaliser = void (*)(void*);
 
-struct initial_stack {
+struct InitialStack {
   int argument_count;
   char** arguments;
   char** environment;
@@ -43,7 +43,7 @@ struct initial_stack {
 
 const std::uintptr_t* stack_end = nullptr;  // where the kernel has put the arguments
 
-initial_stack read_initial_stack() {
+InitialStack read_initial_stack() {
   const auto count = static_cast<int>(stack_end[0]);
   auto** arguments = reinterpret_cast<char**>(const_cast<std::uintptr_t*>(stack_end + 1));
   return {count, arguments, arguments + count + 1};
@@ -65,7 +65,7 @@ bool is_ourselves(const link_map* object) { return object->l_addr == reinterpret
 template <class Body>
 void for_each_early_initialiser(Body body) {
   for (std::uintptr_t& place : ourselves().initialisers()) {
-    const auto function = reinterpret_cast<initialiser>(place);
+    const auto function = reinterpret_cast<Initialiser>(place);
     place = reinterpret_cast<std::uintptr_t>(nothing);
     if (function == model_is_initialised) break;
     body(function);
@@ -81,7 +81,7 @@ void announce_to_loader(const LoadedObject& loader) {
   const auto vector = reinterpret_cast<std::uintptr_t>(entry + 1);
   std::size_t size = 0;
   auto* words = static_cast<std::uintptr_t*>(loader.find("_rtld_global_ro", &size));
-  thread_block* block = need_thread_block();
+  ThreadBlock* block = need_thread_block();
   if (!words || !features || !block || !announces()) return;
   for (std::size_t i = 0; i + 1 < size / sizeof *words; ++i) {
     if (words[i] != *features || words[i + 1] != vector) continue;
@@ -93,8 +93,8 @@ void announce_to_loader(const LoadedObject& loader) {
 bool has_started = false;
 
 void start_early(const LoadedObject& loader) {
-  const initial_stack initial = read_initial_stack();
-  for_each_early_initialiser([&](initialiser f) { f(initial.argument_count, initial.arguments, initial.environment); });
+  const InitialStack initial = read_initial_stack();
+  for_each_early_initialiser([&](Initialiser f) { f(initial.argument_count, initial.arguments, initial.environment); });
   serve_traps(initial.environment);
   announce_to_loader(loader);
   has_started = true;
@@ -150,17 +150,17 @@ bool others_choose(const link_map* objects, const LoadedObject& loader) {
   return false;
 }
 
-finaliser next_finaliser = nullptr;
+Finaliser next_finaliser = nullptr;
 
 // `caller` is in the loader.
-finaliser choose_finaliser(const void* caller) {
+Finaliser choose_finaliser(const void* caller) {
   if (next_finaliser) return next_finaliser;
   const LoadedObject loader = object_around(caller);
   const link_map* const objects = static_cast<const r_debug*>(loader.find("_r_debug"))->r_map;
   stack_end = *static_cast<const std::uintptr_t* const*>(loader.find("__libc_stack_end"));
   for (const link_map* other = objects; other && !next_finaliser; other = other->l_next) {
     if (is_ourselves(other) || other->l_addr == 0) continue;
-    next_finaliser = reinterpret_cast<finaliser>(LoadedObject(other->l_addr, other->l_ld).find("__cxa_finalize"));
+    next_finaliser = reinterpret_cast<Finaliser>(LoadedObject(other->l_addr, other->l_ld).find("__cxa_finalize"));
   }
   const LoadedObject us = ourselves();
   if (others_choose(objects, loader)) {
@@ -187,7 +187,7 @@ __attribute__((visibility("hidden"))) void __wrap___cxa_finalize(void* library) 
 __attribute__((visibility("hidden"))) void (*sve_start_early())(int, char**, char**) {
   using namespace sve::runner;
   if (has_started) {
-    for_each_early_initialiser([](initialiser) {});
+    for_each_early_initialiser([](Initialiser) {});
   } else {
     choose_finaliser(__builtin_return_address(0));
     start_early(object_around(__builtin_return_address(0)));

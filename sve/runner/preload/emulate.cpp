@@ -31,8 +31,8 @@ void print_failure(std::uint32_t word, const void* pc) {
   kernel_write(STDERR_FILENO, line.data(), line.size());
 }
 
-void execute(cpu_state* state, std::uint32_t word, decode_handler handle, site* s) {
-  const decode::row* const r = s && s->uses ? decode::find_row(word) : nullptr;
+void execute(cpu_state* state, std::uint32_t word, DecodeHandler handle, Site* s) {
+  const decode::Row* const r = s && s->uses ? decode::find_row(word) : nullptr;
   const auto done = r && has_lane_use(*r) ? execute_and_count(state, word, *r, &s->uses[state->pc - s->address])
                                           : handle(state, word);
   if (done != AARCH64_DECODE_EXECUTED) {
@@ -46,7 +46,7 @@ void execute(cpu_state* state, std::uint32_t word, decode_handler handle, site* 
 }
 
 // With a site, its run, up to the first instruction that is not of SVE; without one, as far as there are such words.
-void run(cpu_state* state, site* s) {
+void run(cpu_state* state, Site* s) {
   asm volatile("msr fpcr, %0\n\tmsr fpsr, %1" ::"r"(static_cast<std::uint64_t>(state->fpcr)),
                "r"(static_cast<std::uint64_t>(state->fpsr)));
   if (s) {
@@ -55,7 +55,7 @@ void run(cpu_state* state, site* s) {
   }
   do {
     const std::uint32_t word = *state->pc;
-    const decode_handler handle = handler_of(word);
+    const DecodeHandler handle = handler_of(word);
     if (!handle) return;
     execute(state, word, handle, nullptr);
     count_without_site(!is_sandboxed() && !in_borrowed_memory());
@@ -63,15 +63,15 @@ void run(cpu_state* state, site* s) {
 }
 
 // What a trap takes, but for the kernel's share.
-class time_of_trap {
+class TimeOfTrap {
  public:
-  explicit time_of_trap(thread_block* block) : block_(block), begun_(counts_time() ? read_counter() : 0) {}
-  ~time_of_trap() {
+  explicit TimeOfTrap(ThreadBlock* block) : block_(block), begun_(counts_time() ? read_counter() : 0) {}
+  ~TimeOfTrap() {
     if (counts_time()) block_->in_runs += read_counter() - begun_;
   }
 
  private:
-  thread_block* block_;
+  ThreadBlock* block_;
   std::uint64_t begun_;
 };
 
@@ -82,7 +82,7 @@ class time_of_trap {
 }
 
 // Whether the program's stack has what an entry takes of it.
-bool has_room_to_push(thread_block* block) {
+bool has_room_to_push(ThreadBlock* block) {
   const std::uint64_t sp = block->state.sp;
   return guarded(block, [sp] {
     touch(sp - SVE_ENTRY_PUSHED);
@@ -91,9 +91,9 @@ bool has_room_to_push(thread_block* block) {
 }
 
 // What native code asks of predicates.
-void learn_full_predicates(thread_block* block) {
+void learn_full_predicates(ThreadBlock* block) {
   std::fill(std::begin(block->full), std::end(block->full), 0);
-  if (translation_of_sites() != translation::native) return;
+  if (translation_of_sites() != Translation::native) return;
   for (unsigned n = 0; n < 16; ++n) {
     std::uint64_t all = ~std::uint64_t{0};
     for (std::size_t i = 0; i < vector_bytes; i += 8) {
@@ -109,17 +109,17 @@ void learn_full_predicates(thread_block* block) {
 
 }  // namespace
 
-decode_handler handler_of(std::uint32_t word) {
+DecodeHandler handler_of(std::uint32_t word) {
   return may_be_ours(word) && !decode::is_unallocated(word) ? is_sve(word) : nullptr;
 }
 
-bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context) {
+bool serve_trap(ThreadBlock* block, siginfo_t* info, ucontext_t* context) {
   cpu_state* state = &block->state;
   count_trap();
-  const time_of_trap time(block);
+  const TimeOfTrap time(block);
   load_state(state, context);
   std::uint32_t* const start = state->pc;
-  site* s = find_site(start);
+  Site* s = find_site(start);
   if (!s) notice_sandbox();
   // A vforked child makes none, and patches none: the lock may be held by a thread that the child has not, where it is
   // a copy after all.

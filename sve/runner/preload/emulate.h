@@ -12,9 +12,9 @@ namespace sve::runner {
 /// Executes what stands at the program's `pc`, and all instructions of ours that follow it directly. Returns true if
 /// the program goes on at `context`. Otherwise `context` is where it is, and `*info` the signal that it gets there:
 /// that of a fault of its memory, or the illegal instruction if it is not ours.
-bool serve_trap(thread_block* block, siginfo_t* info, ucontext_t* context);
+bool serve_trap(ThreadBlock* block, siginfo_t* info, ucontext_t* context);
 
 /// The handler of a word that the runner serves, or null.
-decode_handler handler_of(std::uint32_t word);
+DecodeHandler handler_of(std::uint32_t word);
 
 }  // namespace sve::runner

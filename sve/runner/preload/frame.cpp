@@ -18,7 +18,7 @@ constexpr std::size_t terminator_size = rounded(sizeof(_aarch64_ctx));
 constexpr std::size_t extra_size = rounded(sizeof(extra_context));
 constexpr std::size_t sve_size = rounded(SVE_SIG_CONTEXT_SIZE(quadwords));
 constexpr std::size_t frame_record_size = 16;
-constexpr std::size_t records_offset = offsetof(signal_frame, context.uc_mcontext.__reserved);
+constexpr std::size_t records_offset = offsetof(SignalFrame, context.uc_mcontext.__reserved);
 constexpr std::size_t largest_frame = 65536;  // the kernel's limit
 
 // The head of a record, at any place.
@@ -67,10 +67,10 @@ constexpr bool fits(std::size_t kernel_records, std::size_t size) {
 
 constexpr std::size_t frame_size(std::size_t kernel_records, std::size_t size) {
   const std::size_t extra = fits(kernel_records, size) ? 0 : extra_size + terminator_size;
-  return std::max(rounded(records_offset + kernel_records + extra + size + terminator_size), sizeof(signal_frame));
+  return std::max(rounded(records_offset + kernel_records + extra + size + terminator_size), sizeof(SignalFrame));
 }
 
-std::size_t sve_record_size(const thread_block* block) { return block->used_sve ? sve_size : sizeof(sve_context); }
+std::size_t sve_record_size(const ThreadBlock* block) { return block->used_sve ? sve_size : sizeof(sve_context); }
 
 template <class T>
 void put(void* at, const T& value) {
@@ -78,18 +78,18 @@ void put(void* at, const T& value) {
 }
 
 void pack(const std::uint8_t (&bytes)[vector_bytes], std::uint8_t* bits) {
-  predicate_words packed;
+  PredicateWords packed;
   pack_register(bytes, packed.words);
   std::memcpy(bits, packed.words, predicate_bytes);
 }
 
 void unpack(const std::uint8_t* bits, std::uint8_t (&bytes)[vector_bytes]) {
-  predicate_words packed{};
+  PredicateWords packed{};
   std::memcpy(packed.words, bits, predicate_bytes);
   unpack_register(packed.words, bytes);
 }
 
-void write_sve_record(std::uint8_t* at, const thread_block* block, const fpsimd_context* vectors) {
+void write_sve_record(std::uint8_t* at, const ThreadBlock* block, const fpsimd_context* vectors) {
   std::memset(at, 0, sve_record_size(block));
   sve_context head{};
   head.head = {SVE_MAGIC, static_cast<std::uint32_t>(sve_record_size(block))};
@@ -106,7 +106,7 @@ void write_sve_record(std::uint8_t* at, const thread_block* block, const fpsimd_
   pack(state.ffr, at + SVE_SIG_FFR_OFFSET(quadwords));
 }
 
-void read_sve_record(const std::uint8_t* at, thread_block* block) {
+void read_sve_record(const std::uint8_t* at, ThreadBlock* block) {
   cpu_state& state = block->state;
   block->used_sve = at != nullptr;
   std::memset(block->full, 0, sizeof block->full);
@@ -124,12 +124,12 @@ void read_sve_record(const std::uint8_t* at, thread_block* block) {
 }
 
 // The records of a frame that comes from the program, checked as the kernel checks them.
-struct found_records {
+struct FoundRecords {
   const std::uint8_t* fpsimd = nullptr;
   const std::uint8_t* sve = nullptr;
 };
 
-bool find_records(const signal_frame* frame, const ucontext_t* context, found_records* found) {
+bool find_records(const SignalFrame* frame, const ucontext_t* context, FoundRecords* found) {
   const auto* base = reinterpret_cast<const std::uint8_t*>(frame->context.uc_mcontext.__reserved);
   std::size_t limit = record_area, offset = 0;
   bool have_extra = false;
@@ -211,18 +211,18 @@ void store_vector(ucontext_t* context, unsigned n, const std::uint8_t (&bytes)[1
   std::memcpy(&fpsimd_record(context)->vregs[n], bytes, sizeof bytes);
 }
 
-frame_place place_frame(const thread_block* block, const ucontext_t* context, std::uintptr_t top) {
+FramePlace place_frame(const ThreadBlock* block, const ucontext_t* context, std::uintptr_t top) {
   const std::uintptr_t record = (top - frame_record_size) & ~std::uintptr_t{15};
-  return {reinterpret_cast<signal_frame*>(record - frame_size(records_size(context), sve_record_size(block))),
+  return {reinterpret_cast<SignalFrame*>(record - frame_size(records_size(context), sve_record_size(block))),
           reinterpret_cast<std::uint64_t*>(record)};
 }
 
-void write_frame(const frame_place& place, const thread_block* block, const siginfo_t& info, const ucontext_t* context,
-                 signal_bits mask) {
+void write_frame(const FramePlace& place, const ThreadBlock* block, const siginfo_t& info, const ucontext_t* context,
+                 SignalBits mask) {
   const mcontext_t& from = context->uc_mcontext;
   place.frame_record[0] = from.regs[29];
   place.frame_record[1] = from.regs[30];
-  signal_frame* frame = place.frame;
+  SignalFrame* frame = place.frame;
   frame->info = info;
   ucontext_t& to = frame->context;
   std::memset(&to, 0, offsetof(ucontext_t, uc_mcontext));
@@ -246,7 +246,7 @@ void write_frame(const frame_place& place, const thread_block* block, const sigi
   put(at + needed, _aarch64_ctx{});
 }
 
-bool read_frame(thread_block* block, const signal_frame* frame, ucontext_t* context) {
+bool read_frame(ThreadBlock* block, const SignalFrame* frame, ucontext_t* context) {
   const ucontext_t& from = frame->context;
   std::memcpy(&context->uc_mcontext, &from.uc_mcontext, offsetof(mcontext_t, __reserved));
   set_saved_mask(context, saved_mask(&from));
@@ -254,7 +254,7 @@ bool read_frame(thread_block* block, const signal_frame* frame, ucontext_t* cont
     context->uc_mcontext.pstate &= flag_mask;
     return false;
   }
-  found_records found;
+  FoundRecords found;
   if (!find_records(frame, context, &found)) return false;
   if (found.sve && !is_sve_record(found.sve)) return false;
   // A kernel that knows no SVE resumes from its own record of the V registers.

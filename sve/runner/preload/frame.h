@@ -28,11 +28,11 @@ void store_state(const cpu_state* state, ucontext_t* context);
 void store_vector(ucontext_t* context, unsigned n, const std::uint8_t (&bytes)[16]);
 
 /// The frame's mask, and the kernel's part of it alone.
-inline signal_bits saved_mask(const ucontext_t* context) { return to_bits(context->uc_sigmask); }
-inline void set_saved_mask(ucontext_t* context, signal_bits mask) { context->uc_sigmask = to_set(mask); }
+inline SignalBits saved_mask(const ucontext_t* context) { return to_bits(context->uc_sigmask); }
+inline void set_saved_mask(ucontext_t* context, SignalBits mask) { context->uc_sigmask = to_set(mask); }
 
 /// What stands at a handler's SP.
-struct signal_frame {
+struct SignalFrame {
   siginfo_t info;
   ucontext_t context;
 };
@@ -41,21 +41,21 @@ struct signal_frame {
 extern const std::size_t least_signal_stack;
 
 /// Where a frame is put, and what of it a handler is entered with.
-struct frame_place {
-  signal_frame* frame;
+struct FramePlace {
+  SignalFrame* frame;
   std::uint64_t* frame_record;  ///< the handler's X29
 };
 
 /// The place of a frame whose stack is free below `top`, for a program that is interrupted at `context`.
-frame_place place_frame(const thread_block* block, const ucontext_t* context, std::uintptr_t top);
+FramePlace place_frame(const ThreadBlock* block, const ucontext_t* context, std::uintptr_t top);
 
 /// Writes the frame: the program interrupted at `context`, with `mask` for its mask. To be guarded.
-void write_frame(const frame_place& place, const thread_block* block, const siginfo_t& info, const ucontext_t* context,
-                 signal_bits mask);
+void write_frame(const FramePlace& place, const ThreadBlock* block, const siginfo_t& info, const ucontext_t* context,
+                 SignalBits mask);
 
 /// What a handler has left of its frame goes to `context`, which the kernel is to resume, and to the thread's state:
 /// first the general registers and the mask, then, if the frame is one that the kernel would accept, all the rest.
 /// Returns false if it is not. To be guarded.
-bool read_frame(thread_block* block, const signal_frame* frame, ucontext_t* context);
+bool read_frame(ThreadBlock* block, const SignalFrame* frame, ucontext_t* context);
 
 }  // namespace sve::runner

@@ -42,7 +42,7 @@ int __cxa_at_quick_exit(void (*function)(void*), void* dso);
 namespace sve::runner {
 
 /// The next definition of each after ours. Looked up once at start, since a look-up is nothing for a signal handler.
-struct real_functions {
+struct RealFunctions {
 #define SVE_DECLARE(name) decltype(&::name) name;
   SVE_INTERPOSED(SVE_DECLARE)
 #undef SVE_DECLARE
@@ -53,7 +53,7 @@ struct real_functions {
   const char* (*strerrordesc_np)(int error);
 };
 
-extern real_functions real;
+extern RealFunctions real;
 
 /// The next definition of a function, for a library that is not active and passes everything on, to an active copy of
 /// it perhaps.

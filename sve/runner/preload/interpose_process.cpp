@@ -30,7 +30,7 @@
 
 namespace sve::runner {
 
-real_functions real;
+RealFunctions real;
 
 void find_real_functions() {
 #define SVE_FIND(name) real.name = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name));
@@ -52,7 +52,7 @@ using namespace sve::runner;
 
 [[noreturn]] void end_process(int status) {
   if (!is_active()) next<void(int)>("_exit")(status);
-  report(process_end::exit);
+  report(ProcessEnd::exit);
   for (;;) system_call(SYS_exit_group, status);
 }
 
@@ -87,22 +87,22 @@ bool library_is_reachable() {
 }
 
 bool inherits_length() {
-  const thread_block* block = need_thread_block();
+  const ThreadBlock* block = need_thread_block();
   return block && block->inherits_length;
 }
 
 // What a new program needs in its environment to be emulated too. A program may give one that lacks it; one that has
 // the library has the options too, or goes without them by intent.
-struct needed_environment {
+struct NeededEnvironment {
   int preload_at = -1;
   int options_at = -1;
   int ignored_at = -1;
   int count = 0;
   bool has_library = false;
   bool is_reachable = true;
-  signal_bits ignored;
+  SignalBits ignored;
 
-  needed_environment(char* const* environment, signal_bits ignored_signals)
+  NeededEnvironment(char* const* environment, SignalBits ignored_signals)
       : ignored(ignored_signals | (inherits_length() ? length_is_inherited : 0)) {
     for (; environment && environment[count]; ++count) {
       if (is_variable(environment[count], preload_variable)) preload_at = count;
@@ -155,8 +155,8 @@ struct needed_environment {
 
 // Calls `function` with an environment that has what is needed. On the stack: the caller may be a vforked child.
 template <class Function>
-int with_environment(char* const* environment, signal_bits ignored, Function function) {
-  const needed_environment needed(environment, ignored);
+int with_environment(char* const* environment, SignalBits ignored, Function function) {
+  const NeededEnvironment needed(environment, ignored);
   if (!is_active() || needed.is_complete()) return function(environment);
   auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 4)));
   auto* text = static_cast<char*>(alloca(needed.text_size(environment)));
@@ -183,8 +183,8 @@ bool is_found(const char* file) {
 template <class Function>
 int replace_program(bool likely, char* const* environment, Function function) {
   if (!is_active()) return function(environment);
-  if (likely) report(process_end::exec);
-  const signal_bits ignored = actions_before_exec();
+  if (likely) report(ProcessEnd::exec);
+  const SignalBits ignored = actions_before_exec();
   const int status = with_environment(environment, ignored, function);
   const int error = errno;
   actions_after_failed_exec();
@@ -211,11 +211,11 @@ int spawn(decltype(&::posix_spawn) function, pid_t* pid, const char* path, const
           const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
   posix_spawnattr_t own{};
   if (attributes) own = *attributes;
-  if (const signal_bits blocked = blocked_signals(); blocked != 0 && !(own.__flags & POSIX_SPAWN_SETSIGMASK)) {
+  if (const SignalBits blocked = blocked_signals(); blocked != 0 && !(own.__flags & POSIX_SPAWN_SETSIGMASK)) {
     own.__flags |= POSIX_SPAWN_SETSIGMASK;
     own.__ss = to_set(kernel_mask(SIG_BLOCK, 0) | blocked);
   }
-  signal_bits ignored = ignored_signals();
+  SignalBits ignored = ignored_signals();
   if (own.__flags & POSIX_SPAWN_SETSIGDEF) ignored &= ~to_bits(own.__sd);
   return with_environment(environment, ignored, [&](char* const* e) {
     return function(pid, path, files, own.__flags ? &own : attributes, arguments, e);
@@ -225,7 +225,7 @@ int spawn(decltype(&::posix_spawn) function, pid_t* pid, const char* path, const
 // Calls `function` with a command for the shell that puts what is needed into its environment first.
 template <class Function>
 auto with_command(const char* command, Function function) {
-  const needed_environment needed(environ, ignored_signals());
+  const NeededEnvironment needed(environ, ignored_signals());
   if (!command || !is_active() || needed.is_complete()) return function(command);
   auto** entries = static_cast<char**>(alloca(sizeof(char*) * (static_cast<std::size_t>(needed.count) + 4)));
   auto* text = static_cast<char*>(alloca(needed.text_size(environ)));
@@ -255,7 +255,7 @@ int request_vector_length(unsigned long argument) {
     errno = EINVAL;
     return -1;
   }
-  if (thread_block* block = need_thread_block()) block->inherits_length = (flags & PR_SVE_VL_INHERIT) != 0;
+  if (ThreadBlock* block = need_thread_block()) block->inherits_length = (flags & PR_SVE_VL_INHERIT) != 0;
   return vector_length();
 }
 
@@ -362,7 +362,7 @@ int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) n
   const auto real_clone = real.clone ? real.clone : next<decltype(::clone)>("clone");
   if (!is_active() || (flags & CLONE_VM) || !function || !stack)
     return real_clone(function, stack, flags, argument, parent_id, thread_pointer, child_id);
-  struct call {
+  struct Call {
     int (*function)(void*);
     void* argument;
   } in_child{function, argument};
@@ -370,7 +370,7 @@ int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) n
   const int child = real_clone(
       [](void* raw) -> int {
         after_fork_in_child();
-        const auto* own = static_cast<const call*>(raw);
+        const auto* own = static_cast<const Call*>(raw);
         end_process(own->function(own->argument));
       },
       stack, flags, &in_child, parent_id, thread_pointer, child_id);

@@ -14,10 +14,10 @@
 namespace {
 
 using namespace sve::runner;
-using simple_handler = void (*)(int);
+using SimpleHandler = void (*)(int);
 
 // Signals made interrupting by siginterrupt, for the `signal` calls to come.
-std::atomic<signal_bits> interrupting{0};
+std::atomic<SignalBits> interrupting{0};
 
 int result(int error) {
   if (error == 0) return 0;
@@ -26,12 +26,12 @@ int result(int error) {
 }
 
 // change_action, where the runner is active; otherwise what stands behind it has the actions.
-int change_shown_action(int sig, const program_action* action, program_action* old) {
+int change_shown_action(int sig, const ProgramAction* action, ProgramAction* old) {
   if (is_active()) return change_action(sig, action, old);
   struct sigaction wanted {
   }, before{};
   if (action) {
-    wanted.sa_handler = reinterpret_cast<simple_handler>(action->handler);
+    wanted.sa_handler = reinterpret_cast<SimpleHandler>(action->handler);
     wanted.sa_flags = static_cast<int>(action->flags);
     wanted.sa_mask = to_set(action->mask);
   }
@@ -43,17 +43,17 @@ int change_shown_action(int sig, const program_action* action, program_action* o
   return 0;
 }
 
-int change(int sig, simple_handler handler, unsigned long flags, signal_bits mask, simple_handler* old) {
+int change(int sig, SimpleHandler handler, unsigned long flags, SignalBits mask, SimpleHandler* old) {
   if (sig == 32 || sig == 33) return EINVAL;  // libc's own
-  const program_action action{reinterpret_cast<std::uintptr_t>(handler), flags, mask};
-  program_action before;
+  const ProgramAction action{reinterpret_cast<std::uintptr_t>(handler), flags, mask};
+  ProgramAction before;
   const int error = change_shown_action(sig, &action, &before);
-  if (error == 0) *old = reinterpret_cast<simple_handler>(before.handler);
+  if (error == 0) *old = reinterpret_cast<SimpleHandler>(before.handler);
   return error;
 }
 
-simple_handler change_or_error(int sig, simple_handler handler, unsigned long flags, signal_bits mask) {
-  simple_handler old = SIG_ERR;
+SimpleHandler change_or_error(int sig, SimpleHandler handler, unsigned long flags, SignalBits mask) {
+  SimpleHandler old = SIG_ERR;
   if (handler == SIG_ERR || sig < 1 || sig > signal_count) {
     errno = EINVAL;
   } else if (const int error = change(sig, handler, flags, mask, &old); error != 0) {
@@ -64,20 +64,20 @@ simple_handler change_or_error(int sig, simple_handler handler, unsigned long fl
 
 int change_mask(int how, const sigset_t* set, sigset_t* old) {
   if (!is_active()) return real.pthread_sigmask(how, set, old);
-  const signal_bits before = blocked_signals();
-  const signal_bits given = set ? to_bits(*set) : 0;
+  const SignalBits before = blocked_signals();
+  const SignalBits given = set ? to_bits(*set) : 0;
   const sigset_t mask = to_set(given & ~owned_signals);
   const int error = real.pthread_sigmask(how, set ? &mask : nullptr, old);
   if (error != 0) return error;
   if (old) *old = to_set(to_bits(*old) | before);
   if (!set) return 0;
-  const signal_bits owned = given & owned_signals;
-  const signal_bits now = how == SIG_BLOCK ? before | owned : how == SIG_UNBLOCK ? before & ~owned : owned;
+  const SignalBits owned = given & owned_signals;
+  const SignalBits now = how == SIG_BLOCK ? before | owned : how == SIG_UNBLOCK ? before & ~owned : owned;
   if (now != before) set_blocked_signals(now);
   return 0;
 }
 
-int change_mask_bits(int how, signal_bits bits, int* old) {
+int change_mask_bits(int how, SignalBits bits, int* old) {
   const sigset_t set = to_set(bits);
   sigset_t before;
   const int error = change_mask(how, &set, &before);
@@ -96,7 +96,7 @@ int change_one(int how, int sig, bool* was_blocked = nullptr) {
 
 // libc saves the kernel's mask in jump buffers and contexts. Of their sets of 1024 signals the kernel writes the first
 // word; the last one notes what it does not know.
-constexpr signal_bits note_mark = 0x5356455f4d415300;  // has no owned signal's bit
+constexpr SignalBits note_mark = 0x5356455f4d415300;  // has no owned signal's bit
 static_assert((note_mark & owned_signals) == 0);
 
 unsigned long& note_of(const sigset_t* set) {
@@ -105,8 +105,8 @@ unsigned long& note_of(const sigset_t* set) {
 
 void note_blocked(sigset_t* set) { note_of(set) = note_mark | blocked_signals(); }
 
-signal_bits noted_blocked(const sigset_t* set) {
-  const signal_bits note = note_of(set);
+SignalBits noted_blocked(const sigset_t* set) {
+  const SignalBits note = note_of(set);
   return (note & ~owned_signals) == note_mark ? note & owned_signals : 0;
 }
 
@@ -118,7 +118,7 @@ void restore_blocked(const __jmp_buf_tag* env) {
 
 // What the kernel may be given of a context, whose mask may hold owned signals; they become the program's view.
 const ucontext_t* prepare_context(const ucontext_t* context) {
-  const signal_bits mask = to_bits(context->uc_sigmask);
+  const SignalBits mask = to_bits(context->uc_sigmask);
   set_blocked_signals((mask & owned_signals) | noted_blocked(&context->uc_sigmask));
   if (!(mask & owned_signals) || !this_thread_block) return context;
   ucontext_t* copy = &this_thread_block->context_copy;
@@ -129,8 +129,8 @@ const ucontext_t* prepare_context(const ucontext_t* context) {
 }
 
 int wait_for(const sigset_t* set, siginfo_t* info, const struct timespec* timeout) {
-  const signal_bits owned = to_bits(*set) & owned_signals;
-  thread_block* block = owned ? need_thread_block() : nullptr;
+  const SignalBits owned = to_bits(*set) & owned_signals;
+  ThreadBlock* block = owned ? need_thread_block() : nullptr;
   if (!block) return real.sigtimedwait(set, info, timeout);
   block->waited_for = owned;
   int sig = 0;
@@ -179,7 +179,7 @@ extern "C" {
 
 int sigaction(int sig, const struct sigaction* action, struct sigaction* old) noexcept {
   if (sig == 32 || sig == 33) return result(EINVAL);
-  program_action wanted, before;
+  ProgramAction wanted, before;
   if (action) {
     wanted = {reinterpret_cast<std::uintptr_t>(action->sa_sigaction), static_cast<unsigned>(action->sa_flags),
               to_bits(action->sa_mask)};
@@ -196,28 +196,28 @@ int sigaction(int sig, const struct sigaction* action, struct sigaction* old) no
 int __sigaction(int sig, const struct sigaction* action, struct sigaction* old) noexcept
     __attribute__((alias("sigaction")));
 
-simple_handler signal(int sig, simple_handler handler) noexcept {
+SimpleHandler signal(int sig, SimpleHandler handler) noexcept {
   const bool interrupts = sig >= 1 && sig <= signal_count && (interrupting & bit(sig)) != 0;
   return change_or_error(sig, handler, interrupts ? 0 : SA_RESTART, sig >= 1 && sig <= signal_count ? bit(sig) : 0);
 }
-simple_handler bsd_signal(int sig, simple_handler handler) noexcept __attribute__((alias("signal")));
-simple_handler ssignal(int sig, simple_handler handler) noexcept __attribute__((alias("signal")));
+SimpleHandler bsd_signal(int sig, SimpleHandler handler) noexcept __attribute__((alias("signal")));
+SimpleHandler ssignal(int sig, SimpleHandler handler) noexcept __attribute__((alias("signal")));
 
-simple_handler sysv_signal(int sig, simple_handler handler) noexcept {
+SimpleHandler sysv_signal(int sig, SimpleHandler handler) noexcept {
   return change_or_error(sig, handler, SA_RESETHAND | SA_NODEFER, 0);
 }
-simple_handler __sysv_signal(int sig, simple_handler handler) noexcept __attribute__((alias("sysv_signal")));
+SimpleHandler __sysv_signal(int sig, SimpleHandler handler) noexcept __attribute__((alias("sysv_signal")));
 
-simple_handler sigset(int sig, simple_handler handler) noexcept {
+SimpleHandler sigset(int sig, SimpleHandler handler) noexcept {
   bool was_blocked = false;
   if (handler == SIG_HOLD) {
     if (change_one(SIG_BLOCK, sig, &was_blocked) != 0) return SIG_ERR;
     if (was_blocked) return SIG_HOLD;
-    program_action current;
+    ProgramAction current;
     if (result(change_shown_action(sig, nullptr, &current)) != 0) return SIG_ERR;
-    return reinterpret_cast<simple_handler>(current.handler);
+    return reinterpret_cast<SimpleHandler>(current.handler);
   }
-  const simple_handler old = change_or_error(sig, handler, 0, 0);
+  const SimpleHandler old = change_or_error(sig, handler, 0, 0);
   if (old == SIG_ERR || change_one(SIG_UNBLOCK, sig, &was_blocked) != 0) return SIG_ERR;
   return was_blocked ? SIG_HOLD : old;
 }
@@ -227,7 +227,7 @@ int sighold(int sig) noexcept { return change_one(SIG_BLOCK, sig); }
 int sigrelse(int sig) noexcept { return change_one(SIG_UNBLOCK, sig); }
 
 int siginterrupt(int sig, int interrupt) noexcept {
-  program_action action;
+  ProgramAction action;
   if (const int error = change_shown_action(sig, nullptr, &action); error != 0) return result(error);
   if (interrupt) {
     interrupting |= bit(sig);
@@ -236,7 +236,7 @@ int siginterrupt(int sig, int interrupt) noexcept {
     interrupting &= ~bit(sig);
     action.flags |= SA_RESTART;
   }
-  program_action before;
+  ProgramAction before;
   return result(change_shown_action(sig, &action, &before));
 }
 
@@ -255,7 +255,7 @@ int siggetmask() noexcept { return sigblock(0); }
 
 int sigaltstack(const stack_t* stack, stack_t* old) noexcept {
   if (!is_active()) return real.sigaltstack(stack, old);
-  thread_block* block = need_thread_block();
+  ThreadBlock* block = need_thread_block();
   if (!block) return result(ENOMEM);
   return result(change_stack(block, stack, old, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))));
 }

@@ -18,7 +18,7 @@ using namespace sve::runner;
 
 template <class Result>
 Result start_thread(void* given) {
-  auto* block = static_cast<thread_block*>(given);
+  auto* block = static_cast<ThreadBlock*>(given);
   const auto function = reinterpret_cast<Result (*)(void*)>(block->start);
   void* const argument = block->start_argument;
   if (this_thread_block) {
@@ -35,9 +35,9 @@ Result start_thread(void* given) {
 // Calls `create` with the function and the argument of a thread that begins with its block. `without_memory` is what it
 // returns if there is no memory for that.
 template <class Result, class Create>
-int create_thread(Result (*function)(void*), void* argument, signal_bits blocked, int without_memory, Create create) {
+int create_thread(Result (*function)(void*), void* argument, SignalBits blocked, int without_memory, Create create) {
   if (!is_active()) return create(function, argument);
-  thread_block* block = make_thread_block();
+  ThreadBlock* block = make_thread_block();
   if (!block) return without_memory;
   block->blocked = blocked;
   block->start = reinterpret_cast<void (*)()>(function);
@@ -50,16 +50,16 @@ int create_thread(Result (*function)(void*), void* argument, signal_bits blocked
 
 // What libc is to call from a thread of its own, on which it has blocked everything. A notification may come as long as
 // the process lives, so these are kept; there is one for each function and value.
-struct notification {
+struct Notification {
   void (*function)(sigval);
   sigval value;
-  notification* next;
+  Notification* next;
 };
-notification* notifications = nullptr;
+Notification* notifications = nullptr;
 SleepingLock notifications_lock;
 
 void notify(sigval record) {
-  const auto* call = static_cast<const notification*>(record.sival_ptr);
+  const auto* call = static_cast<const Notification*>(record.sival_ptr);
   // Its first part takes the owned signals out of the kernel's mask.
   if (this_thread_block) {
     set_blocked_signals(blocked_signals() | kernel_mask(SIG_UNBLOCK, owned_signals));
@@ -74,13 +74,13 @@ void wrap(sigevent* event) {
   if (!is_active() || !event || event->sigev_notify != SIGEV_THREAD || event->sigev_notify_function == notify) return;
   const SignalsBlocked signals;
   const std::lock_guard guard(notifications_lock);
-  notification* found = notifications;
+  Notification* found = notifications;
   while (found &&
          (found->function != event->sigev_notify_function || found->value.sival_ptr != event->sigev_value.sival_ptr)) {
     found = found->next;
   }
   if (!found) {
-    found = new (std::nothrow) notification{event->sigev_notify_function, event->sigev_value, notifications};
+    found = new (std::nothrow) Notification{event->sigev_notify_function, event->sigev_value, notifications};
     if (!found) return;
     notifications = found;
   }

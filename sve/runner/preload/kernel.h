@@ -11,33 +11,33 @@
 namespace sve::runner {
 
 /// The kernel's signal set: signal n is bit n-1.
-using signal_bits = std::uint64_t;
+using SignalBits = std::uint64_t;
 
 inline constexpr int signal_count = 64;
-constexpr signal_bits bit(int sig) { return signal_bits{1} << (sig - 1); }
+constexpr SignalBits bit(int sig) { return SignalBits{1} << (sig - 1); }
 
 /// What traps and faults arrive as. One that comes while the kernel has it blocked is death, so the kernel never has.
-inline constexpr signal_bits owned_signals = bit(SIGILL) | bit(SIGSEGV) | bit(SIGBUS);
+inline constexpr SignalBits owned_signals = bit(SIGILL) | bit(SIGSEGV) | bit(SIGBUS);
 constexpr bool is_owned(int sig) { return (owned_signals & bit(sig)) != 0; }
 
 /// The kernel's part of libc's set, and back.
-inline signal_bits to_bits(const sigset_t& set) {
-  signal_bits bits;
+inline SignalBits to_bits(const sigset_t& set) {
+  SignalBits bits;
   __builtin_memcpy(&bits, &set, sizeof bits);
   return bits;
 }
-inline sigset_t to_set(signal_bits bits) {
+inline sigset_t to_set(SignalBits bits) {
   sigset_t set{};
   __builtin_memcpy(&set, &bits, sizeof bits);
   return set;
 }
 
 /// The kernel's form of an action.
-struct kernel_action {
+struct KernelAction {
   std::uintptr_t handler = 0;
   unsigned long flags = 0;
   std::uintptr_t restorer = 0;
-  signal_bits mask = 0;
+  SignalBits mask = 0;
 };
 
 inline long system_call(long number, long a = 0, long b = 0, long c = 0, long d = 0, long e = 0, long f = 0) {
@@ -63,14 +63,14 @@ constexpr std::uintptr_t without_tag(std::uintptr_t pointer) {
 }
 
 /// Returns 0 or the negated error number.
-inline long kernel_sigaction(int sig, const kernel_action* action, kernel_action* old) {
-  return system_call(SYS_rt_sigaction, sig, address(action), address(old), sizeof(signal_bits));
+inline long kernel_sigaction(int sig, const KernelAction* action, KernelAction* old) {
+  return system_call(SYS_rt_sigaction, sig, address(action), address(old), sizeof(SignalBits));
 }
 
 /// `how` is SIG_BLOCK, SIG_UNBLOCK or SIG_SETMASK. Returns the mask before the change.
-inline signal_bits kernel_mask(int how, signal_bits set) {
-  signal_bits old = 0;
-  system_call(SYS_rt_sigprocmask, how, address(&set), address(&old), sizeof(signal_bits));
+inline SignalBits kernel_mask(int how, SignalBits set) {
+  SignalBits old = 0;
+  system_call(SYS_rt_sigprocmask, how, address(&set), address(&old), sizeof(SignalBits));
   return old;
 }
 
@@ -97,13 +97,13 @@ inline void kernel_resend(int thread, siginfo_t info) {
 /// that a trap may take are safe to take.
 class SignalsBlocked {
  public:
-  SignalsBlocked() : before_(kernel_mask(SIG_SETMASK, ~signal_bits{0})) {}
+  SignalsBlocked() : before_(kernel_mask(SIG_SETMASK, ~SignalBits{0})) {}
   ~SignalsBlocked() { kernel_mask(SIG_SETMASK, before_); }
   SignalsBlocked(const SignalsBlocked&) = delete;
   SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
  private:
-  signal_bits before_;
+  SignalBits before_;
 };
 
 /// A lock for a short while. Its holder has all signals blocked or is a signal handler of ours. Who waits sleeps: many

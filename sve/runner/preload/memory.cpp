@@ -17,12 +17,12 @@ constexpr std::size_t unit = 16;
 constexpr std::size_t largest_small = 256;
 constexpr std::size_t chunk_size = 256 * 1024;
 
-struct free_block {
-  free_block* next;
+struct FreeBlock {
+  FreeBlock* next;
 };
 
 sve::runner::SleepingLock lock;
-free_block* free_lists[largest_small / unit + 1];
+FreeBlock* free_lists[largest_small / unit + 1];
 std::byte* chunk = nullptr;
 std::size_t chunk_left = 0;
 
@@ -38,7 +38,7 @@ void* allocate(std::size_t size) {
   size = rounded(size ? size : 1);
   if (size > largest_small) return map(size);
   const std::lock_guard guard(lock);
-  if (free_block* block = free_lists[size / unit]) {
+  if (FreeBlock* block = free_lists[size / unit]) {
     free_lists[size / unit] = block->next;
     return block;
   }
@@ -62,7 +62,7 @@ void release(void* p, std::size_t size) {
     return;
   }
   const std::lock_guard guard(lock);
-  auto* block = static_cast<free_block*>(p);
+  auto* block = static_cast<FreeBlock*>(p);
   block->next = free_lists[size / unit];
   free_lists[size / unit] = block;
 }

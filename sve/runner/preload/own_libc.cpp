@@ -20,7 +20,7 @@
 namespace {
 
 using byte = unsigned char;
-typedef std::uint8_t piece __attribute__((vector_size(16), aligned(1), may_alias));
+typedef std::uint8_t Piece __attribute__((vector_size(16), aligned(1), may_alias));
 
 template <class T>
 void copy_ends(byte* to, const byte* from, std::size_t n) {
@@ -54,15 +54,15 @@ OWN void* memmove(void* destination, const void* source, std::size_t n) {
   if (n < 16) {
     copy_short(to, from, n);
   } else if (reinterpret_cast<std::uintptr_t>(to) - reinterpret_cast<std::uintptr_t>(from) >= n) {
-    const piece last = load<piece>(from + n - 16);
-    for (std::size_t i = 0; i < n - 16; i += 16) *reinterpret_cast<piece*>(to + i) = load<piece>(from + i);
-    *reinterpret_cast<piece*>(to + n - 16) = last;
+    const Piece last = load<Piece>(from + n - 16);
+    for (std::size_t i = 0; i < n - 16; i += 16) *reinterpret_cast<Piece*>(to + i) = load<Piece>(from + i);
+    *reinterpret_cast<Piece*>(to + n - 16) = last;
   } else {
-    const piece first = load<piece>(from);
+    const Piece first = load<Piece>(from);
     for (std::size_t i = n - 16; i > 0; i = i > 16 ? i - 16 : 0) {
-      *reinterpret_cast<piece*>(to + i) = load<piece>(from + i);
+      *reinterpret_cast<Piece*>(to + i) = load<Piece>(from + i);
     }
-    *reinterpret_cast<piece*>(to) = first;
+    *reinterpret_cast<Piece*>(to) = first;
   }
   return destination;
 }
@@ -75,9 +75,9 @@ OWN void* memset(void* destination, int value, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) to[i] = fill;
     return destination;
   }
-  const piece filled = piece{} + fill;
-  for (std::size_t i = 0; i < n - 16; i += 16) *reinterpret_cast<piece*>(to + i) = filled;
-  *reinterpret_cast<piece*>(to + n - 16) = filled;
+  const Piece filled = Piece{} + fill;
+  for (std::size_t i = 0; i < n - 16; i += 16) *reinterpret_cast<Piece*>(to + i) = filled;
+  *reinterpret_cast<Piece*>(to + n - 16) = filled;
   return destination;
 }
 
@@ -143,8 +143,8 @@ OWN char* getenv(const char* name) {
 
 namespace {
 
-sve::runner::signal_bits* bits_of(const sigset_t* set) {
-  return reinterpret_cast<sve::runner::signal_bits*>(const_cast<sigset_t*>(set));
+sve::runner::SignalBits* bits_of(const sigset_t* set) {
+  return reinterpret_cast<sve::runner::SignalBits*>(const_cast<sigset_t*>(set));
 }
 
 }  // namespace
@@ -165,7 +165,7 @@ OWN int sigismember(const sigset_t* set, int sig) { return (*bits_of(set) & sve:
 
 OWN [[noreturn]] void abort() {
   using namespace sve::runner;
-  const kernel_action action;
+  const KernelAction action;
   kernel_sigaction(SIGABRT, &action, nullptr);
   system_call(SYS_tgkill, kernel_process_id(), system_call(SYS_gettid), SIGABRT);
   kernel_mask(SIG_UNBLOCK, bit(SIGABRT));

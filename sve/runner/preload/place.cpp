@@ -41,14 +41,14 @@ class MappedFile {
   long size_ = 0;
 };
 
-struct named_place {
+struct NamedPlace {
   const char* name = nullptr;
   std::uint64_t offset = 0;  // in the function, or as the file counts addresses
 };
 
 // Believes what the file says: to be called guarded.
-named_place look_up(const char* file, std::uint64_t file_offset) {
-  named_place found;
+NamedPlace look_up(const char* file, std::uint64_t file_offset) {
+  NamedPlace found;
   const auto* header = reinterpret_cast<const Elf64_Ehdr*>(file);
   if (std::memcmp(header->e_ident, ELFMAG, SELFMAG) != 0) return found;
   const auto* segments = reinterpret_cast<const Elf64_Phdr*>(file + header->e_phoff);
@@ -73,12 +73,12 @@ named_place look_up(const char* file, std::uint64_t file_offset) {
 
 }  // namespace
 
-void add_place(Text<1024>& line, thread_block* block, std::uintptr_t address) {
+void add_place(Text<1024>& line, ThreadBlock* block, std::uintptr_t address) {
   if (!block || is_sandboxed()) {
     line.hex(address);
     return;
   }
-  mapping m;
+  Mapping m;
   MappingReader reader;
   bool is_in_file = false;
   while (!is_in_file && reader.next(m)) is_in_file = address >= m.begin && address < m.end && reader.path()[0] == '/';
@@ -88,7 +88,7 @@ void add_place(Text<1024>& line, thread_block* block, std::uintptr_t address) {
   }
   const char* const file_name = std::strrchr(reader.path(), '/') + 1;
   const MappedFile file(reader.path());
-  named_place place{nullptr, address - m.begin + m.offset};
+  NamedPlace place{nullptr, address - m.begin + m.offset};
   Text<256> function;
   if (file.begin()) {
     guarded(block, [&] {

@@ -30,11 +30,11 @@
 namespace sve::runner {
 namespace {
 
-struct process_options {
+struct ProcessOptions {
   bool quiet = false;
   bool announce = true;
   bool patch = true;
-  translation how = translation::native;
+  Translation how = Translation::native;
   bool trace = false;
   bool counts = false;
   bool counts_begun = false;  ///< this process, before an exec, has begun its file
@@ -44,13 +44,13 @@ struct process_options {
   char report_directory[4096] = "";  ///< empty if there is no report
 };
 
-process_options options;
+ProcessOptions options;
 bool active = false;
 char program_name[256] = "";
 char own_path[4096] = "";
 char all_options[4608] = "";
 char* environment_options = nullptr;  // the same text where the environment has it
-thread_local signal_bits mask_before_fork __attribute__((tls_model("initial-exec"))) = 0;
+thread_local SignalBits mask_before_fork __attribute__((tls_model("initial-exec"))) = 0;
 
 // As much of `text` as there is room for; returns the end.
 template <std::size_t Size>
@@ -79,7 +79,7 @@ void read_options() {
     if (word == quiet_word) options.quiet = true;
     if (word == no_announce_word) options.announce = false;
     if (word == no_patch_word) options.patch = false;
-    if (word == handlers_word) options.how = translation::handlers;
+    if (word == handlers_word) options.how = Translation::handlers;
     if (word == trace_word) options.trace = true;
     if (word == lane_use_word) options.lane_use = true;
     if (word == time_word) options.time = true;
@@ -112,7 +112,7 @@ void find_names(const char* argv0) {
   if (dladdr(&options, &info) && info.dli_fname) *copy(own_path, info.dli_fname) = 0;
 }
 
-void report_at_exit(void*) { report(process_end::exit); }
+void report_at_exit(void*) { report(ProcessEnd::exit); }
 
 }  // namespace
 
@@ -140,7 +140,7 @@ const char* options_text() { return all_options; }
 
 void before_fork() {
   if (!active) return;
-  mask_before_fork = kernel_mask(SIG_SETMASK, ~signal_bits{0});
+  mask_before_fork = kernel_mask(SIG_SETMASK, ~SignalBits{0});
   lock_sites();
   lock_actions();
 }
@@ -182,8 +182,8 @@ void adopt_copy() {
 }
 
 // The signals that the parent ignored, where it could not tell the kernel.
-signal_bits take_ignored(char** environment) {
-  signal_bits ignored = 0;
+SignalBits take_ignored(char** environment) {
+  SignalBits ignored = 0;
   for (char** e = environment; *e; ++e) {
     if (std::strncmp(*e, ignored_variable, sizeof ignored_variable - 1) != 0) continue;
     char* digit = *e + sizeof ignored_variable;
@@ -211,7 +211,7 @@ void serve_traps(char** environment) {
   features = auxiliary_value(AT_HWCAP);
   // A new program has no handlers: who has one for SIGILL as early as this is another copy of this library, which
   // serves the process alone.
-  kernel_action inherited;
+  KernelAction inherited;
   kernel_sigaction(SIGILL, nullptr, &inherited);
   const bool is_served = inherited.handler > reinterpret_cast<std::uintptr_t>(SIG_IGN);
   active = (*features & hwcap_sve) == 0 && !is_served;
@@ -219,7 +219,7 @@ void serve_traps(char** environment) {
   filter_at_start = filter_of_calls();
   if (options.report_directory[0]) note_for_report(options.lane_use, options.time);
   start_thread_blocks();
-  const signal_bits ignored = take_ignored(environment);
+  const SignalBits ignored = take_ignored(environment);
   if (this_thread_block) this_thread_block->inherits_length = (ignored & length_is_inherited) != 0;
   start_signals({interrupt_run, serve_trap, recover_guarded_fault, report_death,
                  !options.quiet || options.counts || options.report_directory[0]},

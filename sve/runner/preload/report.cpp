@@ -80,7 +80,7 @@ bool one_file_a_process() { return std::strstr(wanted.counts_file, "%p") != null
 // The lines of dump_sve_stats, to any descriptor, with the instructions' assembler text.
 int write_counts(int fd) {
   std::size_t size = 0;
-  const counted_word* const words = collect_counts(size);
+  const CountedWord* const words = collect_counts(size);
   if (!words) {
     print_line("no memory for the counts; give the program more to have them");
     return 0;
@@ -140,7 +140,7 @@ void write_total() {
 
 }  // namespace
 
-void report(process_end how, int signal) {
+void report(ProcessEnd how, int signal) {
   if (!is_active()) return;
   notice_sandbox();
   if (is_sandboxed()) {
@@ -161,7 +161,7 @@ void report_again() { reported = false; }
 namespace {
 
 // What a program is told that dies by an instruction which neither the processor nor the runner executes.
-void explain_illegal(thread_block* block, const void* instruction) {
+void explain_illegal(ThreadBlock* block, const void* instruction) {
   std::uint32_t word;
   std::memcpy(&word, instruction, sizeof word);
   const char* const extension = decode::extension_of(word);
@@ -175,7 +175,7 @@ void explain_illegal(thread_block* block, const void* instruction) {
 
 }  // namespace
 
-void report_death(thread_block* block, const siginfo_t& info) {
+void report_death(ThreadBlock* block, const siginfo_t& info) {
   if (!is_active() || in_borrowed_memory()) return;
   const int sig = info.si_signo;
   const bool is_fault = sig == SIGSEGV || sig == SIGBUS;
@@ -186,7 +186,7 @@ void report_death(thread_block* block, const siginfo_t& info) {
     write_line(line.data(), line.size());
   }
   if (sig == SIGILL && info.si_code > 0) explain_illegal(block, info.si_addr);
-  report(process_end::signal, sig);
+  report(ProcessEnd::signal, sig);
 }
 
 void print_line(const char* text) {

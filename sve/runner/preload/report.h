@@ -8,7 +8,7 @@
 
 namespace sve::runner {
 
-using sve::process_end, sve::Text;
+using sve::ProcessEnd, sve::Text;
 
 /// What the options say of it, and the program's name. Opens what will be written to, since later the program may have
 /// closed its stderr, changed its root directory or given up its rights.
@@ -21,11 +21,11 @@ void restart_report();
 void stderr_changed();
 
 /// Prints totals and counts and leaves the data for a report, once a process. `signal` where one is how it ends.
-void report(process_end how, int signal = 0);
+void report(ProcessEnd how, int signal = 0);
 
 /// The same before death by a signal, with the words for a fault of the program and for an instruction that is of
 /// another extension of the architecture.
-void report_death(thread_block* block, const siginfo_t& info);
+void report_death(ThreadBlock* block, const siginfo_t& info);
 
 /// Exec has failed after the report was printed: there will be another one.
 void report_again();

@@ -1,6 +1,6 @@
 // In front of functions that return twice: no frame of ours may stand between them and their caller.
-#define BLOCKED 0       /* thread_block::blocked */
-#define IS_VFORKED 8    /* thread_block::is_vforked */
+#define BLOCKED 0       /* ThreadBlock::blocked */
+#define IS_VFORKED 8    /* ThreadBlock::is_vforked */
 
         .text
 

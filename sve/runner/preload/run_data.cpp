@@ -95,7 +95,7 @@ void restart_run_data() {
   if (directory_path) begin_file(process);
 }
 
-void write_run_data(process_end how, int signal) {
+void write_run_data(ProcessEnd how, int signal) {
   if (!directory_path || file.number() < 0) return;
   int error = !is_sandboxed() && file.get() < 0 ? open_file(0) : 0;
   RunDataWriter data(write_to_file, &error);

@@ -13,6 +13,6 @@ void start_run_data(const char* directory, const char* program_path, bool lanes)
 void restart_run_data();
 
 /// Writes what is known.
-void write_run_data(process_end how, int signal);
+void write_run_data(ProcessEnd how, int signal);
 
 }  // namespace sve::runner

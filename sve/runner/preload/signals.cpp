@@ -28,7 +28,7 @@ constexpr std::uintptr_t default_action = 0;          // SIG_DFL
 constexpr std::uintptr_t ignore_action = 1;           // SIG_IGN
 constexpr unsigned long kernel_minimum_stack = 5120;  // MINSIGSTKSZ of the kernel, which libc's may exceed
 
-signal_services services;
+SignalServices services;
 bool has_landing_pads = false;
 bool drops_unknown_flags = false;  // the kernel, since 5.11
 
@@ -43,21 +43,21 @@ namespace {
 
 // The actions as the program set them. Writers hold the lock, with all signals blocked; readers are signal handlers,
 // take no lock, and read again when a writer came between.
-program_action actions[signal_count + 1];
+ProgramAction actions[signal_count + 1];
 std::atomic<unsigned> version{0};
 SleepingLock action_lock;
 
-program_action read_action(int sig) {
+ProgramAction read_action(int sig) {
   for (;;) {
     const unsigned before = version.load(std::memory_order_acquire);
-    const program_action copy = actions[sig];
+    const ProgramAction copy = actions[sig];
     std::atomic_thread_fence(std::memory_order_acquire);
     if (!(before & 1) && version.load(std::memory_order_relaxed) == before) return copy;
   }
 }
 
 // Call with the lock held.
-void write_action(int sig, const program_action& action) {
+void write_action(int sig, const ProgramAction& action) {
   version.fetch_add(1, std::memory_order_acq_rel);
   actions[sig] = action;
   version.fetch_add(1, std::memory_order_acq_rel);
@@ -66,7 +66,7 @@ void write_action(int sig, const program_action& action) {
 bool is_handler(std::uintptr_t handler) { return handler != default_action && handler != ignore_action; }
 
 // Owned signals sent to the process while every thread that could take them blocks them.
-constinit held_signals process_held{};
+constinit HeldSignals process_held{};
 SleepingLock held_lock;
 
 void hold_for_process(const siginfo_t& info) {
@@ -78,13 +78,13 @@ void hold_for_process(const siginfo_t& info) {
   wake_thread_for(info.si_signo);
 }
 
-siginfo_t take_held_for_process(signal_bits set) {
+siginfo_t take_held_for_process(SignalBits set) {
   const std::lock_guard guard(held_lock);
   return process_held.take(set);
 }
 
 // Sends this thread what it holds of `set`. If the signals are blocked in the kernel they come when it unblocks them.
-void resend_held(thread_block* block, signal_bits set) {
+void resend_held(ThreadBlock* block, SignalBits set) {
   for (;;) {
     const siginfo_t info = take_pending(set);
     if (info.si_signo == 0) return;
@@ -102,14 +102,14 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context);
 
 // Whether the default action of a signal is the process's end, which we want to report.
 bool ends_process(int sig) {
-  constexpr signal_bits lets_live = bit(SIGCHLD) | bit(SIGURG) | bit(SIGWINCH) | bit(SIGCONT) | bit(SIGTSTP) |
-                                    bit(SIGTTIN) | bit(SIGTTOU) | bit(SIGSTOP) | bit(SIGKILL);
+  constexpr SignalBits lets_live = bit(SIGCHLD) | bit(SIGURG) | bit(SIGWINCH) | bit(SIGCONT) | bit(SIGTSTP) |
+                                   bit(SIGTTIN) | bit(SIGTTOU) | bit(SIGSTOP) | bit(SIGKILL);
   return services.reports_ends && !(lets_live & bit(sig));
 }
 
 // What the kernel is told for an action of the program.
-kernel_action kernel_form(int sig, const program_action& action) {
-  kernel_action form;
+KernelAction kernel_form(int sig, const ProgramAction& action) {
+  KernelAction form;
   if (is_owned(sig) || is_handler(action.handler) || (action.handler == default_action && ends_process(sig))) {
     form.handler = reinterpret_cast<std::uintptr_t>(signal_entry);
     form.flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | (action.flags & kept_flags);
@@ -126,22 +126,22 @@ kernel_action kernel_form(int sig, const program_action& action) {
 }
 
 // What a kernel action means to the program.
-program_action program_form(int sig, const kernel_action& form) {
+ProgramAction program_form(int sig, const KernelAction& form) {
   if (is_owned(sig) || form.handler == reinterpret_cast<std::uintptr_t>(signal_entry)) return read_action(sig);
   return {form.handler, form.flags, form.mask};
 }
 
 // The action for a signal that is about to be delivered; it is taken once if the program wants that.
-program_action take_action(int sig) {
-  program_action action = read_action(sig);
+ProgramAction take_action(int sig) {
+  ProgramAction action = read_action(sig);
   if (!(action.flags & SA_RESETHAND)) return action;
   const std::lock_guard guard(action_lock);
   action = read_action(sig);
   if (!is_handler(action.handler)) return action;
-  program_action reset = action;
+  ProgramAction reset = action;
   reset.handler = default_action;
   write_action(sig, reset);
-  const kernel_action form = kernel_form(sig, reset);
+  const KernelAction form = kernel_form(sig, reset);
   kernel_sigaction(sig, &form, nullptr);
   return action;
 }
@@ -150,7 +150,7 @@ program_action take_action(int sig) {
 void take_default_action(siginfo_t info, bool recurs) {
   services.report_death(this_thread_block, info);
   death_is_near();
-  const kernel_action action;
+  const KernelAction action;
   kernel_sigaction(info.si_signo, &action, nullptr);
   // A trap or a fault comes again when the instruction is run again, and then kills with all the right particulars.
   if (recurs) return;
@@ -184,11 +184,11 @@ constexpr unsigned long unchecked_tags = 1ul << 25;
 
 // The one place where a signal becomes the program's. `context` is the interrupted program, and changes so that it
 // resumes in the handler; `recurs` says that it meets the signal again if it resumes as it is.
-void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bool must_come, bool recurs) {
+void deliver(ThreadBlock* block, const siginfo_t& info, ucontext_t* context, bool must_come, bool recurs) {
   const int sig = info.si_signo;
-  const signal_bits before = (saved_mask(context) & ~owned_signals) | block->blocked;
-  const signal_bits now = block->waits ? block->wait_mask : before;
-  program_action action = read_action(sig);
+  const SignalBits before = (saved_mask(context) & ~owned_signals) | block->blocked;
+  const SignalBits now = block->waits ? block->wait_mask : before;
+  ProgramAction action = read_action(sig);
   const bool can_end = is_owned(sig) || ends_process(sig);
   if (!must_come && (action.handler == ignore_action || (!can_end && action.handler == default_action))) return;
   // The kernel does not let a program ignore or block a fault: it ends it.
@@ -200,7 +200,7 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
   const stack_t& stack = block->program_stack;
   const bool switches = (action.flags & SA_ONSTACK) && stack_flags(stack, machine.sp) == 0;
   const auto top = switches ? reinterpret_cast<std::uintptr_t>(stack.ss_sp) + stack.ss_size : machine.sp;
-  const frame_place place = place_frame(block, context, top);
+  const FramePlace place = place_frame(block, context, top);
   siginfo_t shown = info;
   if (is_owned(sig) && info.si_code > 0 && !(action.flags & SA_EXPOSE_TAGBITS))
     shown.si_addr = reinterpret_cast<void*>(without_tag(reinterpret_cast<std::uintptr_t>(info.si_addr)));
@@ -208,7 +208,7 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
     if (sig == SIGSEGV) return take_default_action(forced(SIGSEGV, SI_KERNEL, 0), false);
     return deliver(block, forced(SIGSEGV, SI_KERNEL, 0), context, true, false);
   }
-  signal_bits mask = now | action.mask;
+  SignalBits mask = now | action.mask;
   if (!(action.flags & SA_NODEFER)) mask |= bit(sig);
   block->waits = false;
   block->blocked = mask & owned_signals;
@@ -229,16 +229,16 @@ void deliver(thread_block* block, const siginfo_t& info, ucontext_t* context, bo
 }
 
 // A handler has returned: the program resumes from its frame.
-void resume_from_frame(thread_block* block, ucontext_t* context) {
+void resume_from_frame(ThreadBlock* block, ucontext_t* context) {
   const auto sp = context->uc_mcontext.sp;
-  const auto* frame = reinterpret_cast<const signal_frame*>(sp);
+  const auto* frame = reinterpret_cast<const SignalFrame*>(sp);
   bool accepted = false;
   stack_t stack{};
   const bool readable = sp % 16 == 0 && guarded(block, [&] {
                           accepted = read_frame(block, frame, context);
                           stack = frame->context.uc_stack;
                         });
-  const signal_bits mask = saved_mask(context);
+  const SignalBits mask = saved_mask(context);
   block->blocked = mask & owned_signals;
   set_saved_mask(context, mask & ~owned_signals);
   if (!readable || !accepted) {
@@ -246,7 +246,7 @@ void resume_from_frame(thread_block* block, ucontext_t* context) {
     return deliver(block, forced(SIGSEGV, SEGV_ACCERR, at), context, true, false);
   }
   change_stack(block, &stack, nullptr, context->uc_mcontext.sp);  // the kernel, too, takes no notice if that fails
-  if (const signal_bits free = owned_signals & ~mask & pending_signals()) {
+  if (const SignalBits free = owned_signals & ~mask & pending_signals()) {
     kernel_mask(SIG_BLOCK, free);
     resend_held(block, free);
   }
@@ -256,10 +256,10 @@ void resume_from_frame(thread_block* block, ucontext_t* context) {
 // a way that we do not see, which has none yet.
 void signal_entry(int sig, siginfo_t* info, void* raw_context) {
   auto* context = static_cast<ucontext_t*>(raw_context);
-  thread_block* block = this_thread_block;
+  ThreadBlock* block = this_thread_block;
   notice_copy();  // before anything is counted
   if (block) {
-    if (services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
+    if (services.interrupt_run(block, info, context, services.answer_fault) == Interruption::resumed) return;
     sig = info->si_signo;
   }
   const auto sp = context->uc_mcontext.sp;
@@ -289,7 +289,7 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
     return;
   }
   // An entry may be what has asked for the block.
-  if (is_new && services.interrupt_run(block, info, context, services.answer_fault) == interruption::resumed) return;
+  if (is_new && services.interrupt_run(block, info, context, services.answer_fault) == Interruption::resumed) return;
   if (sig != 0 && !is_trap && (block->woken & bit(sig))) {
     block->woken &= ~bit(sig);
     *info = take_held_for_process(bit(sig));
@@ -321,45 +321,45 @@ void signal_entry(int sig, siginfo_t* info, void* raw_context) {
 
 }  // namespace
 
-void start_signals(const signal_services& given, signal_bits ignored) {
+void start_signals(const SignalServices& given, SignalBits ignored) {
   services = given;
   has_landing_pads = (getauxval(AT_HWCAP2) & (1ul << 17)) != 0;  // HWCAP2_BTI
   for (int sig = 1; sig <= signal_count; ++sig) {
-    kernel_action inherited;
+    KernelAction inherited;
     if (kernel_sigaction(sig, nullptr, &inherited) != 0) continue;
     actions[sig] = {inherited.handler, inherited.flags, inherited.mask};
     if (!is_owned(sig) && (is_handler(inherited.handler) || inherited.handler == ignore_action || !ends_process(sig)))
       continue;
     if (ignored & bit(sig)) actions[sig].handler = ignore_action;
-    const kernel_action form = kernel_form(sig, actions[sig]);
+    const KernelAction form = kernel_form(sig, actions[sig]);
     kernel_sigaction(sig, &form, nullptr);
   }
-  kernel_action ours;
+  KernelAction ours;
   drops_unknown_flags = kernel_sigaction(SIGILL, nullptr, &ours) == 0 && !(ours.flags & SA_UNSUPPORTED);
 }
 
-int change_action(int sig, const program_action* action, program_action* old) {
+int change_action(int sig, const ProgramAction* action, ProgramAction* old) {
   if (sig < 1 || sig > signal_count || sig == SIGKILL || sig == SIGSTOP) return EINVAL;
   if (in_borrowed_memory()) {
     // Between vfork and exec the actions are the child's, but the table is the parent's, so it stays as it is.
-    kernel_action before;
+    KernelAction before;
     kernel_sigaction(sig, nullptr, &before);
     if (old) *old = program_form(sig, before);
     if (action && !is_owned(sig)) {
-      const kernel_action form{action->handler, action->flags, 0, action->mask};
+      const KernelAction form{action->handler, action->flags, 0, action->mask};
       kernel_sigaction(sig, &form, nullptr);
     }
     return 0;
   }
   const SignalsBlocked signals;
   const std::lock_guard guard(action_lock);
-  kernel_action before;
+  KernelAction before;
   if (const long error = kernel_sigaction(sig, nullptr, &before); error != 0) return static_cast<int>(-error);
-  const program_action was = program_form(sig, before);
+  const ProgramAction was = program_form(sig, before);
   if (action) {
-    program_action wanted = *action;
+    ProgramAction wanted = *action;
     if (drops_unknown_flags) wanted.flags &= known_flags;
-    const kernel_action form = kernel_form(sig, wanted);
+    const KernelAction form = kernel_form(sig, wanted);
     write_action(sig, wanted);
     kernel_sigaction(sig, &form, nullptr);
   }
@@ -367,7 +367,7 @@ int change_action(int sig, const program_action* action, program_action* old) {
   return 0;
 }
 
-int change_stack(thread_block* block, const stack_t* stack, stack_t* old, std::uintptr_t sp) {
+int change_stack(ThreadBlock* block, const stack_t* stack, stack_t* old, std::uintptr_t sp) {
   stack_t& own = block->program_stack;
   const stack_t before = own;
   if (stack) {
@@ -391,26 +391,26 @@ int change_stack(thread_block* block, const stack_t* stack, stack_t* old, std::u
   return 0;
 }
 
-signal_bits blocked_signals() {
-  const thread_block* block = need_thread_block();
+SignalBits blocked_signals() {
+  const ThreadBlock* block = need_thread_block();
   return block ? block->blocked.load() : 0;
 }
 
-void set_blocked_signals(signal_bits blocked) {
-  thread_block* block = need_thread_block();
+void set_blocked_signals(SignalBits blocked) {
+  ThreadBlock* block = need_thread_block();
   if (!block) return;
   block->blocked = blocked & owned_signals;
-  const signal_bits free = owned_signals & ~blocked & pending_signals();
+  const SignalBits free = owned_signals & ~blocked & pending_signals();
   if (!free) return;
   const SignalsBlocked signals;
   resend_held(block, free);
 }
 
-signal_bits pending_signals() {
+SignalBits pending_signals() {
   return process_held.present | (this_thread_block ? this_thread_block->held.present.load() : 0);
 }
 
-siginfo_t take_pending(signal_bits set) {
+siginfo_t take_pending(SignalBits set) {
   const SignalsBlocked signals;
   siginfo_t info{};
   if (this_thread_block) info = this_thread_block->held.take(set);
@@ -419,12 +419,12 @@ siginfo_t take_pending(signal_bits set) {
 
 WaitMask::WaitMask(const sigset_t* mask) : mask_(mask), block_(need_thread_block()), given_(mask && block_) {
   if (!given_) return;
-  const signal_bits wanted = to_bits(*mask);
+  const SignalBits wanted = to_bits(*mask);
   kernel_mask_ = to_set(wanted & ~owned_signals);
   block_->wait_mask = wanted;
   block_->waits = true;
   // What is held and now free comes as soon as the wait begins.
-  if (const signal_bits free = owned_signals & ~wanted & pending_signals()) {
+  if (const SignalBits free = owned_signals & ~wanted & pending_signals()) {
     runner::kernel_mask(SIG_BLOCK, free);
     resend_held(block_, free);
   }
@@ -438,21 +438,21 @@ WaitMask::~WaitMask() {
 
 bool WaitMask::is_over() const { return !given_ || !block_->waits; }
 
-signal_bits ignored_signals() {
-  signal_bits ignored = 0;
+SignalBits ignored_signals() {
+  SignalBits ignored = 0;
   for (int sig : {SIGILL, SIGSEGV, SIGBUS}) {
     if (read_action(sig).handler == ignore_action) ignored |= bit(sig);
   }
   return ignored;
 }
 
-signal_bits actions_before_exec() {
+SignalBits actions_before_exec() {
   kernel_mask(SIG_BLOCK, blocked_signals());
-  const signal_bits ignored = ignored_signals();
+  const SignalBits ignored = ignored_signals();
   // A vforked child has actions of its own.
   if (ignored == 0 || (has_other_threads() && !in_borrowed_memory())) return ignored;
   for (int sig : {SIGILL, SIGSEGV, SIGBUS}) {
-    const kernel_action ignore{ignore_action, 0, 0, 0};
+    const KernelAction ignore{ignore_action, 0, 0, 0};
     if (ignored & bit(sig)) kernel_sigaction(sig, &ignore, nullptr);
   }
   return 0;
@@ -460,9 +460,9 @@ signal_bits actions_before_exec() {
 
 void actions_after_failed_exec() {
   for (int sig : {SIGILL, SIGSEGV, SIGBUS}) {
-    const program_action action = read_action(sig);
+    const ProgramAction action = read_action(sig);
     if (action.handler != ignore_action) continue;
-    const kernel_action form = kernel_form(sig, action);
+    const KernelAction form = kernel_form(sig, action);
     kernel_sigaction(sig, &form, nullptr);
   }
   kernel_mask(SIG_UNBLOCK, owned_signals);

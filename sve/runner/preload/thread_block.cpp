@@ -14,8 +14,8 @@
 
 namespace sve::runner {
 
-thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
-thread_block* thread_blocks = nullptr;
+thread_local ThreadBlock* this_thread_block __attribute__((tls_model("initial-exec"))) = nullptr;
+ThreadBlock* thread_blocks = nullptr;
 
 namespace {
 
@@ -27,32 +27,32 @@ constexpr std::size_t mapping_size = block_offset + thread_counts_offset + most_
 
 pthread_key_t key;
 SleepingLock list_lock;
-thread_block* main_block = nullptr;
+ThreadBlock* main_block = nullptr;
 
 // The Go runtime asks for alternate stacks, and sets masks, by system calls of its own, and would take the runner's
 // stack for one that it is to use. So its threads get the runner's with their first signal, which comes on the stack
 // that Go has set.
 bool is_go = false;
 
-std::byte* mapping_of(const thread_block* block) {
-  return reinterpret_cast<std::byte*>(const_cast<thread_block*>(block)) - block_offset;
+std::byte* mapping_of(const ThreadBlock* block) {
+  return reinterpret_cast<std::byte*>(const_cast<ThreadBlock*>(block)) - block_offset;
 }
 
 // The key's destructor, in the first round. Other destructors may still use SVE, so the block stays.
-void thread_ends(void* value) { static_cast<thread_block*>(value)->is_ending = true; }
+void thread_ends(void* value) { static_cast<ThreadBlock*>(value)->is_ending = true; }
 
-bool is_gone(const thread_block* block) {
+bool is_gone(const ThreadBlock* block) {
   return block->is_ending && system_call(SYS_tgkill, kernel_process_id(), block->thread_id, 0) == -ESRCH;
 }
 
-void unmap(thread_block* block) { system_call(SYS_munmap, address(mapping_of(block)), mapping_size); }
+void unmap(ThreadBlock* block) { system_call(SYS_munmap, address(mapping_of(block)), mapping_size); }
 
 // Takes the blocks of threads that are gone off the list.
-thread_block* take_unused() {
+ThreadBlock* take_unused() {
   const std::lock_guard guard(list_lock);
-  thread_block* unused = nullptr;
-  for (thread_block** at = &thread_blocks; *at;) {
-    thread_block* block = *at;
+  ThreadBlock* unused = nullptr;
+  for (ThreadBlock** at = &thread_blocks; *at;) {
+    ThreadBlock* block = *at;
     if (!is_gone(block)) {
       at = &block->next;
       continue;
@@ -67,14 +67,14 @@ thread_block* take_unused() {
 
 }  // namespace
 
-void held_signals::hold(const siginfo_t& held) {
-  const signal_bits own = bit(held.si_signo);
+void HeldSignals::hold(const siginfo_t& held) {
+  const SignalBits own = bit(held.si_signo);
   if (present & own) return;
   info[place(held.si_signo)] = held;
   present |= own;
 }
 
-siginfo_t held_signals::take(signal_bits set) {
+siginfo_t HeldSignals::take(SignalBits set) {
   for (int sig : {SIGILL, SIGBUS, SIGSEGV}) {
     if (!(present & set & bit(sig))) continue;
     present &= ~bit(sig);
@@ -83,24 +83,24 @@ siginfo_t held_signals::take(signal_bits set) {
   return {};
 }
 
-bool thread_block::is_runner_stack(std::uintptr_t sp) const {
+bool ThreadBlock::is_runner_stack(std::uintptr_t sp) const {
   const auto top = reinterpret_cast<std::uintptr_t>(this);
   return sp <= top && sp > top - stack_size;
 }
 
-stack_t runner_stack(const thread_block* block) {
+stack_t runner_stack(const ThreadBlock* block) {
   stack_t stack{};
   stack.ss_sp = mapping_of(block) + guard_size;
   stack.ss_size = stack_size;
   return stack;
 }
 
-thread_block* make_thread_block() {
+ThreadBlock* make_thread_block() {
   notice_copy();
   const SignalsBlocked signals;
-  thread_block* block = take_unused();
+  ThreadBlock* block = take_unused();
   if (block) {
-    while (thread_block* more = block->next) {
+    while (ThreadBlock* more = block->next) {
       block->next = more->next;
       unmap(more);
     }
@@ -113,7 +113,7 @@ thread_block* make_thread_block() {
     // What a copy of the process executes before we know of it counts from nothing, too.
     wipe_in_copies(mapping + static_cast<long>(block_offset + thread_counts_offset),
                    mapping_size - block_offset - thread_counts_offset);
-    block = reinterpret_cast<thread_block*>(mapping + static_cast<long>(block_offset));  // the pages come zeroed
+    block = reinterpret_cast<ThreadBlock*>(mapping + static_cast<long>(block_offset));  // the pages come zeroed
   }
   block->program_stack.ss_flags = SS_DISABLE;
   // Known before its thread begins, so that no thread is ever missed.
@@ -123,18 +123,18 @@ thread_block* make_thread_block() {
   return block;
 }
 
-void free_thread_block(thread_block* block) {
+void free_thread_block(ThreadBlock* block) {
   const SignalsBlocked signals;
   {
     const std::lock_guard guard(list_lock);
-    thread_block** at = &thread_blocks;
+    ThreadBlock** at = &thread_blocks;
     while (*at != block) at = &(*at)->next;
     *at = block->next;
   }
   unmap(block);
 }
 
-void begin_thread(thread_block* block) {
+void begin_thread(ThreadBlock* block) {
   block->thread_id = kernel_thread_id();
   block->blocked |= kernel_mask(SIG_UNBLOCK, owned_signals) & owned_signals;
   if (is_go) block->blocked = 0;
@@ -148,24 +148,24 @@ void begin_thread(thread_block* block) {
   pthread_setspecific(key, block);
 }
 
-thread_block* need_thread_block() {
+ThreadBlock* need_thread_block() {
   if (this_thread_block) return this_thread_block;
   if (!is_active()) return nullptr;
   // At the very start the loader lays out the main thread's variables once more.
   if (main_block && main_block->thread_id == kernel_thread_id()) return this_thread_block = main_block;
-  thread_block* block = make_thread_block();
+  ThreadBlock* block = make_thread_block();
   if (block) begin_thread(block);
   return block;
 }
 
-void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument) {
+void for_each_thread_block(void (*body)(ThreadBlock* block, void* argument), void* argument) {
   const std::lock_guard guard(list_lock);
-  for (thread_block* block = thread_blocks; block; block = block->next) body(block, argument);
+  for (ThreadBlock* block = thread_blocks; block; block = block->next) body(block, argument);
 }
 
 void wake_thread_for(int sig) {
   const std::lock_guard guard(list_lock);
-  for (thread_block* block = thread_blocks; block; block = block->next) {
+  for (ThreadBlock* block = thread_blocks; block; block = block->next) {
     if (block == this_thread_block || block->is_ending || block->thread_id == 0) continue;
     if (!(block->waited_for & bit(sig)) && (block->blocked & bit(sig))) continue;
     block->woken |= bit(sig);
@@ -176,13 +176,13 @@ void wake_thread_for(int sig) {
 bool has_other_threads() {
   const SignalsBlocked signals;
   const std::lock_guard guard(list_lock);
-  for (const thread_block* block = thread_blocks; block; block = block->next) {
+  for (const ThreadBlock* block = thread_blocks; block; block = block->next) {
     if (block != this_thread_block && !block->is_ending) return true;
   }
   return false;
 }
 
-void leave_guarded(thread_block* block) {
+void leave_guarded(ThreadBlock* block) {
   block->is_guarded = false;
   __builtin_longjmp(block->resume, 1);
 }
@@ -199,8 +199,8 @@ void unlock_thread_blocks() { list_lock.unlock(); }
 
 void keep_own_thread_block() {
   unlock_thread_blocks();
-  thread_block* own = this_thread_block;
-  for (thread_block* block = thread_blocks; block; block = block->next) block->is_ending = block != own;
+  ThreadBlock* own = this_thread_block;
+  for (ThreadBlock* block = thread_blocks; block; block = block->next) block->is_ending = block != own;
   main_block = own;
   if (!own) return;
   own->thread_id = kernel_thread_id();

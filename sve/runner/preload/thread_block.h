@@ -19,20 +19,20 @@ namespace sve::runner {
 
 /// Signals that were sent while the program blocks them, of those that the kernel must not block: one of each kind, as
 /// the kernel holds them.
-struct held_signals {
+struct HeldSignals {
   siginfo_t info[3];
-  std::atomic<signal_bits> present;
+  std::atomic<SignalBits> present;
 
   static int place(int sig) { return sig == SIGILL ? 0 : sig == SIGSEGV ? 1 : 2; }
   void hold(const siginfo_t& held);
   /// Takes out the first one that is in `set`; si_signo is 0 if there is none.
-  siginfo_t take(signal_bits set);
+  siginfo_t take(SignalBits set);
 };
 
 /// A thread's block. It is all zero at first but for the program's stack, which is none.
-struct thread_block {
+struct ThreadBlock {
   /// The owned signals that the program thinks blocked. First, for vfork's sake.
-  std::atomic<signal_bits> blocked;
+  std::atomic<SignalBits> blocked;
   /// Whether this thread runs as a vforked child: `blocked` is the child's, and the parent puts its own back.
   unsigned long is_vforked;
 
@@ -48,18 +48,18 @@ struct thread_block {
 
   std::uint64_t run_begun, in_runs;  ///< by the processor's counter, where a report is to tell of time
 
-  siginfo_t deferred;         ///< the signal that waits; si_signo 0 if none does
-  signal_bits deferred_mask;  ///< the program's mask, while everything waits
-  stack_t program_stack;      ///< as the program set it; SS_DISABLE if it has none
+  siginfo_t deferred;        ///< the signal that waits; si_signo 0 if none does
+  SignalBits deferred_mask;  ///< the program's mask, while everything waits
+  stack_t program_stack;     ///< as the program set it; SS_DISABLE if it has none
 
   // A wait with a mask of its own, as in sigsuspend. A signal's arrival ends it.
   bool waits;
-  signal_bits wait_mask;
-  std::atomic<signal_bits> waited_for;  ///< owned signals that a sigwait of this thread would take
-  std::atomic<signal_bits> woken;       ///< sent to make this thread look for those that are held for the process
+  SignalBits wait_mask;
+  std::atomic<SignalBits> waited_for;  ///< owned signals that a sigwait of this thread would take
+  std::atomic<SignalBits> woken;       ///< sent to make this thread look for those that are held for the process
 
-  held_signals held;  ///< sent to this thread while the program blocks them
-  held_signals late;  ///< sent while the runner was at work on this thread
+  HeldSignals held;  ///< sent to this thread while the program blocks them
+  HeldSignals late;  ///< sent while the runner was at work on this thread
 
   // A piece of our code that touches the program's memory.
   bool is_guarded;
@@ -79,7 +79,7 @@ struct thread_block {
   bool inherits_length;  ///< what PR_SVE_VL_INHERIT says; no other part of the length can change
   int thread_id;
   bool is_ending;  ///< the thread is among its last destructors, and the block is free when it is gone
-  thread_block* next;
+  ThreadBlock* next;
 
   /// Whether a stack pointer is in the runner's stack, which ends where the block begins.
   bool is_runner_stack(std::uintptr_t sp) const;
@@ -88,35 +88,35 @@ struct thread_block {
 /// A thread's executions of each site, by the site's index, lie behind its block, so that entries need no lock to
 /// count.
 inline constexpr std::size_t thread_counts_offset = 65536;
-static_assert(sizeof(thread_block) <= thread_counts_offset);
-inline std::uint64_t* counts_of(thread_block* block) {
+static_assert(sizeof(ThreadBlock) <= thread_counts_offset);
+inline std::uint64_t* counts_of(ThreadBlock* block) {
   return reinterpret_cast<std::uint64_t*>(reinterpret_cast<std::byte*>(block) + thread_counts_offset);
 }
 
 /// The list of all blocks.
-extern thread_block* thread_blocks;
+extern ThreadBlock* thread_blocks;
 
 /// Calls `body` with each thread's block, of those too that have ended and not been reused. Call with all signals
 /// blocked.
-void for_each_thread_block(void (*body)(thread_block* block, void* argument), void* argument);
+void for_each_thread_block(void (*body)(ThreadBlock* block, void* argument), void* argument);
 
 /// This thread's block, or null. Initial-exec, so that a signal handler reads it without a call.
-extern thread_local thread_block* this_thread_block __attribute__((tls_model("initial-exec")));
+extern thread_local ThreadBlock* this_thread_block __attribute__((tls_model("initial-exec")));
 
 /// The block of this thread, made if need be; null when memory has run out, or where the runner is not active. The
 /// kernel's mask loses the owned signals to the program's view.
-thread_block* need_thread_block();
+ThreadBlock* need_thread_block();
 
 /// A block for a thread to come, and its return if none comes. Memory of threads that have ended is reused or given
 /// back.
-thread_block* make_thread_block();
-void free_thread_block(thread_block* block);
+ThreadBlock* make_thread_block();
+void free_thread_block(ThreadBlock* block);
 
 /// Makes `block` this thread's.
-void begin_thread(thread_block* block);
+void begin_thread(ThreadBlock* block);
 
 /// The runner's stack, as the kernel is told of it.
-stack_t runner_stack(const thread_block* block);
+stack_t runner_stack(const ThreadBlock* block);
 
 /// For a signal of the whole process that this thread blocks: sends it to another thread that does not, or waits for
 /// it, if there is one. The kernel lets no thread forge another's signal, so what that one gets tells it where to look.
@@ -128,7 +128,7 @@ bool has_other_threads();
 /// Runs `body`, which touches memory that is the program's. Returns false if a fault ended it, which `block->fault`
 /// tells of. No caller may know which registers it leaves alone: a fault leaves none.
 template <class Body>
-[[gnu::noipa]] bool guarded(thread_block* block, Body body) {
+[[gnu::noipa]] bool guarded(ThreadBlock* block, Body body) {
   if (__builtin_setjmp(block->resume)) return false;
   block->is_guarded = true;
   std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -139,7 +139,7 @@ template <class Body>
 }
 
 /// From the handler of a fault: makes `guarded` return false.
-[[noreturn]] void leave_guarded(thread_block* block);
+[[noreturn]] void leave_guarded(ThreadBlock* block);
 
 /// Called once at start, before any thread is made; and in a copy of the process, which has this thread alone.
 void start_thread_blocks();

@@ -16,13 +16,13 @@ namespace {
 constexpr std::size_t region_size = std::size_t{4} << 20;
 constexpr std::size_t most_regions = 64;
 
-struct region {
+struct Region {
   std::uintptr_t code = 0;      // executable here,
   std::uintptr_t writable = 0;  // writable here; 0: full, or the parent's
   std::size_t used = 0;
 };
 
-region regions[most_regions];
+Region regions[most_regions];
 std::atomic<std::size_t> region_count{0};
 bool other_cores_told = false;
 
@@ -63,7 +63,7 @@ long take_gap(std::uintptr_t near) {
 }
 
 // Both views of the same memory, or nothing.
-bool make_region(std::uintptr_t near, region& r) {
+bool make_region(std::uintptr_t near, Region& r) {
   // First the one that lies anywhere, so that it does not take the other's gap.
   const long writable =
       system_call(SYS_mmap, 0, region_size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -82,17 +82,17 @@ bool make_region(std::uintptr_t near, region& r) {
   return false;
 }
 
-bool reaches(const region& r, std::uintptr_t near) {
+bool reaches(const Region& r, std::uintptr_t near) {
   return near - r.code + branch_reach < 2 * branch_reach &&
          near - (r.code + region_size) + branch_reach < 2 * branch_reach;
 }
 
 }  // namespace
 
-code_space reserve_code(std::uintptr_t near, std::size_t words) {
+CodeSpace reserve_code(std::uintptr_t near, std::size_t words) {
   const std::size_t count = region_count.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < count; ++i) {
-    const region& r = regions[i];
+    const Region& r = regions[i];
     if (r.writable != 0 && reaches(r, near) && region_size - r.used >= 4 * words)
       return {r.code + r.used, (region_size - r.used) / 4};
   }
@@ -103,8 +103,8 @@ code_space reserve_code(std::uintptr_t near, std::size_t words) {
   return {regions[count].code, region_size / 4};
 }
 
-void commit_code(const code_space& space, const std::uint32_t* words, std::size_t count) {
-  for (region& r : regions) {
+void commit_code(const CodeSpace& space, const std::uint32_t* words, std::size_t count) {
+  for (Region& r : regions) {
     if (r.writable == 0 || r.code + r.used != space.address) continue;
     std::memcpy(reinterpret_cast<void*>(r.writable + r.used), words, 4 * count);
     synchronize_code(space.address, space.address + 4 * count);
@@ -121,7 +121,7 @@ bool is_own_code(std::uintptr_t pc) {
 }
 
 void leave_code_to_parent() {
-  for (region& r : regions) {
+  for (Region& r : regions) {
     if (r.writable == 0) continue;
     system_call(SYS_munmap, static_cast<long>(r.writable), region_size);
     r.writable = 0;

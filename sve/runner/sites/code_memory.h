@@ -12,16 +12,16 @@ namespace sve::runner {
 inline constexpr std::size_t branch_reach = std::size_t{124} << 20;
 
 /// A piece of a region that is being filled.
-struct code_space {
+struct CodeSpace {
   std::uint64_t address = 0;  ///< where it will be executed; 0 if there is none
   std::size_t room = 0;       ///< in words
 };
 
 /// Room near `address`, at least `words`. Held until `commit_code`; one at a time, under the caller's lock.
-code_space reserve_code(std::uintptr_t address, std::size_t words);
+CodeSpace reserve_code(std::uintptr_t address, std::size_t words);
 
 /// Fills the space last reserved with `count` words and makes them ready to be executed by all threads.
-void commit_code(const code_space& space, const std::uint32_t* words, std::size_t count);
+void commit_code(const CodeSpace& space, const std::uint32_t* words, std::size_t count);
 
 /// Whether `pc` lies in code of ours.
 bool is_own_code(std::uintptr_t pc);

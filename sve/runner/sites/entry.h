@@ -10,20 +10,20 @@
 namespace sve::runner {
 
 /// A site's code: first its site's address, as two words, then what the site branches to.
-struct entry_code {
+struct EntryCode {
   const std::uint32_t* words;
   std::size_t size;
   std::size_t begin;  ///< of the code, in words
-  const code_event* events;
+  const CodeEvent* events;
   std::size_t event_count;
 };
 
 /// Makes the code that will lie at `address`; false if that cannot be. The words stay until the next call. To be called
 /// under a lock.
-bool make_entry(const site& s, std::uint64_t address, translation how, entry_code& code);
+bool make_entry(const Site& s, std::uint64_t address, Translation how, EntryCode& code);
 
 /// Where a thread is in an entry's code, and what it takes to leave it there.
-struct entry_position {
+struct EntryPosition {
   bool is_light = false;    ///< in native code, otherwise in what calls handlers
   bool is_begin = false;    ///< of a part: nothing of it is done, the registers are the program's
   bool is_pushed = false;   ///< `low` are on the program's stack
@@ -36,7 +36,7 @@ struct entry_position {
   std::uint8_t x_slot[32] = {}, v_slot[32] = {};
   std::size_t instruction = 0;  ///< of the run, which begins or goes on; those before it are done
 };
-entry_position locate(const site& s, std::uintptr_t pc);
+EntryPosition locate(const Site& s, std::uintptr_t pc);
 
 /// A branch between two addresses, or 0 if they lie too far apart.
 std::uint32_t branch_to(std::uint64_t from, std::uint64_t to);

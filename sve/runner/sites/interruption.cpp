@@ -22,7 +22,7 @@ bool is_within(std::uintptr_t pc, const char* begin, const char* end) {
 }
 
 // The program goes on where its cpu_state says.
-void leave_run(thread_block* block, ucontext_t* context) {
+void leave_run(ThreadBlock* block, ucontext_t* context) {
   store_state(&block->state, context);
   block->running = 0;
 }
@@ -38,7 +38,7 @@ void pop_pushed(ucontext_t* context, const std::uint8_t (&registers)[4]) {
 constexpr std::uint8_t heavy_pushed[4] = {0, 30, 31, 31};
 
 // All registers become the program's at the instruction that the run has come to.
-void restore_registers(const thread_block* block, ucontext_t* context, const entry_position& at, const site* s) {
+void restore_registers(const ThreadBlock* block, ucontext_t* context, const EntryPosition& at, const Site* s) {
   mcontext_t& machine = context->uc_mcontext;
   if (at.is_pushed) pop_pushed(context, at.low);
   for (unsigned n = 0; n < 32; ++n) {
@@ -52,7 +52,7 @@ void restore_registers(const thread_block* block, ucontext_t* context, const ent
   machine.pc = reinterpret_cast<std::uintptr_t>(s->address + at.instruction);
 }
 
-interruption defer(thread_block* block, siginfo_t* info, ucontext_t* context) {
+Interruption defer(ThreadBlock* block, siginfo_t* info, ucontext_t* context) {
   if (is_owned(info->si_signo)) {
     block->late.hold(*info);
   } else {
@@ -61,11 +61,11 @@ interruption defer(thread_block* block, siginfo_t* info, ucontext_t* context) {
     set_saved_mask(context, ~owned_signals);
   }
   block->pending = 1;
-  return interruption::resumed;
+  return Interruption::resumed;
 }
 
 // What has waited, if anything has.
-siginfo_t take_deferred(thread_block* block, ucontext_t* context) {
+siginfo_t take_deferred(ThreadBlock* block, ucontext_t* context) {
   const siginfo_t deferred = block->deferred;
   if (deferred.si_signo != 0) set_saved_mask(context, block->deferred_mask);
   block->deferred.si_signo = 0;
@@ -75,39 +75,39 @@ siginfo_t take_deferred(thread_block* block, ucontext_t* context) {
 
 // The handlers of a part are done, and `place` is in the part's end: the program goes on behind its last instruction. A
 // run that is over has been counted.
-void leave_part(thread_block* block, ucontext_t* context, std::uintptr_t place) {
-  site* const s = site_of_entry(place);
-  const entry_position at = locate(*s, place);
+void leave_part(ThreadBlock* block, ucontext_t* context, std::uintptr_t place) {
+  Site* const s = site_of_entry(place);
+  const EntryPosition at = locate(*s, place);
   if (!at.is_last) count_partial(s, at.instruction);
   block->state.pc = s->address + at.instruction;
   leave_run(block, context);
 }
 
-interruption interrupt_body(thread_block* block, siginfo_t* info, ucontext_t* context,
+Interruption interrupt_body(ThreadBlock* block, siginfo_t* info, ucontext_t* context,
                             bool (*answer)(int sig, void* context)) {
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
   if (context->uc_mcontext.pc == reinterpret_cast<std::uintptr_t>(sve_entry_pending)) {
     leave_part(block, context, context->uc_mcontext.regs[30]);
     *info = take_deferred(block, context);
-    return interruption::delivered;
+    return Interruption::delivered;
   }
   if (!is_fault) return defer(block, info, context);
-  if (answer(info->si_signo, context)) return interruption::resumed;
+  if (answer(info->si_signo, context)) return Interruption::resumed;
   // The program's own data were not there. It hears of it as of a fault of the instruction that is now at `pc`.
-  site* const s = site_of_entry(block->running);
+  Site* const s = site_of_entry(block->running);
   count_partial(s, static_cast<std::size_t>(block->state.pc - s->address));
   leave_run(block, context);
   if (const siginfo_t deferred = take_deferred(block, context); deferred.si_signo != 0)
     kernel_resend(block->thread_id, deferred);  // behind the fault, which is the instruction's own
-  return interruption::delivered;
+  return Interruption::delivered;
 }
 
 }  // namespace
 
 // In native code. There a fault is no more than a question: the handler of the instruction tells, as after a trap, what
 // it is, and whether it is one.
-interruption interrupt_native(thread_block* block, siginfo_t* info, ucontext_t* context, site* s,
-                              const entry_position& at) {
+Interruption interrupt_native(ThreadBlock* block, siginfo_t* info, ucontext_t* context, Site* s,
+                              const EntryPosition& at) {
   mcontext_t& machine = context->uc_mcontext;
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
   const auto leave = [&] {
@@ -119,63 +119,63 @@ interruption interrupt_native(thread_block* block, siginfo_t* info, ucontext_t* 
     machine.pc = reinterpret_cast<std::uintptr_t>(s->end());
     ++counts_of(block)[s->index];
     *info = take_deferred(block, context);
-    return interruption::delivered;
+    return Interruption::delivered;
   }
   if (at.without_block || at.is_begin) {
     leave();
-    return interruption::delivered;
+    return Interruption::delivered;
   }
   if (at.is_leaving && at.is_last && !block->pending) {
     restore_registers(block, context, at, s);
     if (!at.is_counted) ++counts_of(block)[s->index];
     machine.pc = reinterpret_cast<std::uintptr_t>(s->end());
-    return interruption::delivered;
+    return Interruption::delivered;
   }
-  if (!is_fault || !at.is_pushed) return is_fault ? interruption::none : defer(block, info, context);
+  if (!is_fault || !at.is_pushed) return is_fault ? Interruption::none : defer(block, info, context);
   leave();
   if (const siginfo_t deferred = take_deferred(block, context); deferred.si_signo != 0)
     kernel_resend(block->thread_id, deferred);
   info->si_signo = SIGILL;
   info->si_code = ILL_ILLOPC;
-  return interruption::delivered;
+  return Interruption::delivered;
 }
 
-interruption interrupt_run(thread_block* block, siginfo_t* info, ucontext_t* context,
+Interruption interrupt_run(ThreadBlock* block, siginfo_t* info, ucontext_t* context,
                            bool (*answer)(int sig, void* context)) {
   mcontext_t& machine = context->uc_mcontext;
   const auto pc = static_cast<std::uintptr_t>(machine.pc);
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
   if (is_fault && info->si_signo == SIGSEGV && reinterpret_cast<std::uintptr_t>(info->si_addr) == pc && was_in_work(pc))
-    return interruption::resumed;
+    return Interruption::resumed;
   if (is_within(pc, sve_entry_restore, sve_entry_left)) {
     leave_part(block, context, machine.regs[30]);
-    return interruption::delivered;
+    return Interruption::delivered;
   }
   if (block->running != 0) return interrupt_body(block, info, context, answer);
   if (pc == reinterpret_cast<std::uintptr_t>(sve_entry_without_block)) {
-    site* s = site_of_entry(machine.regs[30]);
-    const entry_position at = locate(*s, machine.regs[30]);
+    Site* s = site_of_entry(machine.regs[30]);
+    const EntryPosition at = locate(*s, machine.regs[30]);
     pop_pushed(context, heavy_pushed);
     machine.pc = reinterpret_cast<std::uintptr_t>(s->address + at.instruction);
     count_partial(s, at.instruction);
-    return interruption::delivered;
+    return Interruption::delivered;
   }
   if (is_within(pc, sve_entry_save, sve_entry_without_block)) return defer(block, info, context);
-  site* s = site_of_entry(pc);
-  if (!s) return interruption::none;
-  const entry_position at = locate(*s, pc);
+  Site* s = site_of_entry(pc);
+  if (!s) return Interruption::none;
+  const EntryPosition at = locate(*s, pc);
   if (at.is_light) return interrupt_native(block, info, context, s, at);
   if (at.is_leaving) {
     leave_part(block, context, pc);
-    return interruption::delivered;
+    return Interruption::delivered;
   }
   // At its first instructions an entry has done nothing yet, or cannot push.
   if (at.is_begin) {
     machine.pc = reinterpret_cast<std::uintptr_t>(s->address + at.instruction);
     count_partial(s, at.instruction);
-    return interruption::delivered;
+    return Interruption::delivered;
   }
-  return is_fault ? interruption::none : defer(block, info, context);
+  return is_fault ? Interruption::none : defer(block, info, context);
 }
 
 }  // namespace sve::runner

@@ -15,19 +15,19 @@ namespace {
 
 std::uintptr_t distance(std::uintptr_t a, std::uintptr_t b) { return a < b ? b - a : a - b; }
 
-mapping known[64];
+Mapping known[64];
 std::size_t known_count = 0;
 
 constexpr std::size_t most_modules = 4096;
-noted_module* modules = nullptr;
+NotedModule* modules = nullptr;
 std::atomic<std::uint32_t> module_count{0};
 
 // Returns its number, or 0 if it is no file or there is no room.
-std::uint32_t note(const mapping& m, const char* path) {
+std::uint32_t note(const Mapping& m, const char* path) {
   if (!modules || path[0] != '/') return 0;
   const std::uint32_t n = module_count.load(std::memory_order_relaxed);
   for (std::uint32_t i = 0; i < n; ++i) {
-    const noted_module& known_one = modules[i];
+    const NotedModule& known_one = modules[i];
     if (known_one.begin == m.begin && known_one.offset == m.offset && std::strcmp(known_one.path, path) == 0)
       return i + 1;
   }
@@ -58,7 +58,7 @@ int MappingReader::get() {
 }
 
 // A line is "begin-end rwxp offset device inode   name".
-bool MappingReader::next(mapping& m) {
+bool MappingReader::next(Mapping& m) {
   m = {};
   int c = get();
   for (std::uintptr_t* number : {&m.begin, &m.end}) {
@@ -84,7 +84,7 @@ bool MappingReader::next(mapping& m) {
   return m.end > m.begin;
 }
 
-bool find_mapping(std::uintptr_t address, mapping& m) {
+bool find_mapping(std::uintptr_t address, Mapping& m) {
   MappingReader reader;
   while (reader.next(m))
     if (address >= m.begin && address < m.end) return true;
@@ -94,7 +94,7 @@ bool find_mapping(std::uintptr_t address, mapping& m) {
 void read_mapped_file(const void* from, void* to, std::size_t size) {
   const auto place = reinterpret_cast<std::uintptr_t>(from);
   MappingReader reader;
-  for (mapping m; reader.next(m);) {
+  for (Mapping m; reader.next(m);) {
     if (place < m.begin || place >= m.end || reader.path()[0] != '/') continue;
     const long fd = system_call(SYS_openat, AT_FDCWD, address(reader.path()), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return;
@@ -105,16 +105,16 @@ void read_mapped_file(const void* from, void* to, std::size_t size) {
 }
 
 void note_modules() {
-  const long memory = system_call(SYS_mmap, 0, most_modules * sizeof(noted_module), PROT_READ | PROT_WRITE,
+  const long memory = system_call(SYS_mmap, 0, most_modules * sizeof(NotedModule), PROT_READ | PROT_WRITE,
                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (memory > 0 || memory < -4096) modules = reinterpret_cast<noted_module*>(memory);
+  if (memory > 0 || memory < -4096) modules = reinterpret_cast<NotedModule*>(memory);
 }
 
-const noted_module* find_noted_module(std::uint32_t number) {
+const NotedModule* find_noted_module(std::uint32_t number) {
   return number > 0 && number <= module_count.load(std::memory_order_acquire) ? &modules[number - 1] : nullptr;
 }
 
-bool find_code_mapping(std::uintptr_t address, mapping& m) {
+bool find_code_mapping(std::uintptr_t address, Mapping& m) {
   for (std::size_t i = 0; i < known_count; ++i) {
     m = known[i];
     if (address >= m.begin && address < m.end) return true;
@@ -148,7 +148,7 @@ std::uintptr_t find_gap(std::uintptr_t address, std::size_t size, std::size_t re
     if (best == 0 || distance(place, address) < distance(best, address)) best = place;
   };
   MappingReader reader;
-  for (mapping m; reader.next(m); gap_begin = m.end) {
+  for (Mapping m; reader.next(m); gap_begin = m.end) {
     if (m.begin < gap_begin + size + 2 * alignment || m.is_stack) continue;
     consider((m.begin - size) & ~(alignment - 1));
     // A large gap's upper end may be out of reach.

@@ -6,7 +6,7 @@
 
 namespace sve::runner {
 
-struct mapping {
+struct Mapping {
   std::uintptr_t begin = 0, end = 0;
   bool readable = false, writable = false, executable = false, is_private = false;
   bool is_stack = false;     ///< the main thread's, which grows downwards into the gap below it
@@ -23,7 +23,7 @@ class MappingReader {
   MappingReader& operator=(const MappingReader&) = delete;
 
   /// The next mapping; false after the last one, or when the kernel tells nothing.
-  bool next(mapping& m);
+  bool next(Mapping& m);
   /// The file that the last one maps; empty if it maps none, or one whose path is too long.
   const char* path() const { return path_; }
 
@@ -37,17 +37,17 @@ class MappingReader {
 };
 
 /// The mapping that holds `address`; false if there is none.
-bool find_mapping(std::uintptr_t address, mapping& m);
+bool find_mapping(std::uintptr_t address, Mapping& m);
 
 /// Reads what the file behind a mapping holds for an address. Changes nothing if there is no such file.
 void read_mapped_file(const void* from, void* to, std::size_t size);
 
 /// As find_mapping, for private mappings that can be executed, which are remembered. Not for two threads at once.
-bool find_code_mapping(std::uintptr_t address, mapping& m);
+bool find_code_mapping(std::uintptr_t address, Mapping& m);
 void forget_code_mappings();
 
 /// Code of a file that the process has executed sites of.
-struct noted_module {
+struct NotedModule {
   std::uintptr_t begin, end;
   std::uint64_t offset;
   char path[512];
@@ -55,7 +55,7 @@ struct noted_module {
 /// From now on find_code_mapping notes what it finds, which stays noted when the program unmaps it.
 void note_modules();
 /// What is noted under a number; null behind the last one.
-const noted_module* find_noted_module(std::uint32_t number);
+const NotedModule* find_noted_module(std::uint32_t number);
 
 /// Whether one that is remembered has a byte between the two addresses.
 bool knows_code_mapping(std::uintptr_t from, std::uintptr_t to);

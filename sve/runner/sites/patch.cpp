@@ -32,7 +32,7 @@ int worker = 0;                  // the process that does it
 
 // For the moment of writing the page cannot be executed; a thread that meets that tries again.
 bool write_through_mapping(std::uint32_t* at, std::uint32_t word) {
-  mapping m;
+  Mapping m;
   const auto place = reinterpret_cast<std::uintptr_t>(at);
   if (!find_code_mapping(place, m)) return false;
   const long page = static_cast<long>(place & ~page_mask);
@@ -89,7 +89,7 @@ bool was_in_work(std::uintptr_t pc) {
   const std::uintptr_t page = pc & ~page_mask;
   for (unsigned waits = 0;; ++waits) {
     const unsigned before = works.load();
-    mapping m;
+    Mapping m;
     if (page_in_work.load() != page) {
       if (find_mapping(pc, m) && m.executable) return true;
       if (works.load() == before) return false;

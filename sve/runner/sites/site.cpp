@@ -24,7 +24,7 @@
 
 namespace sve::runner {
 
-entry_place* entries = nullptr;
+EntryPlace* entries = nullptr;
 std::atomic<std::size_t> entry_count{0};
 
 namespace {
@@ -34,10 +34,10 @@ constexpr std::size_t bucket_count = 1 << 14;
 
 // Writers hold the lock, with all signals blocked; readers take none, and what they find stays for ever.
 SleepingLock lock;
-std::atomic<site*> buckets[bucket_count];
+std::atomic<Site*> buckets[bucket_count];
 std::atomic<std::size_t> count_of_sites{0};
 std::atomic<std::uint64_t> executions_without_site{0};
-site** by_index = nullptr;
+Site** by_index = nullptr;
 bool patching = false, telling = false;
 bool noting = false, counting_lanes = false, counting_time = false;  // for a report
 std::uint64_t ended_time = 0;
@@ -49,14 +49,14 @@ std::atomic<std::uintptr_t> lowest_patched{~std::uintptr_t{0}}, highest_patched{
 bool may_hold_patches(std::uintptr_t from, std::uintptr_t to) { return from <= highest_patched && lowest_patched < to; }
 
 // Threads whose blocks are another's by now. What there is no room for is added to the last one.
-struct ended_thread {
+struct EndedThread {
   int id;
   std::uint64_t executions;
 };
 constexpr std::size_t most_ended = 1 << 16;
-ended_thread* ended_threads = nullptr;
+EndedThread* ended_threads = nullptr;
 std::size_t ended_count = 0;
-translation translating = translation::handlers;
+Translation translating = Translation::handlers;
 
 // A debugger is there, and has no use for sites before this one.
 bool debugged = false;
@@ -85,7 +85,7 @@ void* allocate(std::size_t size) {
   return result;
 }
 
-std::atomic<site*>& bucket_of(const std::uint32_t* address) {
+std::atomic<Site*>& bucket_of(const std::uint32_t* address) {
   return buckets[(reinterpret_cast<std::uintptr_t>(address) >> 2) * 0x9e3779b97f4a7c15u >> 50];
 }
 
@@ -96,7 +96,7 @@ std::uint32_t read_word(const std::uint32_t* at) {
 // The word at an address as the program wrote it, where a patch of ours may stand.
 std::uint32_t own_word(const std::uint32_t* at) {
   const std::uint32_t word = read_word(at);
-  for (const site* s = bucket_of(at).load(std::memory_order_acquire); s; s = s->next)
+  for (const Site* s = bucket_of(at).load(std::memory_order_acquire); s; s = s->next)
     if (s->address == at && s->patch.load(std::memory_order_relaxed) == word && word != 0) return s->words[0];
   return word;
 }
@@ -106,21 +106,21 @@ std::uint32_t own_word(const std::uint32_t* at) {
 std::uint32_t first_word(const std::uint32_t* at) {
   std::uint32_t word = own_word(at);
   if (word != breakpoint_word) return word;
-  for (const site* s = bucket_of(at).load(std::memory_order_acquire); s; s = s->next)
+  for (const Site* s = bucket_of(at).load(std::memory_order_acquire); s; s = s->next)
     if (s->address == at) return s->words[0];
   read_mapped_file(at, &word, sizeof word);
   return word;
 }
 
-bool is_of(const site* s, const std::uint32_t* address) {
+bool is_of(const Site* s, const std::uint32_t* address) {
   if (s->address != address || s->index < first_debugged) return false;
   for (std::size_t i = 0; i < s->count; ++i)
     if ((i == 0 ? first_word(address) : own_word(address + i)) != s->words[i]) return false;
   return true;
 }
 
-site* find(const std::uint32_t* address) {
-  for (site* s = bucket_of(address).load(std::memory_order_acquire); s; s = s->next)
+Site* find(const std::uint32_t* address) {
+  for (Site* s = bucket_of(address).load(std::memory_order_acquire); s; s = s->next)
     if (is_of(s, address)) return s;
   return nullptr;
 }
@@ -130,22 +130,22 @@ T* allocate_array(std::size_t n) {
   return static_cast<T*>(allocate(n * sizeof(T)));
 }
 
-site* make(std::uint32_t* address) {
+Site* make(std::uint32_t* address) {
   std::uint32_t words[longest_run];
-  decode_handler handlers[longest_run];
+  DecodeHandler handlers[longest_run];
   std::size_t n = 0;
   // In code that the program can write a run is one instruction long, so that no part of one can change behind its
   // entry's back.
-  mapping m;
+  Mapping m;
   const bool is_known = (patching || noting) && find_code_mapping(reinterpret_cast<std::uintptr_t>(address), m);
   const bool is_steady = !patching || (is_known && !m.writable);
   const std::size_t most = is_steady && !debugged ? longest_run : 1;
   // With native code, what simple scalar instructions part is one run.
-  const bool takes_scalars = patching && translating == translation::native && most > 1;
+  const bool takes_scalars = patching && translating == Translation::native && most > 1;
   std::size_t taken = 0;
   do {
     const std::uint32_t word = taken == 0 ? first_word(address) : own_word(address + taken);
-    const decode_handler handle = handler_of(word);
+    const DecodeHandler handle = handler_of(word);
     if (!handle && (taken == 0 || !takes_scalars || !is_simple_scalar(word))) break;
     words[taken] = word;
     handlers[taken] = handle;
@@ -154,12 +154,12 @@ site* make(std::uint32_t* address) {
   } while (taken < most && (reinterpret_cast<std::uintptr_t>(address + taken) & page_mask) != 0);
   const std::size_t index = count_of_sites.load(std::memory_order_relaxed);
   if (n == 0 || index == most_sites) return nullptr;
-  if (!by_index) by_index = static_cast<site**>(map(most_sites * sizeof(site*)));
-  auto* s = allocate_array<site>(1);
+  if (!by_index) by_index = static_cast<Site**>(map(most_sites * sizeof(Site*)));
+  auto* s = allocate_array<Site>(1);
   auto* own_words = allocate_array<std::uint32_t>(n);
-  auto* own_handlers = allocate_array<decode_handler>(n);
+  auto* own_handlers = allocate_array<DecodeHandler>(n);
   auto* partial = allocate_array<std::atomic<std::int64_t>>(n);
-  auto* uses = counting_lanes ? allocate_array<lane_use>(n) : nullptr;
+  auto* uses = counting_lanes ? allocate_array<LaneUse>(n) : nullptr;
   if (!by_index || !s || !own_words || !own_handlers || !partial || (counting_lanes && !uses)) return nullptr;
   std::memcpy(own_words, words, n * sizeof words[0]);
   std::memcpy(own_handlers, handlers, n * sizeof handlers[0]);
@@ -173,7 +173,7 @@ site* make(std::uint32_t* address) {
   s->is_timed = counting_time;
   s->module = is_known ? m.module : 0;
   s->has_scalars = std::find(handlers, handlers + n, nullptr) != handlers + n;
-  std::atomic<site*>& bucket = bucket_of(address);
+  std::atomic<Site*>& bucket = bucket_of(address);
   s->next = bucket.load(std::memory_order_relaxed);
   by_index[index] = s;
   count_of_sites.store(index + 1, std::memory_order_release);
@@ -183,18 +183,18 @@ site* make(std::uint32_t* address) {
 
 }  // namespace
 
-site* find_site(std::uint32_t* address) { return find(address); }
+Site* find_site(std::uint32_t* address) { return find(address); }
 
-site* need_site(std::uint32_t* address) {
-  if (site* s = find(address)) return s;
+Site* need_site(std::uint32_t* address) {
+  if (Site* s = find(address)) return s;
   const std::lock_guard guard(lock);
-  if (site* s = find(address)) return s;
+  if (Site* s = find(address)) return s;
   return make(address);
 }
 
-static std::uint64_t executions_of(const thread_block* block, std::size_t sites);
+static std::uint64_t executions_of(const ThreadBlock* block, std::size_t sites);
 
-void keep_counts_of(thread_block* block) {
+void keep_counts_of(ThreadBlock* block) {
   if (ended_threads) {
     const std::uint64_t executions = executions_of(block, count_of_sites.load(std::memory_order_acquire));
     if (ended_count < most_ended) ended_threads[ended_count++] = {block->thread_id, 0};
@@ -213,7 +213,7 @@ void keep_counts_of(thread_block* block) {
 
 void count_trap() { traps.fetch_add(1, std::memory_order_relaxed); }
 
-void count_partial(site* s, std::size_t done) {
+void count_partial(Site* s, std::size_t done) {
   for (std::size_t i = 0; i < done; ++i) s->partial[i].fetch_add(1, std::memory_order_relaxed);
   if (this_thread_block)
     this_thread_block->partial += static_cast<std::int64_t>(
@@ -229,7 +229,7 @@ void count_without_site(bool for_lack_of_room) {
 }
 
 // Of SVE, in the site's run.
-static std::uint64_t count_instructions(const site* s) {
+static std::uint64_t count_instructions(const Site* s) {
   return static_cast<std::uint64_t>(s->count - std::count(s->handlers, s->handlers + s->count, nullptr));
 }
 
@@ -237,18 +237,18 @@ std::uint64_t count_executions() {
   std::uint64_t total = executions_without_site;
   const std::size_t n = count_of_sites.load(std::memory_order_acquire);
   for (std::size_t i = 0; i < n; ++i) {
-    const site* s = by_index[i];
+    const Site* s = by_index[i];
     total += s->ended * count_instructions(s);
     for (std::size_t k = 0; k < s->count; ++k)
       if (s->handlers[k]) total += s->partial[k];
   }
-  struct sum {
+  struct Sum {
     std::size_t n;
     std::uint64_t total;
   } running{n, 0};
   for_each_thread_block(
-      [](thread_block* block, void* argument) {
-        auto* to = static_cast<sum*>(argument);
+      [](ThreadBlock* block, void* argument) {
+        auto* to = static_cast<Sum*>(argument);
         const std::uint64_t* counts = counts_of(block);
         for (std::size_t i = 0; i < to->n; ++i) to->total += counts[i] * count_instructions(by_index[i]);
       },
@@ -256,26 +256,26 @@ std::uint64_t count_executions() {
   return total + running.total;
 }
 
-counted_word* collect_counts(std::size_t& size) {
+CountedWord* collect_counts(std::size_t& size) {
   const std::size_t n = count_of_sites.load(std::memory_order_acquire);
   std::size_t most = 1;
   for (std::size_t i = 0; i < n; ++i) most += by_index[i]->count;
-  auto* const all = static_cast<counted_word*>(map(most * sizeof(counted_word)));
-  struct totals {
+  auto* const all = static_cast<CountedWord*>(map(most * sizeof(CountedWord)));
+  struct Totals {
     std::size_t n;
     std::uint64_t* of;
   } runs{n, static_cast<std::uint64_t*>(map((n + 1) * sizeof(std::uint64_t)))};
   size = 0;
   if (!all || !runs.of) return nullptr;
   for_each_thread_block(
-      [](thread_block* block, void* argument) {
-        auto* to = static_cast<totals*>(argument);
+      [](ThreadBlock* block, void* argument) {
+        auto* to = static_cast<Totals*>(argument);
         const std::uint64_t* counts = counts_of(block);
         for (std::size_t i = 0; i < to->n; ++i) to->of[i] += counts[i];
       },
       &runs);
   for (std::size_t i = 0; i < n; ++i) {
-    const site* s = by_index[i];
+    const Site* s = by_index[i];
     for (std::size_t k = 0; k < s->count; ++k) {
       if (!s->handlers[k]) continue;
       const std::uint64_t count = runs.of[i] + s->ended + static_cast<std::uint64_t>(s->partial[k].load());
@@ -284,7 +284,7 @@ counted_word* collect_counts(std::size_t& size) {
   }
   system_call(SYS_munmap, address(runs.of), static_cast<long>((n + 1) * sizeof(std::uint64_t)));
   // What is met in the middle of another run has sites of both runs.
-  std::sort(all, all + size, [](const counted_word& a, const counted_word& b) {
+  std::sort(all, all + size, [](const CountedWord& a, const CountedWord& b) {
     return a.address != b.address ? a.address < b.address : a.word < b.word;
   });
   std::size_t kept = 0;
@@ -299,8 +299,8 @@ counted_word* collect_counts(std::size_t& size) {
 }
 
 // In all runs that have come to their end, and in others.
-static std::uint64_t executions_of(const thread_block* block, std::size_t sites) {
-  const std::uint64_t* counts = counts_of(const_cast<thread_block*>(block));
+static std::uint64_t executions_of(const ThreadBlock* block, std::size_t sites) {
+  const std::uint64_t* counts = counts_of(const_cast<ThreadBlock*>(block));
   auto total = static_cast<std::uint64_t>(block->partial);
   for (std::size_t i = 0; i < sites; ++i) total += counts[i] * count_instructions(by_index[i]);
   return total;
@@ -310,7 +310,7 @@ static std::uint64_t executions_of(const thread_block* block, std::size_t sites)
 static std::uint64_t time_in_runs() {
   std::uint64_t total = ended_time, rate;
   for_each_thread_block(
-      [](thread_block* block, void* argument) { *static_cast<std::uint64_t*>(argument) += block->in_runs; }, &total);
+      [](ThreadBlock* block, void* argument) { *static_cast<std::uint64_t*>(argument) += block->in_runs; }, &total);
   asm volatile("mrs %0, cntfrq_el0" : "=r"(rate));
   return rate == 0 ? 0 : static_cast<std::uint64_t>(static_cast<unsigned __int128>(total) * 1'000'000'000 / rate);
 }
@@ -319,9 +319,9 @@ void tell_sites(RunDataWriter& data) {
   data.line("traps", traps.load());
   if (counting_time) data.line("emulation", time_in_runs());
   if (const std::uint64_t unplaced = executions_without_site) data.line("unplaced", unplaced);
-  for (std::uint32_t number = 1; const noted_module* m = find_noted_module(number); ++number)
-    data.line("module", std::uint64_t{number}, RunDataWriter::hex{m->begin}, RunDataWriter::hex{m->end},
-              RunDataWriter::hex{m->offset}, std::string_view(m->path));
+  for (std::uint32_t number = 1; const NotedModule* m = find_noted_module(number); ++number)
+    data.line("module", std::uint64_t{number}, RunDataWriter::Hex{m->begin}, RunDataWriter::Hex{m->end},
+              RunDataWriter::Hex{m->offset}, std::string_view(m->path));
   struct {
     RunDataWriter* data;
     std::size_t first, end;
@@ -331,7 +331,7 @@ void tell_sites(RunDataWriter& data) {
     data.line("thread", static_cast<std::uint64_t>(ended_threads[i].id), ended_threads[i].executions);
   const std::size_t n = now.end;
   for_each_thread_block(
-      [](thread_block* block, void* argument) {
+      [](ThreadBlock* block, void* argument) {
         const auto* to = static_cast<decltype(now)*>(argument);
         if (const std::uint64_t executions = executions_of(block, to->end); executions != 0)
           to->data->line("thread", static_cast<std::uint64_t>(block->thread_id), executions);
@@ -342,14 +342,14 @@ void tell_sites(RunDataWriter& data) {
     now.end = std::min(n, now.first + std::size(now.runs));
     for (std::size_t i = now.first; i < now.end; ++i) now.runs[i - now.first] = by_index[i]->ended;
     for_each_thread_block(
-        [](thread_block* block, void* argument) {
+        [](ThreadBlock* block, void* argument) {
           auto* to = static_cast<decltype(now)*>(argument);
           for (std::size_t i = to->first; i < to->end; ++i) to->runs[i - to->first] += counts_of(block)[i];
         },
         &now);
     for (std::size_t i = now.first; i < now.end; ++i) {
-      const site* s = by_index[i];
-      data.line("run", std::uint64_t{s->module}, RunDataWriter::hex{reinterpret_cast<std::uintptr_t>(s->address)},
+      const Site* s = by_index[i];
+      data.line("run", std::uint64_t{s->module}, RunDataWriter::Hex{reinterpret_cast<std::uintptr_t>(s->address)},
                 std::uint64_t{s->count}, now.runs[i - now.first],
                 std::uint64_t{s->patch.load(std::memory_order_relaxed) != 0});
       for (std::size_t k = 0; k < s->count; ++k)
@@ -370,8 +370,8 @@ void note_for_report(bool lanes, bool time) {
   noting = true;
   counting_time = time;
   counting_lanes = lanes;
-  if (lanes) translating = translation::handlers;
-  ended_threads = static_cast<ended_thread*>(map(most_ended * sizeof(ended_thread)));
+  if (lanes) translating = Translation::handlers;
+  ended_threads = static_cast<EndedThread*>(map(most_ended * sizeof(EndedThread)));
   note_modules();
 }
 
@@ -385,16 +385,16 @@ void sites_after_fork_in_child(bool has_counted) {
   ended_time = 0;
   const std::size_t n = count_of_sites.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < n; ++i) {
-    site* s = by_index[i];
+    Site* s = by_index[i];
     s->ended = 0;
     for (std::size_t k = 0; k < s->count; ++k) {
       s->partial[k] = 0;
-      if (s->uses) new (&s->uses[k]) lane_use{};
+      if (s->uses) new (&s->uses[k]) LaneUse{};
     }
   }
   const std::size_t wiped = has_counted ? 0 : n;
   for_each_thread_block(
-      [](thread_block* block, void* argument) {
+      [](ThreadBlock* block, void* argument) {
         std::fill_n(counts_of(block), *static_cast<const std::size_t*>(argument), 0);
         block->partial = 0;
         block->in_runs = 0;
@@ -404,10 +404,10 @@ void sites_after_fork_in_child(bool has_counted) {
   if (patching) start_patching();
 }
 
-void start_sites(bool patches, translation how, bool tells) {
+void start_sites(bool patches, Translation how, bool tells) {
   patching = patches;
   debugged = is_traced();
-  translating = debugged || !patches || counting_lanes ? translation::handlers : how;
+  translating = debugged || !patches || counting_lanes ? Translation::handlers : how;
   telling = tells;
   start_native();
   if (patching) start_patching();
@@ -416,7 +416,7 @@ void start_sites(bool patches, translation how, bool tells) {
 namespace {
 
 // One line for each instruction of the run, and its code as words to be disassembled.
-void tell(const site* s, const entry_code& code) {
+void tell(const Site* s, const EntryCode& code) {
   Text<160> line;
   const auto print = [&] {
     print_line(line.c_str());
@@ -440,14 +440,14 @@ void tell(const site* s, const entry_code& code) {
 }
 
 // The address of the site's code, made if need be; 0 if it cannot be.
-std::uint64_t need_entry(site* s) {
+std::uint64_t need_entry(Site* s) {
   if (const std::uint64_t made = s->entry.load(std::memory_order_relaxed)) return made;
-  if (!entries) entries = static_cast<entry_place*>(map(most_sites * sizeof(entry_place)));
-  const code_space space =
-      entries ? reserve_code(reinterpret_cast<std::uintptr_t>(s->address), most_entry_words) : code_space{};
-  entry_code code;
+  if (!entries) entries = static_cast<EntryPlace*>(map(most_sites * sizeof(EntryPlace)));
+  const CodeSpace space =
+      entries ? reserve_code(reinterpret_cast<std::uintptr_t>(s->address), most_entry_words) : CodeSpace{};
+  EntryCode code;
   if (space.address == 0 || !make_entry(*s, space.address, translating, code)) return 0;
-  auto* const events = allocate_array<code_event>(code.event_count);
+  auto* const events = allocate_array<CodeEvent>(code.event_count);
   if (!events) return 0;
   std::memcpy(events, code.events, code.event_count * sizeof events[0]);
   s->events.store(events, std::memory_order_release);
@@ -464,7 +464,7 @@ std::uint64_t need_entry(site* s) {
 }
 
 // To be noted before it is done: another thread that meets the branch is to know it for ours.
-bool branch_to_entry(site* s) {
+bool branch_to_entry(Site* s) {
   const std::uint64_t entry = need_entry(s);
   const std::uint32_t branch = entry ? branch_to(reinterpret_cast<std::uint64_t>(s->address), entry) : 0;
   if (branch == 0) return false;
@@ -478,7 +478,7 @@ bool branch_to_entry(site* s) {
 }
 
 // The program's own word stands at the address again.
-void restore(site* s) {
+void restore(Site* s) {
   const std::uint32_t patch = s->patch.load(std::memory_order_relaxed);
   if (patch == 0) return;
   patch_word(s->address, patch, s->words[0]);
@@ -487,7 +487,7 @@ void restore(site* s) {
 
 }  // namespace
 
-void patch_site(site* s) {
+void patch_site(Site* s) {
   // A patch may be noted that is gone: the program has mapped the same code there once more.
   const auto is_done = [s] {
     return s->gave_up.load(std::memory_order_relaxed) ||
@@ -509,7 +509,7 @@ bool sites_are_debugged() {
   // gdb steps over a trap by no step of its own: a program that was to keep its words has breakpoints in them anyway.
   if (!patching) start_patching();
   patching = true;
-  translating = translation::handlers;
+  translating = Translation::handlers;
   first_debugged = count_of_sites.load(std::memory_order_relaxed);
   for (std::size_t i = 0; i < first_debugged; ++i) restore(by_index[i]);
   return true;
@@ -520,7 +520,7 @@ bool prepare_sites(std::uint32_t* from, std::uint32_t* to) {
   if (!std::unique_lock(lock, std::try_to_lock)) return false;
   for (std::uint32_t* at = from; at < to; ++at) {
     if (!handler_of(read_word(at))) continue;
-    if (site* s = need_site(at)) patch_site(s);
+    if (Site* s = need_site(at)) patch_site(s);
   }
   return true;
 }
@@ -535,9 +535,9 @@ void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) 
   const SignalsBlocked signals;
   const std::lock_guard guard(lock);
   forget_code_mappings();
-  mapping m;
+  Mapping m;
   for (std::size_t i = 0, n = count_of_sites.load(std::memory_order_relaxed); become_writable && i < n; ++i) {
-    site* s = by_index[i];
+    Site* s = by_index[i];
     const auto at = reinterpret_cast<std::uintptr_t>(s->address);
     if (at < from || at >= to || s->patch.load(std::memory_order_relaxed) == 0) continue;
     // What was patched may be gone, and data that cannot be read lie there now.
@@ -545,12 +545,12 @@ void sites_change(std::uintptr_t from, std::uintptr_t to, bool become_writable) 
   }
 }
 
-translation translation_of_sites() { return translating; }
+Translation translation_of_sites() { return translating; }
 
-site* site_of_entry(std::uintptr_t pc) {
+Site* site_of_entry(std::uintptr_t pc) {
   if (!is_own_code(pc)) return nullptr;
   for (std::size_t i = entry_count.load(std::memory_order_acquire); i > 0; --i) {
-    const entry_place& e = entries[i - 1];
+    const EntryPlace& e = entries[i - 1];
     if (pc < e.begin || pc >= e.end) continue;
     return e.owner;
   }

@@ -19,24 +19,24 @@ namespace sve::runner {
 inline constexpr std::size_t longest_run = 128;
 inline constexpr std::size_t most_sites = 1 << 17;
 
-struct site {
+struct Site {
   std::uint32_t* address;
   std::uint32_t count;                 ///< instructions in the run
   std::uint32_t index;                 ///< of the site's count in each thread's counts
-  site* next;                          ///< with the same hash
+  Site* next;                          ///< with the same hash
   std::atomic<bool> gave_up;           ///< no entry fits within reach, or writing is refused
   std::atomic<std::uint64_t> entry;    ///< the address of its code, 0 if it has none
   std::atomic<std::uint32_t> patch;    ///< the word that stands at the address instead of the first one, 0 if none
   std::atomic<std::uint64_t> ended;    ///< executions of the whole run by threads that are gone
   std::atomic<std::int64_t>* partial;  ///< by instruction: executions in runs that did not come to their end
-  decode_handler* handlers;            ///< null where a simple scalar instruction stands between those of SVE
+  DecodeHandler* handlers;             ///< null where a simple scalar instruction stands between those of SVE
   std::uint32_t* words;
   bool has_scalars;
-  std::atomic<const struct code_event*> events;  ///< what can be told of its code; set before `entry`
+  std::atomic<const struct CodeEvent*> events;  ///< what can be told of its code; set before `entry`
   std::uint32_t event_count;
   std::uint64_t code;    ///< the address of its code's first word
   bool is_timed;         ///< what its runs take is added up
-  lane_use* uses;        ///< by instruction, if lane use is counted
+  LaneUse* uses;         ///< by instruction, if lane use is counted
   std::uint32_t module;  ///< the number of the file that it was mapped from, if there is a report; 0 if none
 
   std::uint32_t* end() const { return address + count; }
@@ -44,30 +44,30 @@ struct site {
 
 /// The site of the run that begins at `address`, where one of our words stands or stood before it was patched; null if
 /// none does, or memory has run out. Callable from a signal handler, with all signals blocked.
-site* need_site(std::uint32_t* address);
+Site* need_site(std::uint32_t* address);
 
 /// The same, if it is there already.
-site* find_site(std::uint32_t* address);
+Site* find_site(std::uint32_t* address);
 
 /// The site whose entry holds `pc`; null if there is none.
-site* site_of_entry(std::uintptr_t pc);
+Site* site_of_entry(std::uintptr_t pc);
 
 /// Whether a branch of ours stands at the address in place of the program's own word.
 bool is_patched(const std::uint32_t* address);
 
-struct thread_block;
+struct ThreadBlock;
 
 /// A thread has ended: its counts go to the sites, and its own become 0.
-void keep_counts_of(thread_block* block);
+void keep_counts_of(ThreadBlock* block);
 
 /// A trap was served.
 void count_trap();
 
 /// The run has not come to its end: `done` of its instructions were executed.
-void count_partial(site* s, std::size_t done);
+void count_partial(Site* s, std::size_t done);
 
 /// One line of the report: the executions of a word at an address.
-struct counted_word {
+struct CountedWord {
   const std::uint32_t* address;
   std::uint32_t word;
   std::uint64_t count;
@@ -78,7 +78,7 @@ std::uint64_t count_executions();
 
 /// The same by address and word, in their order, into memory that is the caller's to unmap; `size` tells how many. Null
 /// if memory has run out.
-counted_word* collect_counts(std::size_t& size);
+CountedWord* collect_counts(std::size_t& size);
 
 /// All that is known of sites, threads and modules, as lines of run data.
 void tell_sites(RunDataWriter& data);
@@ -94,24 +94,24 @@ void unlock_sites();
 void count_without_site(bool for_lack_of_room);
 
 /// What an entry does with its run.
-enum class translation : std::uint8_t { native, handlers };
+enum class Translation : std::uint8_t { native, handlers };
 
 /// Whether sites are patched, and how; whether the code of each is to be told. Once, at start.
-void start_sites(bool patches, translation how, bool tells);
+void start_sites(bool patches, Translation how, bool tells);
 /// What a report needs is noted from now on. Before any site is made.
 void note_for_report(bool lanes, bool time);
 /// Whether the time in runs is to be added up.
 bool counts_time();
 /// The processor's counter, which goes on at one rate.
 std::uint64_t read_counter();
-translation translation_of_sites();
+Translation translation_of_sites();
 
 /// The code of each entry, in the order in which they were made.
-struct entry_place {
+struct EntryPlace {
   std::uint64_t begin, end;
-  site* owner;
+  Site* owner;
 };
-extern entry_place* entries;
+extern EntryPlace* entries;
 extern std::atomic<std::size_t> entry_count;
 
 /// A debugger is there, which may put words of its own anywhere: from now on runs are one instruction long and call its
@@ -126,7 +126,7 @@ bool prepare_sites(std::uint32_t* from, std::uint32_t* to);
 inline constexpr std::uint32_t breakpoint_word = 0xd4200000;
 
 /// Gives the site an entry and patches the program to branch there, if that can be.
-void patch_site(site* s);
+void patch_site(Site* s);
 
 /// The program changes its mappings between two addresses. Where they become writable its own words are put back, which
 /// it may be about to write to or to read.

@@ -14,20 +14,20 @@ namespace {
 
 using address = void (*)();
 
-#define FUNCTION(shape, name) reinterpret_cast<address>(static_cast<sve::insn::shape*>(sve_##name)),
+#define FUNCTION(shape, name) reinterpret_cast<Address>(static_cast<sve::insn::shape*>(sve_##name)),
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(FUNCTION, shape, __VA_ARGS__)
 #define SVE_UNREACHED_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(FUNCTION, shape, __VA_ARGS__)
 #define SVE_STUBS(shape, ...) SVE_FOR_EACH_WITH(FUNCTION, shape, __VA_ARGS__)
-#define ROUTINE(shape, type, op) reinterpret_cast<address>(static_cast<sve::routine::shape*>(Vec##type##op)),
+#define ROUTINE(shape, type, op) reinterpret_cast<Address>(static_cast<sve::routine::shape*>(Vec##type##op)),
 #define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ROUTINE, shape, types, __VA_ARGS__)
 volatile address callees[] = {
 #include "sve/insn/functions.inc"
 #include "sve/insn/stubs.inc"
 #include "sve/veclib/routines.inc"
-    reinterpret_cast<address>(sve_zip1),       reinterpret_cast<address>(sve_zip2),
-    reinterpret_cast<address>(sve_uzp1),       reinterpret_cast<address>(is_sve),
-    reinterpret_cast<address>(SVEInitialize),  reinterpret_cast<address>(execute_sve_instruction),
-    reinterpret_cast<address>(dump_sve_stats), reinterpret_cast<address>(update_sve_stats)};
+    reinterpret_cast<Address>(sve_zip1),       reinterpret_cast<Address>(sve_zip2),
+    reinterpret_cast<Address>(sve_uzp1),       reinterpret_cast<Address>(is_sve),
+    reinterpret_cast<Address>(SVEInitialize),  reinterpret_cast<Address>(execute_sve_instruction),
+    reinterpret_cast<Address>(dump_sve_stats), reinterpret_cast<Address>(update_sve_stats)};
 
 int failures = 0;
 void expect(bool holds, const char* what) {
