@@ -261,7 +261,7 @@ sve::decode::Flags take_back(const Row& r, std::uint32_t word, const cpu_state& 
 
 TEST(EveryRow, ChangesWhatItSaysAndAgreesWithItsOtherHome) {
   // A short vector has few values, and each flag that an instruction may change is to change once.
-  constexpr int cases = vector_bytes < 32 ? 240 : 80;
+  constexpr int cases = vector_bytes < 64 ? 240 : 80;
   const MemoryWindow memory;
   std::vector<byte> before(window_bytes), after(window_bytes);
   const auto& homes = sve::decode::other_homes();
