@@ -12,7 +12,7 @@
 
 namespace {
 
-using address = void (*)();
+using Address = void (*)();
 
 #define FUNCTION(shape, name) reinterpret_cast<Address>(static_cast<sve::insn::shape*>(sve_##name)),
 #define SVE_FUNCTIONS(shape, ...) SVE_FOR_EACH_WITH(FUNCTION, shape, __VA_ARGS__)
@@ -20,7 +20,7 @@ using address = void (*)();
 #define SVE_STUBS(shape, ...) SVE_FOR_EACH_WITH(FUNCTION, shape, __VA_ARGS__)
 #define ROUTINE(shape, type, op) reinterpret_cast<Address>(static_cast<sve::routine::shape*>(Vec##type##op)),
 #define SVE_ROUTINES(shape, types, ...) SVE_FOR_EACH_PAIR(ROUTINE, shape, types, __VA_ARGS__)
-volatile address callees[] = {
+volatile Address callees[] = {
 #include "sve/insn/functions.inc"
 #include "sve/insn/stubs.inc"
 #include "sve/veclib/routines.inc"
