@@ -23,8 +23,10 @@ concept computes_pieces = requires(const Op& op,
 /// The lowest element of T of each 64-bit unit in all the unit's places.
 template <class T>
 [[gnu::always_inline]] inline BytePiece units_spread(BytePiece units) {
-  const BytePiece places = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-  return __builtin_shuffle(units, (places & byte{8}) | (places & byte{sizeof(T) - 1}));
+  return [units]<std::size_t... I>(std::index_sequence<I...>) {
+    return __builtin_shufflevector(units, units, ((I & 8) | (I & (sizeof(T) - 1)))...);
+  }
+  (std::make_index_sequence<16>{});
 }
 
 /// op(a, value) in the forms that op has.
