@@ -44,8 +44,8 @@ if(SVE_SANITIZE)
 endif()
 
 # In a release build of GCC the three layers of the model are optimised as one, so that handlers take in what they call:
-# a third of the time of a short instruction goes into the call. The archives hold ordinary code as well, for what links
-# less than the whole model.
+# a third of the time of a short instruction goes into the call. Their archives hold no ordinary code, which would take as
+# long again: everything links the merged object.
 include(CheckIPOSupported)
 set(merge_default OFF)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT SVE_SANITIZE)
@@ -57,21 +57,32 @@ set(sve_merged_object ${PROJECT_BINARY_DIR}/sve_model.o)
 if(SVE_MERGE_MODEL)
   add_link_options(-fno-lto)
 endif()
-# At a further length everything links the whole model; leaving ordinary code away takes a third of the time.
-set(ordinary_code -ffat-lto-objects)
-if(SVE_MAIN_BUILD)
-  set(ordinary_code -fno-fat-lto-objects)
-endif()
+# What is the same at every length is built once: a further length's build takes the main build's.
+add_custom_target(sve_for_every_length)
+# sve_take_from_main_build(NAME PATH BELOW...): the archive PATH of the main build.
+function(sve_take_from_main_build name path)
+  add_library(${name} STATIC IMPORTED GLOBAL)
+  set_target_properties(${name} PROPERTIES IMPORTED_LOCATION ${SVE_MAIN_BUILD}/${path})
+  target_link_libraries(${name} INTERFACE ${ARGN})
+endfunction()
 
-# sve_layer(NAME SOURCES... BELOW layers...)
+# sve_layer(NAME [EVERY_LENGTH] SOURCES... BELOW layers...)
 function(sve_layer name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;BELOW")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "EVERY_LENGTH" "" "SOURCES;BELOW")
+  if(arg_EVERY_LENGTH AND SVE_MAIN_BUILD)
+    file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+    sve_take_from_main_build(${name} ${folder}/${CMAKE_STATIC_LIBRARY_PREFIX}${name}${CMAKE_STATIC_LIBRARY_SUFFIX}
+                             sve_options ${arg_BELOW})
+    return()
+  elseif(arg_EVERY_LENGTH)
+    add_dependencies(sve_for_every_length ${name})
+  endif()
   if(arg_SOURCES)
     add_library(${name} STATIC ${arg_SOURCES})
     target_link_libraries(${name} PUBLIC sve_options ${arg_BELOW}
                           PRIVATE $<BUILD_INTERFACE:sve_warnings> $<BUILD_INTERFACE:sve_model_flags>)
     if(SVE_MERGE_MODEL AND name IN_LIST sve_merged_layers)
-      target_compile_options(${name} PRIVATE -flto ${ordinary_code})
+      target_compile_options(${name} PRIVATE -flto -fno-fat-lto-objects)
     endif()
   else()
     add_library(${name} INTERFACE)
@@ -99,17 +110,17 @@ function(sve_merge_layers)
   add_custom_target(sve_merged_model DEPENDS ${sve_merged_object})
 endfunction()
 
-# Every routine, instruction function and name table is part of the result, reached or not: link the model whole. What links all of
-# it takes the merged object, which leaves the archives nothing to add.
+# sve_link_whole_model(NAME [further layers...]): every instruction function, handler and name table is part of the
+# result, reached or not. What links the model takes the merged object, which leaves the archives nothing to add.
 function(sve_link_whole_model name)
   get_target_property(libraries ${name} LINK_LIBRARIES)
+  set(whole sve_stats sve_state ${ARGN})
   if(SVE_MERGE_MODEL AND "sve_decode" IN_LIST libraries)
     set_source_files_properties(${sve_merged_object} PROPERTIES GENERATED TRUE EXTERNAL_OBJECT TRUE)
     target_sources(${name} PRIVATE ${sve_merged_object})
     add_dependencies(${name} sve_merged_model)
-    set(whole sve_stats sve_state)
   else()
-    set(whole ${sve_merged_layers} sve_stats sve_state)
+    list(PREPEND whole ${sve_merged_layers})
   endif()
   list(JOIN whole "," whole)
   set_target_properties(${name} PROPERTIES LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,${whole}")

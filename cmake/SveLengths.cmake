@@ -43,7 +43,7 @@ set(SVE_MAIN_BUILD [==[${PROJECT_BINARY_DIR}]==] CACHE PATH \"\" FORCE)
   # One after the other, each on all processors.
   add_custom_target(length_${length} ALL
     COMMAND ${CMAKE_COMMAND} --build ${folder} -j ${processors}
-    DEPENDS ${folder}/CMakeCache.txt
+    DEPENDS ${folder}/CMakeCache.txt sve_for_every_length
     COMMENT "Building for ${length} bits" VERBATIM USES_TERMINAL)
 
   foreach(component library development runner Unspecified)

@@ -4,7 +4,7 @@ add_library(${SVE_LIBRARY}::${SVE_LIBRARY} ALIAS ${SVE_LIBRARY})
 target_link_libraries(${SVE_LIBRARY} PRIVATE sve_decode INTERFACE $<BUILD_INTERFACE:sve_options>)
 target_include_directories(${SVE_LIBRARY} INTERFACE $<INSTALL_INTERFACE:${SVE_INCLUDE_FOLDER}>)
 target_compile_features(${SVE_LIBRARY} INTERFACE cxx_std_20)
-sve_link_whole_model(${SVE_LIBRARY})
+sve_link_whole_model(${SVE_LIBRARY} sve_veclib_values)
 set_target_properties(${SVE_LIBRARY} PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}

@@ -15,6 +15,7 @@ sve_layer(sve_launcher
     launcher/program.cpp
     launcher/reporting.cpp
   BELOW sve_words)
+set_source_files_properties(launcher/command_line.cpp PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O1>)
 target_include_directories(sve_launcher SYSTEM PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/cli11)
 target_compile_definitions(sve_launcher PRIVATE SVE_VERSION="${PROJECT_VERSION}")
 

@@ -17,12 +17,22 @@
     return expression;                                         \
   })
 
-// The definitions for values, and once more for registers in place.
-#define SVE_IN_BOTH(...)    \
-  __VA_ARGS__               \
-  namespace sve::in_place { \
-  __VA_ARGS__               \
+// The definitions for values, and once more for registers in place. The build says which of them an object holds: those
+// for values are the same at every vector length.
+#define SVE_IN_BOTH(...) SVE_FOR_VALUES(__VA_ARGS__) SVE_FOR_REGISTERS(__VA_ARGS__)
+#ifdef SVE_STAMPS_VALUES
+#define SVE_FOR_VALUES(...) __VA_ARGS__
+#else
+#define SVE_FOR_VALUES(...)
+#endif
+#ifdef SVE_STAMPS_REGISTERS
+#define SVE_FOR_REGISTERS(...) \
+  namespace sve::in_place {    \
+  __VA_ARGS__                  \
   }
+#else
+#define SVE_FOR_REGISTERS(...)
+#endif
 
 // The element types of most routines.
 #define UNSIGNED_TYPES U8, U16, U32, U64
