@@ -1,4 +1,4 @@
-// What debugger_test debugs. Its lines and labels are known there.
+// What debugger_test debugs, at any vector length. Its lines and labels are known there.
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
@@ -7,7 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-long watched[16];
+#define MOST_LANES 32
+long watched[MOST_LANES], bytes;
 volatile int rounds;
 
 __attribute__((noinline)) long steps(long x) {
@@ -32,7 +33,7 @@ __attribute__((noinline)) void vectors(void) {
 }
 
 __attribute__((noinline)) long stored(void) {
-  long lanes[14];
+  long lanes[MOST_LANES];
   __asm__ volatile(
       "nop\n"
       "shown: st1d {z2.d}, p0, [%0]\n"
@@ -40,7 +41,7 @@ __attribute__((noinline)) long stored(void) {
       "nop\n" ::"r"(watched),
       "r"(lanes)
       : "memory");
-  return lanes[0] + lanes[13];
+  return lanes[0] + lanes[bytes / 8 - 1];
 }
 
 __attribute__((noinline)) void handler(int sig) {
@@ -55,7 +56,7 @@ __attribute__((noinline)) long loop(void) {
     __asm__ volatile("nop\n incb %0\n in_loop: inch %0\n decw %0" : "+r"(x));
     if ((i & 1023) == 0) usleep(0);
   }
-  return x == i * (112 + 56 - 28);
+  return x == i * (bytes + bytes / 2 - bytes / 4);
 }
 
 void* threads_part(void* argument) {
@@ -69,6 +70,7 @@ void* threads_part(void* argument) {
 
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "";
+  __asm__("rdvl %0, #1" : "=r"(bytes));
   printf("first %ld\n", steps(1000));
   printf("second %ld\n", steps(2000));
   vectors();
@@ -89,7 +91,7 @@ int main(int argc, char** argv) {
   }
   if (!strcmp(mode, "fork")) {
     const pid_t child = fork();
-    if (child == 0) _exit(steps(3000) == 3225 ? 5 : 6);
+    if (child == 0) _exit(steps(3000) == 3001 + 2 * bytes ? 5 : 6);
     int status;
     waitpid(child, &status, 0);
     printf("child %d, parent %ld\n", WEXITSTATUS(status), steps(4000));
