@@ -22,7 +22,8 @@ inline void look_up(byte* dst, const byte* table, const byte* indices) {
     tables_of_four[i / 4].val[i % 4] =
         i < register_pieces ? reinterpret_cast<uint8x16_t>(load_piece(table + 16 * i)) : vdupq_n_u8(0);
   typedef T Elements [[gnu::vector_size(16)]];
-  const BytePiece within = BytePiece{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} & byte{sizeof(T) - 1};
+  const BytePiece places = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const BytePiece within = places & byte{sizeof(T) - 1}, first_bytes = places - within;
 #pragma GCC unroll 16
   for (std::size_t i = 0; i < register_pieces; ++i) {
     const Elements index = reinterpret_cast<Elements>(load_piece(indices + 16 * i));
@@ -38,13 +39,15 @@ inline void look_up(byte* dst, const byte* table, const byte* indices) {
         at = index < end ? index : Elements{} + end;
     }
     at <<= std::countr_zero(sizeof(T));  // the element's first byte, to all its bytes
-#pragma GCC unroll 3
-    for (unsigned shift = 8; shift < 8 * sizeof(T); shift *= 2) at |= at << shift;
-    const uint8x16_t first = reinterpret_cast<uint8x16_t>(reinterpret_cast<BytePiece>(at) + within);
+    BytePiece byte_at = reinterpret_cast<BytePiece>(at);
+    if constexpr (sizeof(T) > 1)
+      byte_at = reinterpret_cast<BytePiece>(
+          vqtbl1q_u8(reinterpret_cast<uint8x16_t>(byte_at), reinterpret_cast<uint8x16_t>(first_bytes)));
+    const uint8x16_t first = reinterpret_cast<uint8x16_t>(byte_at + within);
     uint8x16_t found = vqtbl4q_u8(tables_of_four[0], first);
 #pragma GCC unroll 3
     for (std::size_t t = 1; t < tables; ++t)
-      found = vorrq_u8(found, vqtbl4q_u8(tables_of_four[t], vsubq_u8(first, vdupq_n_u8(static_cast<byte>(64 * t)))));
+      found = vqtbx4q_u8(found, tables_of_four[t], vsubq_u8(first, vdupq_n_u8(static_cast<byte>(64 * t))));
     BytePiece result = reinterpret_cast<BytePiece>(found);
     if (any_byte_is_inside) result &= in_range;
     store_piece(dst + 16 * i, result);

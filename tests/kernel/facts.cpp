@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tests/runner/frame_records.h"
 #include "tests/runner/sve_instructions.h"
 
 #ifndef AT_MINSIGSTKSZ
@@ -91,36 +92,6 @@ void lengths(char** argv) {
 
 const char* edit;
 
-struct Record {
-  unsigned char* at;
-  _aarch64_ctx head;
-};
-
-// The records of a frame; returns how many.
-int records(ucontext_t* context, Record (&found)[16]) {
-  auto* at = reinterpret_cast<unsigned char*>(context->uc_mcontext.__reserved);
-  for (int n = 0; n < 16; ++n) {
-    std::memcpy(&found[n].head, at, sizeof found[n].head);
-    found[n].at = at;
-    if (found[n].head.magic == 0) return n;
-    at += found[n].head.size;
-    if (found[n].head.magic == EXTRA_MAGIC) {
-      extra_context extra;
-      std::memcpy(&extra, found[n].at, sizeof extra);
-      at = reinterpret_cast<unsigned char*>(extra.datap);
-    }
-  }
-  return 0;
-}
-
-unsigned char* find(ucontext_t* context, std::uint32_t magic) {
-  Record all[16];
-  const int n = records(context, all);
-  for (int i = 0; i < n; ++i)
-    if (all[i].head.magic == magic) return all[i].at;
-  return nullptr;
-}
-
 std::uint32_t sum(const unsigned char* bytes, std::size_t size) {
   std::uint32_t value = 0;
   for (std::size_t i = 0; i < size; ++i) value = value * 31 + bytes[i];
@@ -133,18 +104,17 @@ void show_frame(int sig, siginfo_t* info, void* raw) {
   std::printf("signal %d, context at %ld, on a stack of ours: %d, size %zu\n", sig,
               static_cast<long>(reinterpret_cast<unsigned char*>(raw) - base), context->uc_stack.ss_flags,
               context->uc_stack.ss_size);
-  Record all[16];
-  const int n = records(context, all);
-  for (int i = 0; i < n; ++i) {
-    std::printf("  record %#x of %u at %ld", all[i].head.magic, all[i].head.size, static_cast<long>(all[i].at - base));
-    if (all[i].head.magic == SVE_MAGIC) {
+  for (const Record& r : records(context)) {
+    if (r.magic == 0) break;
+    std::printf("  record %#x of %u at %ld", r.magic, r.size, static_cast<long>(r.at - base));
+    if (r.magic == SVE_MAGIC) {
       sve_context sve;
-      std::memcpy(&sve, all[i].at, sizeof sve);
-      std::printf(", length %u, flags %#x, content %#x", sve.vl, sve.flags, sum(all[i].at + 16, sve.head.size - 16));
+      std::memcpy(&sve, r.at, sizeof sve);
+      std::printf(", length %u, flags %#x, content %#x", sve.vl, sve.flags, sum(r.at + 16, sve.head.size - 16));
     }
-    if (all[i].head.magic == EXTRA_MAGIC) {
+    if (r.magic == EXTRA_MAGIC) {
       extra_context extra;
-      std::memcpy(&extra, all[i].at, sizeof extra);
+      std::memcpy(&extra, r.at, sizeof extra);
       std::printf(", %u bytes", extra.size);
     }
     std::printf("\n");
@@ -181,9 +151,9 @@ void change_head(unsigned char* at, std::uint32_t magic, std::uint32_t size) {
 void change_frame(int, siginfo_t*, void* raw) {
   auto* context = static_cast<ucontext_t*>(raw);
   context->uc_mcontext.pc += 4;  // behind the brk
-  unsigned char* const sve_at = find(context, SVE_MAGIC);
-  unsigned char* const fpsimd_at = find(context, FPSIMD_MAGIC);
-  unsigned char* const extra_at = find(context, EXTRA_MAGIC);
+  unsigned char* const sve_at = record_of(context, SVE_MAGIC);
+  unsigned char* const fpsimd_at = record_of(context, FPSIMD_MAGIC);
+  unsigned char* const extra_at = record_of(context, EXTRA_MAGIC);
   const auto is = [](const char* name) { return std::strcmp(edit, name) == 0; };
   sve_context sve;
   std::memcpy(&sve, sve_at, sizeof sve);

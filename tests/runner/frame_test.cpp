@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "tests/children.h"
+#include "tests/runner/frame_records.h"
 #include "tests/runner/sve_instructions.h"
 
 #ifndef SS_AUTODISARM
@@ -32,36 +33,6 @@ const unsigned quadwords = static_cast<unsigned>(vector_bytes / 16);
 const std::size_t sve_size = (SVE_SIG_CONTEXT_SIZE(quadwords) + 15) / 16 * 16;
 // Whether the vectors' record has room beside that of the V registers.
 const bool fits = sizeof(fpsimd_context) + sve_size + 64 <= sizeof(mcontext_t::__reserved);
-
-// The records of a frame, in order; those of the extra space follow its own.
-struct Record {
-  unsigned char* at;
-  std::uint32_t magic, size;
-};
-
-std::vector<Record> records(void* raw) {
-  std::vector<Record> found;
-  auto* at = reinterpret_cast<unsigned char*>(static_cast<ucontext_t*>(raw)->uc_mcontext.__reserved);
-  for (;;) {
-    _aarch64_ctx head;
-    std::memcpy(&head, at, sizeof head);
-    found.push_back({at, head.magic, head.size});
-    if (head.magic == 0) return found;
-    at += head.size;
-    if (head.magic == EXTRA_MAGIC) {
-      extra_context extra;
-      std::memcpy(&extra, found.back().at, sizeof extra);
-      at = reinterpret_cast<unsigned char*>(extra.datap);
-    }
-  }
-}
-
-unsigned char* record_of(void* raw, std::uint32_t magic) {
-  for (const Record& r : records(raw)) {
-    if (r.magic == magic) return r.at;
-  }
-  return nullptr;
-}
 
 unsigned char* sve_record(void* raw) { return record_of(raw, SVE_MAGIC); }
 

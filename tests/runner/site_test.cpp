@@ -107,8 +107,9 @@ TEST(Sites, OneAfterTheOtherBecomesTheProgramsOwnAgain) {
   }
 }
 
+// In both directions, and from page to page, so that neighbouring pages are patched while others execute them.
 TEST(Sites, ManyThreadsMeetFreshOnesAtOnce) {
-  constexpr std::size_t sites = 10000, threads = 16;
+  constexpr std::size_t pages = 20, in_page = page / 8, sites = pages * in_page, threads = 16;
   Code code(2 * sites);
   for (std::size_t i = 0; i < sites; ++i) {
     code[2 * i] = counts_into_x0[i % 4];
@@ -122,7 +123,8 @@ TEST(Sites, ManyThreadsMeetFreshOnesAtOnce) {
       ++ready;
       while (ready < threads) std::this_thread::yield();
       for (std::size_t k = 0; k < sites; ++k) {
-        const std::size_t i = t % 2 ? k : sites - 1 - k;
+        const std::size_t forward = t / 2 % 2 ? k : (k + t) % pages * in_page + k / pages;
+        const std::size_t i = t % 2 ? forward : sites - 1 - forward;
         if (code.call(2 * i) != counted[i % 4]) ++wrong;
       }
     });

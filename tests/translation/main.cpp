@@ -47,7 +47,7 @@ std::uint64_t code_end = 0;
 }  // namespace
 Site* site_of_entry(std::uintptr_t pc) { return pc >= the_site.code && pc < code_end ? &the_site : nullptr; }
 void count_partial(Site*, std::size_t done) { counted_partial += done; }
-bool was_in_work(std::uintptr_t) { return false; }
+bool may_try_again(TriedAgain&, std::uintptr_t) { return false; }
 void HeldSignals::hold(const siginfo_t&) { std::abort(); }
 }  // namespace sve::runner
 

@@ -29,6 +29,12 @@ struct HeldSignals {
   siginfo_t take(SignalBits set);
 };
 
+/// Where a thread could not execute and has tried again last, and how many patches there were by then.
+struct TriedAgain {
+  std::uintptr_t pc;
+  unsigned works;
+};
+
 /// A thread's block. It is all zero at first but for the program's stack, which is none.
 struct ThreadBlock {
   /// The owned signals that the program thinks blocked. First, for vfork's sake.
@@ -73,6 +79,7 @@ struct ThreadBlock {
   void (*start)();
   void* start_argument;
 
+  TriedAgain tried_again;        ///< after a patch may have been in the way
   const std::uint32_t* sent_to;  ///< the patched place at which the last trap has told the thread to try again
 
   std::int64_t partial;  ///< instructions executed in runs that did not come to their end, and without a site

@@ -145,7 +145,8 @@ Interruption interrupt_run(ThreadBlock* block, siginfo_t* info, ucontext_t* cont
   mcontext_t& machine = context->uc_mcontext;
   const auto pc = static_cast<std::uintptr_t>(machine.pc);
   const bool is_fault = is_owned(info->si_signo) && info->si_code > 0;
-  if (is_fault && info->si_signo == SIGSEGV && reinterpret_cast<std::uintptr_t>(info->si_addr) == pc && was_in_work(pc))
+  if (is_fault && info->si_signo == SIGSEGV && reinterpret_cast<std::uintptr_t>(info->si_addr) == pc &&
+      may_try_again(block->tried_again, pc))
     return Interruption::resumed;
   if (is_within(pc, sve_entry_restore, sve_entry_left)) {
     leave_part(block, context, machine.regs[30]);

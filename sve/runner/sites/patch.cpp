@@ -7,6 +7,7 @@
 
 #include "sve/runner/preload/descriptors.h"
 #include "sve/runner/preload/kernel.h"
+#include "sve/runner/preload/thread_block.h"
 #include "sve/runner/sites/code_memory.h"
 #include "sve/runner/sites/memory_map.h"
 
@@ -84,23 +85,26 @@ void start_patching() {
   file_is_seen = fd >= 0 && probe_file();
 }
 
-bool was_in_work(std::uintptr_t pc) {
+// What the process's mappings say is not asked: an emulator's list of them may leave out one that another thread is
+// changing.
+bool may_try_again(TriedAgain& last, std::uintptr_t pc) {
   if (file_is_seen) return false;
   const std::uintptr_t page = pc & ~page_mask;
-  for (unsigned waits = 0;; ++waits) {
-    const unsigned before = works.load();
-    Mapping m;
-    if (page_in_work.load() != page) {
-      if (find_mapping(pc, m) && m.executable) return true;
-      if (works.load() == before) return false;
-    } else if (waits > 1000 && worker != kernel_process_id()) {
+  unsigned seen = works.load();
+  for (unsigned waits = 0; page_in_work.load() == page; ++waits) {
+    if (waits > 1000 && worker != kernel_process_id()) {
       // A copy of the process that no handler of ours told of, made in that very moment (emulators make one for vfork):
       // nobody will finish here.
       system_call(SYS_mprotect, static_cast<long>(page), page_mask + 1, PROT_READ | PROT_EXEC);
       page_in_work.store(0);
     }
     system_call(SYS_sched_yield);
+    seen = works.load();
   }
+  // What is over by now cannot make this place fault once more.
+  const bool is_answer = last.pc == pc && last.works == seen;
+  last = {pc, seen};
+  return seen != 0 && !is_answer;
 }
 
 bool patch_word(std::uint32_t* at, std::uint32_t from, std::uint32_t to) {

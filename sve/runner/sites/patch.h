@@ -5,6 +5,8 @@
 
 namespace sve::runner {
 
+struct TriedAgain;
+
 /// Finds out which way of writing is seen by what executes. Once, at start; and in a copy of the process.
 void start_patching();
 
@@ -13,7 +15,8 @@ void start_patching();
 /// the program has made it so.
 bool patch_word(std::uint32_t* address, std::uint32_t from, std::uint32_t to);
 
-/// For a thread that could not execute what stands at `pc`: whether it met the moment of a patch, and now can.
-bool was_in_work(std::uintptr_t pc);
+/// For a thread that could not execute what stands at `pc`: whether to try again, since that may have been the moment
+/// of a patch. Only if it fails there again, with no patch between, is it the program's own fault.
+bool may_try_again(TriedAgain& last, std::uintptr_t pc);
 
 }  // namespace sve::runner
