@@ -82,7 +82,7 @@ template <class Op, class... Sources>
 aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Op op, const Sources*... src) {
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
-  const auto result = piecewise(op, AllPieces(src)...);
+  const auto result = piecewise(op, source_pieces(src)...);
   store_pieces(dst, [&](std::size_t i) {
     const BytePiece active = active_piece<byte>(predicate + 16 * i), computed = result(i) & active;
     return pg.size == aarch64_p_reg::zeroing ? computed : computed | (load_piece(dst + 16 * i) & ~active);

@@ -279,6 +279,20 @@ struct AllPieces {
   }
 };
 
+[[gnu::always_inline]] inline auto pieces_at(const std::uint8_t* bytes) {
+  return [bytes](std::size_t i) { return load_piece(bytes + 16 * i); };
+}
+
+/// The pieces of a register as a source of others: loaded together where that takes fewer instructions, else one by
+/// one.
+[[gnu::always_inline]] inline auto source_pieces(const std::uint8_t* bytes) {
+#if defined(__ARM_NEON)
+  return AllPieces(bytes);
+#else
+  return pieces_at(bytes);
+#endif
+}
+
 /// The pieces op(source(i)...) of such sources.
 template <class Op, class... Sources>
 [[gnu::always_inline]] inline auto piecewise(Op op, const Sources&... src) {
@@ -292,10 +306,6 @@ template <class Op, class... Sources>
 #pragma GCC unroll 16
   for (std::size_t i = 1; i < register_pieces; ++i) all |= pieces.piece[i];
   return all;
-}
-
-[[gnu::always_inline]] inline auto pieces_at(const std::uint8_t* bytes) {
-  return [bytes](std::size_t i) { return load_piece(bytes + 16 * i); };
 }
 
 /// Packs the bytes of a register to words of bits.

@@ -61,8 +61,8 @@ constexpr std::uint64_t word_of(FirstBits<T>, std::size_t) {
   return element_starts(sizeof(T));
 }
 
-[[gnu::always_inline]] inline AllPieces pieces_of(const in_place::PredV& p) { return AllPieces(p.bytes); }
-[[gnu::always_inline]] inline AllPieces pieces_of(LeadingBits b) { return AllPieces(LeadingOnes(b.end).bytes()); }
+[[gnu::always_inline]] inline auto pieces_of(const in_place::PredV& p) { return source_pieces(p.bytes); }
+[[gnu::always_inline]] inline auto pieces_of(LeadingBits b) { return source_pieces(LeadingOnes(b.end).bytes()); }
 template <class T>
 [[gnu::always_inline]] inline auto pieces_of(FirstBits<T>) {
   return [](std::size_t) { return piece_of_words(first_bytes(sizeof(T))); };
