@@ -92,27 +92,27 @@ template <class Operand, class Result>
     return false;
 }
 
-[[gnu::always_inline]] inline void enter(in_place::CpuContext& context, cpu_state* state) {
-  context.nzcv = static_cast<std::uint32_t>(state->nzcv);
+[[gnu::always_inline]] inline void enter(in_place::CpuContext& context, std::uint32_t extra, cpu_state* state) {
+  std::memcpy(&context.nzcv, &state->nzcv, sizeof context.nzcv);
   context.fpsr = state->fpsr;
-  context.fpcr = state->fpcr | state->fpcr_extra;
+  context.fpcr = state->fpcr | extra;
   context.ffr = {state->ffr};
 }
 
-/// The word of flags loses its upper half, bits of `fpcr_extra` stand in `fpcr`, and the first-fault register's bytes
-/// are 0 or 1, whatever the routine did.
-[[gnu::always_inline]] inline void leave(const in_place::CpuContext& context, std::uint32_t entered_fpsr,
-                                         cpu_state* state) {
+/// The word of flags loses its upper half, bits of `fpcr_extra` stand in `fpcr`, which no routine changes, and the
+/// first-fault register's bytes are 0 or 1, whatever the routine did.
+[[gnu::always_inline]] inline void leave(const in_place::CpuContext& context, const in_place::CpuContext& entered,
+                                         std::uint32_t extra, cpu_state* state) {
   state->nzcv = context.nzcv;
-  if (context.fpsr != entered_fpsr) {
-    if (const std::uint32_t raised = context.fpsr & ~entered_fpsr) raise_host_status(raised);
+  if (context.fpsr != entered.fpsr) {
+    if (const std::uint32_t raised = context.fpsr & ~entered.fpsr) raise_host_status(raised);
     state->fpsr = context.fpsr;
   }
-  state->fpcr = context.fpcr;
-  byte* ffr = state->ffr;
-  asm("" : "+r"(ffr));  // so far from the state's start, pieces are read in pairs from a base of their own alone
-  if (!is_canonical(ffr)) [[unlikely]]
-    make_canonical(ffr);
+  if (extra) [[unlikely]]
+    state->fpcr |= extra;
+  static_assert(offsetof(cpu_state, ffr) == offsetof(cpu_state, p) + sizeof state->p);
+  if (!is_canonical(address_behind(state->p, state->ffr))) [[unlikely]]
+    make_canonical(state->ffr);
 }
 
 template <auto& Body, class RoutineForm>
@@ -123,8 +123,9 @@ struct library_call<Body, routine_form<Result, Operands...>> {
 
   [[gnu::flatten]] static aarch64_decode_rc handle(cpu_state* state, unsigned int word) {
     in_place::CpuContext context;
-    enter(context, state);
-    const std::uint32_t entered_fpsr = context.fpsr;
+    const std::uint32_t extra = state->fpcr_extra;
+    enter(context, extra, state);
+    const in_place::CpuContext entered = context;
     alignas(16) byte aside[vector_bytes];
     context.destination = context.aside = aside;
     if constexpr (whole_register<Result>) context.destination = Result::place(state, word);
@@ -139,7 +140,7 @@ struct library_call<Body, routine_form<Result, Operands...>> {
     } else {
       Result::store(state, word, Body(operand_of<Operands, Result>(state, word, context.destination)..., &context));
     }
-    leave(context, entered_fpsr, state);
+    leave(context, entered, extra, state);
     return AARCH64_DECODE_EXECUTED;
   }
 };

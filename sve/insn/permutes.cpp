@@ -72,7 +72,7 @@ aarch64_decode_rc interleaved(byte* dst, byte* a, byte* b, unsigned int size, In
 // Index of the last active element of T, or -1.
 template <class T>
 int last_active(const byte* predicate) {
-  const int last = (RegisterBits(predicate) & RegisterBits::elements(sizeof(T))).last();
+  const int last = (RegisterPlaces(predicate) & RegisterPlaces::elements(sizeof(T))).last();
   return last < 0 ? -1 : last / static_cast<int>(sizeof(T));
 }
 

@@ -19,8 +19,8 @@ void sve_ptest(cpu_state* state, const char* mask_bytes, const char* result_byte
     write_flags(state, result[0] & 1, none, !active<T>(result, lanes<T> - 1), false);
     return;
   }
-  const RegisterBits mask = RegisterBits(bytes(mask_bytes)) & RegisterBits::elements(sizeof(T));
-  const RegisterBits result(bytes(result_bytes));
+  const RegisterPlaces mask = RegisterPlaces(bytes(mask_bytes)) & RegisterPlaces::elements(sizeof(T));
+  const RegisterPlaces result(bytes(result_bytes));
   const bool any = static_cast<bool>(mask);
   write_flags(state, any && result.test(mask.first()), !(mask & result), !(any && result.test(mask.last())), false);
 }
@@ -82,9 +82,9 @@ template <class Op, class... Sources>
 aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Op op, const Sources*... src) {
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
+  const auto result = piecewise(op, source_pieces(src)...);
   store_pieces(dst, [&](std::size_t i) {
-    const BytePiece active = active_piece<byte>(predicate + 16 * i),
-                    computed = op(load_piece(src + 16 * i)...) & active;
+    const BytePiece active = active_piece<byte>(predicate + 16 * i), computed = result(i) & active;
     return pg.size == aarch64_p_reg::zeroing ? computed : computed | (load_piece(dst + 16 * i) & ~active);
   });
   return executed;
@@ -108,9 +108,9 @@ aarch64_decode_rc write_break(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg 
 // Where the bits up to the first active element at which Pn is true end, that element included or not.
 unsigned before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool inclusive) {
   const byte *active = p_of(state, pg), *source = p_of(state, pn);
-  const int at = RegisterBits(pack_pieces([&](std::size_t i) {
+  const int at = RegisterPlaces::of_pieces([&](std::size_t i) {
                    return load_piece(active + 16 * i) & load_piece(source + 16 * i);
-                 })).first();
+                 }).first();
   return at < 0 ? vector_bytes : static_cast<unsigned>(inclusive ? at + 1 : at);
 }
 
@@ -118,7 +118,7 @@ unsigned before_break(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn, bool
 bool last_is_true(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg pn) {
   if (all_active<byte>(p_of(state, pg))) [[likely]]
     return p_of(state, pn)[vector_bytes - 1] != 0;
-  const int last = RegisterBits(p_of(state, pg)).last();
+  const int last = RegisterPlaces(p_of(state, pg)).last();
   return last >= 0 && p_of(state, pn)[last] != 0;
 }
 
@@ -270,14 +270,10 @@ aarch64_decode_rc sve_ptest_pp(cpu_state* state, aarch64_p_reg pg, aarch64_p_reg
 aarch64_decode_rc sve_pnext_pp(cpu_state* state, aarch64_p_reg pdn, aarch64_p_reg pv) {
   return for_size(pdn.tied_dst_size, [&](auto element) {
     using T = decltype(element);
-    const RegisterBits elements = RegisterBits::elements(sizeof(T));
-    const int last = (RegisterBits(p_of(state, pdn)) & elements).last();
-    const RegisterBits after = ~RegisterBits::below(last < 0 ? 0 : last + 1);
-    const int next = (RegisterBits(p_of(state, pv)) & elements & after).first();
-    byte result[vector_bytes] = {};
-    if (next >= 0) result[next] = 1;
-    sve_ptest<T>(state, chars(p_of(state, pv)), chars(result));
-    std::memcpy(p_of(state, pdn), result, vector_bytes);
+    const NextElement next = next_element<T>(p_of(state, pv), p_of(state, pdn));
+    write_flags(state, next.is_first, next.place < 0, !next.is_last, false);
+    std::memset(p_of(state, pdn), 0, vector_bytes);
+    if (next.place >= 0) p_of(state, pdn)[next.place] = 1;
   });
 }
 

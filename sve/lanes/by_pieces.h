@@ -1,5 +1,5 @@
 // Operations on elements that hosts have for whole pieces of sixteen bytes, and compilers do not find by themselves.
-// None of them touches the status register, where saturation would be remembered.
+// Only saturation touches the status register, and stands under a `StatusKept` for that.
 #pragma once
 
 #include "sve/lanes/predicate_bits.h"
@@ -56,15 +56,15 @@ template <class T>
 using UnsignedElements = Elements<std::make_unsigned_t<T>>;
 
 // One instruction; the arrangement of a piece stands in its text.
-#define SVE_NATIVE_BINARY(name, instruction)                                                             \
-  template <class T>                                                                                     \
-  [[gnu::always_inline]] inline BytePiece name(BytePiece a, BytePiece b) {                               \
-    BytePiece r;                                                                                         \
-    if constexpr (sizeof(T) == 1) asm(instruction " %0.16b, %1.16b, %2.16b" : "=w"(r) : "w"(a), "w"(b)); \
-    if constexpr (sizeof(T) == 2) asm(instruction " %0.8h, %1.8h, %2.8h" : "=w"(r) : "w"(a), "w"(b));    \
-    if constexpr (sizeof(T) == 4) asm(instruction " %0.4s, %1.4s, %2.4s" : "=w"(r) : "w"(a), "w"(b));    \
-    if constexpr (sizeof(T) == 8) asm(instruction " %0.2d, %1.2d, %2.2d" : "=w"(r) : "w"(a), "w"(b));    \
-    return r;                                                                                            \
+#define SVE_NATIVE_BINARY(name, instruction, ...)                                                                    \
+  template <class T>                                                                                                 \
+  [[gnu::always_inline]] inline BytePiece name(BytePiece a, BytePiece b) {                                           \
+    BytePiece r;                                                                                                     \
+    if constexpr (sizeof(T) == 1) asm __VA_ARGS__(instruction " %0.16b, %1.16b, %2.16b" : "=w"(r) : "w"(a), "w"(b)); \
+    if constexpr (sizeof(T) == 2) asm __VA_ARGS__(instruction " %0.8h, %1.8h, %2.8h" : "=w"(r) : "w"(a), "w"(b));    \
+    if constexpr (sizeof(T) == 4) asm __VA_ARGS__(instruction " %0.4s, %1.4s, %2.4s" : "=w"(r) : "w"(a), "w"(b));    \
+    if constexpr (sizeof(T) == 8) asm __VA_ARGS__(instruction " %0.2d, %1.2d, %2.2d" : "=w"(r) : "w"(a), "w"(b));    \
+    return r;                                                                                                        \
   }
 #define SVE_NATIVE_UNARY(name, text)                          \
   [[gnu::always_inline]] inline BytePiece name(BytePiece a) { \
@@ -74,6 +74,14 @@ using UnsignedElements = Elements<std::make_unsigned_t<T>>;
   }
 SVE_NATIVE_BINARY(ushl, "ushl")
 SVE_NATIVE_BINARY(sshl, "sshl")
+SVE_NATIVE_BINARY(sabd, "sabd")
+SVE_NATIVE_BINARY(uabd, "uabd")
+// Volatile, so that they stay between the reading and the writing of the status register.
+SVE_NATIVE_BINARY(sqadd, "sqadd", volatile)
+SVE_NATIVE_BINARY(uqadd, "uqadd", volatile)
+SVE_NATIVE_BINARY(sqsub, "sqsub", volatile)
+SVE_NATIVE_BINARY(uqsub, "uqsub", volatile)
+SVE_NATIVE_UNARY(abs_d, "abs %0.2d, %1.2d")
 SVE_NATIVE_UNARY(rev16_b, "rev16 %0.16b, %1.16b")
 SVE_NATIVE_UNARY(rev32_b, "rev32 %0.16b, %1.16b")
 SVE_NATIVE_UNARY(rev64_b, "rev64 %0.16b, %1.16b")
@@ -123,6 +131,87 @@ template <class T>
 [[gnu::always_inline]] inline BytePiece subtract(BytePiece a, BytePiece b) {
   return reinterpret_cast<BytePiece>(reinterpret_cast<UnsignedElements<T>>(a) -
                                      reinterpret_cast<UnsignedElements<T>>(b));
+}
+
+/// By a power of two.
+template <class T, unsigned Scale>
+[[gnu::always_inline]] inline BytePiece multiplied(BytePiece a) {
+  return reinterpret_cast<BytePiece>(reinterpret_cast<UnsignedElements<T>>(a) << __builtin_ctz(Scale));
+}
+
+/// |a - b|, by the signedness of T.
+template <class T>
+[[gnu::always_inline]] inline BytePiece absolute_difference(BytePiece a, BytePiece b) {
+  if constexpr (sizeof(T) < 8) {
+    return std::is_signed_v<T> ? sabd<T>(a, b) : uabd<T>(a, b);
+  } else {
+    const auto less = reinterpret_cast<BytePiece>(reinterpret_cast<Elements<T>>(a) < reinterpret_cast<Elements<T>>(b));
+    return subtract<T>(subtract<T>(a, b) ^ less, less);
+  }
+}
+template <class T>
+[[gnu::always_inline]] inline BytePiece absolute(BytePiece a) {
+  return sizeof(T) == 8 ? abs_d(a) : absolute_difference<T>(a, BytePiece{});
+}
+
+/// The high half of the product, by the signedness of T.
+template <class T>
+[[gnu::always_inline]] inline BytePiece high_product(BytePiece a, BytePiece b) {
+  BytePiece r, high;
+#define SVE_HIGH_PRODUCT(s, narrow, low, wide)                                                          \
+  asm(s "mull %0." wide ", %2." low ", %3." low "\n\t" s "mull2 %1." wide ", %2." narrow ", %3." narrow \
+        "\n\tuzp2 %0." narrow ", %0." narrow ", %1." narrow                                             \
+      : "=&w"(r), "=&w"(high)                                                                           \
+      : "w"(a), "w"(b))
+  if constexpr (sizeof(T) == 1 && std::is_signed_v<T>) SVE_HIGH_PRODUCT("s", "16b", "8b", "8h");
+  if constexpr (sizeof(T) == 1 && !std::is_signed_v<T>) SVE_HIGH_PRODUCT("u", "16b", "8b", "8h");
+  if constexpr (sizeof(T) == 2 && std::is_signed_v<T>) SVE_HIGH_PRODUCT("s", "8h", "4h", "4s");
+  if constexpr (sizeof(T) == 2 && !std::is_signed_v<T>) SVE_HIGH_PRODUCT("u", "8h", "4h", "4s");
+  if constexpr (sizeof(T) == 4 && std::is_signed_v<T>) SVE_HIGH_PRODUCT("s", "4s", "2s", "2d");
+  if constexpr (sizeof(T) == 4 && !std::is_signed_v<T>) SVE_HIGH_PRODUCT("u", "4s", "2s", "2d");
+#undef SVE_HIGH_PRODUCT
+  if constexpr (sizeof(T) == 8) {
+    using Wide = std::conditional_t<std::is_signed_v<T>, __int128, unsigned __int128>;
+    const auto x = reinterpret_cast<Elements<T>>(a), y = reinterpret_cast<Elements<T>>(b);
+    r = reinterpret_cast<BytePiece>(
+        Elements<T>{static_cast<T>(Wide{x[0]} * y[0] >> 64), static_cast<T>(Wide{x[1]} * y[1] >> 64)});
+  }
+  return r;
+}
+
+/// The low `Bytes` bytes of each element, extended by the signedness of T.
+template <class T, unsigned Bytes>
+[[gnu::always_inline]] inline BytePiece extended(BytePiece a) {
+  constexpr int above = 8 * static_cast<int>(sizeof(T) - Bytes);
+  if constexpr (std::is_signed_v<T>)
+    return reinterpret_cast<BytePiece>(
+        reinterpret_cast<Elements<T>>(reinterpret_cast<UnsignedElements<T>>(a) << above) >> above);
+  else
+    return a & reinterpret_cast<BytePiece>(Elements<T>{} + static_cast<T>(static_cast<T>(~T{0}) >> above));
+}
+
+/// Sums and differences brought to the nearest value of T.
+template <class T>
+[[gnu::always_inline]] inline BytePiece saturating_sum(BytePiece a, BytePiece b) {
+  return std::is_signed_v<T> ? sqadd<T>(a, b) : uqadd<T>(a, b);
+}
+template <class T>
+[[gnu::always_inline]] inline BytePiece saturating_difference(BytePiece a, BytePiece b) {
+  return std::is_signed_v<T> ? sqsub<T>(a, b) : uqsub<T>(a, b);
+}
+/// The same of signed elements of 8 or 16 bits and unsigned ones.
+template <class T>
+[[gnu::always_inline]] inline BytePiece saturating_sum_with_unsigned(BytePiece a, BytePiece b) {
+  static_assert(sizeof(T) <= 2);
+  if constexpr (sizeof(T) == 1)
+    asm volatile("suqadd %0.16b, %1.16b" : "+w"(a) : "w"(b));
+  else
+    asm volatile("suqadd %0.8h, %1.8h" : "+w"(a) : "w"(b));
+  return a;
+}
+template <class T>
+[[gnu::always_inline]] inline BytePiece saturating_difference_with_unsigned(BytePiece a, BytePiece b) {
+  return ~saturating_sum_with_unsigned<T>(~a, b);  // ~a is -a - 1
 }
 
 /// Signed elements divided by powers of two, rounded towards zero. A divisor of all the width leaves nothing.
@@ -227,6 +316,22 @@ template <class T, class M>
 
 }  // namespace native
 
+/// During the life of one the status register may be changed; afterwards it is as it was.
+class StatusKept {
+ public:
+  StatusKept() {
+    std::uint64_t status;  // in a register
+    asm volatile("mrs %0, fpsr" : "=r"(status));
+    status_ = status;
+  }
+  ~StatusKept() { asm volatile("msr fpsr, %0" : : "r"(status_)); }
+  StatusKept(const StatusKept&) = delete;
+  StatusKept& operator=(const StatusKept&) = delete;
+
+ private:
+  std::uint64_t status_;
+};
+
 /// The operation `one` on elements with the expression on pieces a, b, c of `Element`; elsewhere `one` alone.
 #define SVE_BY_PIECES(parameters, expression, ...)                                   \
   ::sve::ByPieces(__VA_ARGS__, [](auto element, SVE_PIECE_PARAMETERS_##parameters) { \
@@ -239,6 +344,7 @@ inline constexpr bool reads_elements = false;
 template <class T, class M>
 BytePiece repeated_reads(std::uint64_t address);
 }  // namespace native
+struct StatusKept {};
 #define SVE_BY_PIECES(parameters, expression, ...) __VA_ARGS__
 #endif
 #define SVE_PIECE_PARAMETERS_1 ::sve::BytePiece a

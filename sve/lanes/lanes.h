@@ -90,7 +90,7 @@ template <class T, class Op, class... Sources>
 [[gnu::always_inline]] inline void map_lanes(byte* dst, std::size_t n, Op op, const Sources*... src) {
   if constexpr (computes_pieces<T, Op, Sources...>)
     if (is_register<T>(n)) {
-      store_pieces(dst, [&](std::size_t i) { return op.piece(T{}, load_piece(src + 16 * i)...); });
+      store_pieces(dst, piecewise([&](auto... pieces) { return op.piece(T{}, pieces...); }, source_pieces(src)...));
       return;
     }
   written_whole<T>(dst, n, [=](byte* r) {

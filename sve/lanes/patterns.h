@@ -69,6 +69,7 @@ class LeadingOnes {
  public:
   explicit LeadingOnes(std::size_t end)
       : bytes_(leading_true<byte>.bytes + vector_bytes - (end < vector_bytes ? end : vector_bytes)) {}
+  const byte* bytes() const { return bytes_; }
   [[gnu::always_inline]] BytePiece operator()(std::size_t i) const { return load_piece(bytes_ + 16 * i); }
 
  private:

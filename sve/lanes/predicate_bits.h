@@ -130,6 +130,17 @@ static_assert(vector_bytes % 16 == 0);
 #endif
 }
 
+/// What lies behind a file of registers, at `there`, reached as another one of them.
+template <std::size_t N>
+[[gnu::always_inline]] inline byte* address_behind([[maybe_unused]] byte (&file)[N][vector_bytes],
+                                                   [[maybe_unused]] byte* there) {
+#if defined(__ARM_NEON)
+  return address_in(file, N);
+#else
+  return there;
+#endif
+}
+
 /// Stores a register from pieces that `piece(0)` and so on give. GCC for AArch64 does not pair stores by itself.
 template <class Piece, std::size_t... I>
 [[gnu::always_inline]] inline void store_each_piece(byte* bytes, Piece piece, std::index_sequence<I...>) {
@@ -257,6 +268,7 @@ struct AllPieces {
     for (std::size_t i = 0; i < register_pieces; ++i) piece[i] = load_piece(bytes + 16 * i);
 #endif
   }
+  [[gnu::always_inline]] BytePiece operator()(std::size_t i) const { return piece[i]; }
   BytePiece piece[register_pieces];
 
  private:
@@ -266,6 +278,26 @@ struct AllPieces {
     for (std::size_t k = 0; k < N; ++k) piece[first + k] = reinterpret_cast<BytePiece>(loaded.val[k]);
   }
 };
+
+[[gnu::always_inline]] inline auto pieces_at(const std::uint8_t* bytes) {
+  return [bytes](std::size_t i) { return load_piece(bytes + 16 * i); };
+}
+
+/// The pieces of a register as a source of others: loaded together where that takes fewer instructions, else one by
+/// one.
+[[gnu::always_inline]] inline auto source_pieces(const std::uint8_t* bytes) {
+#if defined(__ARM_NEON)
+  return AllPieces(bytes);
+#else
+  return pieces_at(bytes);
+#endif
+}
+
+/// The pieces op(source(i)...) of such sources.
+template <class Op, class... Sources>
+[[gnu::always_inline]] inline auto piecewise(Op op, const Sources&... src) {
+  return [=](std::size_t i) __attribute__((always_inline)) { return op(src(i)...); };
+}
 
 /// The pieces of a register joined.
 [[gnu::always_inline]] inline BytePiece union_of(const std::uint8_t* bytes) {
@@ -278,7 +310,7 @@ struct AllPieces {
 
 /// Packs the bytes of a register to words of bits.
 [[gnu::always_inline]] inline void pack_register(const std::uint8_t* bytes, std::uint64_t* words) {
-  const PredicateWords packed = pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); });
+  const PredicateWords packed = pack_pieces(pieces_at(bytes));
 #pragma GCC unroll 4
   for (std::size_t w = 0; w < register_words; ++w) words[w] = packed.words[w];
 }
@@ -350,8 +382,11 @@ inline std::uint64_t common_elements(const byte* a, const byte* b) {
 /// What one asks of the bits of a whole predicate register.
 struct RegisterBits : PredicateWords {
   RegisterBits(const PredicateWords& all) : PredicateWords(all) {}
-  explicit RegisterBits(const std::uint8_t* bytes)
-      : PredicateWords(pack_pieces([bytes](std::size_t i) { return load_piece(bytes + 16 * i); })) {}
+  explicit RegisterBits(const std::uint8_t* bytes) : RegisterBits(of_pieces(pieces_at(bytes))) {}
+  template <class Piece>
+  [[gnu::always_inline]] static RegisterBits of_pieces(Piece piece) {
+    return pack_pieces(piece);
+  }
   /// The bits that decide over elements of `size` bytes: every size-th one.
   static RegisterBits elements(unsigned size) {
     constexpr std::uint64_t every[] = {~std::uint64_t{0},  0x5555555555555555u, 0, 0x1111111111111111u, 0, 0, 0,
@@ -404,5 +439,77 @@ struct RegisterBits : PredicateWords {
     return r;
   }
 };
+
+#if defined(__ARM_NEON)
+/// The same of up to eight pieces, one bit of a byte each, the last piece's the highest: bytes insert into each other
+/// by one instruction, and a place is the least of sixteen.
+class FoldedBits {
+ public:
+  explicit FoldedBits(const std::uint8_t* bytes) : FoldedBits(of_pieces(AllPieces(bytes))) {}
+  template <class Piece>
+  [[gnu::always_inline]] static FoldedBits of_pieces(const Piece& piece) {
+    return folded(piece, std::make_index_sequence<register_pieces - 1>{});
+  }
+  static FoldedBits elements(unsigned size) {
+    return vtstq_u8(reinterpret_cast<uint8x16_t>(piece_of_words(first_bytes(size))), vdupq_n_u8(1));
+  }
+  static FoldedBits below(int end) {
+    // Of byte j the bits from (end - j) / 16 on, rounded up, are not below.
+    const uint8x16_t from = vshrq_n_u8(vsubq_u8(vdupq_n_u8(static_cast<std::uint8_t>(end + 15)), places), 4);
+    return ~FoldedBits(vshlq_u8(used(), vreinterpretq_s8_u8(from)));
+  }
+
+  friend FoldedBits operator&(FoldedBits a, FoldedBits b) { return vandq_u8(a.bits_, b.bits_); }
+  friend FoldedBits operator~(FoldedBits a) { return veorq_u8(a.bits_, used()); }
+  explicit operator bool() const { return any_of(reinterpret_cast<BytePiece>(bits_)); }
+  bool test(int i) const {
+    byte bytes[16];
+    vst1q_u8(bytes, bits_);
+    return bytes[i % 16] >> (i / 16 + unused) & 1;
+  }
+  int first() const {
+    const int at = least(places, vclzq_u8(vrbitq_u8(bits_))) - 16 * unused;
+    return at < static_cast<int>(vector_bytes) ? at : -1;
+  }
+  int last() const {
+    const int before = least(vsubq_u8(vdupq_n_u8(15), places), vclzq_u8(bits_)), end = vector_bytes;
+    return before < end ? end - 1 - before : -1;
+  }
+
+ private:
+  static constexpr int unused = register_pieces < 8 ? 8 - static_cast<int>(register_pieces) : 0;  // the lowest bits
+  static constexpr uint8x16_t places = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
+  FoldedBits(uint8x16_t bits) : bits_(bits) {}
+  static uint8x16_t used() { return vdupq_n_u8(static_cast<std::uint8_t>(0xff << unused)); }
+  template <class Piece, std::size_t... I>
+  [[gnu::always_inline]] static FoldedBits folded(const Piece& piece, std::index_sequence<I...>) {
+    uint8x16_t bits = vshlq_n_u8(reinterpret_cast<uint8x16_t>(piece(0)), unused);
+    ((bits = vsliq_n_u8(bits, reinterpret_cast<uint8x16_t>(piece(I + 1)), unused + 1 + I)), ...);
+    return bits;
+  }
+  // The least of 16 * high + low; eight of `high` is more than any place.
+  static int least(uint8x16_t low, uint8x16_t high) { return vminvq_u8(vsliq_n_u8(low, high, 4)); }
+
+  uint8x16_t bits_;
+};
+using RegisterPlaces = std::conditional_t<(register_pieces <= 8), FoldedBits, RegisterBits>;
+#else
+using RegisterPlaces = RegisterBits;
+#endif
+
+/// The first element active in a mask after the last one of another predicate: its place or -1, and whether it is the
+/// mask's first one, and its last.
+struct NextElement {
+  int place;
+  bool is_first, is_last;
+};
+template <class T>
+inline NextElement next_element(const byte* mask, const byte* source) {
+  const RegisterPlaces elements = RegisterPlaces::elements(sizeof(T)), active = RegisterPlaces(mask) & elements,
+                       passed = RegisterPlaces::below((RegisterPlaces(source) & elements).last() + 1);
+  const int place = (active & ~passed).first();
+  return {place, place >= 0 && !(active & passed), place >= 0 && active.last() == place};
+}
 
 }  // namespace sve

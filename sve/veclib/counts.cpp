@@ -51,14 +51,14 @@ std::uint64_t saturating_minus(std::uint64_t x, std::uint64_t n) {
 
 // Saturating sum or difference of each element and a count, which is below 4096 and so fits every element of 16 bits.
 template <class T, class Vector, class Context>
-auto saturating_plus(const Vector& a, std::uint64_t n, const Context* ctx) {
+[[gnu::always_inline]] inline auto saturating_plus(const Vector& a, std::uint64_t n, const Context* ctx) {
   static_assert(sizeof(T) > 1);
-  return mapped<T>(ctx, with_second(saturating_sum, static_cast<T>(n)), a);
+  return saturated<T>(ctx, with_second(saturating_sum, static_cast<T>(n)), a);
 }
 template <class T, class Vector, class Context>
-auto saturating_minus(const Vector& a, std::uint64_t n, const Context* ctx) {
+[[gnu::always_inline]] inline auto saturating_minus(const Vector& a, std::uint64_t n, const Context* ctx) {
   static_assert(sizeof(T) > 1);
-  return mapped<T>(ctx, with_second(saturating_difference, static_cast<T>(n)), a);
+  return saturated<T>(ctx, with_second(saturating_difference, static_cast<T>(n)), a);
 }
 
 // The length queries read the word whole: bits above the length would count here and nowhere else.

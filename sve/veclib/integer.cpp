@@ -36,7 +36,7 @@ constexpr auto without = [](auto a, auto b) { return a & static_cast<decltype(b)
 
 // The low `Bytes` bytes, extended by the signedness of the element.
 template <class T, unsigned Bytes>
-constexpr auto extended = [](T a) {
+constexpr auto extended = SVE_BY_PIECES(1, (native::extended<Element, Bytes>(a)), [](T a) {
   using Low =
       std::conditional_t<Bytes == 1, std::uint8_t, std::conditional_t<Bytes == 2, std::uint16_t, std::uint32_t>>;
   if constexpr (std::is_signed_v<T>) {
@@ -46,7 +46,7 @@ constexpr auto extended = [](T a) {
   } else {
     return static_cast<T>(a & T{static_cast<Low>(~Low{0})});
   }
-};
+});
 
 // Division never traps: by 0 it gives 0, and the smallest value by -1 gives the smallest value.
 constexpr auto quotient = [](auto a, auto b) {
@@ -62,14 +62,14 @@ constexpr auto reversed_quotient = [](auto a, auto b) { return quotient(b, a); }
 // where the host has an instruction, equal to the 128-bit formulas of the toolkit.
 constexpr auto larger = [](auto a, auto b) { return a > b ? a : b; };
 constexpr auto smaller = [](auto a, auto b) { return a < b ? a : b; };
-constexpr auto absolute_difference = [](auto a, auto b) {
+constexpr auto absolute_difference = SVE_BY_PIECES(2, native::absolute_difference<Element>(a, b), [](auto a, auto b) {
   using T = decltype(a);
   using U = UnsignedOf<T>;
   if constexpr (std::is_unsigned_v<T>) return static_cast<T>(larger(a, b) - smaller(a, b));
   const U exact = static_cast<U>(static_cast<U>(a) - static_cast<U>(b)), negate = static_cast<U>(0 - U{a < b});
   return static_cast<U>((exact ^ negate) - negate);
-};
-constexpr auto high_product = [](auto a, auto b) {
+});
+constexpr auto high_product = SVE_BY_PIECES(2, native::high_product<Element>(a, b), [](auto a, auto b) {
   using T = decltype(a);
   if constexpr (sizeof(T) == 8) {
     return bits(ShiftRightInt(
@@ -82,14 +82,14 @@ constexpr auto high_product = [](auto a, auto b) {
     using Product = std::conditional_t<sizeof(T) <= 2, Narrow, Wide>;
     return static_cast<Product>(a) * static_cast<Product>(b) >> width<T>;
   }
-};
+});
 
 constexpr auto negated = [](auto a) { return 0 - wrapping(a); };
-constexpr auto absolute = [](auto a) {
+constexpr auto absolute = SVE_BY_PIECES(1, native::absolute<Element>(a), [](auto a) {
   using U = UnsignedOf<decltype(a)>;
   return a < 0 ? static_cast<U>(0 - static_cast<U>(a)) : static_cast<U>(a);
-};
-constexpr auto inverted = [](auto a) { return static_cast<decltype(a)>(~a); };
+});
+constexpr auto inverted = SVE_BY_PIECES(1, ~a, [](auto a) { return static_cast<decltype(a)>(~a); });
 constexpr auto is_zero = [](auto a) { return a == 0 ? 1 : 0; };
 
 // a + b*c and the like; in the MADD forms a is the multiplicand and c the addend.
@@ -111,7 +111,8 @@ auto with_immediate(const Vector& a, std::uint64_t imm, const Context* ctx, Op o
 
 // Base plus offset times scale, the offset as it is or its low 32 bits extended.
 template <unsigned Scale>
-constexpr auto address = [](auto base, auto offset) { return base + offset * Scale; };
+constexpr auto address = SVE_BY_PIECES(2, (native::add<Element>(a, native::multiplied<Element, Scale>(b))),
+                                       [](auto base, auto offset) { return base + offset * Scale; });
 // In shifts to the top and down, the second of which hosts add to the base in one instruction.
 template <unsigned Scale>
 constexpr auto address_sxtw = [](std::uint64_t base, std::uint64_t offset) {

@@ -43,6 +43,11 @@ template <class T, class Source, class Context>
 auto unzip(const Source& a, const Source& b, const Context* ctx, std::size_t odd) {
   return apart(ctx, [&](byte* r) {
     const std::size_t n = count<T>(ctx);
+    if (n % 2 == 0) {  // known in place, where these loops become the host's own
+      for (std::size_t i = 0; i < n / 2; ++i) store<T>(r, i, at<T>(a, 2 * i + odd));
+      for (std::size_t i = 0; i < n / 2; ++i) store<T>(r, n / 2 + i, at<T>(b, 2 * i + odd));
+      return;
+    }
     std::size_t k = 0;
     for (std::size_t i = odd; i < n; i += 2) store<T>(r, k++, at<T>(a, i));
     for (std::size_t i = (odd + n) % 2; k < n; i += 2) store<T>(r, k++, i < n ? at<T>(b, i) : T{0});
@@ -268,7 +273,7 @@ bool any_active(const Predicate& p, const Context* ctx) {
 }
 
 template <class T, class Context>
-auto broadcast(std::uint64_t value, const Context* ctx) {
+[[gnu::always_inline]] inline auto broadcast(std::uint64_t value, const Context* ctx) {
   return mapped<T>(ctx, [value] { return static_cast<T>(value); });
 }
 

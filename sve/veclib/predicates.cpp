@@ -175,20 +175,28 @@ Predicate with_first_active(const Predicate& mask, const Predicate& source, cons
   return r;
 }
 
-// The first element active in the mask after the last active one of the source.
-template <class T, class Predicate, class Context>
-Predicate next_active(const Predicate& mask, const Predicate& source, Context* ctx) {
+template <class T>
+NextElement next_element(const PredV& mask, const PredV& source, const CpuContext* ctx) {
   const int last = highest_of(ctx, both, source, FirstBits<T>{});
   const int next = lowest_of(
       ctx, [](auto m, auto starts, auto done) { return m & starts & ~done; }, mask, FirstBits<T>{},
       LeadingBits(last + 1));
-  std::uint32_t flags = flag_z_bit | flag_c_bit;
-  if (next >= 0)
-    flags = (lowest_of(ctx, both, mask, FirstBits<T>{}) == next ? flag_n_bit : 0) |
-            (highest_of(ctx, both, mask, FirstBits<T>{}) == next ? 0 : flag_c_bit);
-  write_flags(ctx, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit, flags);
+  return {next, next >= 0 && lowest_of(ctx, both, mask, FirstBits<T>{}) == next,
+          next >= 0 && highest_of(ctx, both, mask, FirstBits<T>{}) == next};
+}
+template <class T>
+NextElement next_element(const in_place::PredV& mask, const in_place::PredV& source, const in_place::CpuContext*) {
+  return sve::next_element<T>(mask.bytes, source.bytes);
+}
+
+// The first element active in the mask after the last active one of the source.
+template <class T, class Predicate, class Context>
+Predicate next_active(const Predicate& mask, const Predicate& source, Context* ctx) {
+  const NextElement next = next_element<T>(mask, source, ctx);
+  write_flags(ctx, flag_n_bit | flag_z_bit | flag_c_bit | flag_v_bit,
+              (next.is_first ? flag_n_bit : 0) | (next.place < 0 ? flag_z_bit : 0) | (next.is_last ? 0 : flag_c_bit));
   Predicate r = combined(ctx, same, LeadingBits(0));
-  if (next >= 0) set_bit(r, static_cast<std::size_t>(next));
+  if (next.place >= 0) set_bit(r, static_cast<std::size_t>(next.place));
   return r;
 }
 

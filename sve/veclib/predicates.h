@@ -61,12 +61,17 @@ constexpr std::uint64_t word_of(FirstBits<T>, std::size_t) {
   return element_starts(sizeof(T));
 }
 
-inline BytePiece piece_of(const in_place::PredV& p, std::size_t i) { return load_piece(p.bytes + 16 * i); }
-inline BytePiece piece_of(LeadingBits b, std::size_t i) { return LeadingOnes(b.end)(i); }
+[[gnu::always_inline]] inline auto pieces_of(const in_place::PredV& p) { return source_pieces(p.bytes); }
+[[gnu::always_inline]] inline auto pieces_of(LeadingBits b) { return source_pieces(LeadingOnes(b.end).bytes()); }
 template <class T>
-inline BytePiece piece_of(FirstBits<T>, std::size_t) {
-  return piece_of_words(first_bytes(sizeof(T)));
+[[gnu::always_inline]] inline auto pieces_of(FirstBits<T>) {
+  return [](std::size_t) { return piece_of_words(first_bytes(sizeof(T))); };
 }
+
+template <class Source>
+inline constexpr bool is_canonical_source = std::is_same_v<Source, LeadingBits>;
+template <class T>
+inline constexpr bool is_canonical_source<FirstBits<T>> = true;
 
 constexpr auto same = [](auto x) { return x; };
 constexpr auto both = [](auto x, auto y) { return x & y; };
@@ -82,9 +87,15 @@ inline PredV combined(const CpuContext* context, Op op, const Sources&... src) {
 }
 template <class Op, class... Sources>
 inline in_place::PredV combined(const in_place::CpuContext* context, Op op, const Sources&... src) {
-  const auto piece = [&](std::size_t i) __attribute__((always_inline)) {
-    return op(piece_of(src, i)...) & (BytePiece{} + byte{1});
-  };
+  // What is cut by bytes of 0 and 1 is such.
+  constexpr bool is_cut =
+      std::is_same_v<Op, std::remove_const_t<decltype(both)>> && (is_canonical_source<Sources> || ...);
+  const auto piece = piecewise(
+      [op](auto... pieces) {
+        const BytePiece r = op(pieces...);
+        return is_cut ? r : r & (BytePiece{} + byte{1});
+      },
+      pieces_of(src)...);
   store_pieces(context->destination, piece);
   return {context->destination};
 }
@@ -118,8 +129,12 @@ inline std::uint64_t population(const CpuContext* context, Op op, const Sources&
   return n;
 }
 template <class Op, class... Sources>
-inline RegisterBits bits_of(Op op, const Sources&... src) {
-  return pack_pieces([&](std::size_t i) { return op(piece_of(src, i)...); });
+inline RegisterPlaces bits_of(Op op, const Sources&... src) {
+  return RegisterPlaces::of_pieces(piecewise(op, pieces_of(src)...));
+}
+template <class T>
+inline RegisterPlaces bits_of(decltype(both), const in_place::PredV& p, FirstBits<T>) {
+  return RegisterPlaces(p.bytes) & RegisterPlaces::elements(sizeof(T));
 }
 template <class Op, class... Sources>
 inline int lowest_of(const in_place::CpuContext*, Op op, const Sources&... src) {
@@ -132,7 +147,9 @@ inline int highest_of(const in_place::CpuContext*, Op op, const Sources&... src)
 template <class Op, class... Sources>
 inline std::uint64_t population(const in_place::CpuContext*, Op op, const Sources&... src) {
   BytePiece sums{};
-  for (std::size_t i = 0; i < register_pieces; ++i) sums += op(piece_of(src, i)...) & (BytePiece{} + byte{1});
+  const auto piece = piecewise(op, pieces_of(src)...);
+#pragma GCC unroll 16
+  for (std::size_t i = 0; i < register_pieces; ++i) sums += piece(i) & (BytePiece{} + byte{1});
   return sum_of(sums);
 }
 
@@ -233,8 +250,18 @@ inline PredV flagged_under(const PredV& p, CpuContext* context, Op op, const Sou
 template <class Op, class... Sources>
 inline in_place::PredV flagged_under(const in_place::PredV& p, in_place::CpuContext* context, Op op,
                                      const Sources&... src) {
-  const auto piece = [&](std::size_t i) __attribute__((always_inline)) { return op(piece_of(src, i)...); };
-  return flagged_pieces<std::uint8_t>(p, context, piece);
+  return flagged_pieces<std::uint8_t>(p, context, piecewise(op, pieces_of(src)...));
+}
+
+/// The same of leading bits, whose flags their end tells.
+inline in_place::PredV flagged_under(const in_place::PredV& p, in_place::CpuContext* context, decltype(same),
+                                     LeadingBits bits) {
+  if (known_to_be_all<byte>(p)) [[likely]] {
+    const std::size_t n = bits.end < vector_bytes ? bits.end : vector_bytes;
+    set_flags_of_leading<byte>(n, vector_bytes, context);
+    return leading<byte>(n, context);
+  }
+  return flagged_pieces<byte>(p, context, LeadingOnes(bits.end));
 }
 
 /// PredSetNZCV of registers.

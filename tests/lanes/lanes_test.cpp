@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <random>
 
 #include "sve/lanes/compares.h"
@@ -15,6 +16,7 @@ using sve::byte;
 using sve::lanes;
 using sve::load;
 using sve::RegisterBits;
+using sve::RegisterPlaces;
 using sve::vector_bytes;
 
 struct VectorRegister {
@@ -68,6 +70,52 @@ TYPED_TEST(Registers, QueriesOfPredicates) {
     sve::make_canonical(made.bytes);
     for (std::size_t i = 0; i < vector_bytes; ++i) ASSERT_EQ(made.bytes[i], p.bytes[i] & 1);
     EXPECT_TRUE(sve::is_canonical(made.bytes));
+  }
+}
+
+// Every byte set or not by its bit 0, and the places asked of that.
+template <class Bits, class T>
+void check_places(const VectorRegister& p, const VectorRegister& q) {
+  const Bits elements = Bits::elements(sizeof(T)), bits = Bits(p.bytes) & elements;
+  int first = -1, last = -1, source_last = -1;
+  for (int i = 0; i < static_cast<int>(vector_bytes); ++i) {
+    const bool starts = i % sizeof(T) == 0;
+    ASSERT_EQ(Bits(p.bytes).test(i), p.bytes[i] & 1) << i;
+    ASSERT_EQ(bits.test(i), starts && p.bytes[i] & 1) << i;
+    ASSERT_EQ((~bits).test(i), !(starts && p.bytes[i] & 1)) << i;
+    if (starts && q.bytes[i] & 1) source_last = i;
+    if (!bits.test(i)) continue;
+    first = first < 0 ? i : first;
+    last = i;
+  }
+  ASSERT_EQ(bits.first(), first);
+  ASSERT_EQ(bits.last(), last);
+  ASSERT_EQ(static_cast<bool>(bits), first >= 0);
+  for (int end = 0; end <= static_cast<int>(vector_bytes); ++end) {
+    const Bits below = Bits::below(end);
+    ASSERT_EQ((~below & Bits::below(vector_bytes)).first(), end < static_cast<int>(vector_bytes) ? end : -1);
+    ASSERT_EQ(below.last(), end - 1);
+    ASSERT_EQ(static_cast<bool>(below & bits), first >= 0 && first < end) << end;
+  }
+  int next = source_last + 1;
+  while (next < static_cast<int>(vector_bytes) && !bits.test(next)) ++next;
+  const bool found = next < static_cast<int>(vector_bytes);
+  const sve::NextElement element = sve::next_element<T>(p.bytes, q.bytes);
+  EXPECT_EQ(element.place, found ? next : -1);
+  EXPECT_EQ(element.is_first, found && next == first);
+  EXPECT_EQ(element.is_last, found && next == last);
+}
+
+TYPED_TEST(Registers, PlacesInPredicates) {
+  using T = TypeParam;
+  for (int c = 0; c < this->cases; ++c) {
+    VectorRegister p = random_predicate(this->random), q = random_predicate(this->random);
+    if (c % 2 == 0)  // few bits, so that places differ
+      for (std::size_t i = 0; i < vector_bytes; ++i)
+        if (this->random() % 32 != 0) p.bytes[i] &= 0xfe, q.bytes[i] &= 0xfe;
+    check_places<RegisterBits, T>(p, q);
+    check_places<RegisterPlaces, T>(p, q);
+    if (this->HasFatalFailure()) return;
   }
 }
 
@@ -205,6 +253,41 @@ TYPED_TEST(Registers, OperationsOnPiecesEqualThoseOnElements) {
     expect_same("divided", SVE_BY_PIECES(2, sve::native::divided_by_power<Element>(a, b), [amount](T a, T b) {
                   return static_cast<T>(Wide{a} / (Wide{1} << amount(b)));
                 }));
+  expect_same("absolute difference", SVE_BY_PIECES(2, sve::native::absolute_difference<Element>(a, b), [](T a, T b) {
+                return static_cast<T>(a < b ? Wide{b} - a : Wide{a} - b);
+              }));
+  if constexpr (std::is_signed_v<T>)
+    expect_same("absolute", SVE_BY_PIECES(2, sve::native::absolute<Element>(a ^ b), [](T a, T b) {
+                  const Wide x = static_cast<T>(a ^ b);
+                  return static_cast<T>(x < 0 ? -x : x);
+                }));
+  expect_same("scaled", SVE_BY_PIECES(2, (sve::native::add<Element>(a, sve::native::multiplied<Element, 4>(b))),
+                                      [](T a, T b) { return static_cast<T>(Wide{a} + 4 * Wide{b}); }));
+  if constexpr (sizeof(T) > 1)
+    expect_same("extended", SVE_BY_PIECES(2, (sve::native::extended<Element, 1>(a ^ b)), [](T a, T b) {
+                  using Low = std::conditional_t<std::is_signed_v<T>, std::int8_t, std::uint8_t>;
+                  return static_cast<T>(static_cast<Low>(a ^ b));
+                }));
+  expect_same("high product", SVE_BY_PIECES(2, sve::native::high_product<Element>(a, b), [](T a, T b) {
+                using Product = std::conditional_t<std::is_signed_v<T>, Wide, unsigned __int128>;
+                return static_cast<T>(Product{a} * b >> width);
+              }));
+  const auto nearest = [](Wide x) {
+    constexpr Wide least = std::numeric_limits<T>::min(), most = std::numeric_limits<T>::max();
+    return static_cast<T>(x < least ? least : x > most ? most : x);
+  };
+  expect_same("saturating sum", SVE_BY_PIECES(2, sve::native::saturating_sum<Element>(a, b),
+                                              [nearest](T a, T b) { return nearest(Wide{a} + b); }));
+  expect_same("saturating difference", SVE_BY_PIECES(2, sve::native::saturating_difference<Element>(a, b),
+                                                     [nearest](T a, T b) { return nearest(Wide{a} - b); }));
+  if constexpr (std::is_signed_v<T> && sizeof(T) <= 2) {
+    expect_same("saturating sum with unsigned",
+                SVE_BY_PIECES(2, sve::native::saturating_sum_with_unsigned<Element>(a, b),
+                              [nearest](T a, T b) { return nearest(Wide{a} + static_cast<U>(b)); }));
+    expect_same("saturating difference with unsigned",
+                SVE_BY_PIECES(2, sve::native::saturating_difference_with_unsigned<Element>(a, b),
+                              [nearest](T a, T b) { return nearest(Wide{a} - static_cast<U>(b)); }));
+  }
   expect_same("bits", SVE_BY_PIECES(2, sve::native::bits_counted<Element>(a & b), [](T a, T b) {
                 return static_cast<T>(__builtin_popcountll(static_cast<U>(a & b)));
               }));

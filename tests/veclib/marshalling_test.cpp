@@ -57,6 +57,34 @@ TEST(Marshalling, EveryLibraryHandlerAroundItsRoutine) {
   EXPECT_GT(rows, 0);
 }
 
+#if defined(__aarch64__)
+u64 host_status() {
+  u64 status;
+  asm volatile("mrs %0, fpsr" : "=r"(status) : : "memory");
+  return status;
+}
+
+// The host saturates with instructions that leave a mark in its status register.
+TEST(Marshalling, OperationsOnIntegersLeaveTheHostsStatusAlone) {
+  asm volatile("msr fpsr, xzr\n\tmovi v0.16b, #0x7f\n\tsqadd v0.16b, v0.16b, v0.16b" : : : "v0", "memory");
+  const u64 saturated = 1u << 27, inexact = 1u << 4;
+  ASSERT_EQ(host_status(), saturated);
+  Random random(13);
+  int rows = 0;
+  for_each_row([&](auto& map, auto& row) {
+    if (row.model != Kind::library || row.function->is_memory() || row.function->floating_point) return;
+    ++rows;
+    for (const u64 status : {u64{0}, saturated, inexact}) {
+      cpu_state s = random_state(random);
+      asm volatile("msr fpsr, %0" : : "r"(status) : "memory");
+      row.handle(&s, map.word(row.key) | (static_cast<u32>(random()) & ~map.fixed_bits));
+      ASSERT_EQ(host_status(), status) << row.name;
+    }
+  });
+  EXPECT_GT(rows, 300);
+}
+#endif
+
 TEST(Marshalling, PrefetchesTouchNothing) {
   Random random(12);
   int rows = 0;
