@@ -77,16 +77,27 @@ std::size_t at_width(const cpu_state* state, aarch64_i_reg rn, aarch64_i_reg rm,
 
 // ---- Logic on bytes ----
 
+// By bytes, 1 or 0; one of these on each host.
+[[maybe_unused]] byte is_zero(int x) { return x == 0; }
+[[maybe_unused]] BytePiece is_zero(BytePiece x) { return reinterpret_cast<BytePiece>(x == 0) & 1; }
+
 // Bytes where Pg is inactive become 0 under the zeroing qualifier and keep the old Pd otherwise.
 template <class Op, class... Sources>
 aarch64_decode_rc byte_logic(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, Op op, const Sources*... src) {
   byte* dst = p_of(state, pd);
   const byte* predicate = p_of(state, pg);
-  const auto result = piecewise(op, source_pieces(src)...);
-  store_pieces(dst, [&](std::size_t i) {
-    const BytePiece active = active_piece<byte>(predicate + 16 * i), computed = result(i) & active;
-    return pg.size == aarch64_p_reg::zeroing ? computed : computed | (load_piece(dst + 16 * i) & ~active);
-  });
+  if constexpr (has_wider_pieces) {
+    if (pg.size == aarch64_p_reg::zeroing)
+      zero_lanes<byte>(dst, predicate, vector_bytes, op, src...);
+    else
+      merge_lanes<byte>(dst, dst, predicate, vector_bytes, op, src...);
+  } else {
+    const auto result = piecewise(op, source_pieces(src)...);
+    store_pieces(dst, [&](std::size_t i) {
+      const BytePiece active = active_piece<byte>(predicate + 16 * i), computed = result(i) & active;
+      return pg.size == aarch64_p_reg::zeroing ? computed : computed | (load_piece(dst + 16 * i) & ~active);
+    });
+  }
   return executed;
 }
 
@@ -218,8 +229,7 @@ aarch64_decode_rc sve_orr_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg
 aarch64_decode_rc sve_nor_pppp(cpu_state* state, aarch64_p_reg pd, aarch64_p_reg pg, aarch64_p_reg pn,
                                aarch64_p_reg pm) {
   return byte_logic(
-      state, pd, pg, [](auto n, auto m) { return reinterpret_cast<BytePiece>((n | m) == 0) & 1; }, p_of(state, pn),
-      p_of(state, pm));
+      state, pd, pg, [](auto n, auto m) { return is_zero(n | m); }, p_of(state, pn), p_of(state, pm));
 }
 
 // not Pd.B, Pg/Z, Pn.B. No row reaches it: the decoder knows the alias as eor.

@@ -108,6 +108,13 @@ using BytePiece [[gnu::vector_size(16)]] = byte;
 inline constexpr std::size_t register_pieces = vector_bytes / 16;
 static_assert(vector_bytes % 16 == 0);
 
+/// Whether compilers make wider pieces of a loop over elements.
+#if defined(__AVX2__)
+inline constexpr bool has_wider_pieces = true;
+#else
+inline constexpr bool has_wider_pieces = false;
+#endif
+
 [[gnu::always_inline]] inline BytePiece load_piece(const byte* bytes) {
   BytePiece r;
   std::memcpy(&r, bytes, sizeof r);
