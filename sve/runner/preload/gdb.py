@@ -386,7 +386,7 @@ class InfoSve(gdb.Command):
                 value = registers.z(int(match[1]) % 32)[::-1].hex("_", 8)
             else:
                 flags = registers.p(int(match[2]) % 16 if match[2] else 16)
-                value = f"{sum(flag << i for i, flag in enumerate(flags)):028x}"
+                value = f"{sum(flag << i for i, flag in enumerate(flags)):0{len(flags) // 4}x}"
             print(f"{name:4} 0x{value}")
 
 
